@@ -1,0 +1,45 @@
+# A room is one folder of the source tree: a static library of its sources, and one test program of its *_test.cpp.
+#
+# The arrows of dependency are enforced here: a room's headers are reached through a folder in the build tree that
+# holds nothing but a link to that room, so #include "Ordel/Tree.h" compiles only where Ordel is among USES.
+
+function(room_headers name folder)
+  set(view ${CMAKE_BINARY_DIR}/rooms/${name})
+  get_filename_component(leaf ${folder} NAME)
+  file(MAKE_DIRECTORY ${view})
+  if(NOT EXISTS ${view}/${leaf})
+    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${folder} ${view}/${leaf} SYMBOLIC)
+  endif()
+  target_include_directories(${name} PUBLIC ${view})
+endfunction()
+
+# room(NAME FOLDER [USES ROOM...])
+function(room name folder)
+  cmake_parse_arguments(ROOM "" "" "USES" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.cpp)
+  set(tests ${sources})
+  list(FILTER tests INCLUDE REGEX "_test\\.cpp$")
+  list(FILTER sources EXCLUDE REGEX "(_test|_main|_fuzz)\\.cpp$")
+  if(NOT sources)
+    return()
+  endif()
+  add_library(${name} STATIC ${sources})
+  room_headers(${name} ${folder})
+  foreach(used ${ROOM_USES})
+    if(TARGET ${used})
+      target_link_libraries(${name} PUBLIC ${used})
+    endif()
+  endforeach()
+  room_tests(${name} ${tests})
+endfunction()
+
+# room_tests(NAME SOURCE...): the unit tests of a room as one program.
+function(room_tests name)
+  if(NOT ARGN)
+    return()
+  endif()
+  add_executable(${name}_test ${ARGN})
+  target_link_libraries(${name}_test PRIVATE ${name} GTest::gmock GTest::gtest GTest::gtest_main)
+  set_target_properties(${name}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/test)
+  add_test(NAME ${name} COMMAND ${name}_test)
+endfunction()

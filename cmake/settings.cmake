@@ -1,0 +1,35 @@
+# Compiler settings that hold for every target.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+option(FUZZ "Build the fuzz targets (needs clang)" OFF)
+set(SANITIZE "" CACHE STRING "Sanitizers for every target, such as address,undefined")
+
+# Assertions of the project do not depend on NDEBUG, so Release keeps them.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1")
+set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g")
+add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual=1 -Wno-unused-parameter -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # clang 14 knows the warning only without a level, and that level also names the hidden forms of onX.
+  add_compile_options(-Wno-unknown-warning-option -Wno-overloaded-virtual)
+endif()
+add_compile_options(-fno-semantic-interposition)
+
+if(SANITIZE)
+  add_compile_options(-O1 -fsanitize=${SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${SANITIZE})
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+execute_process(
+  COMMAND git -C ${CMAKE_SOURCE_DIR} describe --always --dirty
+  OUTPUT_VARIABLE VORN_REVISION OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
