@@ -1,0 +1,299 @@
+#include "Kem/Activity.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Clock.h"
+#include "Kem/FileDescriptor.h"
+#include "Kem/Notifiee.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+namespace Kem {
+
+// --- The queue.
+
+void ActivitySm::enqueue(Notifiee& reactor) {
+   reactor.isQueued_ = true;
+   reactor.queuePrevious_ = tail_;
+   reactor.queueNext_ = nullptr;
+   (tail_ ? tail_->queueNext_ : head_) = &reactor;
+   tail_ = &reactor;
+}
+
+void ActivitySm::forget(Notifiee& reactor) {
+   if (current_ == &reactor)
+      current_ = nullptr;
+   if (!reactor.isQueued_)
+      return;
+   (reactor.queuePrevious_ ? reactor.queuePrevious_->queueNext_ : head_) = reactor.queueNext_;
+   (reactor.queueNext_ ? reactor.queueNext_->queuePrevious_ : tail_) = reactor.queuePrevious_;
+   reactor.queuePrevious_ = reactor.queueNext_ = nullptr;
+   reactor.isQueued_ = false;
+}
+
+Notifiee* ActivitySm::takeFirst() {
+   Notifiee* reactor = head_;
+   if (reactor)
+      forget(*reactor);
+   return reactor;
+}
+
+bool ActivitySm::runBatch(ActivityConfig const& activity) {
+   if (isEmpty())
+      return false;
+   // A reactor that stands behind this one when the batch begins is its last; those that join later wait.
+   Notifiee* const last = tail_;
+   for (bool isLast = false; !isLast && head_;) {
+      isLast = head_ == last;
+      current_ = takeFirst();
+      // A handler that queues its own reactor again gets that in the next batch, except for what was pending before.
+      while (current_ && current_->hasPending()) {
+         Notifiee* const reactor = current_;
+         ++deliveredCount_;
+         try {
+            reactor->handleNotification(activity);
+         } catch (...) {
+            if (current_)
+               current_->onNotificationException(std::current_exception());
+            else
+               throw;
+         }
+         if (current_ && current_->isQueued_)
+            break;
+      }
+      current_ = nullptr;
+   }
+   return true;
+}
+
+// --- Activity objects.
+
+ActivityConfig::ActivityConfig() : clock_(makePtr<Clock>()) {}
+
+ActivityConfig::~ActivityConfig() = default;
+
+Ptr<Clock const> ActivityConfig::clock() const { return clock_; }
+
+ActivityManager* activityManager() {
+   // Never destroyed: reactors of static lifetime may still withdraw while the process ends.
+   static ActivityManager* const manager = new ActivityManager;
+   return manager;
+}
+
+Ptr<Clock const> ActivityFacility::clock() { return activityManager()->config()->clock(); }
+
+ActivityManager::ActivityManager() : config_(makePtr<ActivityConfig>()) {}
+
+ActivityManager::~ActivityManager() {
+   if (epollFd_ >= 0)
+      close(epollFd_);
+}
+
+int ActivityManager::epollFd() {
+   if (epollFd_ < 0)
+      epollFd_ = epoll_create1(EPOLL_CLOEXEC);
+   KEM_ASSERT(epollFd_ >= 0);
+   return epollFd_;
+}
+
+// --- Turns.
+
+void ActivityManager::run() {
+   while (!isStopped_)
+      runTurn(3600);
+   isStopped_ = false;
+}
+
+bool ActivityManager::runTurn(Seconds maxWait) {
+   Seconds wait = maxWait;
+   if (!activitySm_.isEmpty() || isTimeVirtual())
+      wait = 0;
+   else if (Seconds const next = nextTarget(); next != never)
+      wait = std::clamp(next - now(), 0.0, wait);
+
+   bool didAnything = false;
+   epoll_event events[64];
+   int const count = epoll_wait(epollFd(), events, 64, static_cast<int>(std::ceil(wait * 1000)));
+   for (int i = 0; i < count; ++i) {
+      // A watch that an earlier one ended is no longer in the table.
+      auto const fd = static_cast<size_t>(events[i].data.fd);
+      didAnything = true;
+      if ((events[i].events & EPOLLOUT) && fd < watches_.size() && watches_[fd])
+         watches_[fd]->onWritable();
+      if ((events[i].events & ~uint32_t(EPOLLOUT)) && fd < watches_.size() && watches_[fd])
+         watches_[fd]->onReadable();
+   }
+   didAnything |= fireDueTimers();
+   didAnything |= activitySm_.runBatch(*config_);
+   // By index: a hook may add or remove hooks.
+   for (size_t i = 0; i < turnEndHooks_.size(); ++i)
+      turnEndHooks_[i].first(turnEndHooks_[i].second);
+   return didAnything;
+}
+
+void ActivityManager::runUntilIdle(size_t maxTurns) {
+   size_t turns = 0;
+   while (runTurn(0))
+      KEM_ASSERT(++turns < maxTurns);
+}
+
+void ActivityManager::deliverQueued() {
+   while (activitySm_.runBatch(*config_)) {
+   }
+}
+
+bool ActivityManager::isSettled() const {
+   if (!activitySm_.isEmpty() || nextTarget() <= now())
+      return false;
+   return std::none_of(deferredWork_.begin(), deferredWork_.end(), [](auto const* w) { return w->hasWork(); });
+}
+
+void ActivityManager::turnEndHookAdd(void (*hook)(void*), void* context) {
+   turnEndHooks_.emplace_back(hook, context);
+}
+
+void ActivityManager::turnEndHookDel(void (*hook)(void*), void* context) {
+   std::erase(turnEndHooks_, std::pair(hook, context));
+}
+
+// --- Timers.
+
+Seconds ActivityManager::nextTarget() const { return timers_.empty() ? never : timers_.begin()->first; }
+
+bool ActivityManager::fireDueTimers() {
+   Seconds const time = now();
+   if (nextTarget() > time)
+      return false;
+   // Those due now, and not those that they set to a time that is due: these come in the next turn.
+   std::vector<ClockReactor*> due;
+   for (auto at = timers_.begin(); at != timers_.end() && at->first <= time; ++at)
+      due.push_back(at->second);
+   std::vector<std::pair<ClockReactor*, Seconds>> order;
+   for (auto* reactor : due)
+      order.emplace_back(reactor, reactor->target_);
+   for (auto const& [reactor, target] : order) {
+      // A handler before it may have destroyed it, stopped it or set it anew.
+      auto const range = timers_.equal_range(target);
+      auto const at = std::find_if(range.first, range.second, [&](auto const& t) { return t.second == reactor; });
+      if (at == range.second)
+         continue;
+      reactor->isScheduled_ = false;
+      reactor->target_ = never;
+      timers_.erase(at);
+      reactor->onTime();
+   }
+   return true;
+}
+
+void ActivityManager::advanceTo(Seconds time) {
+   KEM_ASSERT(isTimeVirtual());
+   runUntilIdle();
+   while (nextTarget() <= time) {
+      Seconds const target = std::max(nextTarget(), now());
+      VirtualTime::advanceTo(target);
+      runUntilIdle();
+   }
+   VirtualTime::advanceTo(time);
+   runUntilIdle();
+}
+
+ClockReactor::ClockReactor() { flagIs(notificationActiveFlag, true); }
+
+ClockReactor::ClockReactor(Ptr<Clock const> clock) : ClockReactor() { clock_ = std::move(clock); }
+
+ClockReactor::~ClockReactor() {
+   if (isScheduled_)
+      activityManager()->timers_.erase(place_);
+}
+
+void ClockReactor::notifierIs(Ptr<Clock const> clock) {
+   clock_ = std::move(clock);
+   schedule();
+}
+
+void ClockReactor::timeMinIs(Seconds target) {
+   target_ = target;
+   schedule();
+}
+
+void ClockReactor::hasNotificationActiveIs(bool isActive) {
+   flagIs(notificationActiveFlag, isActive);
+   schedule();
+}
+
+void ClockReactor::kemDoZombieReactors(bool areZombies) {
+   flagIs(zombieFlag, areZombies);
+   schedule();
+}
+
+void ClockReactor::schedule() {
+   auto& timers = activityManager()->timers_;
+   if (isScheduled_)
+      timers.erase(place_);
+   isScheduled_ = mayFire() && target_ != never;
+   if (isScheduled_)
+      place_ = timers.emplace(target_, this);
+}
+
+// --- Descriptors.
+
+FileDescriptorWatch::~FileDescriptorWatch() { descriptorIs(-1); }
+
+void FileDescriptorWatch::descriptorIs(int descriptor) {
+   auto& watches = activityManager()->watches_;
+   if (descriptor_ >= 0) {
+      if (isAdded_)
+         epoll_ctl(activityManager()->epollFd(), EPOLL_CTL_DEL, descriptor_, nullptr);
+      isAdded_ = false;
+      watches[static_cast<size_t>(descriptor_)] = nullptr;
+   }
+   descriptor_ = descriptor;
+   wantsReadable_ = descriptor >= 0;
+   wantsWritable_ = false;
+   if (descriptor < 0)
+      return;
+   auto const index = static_cast<size_t>(descriptor);
+   if (index >= watches.size())
+      watches.resize(index + 1);
+   KEM_ASSERT(!watches[index]);
+   watches[index] = this;
+   apply();
+}
+
+void FileDescriptorWatch::wantsReadableIs(bool wants) {
+   if (wants == wantsReadable_)
+      return;
+   wantsReadable_ = wants;
+   apply();
+}
+
+void FileDescriptorWatch::wantsWritableIs(bool wants) {
+   if (wants == wantsWritable_)
+      return;
+   wantsWritable_ = wants;
+   apply();
+}
+
+void FileDescriptorWatch::apply() {
+   epoll_event event{};
+   event.events = (wantsReadable_ ? uint32_t(EPOLLIN) : 0u) | (wantsWritable_ ? uint32_t(EPOLLOUT) : 0u);
+   event.data.fd = descriptor_;
+   // Out of the set when nothing is wanted: a hang-up would else be told again and again.
+   int const operation = !isAdded_ ? EPOLL_CTL_ADD : event.events ? EPOLL_CTL_MOD : EPOLL_CTL_DEL;
+   if (operation == EPOLL_CTL_ADD && !event.events)
+      return;
+   int const result = epoll_ctl(activityManager()->epollFd(), operation, descriptor_, &event);
+   KEM_ASSERT(result == 0);
+   isAdded_ = operation != EPOLL_CTL_DEL;
+}
+
+// --- Deferred work.
+
+DeferredWork::DeferredWork() { activityManager()->deferredWork_.insert(this); }
+
+DeferredWork::~DeferredWork() { activityManager()->deferredWork_.erase(this); }
+
+} // namespace Kem

@@ -1,0 +1,128 @@
+// The event loop: one thread, one queue of reactors, timers and file descriptors.
+//
+// A turn does four things in this order: it waits for descriptors and the next timer (not at all when something is
+// already due), calls the descriptor watches that are ready, fires the timers that are due, and delivers to every
+// reactor that was queued when the turn began all that is pending for it. What handlers queue comes in the next turn.
+// Nothing here is re-entrant: a handler must not run the loop. The one exception is deliverQueued(), for the client
+// of the state database between two steps of taking in one frame, outside of any handler.
+//
+// Tests run the loop one turn at a time, or until idle, and move virtual time with advanceTo().
+#pragma once
+
+#include "Kem/PtrInterface.h"
+#include "Kem/Ptr.h"
+#include "Kem/Time.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+namespace Kem {
+
+class Clock;
+class ClockReactor;
+class FileDescriptorWatch;
+class Notifiee;
+class ActivityManager;
+
+// The queue of reactors that have something pending.
+class ActivitySm {
+ public:
+   void enqueue(Notifiee& reactor);
+   void forget(Notifiee& reactor); // also of one whose handler runs now
+   bool isEmpty() const { return !head_; }
+   size_t deliveredCount() const { return deliveredCount_; } // notifications, since the start
+
+ private:
+   friend class ActivityManager;
+   // Delivers to the reactors queued now; returns whether there was any.
+   bool runBatch(class ActivityConfig const& activity);
+   Notifiee* takeFirst();
+
+   Notifiee* head_ = nullptr;
+   Notifiee* tail_ = nullptr;
+   Notifiee* current_ = nullptr; // the one whose handler runs; null once it has been destroyed
+   uint64_t deliveredCount_ = 0;
+};
+
+// What a reactor is handed as its activity: the clock object that all share.
+class ActivityConfig final : public PtrInterface {
+ public:
+   ActivityConfig();
+   ~ActivityConfig() override;
+   Ptr<Clock const> clock() const;
+
+ private:
+   Ptr<Clock> clock_;
+};
+
+// Work that is put off and that no queue shows, such as a backlog that waits for room. While any source says that it
+// has some, the process has not settled.
+class DeferredWork {
+ public:
+   DeferredWork();
+   virtual ~DeferredWork();
+   DeferredWork(DeferredWork const&) = delete;
+   DeferredWork& operator=(DeferredWork const&) = delete;
+   virtual bool hasWork() const = 0;
+};
+
+class ActivityManager {
+ public:
+   ActivityManager();
+   ~ActivityManager();
+
+   Ptr<ActivityConfig> config() const { return config_; }
+   ActivitySm& activitySm() { return activitySm_; }
+
+   // Runs turns until stop(); a second stop before run counts too.
+   void run();
+   void stop() { isStopped_ = true; }
+   // One turn, waiting at most so long for something to happen. Returns whether anything was done.
+   bool runTurn(Seconds maxWait = 0);
+   // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an endless loop, an assertion failure.
+   void runUntilIdle(size_t maxTurns = 100000);
+   // Virtual time only: fires each timer at its own time, and runs until idle after each.
+   void advanceTo(Seconds time);
+   void advance(Seconds duration) { advanceTo(now() + duration); }
+
+   // Delivers until the queue is empty, without timers and descriptors.
+   void deliverQueued();
+
+   // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
+   bool isSettled() const;
+   // Called at the end of each turn, in order; for what gathers output over a turn.
+   void turnEndHookAdd(void (*hook)(void*), void* context);
+   void turnEndHookDel(void (*hook)(void*), void* context);
+
+ private:
+   friend class ClockReactor;
+   friend class FileDescriptorWatch;
+   friend class DeferredWork;
+
+   using Timers = std::multimap<Seconds, ClockReactor*>;
+   bool fireDueTimers();
+   Seconds nextTarget() const;
+   int epollFd();
+
+   Ptr<ActivityConfig> config_;
+   ActivitySm activitySm_;
+   Timers timers_;
+   std::vector<FileDescriptorWatch*> watches_; // by descriptor
+   std::set<DeferredWork*> deferredWork_;
+   std::vector<std::pair<void (*)(void*), void*>> turnEndHooks_;
+   int epollFd_ = -1;
+   bool isStopped_ = false;
+};
+
+// The one of this process.
+ActivityManager* activityManager();
+
+// The same clock by its other name.
+struct ActivityFacility {
+   static Ptr<Clock const> clock();
+};
+
+} // namespace Kem

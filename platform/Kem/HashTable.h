@@ -1,0 +1,310 @@
+// The table under every hashed collection: open addressing, sorted.
+//
+// The home of an entry is the high bits of its bit-reversed hash, and the entries stand sorted by that reversed hash
+// (ties by key), each at its home or behind it with no gap between. Two things follow. Iteration order does not
+// depend on the size of the table: growing and shrinking keep it. And a lookup, found or not, ends at the first
+// greater entry. Hashes need not be mixed: reversal spreads small consecutive numbers evenly over the table.
+//
+// An iterator remembers its entry and the table's version of change. When the version has moved it finds its place
+// again by key, so any entry may be removed or added during iteration: each entry that stays is visited once.
+// Memory is one array; an entry costs 4 bytes beside key and value, and the table is between 3/8 and 3/4 full.
+#pragma once
+
+#include "Kem/Assert.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <new>
+#include <utility>
+
+namespace Kem {
+
+// Hash of a key: its own hash(), or the number itself.
+template <class Key>
+uint32_t hashOf(Key const& key) {
+   if constexpr (requires { key.hash(); })
+      return key.hash();
+   else
+      return static_cast<uint32_t>(key);
+}
+
+inline uint32_t reverseBits(uint32_t v) {
+   v = __builtin_bswap32(v);
+   v = ((v & 0x0f0f0f0fu) << 4) | ((v >> 4) & 0x0f0f0f0fu);
+   v = ((v & 0x33333333u) << 2) | ((v >> 2) & 0x33333333u);
+   return ((v & 0x55555555u) << 1) | ((v >> 1) & 0x55555555u);
+}
+
+template <class Key, class Value>
+class HashTable {
+ public:
+   struct Entry {
+      Key key;
+      Value value;
+   };
+
+   HashTable() noexcept = default;
+   HashTable(HashTable&& other) noexcept { swap(other); }
+   HashTable& operator=(HashTable&& other) noexcept {
+      HashTable(std::move(other)).swap(*this);
+      return *this;
+   }
+   ~HashTable() { destroy(); }
+
+   size_t size() const { return size_; }
+   bool empty() const { return size_ == 0; }
+   // Moves with every insertion and removal.
+   uint32_t version() const { return version_; }
+   // Bytes of the array, used and free.
+   size_t memoryBytes() const { return slotCount() * sizeof(Slot); }
+
+   Value* find(Key const& key) {
+      Slot* slot = findSlot(orderOf(key), key);
+      return slot ? &slot->entry().value : nullptr;
+   }
+   Value const* find(Key const& key) const { return const_cast<HashTable*>(this)->find(key); }
+
+   // The value of the key, made by `make()` where there is none; the flag says that it was made.
+   template <class Make>
+   std::pair<Value*, bool> findOrInsert(Key const& key, Make&& make) {
+      if (size_ >= maxSize())
+         resize(bits_ < 0 ? 2 : bits_ + 1, slack_);
+      uint32_t const order = orderOf(key);
+      size_t at = lowerBound(order, key);
+      if (at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key)
+         return {&slots_[at].entry().value, false};
+      // The run from here to the first free slot moves up by one.
+      size_t gap = at;
+      while (gap < slotCount() && slots_[gap].order != 0)
+         ++gap;
+      if (gap == slotCount()) {
+         // Only a run that reaches the end of the array comes here: more room behind the last home.
+         resize(bits_, slack_ * 2);
+         at = lowerBound(order, key);
+         gap = at;
+         while (slots_[gap].order != 0)
+            ++gap;
+      }
+      for (; gap > at; --gap)
+         slots_[gap].take(slots_[gap - 1]);
+      new (slots_[at].memory) Entry{key, make()};
+      slots_[at].order = order;
+      ++size_;
+      ++version_;
+      return {&slots_[at].entry().value, true};
+   }
+
+   bool erase(Key const& key) {
+      Slot* slot = findSlot(orderOf(key), key);
+      if (!slot)
+         return false;
+      // The entry leaves the table before it is destroyed: its destructor may come back here.
+      Entry removed = std::move(slot->entry());
+      slot->drop();
+      size_t at = static_cast<size_t>(slot - slots_);
+      while (at + 1 < slotCount() && slots_[at + 1].order != 0 && home(slots_[at + 1].order) <= at) {
+         slots_[at].take(slots_[at + 1]);
+         ++at;
+      }
+      --size_;
+      ++version_;
+      if (bits_ > 3 && size_ * 8 < capacity())
+         resize(bits_ - 1, defaultSlack);
+      return true;
+   }
+
+   void clear() {
+      HashTable old(std::move(*this));
+      version_ = old.version_ + 1;
+   }
+
+   void swap(HashTable& other) noexcept {
+      std::swap(slots_, other.slots_);
+      std::swap(size_, other.size_);
+      std::swap(bits_, other.bits_);
+      std::swap(slack_, other.slack_);
+      std::swap(version_, other.version_);
+   }
+
+   // Forward iterator that survives any change of the table. It copies key and value of its entry.
+   class Iterator {
+    public:
+      explicit Iterator(HashTable const& table) : table_(&table) { settle(0); }
+
+      bool valid() const { return valid_; }
+      explicit operator bool() const { return valid_; }
+      Key const& key() const { return entry().key; }
+      // The value as it was when the iterator came to it, also after the entry was removed.
+      Value const& value() const { return entry().value; }
+      Entry const& operator*() const { return entry(); }
+      Iterator& operator++() {
+         next();
+         return *this;
+      }
+      bool operator==(std::default_sentinel_t) const { return !valid_; }
+      void next() {
+         if (version_ == table_->version_)
+            settle(at_ + 1);
+         else
+            settle(table_->upperBound(orderOf(key()), key()));
+      }
+
+    private:
+      Entry const& entry() const { return *std::launder(reinterpret_cast<Entry const*>(memory_)); }
+      void settle(size_t at) {
+         version_ = table_->version_;
+         size_t const end = table_->slotCount();
+         while (at < end && table_->slots_[at].order == 0)
+            ++at;
+         at_ = at;
+         release();
+         if (at < end) {
+            new (memory_) Entry(table_->slots_[at].entry());
+            valid_ = true;
+         }
+      }
+      void release() {
+         if (valid_)
+            std::launder(reinterpret_cast<Entry*>(memory_))->~Entry();
+         valid_ = false;
+      }
+
+      HashTable const* table_;
+      size_t at_ = 0;
+      uint32_t version_ = 0;
+      bool valid_ = false;
+      alignas(Entry) unsigned char memory_[sizeof(Entry)];
+
+    public:
+      Iterator(Iterator const& other)
+          : table_(other.table_), at_(other.at_), version_(other.version_), valid_(other.valid_) {
+         if (valid_)
+            new (memory_) Entry(other.entry());
+      }
+      Iterator& operator=(Iterator const& other) {
+         if (this != &other) {
+            release();
+            table_ = other.table_, at_ = other.at_, version_ = other.version_;
+            if (other.valid_)
+               new (memory_) Entry(other.entry());
+            valid_ = other.valid_;
+         }
+         return *this;
+      }
+      ~Iterator() { release(); }
+   };
+
+   Iterator begin() const { return Iterator(*this); }
+   std::default_sentinel_t end() const { return {}; }
+
+   // Calls visit(key, value) for each entry in iteration order. The visitor must not change the table; it is the
+   // fast walk for code that doesn't.
+   template <class Visit>
+   void forEach(Visit&& visit) const {
+      for (size_t i = 0, end = slotCount(); i < end; ++i)
+         if (slots_[i].order != 0)
+            visit(slots_[i].entry().key, slots_[i].entry().value);
+   }
+
+ private:
+   static constexpr uint32_t defaultSlack = 4; // slots behind the last home
+
+   struct Slot {
+      uint32_t order; // bit-reversed hash with the lowest bit set; 0 in a free slot
+      alignas(Entry) unsigned char memory[sizeof(Entry)];
+
+      Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(memory)); }
+      void drop() {
+         entry().~Entry();
+         order = 0;
+      }
+      void take(Slot& from) {
+         new (memory) Entry(std::move(from.entry()));
+         order = from.order;
+         from.drop();
+      }
+   };
+
+   static uint32_t orderOf(Key const& key) { return reverseBits(hashOf(key)) | 1; }
+   size_t capacity() const { return bits_ < 0 ? 0 : size_t(1) << bits_; }
+   size_t slotCount() const { return bits_ < 0 ? 0 : capacity() + slack_; }
+   size_t maxSize() const { return bits_ < 0 ? 0 : capacity() - capacity() / 4; }
+   size_t home(uint32_t order) const { return bits_ == 0 ? 0 : order >> (32 - bits_); }
+
+   // First slot from the key's home on that is free or holds an entry not less than the key.
+   size_t lowerBound(uint32_t order, Key const& key) const {
+      size_t at = home(order);
+      size_t const end = slotCount();
+      while (at < end && slots_[at].order != 0 && slots_[at].order < order)
+         ++at;
+      while (at < end && slots_[at].order == order && slots_[at].entry().key < key)
+         ++at;
+      return at;
+   }
+   // First slot that can hold an entry greater than the key, whether or not the key is there.
+   size_t upperBound(uint32_t order, Key const& key) const {
+      if (bits_ < 0)
+         return 0;
+      size_t const at = lowerBound(order, key);
+      return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key ? at + 1 : at;
+   }
+   Slot* findSlot(uint32_t order, Key const& key) {
+      if (size_ == 0)
+         return nullptr;
+      size_t const at = lowerBound(order, key);
+      return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key ? &slots_[at]
+                                                                                            : nullptr;
+   }
+
+   // Entries are sorted, so they are laid out anew in one pass, each at its home or right behind the last one.
+   void resize(int bits, uint32_t slack) {
+      HashTable bigger;
+      bigger.bits_ = bits;
+      for (bigger.slack_ = slack;; bigger.slack_ *= 2)
+         if (fits(bigger))
+            break;
+      bigger.allocate();
+      size_t next = 0;
+      for (size_t i = 0, end = slotCount(); i < end; ++i) {
+         if (slots_[i].order == 0)
+            continue;
+         size_t const at = std::max(next, bigger.home(slots_[i].order));
+         bigger.slots_[at].take(slots_[i]);
+         next = at + 1;
+      }
+      bigger.size_ = std::exchange(size_, 0);
+      bigger.version_ = version_ + 1;
+      swap(bigger);
+   }
+   // Whether all entries find a slot in a table of that shape.
+   bool fits(HashTable const& shape) const {
+      size_t next = 0;
+      for (size_t i = 0, end = slotCount(); i < end; ++i)
+         if (slots_[i].order != 0)
+            next = std::max(next, shape.home(slots_[i].order)) + 1;
+      return next < shape.slotCount();
+   }
+   void allocate() {
+      slots_ = static_cast<Slot*>(::operator new(slotCount() * sizeof(Slot), std::align_val_t(alignof(Slot))));
+      for (size_t i = 0, end = slotCount(); i < end; ++i)
+         slots_[i].order = 0;
+   }
+   void destroy() {
+      if (!slots_)
+         return;
+      for (size_t i = 0, end = slotCount(); size_ > 0 && i < end; ++i)
+         if (slots_[i].order != 0)
+            slots_[i].drop();
+      ::operator delete(slots_, std::align_val_t(alignof(Slot)));
+   }
+
+   Slot* slots_ = nullptr;
+   uint32_t size_ = 0;
+   int8_t bits_ = -1;     // capacity is 2 to this; -1 has no array
+   uint32_t slack_ = defaultSlack;
+   uint32_t version_ = 0;
+};
+
+} // namespace Kem

@@ -1,0 +1,175 @@
+// The base of every reactor: what it follows, what it still has to be told, and whether it takes notifications.
+//
+// A reactor derives from the NotifieeConst of the class that it follows and overrides the onX that it wants:
+//
+//    struct KemConfigIn final : Bridging::Input::Config::NotifieeConst {
+//       explicit KemConfigIn(BridgingSm& sm) : NotifieeConst(this), sm_(sm) {}
+//       void handleInitialized() override { sm_.handleVlanConfig(); }
+//       void onVlanConfig(Bridging::VlanId vlanId) override { sm_.handleVlanConfig(vlanId); }
+//       ...
+//    };
+//
+// Which onX are overridden is found out when it is compiled; the others cost nothing, not even a queue entry. A
+// change is recorded here by attribute and key and delivered in a later turn of the loop, so that many changes of one
+// thing are one notification, which reads the latest state:
+//
+//    idle --change of a wanted attribute--> queued --turn of the loop--> onX for each --> idle
+//
+// Delivery goes by attribute in declared order, and by key in the order of the first change. Of a collection, the
+// keyed form comes first, then the un-keyed one, once for all keys. The whole-collection form (kemImmediate) comes
+// when a reactor that missed changes takes notifications again: it was not registered, or its delivery was off.
+//
+// A zombie takes nothing and delivers nothing. A reactor may be destroyed at any time, also inside its own onX.
+#pragma once
+
+#include "Kem/Entity.h"
+
+#include <cstdint>
+#include <exception>
+#include <vector>
+
+namespace Kem {
+
+class ActivityConfig;
+class ActivitySm;
+
+// Keys of one collection that wait for delivery, each once, in the order of arrival.
+template <class Key>
+class PendingKeys {
+ public:
+   void add(Key const& key) {
+      if (isSmall()) {
+         for (size_t i = next_; i < keys_.size(); ++i)
+            if (keys_[i] == key)
+               return;
+         keys_.push_back(key);
+         if (!isSmall())
+            for (size_t i = next_; i < keys_.size(); ++i)
+               known_.findOrInsert(keys_[i], [] { return true; });
+      } else if (known_.findOrInsert(key, [] { return true; }).second) {
+         keys_.push_back(key);
+      }
+   }
+   bool empty() const { return next_ == keys_.size(); }
+   Key take() {
+      Key key = std::move(keys_[next_++]);
+      if (!known_.empty())
+         known_.erase(key);
+      if (empty())
+         clear();
+      return key;
+   }
+   void clear() {
+      keys_ = {};
+      known_.clear();
+      next_ = 0;
+   }
+
+ private:
+   // Few keys are searched, many are looked up.
+   bool isSmall() const { return keys_.size() - next_ <= 16 && known_.empty(); }
+
+   std::vector<Key> keys_;
+   size_t next_ = 0; // those before it have been taken
+   ValueMap<Key, bool> known_;
+};
+
+// What a reactor overrides: bit n is attribute n.
+struct Interests {
+   uint64_t keyed = 0;     // onX(key)
+   uint64_t plain = 0;     // onX() of a scalar, or the un-keyed form of a collection
+   uint64_t immediate = 0; // onXkemImmediate()
+};
+
+class Notifiee : public PtrInterface {
+ public:
+   ~Notifiee() override;
+
+   // Registers it at its notifier, or withdraws it; a withdrawn one keeps its notifier.
+   void isRegisteredNotifieeIs(bool isRegistered);
+   bool isRegisteredNotifiee() const { return isRegistered_; }
+
+   // Switches delivery on and off. An override passes the value down to nested reactors and children.
+   virtual void hasNotificationActiveIs(bool isActive);
+   // true makes it a zombie, false revives it. An override passes the value down to nested reactors.
+   virtual void kemDoZombieReactors(bool areZombies);
+
+   // The full evaluation: called when a live reactor is bound to an entity, directly and not through the queue.
+   virtual void handleInitialized() {}
+
+   // Delivers the next pending thing. Called by the activity loop, as long as hasPending().
+   virtual void handleNotification(ActivityConfig const& activity);
+   bool hasPending() const { return (pending_.keyed | pending_.plain | pending_.immediate) != 0; }
+
+   // An exception of a handler comes here. It goes on to the loop, and from there ends the process.
+   virtual void onNotificationException(std::exception_ptr exception);
+
+ protected:
+   explicit Notifiee(Interests interests);
+
+   // For the generated notifierIs: false when that entity is the one already bound.
+   bool notifierBind(Ptr<Entity const> const& notifier);
+   Entity const* boundNotifier() const { return notifier_.ptr(); }
+   // Takes the next key of a collection; for the generated onMember.
+   template <class Key>
+   Key takePending(PendingKeys<Key>& keys, AttrId id) {
+      Key key = keys.take();
+      if (keys.empty())
+         pending_.keyed &= ~(uint64_t(1) << id);
+      return key;
+   }
+   // Takes no more pending things and leaves its notifier; for a destructor that must run first.
+   void withdraw();
+
+   // Generated, by attribute: delivers onX(), onX(key) for one key, or onXkemImmediate().
+   virtual void onAttribute(AttrId id) = 0;
+   virtual void onMember(AttrId id) {}
+   virtual void onCollectionNotification(AttrId id) {}
+   // Generated: puts the key into the attribute's PendingKeys, or empties it.
+   virtual void memberPending(AttrId id, void const* key) {}
+   virtual void memberPendingClear(AttrId id) {}
+
+ private:
+   friend class Entity;
+   friend class ActivitySm;
+
+   bool takesNotifications() const { return isRegistered_ && hasNotificationActive() && !isZombie(); }
+   void pend(AttrId id, void const* key); // key null for a scalar
+   void pendImmediate();
+   void pendingClear();
+
+   Interests const interests_;
+   Interests pending_;
+   Ptr<Entity const> notifier_;
+   Notifiee* queuePrevious_ = nullptr; // in the queue of the activity
+   Notifiee* queueNext_ = nullptr;
+   bool isQueued_ = false;
+   bool isRegistered_ = false;
+   bool hasMissed_ = false; // a change passed by while delivery was off
+};
+
+// --- Which onX a reactor overrides. `&Derived::onX` names the function where it is declared: the class in its type
+// is the generated base where nothing overrides it.
+
+template <class C>
+C declaringClass(void (C::*)());
+template <class Key, class C>
+C declaringClassKeyed(void (C::*)(Key));
+
+} // namespace Kem
+
+// Used by generated code only. Base is the NotifieeConst that declares the function.
+#define KEM_OVERRIDES(Derived, Base, function)                                                                         \
+   [] {                                                                                                                \
+      if constexpr (requires { Kem::declaringClass(&Derived::function); })                                             \
+         return !std::is_same_v<decltype(Kem::declaringClass(&Derived::function)), Base>;                              \
+      else                                                                                                             \
+         return false;                                                                                                 \
+   }()
+#define KEM_OVERRIDES_KEYED(Derived, Base, function, Key)                                                              \
+   [] {                                                                                                                \
+      if constexpr (requires { Kem::declaringClassKeyed<Key>(&Derived::function); })                                   \
+         return !std::is_same_v<decltype(Kem::declaringClassKeyed<Key>(&Derived::function)), Base>;                    \
+      else                                                                                                             \
+         return false;                                                                                                 \
+   }()

@@ -1,0 +1,138 @@
+#include "Kem/Trace.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Kem {
+
+uint8_t coverageStream_ = 0;
+
+namespace {
+
+void (*theSink)(TraceLine const&) = nullptr;
+bool isToStandardError = true;
+
+// Both are functions, since facilities of other files are made before this file's statics.
+std::vector<TraceFacility*>& facilities() {
+   static auto* const all = new std::vector<TraceFacility*>;
+   return *all;
+}
+
+std::string& setting() {
+   static auto* const text = new std::string([] {
+      char const* environment = std::getenv("KEM_TRACE");
+      return std::string(environment ? environment : "");
+   }());
+   return *text;
+}
+
+bool matches(std::string_view pattern, std::string_view name) {
+   if (pattern.empty())
+      return name.empty();
+   if (pattern.front() == '*') {
+      for (size_t skipped = 0; skipped <= name.size(); ++skipped)
+         if (matches(pattern.substr(1), name.substr(skipped)))
+            return true;
+      return false;
+   }
+   return !name.empty() && name.front() == pattern.front() && matches(pattern.substr(1), name.substr(1));
+}
+
+struct Entry {
+   std::string_view pattern;
+   int first, last; // levels; first > last enables none
+};
+
+// "PATTERN/LEVELS"; nothing for what can't be read.
+std::optional<Entry> parseEntry(std::string_view text) {
+   size_t const slash = text.rfind('/');
+   if (slash == std::string_view::npos || slash == 0)
+      return {};
+   Entry entry{text.substr(0, slash), 1, 0};
+   std::string_view const levels = text.substr(slash + 1);
+   auto const level = [](char c) { return c >= '0' && c <= '9' ? c - '0' : -1; };
+   if (levels == "-")
+      return entry;
+   if (levels.size() == 1 && level(levels[0]) >= 0)
+      entry.first = 0, entry.last = level(levels[0]);
+   else if (levels.size() == 3 && levels[1] == '-' && level(levels[0]) >= 0 && level(levels[2]) >= 0)
+      entry.first = level(levels[0]), entry.last = level(levels[2]);
+   else
+      return {};
+   return entry;
+}
+
+template <class Visit>
+void forEachEntry(std::string_view text, Visit&& visit) {
+   while (!text.empty()) {
+      size_t const comma = text.find(',');
+      std::string_view const entry = text.substr(0, comma);
+      if (!entry.empty())
+         visit(entry);
+      text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+   }
+}
+
+} // namespace
+
+TraceFacility::TraceFacility(char const* name) : name_(name) {
+   facilities().push_back(this);
+   apply(setting());
+}
+
+TraceFacility::~TraceFacility() { std::erase(facilities(), this); }
+
+void TraceFacility::apply(std::string_view text) {
+   std::memset(levels_, 0, sizeof levels_);
+   levels_[0] = 1;
+   forEachEntry(text, [this](std::string_view item) {
+      auto const entry = parseEntry(item);
+      if (!entry || !matches(entry->pattern, name_))
+         return;
+      for (int level = 0; level < traceLevelCount; ++level)
+         levels_[level] = level >= entry->first && level <= entry->last;
+   });
+}
+
+void traceSettingIs(std::string_view text) {
+   forEachEntry(text, [](std::string_view item) {
+      if (!parseEntry(item))
+         std::fprintf(stderr, "trace setting \"%.*s\": expected PATTERN/LEVELS, such as Vorn*/0-5\n",
+                      static_cast<int>(item.size()), item.data());
+   });
+   setting() = text;
+   for (auto* facility : facilities())
+      facility->apply(text);
+}
+
+void traceSinkIs(void (*sink)(TraceLine const&)) { theSink = sink; }
+
+void traceToStandardErrorIs(bool on) { isToStandardError = on; }
+
+void traceHelper(TraceFacility const&, char const* name, std::ostringstream& stream, int level, bool flag,
+                 char const* file, int line, char const* function) {
+   std::string const text = std::move(stream).str();
+   if (!flag)
+      return;
+   if (isToStandardError) {
+      timespec time{};
+      clock_gettime(CLOCK_REALTIME, &time);
+      tm parts{};
+      localtime_r(&time.tv_sec, &parts);
+      char stamp[32];
+      strftime(stamp, sizeof stamp, "%F %T", &parts);
+      char const* const slash = std::strrchr(file, '/');
+      std::fprintf(stderr, "%s.%06ld %d %s %d %s:%d %s: %s\n", stamp, time.tv_nsec / 1000, getpid(), name, level,
+                   slash ? slash + 1 : file, line, function, text.c_str());
+   }
+   if (theSink)
+      theSink({name, level, file, line, function, text});
+}
+
+} // namespace Kem
