@@ -77,10 +77,14 @@ class Entity : public PtrInterface {
    virtual bool isDefault(AttrId id) const { return false; }
    virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const { return false; } // key and value
    virtual void encodeMemberKey(AttrId id, void const* key, Wire::Writer& out) const {}
-   // Operations `set`, `put` (key and value), `erase` for every member in turn: the whole record, children included.
+   // Tells `out` of every scalar that isn't at its default, and of every member and child: the whole record.
    virtual void encodeContents(AttributeSink& out) const = 0;
-   // The operations that make `before` into this record.
+   // Tells `out` of what makes `before` into this record.
    virtual void encodeDifference(Entity const& before, AttributeSink& out) const = 0;
+   // Decodes the key of a collection and calls visit(&key, context); false when it can't be decoded.
+   virtual bool visitMemberKey(AttrId id, Wire::Reader& key, void (*visit)(void const*, void*), void* context) const {
+      return false;
+   }
    virtual bool applySet(AttrId id, Wire::Reader& in) { return false; }
    virtual bool applyPut(AttrId id, Wire::Reader& in) { return false; }
    virtual bool applyErase(AttrId id, Wire::Reader& in) { return false; }
@@ -138,6 +142,7 @@ class AttributeSink {
    virtual void memberChanging(Entity const& entity, AttrId id, void const* key) {}
    virtual void scalarChanged(Entity const& entity, AttrId id) = 0;
    virtual void memberChanged(Entity const& entity, AttrId id, void const* key) = 0;
+   // The sink takes what the child holds itself, by encodeContents.
    virtual void childAdded(Entity const& parent, AttrId id, Entity const& child) = 0;
    virtual void childRemoved(Entity const& parent, AttrId id, void const* key, Ptr<Entity> const& child) = 0;
 

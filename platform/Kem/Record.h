@@ -104,10 +104,7 @@ class Record : public Entity {
    }
    template <class Map>
    void encodeChildren(Map const& map, AttrId id, AttributeSink& out) const {
-      map.forEach([&](auto const&, auto const& child) {
-         out.childAdded(*this, id, *child);
-         child->encodeContents(out);
-      });
+      map.forEach([&](auto const&, auto const& child) { out.childAdded(*this, id, *child); });
    }
    template <class Map>
    void encodeMemberDifference(Map const& before, Map const& map, AttrId id, AttributeSink& out) const {
@@ -136,7 +133,6 @@ class Record : public Entity {
          if (old)
             out.childRemoved(*this, id, &key, Ptr<Entity>(*old));
          out.childAdded(*this, id, *child);
-         child->encodeContents(out);
       });
    }
 
