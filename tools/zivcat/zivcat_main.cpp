@@ -1,0 +1,86 @@
+// zivcat: prints trace files, of running agents and of dead ones.
+#include "Printer.h"
+#include "TraceSet.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <iostream>
+#include <optional>
+#include <thread>
+
+namespace {
+
+constexpr int exitNothing = 1;
+constexpr int exitUsage = 2;
+
+constexpr char const* footer =
+    "A line is: time, level, facility, text, and where it was traced. Levels: 0 failures, 1 missing\n"
+    "objects, 3 and 5 flow, 8 and 9 entry to handlers.\n"
+    "\n"
+    "Exit status: 0 done; 1 nothing matched; 2 wrong usage; 3 a file is no trace file or damaged;\n"
+    "4 a file can't be read. The other files are printed all the same.";
+
+// Prints what is new, four times a second, until a signal ends the program.
+[[noreturn]] void follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection,
+                         Zivcat::Printer& printer) {
+   for (;;) {
+      std::cout.flush();
+      std::this_thread::sleep_for(std::chrono::milliseconds(250));
+      traces.refresh(std::cerr);
+      traces.print(selection, std::nullopt, printer);
+   }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+   CLI::App app(
+       "Prints trace files (.zv): the records of all levels, oldest first, several files merged by time.");
+   std::vector<std::string> paths;
+   unsigned level = Zivlog::levelCount - 1;
+   std::optional<std::string> facility;
+   std::optional<size_t> tail;
+   bool wantsFollow = false, wantsJson = false, wantsInfo = false, isUtc = false;
+   app.add_option("FILE", paths, "Trace files")->required();
+   app.add_option("--level", level, "Only levels up to N")->check(CLI::Range(0, 9))->option_text("N");
+   app.add_option("--facility", facility, "Only facilities and row formats that REGEX is found in")
+       ->option_text("REGEX");
+   app.add_option("--tail", tail, "Only the last N of the records that match")->option_text("N");
+   app.add_flag("--follow", wantsFollow,
+                "Go on printing what is traced, also by a new process with the same file");
+   app.add_flag("--json", wantsJson, "One JSON object a line, times in UTC");
+   app.add_flag("--utc", isUtc, "Times in UTC, not local");
+   auto* const info = app.add_flag(
+       "--info", wantsInfo, "Instead of records: who wrote the file, and how far back each level reaches");
+   info->excludes("--follow", "--tail", "--level", "--facility");
+   app.set_version_flag("--version", "zivcat " VORN_VERSION);
+   app.footer(footer);
+
+   Zivcat::Selection selection;
+   try {
+      app.parse(argc, argv);
+      selection.maxLevel = level;
+      if (facility)
+         selection.facility.emplace(*facility, std::regex::extended);
+   } catch (CLI::ParseError const& error) {
+      return app.exit(error) == 0 ? 0 : exitUsage;
+   } catch (std::regex_error const& error) {
+      std::cerr << "zivcat: --facility: not a regular expression: " << *facility << '\n';
+      return exitUsage;
+   }
+
+   std::ios::sync_with_stdio(false);
+   Zivcat::Printer printer(std::cout, wantsJson ? Zivcat::Form::json : Zivcat::Form::text, isUtc);
+   Zivcat::TraceSet traces(paths);
+   traces.refresh(std::cerr);
+   if (wantsInfo) {
+      traces.printInfo(printer);
+      return traces.failure();
+   }
+   size_t const printed = traces.print(selection, tail, printer);
+   if (wantsFollow && !traces.empty())
+      follow(traces, selection, printer);
+   if (traces.failure() != 0)
+      return traces.failure();
+   return printed == 0 ? exitNothing : 0;
+}
