@@ -164,8 +164,6 @@ Parsed parse(std::string_view name) {
 
 // The representation of a regular name; 0 where the name has no code.
 uint32_t packed(Parsed const& parsed) {
-   if (parsed.kind == IntfKind::other || parsed.kind == IntfKind::otherSub)
-      return 0;
    for (uint32_t code = 1; code < forms.size(); ++code) {
       Form const& form = forms[code];
       if (form.kind != parsed.kind || form.levels != parsed.levels)

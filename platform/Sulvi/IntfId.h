@@ -120,12 +120,8 @@ class IntfId {
    // differ in a high field ("Ethernet1/1", "Ethernet2/1"), so the representation itself would not do. The
    // hash of an irregular id follows from its index and differs between processes.
    constexpr uint32_t hash() const noexcept {
-      uint32_t h = rep_;
-      h ^= h >> 16;
-      h *= 0x7feb352du;
-      h ^= h >> 15;
-      h *= 0x846ca68bu;
-      return h ^ (h >> 16);
+      uint32_t const h = rep_ * 0x846ca68bu;
+      return h ^ h >> 16;
    }
 
    friend constexpr bool operator==(IntfId a, IntfId b) noexcept { return a.rep_ == b.rep_; }

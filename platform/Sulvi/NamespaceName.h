@@ -1,6 +1,6 @@
-// The name of a network namespace, at most 150 bytes. The empty name means that none is configured, which
-// every reader takes as the default namespace; it isn't equal to DEFAULT_NS, so compare after isDefault() or
-// replace it first.
+// The name of a network namespace, at most 150 bytes. The empty name means that none is configured, and every
+// reader takes it as the default namespace. It still isn't equal to DEFAULT_NS: ask isDefault() rather than
+// compare, or replace it before it becomes a key.
 #pragma once
 
 #include "Kem/String.h"
