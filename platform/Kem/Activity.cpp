@@ -17,15 +17,14 @@ namespace Kem {
 
 void ActivitySm::enqueue(Notifiee& reactor) {
    reactor.isQueued_ = true;
+   reactor.queueBatch_ = batch_;
    reactor.queuePrevious_ = tail_;
    reactor.queueNext_ = nullptr;
    (tail_ ? tail_->queueNext_ : head_) = &reactor;
    tail_ = &reactor;
 }
 
-void ActivitySm::forget(Notifiee& reactor) {
-   if (current_ == &reactor)
-      current_ = nullptr;
+void ActivitySm::dequeue(Notifiee& reactor) {
    if (!reactor.isQueued_)
       return;
    (reactor.queuePrevious_ ? reactor.queuePrevious_->queueNext_ : head_) = reactor.queueNext_;
@@ -34,38 +33,45 @@ void ActivitySm::forget(Notifiee& reactor) {
    reactor.isQueued_ = false;
 }
 
-Notifiee* ActivitySm::takeFirst() {
-   Notifiee* reactor = head_;
-   if (reactor)
-      forget(*reactor);
-   return reactor;
+void ActivitySm::forget(Notifiee& reactor) {
+   if (current_ == &reactor)
+      current_ = nullptr;
+   dequeue(reactor);
 }
 
 bool ActivitySm::runBatch(ActivityConfig const& activity) {
    if (isEmpty())
       return false;
-   // A reactor that stands behind this one when the batch begins is its last; those that join later wait.
-   Notifiee* const last = tail_;
-   for (bool isLast = false; !isLast && head_;) {
-      isLast = head_ == last;
-      current_ = takeFirst();
-      // A handler that queues its own reactor again gets that in the next batch, except for what was pending before.
-      while (current_ && current_->hasPending()) {
-         Notifiee* const reactor = current_;
+   KEM_ASSERT(!isRunning_);
+   // Also on the way out of an exception: what is still pending for that reactor comes in the next batch.
+   struct End {
+      ActivitySm& sm;
+      ~End() {
+         if (sm.current_)
+            sm.current_->queueIfDeliverable();
+         sm.current_ = nullptr;
+         sm.isRunning_ = false;
+      }
+   } const end{*this};
+   isRunning_ = true;
+   // Those that join from here on wait for the next batch.
+   ++batch_;
+   while (head_ && head_->queueBatch_ != batch_) {
+      current_ = head_;
+      dequeue(*current_);
+      while (current_ && !current_->isQueued_ && current_->hasPending() &&
+             current_->hasNotificationActive()) {
          ++deliveredCount_;
          try {
-            reactor->handleNotification(activity);
+            current_->handleNotification(activity);
          } catch (...) {
-            if (current_)
-               current_->onNotificationException(std::current_exception());
-            else
+            if (!current_)
                throw;
+            current_->onNotificationException(std::current_exception());
          }
-         if (current_ && current_->isQueued_)
-            break;
       }
-      current_ = nullptr;
    }
+   current_ = nullptr;
    return true;
 }
 
@@ -75,7 +81,9 @@ ActivityConfig::ActivityConfig() : clock_(makePtr<Clock>()) {}
 
 ActivityConfig::~ActivityConfig() = default;
 
-Ptr<Clock const> ActivityConfig::clock() const { return clock_; }
+Ptr<Clock const> ActivityConfig::clock() const {
+   return clock_;
+}
 
 ActivityManager* activityManager() {
    // Never destroyed: reactors of static lifetime may still withdraw while the process ends.
@@ -83,7 +91,9 @@ ActivityManager* activityManager() {
    return manager;
 }
 
-Ptr<Clock const> ActivityFacility::clock() { return activityManager()->config()->clock(); }
+Ptr<Clock const> ActivityFacility::clock() {
+   return activityManager()->config()->clock();
+}
 
 ActivityManager::ActivityManager() : config_(makePtr<ActivityConfig>()) {}
 
@@ -108,7 +118,7 @@ void ActivityManager::run() {
 }
 
 bool ActivityManager::runTurn(Seconds maxWait) {
-   Seconds wait = maxWait;
+   Seconds wait = std::min(maxWait, 3600.0);
    if (!activitySm_.isEmpty() || isTimeVirtual())
       wait = 0;
    else if (Seconds const next = nextTarget(); next != never)
@@ -118,20 +128,33 @@ bool ActivityManager::runTurn(Seconds maxWait) {
    epoll_event events[64];
    int const count = epoll_wait(epollFd(), events, 64, static_cast<int>(std::ceil(wait * 1000)));
    for (int i = 0; i < count; ++i) {
-      // A watch that an earlier one ended is no longer in the table.
-      auto const fd = static_cast<size_t>(events[i].data.fd);
+      // An earlier one may have ended this watch, and another may stand on the same descriptor number by now.
+      auto const watch = [&, tag = events[i].data.u64]() -> FileDescriptorWatch* {
+         auto const fd = static_cast<size_t>(tag & 0xffffffff);
+         FileDescriptorWatch* const there = fd < watches_.size() ? watches_[fd] : nullptr;
+         return there && there->serial_ == tag >> 32 ? there : nullptr;
+      };
       didAnything = true;
-      if ((events[i].events & EPOLLOUT) && fd < watches_.size() && watches_[fd])
-         watches_[fd]->onWritable();
-      if ((events[i].events & ~uint32_t(EPOLLOUT)) && fd < watches_.size() && watches_[fd])
-         watches_[fd]->onReadable();
+      if (events[i].events & EPOLLOUT)
+         if (auto* const w = watch())
+            w->onWritable();
+      if (events[i].events & ~uint32_t(EPOLLOUT))
+         if (auto* const w = watch())
+            w->onReadable();
    }
    didAnything |= fireDueTimers();
    didAnything |= activitySm_.runBatch(*config_);
-   // By index: a hook may add or remove hooks.
+   runTurnEndHooks();
+   return didAnything || !activitySm_.isEmpty(); // a hook may have queued something
+}
+
+void ActivityManager::runTurnEndHooks() {
+   areHooksRunning_ = true;
    for (size_t i = 0; i < turnEndHooks_.size(); ++i)
-      turnEndHooks_[i].first(turnEndHooks_[i].second);
-   return didAnything;
+      if (auto const [hook, context] = turnEndHooks_[i]; hook)
+         hook(context);
+   areHooksRunning_ = false;
+   std::erase_if(turnEndHooks_, [](auto const& entry) { return !entry.first; });
 }
 
 void ActivityManager::runUntilIdle(size_t maxTurns) {
@@ -148,7 +171,8 @@ void ActivityManager::deliverQueued() {
 bool ActivityManager::isSettled() const {
    if (!activitySm_.isEmpty() || nextTarget() <= now())
       return false;
-   return std::none_of(deferredWork_.begin(), deferredWork_.end(), [](auto const* w) { return w->hasWork(); });
+   return std::none_of(deferredWork_.begin(), deferredWork_.end(),
+                       [](auto const* w) { return w->hasWork(); });
 }
 
 void ActivityManager::turnEndHookAdd(void (*hook)(void*), void* context) {
@@ -156,12 +180,20 @@ void ActivityManager::turnEndHookAdd(void (*hook)(void*), void* context) {
 }
 
 void ActivityManager::turnEndHookDel(void (*hook)(void*), void* context) {
-   std::erase(turnEndHooks_, std::pair(hook, context));
+   auto const at = std::find(turnEndHooks_.begin(), turnEndHooks_.end(), std::pair(hook, context));
+   if (at == turnEndHooks_.end())
+      return;
+   if (areHooksRunning_)
+      at->first = nullptr; // its place stays until they are through
+   else
+      turnEndHooks_.erase(at);
 }
 
 // --- Timers.
 
-Seconds ActivityManager::nextTarget() const { return timers_.empty() ? never : timers_.begin()->first; }
+Seconds ActivityManager::nextTarget() const {
+   return timers_.empty() ? never : timers_.begin()->first;
+}
 
 bool ActivityManager::fireDueTimers() {
    Seconds const time = now();
@@ -177,7 +209,8 @@ bool ActivityManager::fireDueTimers() {
    for (auto const& [reactor, target] : order) {
       // A handler before it may have destroyed it, stopped it or set it anew.
       auto const range = timers_.equal_range(target);
-      auto const at = std::find_if(range.first, range.second, [&](auto const& t) { return t.second == reactor; });
+      auto const at =
+          std::find_if(range.first, range.second, [&](auto const& t) { return t.second == reactor; });
       if (at == range.second)
          continue;
       reactor->isScheduled_ = false;
@@ -200,9 +233,13 @@ void ActivityManager::advanceTo(Seconds time) {
    runUntilIdle();
 }
 
-ClockReactor::ClockReactor() { flagIs(notificationActiveFlag, true); }
+ClockReactor::ClockReactor() {
+   flagIs(notificationActiveFlag, true);
+}
 
-ClockReactor::ClockReactor(Ptr<Clock const> clock) : ClockReactor() { clock_ = std::move(clock); }
+ClockReactor::ClockReactor(Ptr<Clock const> clock) : ClockReactor() {
+   clock_ = std::move(clock);
+}
 
 ClockReactor::~ClockReactor() {
    if (isScheduled_)
@@ -240,7 +277,9 @@ void ClockReactor::schedule() {
 
 // --- Descriptors.
 
-FileDescriptorWatch::~FileDescriptorWatch() { descriptorIs(-1); }
+FileDescriptorWatch::~FileDescriptorWatch() {
+   descriptorIs(-1);
+}
 
 void FileDescriptorWatch::descriptorIs(int descriptor) {
    auto& watches = activityManager()->watches_;
@@ -251,6 +290,7 @@ void FileDescriptorWatch::descriptorIs(int descriptor) {
       watches[static_cast<size_t>(descriptor_)] = nullptr;
    }
    descriptor_ = descriptor;
+   serial_ = ++activityManager()->watchSerial_;
    wantsReadable_ = descriptor >= 0;
    wantsWritable_ = false;
    if (descriptor < 0)
@@ -278,9 +318,11 @@ void FileDescriptorWatch::wantsWritableIs(bool wants) {
 }
 
 void FileDescriptorWatch::apply() {
+   if (descriptor_ < 0)
+      return;
    epoll_event event{};
    event.events = (wantsReadable_ ? uint32_t(EPOLLIN) : 0u) | (wantsWritable_ ? uint32_t(EPOLLOUT) : 0u);
-   event.data.fd = descriptor_;
+   event.data.u64 = uint64_t(serial_) << 32 | static_cast<uint32_t>(descriptor_);
    // Out of the set when nothing is wanted: a hang-up would else be told again and again.
    int const operation = !isAdded_ ? EPOLL_CTL_ADD : event.events ? EPOLL_CTL_MOD : EPOLL_CTL_DEL;
    if (operation == EPOLL_CTL_ADD && !event.events)
@@ -292,8 +334,12 @@ void FileDescriptorWatch::apply() {
 
 // --- Deferred work.
 
-DeferredWork::DeferredWork() { activityManager()->deferredWork_.insert(this); }
+DeferredWork::DeferredWork() {
+   activityManager()->deferredWork_.insert(this);
+}
 
-DeferredWork::~DeferredWork() { activityManager()->deferredWork_.erase(this); }
+DeferredWork::~DeferredWork() {
+   activityManager()->deferredWork_.erase(this);
+}
 
 } // namespace Kem

@@ -1,16 +1,17 @@
 // The event loop: one thread, one queue of reactors, timers and file descriptors.
 //
-// A turn does four things in this order: it waits for descriptors and the next timer (not at all when something is
-// already due), calls the descriptor watches that are ready, fires the timers that are due, and delivers to every
-// reactor that was queued when the turn began all that is pending for it. What handlers queue comes in the next turn.
-// Nothing here is re-entrant: a handler must not run the loop. The one exception is deliverQueued(), for the client
-// of the state database between two steps of taking in one frame, outside of any handler.
+// A turn does four things in this order: it waits for descriptors and the next timer (not at all when
+// something is already due), calls the descriptor watches that are ready, fires the timers that are due, and
+// delivers to every reactor that was queued when the turn began all that is pending for it. What handlers
+// queue comes in the next turn. Nothing here is re-entrant: a handler must not run the loop. The one
+// exception is deliverQueued(), for the client of the state database between two steps of taking in one
+// frame, outside of any handler.
 //
 // Tests run the loop one turn at a time, or until idle, and move virtual time with advanceTo().
 #pragma once
 
-#include "Kem/PtrInterface.h"
 #include "Kem/Ptr.h"
+#include "Kem/PtrInterface.h"
 #include "Kem/Time.h"
 
 #include <cstdint>
@@ -29,13 +30,14 @@ class ActivityManager;
 
 // The queue of reactors that have something pending.
 class ActivitySm {
- public:
+  public:
    void enqueue(Notifiee& reactor);
-   void forget(Notifiee& reactor); // also of one whose handler runs now
+   void dequeue(Notifiee& reactor); // nothing for one that isn't queued
+   void forget(Notifiee& reactor);  // of a reactor that is being destroyed, perhaps in its own handler
    bool isEmpty() const { return !head_; }
    size_t deliveredCount() const { return deliveredCount_; } // notifications, since the start
 
- private:
+  private:
    friend class ActivityManager;
    // Delivers to the reactors queued now; returns whether there was any.
    bool runBatch(class ActivityConfig const& activity);
@@ -44,24 +46,26 @@ class ActivitySm {
    Notifiee* head_ = nullptr;
    Notifiee* tail_ = nullptr;
    Notifiee* current_ = nullptr; // the one whose handler runs; null once it has been destroyed
+   uint32_t batch_ = 0;          // number of the batch that runs, or ran last
+   bool isRunning_ = false;
    uint64_t deliveredCount_ = 0;
 };
 
 // What a reactor is handed as its activity: the clock object that all share.
 class ActivityConfig final : public PtrInterface {
- public:
+  public:
    ActivityConfig();
    ~ActivityConfig() override;
    Ptr<Clock const> clock() const;
 
- private:
+  private:
    Ptr<Clock> clock_;
 };
 
-// Work that is put off and that no queue shows, such as a backlog that waits for room. While any source says that it
-// has some, the process has not settled.
+// Work that is put off and that no queue shows, such as a backlog that waits for room. While any source says
+// that it has some, the process has not settled.
 class DeferredWork {
- public:
+  public:
    DeferredWork();
    virtual ~DeferredWork();
    DeferredWork(DeferredWork const&) = delete;
@@ -70,7 +74,7 @@ class DeferredWork {
 };
 
 class ActivityManager {
- public:
+  public:
    ActivityManager();
    ~ActivityManager();
 
@@ -82,7 +86,8 @@ class ActivityManager {
    void stop() { isStopped_ = true; }
    // One turn, waiting at most so long for something to happen. Returns whether anything was done.
    bool runTurn(Seconds maxWait = 0);
-   // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an endless loop, an assertion failure.
+   // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an endless loop, an assertion
+   // failure.
    void runUntilIdle(size_t maxTurns = 100000);
    // Virtual time only: fires each timer at its own time, and runs until idle after each.
    void advanceTo(Seconds time);
@@ -93,14 +98,17 @@ class ActivityManager {
 
    // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
    bool isSettled() const;
-   // Called at the end of each turn, in order; for what gathers output over a turn.
+   // Called at the end of each turn, in order; for what gathers output over a turn. A hook may add and remove
+   // hooks.
    void turnEndHookAdd(void (*hook)(void*), void* context);
    void turnEndHookDel(void (*hook)(void*), void* context);
 
- private:
+  private:
    friend class ClockReactor;
    friend class FileDescriptorWatch;
    friend class DeferredWork;
+
+   void runTurnEndHooks();
 
    using Timers = std::multimap<Seconds, ClockReactor*>;
    bool fireDueTimers();
@@ -112,7 +120,10 @@ class ActivityManager {
    Timers timers_;
    std::vector<FileDescriptorWatch*> watches_; // by descriptor
    std::set<DeferredWork*> deferredWork_;
-   std::vector<std::pair<void (*)(void*), void*>> turnEndHooks_;
+   std::vector<std::pair<void (*)(void*), void*>>
+       turnEndHooks_; // null for one that was removed while they run
+   uint32_t watchSerial_ = 0;
+   bool areHooksRunning_ = false;
    int epollFd_ = -1;
    bool isStopped_ = false;
 };

@@ -9,7 +9,9 @@ namespace {
 void (*theHook)() = nullptr;
 }
 
-void assertionHookIs(void (*hook)()) { theHook = hook; }
+void assertionHookIs(void (*hook)()) {
+   theHook = hook;
+}
 
 void assertionFailed(char const* condition, char const* file, int line) {
    std::fprintf(stderr, "Assertion \"%s\" failed at %s:%d\n", condition, file, line);

@@ -1,5 +1,5 @@
-// Assertions that are always compiled in. A failed one prints condition, file and line to standard error, runs the
-// hook that flushes the trace, and aborts.
+// Assertions that are always compiled in. A failed one prints condition, file and line to standard error,
+// runs the hook that flushes the trace, and aborts.
 #pragma once
 
 namespace Kem {
@@ -11,5 +11,5 @@ void assertionHookIs(void (*hook)());
 
 } // namespace Kem
 
-#define KEM_ASSERT(condition)                                                                                          \
+#define KEM_ASSERT(condition)                                                                                \
    ((condition) ? static_cast<void>(0) : ::Kem::assertionFailed(#condition, __FILE__, __LINE__))

@@ -4,8 +4,8 @@
 //       void onTime() override { sm.handleRecoveryTimer(); }
 //    };
 //
-// A reactor fires once when now() reaches its target, and not again until a new target is set. A target in the past,
-// 0 included, fires in the next turn of the loop. Setting the target again replaces it.
+// A reactor fires once when now() reaches its target, and not again until a new target is set. A target in
+// the past, 0 included, fires in the next turn of the loop. Setting the target again replaces it.
 #pragma once
 
 #include "Kem/Activity.h"
@@ -17,7 +17,7 @@
 namespace Kem {
 
 class ClockReactor : public PtrInterface {
- public:
+  public:
    ~ClockReactor() override;
 
    Ptr<Clock const> const& notifier() const { return clock_; }
@@ -33,11 +33,11 @@ class ClockReactor : public PtrInterface {
    virtual void hasNotificationActiveIs(bool isActive);
    virtual void kemDoZombieReactors(bool areZombies);
 
- protected:
+  protected:
    ClockReactor();
    explicit ClockReactor(Ptr<Clock const> clock);
 
- private:
+  private:
    friend class ActivityManager;
    bool mayFire() const { return clock_ && hasNotificationActive() && !isZombie(); }
    void schedule();
@@ -49,7 +49,7 @@ class ClockReactor : public PtrInterface {
 };
 
 class Clock final : public PtrInterface {
- public:
+  public:
    using NotifieeConst = ClockReactor;
    Clock() = default;
 };

@@ -1,8 +1,8 @@
 // The collections of the platform by the names that the logic uses.
 //
-// HashMap and RbTreeMap own counted objects; ValueMap and OrderedValueMap hold small values in place, without an
-// allocation for each. All have find (null when absent), findOrInsert, erase, size in constant time, and iterators
-// that survive any removal and addition.
+// HashMap and RbTreeMap own counted objects; ValueMap and OrderedValueMap hold small values in place, without
+// an allocation for each. All have find (null when absent), findOrInsert, erase, size in constant time, and
+// iterators that survive any removal and addition.
 #pragma once
 
 #include "Kem/HashTable.h"

@@ -4,7 +4,9 @@ namespace Kem {
 
 TypeInfo const Dir::typeInfo_ = {"Kem::Dir", 0, nullptr, [] { return Ptr<Entity>(make()); }};
 
-Ptr<Dir> Dir::make(Name name) { return Ptr<Dir>::adopt(new Dir(std::move(name))); }
+Ptr<Dir> Dir::make(Name name) {
+   return Ptr<Dir>::adopt(new Dir(std::move(name)));
+}
 
 Ptr<Entity> Dir::entityPtr(Name const& name) const {
    auto const* child = entities_.find(name);
@@ -18,13 +20,17 @@ void Dir::entityPtrIs(Ptr<Entity> const& child) {
       childPlace(entities_, kEntityPtr, child->name(), child);
 }
 
-void Dir::entityPtrDel(Name const& name) { childDel(entities_, kEntityPtr, name); }
+void Dir::entityPtrDel(Name const& name) {
+   childDel(entities_, kEntityPtr, name);
+}
 
 void Dir::encodeMemberKey(AttrId, void const* key, Wire::Writer& out) const {
    out.string(static_cast<Name const*>(key)->view());
 }
 
-void Dir::encodeContents(AttributeSink& out) const { encodeChildren(entities_, kEntityPtr, out); }
+void Dir::encodeContents(AttributeSink& out) const {
+   encodeChildren(entities_, kEntityPtr, out);
+}
 
 void Dir::encodeDifference(Entity const& before, AttributeSink& out) const {
    encodeChildDifference(static_cast<Dir const&>(before).entities_, entities_, kEntityPtr, out);

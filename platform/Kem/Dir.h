@@ -1,7 +1,7 @@
 // A directory of the state tree: named children of any class, directories among them.
 //
-// The one collection that holds more than one class, and so the place where publishers come and go. Iteration is in
-// the order of names, which is stable between changes.
+// The one collection that holds more than one class, and so the place where publishers come and go. Iteration
+// is in the order of names, which is stable between changes.
 #pragma once
 
 #include "Kem/Notifiee.h"
@@ -10,7 +10,7 @@
 namespace Kem {
 
 class Dir final : public Record {
- public:
+  public:
    enum : AttrId { kEntityPtr = 0 };
    class NotifieeConst;
    using Entities = RbTreeMap<Entity, Name>;
@@ -42,13 +42,13 @@ class Dir final : public Record {
    bool placeChild(AttrId id, Ptr<Entity> const& child) override;
    void forEachChild(void (*visit)(Entity&, void*), void* context) override;
 
- private:
+  private:
    using Record::Record;
    Entities entities_;
 };
 
 class Dir::NotifieeConst : public Notifiee {
- public:
+  public:
    virtual void onEntityPtr(Name const& name) {}
    virtual void onEntityPtr() {}
    virtual void onEntityPtrkemImmediate() {}
@@ -57,13 +57,16 @@ class Dir::NotifieeConst : public Notifiee {
    // The entity already bound: nothing. Another one: unbinds, binds, and runs handleInitialized().
    void notifierIs(Ptr<Dir const> const& dir);
 
- protected:
+  protected:
    template <class Derived>
    explicit NotifieeConst(Derived*)
        : Notifiee({.keyed = KEM_OVERRIDES_KEYED(Derived, NotifieeConst, onEntityPtr, Name const&),
                    .plain = KEM_OVERRIDES(Derived, NotifieeConst, onEntityPtr),
                    .immediate = KEM_OVERRIDES(Derived, NotifieeConst, onEntityPtrkemImmediate)}) {
       static_assert(std::is_final_v<Derived>, "a reactor is final: what it overrides is found out here");
+      static_assert(KEM_REACHABLE(Derived, onEntityPtr, Name const&) &&
+                        KEM_REACHABLE_PLAIN(Derived, onEntityPtrkemImmediate),
+                    "a reactor overrides in public: a hidden override would never be heard");
    }
    void onAttribute(AttrId) override { onEntityPtr(); }
    void onMember(AttrId id) override { onEntityPtr(takePending(pendingEntityPtr_, id)); }
@@ -73,7 +76,7 @@ class Dir::NotifieeConst : public Notifiee {
    }
    void memberPendingClear(AttrId) override { pendingEntityPtr_.clear(); }
 
- private:
+  private:
    PendingKeys<Name> pendingEntityPtr_;
 };
 

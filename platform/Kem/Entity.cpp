@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 #include <vector>
 
 namespace Kem {
@@ -17,7 +18,7 @@ struct Entity::Followers {
    void sum() {
       interests = 0;
       for (auto const* r : reactors)
-         interests |= r->interests_.keyed | r->interests_.plain | r->interests_.immediate;
+         interests |= r->interests_.all();
    }
 };
 
@@ -26,12 +27,30 @@ Entity::~Entity() {
    KEM_ASSERT(!notifiees_);
 }
 
+void Entity::onZeroReferences() {
+   // A child that somebody still holds outlives its parent, and must not point back to it.
+   forEachChild(
+       [](Entity& child, void* context) {
+          if (child.parent_ == context)
+             child.leaveParent();
+       },
+       static_cast<Entity*>(this));
+   PtrInterface::onZeroReferences();
+}
+
+void Entity::leaveParent() {
+   sinkIs(nullptr, false);
+   parent_ = nullptr;
+}
+
 std::string Entity::parentAttr() const {
    char const* text = parent_ ? parent_->attributeString(parentAttrId_) : nullptr;
    return text ? text : "";
 }
 
-std::string Entity::keyText() const { return name_.str(); }
+std::string Entity::keyText() const {
+   return name_.str();
+}
 
 std::string Entity::fullName() const {
    if (!parent_)
@@ -99,7 +118,9 @@ bool Entity::encodeAddress(Wire::Writer& out) const {
    return true;
 }
 
-void Entity::encodeKey(Wire::Writer& out) const { out.string(name_.view()); }
+void Entity::encodeKey(Wire::Writer& out) const {
+   out.string(name_.view());
+}
 
 bool Entity::decodeKey(Wire::Reader& in) {
    name_ = Name(in.string());
@@ -147,8 +168,7 @@ void Entity::childRemoved(AttrId id, void const* key, Ptr<Entity> const& child) 
    if (sink_ && !sink_->isMuted())
       sink_->childRemoved(*this, id, key, child);
    // It stands nowhere now: what is still done to it stays with whoever holds it.
-   child->sinkIs(nullptr, false);
-   child->parent_ = nullptr;
+   child->leaveParent();
 }
 
 void Entity::refuseReadOnly() const {
@@ -156,13 +176,15 @@ void Entity::refuseReadOnly() const {
       throwConst();
 }
 
-void Entity::throwConst() { throw Exception("attempting to modify a const instance"); }
+void Entity::throwConst() {
+   throw Exception("attempting to modify a const instance");
+}
 
 void Entity::notifieeAdd(Notifiee* notifiee) const {
    if (!notifiees_)
       notifiees_ = new Followers;
    notifiees_->reactors.push_back(notifiee);
-   notifiees_->sum();
+   notifiees_->interests |= notifiee->interests_.all();
 }
 
 void Entity::notifieeDel(Notifiee* notifiee) const {
@@ -193,12 +215,16 @@ Ptr<Entity> singleton(char const* typeName) {
 Ptr<Entity> singletonIs(TypeInfo const& type) {
    auto& instance = singletons()[type.name];
    if (!instance) {
+      KEM_ASSERT(type.make);
       instance = type.make();
       instance->nameIs(Name(type.name));
    }
    return instance;
 }
 
-void singletonDelAll() { singletons().clear(); }
+void singletonDelAll() {
+   // Out of the table before they are destroyed: their destructors may look here.
+   auto const gone = std::exchange(singletons(), {});
+}
 
 } // namespace Kem

@@ -1,9 +1,10 @@
 // A named object of the state tree: where it stands, who follows it, and where its changes go.
 //
-// The attributes themselves are in the generated classes, which call scalarChanged and memberChanged behind each
-// change. A mutator calls no reactor: it records the change in each notifiee that wants it, and hands it to the sink
-// (the attribute log of the connection that the entity was mounted through). An entity is owned by its parent or by
-// whoever made it; the parent is a plain pointer, and null once the entity has been removed.
+// The attributes themselves are in the generated classes, which call scalarChanged and memberChanged behind
+// each change. A mutator calls no reactor: it records the change in each notifiee that wants it, and hands it
+// to the sink (the attribute log of the connection that the entity was mounted through). An entity is owned
+// by its parent or by whoever made it; the parent is a plain pointer, and null once the entity has been
+// removed.
 #pragma once
 
 #include "Kem/Collections.h"
@@ -23,21 +24,22 @@ class Notifiee;
 // Position of an attribute in the declared order of its class, inherited ones first.
 using AttrId = uint8_t;
 
-// What a class can tell of itself. `id` is the number of the type in the schema; a class that stands in no schema
-// has noTypeId.
+// What a class can tell of itself. `id` is the number of the type in the schema; a class that stands in no
+// schema has noTypeId.
 inline constexpr uint16_t noTypeId = 0xffff;
 struct TypeInfo {
    char const* name;
    uint16_t id;
    TypeInfo const* base;
-   Ptr<Entity> (*make)(); // an instance with its defaults, its key not yet set; null where there is no such thing
+   Ptr<Entity> (
+       *make)(); // an instance with its defaults, its key not yet set; null where there is no such thing
 };
 
 // Finds the class of a type number; null for an unknown one. The table behind it is generated.
 using TypeFinder = TypeInfo const* (*)(uint16_t id);
 
 class Entity : public PtrInterface {
- public:
+  public:
    ~Entity() override;
 
    // The name in its directory; empty for a member of a collection and for a root.
@@ -68,21 +70,24 @@ class Entity : public PtrInterface {
    // Writes the `at` operation's address: node and steps. False while the node has no number.
    bool encodeAddress(Wire::Writer& out) const;
 
-   // --- Generated: the record in its wire form, by attribute number. All answer false, or null, for what the class
-   // has not, and leave `in` where it failed.
+   // --- Generated: the record in its wire form, by attribute number. All answer false, or null, for what the
+   // class has not, and leave `in` where it failed.
    virtual AttrId attributeCount() const = 0;
-   virtual void encodeKey(Wire::Writer& out) const;      // the key as in the parent's collection
-   virtual bool decodeKey(Wire::Reader& in);             // of a new entity, before it is placed
+   virtual void encodeKey(Wire::Writer& out) const; // the key as in the parent's collection
+   virtual bool decodeKey(Wire::Reader& in);        // of a new entity, before it is placed
    virtual bool encodeScalar(AttrId id, Wire::Writer& out) const { return false; } // false for a collection
    virtual bool isDefault(AttrId id) const { return false; }
-   virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const { return false; } // key and value
+   virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const {
+      return false;
+   } // key and value
    virtual void encodeMemberKey(AttrId id, void const* key, Wire::Writer& out) const {}
    // Tells `out` of every scalar that isn't at its default, and of every member and child: the whole record.
    virtual void encodeContents(AttributeSink& out) const = 0;
    // Tells `out` of what makes `before` into this record.
    virtual void encodeDifference(Entity const& before, AttributeSink& out) const = 0;
    // Decodes the key of a collection and calls visit(&key, context); false when it can't be decoded.
-   virtual bool visitMemberKey(AttrId id, Wire::Reader& key, void (*visit)(void const*, void*), void* context) const {
+   virtual bool visitMemberKey(AttrId id, Wire::Reader& key, void (*visit)(void const*, void*),
+                               void* context) const {
       return false;
    }
    virtual bool applySet(AttrId id, Wire::Reader& in) { return false; }
@@ -94,26 +99,28 @@ class Entity : public PtrInterface {
    virtual bool placeChild(AttrId id, Ptr<Entity> const& child) { return false; }
    virtual void forEachChild(void (*visit)(Entity&, void*), void* context) {}
 
- protected:
+  protected:
    explicit Entity(Name name = {}) : name_(std::move(name)) {}
+   void onZeroReferences() override;
 
    // Before a change: raises "attempting to modify a const instance" where the process may only read.
    void changing() const {
       if (sink_ && !isWritable_) [[unlikely]]
          refuseReadOnly();
    }
-   void scalarChanging(AttrId id) const;                 // the value still stands
+   void scalarChanging(AttrId id) const; // the value still stands
    void memberChanging(AttrId id, void const* key) const;
-   void scalarChanged(AttrId id) const;                  // notifies and logs
+   void scalarChanged(AttrId id) const; // notifies and logs
    void memberChanged(AttrId id, void const* key) const;
    void childAdded(AttrId id, void const* key, Entity& child) const;
    void childRemoved(AttrId id, void const* key, Ptr<Entity> const& child) const;
    bool isFollowed() const { return notifiees_ || sink_; }
 
- private:
+  private:
    friend class Notifiee;
    struct Followers;
 
+   void leaveParent();
    [[noreturn]] static void throwConst();
    void refuseReadOnly() const;
    void notifieeAdd(Notifiee* notifiee) const;
@@ -121,17 +128,17 @@ class Entity : public PtrInterface {
 
    AttrId parentAttrId_ = 0;
    bool isWritable_ = false;
-   uint32_t nodeNumber_ = 0;       // of an entity with a path; 0 while it has none
+   uint32_t nodeNumber_ = 0; // of an entity with a path; 0 while it has none
    Entity* parent_ = nullptr;
    AttributeSink* sink_ = nullptr; // where changes go; null for a local entity
    mutable Followers* notifiees_ = nullptr;
    Name name_;
 };
 
-// Where the changes of mounted entities go. One connection implements it as its attribute log; tests implement it to
-// see operations.
+// Where the changes of mounted entities go. One connection implements it as its attribute log; tests
+// implement it to see operations.
 class AttributeSink {
- public:
+  public:
    // Muted while the changes that arrive from the database are applied: they must not go back.
    bool isMuted() const { return isMuted_; }
    void isMutedIs(bool muted) { isMuted_ = muted; }
@@ -146,7 +153,7 @@ class AttributeSink {
    virtual void childAdded(Entity const& parent, AttrId id, Entity const& child) = 0;
    virtual void childRemoved(Entity const& parent, AttrId id, void const* key, Ptr<Entity> const& child) = 0;
 
- protected:
+  protected:
    ~AttributeSink() = default;
    bool isMuted_ = false;
    bool wantsBefore_ = false;
@@ -154,7 +161,9 @@ class AttributeSink {
 
 // Singletons: the one process-wide instance of a type, by the type's name.
 Ptr<Entity> singleton(char const* typeName); // null while there is none
-inline bool singletonExists(char const* typeName) { return static_cast<bool>(singleton(typeName)); }
+inline bool singletonExists(char const* typeName) {
+   return static_cast<bool>(singleton(typeName));
+}
 // Creates it where it doesn't exist.
 Ptr<Entity> singletonIs(TypeInfo const& type);
 // Drops all; for the end of a test.

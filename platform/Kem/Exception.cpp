@@ -4,10 +4,16 @@
 
 namespace Kem {
 
-void throwRange(char const* text) { throw RangeException(text); }
+void throwRange(char const* text) {
+   throw RangeException(text);
+}
 
-void throwRange(std::string const& text) { throw RangeException(text); }
+void throwRange(std::string const& text) {
+   throw RangeException(text);
+}
 
-void throwNullValidPtr() { throw RangeException("null ValidPtr"); }
+void throwNullValidPtr() {
+   throw RangeException("null ValidPtr");
+}
 
 } // namespace Kem

@@ -1,5 +1,5 @@
-// The exceptions of the object platform. A range exception says that a value can't be; it carries the exact text
-// that its type declares. The logic doesn't catch these: one that reaches no catcher ends the process.
+// The exceptions of the object platform. A range exception says that a value can't be; it carries the exact
+// text that its type declares. The logic doesn't catch these: one that reaches no catcher ends the process.
 #pragma once
 
 #include <stdexcept>
@@ -8,12 +8,12 @@
 namespace Kem {
 
 class Exception : public std::runtime_error {
- public:
+  public:
    using std::runtime_error::runtime_error;
 };
 
 class RangeException : public Exception {
- public:
+  public:
    using Exception::Exception;
 };
 

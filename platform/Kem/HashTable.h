@@ -1,13 +1,18 @@
 // The table under every hashed collection: open addressing, sorted.
 //
-// The home of an entry is the high bits of its bit-reversed hash, and the entries stand sorted by that reversed hash
-// (ties by key), each at its home or behind it with no gap between. Two things follow. Iteration order does not
-// depend on the size of the table: growing and shrinking keep it. And a lookup, found or not, ends at the first
-// greater entry. Hashes need not be mixed: reversal spreads small consecutive numbers evenly over the table.
+// The home of an entry is the high bits of its bit-reversed hash, and the entries stand sorted by that
+// reversed hash (ties by key), each at its home or behind it with no gap between. Two things follow.
+// Iteration order does not depend on the size of the table: growing and shrinking keep it. And a lookup,
+// found or not, ends at the first greater entry. Hashes need not be mixed: reversal spreads small consecutive
+// numbers evenly over the table.
 //
-// An iterator remembers its entry and the table's version of change. When the version has moved it finds its place
-// again by key, so any entry may be removed or added during iteration: each entry that stays is visited once.
-// Memory is one array; an entry costs 4 bytes beside key and value, and the table is between 3/8 and 3/4 full.
+// An iterator remembers its entry and the table's version of change. When the version has moved it finds its
+// place again by key, so any entry may be removed or added during iteration: each entry that stays is visited
+// once. Memory is one array; an entry costs 4 bytes beside key and value. A table that grows is between 3/8
+// and 3/4 full; one that loses entries is halved when it is less than 1/8 full.
+//
+// Keys and values may come back to the table from their constructors and destructors. What find() points to
+// stands until the next insertion or removal.
 #pragma once
 
 #include "Kem/Assert.h"
@@ -17,15 +22,18 @@
 #include <cstdint>
 #include <iterator>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace Kem {
 
-// Hash of a key: its own hash(), or the number itself.
+// Hash of a key: its own hash(), or the number itself, a wide one folded to 32 bits.
 template <class Key>
 uint32_t hashOf(Key const& key) {
    if constexpr (requires { key.hash(); })
       return key.hash();
+   else if constexpr (sizeof(Key) > sizeof(uint32_t))
+      return static_cast<uint32_t>(key) ^ static_cast<uint32_t>(static_cast<uint64_t>(key) >> 32);
    else
       return static_cast<uint32_t>(key);
 }
@@ -39,19 +47,24 @@ inline uint32_t reverseBits(uint32_t v) {
 
 template <class Key, class Value>
 class HashTable {
- public:
+  public:
    struct Entry {
       Key key;
       Value value;
    };
 
    HashTable() noexcept = default;
-   HashTable(HashTable&& other) noexcept { swap(other); }
+   HashTable(HashTable&& other) noexcept {
+      swapEntries(other);
+      ++other.version_;
+   }
    HashTable& operator=(HashTable&& other) noexcept {
-      HashTable(std::move(other)).swap(*this);
+      HashTable old(std::move(*this)); // destroyed when all is in place
+      swapEntries(other);
+      ++other.version_;
       return *this;
    }
-   ~HashTable() { destroy(); }
+   ~HashTable() { clear(); }
 
    size_t size() const { return size_; }
    bool empty() const { return size_ == 0; }
@@ -66,15 +79,24 @@ class HashTable {
    }
    Value const* find(Key const& key) const { return const_cast<HashTable*>(this)->find(key); }
 
-   // The value of the key, made by `make()` where there is none; the flag says that it was made.
+   // The value of the key, made by `make()` where there is none; the flag says that it was made. `make` may
+   // change the table; when it inserts that key itself, what it returned is dropped.
    template <class Make>
    std::pair<Value*, bool> findOrInsert(Key const& key, Make&& make) {
-      if (size_ >= maxSize())
-         resize(bits_ < 0 ? 2 : bits_ + 1, slack_);
       uint32_t const order = orderOf(key);
       size_t at = lowerBound(order, key);
-      if (at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key)
+      if (isAt(at, order, key))
          return {&slots_[at].entry().value, false};
+      // Made before anything moves: `make` may throw or come back here, and `key` may stand in a slot.
+      uint32_t const versionBefore = version_;
+      Entry made{key, make()};
+      if (size_ >= maxSize())
+         resize(bits_ < 0 ? 2 : bits_ + 1, slack_);
+      if (version_ != versionBefore) {
+         at = lowerBound(order, made.key);
+         if (isAt(at, order, made.key))
+            return {&slots_[at].entry().value, false};
+      }
       // The run from here to the first free slot moves up by one.
       size_t gap = at;
       while (gap < slotCount() && slots_[gap].order != 0)
@@ -82,14 +104,14 @@ class HashTable {
       if (gap == slotCount()) {
          // Only a run that reaches the end of the array comes here: more room behind the last home.
          resize(bits_, slack_ * 2);
-         at = lowerBound(order, key);
+         at = lowerBound(order, made.key);
          gap = at;
          while (slots_[gap].order != 0)
             ++gap;
       }
       for (; gap > at; --gap)
          slots_[gap].take(slots_[gap - 1]);
-      new (slots_[at].memory) Entry{key, make()};
+      new (slots_[at].memory) Entry(std::move(made));
       slots_[at].order = order;
       ++size_;
       ++version_;
@@ -116,34 +138,37 @@ class HashTable {
    }
 
    void clear() {
-      HashTable old(std::move(*this));
-      version_ = old.version_ + 1;
-   }
-
-   void swap(HashTable& other) noexcept {
-      std::swap(slots_, other.slots_);
-      std::swap(size_, other.size_);
-      std::swap(bits_, other.bits_);
-      std::swap(slack_, other.slack_);
-      std::swap(version_, other.version_);
+      // The entries leave the table before they are destroyed: their destructors may come back here.
+      Slot* const slots = std::exchange(slots_, nullptr);
+      size_t const end = slotCount();
+      size_ = 0;
+      bits_ = -1;
+      slack_ = defaultSlack;
+      ++version_;
+      if (!slots)
+         return;
+      for (size_t i = 0; i < end; ++i)
+         if (slots[i].order != 0)
+            slots[i].drop();
+      ::operator delete(slots, std::align_val_t(alignof(Slot)));
    }
 
    // Forward iterator that survives any change of the table. It copies key and value of its entry.
    class Iterator {
-    public:
+     public:
       explicit Iterator(HashTable const& table) : table_(&table) { settle(0); }
 
-      bool valid() const { return valid_; }
-      explicit operator bool() const { return valid_; }
-      Key const& key() const { return entry().key; }
+      bool valid() const { return entry_.has_value(); }
+      explicit operator bool() const { return valid(); }
+      Key const& key() const { return entry_->key; }
       // The value as it was when the iterator came to it, also after the entry was removed.
-      Value const& value() const { return entry().value; }
-      Entry const& operator*() const { return entry(); }
+      Value const& value() const { return entry_->value; }
+      Entry const& operator*() const { return *entry_; }
       Iterator& operator++() {
          next();
          return *this;
       }
-      bool operator==(std::default_sentinel_t) const { return !valid_; }
+      bool operator==(std::default_sentinel_t) const { return !valid(); }
       void next() {
          if (version_ == table_->version_)
             settle(at_ + 1);
@@ -151,56 +176,31 @@ class HashTable {
             settle(table_->upperBound(orderOf(key()), key()));
       }
 
-    private:
-      Entry const& entry() const { return *std::launder(reinterpret_cast<Entry const*>(memory_)); }
+     private:
       void settle(size_t at) {
          version_ = table_->version_;
          size_t const end = table_->slotCount();
          while (at < end && table_->slots_[at].order == 0)
             ++at;
          at_ = at;
-         release();
-         if (at < end) {
-            new (memory_) Entry(table_->slots_[at].entry());
-            valid_ = true;
-         }
-      }
-      void release() {
-         if (valid_)
-            std::launder(reinterpret_cast<Entry*>(memory_))->~Entry();
-         valid_ = false;
+         // The copy of the last entry goes last: its destructor may change the table.
+         std::optional<Entry> const last = std::move(entry_);
+         entry_.reset();
+         if (at < end)
+            entry_.emplace(table_->slots_[at].entry());
       }
 
       HashTable const* table_;
       size_t at_ = 0;
       uint32_t version_ = 0;
-      bool valid_ = false;
-      alignas(Entry) unsigned char memory_[sizeof(Entry)];
-
-    public:
-      Iterator(Iterator const& other)
-          : table_(other.table_), at_(other.at_), version_(other.version_), valid_(other.valid_) {
-         if (valid_)
-            new (memory_) Entry(other.entry());
-      }
-      Iterator& operator=(Iterator const& other) {
-         if (this != &other) {
-            release();
-            table_ = other.table_, at_ = other.at_, version_ = other.version_;
-            if (other.valid_)
-               new (memory_) Entry(other.entry());
-            valid_ = other.valid_;
-         }
-         return *this;
-      }
-      ~Iterator() { release(); }
+      std::optional<Entry> entry_;
    };
 
    Iterator begin() const { return Iterator(*this); }
    std::default_sentinel_t end() const { return {}; }
 
-   // Calls visit(key, value) for each entry in iteration order. The visitor must not change the table; it is the
-   // fast walk for code that doesn't.
+   // Calls visit(key, value) for each entry in iteration order. The visitor must not change the table; it is
+   // the fast walk for code that doesn't.
    template <class Visit>
    void forEach(Visit&& visit) const {
       for (size_t i = 0, end = slotCount(); i < end; ++i)
@@ -208,7 +208,7 @@ class HashTable {
             visit(slots_[i].entry().key, slots_[i].entry().value);
    }
 
- private:
+  private:
    static constexpr uint32_t defaultSlack = 4; // slots behind the last home
 
    struct Slot {
@@ -248,17 +248,20 @@ class HashTable {
       if (bits_ < 0)
          return 0;
       size_t const at = lowerBound(order, key);
-      return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key ? at + 1 : at;
+      return isAt(at, order, key) ? at + 1 : at;
    }
    Slot* findSlot(uint32_t order, Key const& key) {
       if (size_ == 0)
          return nullptr;
       size_t const at = lowerBound(order, key);
-      return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key ? &slots_[at]
-                                                                                            : nullptr;
+      return isAt(at, order, key) ? &slots_[at] : nullptr;
+   }
+   bool isAt(size_t at, uint32_t order, Key const& key) const {
+      return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key;
    }
 
-   // Entries are sorted, so they are laid out anew in one pass, each at its home or right behind the last one.
+   // Entries are sorted, so they are laid out anew in one pass, each at its home or right behind the last
+   // one.
    void resize(int bits, uint32_t slack) {
       HashTable bigger;
       bigger.bits_ = bits;
@@ -275,8 +278,8 @@ class HashTable {
          next = at + 1;
       }
       bigger.size_ = std::exchange(size_, 0);
-      bigger.version_ = version_ + 1;
-      swap(bigger);
+      swapEntries(bigger);
+      ++version_;
    }
    // Whether all entries find a slot in a table of that shape.
    bool fits(HashTable const& shape) const {
@@ -287,22 +290,23 @@ class HashTable {
       return next < shape.slotCount();
    }
    void allocate() {
-      slots_ = static_cast<Slot*>(::operator new(slotCount() * sizeof(Slot), std::align_val_t(alignof(Slot))));
+      slots_ =
+          static_cast<Slot*>(::operator new(slotCount() * sizeof(Slot), std::align_val_t(alignof(Slot))));
       for (size_t i = 0, end = slotCount(); i < end; ++i)
          slots_[i].order = 0;
    }
-   void destroy() {
-      if (!slots_)
-         return;
-      for (size_t i = 0, end = slotCount(); size_ > 0 && i < end; ++i)
-         if (slots_[i].order != 0)
-            slots_[i].drop();
-      ::operator delete(slots_, std::align_val_t(alignof(Slot)));
+   // All but the version, which only moves forward: an iterator must not take another table's entries for its
+   // own.
+   void swapEntries(HashTable& other) noexcept {
+      std::swap(slots_, other.slots_);
+      std::swap(size_, other.size_);
+      std::swap(bits_, other.bits_);
+      std::swap(slack_, other.slack_);
    }
 
    Slot* slots_ = nullptr;
    uint32_t size_ = 0;
-   int8_t bits_ = -1;     // capacity is 2 to this; -1 has no array
+   int8_t bits_ = -1; // capacity is 2 to this; -1 has no array
    uint32_t slack_ = defaultSlack;
    uint32_t version_ = 0;
 };

@@ -12,8 +12,8 @@ char const* theFacility = "VORN";
 
 LogHandle::LogHandle(char const* name, int severity, std::initializer_list<char const*> texts,
                      char const* recommendedAction, Seconds interval, double burst)
-    : name_(name), severity_(severity), recommendedAction_(recommendedAction), interval_(interval), burst_(burst),
-      room_(burst) {
+    : name_(name), severity_(severity), recommendedAction_(recommendedAction), interval_(interval),
+      burst_(burst), room_(burst) {
    for (char const* text : texts)
       text_ += text;
 }
@@ -22,7 +22,8 @@ bool LogHandle::okToLog(unsigned) const {
    if (interval_ <= 0)
       return true;
    Seconds const time = now();
-   room_ = std::min(burst_, room_ + (time - refilled_) * burst_ / interval_);
+   // A test's clock may stand before the time of the last message.
+   room_ = std::min(burst_, room_ + std::max(time - refilled_, 0.0) * burst_ / interval_);
    refilled_ = time;
    if (room_ < 1)
       return false;
@@ -49,8 +50,12 @@ void LogHandle::log(unsigned n, char const* const* args, unsigned count) const {
       syslog(severity_, "%s", line.c_str());
 }
 
-void logSinkIs(LogSink sink) { theSink = sink; }
+void logSinkIs(LogSink sink) {
+   theSink = sink;
+}
 
-void logFacilityIs(char const* facility) { theFacility = facility; }
+void logFacilityIs(char const* facility) {
+   theFacility = facility;
+}
 
 } // namespace Kem

@@ -6,14 +6,19 @@
 
 namespace Kem {
 
-Notifiee::Notifiee(Interests interests) : interests_(interests) { flagIs(notificationActiveFlag, true); }
+Notifiee::Notifiee(Interests interests) : interests_(interests) {
+   flagIs(notificationActiveFlag, true);
+}
 
-Notifiee::~Notifiee() { withdraw(); }
+Notifiee::~Notifiee() {
+   withdraw();
+}
 
 void Notifiee::withdraw() {
    if (notifier_ && isRegistered_)
       notifier_->notifieeDel(this);
    isRegistered_ = false;
+   pendingClear();
    notifier_ = nullptr;
    activityManager()->activitySm().forget(*this);
 }
@@ -37,8 +42,9 @@ void Notifiee::isRegisteredNotifieeIs(bool isRegistered) {
    isRegistered_ = isRegistered;
    if (isRegistered) {
       notifier_->notifieeAdd(this);
-      hasMissed_ = true;
-      pendImmediate();
+      missed_ = interests_.all();
+      if (hasNotificationActive())
+         pendMissed();
    } else {
       notifier_->notifieeDel(this);
       pendingClear();
@@ -49,13 +55,10 @@ void Notifiee::hasNotificationActiveIs(bool isActive) {
    if (isActive == hasNotificationActive())
       return;
    flagIs(notificationActiveFlag, isActive);
-   if (isActive) {
-      if (hasMissed_)
-         pendImmediate();
-   } else if (hasPending()) {
-      hasMissed_ = true;
-      pendingClear();
-   }
+   if (isActive)
+      pendMissed();
+   else
+      activityManager()->activitySm().dequeue(*this);
 }
 
 void Notifiee::kemDoZombieReactors(bool areZombies) {
@@ -72,8 +75,8 @@ void Notifiee::kemDoZombieReactors(bool areZombies) {
 
 void Notifiee::pend(AttrId id, void const* key) {
    uint64_t const bit = uint64_t(1) << id;
-   if (!takesNotifications()) {
-      hasMissed_ = true;
+   if (!hasNotificationActive() && (interests_.immediate & bit)) {
+      missed_ |= bit;
       return;
    }
    if (interests_.plain & bit)
@@ -82,33 +85,34 @@ void Notifiee::pend(AttrId id, void const* key) {
       pending_.keyed |= bit;
       memberPending(id, key);
    }
-   if (!isQueued_ && hasPending())
-      activityManager()->activitySm().enqueue(*this);
+   queueIfDeliverable();
 }
 
-void Notifiee::pendImmediate() {
-   if (!takesNotifications() || !hasMissed_)
-      return;
-   hasMissed_ = false;
-   pending_.immediate |= interests_.immediate;
-   if (!isQueued_ && hasPending())
-      activityManager()->activitySm().enqueue(*this);
+void Notifiee::pendMissed() {
+   pending_.immediate |= interests_.immediate & missed_;
+   pending_.plain |= interests_.plain & missed_;
+   missed_ = 0;
+   queueIfDeliverable();
 }
 
 void Notifiee::pendingClear() {
    for (uint64_t keyed = pending_.keyed; keyed; keyed &= keyed - 1)
       memberPendingClear(static_cast<AttrId>(std::countr_zero(keyed)));
    pending_ = {};
-   if (isQueued_)
-      activityManager()->activitySm().forget(*this);
+   missed_ = 0;
+   activityManager()->activitySm().dequeue(*this);
+}
+
+void Notifiee::queueIfDeliverable() {
+   if (!isQueued_ && hasPending() && hasNotificationActive())
+      activityManager()->activitySm().enqueue(*this);
 }
 
 void Notifiee::handleNotification(ActivityConfig const&) {
-   // Each branch ends in the handler: it may destroy this reactor.
-   uint64_t const all = pending_.keyed | pending_.plain | pending_.immediate;
-   if (all == 0)
+   if (!hasPending() || !hasNotificationActive())
       return;
-   auto const id = static_cast<AttrId>(std::countr_zero(all));
+   // Each branch ends in the handler: it may destroy this reactor.
+   auto const id = static_cast<AttrId>(std::countr_zero(pending_.all()));
    uint64_t const bit = uint64_t(1) << id;
    if (pending_.immediate & bit) {
       pending_.immediate &= ~bit;
@@ -121,6 +125,8 @@ void Notifiee::handleNotification(ActivityConfig const&) {
    }
 }
 
-void Notifiee::onNotificationException(std::exception_ptr exception) { std::rethrow_exception(exception); }
+void Notifiee::onNotificationException(std::exception_ptr exception) {
+   std::rethrow_exception(exception);
+}
 
 } // namespace Kem

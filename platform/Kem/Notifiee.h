@@ -1,4 +1,5 @@
-// The base of every reactor: what it follows, what it still has to be told, and whether it takes notifications.
+// The base of every reactor: what it follows, what it still has to be told, and whether it takes
+// notifications.
 //
 // A reactor derives from the NotifieeConst of the class that it follows and overrides the onX that it wants:
 //
@@ -9,23 +10,32 @@
 //       ...
 //    };
 //
-// Which onX are overridden is found out when it is compiled; the others cost nothing, not even a queue entry. A
-// change is recorded here by attribute and key and delivered in a later turn of the loop, so that many changes of one
-// thing are one notification, which reads the latest state:
+// Which onX are overridden is found out when it is compiled; the others cost nothing, not even a queue entry.
+// A change is recorded here by attribute and key and delivered in a later turn of the loop, so that many
+// changes of one thing are one notification, which reads the latest state:
 //
 //    idle --change of a wanted attribute--> queued --turn of the loop--> onX for each --> idle
 //
-// Delivery goes by attribute in declared order, and by key in the order of the first change. Of a collection, the
-// keyed form comes first, then the un-keyed one, once for all keys. The whole-collection form (kemImmediate) comes
-// when a reactor that missed changes takes notifications again: it was not registered, or its delivery was off.
+// Delivery goes by attribute in declared order, and by key in the order of the first change. Of a collection,
+// the keyed form comes first, then the un-keyed one, once for all keys. A handler that causes a further
+// notification of its own reactor gets it, and what else is pending for that reactor, in a later turn.
 //
-// A zombie takes nothing and delivers nothing. A reactor may be destroyed at any time, also inside its own onX.
+// While delivery is off, changes wait here, but for a collection whose whole-collection form (kemImmediate)
+// is overridden: that form comes once when delivery is on again, and only if the collection changed. A
+// reactor that is registered again can't know what it missed: it gets the whole-collection form of each
+// collection and onX() of each attribute, where they are overridden. A changed binding drops what was pending
+// for the old one.
+//
+// A zombie takes nothing and delivers nothing. A reactor may be destroyed at any time, also inside its own
+// onX.
 #pragma once
 
 #include "Kem/Entity.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <type_traits>
 #include <vector>
 
 namespace Kem {
@@ -36,7 +46,7 @@ class ActivitySm;
 // Keys of one collection that wait for delivery, each once, in the order of arrival.
 template <class Key>
 class PendingKeys {
- public:
+  public:
    void add(Key const& key) {
       if (isSmall()) {
          for (size_t i = next_; i < keys_.size(); ++i)
@@ -55,8 +65,13 @@ class PendingKeys {
       Key key = std::move(keys_[next_++]);
       if (!known_.empty())
          known_.erase(key);
-      if (empty())
+      if (empty()) {
          clear();
+      } else if (next_ >= 64 && next_ * 2 > keys_.size()) {
+         // A collection that never comes to rest must not grow this list for ever.
+         keys_.erase(keys_.begin(), keys_.begin() + static_cast<std::ptrdiff_t>(next_));
+         next_ = 0;
+      }
       return key;
    }
    void clear() {
@@ -65,7 +80,7 @@ class PendingKeys {
       next_ = 0;
    }
 
- private:
+  private:
    // Few keys are searched, many are looked up.
    bool isSmall() const { return keys_.size() - next_ <= 16 && known_.empty(); }
 
@@ -79,10 +94,12 @@ struct Interests {
    uint64_t keyed = 0;     // onX(key)
    uint64_t plain = 0;     // onX() of a scalar, or the un-keyed form of a collection
    uint64_t immediate = 0; // onXkemImmediate()
+
+   uint64_t all() const { return keyed | plain | immediate; }
 };
 
 class Notifiee : public PtrInterface {
- public:
+  public:
    ~Notifiee() override;
 
    // Registers it at its notifier, or withdraws it; a withdrawn one keeps its notifier.
@@ -94,17 +111,19 @@ class Notifiee : public PtrInterface {
    // true makes it a zombie, false revives it. An override passes the value down to nested reactors.
    virtual void kemDoZombieReactors(bool areZombies);
 
-   // The full evaluation: called when a live reactor is bound to an entity, directly and not through the queue.
+   // The full evaluation: called when a live reactor is bound to an entity, directly and not through the
+   // queue.
    virtual void handleInitialized() {}
 
-   // Delivers the next pending thing. Called by the activity loop, as long as hasPending().
+   // Delivers the next pending thing; nothing when there is none, or while delivery is off. Called by the
+   // activity loop.
    virtual void handleNotification(ActivityConfig const& activity);
-   bool hasPending() const { return (pending_.keyed | pending_.plain | pending_.immediate) != 0; }
+   bool hasPending() const { return pending_.all() != 0; }
 
    // An exception of a handler comes here. It goes on to the loop, and from there ends the process.
    virtual void onNotificationException(std::exception_ptr exception);
 
- protected:
+  protected:
    explicit Notifiee(Interests interests);
 
    // For the generated notifierIs: false when that entity is the one already bound.
@@ -129,27 +148,28 @@ class Notifiee : public PtrInterface {
    virtual void memberPending(AttrId id, void const* key) {}
    virtual void memberPendingClear(AttrId id) {}
 
- private:
+  private:
    friend class Entity;
    friend class ActivitySm;
 
-   bool takesNotifications() const { return isRegistered_ && hasNotificationActive() && !isZombie(); }
    void pend(AttrId id, void const* key); // key null for a scalar
-   void pendImmediate();
+   void pendMissed();
    void pendingClear();
+   void queueIfDeliverable();
 
    Interests const interests_;
    Interests pending_;
    Ptr<Entity const> notifier_;
    Notifiee* queuePrevious_ = nullptr; // in the queue of the activity
    Notifiee* queueNext_ = nullptr;
+   uint32_t queueBatch_ = 0; // the batch in which it was queued
    bool isQueued_ = false;
    bool isRegistered_ = false;
-   bool hasMissed_ = false; // a change passed by while delivery was off
+   uint64_t missed_ = 0; // attributes to look at as a whole once delivery is on
 };
 
-// --- Which onX a reactor overrides. `&Derived::onX` names the function where it is declared: the class in its type
-// is the generated base where nothing overrides it.
+// --- Which onX a reactor overrides. `&Derived::onX` names the function where it is declared: the class in
+// its type is the generated base where nothing overrides it.
 
 template <class C>
 C declaringClass(void (C::*)());
@@ -159,17 +179,23 @@ C declaringClassKeyed(void (C::*)(Key));
 } // namespace Kem
 
 // Used by generated code only. Base is the NotifieeConst that declares the function.
-#define KEM_OVERRIDES(Derived, Base, function)                                                                         \
-   [] {                                                                                                                \
-      if constexpr (requires { Kem::declaringClass(&Derived::function); })                                             \
-         return !std::is_same_v<decltype(Kem::declaringClass(&Derived::function)), Base>;                              \
-      else                                                                                                             \
-         return false;                                                                                                 \
+#define KEM_OVERRIDES(Derived, Base, function)                                                               \
+   [] {                                                                                                      \
+      if constexpr (requires { Kem::declaringClass(&Derived::function); })                                   \
+         return !std::is_same_v<decltype(Kem::declaringClass(&Derived::function)), Base>;                    \
+      else                                                                                                   \
+         return false;                                                                                       \
    }()
-#define KEM_OVERRIDES_KEYED(Derived, Base, function, Key)                                                              \
-   [] {                                                                                                                \
-      if constexpr (requires { Kem::declaringClassKeyed<Key>(&Derived::function); })                                   \
-         return !std::is_same_v<decltype(Kem::declaringClassKeyed<Key>(&Derived::function)), Base>;                    \
-      else                                                                                                             \
-         return false;                                                                                                 \
+#define KEM_OVERRIDES_KEYED(Derived, Base, function, Key)                                                    \
+   [] {                                                                                                      \
+      if constexpr (requires { Kem::declaringClassKeyed<Key>(&Derived::function); })                         \
+         return !std::is_same_v<decltype(Kem::declaringClassKeyed<Key>(&Derived::function)), Base>;          \
+      else                                                                                                   \
+         return false;                                                                                       \
    }()
+// Whether the names can be reached from the base: a private override would be taken for none.
+#define KEM_REACHABLE(Derived, function, Key)                                                                \
+   (                                                                                                         \
+       requires { Kem::declaringClass(&Derived::function); } ||                                              \
+       requires { Kem::declaringClassKeyed<Key>(&Derived::function); })
+#define KEM_REACHABLE_PLAIN(Derived, function) (requires { Kem::declaringClass(&Derived::function); })

@@ -1,5 +1,6 @@
-// The table under every collection that iterates in key order: a red-black tree with the interface of HashTable.
-// Its iterators survive any change in the same way, and one can be had at or behind a remembered key.
+// The table under every collection that iterates in key order: a red-black tree with the interface of
+// HashTable. Its iterators survive any change in the same way, and one can be had at or behind a remembered
+// key.
 #pragma once
 
 #include <cstddef>
@@ -13,11 +14,22 @@ namespace Kem {
 
 template <class Key, class Value>
 class OrderedTable {
- public:
+  public:
    struct Entry {
       Key key;
       Value value;
    };
+
+   OrderedTable() = default;
+   OrderedTable(OrderedTable&& other) noexcept : entries_(std::move(other.entries_)) { other.clear(); }
+   OrderedTable& operator=(OrderedTable&& other) noexcept {
+      auto const old = std::move(entries_); // destroyed when all is in place
+      entries_ = std::move(other.entries_);
+      other.clear();
+      ++version_;
+      return *this;
+   }
+   ~OrderedTable() { clear(); }
 
    size_t size() const { return entries_.size(); }
    bool empty() const { return entries_.empty(); }
@@ -34,8 +46,16 @@ class OrderedTable {
       auto const at = entries_.lower_bound(key);
       if (at != entries_.end() && at->first == key)
          return {&at->second, false};
-      ++version_;
-      return {&entries_.emplace_hint(at, key, make())->second, true};
+      // Made before anything moves: `make` may come back here, and `key` may stand in an entry.
+      uint32_t const versionBefore = version_;
+      std::pair<Key const, Value> made{key, make()};
+      size_t const sizeBefore = entries_.size();
+      auto const place = version_ == versionBefore ? entries_.insert(at, std::move(made))
+                                                   : entries_.insert(std::move(made)).first;
+      bool const isNew = entries_.size() != sizeBefore;
+      if (isNew)
+         ++version_;
+      return {&place->second, isNew};
    }
 
    bool erase(Key const& key) {
@@ -54,7 +74,7 @@ class OrderedTable {
    }
 
    class Iterator {
-    public:
+     public:
       explicit Iterator(OrderedTable const& table) : table_(&table) { settle(table.entries_.begin()); }
       // Starts at the first entry whose key is not less.
       Iterator(OrderedTable const& table, Key const& from) : table_(&table) {
@@ -79,14 +99,15 @@ class OrderedTable {
       }
       bool operator==(std::default_sentinel_t) const { return !valid(); }
 
-    private:
+     private:
       using Place = typename std::map<Key, Value>::const_iterator;
       void settle(Place at) {
          version_ = table_->version_;
          at_ = at;
-         if (at == table_->entries_.end())
-            entry_.reset();
-         else
+         // The copy of the last entry goes last: its destructor may change the table.
+         std::optional<Entry> const last = std::move(entry_);
+         entry_.reset();
+         if (at != table_->entries_.end())
             entry_.emplace(Entry{at->first, at->second});
       }
 
@@ -106,7 +127,7 @@ class OrderedTable {
          visit(key, value);
    }
 
- private:
+  private:
    std::map<Key, Value> entries_;
    uint32_t version_ = 0;
 };

@@ -1,5 +1,5 @@
-// Strong pointer to a counted object. Ptr<T const> gives read access only. Null is legal; taking a reference from a
-// null pointer, with * or ->, raises a range exception with the text "null ValidPtr".
+// Strong pointer to a counted object. Ptr<T const> gives read access only. Null is legal; taking a reference
+// from a null pointer, with * or ->, raises a range exception with the text "null ValidPtr".
 #pragma once
 
 #include "Kem/Exception.h"
@@ -13,9 +13,13 @@ namespace Kem {
 
 [[noreturn]] void throwNullValidPtr();
 
+// A pointer to From converts to a pointer to To.
+template <class From, class To>
+concept PointsAlsoTo = std::is_convertible_v<From*, To*>;
+
 template <class T>
 class Ptr {
- public:
+  public:
    using Element = T;
 
    Ptr() noexcept = default;
@@ -24,13 +28,11 @@ class Ptr {
    explicit Ptr(T* object) noexcept : object_(object) { hold(); }
    Ptr(Ptr const& other) noexcept : object_(other.object_) { hold(); }
    Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-   template <class U>
-      requires std::is_convertible_v<U*, T*>
+   template <PointsAlsoTo<T> U>
    Ptr(Ptr<U> const& other) noexcept : object_(other.ptr()) {
       hold();
    }
-   template <class U>
-      requires std::is_convertible_v<U*, T*>
+   template <PointsAlsoTo<T> U>
    Ptr(Ptr<U>&& other) noexcept : object_(other.release()) {}
    Ptr& operator=(Ptr other) noexcept {
       std::swap(object_, other.object_);
@@ -58,7 +60,7 @@ class Ptr {
    friend bool operator==(Ptr const& a, Ptr const& b) noexcept { return a.object_ == b.object_; }
    friend bool operator==(Ptr const& a, std::nullptr_t) noexcept { return a.object_ == nullptr; }
 
- private:
+  private:
    void hold() noexcept {
       if (object_)
          object_->newRef();

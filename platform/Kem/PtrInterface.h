@@ -4,10 +4,10 @@
 //    bit 29      hasNotificationActive: delivery is switched on
 //    bits 0..27  number of references
 //
-// A new object starts with one reference, held by the factory that made it, which hands it over (Ptr::adopt). The
-// object is deleted when the count reaches zero. Counts are atomic, because threads of the platform may drop
-// references; nothing else of an object may be touched from another thread.
-// An object that stands inside another one by value is never counted to zero: its one reference is its owner's.
+// A new object starts with one reference, held by the factory that made it, which hands it over (Ptr::adopt).
+// The object is deleted when the count reaches zero. Counts are atomic, because threads of the platform may
+// drop references; nothing else of an object may be touched from another thread. An object that stands inside
+// another one by value is never counted to zero: its one reference is its owner's.
 #pragma once
 
 #include <atomic>
@@ -16,7 +16,7 @@
 namespace Kem {
 
 class PtrInterface {
- public:
+  public:
    PtrInterface(PtrInterface const&) = delete;
    PtrInterface& operator=(PtrInterface const&) = delete;
 
@@ -32,10 +32,11 @@ class PtrInterface {
       return word_.load(std::memory_order_relaxed) & notificationActiveFlag;
    }
 
- protected:
+  protected:
    static constexpr uint32_t zombieFlag = 1u << 31;
    static constexpr uint32_t notificationActiveFlag = 1u << 29;
    static constexpr uint32_t countMask = (1u << 28) - 1;
+   static constexpr uint32_t dyingBias = 1u << 27; // added to the count of an object that is being deleted
 
    PtrInterface() noexcept = default;
    virtual ~PtrInterface();
@@ -50,7 +51,7 @@ class PtrInterface {
          word_.fetch_and(~flag, std::memory_order_relaxed);
    }
 
- private:
+  private:
    mutable std::atomic<uint32_t> word_{1};
 };
 

@@ -1,7 +1,7 @@
 // What the mutators of generated records share: each is one line that calls one of these.
 //
-// All follow one order: nothing when nothing would change; the refusal of a read-only instance; the word before the
-// change to a held log; the change; the notifications and the log.
+// All follow one order: nothing when nothing would change; the refusal of a read-only instance; the word
+// before the change to a held log; the change; the notifications and the log.
 #pragma once
 
 #include "Kem/Entity.h"
@@ -10,11 +10,12 @@
 
 namespace Kem {
 
-[[noreturn]] void throwReinstantiating(char const* attribute, std::string const& wanted, std::string const& current);
+[[noreturn]] void throwReinstantiating(char const* attribute, std::string const& wanted,
+                                       std::string const& current);
 [[noreturn]] void throwNullParameter(char const* attribute, char const* type);
 
 class Record : public Entity {
- protected:
+  protected:
    using Entity::Entity;
 
    template <class T>
@@ -30,10 +31,12 @@ class Record : public Entity {
    // Collections of values and of references.
    template <class Map, class Key, class Value>
    void memberIs(Map& map, AttrId id, Key const& key, Value const& value) {
-      changing();
-      if (sink() && sink()->wantsBefore())
-         if (auto const* old = map.find(key); !old || !(*old == value))
-            memberChanging(id, &key);
+      if (sink() && (sink()->wantsBefore() || !isWritable())) {
+         if (auto const* old = map.find(key); old && *old == value)
+            return;
+         changing();
+         memberChanging(id, &key);
+      }
       auto const [at, isNew] = map.findOrInsert(key, [&] { return value; });
       if (!isNew) {
          if (*at == value)
@@ -136,11 +139,11 @@ class Record : public Entity {
       });
    }
 
- public:
+  public:
    // Whether a constructor input other than the key differs: then one can't be made from the other.
    virtual bool hasSameInputs(Entity const& other) const { return true; }
 
- private:
+  private:
    static bool inputsDiffer(Entity const& a, Entity const& b) {
       return !static_cast<Record const&>(a).hasSameInputs(b);
    }

@@ -7,7 +7,9 @@ namespace Kem {
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+   return c >= '0' && c <= '9';
+}
 
 // The run of digits at the front of text, without leading zeros.
 std::string_view significantDigits(std::string_view text) {

@@ -1,7 +1,8 @@
 // Counted immutable byte strings: String8, and Name for the short names of entities.
 //
-// Both are one pointer wide and share their bytes on copy, so that a name can stand in many records at the price of
-// a pointer each. The empty string is the null pointer. Bytes are not interpreted; NULs may stand in the middle.
+// Both are one pointer wide and share their bytes on copy, so that a name can stand in many records at the
+// price of a pointer each. The empty string is the null pointer. Bytes are not interpreted; NULs may stand in
+// the middle.
 #pragma once
 
 #include <atomic>
@@ -15,7 +16,7 @@
 namespace Kem {
 
 class String8 {
- public:
+  public:
    String8() noexcept = default;
    String8(std::string_view text) : rep_(make(text)) {}
    String8(char const* text) : String8(std::string_view(text)) {}
@@ -47,9 +48,11 @@ class String8 {
    friend bool operator==(String8 const& a, String8 const& b) {
       return a.rep_ == b.rep_ || (a.hash() == b.hash() && a.view() == b.view());
    }
-   friend std::strong_ordering operator<=>(String8 const& a, String8 const& b) { return a.view() <=> b.view(); }
+   friend std::strong_ordering operator<=>(String8 const& a, String8 const& b) {
+      return a.view() <=> b.view();
+   }
 
- private:
+  private:
    static constexpr uint32_t emptyHash = 2166136261u; // the FNV offset basis
 
    struct Rep {
@@ -75,7 +78,7 @@ class String8 {
 
 // A short name of an entity, or a member of a collection of names.
 class Name {
- public:
+  public:
    Name() noexcept = default;
    Name(String8 text) noexcept : text_(std::move(text)) {}
    Name(std::string_view text) : text_(text) {}
@@ -92,11 +95,12 @@ class Name {
    friend bool operator==(Name const&, Name const&) = default;
    friend std::strong_ordering operator<=>(Name const& a, Name const& b) { return a.text_ <=> b.text_; }
 
- private:
+  private:
    String8 text_;
 };
 
-// Compares as people read: runs of digits by their number ("Ethernet2" before "Ethernet10"), other bytes by value.
+// Compares as people read: runs of digits by their number ("Ethernet2" before "Ethernet10"), other bytes by
+// value.
 std::strong_ordering compareNatural(std::string_view a, std::string_view b);
 
 } // namespace Kem

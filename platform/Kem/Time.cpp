@@ -25,13 +25,17 @@ VirtualTime::VirtualTime(Seconds start) {
    theVirtualNow = start;
 }
 
-VirtualTime::~VirtualTime() { theTimeIsVirtual = false; }
+VirtualTime::~VirtualTime() {
+   theTimeIsVirtual = false;
+}
 
 void VirtualTime::advanceTo(Seconds time) {
    KEM_ASSERT(theTimeIsVirtual && time >= theVirtualNow);
    theVirtualNow = time;
 }
 
-bool isTimeVirtual() { return theTimeIsVirtual; }
+bool isTimeVirtual() {
+   return theTimeIsVirtual;
+}
 
 } // namespace Kem

@@ -18,7 +18,7 @@ Seconds now();
 
 // While one exists, now() gives its time. Only one at a time.
 class VirtualTime {
- public:
+  public:
    explicit VirtualTime(Seconds start = 1000.0);
    ~VirtualTime();
    VirtualTime(VirtualTime const&) = delete;

@@ -24,29 +24,31 @@ std::vector<TraceFacility*>& facilities() {
    return *all;
 }
 
-std::string& setting() {
-   static auto* const text = new std::string([] {
-      char const* environment = std::getenv("KEM_TRACE");
-      return std::string(environment ? environment : "");
-   }());
-   return *text;
-}
-
+// Glob without recursion: on a mismatch the last star takes one more character.
 bool matches(std::string_view pattern, std::string_view name) {
-   if (pattern.empty())
-      return name.empty();
-   if (pattern.front() == '*') {
-      for (size_t skipped = 0; skipped <= name.size(); ++skipped)
-         if (matches(pattern.substr(1), name.substr(skipped)))
-            return true;
-      return false;
+   size_t p = 0, n = 0, star = std::string_view::npos, resume = 0;
+   while (n < name.size()) {
+      if (p < pattern.size() && pattern[p] == '*') {
+         star = p++;
+         resume = n;
+      } else if (p < pattern.size() && pattern[p] == name[n]) {
+         ++p;
+         ++n;
+      } else if (star != std::string_view::npos) {
+         p = star + 1;
+         n = ++resume;
+      } else {
+         return false;
+      }
    }
-   return !name.empty() && name.front() == pattern.front() && matches(pattern.substr(1), name.substr(1));
+   while (p < pattern.size() && pattern[p] == '*')
+      ++p;
+   return p == pattern.size();
 }
 
 struct Entry {
    std::string_view pattern;
-   int first, last; // levels; first > last enables none
+   int first, last; // levels; first behind last enables none
 };
 
 // "PATTERN/LEVELS"; nothing for what can't be read.
@@ -63,7 +65,7 @@ std::optional<Entry> parseEntry(std::string_view text) {
       entry.first = 0, entry.last = level(levels[0]);
    else if (levels.size() == 3 && levels[1] == '-' && level(levels[0]) >= 0 && level(levels[2]) >= 0)
       entry.first = level(levels[0]), entry.last = level(levels[2]);
-   else
+   if (entry.first > entry.last)
       return {};
    return entry;
 }
@@ -79,6 +81,24 @@ void forEachEntry(std::string_view text, Visit&& visit) {
    }
 }
 
+void reportUnreadable(std::string_view text) {
+   forEachEntry(text, [](std::string_view item) {
+      if (!parseEntry(item))
+         std::fprintf(stderr, "trace setting \"%.*s\": expected PATTERN/LEVELS, such as Vorn*/0-5\n",
+                      static_cast<int>(item.size()), item.data());
+   });
+}
+
+std::string& setting() {
+   static auto* const text = new std::string([] {
+      char const* environment = std::getenv("KEM_TRACE");
+      std::string const initial = environment ? environment : "";
+      reportUnreadable(initial);
+      return initial;
+   }());
+   return *text;
+}
+
 } // namespace
 
 TraceFacility::TraceFacility(char const* name) : name_(name) {
@@ -86,7 +106,9 @@ TraceFacility::TraceFacility(char const* name) : name_(name) {
    apply(setting());
 }
 
-TraceFacility::~TraceFacility() { std::erase(facilities(), this); }
+TraceFacility::~TraceFacility() {
+   std::erase(facilities(), this);
+}
 
 void TraceFacility::apply(std::string_view text) {
    std::memset(levels_, 0, sizeof levels_);
@@ -101,19 +123,19 @@ void TraceFacility::apply(std::string_view text) {
 }
 
 void traceSettingIs(std::string_view text) {
-   forEachEntry(text, [](std::string_view item) {
-      if (!parseEntry(item))
-         std::fprintf(stderr, "trace setting \"%.*s\": expected PATTERN/LEVELS, such as Vorn*/0-5\n",
-                      static_cast<int>(item.size()), item.data());
-   });
+   reportUnreadable(text);
    setting() = text;
    for (auto* facility : facilities())
       facility->apply(text);
 }
 
-void traceSinkIs(void (*sink)(TraceLine const&)) { theSink = sink; }
+void traceSinkIs(void (*sink)(TraceLine const&)) {
+   theSink = sink;
+}
 
-void traceToStandardErrorIs(bool on) { isToStandardError = on; }
+void traceToStandardErrorIs(bool on) {
+   isToStandardError = on;
+}
 
 void traceHelper(TraceFacility const&, char const* name, std::ostringstream& stream, int level, bool flag,
                  char const* file, int line, char const* function) {
@@ -128,8 +150,8 @@ void traceHelper(TraceFacility const&, char const* name, std::ostringstream& str
       char stamp[32];
       strftime(stamp, sizeof stamp, "%F %T", &parts);
       char const* const slash = std::strrchr(file, '/');
-      std::fprintf(stderr, "%s.%06ld %d %s %d %s:%d %s: %s\n", stamp, time.tv_nsec / 1000, getpid(), name, level,
-                   slash ? slash + 1 : file, line, function, text.c_str());
+      std::fprintf(stderr, "%s.%06ld %d %s %d %s:%d %s: %s\n", stamp, time.tv_nsec / 1000, getpid(), name,
+                   level, slash ? slash + 1 : file, line, function, text.c_str());
    }
    if (theSink)
       theSink({name, level, file, line, function, text});

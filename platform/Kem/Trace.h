@@ -2,14 +2,14 @@
 //
 //    0 failures and state changes that matter   1 missing objects   3, 5 flow   8, 9 entry to handlers
 //
-// A disabled trace costs two byte reads: the facility's byte of the level, and the coverage byte. What is enabled is
-// told by a setting, a list of PATTERN/LEVELS, later ones winning:
+// A disabled trace costs two byte reads: the facility's byte of the level, and the coverage byte. What is
+// enabled is told by a setting, a list of PATTERN/LEVELS, later ones winning:
 //
-//    "Vorn*/0-5,Ordel/0-9,*/0"      * stands for any run of characters; LEVELS is n, n-m, or "-" for none
+//    "Vorn*/0-5,Ordel/0-9,*/0"      * stands for any run of characters; LEVELS is n for 0 to n, n-m, or "-"
 //
-// It comes from the environment variable KEM_TRACE at start, and while the process runs from traceSettingIs, which
-// the agent's runner and the database call with what stands in the state tree. Lines go to standard error, and to
-// the trace sink (the circular file) once there is one.
+// It comes from the environment variable KEM_TRACE at start, and while the process runs from traceSettingIs,
+// which the agent's runner and the database call with what stands in the state tree. Lines go to standard
+// error, and to the trace sink (the circular file) once there is one.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ namespace Kem {
 inline constexpr int traceLevelCount = 10;
 
 class TraceFacility {
- public:
+  public:
    // `name` must outlive the facility, which is static in its module. By default level 0 is enabled.
    explicit TraceFacility(char const* name);
    ~TraceFacility();
@@ -32,7 +32,7 @@ class TraceFacility {
    char const* name() const { return name_; }
    bool isEnabled(int level) const { return levels_[level] != 0; }
 
- private:
+  private:
    friend void traceSettingIs(std::string_view setting);
    void apply(std::string_view setting);
 
@@ -43,8 +43,8 @@ class TraceFacility {
 // When set, the text of every trace is built, enabled or not: for a test that all of them can be.
 extern uint8_t coverageStream_;
 
-// Replaces the setting of all facilities, those made later too. An entry that can't be read is left out and named in
-// a line on standard error.
+// Replaces the setting of all facilities, those made later too. An entry that can't be read is left out and
+// named in a line on standard error.
 void traceSettingIs(std::string_view setting);
 
 struct TraceLine {
@@ -62,19 +62,19 @@ void traceSinkIs(void (*sink)(TraceLine const& line));
 void traceToStandardErrorIs(bool on);
 
 // Writes one line of an enabled trace; `flag` false builds the text and drops it.
-void traceHelper(TraceFacility const& facility, char const* name, std::ostringstream& stream, int level, bool flag,
-                 char const* file, int line, char const* function);
+void traceHelper(TraceFacility const& facility, char const* name, std::ostringstream& stream, int level,
+                 bool flag, char const* file, int line, char const* function);
 
 } // namespace Kem
 
 // KEM_TRACE(theFacility, 3, "Vlan " << vlanId << " is dynamic now");
-#define KEM_TRACE(facility, level, text)                                                                               \
-   do {                                                                                                                \
-      bool const kemIsEnabled = (facility).isEnabled(level);                                                           \
-      if (kemIsEnabled || ::Kem::coverageStream_) [[unlikely]] {                                                       \
-         std::ostringstream kemStream;                                                                                 \
-         kemStream << text;                                                                                            \
-         ::Kem::traceHelper(facility, (facility).name(), kemStream, level, kemIsEnabled, __FILE__, __LINE__,           \
-                            __func__);                                                                                 \
-      }                                                                                                                \
+#define KEM_TRACE(facility, level, text)                                                                     \
+   do {                                                                                                      \
+      bool const kemIsEnabled = (facility).isEnabled(level);                                                 \
+      if (kemIsEnabled || ::Kem::coverageStream_) [[unlikely]] {                                             \
+         std::ostringstream kemStream;                                                                       \
+         kemStream << text;                                                                                  \
+         ::Kem::traceHelper(facility, (facility).name(), kemStream, level, kemIsEnabled, __FILE__, __LINE__, \
+                            __func__);                                                                       \
+      }                                                                                                      \
    } while (false)

@@ -1,9 +1,9 @@
 // How values stand in bytes: on the wire, in snapshots, in the attribute log.
 //
-// Little endian. Numbers have the width of their type, so that a small record is copied and not parsed; strings have
-// a length before them (1 byte up to 254, else 255 and 4 bytes). A Reader never reads outside its bytes: the first
-// read that would marks it bad, and from then on it gives zeros and empty strings, so that a decoder checks once, at
-// its end. Neither class allocates but for the Writer's growing buffer.
+// Little endian. Numbers have the width of their type, so that a small record is copied and not parsed;
+// strings have a length before them (1 byte up to 254, else 255 and 4 bytes). A Reader never reads outside
+// its bytes: the first read that would marks it bad, and from then on it gives zeros and empty strings, so
+// that a decoder checks once, at its end. Neither class allocates but for the Writer's growing buffer.
 #pragma once
 
 #include <bit>
@@ -17,7 +17,7 @@ namespace Wire {
 static_assert(std::endian::native == std::endian::little, "the wire form is that of little endian machines");
 
 class Writer {
- public:
+  public:
    Writer() = default;
 
    void u8(uint8_t v) { raw(&v, 1); }
@@ -38,7 +38,8 @@ class Writer {
    void raw(void const* bytes, size_t count) {
       if (size_ + count > bytes_.size())
          grow(count);
-      std::memcpy(bytes_.data() + size_, bytes, count);
+      if (count > 0) // an empty view may have no bytes to point to
+         std::memcpy(bytes_.data() + size_, bytes, count);
       size_ += count;
    }
 
@@ -59,7 +60,7 @@ class Writer {
    }
    size_t capacity() const { return bytes_.size(); }
 
- private:
+  private:
    void grow(size_t count) {
       size_t const twice = bytes_.size() * 2;
       bytes_.resize(twice < size_ + count + 64 ? size_ + count + 64 : twice);
@@ -69,7 +70,7 @@ class Writer {
 };
 
 class Reader {
- public:
+  public:
    explicit Reader(std::string_view bytes) : at_(bytes.data()), end_(bytes.data() + bytes.size()) {}
 
    uint8_t u8() { return fixed<uint8_t>(); }
@@ -110,7 +111,7 @@ class Reader {
    // Where the next byte is read: two positions give the bytes of what was read between them.
    char const* position() const { return at_; }
 
- private:
+  private:
    template <class T>
    T fixed() {
       T v{};
