@@ -34,6 +34,7 @@ class ClockReactor : public PtrInterface {
    virtual void kemDoZombieReactors(bool areZombies);
 
   protected:
+   using NotifieeConst = ClockReactor; // the name that reactors call their base by
    ClockReactor();
    explicit ClockReactor(Ptr<Clock const> clock);
 

@@ -1,0 +1,85 @@
+// The base of every agent: its place in the cell, its connection to the state database, its redundancy role.
+//
+// The runner makes the agent by the module's factory and drives it in this order:
+//
+//    made ──► connected ──► redundancy status and agent configuration mounted ──► doPreInit, doInit
+//         doInit asks for mounts ──► doMountsComplete ──► running: notifications, timers, boot stages
+//
+// An agent derives from it and overrides what it needs. It is never torn down while the process runs; it ends
+// with it.
+#pragma once
+
+#include "Ordel/EntityManager.h"
+#include "Ordel/Mount.h"
+#include "records/Redundancy/RedundancyStatus.h"
+
+#include <string>
+
+namespace AgentBase {
+
+class CAgent : public Ordel::Mounter {
+  public:
+   ~CAgent() override;
+
+   virtual char const* fwkType() const { return typeInfo().name; }
+
+   // --- What the runner and the stage machinery call.
+   void doMountsComplete(Ordel::MountStatus const& mountStatus,
+                         Ordel::EntityManager& entityManager) override {}
+   void handleMountStatus(Ordel::MountStatus const& mountStatus) override {}
+   // Before doInit, with the redundancy status at hand.
+   virtual void doPreInit() {}
+   // Asks the entity manager for the agent's mounts.
+   virtual void doInit() {}
+   // All agents have reported the stage as done.
+   virtual void handleStageProgressionComplete(std::string const& stage, uint32_t instance) {}
+   // The stage is reached; the agent answers with doStageComplete of its stages helper, now or later.
+   virtual void doStage(std::string const& stageClass, std::string const& stage) {}
+   // The same with the instance of the boot; calls doStage unless overridden.
+   virtual void doStageForInstance(std::string const& stageClass, std::string const& stage,
+                                   uint32_t instance);
+   // The boot stages begin anew.
+   virtual void handleStageInstance(uint32_t instance) {}
+
+   // --- Attributes.
+   Kem::Ptr<Ordel::EntityManager> const& entityManager() const { return entityManager_; }
+   virtual void entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager);
+   // The supervisor that the process runs on; 1 unless the runner says otherwise.
+   uint32_t cellId() const { return cellId_; }
+   // Sets cellPath too.
+   virtual void cellIdIs(uint32_t cellId);
+   // The line card, for an agent that runs once for each; 0 for the others.
+   uint32_t sliceId() const { return sliceId_; }
+   virtual void sliceIdIs(uint32_t sliceId) { sliceId_ = sliceId; }
+   // Path of the directory of the cell, without a slash at its end: "cell/1".
+   std::string const& cellPath() const { return cellPath_; }
+   virtual void cellPathIs(std::string const& cellPath) { cellPath_ = cellPath; }
+   // Null until the base has mounted it.
+   Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus() const { return redundancyStatus_; }
+   virtual void redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus);
+   // doMountsComplete has returned.
+   bool initialized() const { return initialized_; }
+   virtual void initializedIs(bool initialized) { initialized_ = initialized; }
+
+   // An agent is no record: it stands in no tree and encodes nothing.
+   Kem::AttrId attributeCount() const override { return 0; }
+   void encodeContents(Kem::AttributeSink& out) const override {}
+   void encodeDifference(Kem::Entity const& before, Kem::AttributeSink& out) const override {}
+
+  protected:
+   explicit CAgent(Kem::Name name);
+
+  private:
+   Kem::Ptr<Ordel::EntityManager> entityManager_;
+   uint32_t cellId_ = 1;
+   uint32_t sliceId_ = 0;
+   std::string cellPath_ = "cell/1";
+   Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus_;
+   bool initialized_ = false;
+};
+
+// What a module exports, under this C name: makes the agent, with one reference that is the caller's.
+inline constexpr char moduleFactoryName[] = "agentModuleFactory";
+using ModuleFactory = CAgent* (*)(char const* agentName);
+
+} // namespace AgentBase
