@@ -69,6 +69,7 @@ class MountGroup final : public Kem::PtrInterface {
    void doClose(bool isOptional, std::string const& text, Kem::Seconds timeout);
 
    std::vector<Mount> const& mounts() const { return mounts_; }
+   Mounter const& mounter() const { return *mounter_; }
 
   private:
    friend class EntityManager;

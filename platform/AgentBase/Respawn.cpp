@@ -1,0 +1,90 @@
+#include "AgentBase/Respawn.h"
+
+#include "Kem/Time.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace AgentBase {
+
+namespace {
+
+constexpr Kem::Seconds firstPause = 0.1;
+constexpr Kem::Seconds longestPause = 10.0;
+constexpr Kem::Seconds stableAfter = 30.0;
+
+// Waits for one of the signals in the set, at most so long; 0 when none came.
+int waitSignal(sigset_t const& set, Kem::Seconds limit) {
+   timespec const time{static_cast<time_t>(limit), static_cast<long>((limit - static_cast<double>(static_cast<time_t>(limit))) * 1e9)};
+   int const signal = sigtimedwait(&set, nullptr, &time);
+   return signal < 0 ? 0 : signal;
+}
+
+// Waits for the child; passes a wish to end on to it. Returns its wait status.
+int superviseOnce(pid_t pid, sigset_t const& set, bool& isEnding) {
+   for (;;) {
+      int status = 0;
+      pid_t const ended = waitpid(pid, &status, WNOHANG);
+      if (ended == pid || (ended < 0 && errno != EINTR))
+         return status;
+      int const signal = waitSignal(set, 3600);
+      if (signal == SIGTERM || signal == SIGINT) {
+         isEnding = true;
+         kill(pid, SIGTERM);
+      }
+   }
+}
+
+void describeEnd(int status, Kem::Seconds pause) {
+   if (WIFSIGNALED(status))
+      std::fprintf(stderr, "agent-runner[%d]: the agent was ended by signal %d (%s); next start in %.1f s\n", getpid(),
+                   WTERMSIG(status), strsignal(WTERMSIG(status)), pause);
+   else
+      std::fprintf(stderr, "agent-runner[%d]: the agent ended with status %d; next start in %.1f s\n", getpid(),
+                   WEXITSTATUS(status), pause);
+}
+
+} // namespace
+
+int respawn(int (*child)(void*), void* context) {
+   sigset_t set, before;
+   sigemptyset(&set);
+   for (int signal : {SIGTERM, SIGINT, SIGCHLD})
+      sigaddset(&set, signal);
+   sigprocmask(SIG_BLOCK, &set, &before);
+   Kem::Seconds pause = firstPause;
+   for (bool isEnding = false;;) {
+      Kem::Seconds const started = Kem::now();
+      pid_t const pid = fork();
+      if (pid < 0) {
+         std::fprintf(stderr, "agent-runner[%d]: fork: %s\n", getpid(), std::strerror(errno));
+         return 1;
+      }
+      if (pid == 0) {
+         // A child whose parent is killed must not go on beside the next one.
+         prctl(PR_SET_PDEATHSIG, SIGTERM);
+         sigprocmask(SIG_SETMASK, &before, nullptr);
+         _exit(child(context));
+      }
+      int const status = superviseOnce(pid, set, isEnding);
+      if (isEnding)
+         return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+      if (Kem::now() - started >= stableAfter)
+         pause = firstPause;
+      describeEnd(status, pause);
+      for (Kem::Seconds const until = Kem::now() + pause; Kem::now() < until;) {
+         int const signal = waitSignal(set, std::max(until - Kem::now(), 0.0));
+         if (signal == SIGTERM || signal == SIGINT)
+            return 0;
+      }
+      pause = std::min(pause * 2, longestPause);
+   }
+}
+
+} // namespace AgentBase
