@@ -1,0 +1,254 @@
+#include "Vorn/VornAgent.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Dir.h"
+#include "Kem/Trace.h"
+#include "Ordel/Cell.h"
+#include "Vorn/VornAgent/Mounts.h"
+#include "Vorn/VornAgent/NetlinkSocket.h"
+#include "Zivlog/Zivlog.h"
+#include "records/Bridging/Input/Config.h"
+#include "records/Interface/SubIntfStatusDir.h"
+
+#include <cstdlib>
+#include <linux/if_vlan.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+namespace Vorn {
+
+namespace {
+
+Kem::TraceFacility theTrace("Vorn");
+
+constexpr char bootStageClass[] = "bootStageClass";
+constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
+
+char const* const attributeNames[] = {"entityManagerReactor",
+                                      "standbyMode",
+                                      "dynVlanSrcTable",
+                                      "oxaState",
+                                      "startupModeConfig",
+                                      "startupModeStatus",
+                                      "startupStatus",
+                                      "startupModeSm",
+                                      "reloadDownErrdisableCauseStatus",
+                                      "nboAttrLogOutSm",
+                                      "attrLogSockFd",
+                                      "attrLogKernBufferSize",
+                                      "attrLogKernBufferThreshold",
+                                      "attrLogKernBufferUsage",
+                                      "attrLogAboveThresholdCount",
+                                      "iterUntilBufferCheck",
+                                      "maxIterUntilBufferCheck",
+                                      "bridgingStatus",
+                                      "plazeBridgingStatus",
+                                      "bootStagesHelper",
+                                      "oxaStatus"};
+
+} // namespace
+
+Kem::Ptr<Agent> agentFactory(Kem::Name const& name) {
+   auto agent = Kem::makePtr<Agent>(name);
+   return Kem::Ptr<Agent>(&*agent); // a null one raises "null ValidPtr"
+}
+
+Agent::Agent(Kem::Name name) : CAgent(std::move(name)) {}
+
+Agent::~Agent() {
+   for (int const fd : {socketFd_, netlinkFd_})
+      if (fd >= 0)
+         close(fd);
+}
+
+char const* Agent::attributeString(Kem::AttrId id) const {
+   return id < std::size(attributeNames) ? attributeNames[id] : nullptr;
+}
+
+Kem::TypeInfo const& Agent::typeInfo() const {
+   static Kem::TypeInfo const type = {"Vorn::Agent", Kem::noTypeId, nullptr, nullptr};
+   return type;
+}
+
+// --- Start.
+
+void Agent::doInit() {
+   auto const group = entityManager()->getMountGroup(*this);
+   for (auto& mount : agentMounts(cellPath()))
+      group->doMount(std::move(mount));
+   group->doClose(false, "", 0.0);
+}
+
+void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& entityManager) {
+   oxaStatus_ = entityManager.entity<Oxa::OxaStatus>("oxa/hardware/status");
+   auto const agentConfig =
+       entityManager.entity<Stage::AgentConfig>(Cell::path("stage/boot/config/inputDir/Vorn", 0));
+   auto const progressDir = entityManager.entity<Stage::ProgressDir>(Cell::path("stage/boot/progress", 0));
+   auto const stageStatus = entityManager.entity<Stage::Status>(Cell::path("stage/boot/status", 0));
+
+   openKernelSockets();
+   char const* const fabric = std::getenv("FABRIC_DEVICE_NAME");
+   fabricDeviceName_ = fabric ? fabric : "fabric";
+
+   // From here on the role is known: true on a standby supervisor. On an active one nothing has been called
+   // yet.
+   entityManagerReactor_ = Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this);
+
+   decideStartupMode(entityManager);
+   bool const isHitless = startupModeStatus_->startupMode() == ::Agent::StartupMode::startupModeHitless;
+   if (isHitless) {
+      oxaState_ = VornOxaState::make();
+      oxaState_->nameIs("OxaState");
+   }
+
+   handleStandbyMode();
+
+   bootStagesHelper_ =
+       Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus, progressDir, agentConfig, *this);
+   bootStagesHelper_->waitForStage("NetworkAgent");
+   bootStagesHelper_->waitForStage("ErrdisableStatusUpdate");
+   if (isHitless) {
+      bootStagesHelper_->waitForStage("VornStatusUpdate");
+      bootStagesHelper_->waitForStage("VornSubIntfUp");
+      bootStagesHelper_->waitForStage("DownLinksUpdate");
+      startupModeConfig_->startupCompleteIs(true);
+   } else {
+      recoverReloadDownPorts();
+   }
+
+   auto* const outManagerSm = Kem::NboAttrLog::top()->outManagerSm();
+   attrLogCheck_.nboAttrLogOutSmIs(outManagerSm->socketOutSm(entityManager.name()));
+   attrLogCheck_.attrLogCodefInit();
+
+   // Decided once: a supervisor that becomes active later never gets them.
+   if (redundancyStatus() && redundancyStatus()->mode() == Redundancy::RedundancyMode::modeActive)
+      mountSharedMemory(entityManager);
+
+   openTraceFile();
+}
+
+void Agent::openKernelSockets() {
+   int const fd = socketFd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   KEM_ASSERT(fd >= 0);
+   setVlanDeviceNameType(fd);
+   int const netlinkFd = netlinkFd_ = createNetlinkSocket();
+   KEM_ASSERT(netlinkFd >= 0);
+}
+
+void Agent::setVlanDeviceNameType(int fd) {
+   vlan_ioctl_args args{};
+   args.cmd = SET_VLAN_NAME_TYPE_CMD;
+   args.u.name_type = VLAN_NAME_TYPE_PLUS_VID_NO_PAD;
+   static_cast<void>(ioctl(fd, SIOCSIFVLAN, &args));
+}
+
+int Agent::createNetlinkSocket() {
+   return openNetlinkSocket();
+}
+
+void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
+   startupStatus_ = entityManager.entity<::Agent::StartupStatus>(cellPath() + "/agent/startupStatus/Vorn");
+   bool const hitlessReload = oxaStatus_ && oxaStatus_->hitlessBootValid() &&
+                              oxaStatus_->hitlessBootMode() == Oxa::HitlessBootMode::bootHitless;
+   startupModeConfig_ = ::Agent::StartupModeConfig::make(false, hitlessReload);
+   startupModeStatus_ = ::Agent::StartupModeStatus::make();
+   startupModeSm_ = Kem::makePtr<::Agent::StartupModeSm>(startupModeConfig_, startupModeStatus_,
+                                                         ::Agent::nullStartupConfigFactory(), startupStatus_);
+}
+
+void Agent::recoverReloadDownPorts() {
+   // Entries that an earlier hitless reload left: this start is no hitless one, so nothing else would release
+   // them.
+   if (standbyMode_ || !reloadDownErrdisableCauseStatus_ ||
+       reloadDownErrdisableCauseStatus_->intfStatus().empty())
+      return;
+   KEM_TRACE(theTrace, 0,
+             "doMountsComplete hitless-reload-down errdisabled interfaces present. Re-enabling.");
+   reloadDownErrdisableCauseStatus_->intfStatusDelAll();
+}
+
+void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
+   KemPlaze::Mount mount(entityManager.systemName());
+   KemPlaze::MountInfo const info(KemPlaze::keyShadowReader);
+   plazeBridgingStatus_ = Kem::ptrCast<Plaze::Bridging::Status>(
+       mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
+   KEM_TRACE(theTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
+   bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
+
+   subIntfCounterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
+       mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
+   if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf"))
+      dir->counterDirPathIs("/" + entityManager.systemName() + "/Plaze/interface/counter/subintf/current");
+}
+
+void Agent::openTraceFile() {
+   if (std::getenv("ZIVLOG_DISABLE"))
+      return;
+   if (!Zivlog::initialize(traceFileName(name(), std::getenv("ZIVLOGDIR") != nullptr), traceFileSizes))
+      return;
+   Kem::traceSinkIs([](Kem::TraceLine const& line) {
+      Zivlog::text(static_cast<unsigned>(line.level), line.facility, line.file,
+                   static_cast<uint32_t>(line.line), line.function, line.text);
+   });
+}
+
+std::string Agent::traceFileName(std::string_view agentName, bool hasFolder) {
+   return std::string(agentName) + (hasFolder ? "" : "-%d") + ".zv";
+}
+
+// --- Redundancy role.
+
+void Agent::standbyModeIs(bool standbyMode) {
+   if (standbyMode == standbyMode_)
+      return;
+   standbyMode_ = standbyMode;
+   handleStandbyMode();
+}
+
+void Agent::handleStandbyMode() {
+   if (standbyMode_) {
+      KEM_TRACE(theTrace, 0, "handleStandbyMode with standbyMode=true: nothing to be done here");
+      return;
+   }
+   KEM_TRACE(theTrace, 0,
+             "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
+   auto& em = *entityManager();
+   reloadDownErrdisableCauseStatus_ =
+       em.entity<Errdisable::CauseStatus>("interface/errdisable/cause/hitless-reload-down");
+
+   // The default records of ports have a rank like any publisher's; it is the one priority that the agent
+   // writes.
+   auto const bridgingInputEth = em.entity<Bridging::Input::Config>("bridging/input/config/eth");
+   bridgingInputEth->switchIntfConfigPriorityIs(10);
+
+   auto const inputDir = em.entity<Kem::Dir>("bridging/input/config");
+   auto const cliInput = inputDir ? inputDir->entity<Bridging::Input::CliConfig>("cli") : nullptr;
+   KEM_ASSERT(cliInput);
+
+   dynVlanSrcTable_ = Bridging::Input::DynVlanSrcTable::make();
+}
+
+// --- Boot stages.
+
+void Agent::doStage(std::string const& stageClass, std::string const& stage) {
+   if (stageClass != bootStageClass)
+      return;
+   KEM_TRACE(theTrace, 3, "doStage " << stage);
+   if (stage == "NetworkAgent" || stage == "ErrdisableStatusUpdate")
+      bootStagesHelper_->doStageComplete(stage);
+   else if (stage == "VornStatusUpdate")
+      oxaState_->vornStatusUpdateIs(true);
+   else if (stage == "VornSubIntfUp")
+      oxaState_->vornSubIntfUpIs(true);
+   else if (stage == "DownLinksUpdate")
+      oxaState_->vornDownLinksUpdateIs(true);
+   else
+      KEM_ASSERT(0);
+}
+
+} // namespace Vorn
+
+extern "C" AgentBase::CAgent* agentModuleFactory(char const* agentName) {
+   return Vorn::agentFactory(agentName).release();
+}

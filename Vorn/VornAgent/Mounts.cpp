@@ -1,0 +1,70 @@
+#include "Vorn/VornAgent/Mounts.h"
+
+#include "Ordel/Cell.h"
+
+namespace Vorn {
+
+std::vector<Ordel::Mount> agentMounts(std::string const& cellPath) {
+   auto const cell = [](char const* path) { return Cell::path(path, 0); };
+   return {
+       {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/link-flap"},
+       {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/uplink-failure-detection"},
+       {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/hitless-reload-down"},
+       {"r", "Errdisable::CauseGroup", "interface/errdisable/causegroup/link-flap"},
+       {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/no-internal-vlan"},
+       {"r", "Errdisable::CauseGroup", "interface/errdisable/causegroup/no-internal-vlan"},
+       {"w", "Bridging::SwitchIntfConfigDir", "bridging/switchIntfConfig"},
+       {"w", "Bridging::FdbConfigDir", "bridging/fdbConfigDir"},
+       {"ri", "Kem::Dir", "bridging/input/dynvlan/allowedvlan"},
+       {"r", "Interface::EthIntfConfigDir", "interface/config/eth/intf"},
+       {"ri", "Kem::Dir", "interface/config/eth/phy/slice"},
+       {"r", "Interface::AllEthPhyIntfConfigDir", "interface/config/eth/phy/all"},
+       {"ri", "Kem::Dir", "interface/status/eth/phy/slice"},
+       {"r", "Interface::AllEthPhyIntfStatusDir", "interface/status/eth/phy/all"},
+       {"r", "Interface::AllIntfStatusDir", "interface/status/all"},
+       {"r", "Interface::HwStatus", "interface/hwstatus"},
+       {"r", "Interface::AllEthIntfCounterPtrDir", "interface/counter/eth/phy"},
+       {"r", "LinkFlap::Config", "interface/errdisable/linkFlapConfig"},
+       {"r", "UplinkFailureDetection::Config", "interface/errdisable/uplinkFailureDetection/config"},
+       {"w", "UplinkFailureDetection::Status", "interface/errdisable/uplinkFailureDetection/status"},
+       {"r", "Interface::EthIntfStatusDir", "interface/status/eth/intf"},
+       {"r", "Interface::GlobalIntfConfig", "interface/config/global"},
+       {"w", "Bridging::Config", "bridging/config"},
+       {"r", "Errdisable::Config", "interface/errdisable/config"},
+       {"ri", "Kem::Dir", "bridging/input/dynvlan/vlan"},
+       {"wc", "Bridging::Input::Config", "bridging/input/config/eth"},
+       {"r", "Bridging::VlanStatusDir", "bridging/vlan/status"},
+       {"ri", "Kem::Dir", "bridging/input/config"},
+       {"w", "Interface::VlanIntfStatusDir", "interface/status/eth/vlan"},
+       {"ri", "Kem::Dir", "interface/input/vlan"},
+       {"wi", "Kem::Dir", "interface/input/dynvlanintf"},
+       {"wi", "Kem::Dir", "interface/inputError/dynvlanintf"},
+       {"wf", "Interface::VlanIntfStatusLocalDir", cell("interface/status/eth/vlan/local")},
+       {"r", "Interface::VlanIntfConfigDir", "interface/config/eth/vlan"},
+       {"r", "Interface::AllVlanIntfAutoState", "interface/config/eth/allVlanIntfAutoState"},
+       {"w", "Interface::SubIntfStatusDir", "interface/status/subintf"},
+       {"wf", "Interface::SubIntfStatusLocalDir", cell("interface/status/subintf/local")},
+       {"r", "Interface::SubIntfConfigDir", "interface/config/subintf"},
+       {"r", "Interface::Hardware::Capability", "interface/hardware/capability"},
+       {"r", "Interface::Hardware::SubIntfStatusDir", "interface/hardware/status/subintf"},
+       {"r", "Interface::AllIntfNamespaceConfigDir", cell("interface/nsconfig")},
+       {"r", "Bridging::HwCapabilities", "bridging/hwcapabilities"},
+       {"r", "Interface::AllIntfConfigDir", "interface/config/all"},
+       {"ri", "Kem::Dir", "interface/errdisable/cause"},
+       {"ri", "Kem::Dir", "interface/errdisable/causegroup"},
+       {"w", "Errdisable::Status", "interface/errdisable/status"},
+       {"r", "EventMon::Config", "eventMon/config"},
+       {"w", "EventMon::TableStatus", "eventMon/mac/status"},
+       {"r", "Hardware::Phy::StatusPtrDir", "hardware/phy/status/generic/all"},
+       {"w", "Oxa::ClientStatus", "oxa/status/errdisableNotconnectIntfsStatus"},
+       {"r", "Oxa::CliConfig", "oxa/cli/config"},
+       {"r", "Oxa::OxaStatus", "oxa/hardware/status"},
+       {"wcf", "Stage::AgentConfig", cell("stage/boot/config/inputDir/Vorn")},
+       {"r", "Stage::ProgressDir", cell("stage/boot/progress")},
+       {"r", "Stage::Status", cell("stage/boot/status")},
+       {"wf", "Agent::StartupStatus", cellPath + "/agent/startupStatus/Vorn"},
+       {"r", "Interface::EthPhyIntfGlobalDefaultConfigDir", "interface/config/eth/phy/globalDefault"},
+   };
+}
+
+} // namespace Vorn
