@@ -123,7 +123,7 @@ class HashTable {
       if (!slot)
          return false;
       // The entry leaves the table before it is destroyed: its destructor may come back here.
-      Entry removed = std::move(slot->entry());
+      [[maybe_unused]] Entry removed = std::move(slot->entry());
       slot->drop();
       size_t at = static_cast<size_t>(slot - slots_);
       while (at + 1 < slotCount() && slots_[at + 1].order != 0 && home(slots_[at + 1].order) <= at) {
@@ -184,7 +184,7 @@ class HashTable {
             ++at;
          at_ = at;
          // The copy of the last entry goes last: its destructor may change the table.
-         std::optional<Entry> const last = std::move(entry_);
+         [[maybe_unused]] std::optional<Entry> const last = std::move(entry_);
          entry_.reset();
          if (at < end)
             entry_.emplace(table_->slots_[at].entry());

@@ -23,7 +23,7 @@ class OrderedTable {
    OrderedTable() = default;
    OrderedTable(OrderedTable&& other) noexcept : entries_(std::move(other.entries_)) { other.clear(); }
    OrderedTable& operator=(OrderedTable&& other) noexcept {
-      auto const old = std::move(entries_); // destroyed when all is in place
+      [[maybe_unused]] auto const old = std::move(entries_); // destroyed when all is in place
       entries_ = std::move(other.entries_);
       other.clear();
       ++version_;
@@ -60,7 +60,7 @@ class OrderedTable {
 
    bool erase(Key const& key) {
       // The entry leaves the table before it is destroyed: its destructor may come back here.
-      auto const removed = entries_.extract(key);
+      [[maybe_unused]] auto const removed = entries_.extract(key);
       if (removed.empty())
          return false;
       ++version_;
@@ -68,7 +68,7 @@ class OrderedTable {
    }
 
    void clear() {
-      auto const old = std::move(entries_);
+      [[maybe_unused]] auto const old = std::move(entries_);
       entries_.clear();
       ++version_;
    }
@@ -105,7 +105,7 @@ class OrderedTable {
          version_ = table_->version_;
          at_ = at;
          // The copy of the last entry goes last: its destructor may change the table.
-         std::optional<Entry> const last = std::move(entry_);
+         [[maybe_unused]] std::optional<Entry> const last = std::move(entry_);
          entry_.reset();
          if (at != table_->entries_.end())
             entry_.emplace(Entry{at->first, at->second});
