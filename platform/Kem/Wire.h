@@ -53,6 +53,11 @@ class Writer {
    void clear() { size_ = 0; }
    // Drops what was written behind `size`.
    void truncate(size_t size) { size_ = size; }
+   // Drops the first `count` bytes; what stands behind them moves.
+   void dropFront(size_t count) {
+      std::memmove(bytes_.data(), bytes_.data() + count, size_ - count);
+      size_ -= count;
+   }
    // Gives back the memory of a buffer that was once large.
    void shrink() {
       bytes_.resize(size_);

@@ -12,6 +12,7 @@
 #include "Kem/FileDescriptor.h"
 #include "Kem/Time.h"
 #include "Kem/Wire.h"
+#include "Ordel/Frames.h"
 #include "Ordel/Protocol.h"
 #include "records/Schema.h"
 
@@ -43,7 +44,7 @@ class Connection : private Kem::FileDescriptorWatch {
    bool isWelcome() const { return isWelcome_; } // the database has answered
    int descriptor() const { return socket_; }    // -1 while not connected
    // Bytes gathered here that the kernel hasn't taken yet.
-   size_t unsentBytes() const { return output_.size() - sent_; }
+   size_t unsentBytes() const { return output_.size(); }
    // The sequence of the changes that were taken in last: what `seen` of a write made now is.
    uint64_t sequence() const { return sequence_; }
 
@@ -88,10 +89,7 @@ class Connection : private Kem::FileDescriptorWatch {
    void onWritable() override;
    static void onTurnEnd(void* connection);
 
-   void frameBegin(Frame frame);
-   void frameEnd();
-   size_t takeFrames(std::string_view bytes); // returns how many bytes were whole frames
-   void takeFrame(Frame frame, std::string_view payload);
+   bool takeFrame(Frame frame, std::string_view payload);
    void end(std::string const& reason);
 
    Records::Schema const& schema_;
@@ -101,16 +99,13 @@ class Connection : private Kem::FileDescriptorWatch {
    int socket_ = -1;
    bool isWelcome_ = false;
    bool isWatched_ = false;
-   bool isHooked_ = false;   // to the end of the turn
-   uint32_t link_ = 0;       // counts the connections made, to see in a loop that a handler ended one
-   uint32_t frameCount_ = 0; // taken in
-   uint64_t sequence_ = 0;
-   Wire::Writer output_;
-   size_t sent_ = 0;           // of output_
-   size_t frameStart_ = 0;     // in output_, of the frame that is being written
-   std::string partial_;       // the beginning of a frame that hasn't come whole
-   std::string endReason_;     // while connectAndWait runs
    bool isConnecting_ = false; // connectAndWait runs
+   uint32_t link_ = 0;         // counts the connections made: a handler may have ended one
+   uint64_t frameCount_ = 0;   // taken in
+   uint64_t sequence_ = 0;
+   FrameBuffer output_;
+   FrameReader input_;
+   std::string endReason_; // why connectAndWait failed
 };
 
 } // namespace Ordel
