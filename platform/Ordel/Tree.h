@@ -26,9 +26,15 @@
 
 namespace Ordel {
 
+class Applier;
+struct Slot;
 class Store;
+class Table;
 class Walk;
 struct Selector;
+
+// The number of the root in a database.
+inline constexpr uint32_t rootNode = 1;
 
 // The effective operations of one block on one entity, in the order of the block; an entity can come more
 // than once.
@@ -129,10 +135,11 @@ class Tree {
    uint32_t nextNode() const;
 
   private:
-   friend class Members;
    friend class Walk;
    friend class Snapshot;
    std::unique_ptr<Store> store_;
+   std::unique_ptr<Applier> applier_;
+   mutable std::string scratch_; // for values that are not kept in wire form
 };
 
 // Reads the members of one collection, in an order that is stable between changes:
@@ -147,9 +154,8 @@ class Members {
    Entity const* entity() const;   // null in a map or in references
 
   private:
-   Store const& store_;
-   Entity const& owner_;
-   unsigned attribute_;
+   Table const* table_; // null while empty
+   Slot const& slot_;
    uint32_t at_ = 0; // one behind the member that is read
    mutable std::string keyScratch_;
    mutable std::string valueScratch_;

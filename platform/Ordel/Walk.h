@@ -42,7 +42,7 @@ class Walk {
       bool areScalarsDone = false;
    };
 
-   void entitiesErased(Entity const& top);
+   void entitiesErased();
    void nameEntity(Entity const& entity, Wire::Writer& out);
    bool readMembers(Wire::Writer& out, size_t end);
 
