@@ -71,7 +71,7 @@ enum class Kind : uint8_t {
 inline constexpr uint8_t truncatedFlag = 1; // the text or the fields were longer than a record may be
 
 struct RecordHeader {
-   uint64_t check; // of all of the record that follows, padding included
+   uint64_t check; // of all of the record that follows, padding (whatever it holds) included
    uint64_t sequence;
    uint64_t monotonicNs;
    int64_t wallOffsetNs; // added to monotonicNs gives the wall clock, ns since 1970 UTC

@@ -288,19 +288,23 @@ TEST(Reader, randomDamageOfTheWholeFileIsSurvived) {
 }
 
 TEST(Reader, aRecordWithARightCheckAndLyingLengthsIsNone) {
-   std::string bytes = sampleFile();
+   std::string const good = sampleFile();
    FileHeader header;
-   std::memcpy(&header, bytes.data(), sizeof(header));
-   char* const record = bytes.data() + ringStart(0);
-   RecordHeader first;
-   std::memcpy(&first, record, sizeof(first));
-   TextHead head;
-   std::memcpy(&head, record + sizeof(first), sizeof(head));
-   head.textBytes = 60000;
-   std::memcpy(record + sizeof(first), &head, sizeof(head));
-   uint64_t const check = recordCheck(header.seed, 0, 0, record, first.bytes);
-   std::memcpy(record, &check, sizeof(check));
-   EXPECT_THAT(textsOf(Reader::ofBytes(bytes)), ElementsAre("two", "three", "a and b"));
+   std::memcpy(&header, good.data(), sizeof(header));
+   for (uint16_t const lie : {0, 2, 4, 60000}) {
+      std::string bytes = good;
+      char* const record = bytes.data() + ringStart(0);
+      RecordHeader first;
+      std::memcpy(&first, record, sizeof(first));
+      TextHead head;
+      std::memcpy(&head, record + sizeof(first), sizeof(head));
+      ASSERT_EQ(head.textBytes, 3u);
+      head.textBytes = lie;
+      std::memcpy(record + sizeof(first), &head, sizeof(head));
+      uint64_t const check = recordCheck(header.seed, 0, 0, record, first.bytes);
+      std::memcpy(record, &check, sizeof(check));
+      EXPECT_THAT(textsOf(Reader::ofBytes(bytes)), ElementsAre("two", "three", "a and b")) << lie;
+   }
 }
 
 TEST(Reader, firstAfterFindsWhatIsNew) {

@@ -279,18 +279,14 @@ void TraceFile::list(unsigned area, Kind kind, uint32_t formatId, std::span<std:
    commit(area, ring, record, bytes, kind, truncated);
 }
 
-// Finds the place of the next record and clears its padding. Where the ring begins anew, the rest up to its
-// end is cleared: records of the round before would otherwise stand there for another round, far older than
-// all the others.
+// Finds the place of the next record. Where the ring begins anew, the rest up to its end is cleared: records
+// of the round before would otherwise stand there for another round, far older than all the others.
 char* TraceFile::reserve(Ring& ring, uint32_t bytes) {
-   uint64_t const size = padded(bytes);
-   if (ring.next + size > ring.bytes) {
+   if (ring.next + padded(bytes) > ring.bytes) {
       std::memset(ring.base + ring.next, 0, ring.bytes - ring.next);
       ring.next = 0;
    }
-   char* const record = ring.base + ring.next;
-   std::memset(record + size - 8, 0, 8);
-   return record;
+   return ring.base + ring.next;
 }
 
 // The wall clock is compared with the monotonic one once a second, so that records show when it was set.
