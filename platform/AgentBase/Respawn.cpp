@@ -21,7 +21,8 @@ constexpr Kem::Seconds stableAfter = 30.0;
 
 // Waits for one of the signals in the set, at most so long; 0 when none came.
 int waitSignal(sigset_t const& set, Kem::Seconds limit) {
-   timespec const time{static_cast<time_t>(limit), static_cast<long>((limit - static_cast<double>(static_cast<time_t>(limit))) * 1e9)};
+   timespec const time{static_cast<time_t>(limit),
+                       static_cast<long>((limit - static_cast<double>(static_cast<time_t>(limit))) * 1e9)};
    int const signal = sigtimedwait(&set, nullptr, &time);
    return signal < 0 ? 0 : signal;
 }
@@ -43,11 +44,11 @@ int superviseOnce(pid_t pid, sigset_t const& set, bool& isEnding) {
 
 void describeEnd(int status, Kem::Seconds pause) {
    if (WIFSIGNALED(status))
-      std::fprintf(stderr, "agent-runner[%d]: the agent was ended by signal %d (%s); next start in %.1f s\n", getpid(),
-                   WTERMSIG(status), strsignal(WTERMSIG(status)), pause);
+      std::fprintf(stderr, "agent-runner[%d]: the agent was ended by signal %d (%s); next start in %.1f s\n",
+                   getpid(), WTERMSIG(status), strsignal(WTERMSIG(status)), pause);
    else
-      std::fprintf(stderr, "agent-runner[%d]: the agent ended with status %d; next start in %.1f s\n", getpid(),
-                   WEXITSTATUS(status), pause);
+      std::fprintf(stderr, "agent-runner[%d]: the agent ended with status %d; next start in %.1f s\n",
+                   getpid(), WEXITSTATUS(status), pause);
 }
 
 } // namespace

@@ -24,15 +24,19 @@ constexpr Kem::Seconds connectRetry = 0.2;
 // A start that does not settle is shown to the others all the same.
 constexpr Kem::Seconds holdLimit = 30.0;
 
-void say(std::string const& line) { std::fprintf(stderr, "agent-runner[%d]: %s\n", getpid(), line.c_str()); }
+void say(std::string const& line) {
+   std::fprintf(stderr, "agent-runner[%d]: %s\n", getpid(), line.c_str());
+}
 
 } // namespace
 
 // Mounts what every agent needs before its own mounts.
 class Runner::BaseMounter final : public Ordel::Mounter {
- public:
+  public:
    explicit BaseMounter(Runner& r) : Mounter(Kem::Name("base")), runner(r) {}
-   void doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager&) override { runner.handleBaseMounted(); }
+   void doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager&) override {
+      runner.handleBaseMounted();
+   }
 
    char const* attributeString(Kem::AttrId) const override { return nullptr; }
    Kem::TypeInfo const& typeInfo() const override {
@@ -59,7 +63,7 @@ struct Runner::KemAgentConfig final : Agent::AgentConfig::NotifieeConst {
 };
 
 class Runner::SignalWatch final : public Kem::FileDescriptorWatch {
- public:
+  public:
    explicit SignalWatch(Runner& r) : runner(r) {
       sigset_t set;
       sigemptyset(&set);
@@ -84,7 +88,7 @@ class Runner::SignalWatch final : public Kem::FileDescriptorWatch {
 
 // Says "ready" once what the start has written is on its way.
 class Runner::Ready final {
- public:
+  public:
    explicit Ready(Runner& r) : runner(r) { Kem::activityManager()->turnEndHookAdd(onTurnEnd, this); }
    ~Ready() { Kem::activityManager()->turnEndHookDel(onTurnEnd, this); }
    static void onTurnEnd(void* self) { static_cast<Ready*>(self)->check(); }
@@ -137,7 +141,8 @@ int Runner::connect() {
    entityManager_->closedHookIs([this](std::string const& reason) {
       end(ExitStatus::lostDatabase, "the connection to the state database has ended: " + reason);
    });
-   entityManager_->groupCompleteHookIs([this](Ordel::MountGroup const& group) { handleGroupComplete(group); });
+   entityManager_->groupCompleteHookIs(
+       [this](Ordel::MountGroup const& group) { handleGroupComplete(group); });
    agent_->entityManagerIs(entityManager_);
    return ExitStatus::stopped;
 }
@@ -164,8 +169,8 @@ int Runner::run() {
 }
 
 void Runner::handleBaseMounted() {
-   if (auto const config = entityManager_->entity<Agent::AgentConfig>(
-           Cell::path("agent/config/" + options_.name, 0))) {
+   if (auto const config =
+           entityManager_->entity<Agent::AgentConfig>(Cell::path("agent/config/" + options_.name, 0))) {
       kemAgentConfig_ = std::make_unique<KemAgentConfig>();
       kemAgentConfig_->notifierIs(config);
    }

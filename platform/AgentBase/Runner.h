@@ -1,6 +1,7 @@
 // Brings one agent up on the state database and keeps it running.
 //
-//    connecting ──► base mounts (redundancy status, agent configuration) ──► doPreInit, doInit ──► doMountsComplete
+//    connecting ──► base mounts (redundancy status, agent configuration) ──► doPreInit, doInit ──►
+//    doMountsComplete
 //         ──► settled: the held log is released, "ready" ──► running ──SIGTERM, lost connection──► end
 //
 // Knows nothing of bridging: the agent comes from a module, by its factory.
@@ -17,22 +18,22 @@ namespace AgentBase {
 
 struct RunnerOptions {
    std::string socketPath;
-   std::string module;   // file of the module
+   std::string module; // file of the module
    std::string name = "Vorn";
    uint32_t cell = 1;
    bool isRespawning = false;
 };
 
 class Runner {
- public:
+  public:
    explicit Runner(RunnerOptions options);
    ~Runner();
 
-   // Returns when the agent has ended, with the status that the process should end with. What went wrong has been told
-   // on standard error.
+   // Returns when the agent has ended, with the status that the process should end with. What went wrong has
+   // been told on standard error.
    int run();
 
- private:
+  private:
    class BaseMounter;
    class SignalWatch;
    class Ready;

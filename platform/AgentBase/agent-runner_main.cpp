@@ -60,7 +60,9 @@ uint32_t cellFromText(char const* text) {
    return isNumber ? static_cast<uint32_t>(number) : 0;
 }
 
-int runOnce(void* options) { return AgentBase::Runner(*static_cast<AgentBase::RunnerOptions*>(options)).run(); }
+int runOnce(void* options) {
+   return AgentBase::Runner(*static_cast<AgentBase::RunnerOptions*>(options)).run();
+}
 
 } // namespace
 
@@ -68,20 +70,37 @@ int main(int argc, char** argv) {
    AgentBase::RunnerOptions options;
    options.socketPath = Ordel::Connection::defaultSocketPath();
    options.module = defaultModule();
-   option const longOptions[] = {{"socket", required_argument, nullptr, 's'}, {"module", required_argument, nullptr, 'm'},
-                                 {"name", required_argument, nullptr, 'n'},   {"cell", required_argument, nullptr, 'c'},
-                                 {"respawn", no_argument, nullptr, 'r'},      {"help", no_argument, nullptr, 'h'},
-                                 {"version", no_argument, nullptr, 'v'},      {nullptr, 0, nullptr, 0}};
+   option const longOptions[] = {
+       {"socket", required_argument, nullptr, 's'}, {"module", required_argument, nullptr, 'm'},
+       {"name", required_argument, nullptr, 'n'},   {"cell", required_argument, nullptr, 'c'},
+       {"respawn", no_argument, nullptr, 'r'},      {"help", no_argument, nullptr, 'h'},
+       {"version", no_argument, nullptr, 'v'},      {nullptr, 0, nullptr, 0}};
    for (int letter; (letter = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
       switch (letter) {
-      case 's': options.socketPath = optarg; break;
-      case 'm': options.module = optarg; break;
-      case 'n': options.name = optarg; break;
-      case 'c': options.cell = cellFromText(optarg); break;
-      case 'r': options.isRespawning = true; break;
-      case 'h': std::fputs(usageText, stdout); return AgentBase::ExitStatus::stopped;
-      case 'v': std::puts("agent-runner " VORN_VERSION); return AgentBase::ExitStatus::stopped;
-      default: std::fputs("Try agent-runner --help.\n", stderr); return AgentBase::ExitStatus::usage;
+      case 's':
+         options.socketPath = optarg;
+         break;
+      case 'm':
+         options.module = optarg;
+         break;
+      case 'n':
+         options.name = optarg;
+         break;
+      case 'c':
+         options.cell = cellFromText(optarg);
+         break;
+      case 'r':
+         options.isRespawning = true;
+         break;
+      case 'h':
+         std::fputs(usageText, stdout);
+         return AgentBase::ExitStatus::stopped;
+      case 'v':
+         std::puts("agent-runner " VORN_VERSION);
+         return AgentBase::ExitStatus::stopped;
+      default:
+         std::fputs("Try agent-runner --help.\n", stderr);
+         return AgentBase::ExitStatus::usage;
       }
    }
    if (optind < argc) {
