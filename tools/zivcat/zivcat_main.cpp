@@ -35,7 +35,8 @@ constexpr char const* footer =
 
 int main(int argc, char** argv) {
    CLI::App app(
-       "Prints trace files (.zv): the records of all levels, oldest first, several files merged by time.");
+       "Prints trace files (.zv): the records of all levels, oldest first, several files merged by time.",
+       "zivcat");
    std::vector<std::string> paths;
    unsigned level = Zivlog::levelCount - 1;
    std::optional<std::string> facility;
