@@ -1,7 +1,7 @@
 // How a trace file stands on disk; shared by TraceFile, which writes it, and Reader, which trusts none of it.
 //
 //    0          FileHeader, written once before the file gets its name
-//    4096       Counters, rewritten with each record; nothing but reports depends on them
+//    4096       Counters, rewritten with each record; no record is found by them
 //    8192       area 10: definitions of row formats, appended only
 //    ...        areas 0 to 9: one ring for each level that has a size
 //
