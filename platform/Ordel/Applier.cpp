@@ -36,6 +36,7 @@ Applied const& Applier::apply(std::string_view operations, uint8_t flags) {
    applied_.bytes = out_.view();
    applied_.groups = groups_;
    applied_.nodes = nodes_;
+   applied_.isNew = isNew_;
    clearBuffer(undo_);
    clearBuffer(keyBytes_);
    clearBuffer(oldBytes_);
@@ -59,6 +60,7 @@ void Applier::run(std::string_view operations) {
    out_.clear();
    clearBuffer(groups_);
    clearBuffer(nodes_);
+   clearBuffer(isNew_);
    target_ = {};
    isGroupOpen_ = false;
    runBegin_ = nullptr;
@@ -308,7 +310,7 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
       freeText(displace(*slot, at));
    }
    store(entity, *slot, at, value);
-   effective(in, begin);
+   effective(in, begin, isNew);
 }
 
 void Applier::readErase(Wire::Reader& in, char const* begin) {
@@ -427,6 +429,7 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
    if (made.isNode())
       nodes_.push_back({&made, true});
    dropped(begin); // passed on with the number that the node has now
+   isNew_.push_back(true);
    openGroup();
    Store::encodeCreate(made, out_);
 }
@@ -488,13 +491,15 @@ void Applier::openGroup() {
    if (isGroupOpen_)
       return;
    isGroupOpen_ = true;
-   Group group{target_.entity, out_.size(), 0, 0};
+   Group group{target_.entity, out_.size(), 0, 0, isNew_.size() - 1};
    Store::encodeAt(*target_.entity, out_);
    group.body = out_.size();
    groups_.push_back(group);
 }
 
-void Applier::effective(Wire::Reader const& in, char const* begin) {
+void Applier::effective(Wire::Reader const& in, char const* begin, bool isNew) {
+   if (!isLoading_)
+      isNew_.push_back(isNew);
    if (runBegin_ || isLoading_)
       return;
    openGroup();
@@ -630,23 +635,23 @@ void Applier::rollBack() {
    out_.clear();
    groups_.clear();
    nodes_.clear();
+   isNew_.clear();
 }
 
 void Applier::commit() {
-   bool isErasing = false;
    for (Undo const& undo : undo_) {
       if (undo.what == Undone::takenOut) {
          store_.buryLater(*undo.entity);
-         isErasing = true;
+         store_.entityErased(*undo.entity);
          continue;
       }
+      if (undo.what == Undone::created)
+         store_.entityCreated(*undo.entity);
       if (undo.what == Undone::created || undo.what == Undone::put)
          continue;
       if (Store::slot(*undo.entity, undo.attribute).value->isText())
          freeText(undo.old);
    }
-   if (isErasing)
-      store_.entitiesErased();
 }
 
 } // namespace Ordel

@@ -61,7 +61,7 @@ class Applier {
    void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);
 
    // The operation from `begin` to where the reader stands took effect, or did not.
-   void effective(Wire::Reader const& in, char const* begin);
+   void effective(Wire::Reader const& in, char const* begin, bool isNew = false);
    void dropped(char const* begin);
    void openGroup();
    void flushRun(char const* end);
@@ -95,6 +95,7 @@ class Applier {
    Wire::Writer out_;
    std::vector<Group> groups_;
    std::vector<NodeChange> nodes_;
+   std::vector<uint8_t> isNew_;
    bool isGroupOpen_ = false;
    char const* runBegin_ = nullptr; // of operations that are passed on as they stand
 };

@@ -224,9 +224,17 @@ void Store::bury() {
    graveyard_.clear();
 }
 
-void Store::entitiesErased() {
+void Store::entityCreated(Entity const& entity) {
    for (Walk* walk : walks)
-      walk->entitiesErased();
+      walk->entityCreated(entity);
+}
+
+void Store::entityErased(Entity& entity) {
+   if (!walks.empty())
+      eachBelow(entity, [&](Entity& below) {
+         for (Walk* walk : walks)
+            walk->entityErased(below);
+      });
 }
 
 Entity* Store::node(uint32_t number) const {

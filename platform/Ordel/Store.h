@@ -91,7 +91,9 @@ class Store {
    static unsigned depth(Entity const& entity) { return entity.depth_; }
    static unsigned steps(Entity const& entity) { return entity.steps_; }
    static Entity* parent(Entity const& entity) { return entity.parent_; }
-   void entitiesErased(); // tells the walks
+   // Tell the walks, once it is certain; of an erased one also all that stood below it.
+   void entityCreated(Entity const& entity);
+   void entityErased(Entity& entity);
 
    Entity* node(uint32_t number) const;
    // The node at the path, or the deepest one on the way with what is left of the path in `rest`.

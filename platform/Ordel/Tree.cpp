@@ -34,9 +34,12 @@ Entity& makeWay(Store& store, std::string_view path, std::string_view& name) {
    return *at;
 }
 
+// `node` 0: the next number.
 Entity& makeNode(Store& store, EntityType const& type, std::string_view path, uint32_t node) {
    std::string_view name;
    Entity& directory = makeWay(store, path, name);
+   if (node == 0)
+      node = store.nextNode; // now, after those on the way
    Wire::Writer key;
    key.string(name);
    return store.create(type, directory, dirEntities, {0, key.view()}, node);
@@ -58,7 +61,7 @@ Tree::Tree(Records::Schema const& schema, unsigned cell)
       if (Entity const* standing = find(path))
          KEM_ASSERT(&standing->type() == place.type);
       else
-         makeNode(*store_, *place.type, path, store_->nextNode);
+         makeNode(*store_, *place.type, path, 0);
    }
 }
 
@@ -126,7 +129,7 @@ Entity const& Tree::mount(uint32_t node, EntityType const& type, std::string_vie
       unmount(node);
    if (rest.empty()) {
       store_->takeOut(*standing);
-      store_->entitiesErased();
+      store_->entityErased(*standing);
       store_->destroy(*standing);
    }
    return makeNode(*store_, type, path, node);
@@ -140,7 +143,7 @@ void Tree::unmount(uint32_t node) {
    Store::eachBelow(*entity, [&](Entity& below) { store_->remember(below); });
    store_->bury();
    store_->takeOut(*entity);
-   store_->entitiesErased();
+   store_->entityErased(*entity);
    store_->destroy(*entity);
 }
 

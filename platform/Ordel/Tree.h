@@ -43,6 +43,7 @@ struct Group {
    size_t begin;         // of its `at`, in Applied::bytes
    size_t body;          // of what follows the `at`
    size_t end;
+   size_t first; // of its operations, counted over the block: where they stand in Applied::isNew
 };
 
 // A node that came or went in a block. The nodes below an erased one are listed too, those above first.
@@ -59,6 +60,7 @@ struct Applied {
    std::string_view bytes;   // the effective operations in canonical form, to be passed on as they stand
    std::span<Group const> groups;
    std::span<NodeChange const> nodes; // in the order of the block
+   std::span<uint8_t const> isNew; // for each effective operation: it brought a member that wasn't there before
 
    bool isDone() const { return status == Status::done; }
    std::string_view at(Group const& group) const {

@@ -75,6 +75,9 @@ TEST_F(TreeTest, startsWithAllPlacesOfTheSchema) {
    EXPECT_TRUE(tree.find("cell/1")->isDirectory());
    EXPECT_EQ(tree.find("status"), nullptr);
    EXPECT_EQ(tree.entityCount(), 9u);
+   EXPECT_EQ(tree.nextNode(), 10u);
+   EXPECT_EQ(tree.node(tree.find("cell/1/status")->node()), tree.find("cell/1/status"));
+   EXPECT_EQ(tree.node(tree.find("cell")->node()), tree.find("cell"));
    EXPECT_EQ(tree.find(""), &tree.root());
    EXPECT_EQ(tree.node(cli.node()), &cli);
    EXPECT_EQ(tree.path(cli), "input/config/cli");

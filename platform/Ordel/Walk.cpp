@@ -8,6 +8,7 @@ namespace Ordel {
 
 Walk::Walk(Tree const& tree, Entity const& entity, Extent extent) : store_(*tree.store_), extent_(extent) {
    levels_.push_back({&entity});
+   known_.insert(&entity);
    store_.walks.push_back(this);
 }
 
@@ -64,6 +65,7 @@ bool Walk::readMembers(Wire::Writer& out, size_t end) {
             Store::encodeCreate(below, out);
             if (extent_ == Extent::shallow && entity.isDirectory())
                continue;
+            known_.insert(&below);
             if (Store::hasScalars(below)) { // now, so that no piece ends between
                nameEntity(below, out);
                Store::encodeScalars(below, out);
@@ -89,11 +91,17 @@ void Walk::nameEntity(Entity const& entity, Wire::Writer& out) {
    named_ = &entity;
 }
 
-// What was erased is left, with all that stands below it.
-void Walk::entitiesErased() {
-   auto const erased = std::find_if(levels_.begin(), levels_.end(),
-                                    [](Level const& level) { return level.entity->isErased(); });
-   levels_.erase(erased, levels_.end());
+void Walk::entityCreated(Entity const& entity) {
+   if (known_.count(entity.parent()) && !(extent_ == Extent::shallow && entity.isNode()))
+      known_.insert(&entity);
+}
+
+// Leaves it, with all that stands below it.
+void Walk::entityErased(Entity const& entity) {
+   known_.erase(&entity);
+   auto const level =
+       std::find_if(levels_.begin(), levels_.end(), [&](Level const& at) { return at.entity == &entity; });
+   levels_.erase(level, levels_.end());
 }
 
 } // namespace Ordel

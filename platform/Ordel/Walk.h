@@ -1,9 +1,9 @@
 // Reads an entity and all below it as operations, in pieces of bounded size, while the tree goes on changing.
 //
-// Who takes the pieces in order, together with every change made between them, ends up with the present
-// state: what is erased meanwhile is skipped, what stands still is not left out, something may come twice. A
-// piece never ends between the `create` of an entity and its scalars, so that constructor inputs come with
-// it. Operations for what a reader has not been sent yet are ones that it has to drop.
+// Who takes the pieces in order, together with every change made between them to what the walk `knows`, ends
+// up with the present state: what is erased meanwhile is skipped, what stands still is not left out,
+// something may come twice. A piece never ends between the `create` of an entity and its scalars, so that
+// constructor inputs come with it.
 //
 // The tree must outlive the walk. A tree tells its walks of erased entities, so keep few of them.
 #pragma once
@@ -11,6 +11,7 @@
 #include "Kem/Wire.h"
 #include "Ordel/Tree.h"
 
+#include <unordered_set>
 #include <vector>
 
 namespace Ordel {
@@ -31,6 +32,10 @@ class Walk {
    // empty only at the end. False: nothing is left, also when the entity has been erased.
    bool next(Wire::Writer& out, size_t maxBytes);
 
+   // The reader has been told of the entity, by a piece or by the change that created it in an entity known
+   // before. Changes to others are not for the reader: it will get them whole.
+   bool knows(Entity const& entity) const { return known_.count(&entity) != 0; }
+
   private:
    friend class Store;
    // An entity on the way, and how much of it has been read.
@@ -42,13 +47,15 @@ class Walk {
       bool areScalarsDone = false;
    };
 
-   void entitiesErased();
+   void entityCreated(Entity const& entity);
+   void entityErased(Entity const& entity);
    void nameEntity(Entity const& entity, Wire::Writer& out);
    bool readMembers(Wire::Writer& out, size_t end);
 
    Store& store_;
    Extent extent_;
    std::vector<Level> levels_;
+   std::unordered_set<Entity const*> known_;
    Entity const* named_ = nullptr; // that the last `at` of this piece named
 };
 
