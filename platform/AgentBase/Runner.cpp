@@ -6,6 +6,7 @@
 #include "Kem/FileDescriptor.h"
 #include "Kem/Trace.h"
 #include "Ordel/Cell.h"
+#include "Zivlog/Zivlog.h"
 #include "records/TypeInfo.h"
 
 #include <csignal>
@@ -165,6 +166,7 @@ int Runner::run() {
    }
    serviceNotify("STOPPING=1");
    entityManager_->attributeLog()->flush();
+   Zivlog::close();
    return status_;
 }
 

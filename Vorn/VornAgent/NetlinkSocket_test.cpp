@@ -1,0 +1,85 @@
+#include "Vorn/VornAgent/NetlinkSocket.h"
+
+#include "Kem/Trace.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <linux/netlink.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> theLines;
+std::vector<int> theClosed;
+
+struct NetlinkSocketTest : testing::Test {
+   void SetUp() override {
+      theLines.clear();
+      theClosed.clear();
+      Kem::traceToStandardErrorIs(false);
+      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
+      calls.closeSocket = [](int fd) {
+         theClosed.push_back(fd);
+         return ::close(fd);
+      };
+   }
+   void TearDown() override {
+      Kem::traceSinkIs(nullptr);
+      Kem::traceToStandardErrorIs(true);
+   }
+   Vorn::NetlinkSocketCalls calls;
+};
+
+int option(int fd, int name) {
+   int value = 0;
+   socklen_t length = sizeof value;
+   EXPECT_EQ(getsockopt(fd, SOL_SOCKET, name, &value, &length), 0);
+   return value;
+}
+
+TEST_F(NetlinkSocketTest, isARouteSocketThatIsBoundAndSubscribedToNothing) {
+   int const fd = Vorn::openNetlinkSocket();
+   ASSERT_GE(fd, 0);
+   EXPECT_EQ(option(fd, SO_DOMAIN), AF_NETLINK);
+   EXPECT_EQ(option(fd, SO_PROTOCOL), NETLINK_ROUTE);
+   EXPECT_EQ(option(fd, SO_TYPE), SOCK_RAW);
+   EXPECT_GE(option(fd, SO_SNDBUF), 32768);
+   sockaddr_nl address{};
+   socklen_t length = sizeof address;
+   ASSERT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+   EXPECT_NE(address.nl_pid, 0u);
+   EXPECT_EQ(address.nl_groups, 0u);
+   close(fd);
+   EXPECT_TRUE(theLines.empty());
+}
+
+TEST_F(NetlinkSocketTest, failedSocketIsReturnedWithoutATrace) {
+   calls.openSocket = [](int, int, int) { return -1; };
+   EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
+   EXPECT_TRUE(theLines.empty());
+   EXPECT_TRUE(theClosed.empty());
+}
+
+TEST_F(NetlinkSocketTest, failedBufferSizesAreTracedAndTheSocketClosed) {
+   calls.setOption = [](int, int, int name, void const*, socklen_t) { return name == SO_SNDBUF ? -1 : 0; };
+   EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
+   calls.setOption = [](int, int, int name, void const*, socklen_t) { return name == SO_RCVBUF ? -1 : 0; };
+   EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
+   EXPECT_EQ(theLines, (std::vector<std::string>{"setsockopt SO_SNDBUF failure", "setsockopt SO_RCVBUF failure"}));
+   EXPECT_EQ(theClosed.size(), 2u);
+}
+
+TEST_F(NetlinkSocketTest, failedBindIsTracedWithTheErrorNumber) {
+   calls.bindSocket = [](int, sockaddr const* address, socklen_t) {
+      EXPECT_EQ(address->sa_family, 16);
+      errno = EADDRINUSE;
+      return -1;
+   };
+   EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
+   EXPECT_EQ(theLines, std::vector<std::string>{"bind failed: " + std::to_string(EADDRINUSE)});
+   EXPECT_EQ(theClosed.size(), 1u);
+}
+
+} // namespace
