@@ -13,7 +13,7 @@ using Records::Form;
 
 namespace {
 
-constexpr size_t keptBytes = 1u << 20; // buffers above it are given back after a block
+constexpr size_t keptBytes = 8u << 20; // buffers above it are given back after a block
 
 template <class Buffer>
 void clearBuffer(Buffer& buffer) {
@@ -450,7 +450,7 @@ void Applier::erase(Entity& entity) {
 
 bool Applier::isStored(Slot const& slot, char const* place, Packed const& value) const {
    if (!slot.value->isText())
-      return std::memcmp(place, value.bytes, value.size) == 0;
+      return areEqualBytes(place, value.bytes, value.size);
    Text text;
    std::memcpy(&text, place, sizeof text);
    return (text ? textView(text) : slot.zero) == value.view();
@@ -458,7 +458,7 @@ bool Applier::isStored(Slot const& slot, char const* place, Packed const& value)
 
 void Applier::store(Entity& entity, Slot const& slot, char* place, Packed const& value) {
    if (!slot.value->isText()) {
-      std::memcpy(place, value.bytes, value.size);
+      copyBytes(place, value.bytes, value.size);
       return;
    }
    Text const text = value.view() == slot.zero ? 0 : makeText(value.view());
@@ -467,13 +467,10 @@ void Applier::store(Entity& entity, Slot const& slot, char* place, Packed const&
 
 // What stands there, for the log: a text is moved, so the place must be overwritten.
 uint64_t Applier::displace(Slot const& slot, char const* place) {
-   uint64_t old = 0;
    size_t const size = slot.value->size();
-   if (size <= sizeof old) {
-      std::memcpy(&old, place, size);
-      return old;
-   }
-   old = oldBytes_.size();
+   if (size <= sizeof(uint64_t))
+      return loadBytes(place, size);
+   uint64_t const old = oldBytes_.size();
    oldBytes_.append(place, size);
    return old;
 }

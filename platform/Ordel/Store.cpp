@@ -63,12 +63,9 @@ Entity* Store::allocate(Layout const& layout) {
    return entity;
 }
 
-Table& Store::tableMade(Entity& entity, Slot const& slot) {
-   Table* members = table(entity, slot);
-   if (!members) {
-      members = new Table(slot.shape);
-      std::memcpy(place(entity, slot), &members, sizeof members);
-   }
+Table& Store::newTable(Entity& entity, Slot const& slot) {
+   auto* const members = new Table(slot.shape);
+   std::memcpy(place(entity, slot), &members, sizeof members);
    return *members;
 }
 

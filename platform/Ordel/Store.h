@@ -50,7 +50,10 @@ class Store {
       std::memcpy(&table, place(entity, slot), sizeof table);
       return table;
    }
-   static Table& tableMade(Entity& entity, Slot const& slot);
+   static Table& tableMade(Entity& entity, Slot const& slot) {
+      Table* const members = table(entity, slot);
+      return members ? *members : newTable(entity, slot);
+   }
    static void dropTableIfEmpty(Entity& entity, Slot const& slot);
    static Entity* entityAt(Table const& table, uint32_t position) {
       Entity* entity;
@@ -62,7 +65,7 @@ class Store {
       if (slot.shape.isKeyText)
          probe.text = key.view();
       else
-         std::memcpy(&probe.bits, key.bytes, key.size);
+         probe.bits = loadBytes(key.bytes, key.size);
       return probe;
    }
    // The key under which the entity stands in its parent's table; not of the root.
@@ -134,6 +137,7 @@ class Store {
   private:
    // It has to be told: not its default, and not told by the key.
    static bool isTold(Entity const& entity, Slot const& slot);
+   static Table& newTable(Entity& entity, Slot const& slot);
    Entity* allocate(Layout const& layout);
    static void fillKeyAttribute(Entity& entity);
 

@@ -48,42 +48,9 @@ Table::~Table() {
    std::free(holes_);
 }
 
-uint64_t Table::load(char const* key) const {
-   uint64_t bits = 0;
-   switch (shape_.keySize) { // constant sizes compile to single moves
-   case 1:
-      std::memcpy(&bits, key, 1);
-      break;
-   case 2:
-      std::memcpy(&bits, key, 2);
-      break;
-   case 4:
-      std::memcpy(&bits, key, 4);
-      break;
-   case 8:
-      std::memcpy(&bits, key, 8);
-      break;
-   default:
-      std::memcpy(&bits, key, shape_.keySize);
-   }
-   return bits;
-}
-
-uint32_t Table::hash(KeyProbe const& key) const {
-   if (shape_.isKeyText)
-      return hashOf(key.text);
-   uint64_t h = key.bits * 0x9e3779b97f4a7c15u;
-   return static_cast<uint32_t>((h ^ h >> 29) >> 16);
-}
-
 uint32_t Table::hashAt(uint32_t position) const {
    uint64_t const bits = load(slot(position));
    return shape_.isKeyText ? textHash(bits) : hash({bits, {}});
-}
-
-bool Table::isEqual(uint32_t position, KeyProbe const& key) const {
-   uint64_t const bits = load(slot(position));
-   return shape_.isKeyText ? textView(bits) == key.text : bits == key.bits;
 }
 
 uint32_t Table::find(KeyProbe const& key) const {
@@ -112,8 +79,9 @@ uint32_t Table::findOrInsert(KeyProbe const& key, bool& isNew) {
    if (used_ == capacity_)
       makeRoom();
    uint32_t const position = used_++;
-   std::memcpy(slot(position), &kept, shape_.keySize);
-   std::memset(value(position), 0, shape_.valueSize);
+   copyBytes(slot(position), &kept, shape_.keySize);
+   if (shape_.isValueText)
+      std::memset(value(position), 0, sizeof(Text));
    if (index_ && !(mask_ - used_ < mask_ / 4)) { // at most three quarters full
       uint32_t at = hashAt(position) & mask_;
       while (indexed(at) != 0)

@@ -44,7 +44,7 @@ class Table {
    uint32_t generation() const { return generation_; }
 
    uint32_t find(KeyProbe const& key) const; // none: not there
-   // The value of a new member is all zeros.
+   // The value of a new member is all zeros where it is a text, else undefined.
    uint32_t findOrInsert(KeyProbe const& key, bool& isNew);
    // The text of the value is freed; that of the key is freed or given back.
    void erase(uint32_t position);
@@ -57,10 +57,17 @@ class Table {
   private:
    char* slot(uint32_t position) const { return slots_ + size_t{position} * slotSize_; }
    bool isHole(uint32_t position) const { return holes_[position / 8] >> (position % 8) & 1; }
-   uint64_t load(char const* key) const;
-   uint32_t hash(KeyProbe const& key) const;
+   uint64_t load(char const* key) const { return loadBytes(key, shape_.keySize); }
+   uint32_t hash(KeyProbe const& key) const {
+      if (shape_.isKeyText)
+         return hashOf(key.text);
+      return static_cast<uint32_t>(key.bits * 0x9e3779b97f4a7c15u >> 32); // spreads rows of numbers evenly
+   }
    uint32_t hashAt(uint32_t position) const;
-   bool isEqual(uint32_t position, KeyProbe const& key) const;
+   bool isEqual(uint32_t position, KeyProbe const& key) const {
+      uint64_t const bits = load(slot(position));
+      return shape_.isKeyText ? textView(bits) == key.text : bits == key.bits;
+   }
    uint32_t indexed(uint32_t at) const {
       return isWide_ ? static_cast<uint32_t*>(index_)[at] : static_cast<uint16_t*>(index_)[at];
    }

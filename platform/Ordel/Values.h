@@ -28,6 +28,60 @@ std::string_view textView(Text text); // not of 0
 uint32_t textHash(Text text);         // that of hashOf(textView(text))
 uint32_t hashOf(std::string_view bytes);
 
+// Copies and compares of the sizes that values mostly have, each a move or two instead of a call.
+inline void copyBytes(void* to, void const* from, size_t size) {
+   switch (size) {
+   case 1:
+      std::memcpy(to, from, 1);
+      return;
+   case 2:
+      std::memcpy(to, from, 2);
+      return;
+   case 4:
+      std::memcpy(to, from, 4);
+      return;
+   case 6:
+      std::memcpy(to, from, 6);
+      return;
+   case 8:
+      std::memcpy(to, from, 8);
+      return;
+   default:
+      std::memcpy(to, from, size);
+   }
+}
+template <class Number>
+Number loadNumber(void const* from) {
+   Number number;
+   std::memcpy(&number, from, sizeof number);
+   return number;
+}
+// At most eight bytes, with zeros above. Each size by loads of its own: a copy into a wider number and a load
+// of that would wait for the copy.
+inline uint64_t loadBytes(void const* from, size_t size) {
+   switch (size) {
+   case 1:
+      return loadNumber<uint8_t>(from);
+   case 2:
+      return loadNumber<uint16_t>(from);
+   case 4:
+      return loadNumber<uint32_t>(from);
+   case 6:
+      return loadNumber<uint32_t>(from) | uint64_t{loadNumber<uint16_t>(static_cast<char const*>(from) + 4)}
+                                              << 32;
+   case 8:
+      return loadNumber<uint64_t>(from);
+   default: {
+      uint64_t bits = 0;
+      std::memcpy(&bits, from, size);
+      return bits;
+   }
+   }
+}
+inline bool areEqualBytes(void const* a, void const* b, size_t size) {
+   return size <= 8 ? loadBytes(a, size) == loadBytes(b, size) : std::memcmp(a, b, size) == 0;
+}
+
 // A value just read: `bytes` point into what was read, or at `rep`.
 struct Packed {
    char const* bytes = nullptr;
@@ -103,27 +157,7 @@ class Codec {
 };
 
 inline bool Codec::Check::holds(char const* bytes) const {
-   uint64_t number = 0;
-   bytes += offset;
-   switch (size) {
-   case 1:
-      number = static_cast<uint8_t>(*bytes);
-      break;
-   case 2: {
-      uint16_t v;
-      std::memcpy(&v, bytes, 2);
-      number = v;
-      break;
-   }
-   case 4: {
-      uint32_t v;
-      std::memcpy(&v, bytes, 4);
-      number = v;
-      break;
-   }
-   default:
-      std::memcpy(&number, bytes, 8);
-   }
+   uint64_t const number = loadBytes(bytes + offset, size);
    if (isDouble)
       return (number & 0x7fffffffffffffffu) <= 0x7ff0000000000000u; // above it stand the NaNs
    return number >= min && number <= max;
