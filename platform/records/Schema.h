@@ -1,8 +1,9 @@
 // What a record is, as data: the descriptors of every type of the state tree.
 //
-// The generator makes one constant table of them from the *.schema files. The state database and the tools work from
-// this table and know no record class; the generated classes use the same numbers. Nothing here allocates or changes.
-// Attribute numbers are positions in `attributes`, the inherited ones first, so a record can be read as its base.
+// The generator makes one constant table of them from the *.schema files. The state database and the tools
+// work from this table and know no record class; the generated classes use the same numbers. Nothing here
+// allocates or changes. Attribute numbers are positions in `attributes`, the inherited ones first, so a
+// record can be read as its base.
 #pragma once
 
 #include <cstdint>
@@ -44,15 +45,15 @@ struct Field {
 
 // The type of a value, a key or a field.
 struct ValueType {
-   std::string_view name;    // "Bridging::VlanId", "bool"
+   std::string_view name; // "Bridging::VlanId", "bool"
    Kind kind;
-   uint8_t size;             // bytes on the wire; 0 where it varies
-   uint64_t min, max;        // range of an unsigned number, bounds included
-   char const* rangeText;    // what a value outside the range is refused with; null without a range
+   uint8_t size;          // bytes on the wire; 0 where it varies
+   uint64_t min, max;     // range of an unsigned number, bounds included
+   char const* rangeText; // what a value outside the range is refused with; null without a range
    std::span<EnumValue const> enumerators;
    std::span<Field const> fields;
-   char joint;               // a record used as a key: what stands between its fields in text; 0 for none
-   std::string_view zero;    // wire form of the default value
+   char joint;            // a record used as a key: what stands between its fields in text; 0 for none
+   std::string_view zero; // wire form of the default value
    std::string_view meaning;
 };
 
@@ -69,8 +70,8 @@ struct EntityType;
 struct Attribute {
    std::string_view name;
    Form form;
-   bool isInput;             // given at creation and not changed later: keys and constructor inputs
-   bool isOrdered;           // the collection iterates in key order
+   bool isInput;   // given at creation and not changed later: keys and constructor inputs
+   bool isOrdered; // the collection iterates in key order
    bool isCounter;
    ValueType const* key;     // collections, else null
    ValueType const* value;   // scalar and map, else null
@@ -81,11 +82,11 @@ struct Attribute {
 };
 
 struct EntityType {
-   std::string_view name;    // "Bridging::Config"
-   uint16_t id;              // position in Schema::entities
-   EntityType const* base;   // null for none
+   std::string_view name;  // "Bridging::Config"
+   uint16_t id;            // position in Schema::entities
+   EntityType const* base; // null for none
    std::span<Attribute const> attributes;
-   int16_t keyAttribute;     // position of the key, -1 without one
+   int16_t keyAttribute; // position of the key, -1 without one
    std::string_view meaning;
 
    // Position of the attribute of that name, or -1.
@@ -105,7 +106,7 @@ struct EntityType {
 };
 
 struct Place {
-   std::string_view path;    // relative to the root, or to the directory of a cell
+   std::string_view path; // relative to the root, or to the directory of a cell
    EntityType const* type;
    bool isCell;
    std::string_view meaning;

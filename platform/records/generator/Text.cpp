@@ -1,0 +1,116 @@
+#include "Text.h"
+
+#include <cctype>
+#include <stdexcept>
+
+namespace RecordGen {
+
+namespace {
+
+constexpr size_t lineWidth = 110;
+
+} // namespace
+
+std::string fill(std::string_view pattern, Words const& words) {
+   std::string result;
+   for (size_t i = 0; i < pattern.size(); ++i) {
+      if (pattern[i] != '$') {
+         result += pattern[i];
+         continue;
+      }
+      size_t end = i + 1;
+      while (end < pattern.size() && std::isalpha(static_cast<unsigned char>(pattern[end])))
+         ++end;
+      auto const at = words.find(pattern.substr(i + 1, end - i - 1));
+      if (at == words.end())
+         throw std::logic_error("no word for " + std::string(pattern.substr(i, end - i)) +
+                                " in: " + std::string(pattern));
+      result += at->second;
+      // A mark that only ends the name, as in "$x~Is".
+      i = end < pattern.size() && pattern[end] == '~' ? end : end - 1;
+   }
+   return result;
+}
+
+std::string capital(std::string text) {
+   if (!text.empty())
+      text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+   return text;
+}
+
+std::string join(std::vector<std::string> const& parts, std::string_view between) {
+   std::string result;
+   for (size_t i = 0; i < parts.size(); ++i)
+      result += (i ? std::string(between) : "") + parts[i];
+   return result;
+}
+
+std::string quoted(std::string_view bytes) {
+   std::string result = "\"";
+   for (char const c : bytes) {
+      auto const byte = static_cast<unsigned char>(c);
+      if (c == '"' || c == '\\') {
+         result += {'\\', c};
+      } else if (byte >= 0x20 && byte != 0x7f) {
+         result += c;
+      } else {
+         // Octal has at most three digits, so what follows is never taken for more of them.
+         result += {'\\', char('0' + (byte >> 6)), char('0' + (byte >> 3 & 7)), char('0' + (byte & 7))};
+      }
+   }
+   return result + '"';
+}
+
+std::string slashed(std::string_view nameSpace) {
+   std::string result;
+   for (size_t i = 0; i < nameSpace.size(); ++i) {
+      bool const isMark = nameSpace.substr(i).starts_with("::");
+      result += isMark ? '/' : nameSpace[i];
+      i += isMark;
+   }
+   return result;
+}
+
+std::vector<std::string> wrapped(std::string_view text, size_t width) {
+   std::vector<std::string> lines;
+   std::string line;
+   while (!text.empty()) {
+      size_t const end = std::min(text.find(' '), text.size());
+      std::string_view const word = text.substr(0, end);
+      text.remove_prefix(std::min(end + 1, text.size()));
+      if (!line.empty() && line.size() + 1 + word.size() > width) {
+         lines.push_back(std::move(line));
+         line.clear();
+      }
+      line += (line.empty() ? "" : " ") + std::string(word);
+   }
+   if (!line.empty())
+      lines.push_back(std::move(line));
+   return lines;
+}
+
+Text& Text::put(std::string_view pattern, Words const& words) {
+   return put(fill(pattern, words));
+}
+
+Text& Text::put(std::string_view text) {
+   text_ += text;
+   if (!text_.ends_with('\n'))
+      text_ += '\n';
+   return *this;
+}
+
+Text& Text::comment(std::string_view text, int indent) {
+   std::string const start = std::string(static_cast<size_t>(indent), ' ') + "// ";
+   for (auto const& line : wrapped(text, lineWidth - start.size()))
+      text_ += start + line + '\n';
+   return *this;
+}
+
+Text& Text::gap() {
+   if (!text_.empty() && !text_.ends_with("\n\n") && !text_.ends_with("{\n") && !text_.ends_with(":\n"))
+      text_ += '\n';
+   return *this;
+}
+
+} // namespace RecordGen
