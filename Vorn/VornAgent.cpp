@@ -4,6 +4,7 @@
 #include "Kem/Dir.h"
 #include "Kem/Trace.h"
 #include "Ordel/Cell.h"
+#include "Plaze/Mount.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/VornAgent/NetlinkSocket.h"
 #include "Zivlog/Zivlog.h"
@@ -170,7 +171,7 @@ void Agent::recoverReloadDownPorts() {
 
 void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
    KemPlaze::Mount mount(entityManager.systemName());
-   KemPlaze::MountInfo const info(KemPlaze::keyShadowReader);
+   KemPlaze::MountInfo const info(KemPlaze::keyShadow);
    plazeBridgingStatus_ = Kem::ptrCast<Plaze::Bridging::Status>(
        mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
    KEM_TRACE(theTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");

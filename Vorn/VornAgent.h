@@ -13,7 +13,8 @@
 
 #include "AgentBase/CAgent.h"
 #include "AgentBase/StagesHelper.h"
-#include "Plaze/Mount.h"
+#include "Plaze/BridgingStatus.h"
+#include "Plaze/InterfaceCounters.h"
 #include "StartupMode/StartupModeSm.h"
 #include "Vorn/VornAgent/AttrLogCheck.h"
 #include "Vorn/VornAgent/EntityManagerReactor.h"

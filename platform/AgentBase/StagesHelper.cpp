@@ -1,6 +1,7 @@
 #include "AgentBase/StagesHelper.h"
 
 #include "Kem/Clock.h"
+#include "records/Stage/Progress.h"
 
 namespace AgentBase {
 

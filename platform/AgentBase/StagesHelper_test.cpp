@@ -1,6 +1,7 @@
 #include "AgentBase/StagesHelper.h"
 
 #include "Kem/Activity.h"
+#include "records/Stage/Progress.h"
 
 #include <gtest/gtest.h>
 
