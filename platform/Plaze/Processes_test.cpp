@@ -89,7 +89,7 @@ Verdict followUntilEnd(std::string const& path) {
 TEST(ProcessesTest, ReadersNeverSeeGarbageWhileAWriterRuns) {
    TestDirectory directory;
    std::string const path = directory.path("table");
-   pid_t const writer = inProcess([&] { writeFor(path, 1000000, 1); });
+   pid_t const writer = inProcess([&] { writeFor(path, 300000, 1); });
    pid_t const otherReader = inProcess([&] {
       Verdict const verdict = followUntilEnd(path);
       _exit(verdict.garbage + verdict.backwards + verdict.notInStep == 0 ? 0 : 1);
