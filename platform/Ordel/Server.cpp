@@ -128,7 +128,16 @@ Server::Refusal Server::place(ServerMount& mount) {
       return {Status::refused, located.error};
    if (located.status == Status::absent && !(mount.flags & mountAwait))
       return {Status::absent, located.error};
-   return node ? placeIn(mount, *node) : Refusal();
+   if (node)
+      return placeIn(mount, *node);
+   // Only a directory can ever hold what is waited for.
+   std::string_view way = mount.selector.path;
+   while (!way.empty()) {
+      way = way.substr(0, way.rfind('/') == std::string_view::npos ? 0 : way.rfind('/'));
+      if (Entity const* const standing = tree_->find(way); standing && !standing->isDirectory())
+         return {Status::refused, std::string(way) + ": is no directory"};
+   }
+   return {};
 }
 
 // Checks the mount against what stands at its node, and finds the way inside.

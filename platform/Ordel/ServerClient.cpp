@@ -9,7 +9,6 @@ namespace Ordel {
 
 namespace {
 
-constexpr size_t fillBytes = 256u << 10; // below it, more is made of what is pending
 constexpr size_t pieceBytes = 64u << 10; // of one frame of these
 constexpr size_t changesHeaderBytes = frameHeaderBytes + sizeof(uint64_t);
 
@@ -48,7 +47,7 @@ std::string ServerClient::label() const {
 
 bool ServerClient::wantsReading() const {
    return !isRefused_ && output_.size() < answersLimit &&
-          (pending_.strayCount() < straysLimit || output_.size() < changesLimit);
+          (pending_.strayCount() < straysLimit || output_.size() < fillBytes);
 }
 
 void ServerClient::receive(std::string_view bytes) {
@@ -185,10 +184,11 @@ void ServerClient::changesBegin() {
    lastAt_ = 0;
 }
 
-void ServerClient::changesEnd(uint64_t sequence) {
+// `isWanted`: also without operations, for its sequence.
+void ServerClient::changesEnd(uint64_t sequence, bool isWanted) {
    size_t const start = output_.frameStart();
    Wire::Writer& out = output_.writer();
-   if (out.size() - start == changesHeaderBytes) {
+   if (out.size() - start == changesHeaderBytes && !isWanted) {
       output_.abandon();
       return;
    }
@@ -217,7 +217,8 @@ void ServerClient::fill() {
       changesBegin();
       drained_.clear();
       pending_.drain(output_.writer(), pieceBytes, drained_);
-      changesEnd(server_.drained(*this, drained_));
+      // A client that has been told that nothing stands there must not get its own writes back for that.
+      changesEnd(server_.drained(*this, drained_), !drained_.empty());
       sendLater();
    }
 }

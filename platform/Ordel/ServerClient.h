@@ -33,6 +33,8 @@ class ServerClient {
    static constexpr size_t changesLimit = 4u << 20;
    // Above it, the client's frames have to wait, because their answers would add to what it doesn't read.
    static constexpr size_t answersLimit = 2 * changesLimit;
+   // Below it, more is made of what is pending.
+   static constexpr size_t fillBytes = 256u << 10;
    // Of the marks that a client causes by writing while it doesn't read.
    static constexpr size_t straysLimit = 100'000;
    static constexpr Kem::Seconds helloTimeout = 10;
@@ -132,7 +134,7 @@ class ServerClient {
    bool takeFrame(Frame frame, std::string_view payload);
    bool takeHello(std::string_view payload);
    void changesBegin();
-   void changesEnd(uint64_t sequence);
+   void changesEnd(uint64_t sequence, bool isWanted = false);
    Wire::Writer& begin(Frame frame);
    void end();
    void later(Frame frame, uint32_t number);
