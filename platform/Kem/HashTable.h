@@ -3,8 +3,8 @@
 // The home of an entry is the high bits of its bit-reversed hash, and the entries stand sorted by that
 // reversed hash (ties by key), each at its home or behind it with no gap between. Two things follow.
 // Iteration order does not depend on the size of the table: growing and shrinking keep it. And a lookup,
-// found or not, ends at the first greater entry. Hashes need not be mixed: reversal spreads small consecutive
-// numbers evenly over the table.
+// found or not, ends at the first greater entry. Reversal spreads small consecutive numbers evenly
+// over the table; the low bits of a hash must be as good as its high ones.
 //
 // An iterator remembers its entry and the table's version of change. When the version has moved it finds its
 // place again by key, so any entry may be removed or added during iteration: each entry that stays is visited
@@ -27,15 +27,20 @@
 
 namespace Kem {
 
-// Hash of a key: its own hash(), or the number itself, a wide one folded to 32 bits.
+// Hash of a key: its own hash(), or made of the number itself. Numbers of two bytes are theirs: they come in
+// rows. Wider ones are often packed of fields, and what differs may stand in the high bits only.
 template <class Key>
 uint32_t hashOf(Key const& key) {
-   if constexpr (requires { key.hash(); })
+   if constexpr (requires { key.hash(); }) {
       return key.hash();
-   else if constexpr (sizeof(Key) > sizeof(uint32_t))
-      return static_cast<uint32_t>(key) ^ static_cast<uint32_t>(static_cast<uint64_t>(key) >> 32);
-   else
+   } else if constexpr (sizeof(Key) <= sizeof(uint16_t)) {
       return static_cast<uint32_t>(key);
+   } else {
+      // The middle of a product with the golden ratio: each of its bits hangs on all bits of the number below
+      // it.
+      uint64_t const wide = static_cast<uint64_t>(key);
+      return static_cast<uint32_t>((wide ^ wide >> 32) * 0x9e3779b97f4a7c15u >> 32);
+   }
 }
 
 inline uint32_t reverseBits(uint32_t v) {

@@ -171,7 +171,19 @@ TEST(HashTable, smallConsecutiveNumbersSpreadEvenly) {
 
 TEST(HashTable, wideNumbersCountWithAllTheirBits) {
    EXPECT_NE(Kem::hashOf(uint64_t(1) << 32), Kem::hashOf(uint64_t(2) << 32));
-   EXPECT_EQ(Kem::hashOf(uint64_t(5)), 5u);
+   EXPECT_NE(Kem::hashOf(uint64_t(1) << 32), Kem::hashOf(uint64_t(1)));
+}
+
+TEST(HashTable, numbersThatDifferInHighBitsOnlyGetHomesOfTheirOwn) {
+   for (int const shift : {0, 6, 12, 14, 16, 20}) {
+      std::set<uint32_t> homes32, homes64;
+      for (uint32_t n = 0; n < 1024; ++n) {
+         homes32.insert(Kem::reverseBits(Kem::hashOf(n << shift)) >> 22);
+         homes64.insert(Kem::reverseBits(Kem::hashOf(uint64_t(n) << 2 * shift)) >> 22);
+      }
+      EXPECT_GT(homes32.size(), 400u) << shift; // thrown at random, 1024 keys meet about 647 of 1024 homes
+      EXPECT_GT(homes64.size(), 400u) << 2 * shift;
+   }
 }
 
 TEST(HashTable, valueFoundKeepsItsPlaceWhileOthersAreLookedUp) {

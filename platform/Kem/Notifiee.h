@@ -48,45 +48,51 @@ template <class Key>
 class PendingKeys {
   public:
    void add(Key const& key) {
-      if (isSmall()) {
+      if (positions_.empty()) {
+         // Few keys are searched, many are looked up.
          for (size_t i = next_; i < keys_.size(); ++i)
             if (keys_[i] == key)
                return;
          keys_.push_back(key);
-         if (!isSmall())
+         if (keys_.size() - next_ > 16)
             for (size_t i = next_; i < keys_.size(); ++i)
-               known_.findOrInsert(keys_[i], [] { return true; });
-      } else if (known_.findOrInsert(key, [] { return true; }).second) {
-         keys_.push_back(key);
+               positions_.findOrInsert(keys_[i], [&] { return dropped_ + i; });
+         return;
       }
+      uint64_t const end = dropped_ + keys_.size();
+      auto const [position, isNew] = positions_.findOrInsert(key, [&] { return end; });
+      if (!isNew) {
+         if (*position >= dropped_ + next_)
+            return;
+         *position = end; // it was taken before
+      }
+      keys_.push_back(key);
    }
    bool empty() const { return next_ == keys_.size(); }
    Key take() {
       Key key = std::move(keys_[next_++]);
-      if (!known_.empty())
-         known_.erase(key);
       if (empty()) {
          clear();
       } else if (next_ >= 64 && next_ * 2 > keys_.size()) {
          // A collection that never comes to rest must not grow this list for ever.
          keys_.erase(keys_.begin(), keys_.begin() + static_cast<std::ptrdiff_t>(next_));
+         dropped_ += next_;
          next_ = 0;
       }
       return key;
    }
    void clear() {
       keys_ = {};
-      known_.clear();
-      next_ = 0;
+      positions_.clear();
+      dropped_ = next_ = 0;
    }
 
   private:
-   // Few keys are searched, many are looked up.
-   bool isSmall() const { return keys_.size() - next_ <= 16 && known_.empty(); }
-
    std::vector<Key> keys_;
-   size_t next_ = 0; // those before it have been taken
-   ValueMap<Key, bool> known_;
+   size_t next_ = 0;      // those before it have been taken
+   uint64_t dropped_ = 0; // taken ones that no longer stand in keys_
+   // Of many keys: where each stood last, counted from the first key ever; behind the taken ones if it waits.
+   ValueMap<Key, uint64_t> positions_;
 };
 
 // What a reactor overrides: bit n is attribute n.
