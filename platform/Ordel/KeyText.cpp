@@ -37,7 +37,8 @@ bool readUnsigned(ValueType const& type, Wire::Reader& in, uint64_t& number) {
    }
    number = 0;
    std::string_view const bytes = in.raw(type.size);
-   std::memcpy(&number, bytes.data(), std::min<size_t>(bytes.size(), sizeof number));
+   if (in.good())
+      std::memcpy(&number, bytes.data(), std::min<size_t>(bytes.size(), sizeof number));
    return true;
 }
 
