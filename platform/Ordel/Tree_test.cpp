@@ -179,6 +179,27 @@ TEST_F(TreeTest, operationsThatChangeNothingAreLeftOut) {
        Block().at(config.node()).put(Config::named, one, "\1"sv).put(Config::named, three, "\0"sv));
 }
 
+TEST_F(TreeTest, passesOnInTheOrderOfTheBlock) {
+   Block block;
+   block.at(config.node())
+       .put(Config::named, stringBytes("a"), "\1"sv)
+       .create(Config::vlanConfig, u16Bytes(1), vlanType)
+       .put(Config::named, stringBytes("b"), "\1"sv)
+       .create(Config::vlanConfig, u16Bytes(2), vlanType)
+       .erase(Config::vlanConfig, u16Bytes(1))
+       .set(Config::count, u32Bytes(1));
+   verifyPassedOn(block, block);
+   EXPECT_EQ(tree.count(config, Config::vlanConfig), 1u);
+   uint32_t const number = tree.nextNode();
+   verifyPassedOn(
+       Block().at(dir.node()).createNode("a", dirType).erase(0, stringBytes("a")).createNode("b", dirType),
+       Block()
+           .at(dir.node())
+           .createNode("a", dirType, number)
+           .erase(0, stringBytes("a"))
+           .createNode("b", dirType, number + 1));
+}
+
 TEST_F(TreeTest, groupsTellEntityAndOperations) {
    Block block;
    block.at(config.node())
