@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,6 +44,11 @@ class TestDatabase {
       }
       void flush() { log->flush(); }
       std::vector<std::string> const& blocks() const { return blocks_; } // that were written
+      bool covers(std::string const& path) const {
+         return std::any_of(paths.begin(), paths.end(), [&](auto const& mounted) {
+            return path == mounted || path.starts_with(mounted + '/');
+         });
+      }
       std::string take(std::string_view operations) { return tree.apply(operations); }
 
       TestDatabase& database;
@@ -69,14 +75,20 @@ class TestDatabase {
    void write(Client* writer, std::string_view operations) {
       auto const& applied = tree.apply(operations);
       ASSERT_TRUE(applied.isDone()) << applied.error;
-      std::string const effect(applied.bytes);
       groupCount += applied.groups.size();
       // The writer of a new entity in a directory learns its number.
       bool const tellsWriter = !applied.nodes.empty();
-      for (auto const& client : clients_)
-         if ((tellsWriter || client.get() != writer) && !effect.empty()) {
+      for (auto const& client : clients_) {
+         if (!tellsWriter && client.get() == writer)
+            continue;
+         std::string effect;
+         for (auto const& group : applied.groups)
+            if (client->covers(tree.path(*group.entity)))
+               effect.append(applied.at(group)).append(applied.operations(group));
+         if (!effect.empty()) {
             EXPECT_EQ(client->take(effect), "");
          }
+      }
    }
    // All operations that bring a reader of that path to the present state.
    std::string contents(std::string const& path) const {
