@@ -1,0 +1,86 @@
+// What stands at some selectors: mounts just them, and keeps a mirror of them up to date while it lives.
+//
+// A session has one view at a time, since what the database sends isn't marked with the mount that it is sent
+// for. Bytes of an earlier view that are still on their way are passed over: nothing counts before the first
+// answer to the view's own mounts.
+#pragma once
+
+#include "Ordel/Selector.h"
+#include "Ordel/Tree.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Ordelctl {
+
+class Session;
+
+class View {
+  public:
+   struct Request {
+      Ordel::Selector selector;
+      std::string type;  // "" for any
+      uint8_t flags = 0; // MountFlags
+   };
+   struct Mount {
+      Ordel::Selector selector;
+      uint32_t number = 0;
+      uint32_t node = 0;     // 0 while nothing stands there
+      bool isSynced = false; // all that stands there has come
+      Ordel::Status status = Ordel::Status::done;
+      std::string error; // for another status
+   };
+   // Called while input is taken in; must not raise anything.
+   class Follower {
+     public:
+      virtual ~Follower() = default;
+      virtual void synced(size_t mount) = 0; // also again, after it had gone
+      virtual void changed(Ordel::Applied const& applied) = 0;
+      virtual void gone(size_t mount) = 0; // what was mounted has been deleted
+   };
+
+   // Mounts, into the mirror given or one of its own, and waits until all has come that stands there. A
+   // selector that the schema has no place for raises TreeJson::Refusal, unless `isLenient`; one where
+   // nothing stands is told in its mount.
+   View(Session& session, std::vector<Request> const& requests, Ordel::Tree* mirror = nullptr,
+        Follower* follower = nullptr, bool isLenient = false);
+   ~View() { end(); }
+   View(View const&) = delete;
+   View& operator=(View const&) = delete;
+
+   Ordel::Tree const& tree() const { return *tree_; }
+   std::vector<Mount> const& mounts() const { return mounts_; }
+   bool isSynced() const;
+   // Raises what went wrong while input was taken in: a mount that was refused, changes that can't be.
+   void check() const;
+   bool isBroken() const;
+   // Of a mount: what its selector leads to in the mirror. A mirror has no say in what is beyond it, so what
+   // can't be is only told by the database.
+   Ordel::Located locate(size_t mount) const { return tree_->locate(mounts_[mount].selector); }
+
+  private:
+   friend class Session;
+   void mounted(uint32_t number, uint32_t node, uint16_t type, std::string_view path);
+   void mountDone(uint32_t number);
+   void mountFailed(uint32_t number, Ordel::Status status, std::string_view reason);
+   void unmounted(uint32_t number);
+   void changes(std::string_view operations);
+   Mount* find(uint32_t number);
+   void end();
+
+   Session& session_;
+   std::unique_ptr<Ordel::Tree> own_;
+   Ordel::Tree* tree_;
+   Follower* follower_;
+   std::vector<Mount> mounts_;
+   bool hasBegun_ = false; // the first answer to a mount of this view has come
+   std::string failure_;   // what the database sent can't be applied
+};
+
+// The selector, or TreeJson::Refusal. An entry of a directory is named by its path, also where it was written
+// dir.entityPtr[name].
+Ordel::Selector parseSelector(std::string_view text);
+
+} // namespace Ordelctl
