@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace Plaze {
 
@@ -17,6 +18,12 @@ bool isPart(std::string_view part) {
 std::string defaultRoot() {
    char const* const root = std::getenv("PLAZE_ROOT");
    return root && *root ? root : "/dev/shm";
+}
+
+std::string defaultSystemName() {
+   char name[256] = "";
+   gethostname(name, sizeof(name) - 1);
+   return name;
 }
 
 std::string publishedPath(std::string_view systemName, std::string_view path) {

@@ -11,6 +11,9 @@ namespace Plaze {
 // PLAZE_ROOT of the environment, or "/dev/shm".
 std::string defaultRoot();
 
+// The name of this host: the state database gives its system the same one.
+std::string defaultSystemName();
+
 // "/ar/Plaze/bridging/status".
 std::string publishedPath(std::string_view systemName, std::string_view path);
 
