@@ -236,7 +236,7 @@ class HashTable {
    size_t capacity() const { return bits_ < 0 ? 0 : size_t(1) << bits_; }
    size_t slotCount() const { return bits_ < 0 ? 0 : capacity() + slack_; }
    size_t maxSize() const { return bits_ < 0 ? 0 : capacity() - capacity() / 4; }
-   size_t home(uint32_t order) const { return bits_ == 0 ? 0 : order >> (32 - bits_); }
+   size_t home(uint32_t order) const { return bits_ < 0 ? 0 : order >> (32 - bits_); }
 
    // First slot from the key's home on that is free or holds an entry not less than the key.
    size_t lowerBound(uint32_t order, Key const& key) const {
