@@ -26,6 +26,7 @@ Connection::Connection(Records::Schema const& schema, std::string name, Role rol
     : schema_(schema), name_(std::move(name)), role_(role) {}
 
 Connection::~Connection() {
+   isWatchedIs(false);
    close();
 }
 
