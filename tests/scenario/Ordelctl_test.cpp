@@ -69,7 +69,7 @@ TEST_F(OrdelctlTest, getPrintsAttributesMembersAndEntities) {
    EXPECT_EQ(get("bridging/config.bridgeMacAddr"), "\"00:00:00:00:00:00\"");
    EXPECT_THAT(get(lag), StartsWith("{\n  \"$type\": \"Bridging::Input::Config\",\n"));
    EXPECT_THAT(get("bridging/input"),
-               HasSubstr("\"lag\": {\n            \"$type\": \"Bridging::Input::Config\""));
+               HasSubstr("\"lag\": {\n          \"$type\": \"Bridging::Input::Config\""));
    EXPECT_EQ(get("bridging/input.entityPtr[config].entityPtr[lag].vlanConfigPriority"), "7");
 }
 
@@ -161,7 +161,8 @@ TEST_F(OrdelctlTest, setInWhatIsNotThereAnswersNo) {
 TEST_F(OrdelctlTest, setOfWhatCanNotBeIsRefused) {
    verifyFails(3, cli + ".hostAgingTime: \"long\" is no double; expected a number, \"inf\" or \"-inf\"",
                {"set", cli + ".hostAgingTime", "long"});
-   verifyFails(3, cli + ".colour: no such attribute", {"set", cli + ".colour", "1"});
+   verifyFails(3, cli + ": Bridging::Input::CliConfig has no attribute colour",
+               {"set", cli + ".colour", "1"});
    verifyFails(3, cli + ".vlanConfig[5000]: VlanId::value < 1 or > 4094 not allowed",
                {"set", cli + ".vlanConfig[5000]", "{}"});
    verifyFails(3, cli + ": is an entity; what can be set is an attribute or a member", {"set", cli, "{}"});
@@ -177,7 +178,8 @@ TEST_F(OrdelctlTest, setOfWhatCanNotBeIsRefused) {
 }
 
 TEST_F(OrdelctlTest, numbersOf64BitsAndBelowZeroAreExact) {
-   verifyDone({"create", "interface/counter/eth/phy/slice", "Kem::Dir"});
+   verifyDone({"set", "eventMon/mac/status.count", "18446744073709551615"});
+   EXPECT_EQ(get("eventMon/mac/status.count"), "18446744073709551615");
    verifyDone({"set", "bridging/config.hostAgingTime", "-1.5"});
    EXPECT_EQ(get("bridging/config.hostAgingTime"), "-1.5");
 }
@@ -249,7 +251,7 @@ TEST_F(OrdelctlTest, loadTellsWhatIsWrongWithADocument) {
    TempFolder const folder;
    std::string const file =
        folder.fileOf("bad.json", "{\n  \"bridging/config\": {\"hostAgingTime\": 5,}\n}\n");
-   verifyFails(2, file + ": line 2, column 44: expected a name in double quotes", {"load", file});
+   verifyFails(2, file + ": line 2, column 42: expected a name in double quotes", {"load", file});
    verifyFails(2, folder.file("none.json") + ": No such file or directory",
                {"load", folder.file("none.json")});
    verifyFails(3, "standard input: " + lag + ": isn't there, so \"$type\" is needed to create it",
@@ -320,8 +322,6 @@ struct WatchTest : OrdelctlTest {
       ADD_FAILURE() << "the watch doesn't begin: " << watch->errors().text();
    }
    std::string line() { return watch->readLine().value_or("(no line)"); }
-   // Nothing else was printed before this change is.
-   void verifyNothingMore() { verifyDone({"set", cli + ".sourceDetail", "end"}); }
 };
 
 TEST_F(WatchTest, printsALineForEachChange) {
@@ -515,7 +515,7 @@ TEST_F(BatchTest, answersEveryCommand) {
 }
 
 TEST_F(BatchTest, errorsAreAnsweredAndTheNextCommandIsServed) {
-   EXPECT_EQ(answer("nonsense"), R"({"ok": false, "error": "line 1, column 1: expected a value"})");
+   EXPECT_EQ(answer("[nonsense]"), R"({"ok": false, "error": "line 1, column 2: expected a value"})");
    EXPECT_EQ(answer("{}"),
              R"({"ok": false, "error": "a command is an array, such as [\"get\", \"bridging/config\"]"})");
    EXPECT_EQ(answer("[]"), R"({"ok": false, "error": "expected a command, a string"})");

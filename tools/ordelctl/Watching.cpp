@@ -19,8 +19,13 @@ std::string selectorOf(Ordel::Tree const& tree, Ordel::Located const& place) {
    if (place.attribute < 0)
       return Ordel::selectorText(tree, *place.entity);
    auto const attribute = static_cast<unsigned>(place.attribute);
-   return place.key ? Ordel::selectorText(tree, *place.entity, attribute, *place.key)
-                    : Ordel::selectorText(tree, *place.entity, attribute);
+   if (!place.key)
+      return Ordel::selectorText(tree, *place.entity, attribute);
+   if (!place.entity->isDirectory())
+      return Ordel::selectorText(tree, *place.entity, attribute, *place.key);
+   // What stands in a directory has a path of its own, also when it is gone.
+   std::string const directory = tree.path(*place.entity);
+   return directory + (directory.empty() ? "" : "/") + std::string(Wire::Reader(*place.key).string());
 }
 
 // Whether the place is the one that is watched, or inside it.
