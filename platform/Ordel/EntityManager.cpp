@@ -78,6 +78,8 @@ void EntityManager::sendMounts(MountGroup& group) {
                                                  (mount.isCreating() ? mountCreate : 0));
       Connection::mount(number, mount.path, mount.type, flags);
    }
+   // Not left to the end of a turn: a process may close its first group before its loop runs, which then waits.
+   Connection::flush();
 }
 
 void EntityManager::onMounted(uint32_t mount, uint32_t node, uint16_t type, std::string_view path) {
