@@ -274,6 +274,27 @@ TYPED_TEST(Destruction, iteratorMayHoldTheLastReferenceOfItsEntry) {
    EXPECT_EQ(visited, expected);
 }
 
+TYPED_TEST(Destruction, iteratorFindsTheNextEntryWhenTheLastReferenceThatItDropsMovesAll) {
+   TypeParam table;
+   std::vector<uint32_t> order;
+   for (uint32_t n = 0; n < 5; ++n)
+      this->add(table, n);
+   table.forEach([&](uint32_t key, auto const&) { order.push_back(key); });
+   table.erase(order[0]);
+   this->add(table, order[0], [&] {
+      for (uint32_t n = 1000; n < 1200; ++n)
+         this->add(table, n);
+   });
+   std::vector<uint32_t> visited;
+   for (auto at = table.begin(); at; at.next()) {
+      if (at.key() < 1000)
+         visited.push_back(at.key());
+      if (at.key() == order[0])
+         table.erase(order[0]);
+   }
+   EXPECT_EQ(visited, order);
+}
+
 TYPED_TEST(Destruction, iteratorHoldsACountedReferenceOfItsEntry) {
    TypeParam table;
    this->add(table, 1);

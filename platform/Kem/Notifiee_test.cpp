@@ -2,7 +2,10 @@
 #include "Kem/Notifiee.h"
 #include "Kem/TestRecords.h"
 
+#include <deque>
 #include <memory>
+#include <random>
+#include <set>
 
 namespace {
 
@@ -130,6 +133,31 @@ TEST_F(NotifieeTest, attributeThatIsNotOverriddenQueuesNothing) {
    EXPECT_TRUE(only.hasPending());
    loop().runUntilIdle();
    EXPECT_EQ(only.heard, 1);
+}
+
+TEST_F(NotifieeTest, reactorsOfOneEntityEachHearWhatTheyWant) {
+   Calls heard;
+   struct Label final : Box::NotifieeConst {
+      Label(Ptr<Box> const& b, Calls& calls) : NotifieeConst(this), calls_(calls) { notifierIs(b); }
+      void onLabel() override { calls_.push_back("label"); }
+      Calls& calls_;
+   };
+   struct Count final : Box::NotifieeConst {
+      Count(Ptr<Box> const& b, Calls& calls) : NotifieeConst(this), calls_(calls) { notifierIs(b); }
+      void onCount() override { calls_.push_back("count"); }
+      Calls& calls_;
+   };
+   Label label(box, heard);
+   auto count = std::make_unique<Count>(box, heard);
+   box->labelIs("1");
+   box->countIs(1);
+   loop().runUntilIdle();
+   EXPECT_EQ(heard, (Calls{"label", "count"}));
+   count = nullptr;
+   box->labelIs("2");
+   box->countIs(2);
+   loop().runUntilIdle();
+   EXPECT_EQ(heard, (Calls{"label", "count", "label"}));
 }
 
 TEST_F(NotifieeTest, keyedOverrideAloneHearsKeysOnly) {
@@ -388,20 +416,29 @@ TEST(PendingKeys, keyThatWasTakenCanComeAgain) {
    }
 }
 
-TEST(PendingKeys, thatNeverRestKeepTheirOrder) {
-   Kem::PendingKeys<uint32_t> keys;
-   uint32_t added = 0, taken = 0;
-   for (; added < 30; ++added)
-      keys.add(added);
-   for (int step = 0; step < 1000; ++step) {
-      EXPECT_EQ(keys.take(), taken++);
-      keys.add(added++);
-      keys.add(taken); // it waits already
+TEST(PendingKeys, thatNeverRestDoAsASetWithAQueue) {
+   std::mt19937 random(11);
+   for (uint32_t const universe : {5u, 16u, 17u, 40u, 300u}) {
+      Kem::PendingKeys<uint32_t> keys;
+      std::deque<uint32_t> queue;
+      std::set<uint32_t> waiting;
+      for (int step = 0; step < 5000; ++step) {
+         uint32_t const key = random() % universe;
+         keys.add(key);
+         if (waiting.insert(key).second)
+            queue.push_back(key);
+         if (queue.size() > 1 && random() % 2) {
+            ASSERT_EQ(keys.take(), queue.front());
+            waiting.erase(queue.front());
+            queue.pop_front();
+         }
+         ASSERT_FALSE(keys.empty());
+      }
+      keys.clear();
+      EXPECT_TRUE(keys.empty());
+      keys.add(3);
+      EXPECT_EQ(keys.take(), 3u);
    }
-   keys.clear();
-   EXPECT_TRUE(keys.empty());
-   keys.add(3);
-   EXPECT_EQ(keys.take(), 3u);
 }
 
 } // namespace
