@@ -210,7 +210,7 @@ bool ActivityManager::fireDueTimers() {
       // A handler before it may have destroyed it, stopped it or set it anew.
       auto const range = timers_.equal_range(target);
       auto const at =
-          std::find_if(range.first, range.second, [&](auto const& t) { return t.second == reactor; });
+          std::find_if(range.first, range.second, [r = reactor](auto const& t) { return t.second == r; });
       if (at == range.second)
          continue;
       reactor->isScheduled_ = false;
