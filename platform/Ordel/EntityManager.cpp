@@ -39,7 +39,9 @@ EntityManager::~EntityManager() {
 
 std::string EntityManager::connect(std::string const& socketPath, Kem::Seconds timeout) {
    std::string error;
-   if (!connectAndWait(socketPath, timeout, error))
+   bool const isConnected = timeout > 0 ? connectAndWait(socketPath, timeout, error)
+                                        : Connection::connect(socketPath, error);
+   if (!isConnected)
       return error;
    isWatchedIs(true);
    return {};
