@@ -46,11 +46,11 @@ std::map<std::string, std::string> cppFiles(Model const& model) {
       if (!type->isBuiltIn)
          all[type->nameSpace].insert(typesHeaderOf(type->nameSpace));
    for (auto const& [nameSpace, headers] : all)
-      files[typesHeaderOf(nameSpace)] = typesHeader(model, names, nameSpace);
+      files[typesHeaderOf(nameSpace)] = folded(typesHeader(model, names, nameSpace));
    for (auto const& entity : model.entities) {
       if (entity->isDirectory())
          continue;
-      files[headerOf(*entity)] = entityHeader(names, *entity);
+      files[headerOf(*entity)] = folded(entityHeader(names, *entity));
       all[entity->nameSpace].insert(headerOf(*entity));
    }
    for (auto const& [nameSpace, headers] : all) {
@@ -63,7 +63,7 @@ std::map<std::string, std::string> cppFiles(Model const& model) {
       files["records/" + slashed(nameSpace) + ".h"] = out.str();
    }
    for (auto const& file : model.files)
-      files[stemOf(file) + ".cpp"] = sourceOf(model, names, file);
+      files[stemOf(file) + ".cpp"] = folded(sourceOf(model, names, file));
    files["schema.cpp"] = schemaSource(model);
    files["type_info.cpp"] = typeInfoSource(model);
    return files;

@@ -58,7 +58,7 @@ class HeaderEmitter {
       for (auto const& [nameSpace, classes] : forward) {
          if (nameSpace == entity_.nameSpace || classes.empty())
             continue;
-         out_.put(openNamespace(nameSpace));
+         out_.put("namespace " + nameSpace + " {");
          for (auto const& name : classes)
             out_.put("class " + name + ';');
          out_.put(closeNamespace(nameSpace)).gap();

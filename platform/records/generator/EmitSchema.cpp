@@ -21,7 +21,7 @@ char const* formName(Form form) {
 
 // Bytes with their length, since a NUL may stand among them.
 std::string view(std::string const& bytes) {
-   return bytes.find('\0') == std::string::npos ? quoted(bytes) : quoted(bytes) + "sv";
+   return bytes.find('\0') == std::string::npos ? cppString(bytes) : cppString(bytes) + "sv";
 }
 
 class SchemaEmitter {
@@ -85,7 +85,8 @@ Schema const& schema() {
          } else if (type->isStruct()) {
             out_.gap().put("// " + type->fullName() + "\nconstexpr Field fields" + number + "[] = {");
             for (auto const& f : type->fields)
-               out_.put("   {\"" + f.name + "\", " + typePointer(f.type) + ", " + quoted(f.meaning) + "},");
+               out_.put("   {\"" + f.name + "\", " + typePointer(f.type) + ", " + cppString(f.meaning) +
+                        "},");
             out_.put("};");
          }
       }
@@ -97,18 +98,18 @@ Schema const& schema() {
                      std::to_string(model_.types.size()) + "] = {");
       for (auto const& type : model_.types) {
          std::string const number = std::to_string(numbers_[type.get()]);
-         std::vector<std::string> const parts = {quoted(type->fullName()),
+         std::vector<std::string> const parts = {cppString(type->fullName()),
                                                  std::string("Kind::") + kindName(type->kind),
                                                  std::to_string(wireSize(*type)),
                                                  std::to_string(type->min),
                                                  std::to_string(type->max) + 'u',
                                                  type->rangeText.empty() ? "nullptr"
-                                                                         : quoted(type->rangeText),
+                                                                         : cppString(type->rangeText),
                                                  type->isEnum() ? "enumerators" + number : "{}",
                                                  type->isStruct() ? "fields" + number : "{}",
                                                  type->joint.empty() ? "0" : "'" + type->joint + "'",
                                                  view(wireForm(*type, {})),
-                                                 quoted(type->meaning)};
+                                                 cppString(type->meaning)};
          out_.put("   {" + join(parts, ", ") + "}, // " + number);
       }
       out_.put("};");
@@ -124,7 +125,7 @@ Schema const& schema() {
          for (auto const* a : entity->all) {
             auto const flag = [](bool is) { return std::string(is ? "true" : "false"); };
             std::vector<std::string> const parts = {
-                quoted(a->name),
+                cppString(a->name),
                 std::string("Form::") + formName(a->form),
                 flag(a->isReadOnly()),
                 flag(a->isOrdered),
@@ -133,8 +134,8 @@ Schema const& schema() {
                 typePointer(a->value),
                 entityPointer(a->target),
                 a->form == Form::scalar ? view(wireForm(*a->value, a->initial)) : "\"\"",
-                quoted(a->unit),
-                quoted(a->meaning)};
+                cppString(a->unit),
+                cppString(a->meaning)};
             out_.put("   {" + join(parts, ", ") + "},");
          }
          out_.put("};");
@@ -146,12 +147,12 @@ Schema const& schema() {
                      std::to_string(model_.entities.size()) + "] = {");
       for (auto const& entity : model_.entities) {
          std::string const id = std::to_string(entity->id);
-         std::vector<std::string> const parts = {quoted(entity->fullName()),
+         std::vector<std::string> const parts = {cppString(entity->fullName()),
                                                  id,
                                                  entityPointer(entity->base),
                                                  entity->all.empty() ? "{}" : "attributes" + id,
                                                  entity->key ? std::to_string(entity->key->number) : "-1",
-                                                 quoted(entity->meaning)};
+                                                 cppString(entity->meaning)};
          out_.put("   {" + join(parts, ", ") + "},");
       }
       out_.put("};");
@@ -164,8 +165,8 @@ Schema const& schema() {
       }
       out_.gap().put("// path, type, cell, meaning\nconstexpr Place places[] = {");
       for (auto const& p : model_.places)
-         out_.put("   {" + quoted(p.path) + ", " + entityPointer(p.type) + ", " +
-                  (p.isCell ? "true" : "false") + ", " + quoted(p.meaning) + "},");
+         out_.put("   {" + cppString(p.path) + ", " + entityPointer(p.type) + ", " +
+                  (p.isCell ? "true" : "false") + ", " + cppString(p.meaning) + "},");
       out_.put("};");
    }
 

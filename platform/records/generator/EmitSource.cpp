@@ -202,7 +202,7 @@ void $C::$x~DelAll() { memberDelAll($x~_, $id); }
    void putNames() {
       std::vector<std::string> names;
       for (auto const* a : entity_.all)
-         names.push_back(quoted(a->name));
+         names.push_back(cppString(a->name));
       out_.gap().put("char const* $C::attributeString(Kem::AttrId id) const {", words_);
       if (names.empty()) {
          out_.put("   return nullptr;\n}").gap();

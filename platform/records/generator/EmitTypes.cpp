@@ -42,9 +42,9 @@ void putNumber(Text& out, ValueType const& type) {
             {"min", std::to_string(type.min) + suffix},
             {"max", std::to_string(type.max) + suffix},
             {"initial", std::to_string(numberOf(type, none)) + suffix},
-            {"text", quoted(type.rangeText.empty()
-                                ? type.name + "::value > " + std::to_string(type.max) + " not allowed"
-                                : type.rangeText)}});
+            {"text", cppString(type.rangeText.empty()
+                                   ? type.name + "::value > " + std::to_string(type.max) + " not allowed"
+                                   : type.rangeText)}});
 }
 
 void putEnum(Text& out, ValueType const& type) {
@@ -66,9 +66,9 @@ void putStruct(Text& out, Names const& names, ValueType const& type) {
    for (auto const& f : type.fields) {
       out.comment(f.meaning, 3);
       std::string const initial = names.initial(*f.type, f.initial, type.nameSpace);
-      out.put("   $type $name$initial;", {{"type", names.of(*f.type, type.nameSpace)},
-                                          {"name", f.name},
-                                          {"initial", initial.empty() ? "" : " = " + initial}});
+      out.put("   $type $name = $initial;", {{"type", names.of(*f.type, type.nameSpace)},
+                                             {"name", f.name},
+                                             {"initial", initial.empty() ? "{}" : initial}});
    }
    out.put(R"(
    friend bool operator==($name const&, $name const&) = default;
@@ -109,10 +109,10 @@ void putStructSource(Text& out, Names const& names, ValueType const& type) {
    out.put("   return value;\n}\n\nstd::string $name::text() const {", words);
    std::vector<std::string> parts;
    for (auto const& f : type.fields)
-      parts.push_back(type.joint.empty() ? quoted((parts.empty() ? "{" : ", ") + f.name + "=") +
+      parts.push_back(type.joint.empty() ? cppString((parts.empty() ? "{" : ", ") + f.name + "=") +
                                                " + Records::text(" + f.name + ')'
                                          : "Records::text(" + f.name + ')');
-   std::string const between = type.joint.empty() ? " +\n          " : " + " + quoted(type.joint) + " + ";
+   std::string const between = type.joint.empty() ? " +\n          " : " + " + cppString(type.joint) + " + ";
    out.put("   return $parts$end;\n}\n",
            {{"parts", join(parts, between)}, {"end", type.joint.empty() ? " + \"}\"" : ""}});
    if (!type.joint.empty()) {

@@ -53,7 +53,7 @@ std::string Names::initial(ValueType const& type, Literal const& literal, std::s
       return numberOf(type, literal) ? "true" : "false";
    case Kind::string:
    case Kind::namespaceName:
-      return literal && !literal.text.empty() ? quoted(literal.text) : "";
+      return literal && !literal.text.empty() ? cppString(literal.text) : "";
    case Kind::enumeration:
       return of(type, from) + "::" + valueText(type, literal);
    case Kind::intfId:
@@ -92,7 +92,7 @@ std::string banner(std::string const& source) {
 }
 
 std::string openNamespace(std::string const& nameSpace) {
-   return "namespace " + nameSpace + " {\n";
+   return "namespace " + nameSpace + " {\n\n";
 }
 std::string closeNamespace(std::string const& nameSpace) {
    return "} // namespace " + nameSpace + '\n';

@@ -9,7 +9,47 @@ namespace {
 
 constexpr size_t lineWidth = 110;
 
+// Behind the last comma that fits, below the text behind the first parenthesis.
+void foldList(std::string& out, std::string line) {
+   while (line.size() > lineWidth) {
+      size_t const open = line.find('(');
+      size_t const comma = line.rfind(", ", lineWidth - 1);
+      if (open == std::string::npos || comma == std::string::npos || comma <= open)
+         break;
+      out += line.substr(0, comma + 1) + '\n';
+      line = std::string(open + 1, ' ') + line.substr(comma + 2);
+      if (line.find('(') == std::string::npos)
+         break;
+   }
+   out += line + '\n';
+}
+
+void foldLine(std::string& out, std::string const& line) {
+   size_t const body = line.find(" { ");
+   size_t const start = line.find_first_not_of(' ');
+   if (line.size() <= lineWidth || line.compare(start, 2, "//") == 0) {
+      out += line + '\n';
+   } else if (body != std::string::npos && line.ends_with(" }")) {
+      std::string const indent(start, ' ');
+      foldList(out, line.substr(0, body + 2));
+      foldList(out, indent + "   " + line.substr(body + 3, line.size() - body - 5));
+      out += indent + "}\n";
+   } else {
+      foldList(out, line);
+   }
+}
+
 } // namespace
+
+std::string folded(std::string_view text) {
+   std::string out;
+   while (!text.empty()) {
+      size_t const end = text.find('\n');
+      foldLine(out, std::string(text.substr(0, end)));
+      text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+   }
+   return out;
+}
 
 std::string fill(std::string_view pattern, Words const& words) {
    std::string result;
@@ -45,7 +85,7 @@ std::string join(std::vector<std::string> const& parts, std::string_view between
    return result;
 }
 
-std::string quoted(std::string_view bytes) {
+std::string cppString(std::string_view bytes) {
    std::string result = "\"";
    for (char const c : bytes) {
       auto const byte = static_cast<unsigned char>(c);

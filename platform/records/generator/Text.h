@@ -18,7 +18,7 @@ std::string fill(std::string_view pattern, Words const& words);
 std::string capital(std::string text);
 std::string join(std::vector<std::string> const& parts, std::string_view between);
 // In quotes, with escapes: as a C++ string literal.
-std::string quoted(std::string_view bytes);
+std::string cppString(std::string_view bytes);
 // "Kem::Dir" to "Kem/Dir".
 std::string slashed(std::string_view nameSpace);
 
@@ -36,6 +36,9 @@ class Text {
   private:
    std::string text_;
 };
+
+// The same C++ text with its long lines broken: a function of one line into three, a list behind a comma.
+std::string folded(std::string_view text);
 
 // The text broken to lines of at most that width.
 std::vector<std::string> wrapped(std::string_view text, size_t width);
