@@ -637,6 +637,11 @@ TEST(OrdelctlAloneTest, wrongUsageIsToldInOneLine) {
    }
 }
 
+TEST(OrdelctlAloneTest, anUnknownCommandIsNamed) {
+   EXPECT_EQ(run({program("ordelctl"), "fly"}).errors,
+             "ordelctl: there is no command fly; see ordelctl --help\n");
+}
+
 TEST(OrdelctlAloneTest, helpIsThereForEveryCommand) {
    Result const all = run({program("ordelctl"), "--help"});
    EXPECT_EQ(all.status, 0);

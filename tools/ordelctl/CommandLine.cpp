@@ -294,6 +294,8 @@ int runCommandLine(int argc, char** argv) {
    } catch (CLI::Success const& helpOrVersion) {
       return app.exit(helpOrVersion);
    } catch (CLI::ParseError const& error) {
+      if (app.get_subcommands().empty() && !app.remaining().empty())
+         throw UsageError("there is no command " + app.remaining().front() + "; see ordelctl --help");
       throw UsageError(std::string(error.what()) + "; see ordelctl --help");
    }
 

@@ -105,7 +105,7 @@ void View::mountDone(uint32_t number) {
       return;
    mount->isSynced = true;
    if (follower_)
-      follower_->synced(static_cast<size_t>(mount - mounts_.data()));
+      follower_->synced(*this, static_cast<size_t>(mount - mounts_.data()));
 }
 
 void View::mountFailed(uint32_t number, Ordel::Status status, std::string_view reason) {
@@ -125,7 +125,7 @@ void View::unmounted(uint32_t number) {
    tree_->unmount(mount->node);
    mount->node = 0;
    if (follower_)
-      follower_->gone(static_cast<size_t>(mount - mounts_.data()));
+      follower_->gone(*this, static_cast<size_t>(mount - mounts_.data()));
 }
 
 void View::changes(std::string_view operations) {
@@ -135,7 +135,7 @@ void View::changes(std::string_view operations) {
    if (!applied.isDone())
       failure_ = applied.error;
    else if (follower_)
-      follower_->changed(applied);
+      follower_->changed(*this, applied);
 }
 
 } // namespace Ordelctl

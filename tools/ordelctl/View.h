@@ -32,13 +32,13 @@ class View {
       Ordel::Status status = Ordel::Status::done;
       std::string error; // for another status
    };
-   // Called while input is taken in; must not raise anything.
+   // Called while input is taken in, also during the making of the view; must not raise anything.
    class Follower {
      public:
       virtual ~Follower() = default;
-      virtual void synced(size_t mount) = 0; // also again, after it had gone
-      virtual void changed(Ordel::Applied const& applied) = 0;
-      virtual void gone(size_t mount) = 0; // what was mounted has been deleted
+      virtual void synced(View const& view, size_t mount) = 0; // also again, after it had gone
+      virtual void changed(View const& view, Ordel::Applied const& applied) = 0;
+      virtual void gone(View const& view, size_t mount) = 0; // what was mounted has been deleted
    };
 
    // Mounts, into the mirror given or one of its own, and waits until all has come that stands there. A

@@ -7,6 +7,7 @@
 #include "treejson/Values.h"
 #include "treejson/Writer.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <unordered_set>
@@ -47,17 +48,8 @@ class Lines final : public View::Follower {
          watched_.push_back({selector, {}, !hasInitial});
    }
 
-   void viewIs(View const& view) { view_ = &view; }
-
-   // The tree of the view, once it has been made.
-   void begin() {
-      for (size_t i = 0; i < watched_.size(); ++i)
-         synced(i);
-   }
-
-   void synced(size_t i) override {
-      if (!view_)
-         return;
+   void synced(View const& view, size_t i) override {
+      view_ = &view;
       Watched& watched = watched_[i];
       bool const isSilent = std::exchange(watched.isSilent, false);
       Ordel::Located const located = view_->locate(i);
@@ -69,20 +61,22 @@ class Lines final : public View::Follower {
          watched.text = selectorOf(view_->tree(), located);
    }
 
-   void gone(size_t i) override {
+   void gone(View const&, size_t i) override {
       if (std::exchange(watched_[i].isThere, false))
          printDeleted(watched_[i].text);
    }
 
-   void changed(Ordel::Applied const& applied) override {
-      if (!view_)
-         return;
+   void changed(View const& view, Ordel::Applied const& applied) override {
+      view_ = &view;
+      auto const& mounts = view.mounts();
+      if (std::none_of(mounts.begin(), mounts.end(), [](View::Mount const& mount) { return mount.isSynced; }))
+         return; // all this is what stood there at first
       gather(applied);
       // What is watched itself came, went, or has changed inside.
       std::vector<std::string const*> whole;
       for (size_t i = 0; i < watched_.size(); ++i) {
          Watched& watched = watched_[i];
-         if (!view_->mounts()[i].isSynced)
+         if (!mounts[i].isSynced)
             continue;
          Ordel::Located const located = view_->locate(i);
          bool const isThere = located.status == Ordel::Status::done;
@@ -97,9 +91,8 @@ class Lines final : public View::Follower {
       for (Touched const& touched : touched_) {
          auto const covers = [&](std::string const* text) { return isWithin(touched.text, *text); };
          bool const isWatched = std::any_of(watched_.begin(), watched_.end(), [&](Watched const& watched) {
-            return watched.isThere &&
-                   view_->mounts()[static_cast<size_t>(&watched - watched_.data())].isSynced &&
-                   covers(&watched.text);
+            bool const isSynced = mounts[static_cast<size_t>(&watched - watched_.data())].isSynced;
+            return isSynced && watched.isThere && covers(&watched.text);
          });
          if (!isWatched || std::any_of(whole.begin(), whole.end(), covers))
             continue;
@@ -199,8 +192,6 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
    }
    Lines lines(parsed, hasInitial, print);
    View const view(session, requests, nullptr, &lines);
-   lines.viewIs(view);
-   lines.begin();
    session.waitUntil([&] { return view.isBroken(); });
    view.check();
    throw TreeJson::Absent("nothing is left to watch");
