@@ -49,6 +49,7 @@ void PendingTree::nodeIs(Entity const& node, bool isFresh) {
       bool const wasEmpty = job.marks.empty() && !job.isFull;
       job.isFull = true;
       job.isFresh = isFresh && wasEmpty;
+      job.epoch = epoch_;
       return;
    }
    for (Members member(tree_, node, 0); member.next();) {
@@ -80,7 +81,7 @@ void PendingTree::placeEntity(Mark& mark, bool isNew, bool isPartial, bool isFre
 void PendingTree::placeIs(Entity const& node, std::span<PlaceStep const> way, unsigned attribute,
                           std::string_view const* key, bool isFresh) {
    Job& job = open(node.node());
-   if (job.isFull && job.isFresh)
+   if (this->isFresh(job))
       return;
    EntityMarks* marks = &job.marks;
    Entity const* entity = &node;
@@ -121,7 +122,7 @@ EntityMarks* PendingTree::marksAt(GroupPlace const& place, bool isOwn) {
    Job& job = open(place.node().node());
    if (isOwn)
       job.isFresh = false;
-   if (job.isFull && job.isFresh)
+   if (isFresh(job))
       return nullptr;
    EntityMarks* marks = &job.marks;
    for (PlaceStep const& step : place.steps()) {
@@ -179,11 +180,13 @@ void PendingTree::operationIs(EntityMarks& marks, GroupPlace const& place, Opera
 
 void PendingTree::erased(EntityMarks& marks, GroupPlace const& place, Operation const& operation) {
    bool const isEntity = place.entity().type().attributes[operation.attribute].form == Form::children;
-   if (isEntity && current_ && current_->node == place.node().node())
-      voidInCurrent(place, operation);
+   // What is voided there would have told the subscriber what it has, so that is now told by the mark made
+   // here.
+   bool const isVoided =
+       isEntity && current_ && current_->node == place.node().node() && voidInCurrent(place, operation);
    bool isNew = false;
    Mark& mark = findOrAdd(marks, operation.attribute, operation.key, isNew);
-   if (isNew) {
+   if (isNew || isVoided) {
       mark.isKnown = true;
    } else if (!mark.isKnown && mark.epoch != epoch_) {
       // A piece that went out since the mark was made may have held the member, or the subscriber has put it
@@ -203,17 +206,19 @@ void PendingTree::erased(EntityMarks& marks, GroupPlace const& place, Operation 
    }
 }
 
-// What is being sent of the entity was marked for one that is gone.
-void PendingTree::voidInCurrent(GroupPlace const& place, Operation const& operation) {
+// What is being sent of the entity was marked for one that is gone. False when nothing is.
+bool PendingTree::voidInCurrent(GroupPlace const& place, Operation const& operation) {
    EntityMarks* marks = &current_->marks;
    for (PlaceStep const& step : place.steps()) {
       Mark* const mark = marks->find(step.attribute, step.key);
       if (!mark || !mark->below)
-         return;
+         return false;
       marks = mark->below.get();
    }
-   if (Mark* const mark = marks->find(operation.attribute, operation.key))
+   Mark* const mark = marks->find(operation.attribute, operation.key);
+   if (mark)
       mark->isVoid = true;
+   return mark != nullptr;
 }
 
 void PendingTree::drop(uint32_t node) {
@@ -321,7 +326,10 @@ void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, s
       return;
    }
    Entity const* const below = tree_.child(entity, mark.attribute, key);
-   if (mark.kind == Kind::renewed && mark.isKnown && (mark.isReplaced || !below)) {
+   // A subscriber that wrote since may have made another entity there, which may hold what this one doesn't.
+   bool const isKnown = mark.isKnown || mark.epoch < lastWrote_;
+   bool const isReplaced = mark.isReplaced || mark.epoch < lastWrote_;
+   if (mark.kind == Kind::renewed && isKnown && (isReplaced || !below)) {
       name(entity, out);
       out.u8(static_cast<uint8_t>(Op::erase));
       out.u8(mark.attribute);

@@ -46,6 +46,8 @@ class PendingTree {
    uint64_t ticket() const { return lastTicket_; }
    bool isSent(uint64_t ticket) const;
 
+   // What will be marked of the node comes before what is marked of others from now on.
+   void reserve(uint32_t node) { open(node); }
    // Marks all that stands at a node; of a directory its entities, but not what these hold. `isFresh`: the
    // subscriber has nothing of it.
    void nodeIs(Entity const& node, bool isFresh);
@@ -59,7 +61,7 @@ class PendingTree {
    void operationIs(EntityMarks& marks, GroupPlace const& place, Operation const& operation, bool isNew,
                     Created created, bool isOwn);
    // The subscriber has written something, wherever that is, and whether it took effect or not.
-   void subscriberWrote() { ++epoch_; }
+   void subscriberWrote() { lastWrote_ = ++epoch_; }
    // The node has been erased, or is no longer mounted: nothing of it is sent.
    void drop(uint32_t node);
 
@@ -74,6 +76,7 @@ class PendingTree {
       uint64_t ticket;
       bool isFull = false;  // all that stands there, after what is marked
       bool isFresh = false; // and the subscriber has nothing of it, so that nothing is marked
+      uint32_t epoch = 0;   // when isFresh was set
       EntityMarks marks;
    };
    // An entity whose marks are being sent, and how far.
@@ -85,10 +88,12 @@ class PendingTree {
    };
 
    Job& open(uint32_t node);
+   // What it writes it has, also what had no effect because another had written the same.
+   bool isFresh(Job const& job) const { return job.isFull && job.isFresh && job.epoch >= lastWrote_; }
    Mark& findOrAdd(EntityMarks& marks, unsigned attribute, std::string_view key, bool& isNew);
    void placeEntity(Mark& mark, bool isNew, bool isPartial, bool isFresh);
    void erased(EntityMarks& marks, GroupPlace const& place, Operation const& operation);
-   void voidInCurrent(GroupPlace const& place, Operation const& operation);
+   bool voidInCurrent(GroupPlace const& place, Operation const& operation);
    void begin(std::unique_ptr<Job> job);
    void findLevels();
    void drainLevel(Wire::Writer& out, size_t end);
@@ -105,6 +110,7 @@ class PendingTree {
    // Counts the occasions at which the subscriber may have come to know members whose marks say that it
    // doesn't: a piece was sent, or it wrote itself. Marks bear the epoch in which they were made.
    uint32_t epoch_ = 0;
+   uint32_t lastWrote_ = 0; // the epoch that began when the subscriber wrote last
    size_t strayCount_ = 0;
 
    // What is being sent.

@@ -25,7 +25,7 @@ Subscriptions::Subscription& Subscriptions::subscription(Node& node, ServerClien
    for (Subscription& standing : node.subscriptions)
       if (standing.client == &client)
          return standing;
-   return node.subscriptions.emplace_back(Subscription{&client, 0, 0, 0, {}});
+   return node.subscriptions.emplace_back(Subscription{&client, 0, 0, 0, 0, {}});
 }
 
 void Subscriptions::add(ServerMount& mount) {
@@ -108,7 +108,9 @@ uint64_t Subscriptions::drained(ServerClient& client, std::vector<uint32_t> cons
       if (!isAny)
          ++sequence_;
       isAny = true;
-      subscription(at->second, client).unsettledUntil = sequence_;
+      Subscription& subscribed = subscription(at->second, client);
+      subscribed.unsettledUntil = sequence_;
+      subscribed.announcedUntil = std::min(subscribed.announcedUntil, sequence_);
    }
    return sequence_;
 }
@@ -125,6 +127,9 @@ std::vector<ServerMount*> Subscriptions::publish(Applied const& applied, ServerC
    ++sequence_;
    ++blockCount_;
    blockBytes_ = applied.bytes.size();
+   for (NodeChange const& change : applied.nodes)
+      if (!change.isCreated && writer)
+         nodeErasedByItsMaker(*change.entity, *writer, seen);
    // Nodes that come are covered before what is said of them goes out, those that go after it.
    for (NodeChange const& change : applied.nodes)
       if (change.isCreated)
@@ -158,6 +163,17 @@ bool Subscriptions::isBehind(ServerClient& client) {
    return client.isBehind(sequence_, blockBytes_);
 }
 
+// The writer may be about to take the number that it is told of the entity for a new creation by another. So
+// it is told of the erasure too, and of all that it does next in the directory.
+void Subscriptions::nodeErasedByItsMaker(Entity const& entity, ServerClient& writer, uint64_t seen) {
+   auto const at = nodes_.find(entity.parent()->node());
+   if (at == nodes_.end())
+      return;
+   for (Subscription& subscribed : at->second.subscriptions)
+      if (subscribed.client == &writer && subscribed.announcedUntil > seen)
+         subscribed.unsettledUntil = std::max(subscribed.unsettledUntil, sequence_);
+}
+
 void Subscriptions::nodeCreated(Entity const& entity, ServerClient* writer, uint64_t seen) {
    auto const at = nodes_.find(entity.parent()->node());
    if (at == nodes_.end())
@@ -175,6 +191,7 @@ void Subscriptions::nodeCreated(Entity const& entity, ServerClient* writer, uint
       Subscription& subscribed = subscription(node, client);
       subscribed.wholeCount = subscribed.deepCount = above.deepCount;
       if (isBehind(client) && (!isOwn || isEchoed)) {
+         client.pending().reserve(entity.parent()->node()); // the directory's creations come before
          client.pending().nodeIs(entity, !isOwn);
          subscribed.unsettledUntil = unsettled;
       } else if (isEchoed) {
@@ -227,11 +244,13 @@ void Subscriptions::publishTo(Subscription& subscribed, Applied const& applied, 
    OperationReader operations(group.entity->type(), applied.operations(group));
    Operation operation;
    for (size_t i = group.first; operations.next(operation); ++i) {
-      if (isAnnouncing && operation.op != Op::create)
-         continue;
+      if (isAnnouncing && (operation.op != Op::create || !tree_.node(operation.node)))
+         continue; // also what the same block erased again
       Cover const covered = subscribed.wholeCount > 0 ? Cover::whole : cover(subscribed, place, operation);
       if (covered == Cover::none)
          continue;
+      if (isAnnouncing)
+         subscribed.announcedUntil = hasMarks ? unsettled : sequence_;
       if (!hasMarks) {
          client.appendChanges(applied.at(group), operation.bytes);
          continue;

@@ -81,6 +81,9 @@ class Subscriptions {
       uint32_t deepCount = 0;  // of these, those that hand it down
       // The client has the state that the node had at some sequence only once it has seen this one.
       uint64_t unsettledUntil = 0;
+      // Of a directory: the client knows the numbers of the entities that it made there once it has seen
+      // this.
+      uint64_t announcedUntil = 0;
       std::vector<ServerMount*> filters;
    };
    struct Node {
@@ -101,6 +104,7 @@ class Subscriptions {
    void dropIfUnused(uint32_t number, ServerClient& client);
    void settleLater(Subscription& subscription, uint32_t number);
 
+   void nodeErasedByItsMaker(Entity const& entity, ServerClient& writer, uint64_t seen);
    void nodeCreated(Entity const& entity, ServerClient* writer, uint64_t seen);
    void nodeErased(Entity const& entity, std::vector<ServerMount*>& mounts);
    void publishGroup(Applied const& applied, size_t group, ServerClient* writer, uint64_t seen);
