@@ -177,6 +177,23 @@ TEST_F(OrdelctlTest, setOfWhatCanNotBeIsRefused) {
    EXPECT_EQ(get(cli + ".vlanConfig[10].vlanId"), "10");
 }
 
+TEST_F(OrdelctlTest, membersOfADerivedTypeAreKnownByIt) {
+   std::string const all = "interface/config/all.intfConfig[Vlan10]";
+   verifyDone({"set", all, R"({"$type": "Interface::VlanIntfConfig"})"});
+   EXPECT_THAT(get(all), StartsWith("{\n  \"$type\": \"Interface::VlanIntfConfig\",\n"));
+   std::string const attribute = all + ".autoState";
+   std::string const before = get(attribute);
+   verifyDone({"set", attribute, before == "true" ? "false" : "true"});
+   EXPECT_NE(get(attribute), before);
+   verifyDone({"load", "-"}, R"({"interface/config/all": {"intfConfig": {"Vlan10": {"autoState": )" + before + "}}}}");
+   EXPECT_EQ(get(attribute), before);
+   verifyDone({"load", "-"}, R"({"interface/config/all": {"intfConfig": {"Vlan10": {}}}})");
+   Result const dumped = ctl({"dump", "interface/config/all"});
+   verifyDone({"delete", all});
+   verifyDone({"load", "-"}, dumped.output);
+   EXPECT_EQ(get(attribute), before);
+}
+
 TEST_F(OrdelctlTest, numbersOf64BitsAndBelowZeroAreExact) {
    verifyDone({"set", "eventMon/mac/status.count", "18446744073709551615"});
    EXPECT_EQ(get("eventMon/mac/status.count"), "18446744073709551615");

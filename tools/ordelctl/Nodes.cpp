@@ -95,18 +95,12 @@ bool Nodes::writeByNodes(std::vector<Ordel::Selector> const& selectors, Build co
    bool isFresh = true;
    for (Ordel::Selector const& selector : selectors)
       isFresh &= learnPath(selector.path);
-   Wire::Writer operations;
    try {
+      Wire::Writer operations;
       build(*tree_, operations);
+      send(operations);
    } catch (TreeJson::Refusal const&) {
       return false;
-   } catch (TreeJson::Absent const&) {
-      if (isFresh)
-         throw;
-      return false;
-   }
-   try {
-      send(operations);
    } catch (TreeJson::Absent const&) {
       if (isFresh)
          throw;
