@@ -1,0 +1,191 @@
+// The agent and the database come and go: what was written stands, and nobody else is disturbed.
+#include "Processes.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace Scenario;
+using ::testing::HasSubstr;
+
+std::string const boot = "cell/1/stage/boot/status";
+std::string const vorn = "cell/1/stage/boot/config/inputDir/Vorn";
+std::string const ethPriority = "bridging/input/config/eth.switchIntfConfigPriority";
+
+struct RestartTest : testing::Test {
+   Database database;
+
+   void done(std::vector<std::string> const& arguments) {
+      Result const result = database.ctl(arguments);
+      EXPECT_EQ(result.status, 0) << arguments[0] << ' ' << arguments[1] << ": " << result.errors;
+   }
+   // The boot stage is reached; returns when the agent has reported it.
+   void completeStage(std::string const& stage, int instance) {
+      done({"set", boot + ".instance", std::to_string(instance)});
+      done({"set", boot + ".stage", stage});
+      done({"wait", vorn + ".stageComplete[" + stage + "]", std::to_string(instance)});
+   }
+   std::string dump() { return database.ctl({"dump"}).output; }
+};
+
+TEST_F(RestartTest, agentComesUpAnswersAStageAndEndsCleanly) {
+   Agent agent(database);
+   EXPECT_EQ(database.get(ethPriority), "10");
+   completeStage("NetworkAgent", 1);
+   completeStage("ErrdisableStatusUpdate", 1);
+   agent.process().signal(SIGTERM);
+   EXPECT_EQ(agent.process().wait(), 0);
+   EXPECT_THAT(agent.process().errors().text(), HasSubstr("stopped by signal 15"));
+}
+
+TEST_F(RestartTest, whatAKilledAgentWroteStandsAndTheNextOneTakesItOver) {
+   {
+      Agent agent(database);
+      completeStage("NetworkAgent", 1);
+      agent.process().signal(SIGKILL);
+      EXPECT_EQ(agent.process().wait(), 128 + SIGKILL);
+   }
+   std::string const left = dump();
+   EXPECT_EQ(database.get(vorn + ".stageComplete[NetworkAgent]"), "1");
+
+   // A subscriber on everything sees nothing of the restart: intent is unchanged, and so is the outcome.
+   auto watcher = database.startCtl({"watch", "bridging", "interface", "oxa", "cell"});
+   done({"wait", ethPriority, "10"});
+   Agent next(database);
+   done({"settle", "--timeout", "20"});
+   EXPECT_EQ(dump(), left);
+   done({"set", "bridging/input/config/cli.sourceDetail", "the last change"});
+   auto const line = watcher->readLine();
+   ASSERT_TRUE(line);
+   EXPECT_THAT(*line, HasSubstr("the last change"));
+
+   // The stage that was reported before is not begun again; a new boot is.
+   completeStage("NetworkAgent", 2);
+}
+
+TEST_F(RestartTest, killOfTheAgentWhileInputPoursInLeavesADatabaseThatServesEveryoneElse) {
+   auto batch = database.startCtl({"batch"});
+   std::string document;
+   for (int round = 0; round < 5; ++round) {
+      Agent agent(database);
+      for (int vlan = 1; vlan <= 200; ++vlan)
+         batch->write("[\"set\", \"bridging/input/config/cli.vlanConfig[" + std::to_string(vlan) +
+                      "].configuredName\", \"round " + std::to_string(round) + "\"]\n");
+      agent.process().signal(SIGKILL);
+      agent.process().wait();
+      int answers = 0;
+      for (int vlan = 1; vlan <= 200; ++vlan)
+         if (auto const line = batch->readLine())
+            ++answers;
+      EXPECT_EQ(answers, 200);
+   }
+   Agent last(database);
+   done({"settle", "--timeout", "20"});
+   EXPECT_EQ(database.get(ethPriority), "10");
+}
+
+TEST_F(RestartTest, respawningRunnerBringsTheAgentBack) {
+   Agent agent(database, {"--respawn"});
+   done({"settle", "--timeout", "20"});
+   std::string const clients = database.ctl({"clients", "--json"}).output;
+   auto const at = clients.find("\"pid\":");
+   ASSERT_NE(at, std::string::npos) << clients;
+   // The first client is the agent: nobody else is connected but the asker itself.
+   pid_t const pid = std::stoi(clients.substr(at + 6));
+   ASSERT_NE(pid, agent.process().pid());
+   done({"set", ethPriority, "0"});
+   ::kill(pid, SIGKILL);
+   // The next agent writes its priority again.
+   done({"wait", ethPriority, "10", "--timeout", "20"});
+   EXPECT_TRUE(agent.process().errors().waitFor("was ended by signal 9", limit));
+   agent.process().signal(SIGTERM);
+   EXPECT_EQ(agent.process().wait(), 0);
+}
+
+TEST_F(RestartTest, runnerEndsWithTheDatabaseAndSaysSo) {
+   Agent agent(database);
+   database.kill();
+   EXPECT_EQ(agent.process().wait(), 5);
+   EXPECT_THAT(agent.process().errors().text(), HasSubstr("the connection to the state database has ended"));
+}
+
+TEST_F(RestartTest, traceSettingOfARunningAgentIsSetInTheTree) {
+   Agent agent(database);
+   done({"set", "cell/1/agent/config/Vorn.traceSetting", "Vorn*/0-5"});
+   done({"settle", "--timeout", "20"});
+   completeStage("NetworkAgent", 1);
+   EXPECT_TRUE(agent.process().errors().waitFor("doStage NetworkAgent", limit));
+   // The same line stands in the trace file, also after a kill.
+   agent.process().signal(SIGKILL);
+   agent.process().wait();
+   Result const trace = run({program("zivcat"), database.folder().file("Vorn.zv")});
+   EXPECT_EQ(trace.status, 0) << trace.errors;
+   EXPECT_THAT(trace.output, HasSubstr("doStage NetworkAgent"));
+}
+
+TEST(SnapshotRestartTest, databaseThatWasStoppedComesBackTheSame) {
+   TempFolder folder;
+   Database database({"--snapshot", folder.file("state")});
+   EXPECT_EQ(database.ctl({"load", EXAMPLE_FOLDER "/small-switch.json"}).status, 0);
+   EXPECT_EQ(database.ctl({"load", EXAMPLE_FOLDER "/second-publisher.json"}).status, 0);
+   std::string before;
+   {
+      Agent agent(database);
+      EXPECT_EQ(database.ctl({"settle", "--timeout", "20"}).status, 0);
+      before = database.ctl({"dump"}).output;
+      EXPECT_EQ(database.stop(), 0);
+      EXPECT_EQ(agent.process().wait(), 5);
+   }
+   EXPECT_THAT(before, HasSubstr("lab automation"));
+   database.start();
+   EXPECT_EQ(database.ctl({"dump"}).output, before);
+   Agent agent(database);
+   EXPECT_EQ(database.ctl({"settle", "--timeout", "20"}).status, 0);
+   EXPECT_EQ(database.ctl({"dump"}).output, before);
+}
+
+// --- agent-runner by itself.
+
+TEST(RunnerTest, wrongUsageIsToldAndEndsWith2) {
+   for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--cell", "0"},
+                                                     {"--cell", "x"},
+                                                     {"--name", "a/b"},
+                                                     {"--name", ""},
+                                                     {"surplus"},
+                                                     {"--nonsense"}}) {
+      std::vector<std::string> command{program("agent-runner")};
+      command.insert(command.end(), arguments.begin(), arguments.end());
+      Result const result = run(command);
+      EXPECT_EQ(result.status, 2) << arguments[0];
+      EXPECT_NE(result.errors, "");
+   }
+}
+
+TEST(RunnerTest, moduleThatCanNotBeLoadedIsNamed) {
+   TempFolder folder;
+   Result result = run({program("agent-runner"), "--module", folder.file("absent.so")});
+   EXPECT_EQ(result.status, 3);
+   EXPECT_THAT(result.errors, HasSubstr("absent.so"));
+   result = run({program("agent-runner"), "--module", folder.fileOf("text.so", "no module")});
+   EXPECT_EQ(result.status, 3);
+   EXPECT_THAT(result.errors, HasSubstr("text.so"));
+}
+
+TEST(RunnerTest, databaseThatCanNotBeReachedIsNamed) {
+   TempFolder folder;
+   Result const result = run({program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so",
+                              "--socket", folder.file("absent.sock")});
+   EXPECT_EQ(result.status, 4);
+   EXPECT_THAT(result.errors, HasSubstr("absent.sock"));
+}
+
+TEST(RunnerTest, helpAndVersionGoToStandardOutput) {
+   Result const help = run({program("agent-runner"), "--help"});
+   EXPECT_EQ(help.status, 0);
+   EXPECT_THAT(help.output, HasSubstr("Exit status:"));
+   Result const version = run({program("agent-runner"), "--version"});
+   EXPECT_EQ(version.status, 0);
+   EXPECT_THAT(version.output, HasSubstr("agent-runner "));
+}
+
+} // namespace
