@@ -251,6 +251,8 @@ void Subscriptions::publishTo(Subscription& subscribed, Applied const& applied, 
          continue;
       if (isAnnouncing)
          subscribed.announcedUntil = hasMarks ? unsettled : sequence_;
+      else if (isOwn) // what comes back undoes what the client writes before it has seen it
+         subscribed.unsettledUntil = std::max(subscribed.unsettledUntil, sequence_);
       if (!hasMarks) {
          client.appendChanges(applied.at(group), operation.bytes);
          continue;
