@@ -94,10 +94,9 @@ class DatabasePeer final : public Peer, private Ordel::Connection {
    }
    void send(std::string_view operations) override { write(0, sequence(), 0, operations); }
    void flush() override {
-      while (unsentBytes() > 0) {
-         Connection::flush();
+      Connection::flush();
+      while (unsentBytes() > 0)
          wait(0.001);
-      }
    }
    void waitFor(size_t operations) override {
       while (count_ < operations)
