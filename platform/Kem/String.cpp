@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <ostream>
 
 namespace Kem {
 
@@ -71,6 +72,14 @@ std::strong_ordering compareNatural(std::string_view a, std::string_view b) {
    if (a.empty() != b.empty())
       return a.empty() ? std::strong_ordering::less : std::strong_ordering::greater;
    return wholeA <=> wholeB; // equal but for leading zeros: the bytes decide, so that the order is total
+}
+
+std::ostream& operator<<(std::ostream& out, String8 const& text) {
+   return out << text.view();
+}
+
+std::ostream& operator<<(std::ostream& out, Name const& name) {
+   return out << name.view();
 }
 
 } // namespace Kem

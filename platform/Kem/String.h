@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <string_view>
 
@@ -98,6 +99,10 @@ class Name {
   private:
    String8 text_;
 };
+
+// The bytes as they are; for trace lines.
+std::ostream& operator<<(std::ostream& out, String8 const& text);
+std::ostream& operator<<(std::ostream& out, Name const& name);
 
 // Compares as people read: runs of digits by their number ("Ethernet2" before "Ethernet10"), other bytes by
 // value.

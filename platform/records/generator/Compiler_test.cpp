@@ -186,6 +186,12 @@ TEST(CompilerTest, formsMustMakeSense) {
                "2:8: `A` has no meaning: say it in a line before, behind ///");
 }
 
+TEST(CompilerTest, namespacesOfValueTypesDependOneWay) {
+   expectError("namespace A;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : B::T;\n}\n"
+               "namespace B;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : A::T;\n}\n",
+               "7:8: value types of `A` and `B` hold each other, so neither header can come first");
+}
+
 TEST(CompilerTest, entityHasAtMost62Attributes) {
    auto const entity = [](int count) {
       std::string text = "namespace N;\n/// E.\nentity E {\n";
@@ -286,7 +292,7 @@ TEST(CompilerTest, longLinesAreFolded) {
 }
 
 TEST(CompilerTest, bytesBecomeLiteralsOfTheSameBytes) {
-   EXPECT_EQ(cppString(std::string("\0$a\"\\\x7f", 6)), "\"\\000$a\\\"\\\\\\177\"");
+   EXPECT_EQ(cppString(std::string("\0$a\"\\\x7f\x81", 7)), "\"\\000$a\\\"\\\\\\177\\201\"");
 }
 
 } // namespace

@@ -112,6 +112,7 @@ class Resolver {
       for (auto& type : model_.types)
          if (type->isStruct())
             checkStruct(*type);
+      checkNamespaces();
       if (!model_.errors.empty())
          return; // sizes and defaults need whole types
       for (auto& type : model_.types)
@@ -311,6 +312,31 @@ class Resolver {
       for (auto const& f : type.fields)
          if (!type.joint.empty() && f.type && (f.type->isStruct() || f.type->kind == Kind::float64))
             model_.error(f.at, "a record that is a key can't hold a `" + f.type->fullName() + '`');
+   }
+
+   // The value types of a namespace stand in one header, which includes those of the namespaces that it uses.
+   void checkNamespaces() {
+      std::map<std::string, std::set<std::string>> uses; // and what those use in turn
+      for (auto const& type : model_.types)
+         for (auto const& f : type->fields)
+            if (f.type && !f.type->isBuiltIn && f.type->nameSpace != type->nameSpace)
+               uses[type->nameSpace].insert(f.type->nameSpace);
+      for (size_t round = 0; round < uses.size(); ++round)
+         for (auto& [user, used] : uses)
+            for (auto const& name : std::set<std::string>(used))
+               if (auto const at = uses.find(name); at != uses.end())
+                  used.insert(at->second.begin(), at->second.end());
+      for (auto const& type : model_.types)
+         for (auto const& f : type->fields) {
+            if (!f.type || f.type->isBuiltIn || f.type->nameSpace == type->nameSpace)
+               continue;
+            auto const at = uses.find(f.type->nameSpace);
+            if (at == uses.end() || !at->second.contains(type->nameSpace))
+               continue;
+            model_.error(f.typeName.at, "value types of `" + type->nameSpace + "` and `" + f.type->nameSpace +
+                                            "` hold each other, so neither header can come first");
+            return;
+         }
    }
 
    void checkLiteral(ValueType const& type, Literal const& literal) {

@@ -91,7 +91,7 @@ std::string cppString(std::string_view bytes) {
       auto const byte = static_cast<unsigned char>(c);
       if (c == '"' || c == '\\') {
          result += {'\\', c};
-      } else if (byte >= 0x20 && byte != 0x7f) {
+      } else if (byte >= 0x20 && byte < 0x7f) {
          result += c;
       } else {
          // Octal has at most three digits, so what follows is never taken for more of them.
