@@ -598,6 +598,9 @@ TEST_F(OrdelctlTest, clientsAreTold) {
    EXPECT_THAT(table, StartsWith("NAME      ROLE"));
    EXPECT_THAT(table, HasSubstr("MOUNTS  PENDING BYTES\n"));
    EXPECT_THAT(table, HasSubstr(pid));
+   std::string const list = ctl({"clients", "--mounts"}).output;
+   EXPECT_THAT(list, StartsWith("NAME      ROLE"));
+   EXPECT_THAT(list, HasSubstr("\nordelctl " + pid + ", 1 mounts:\n  ra    " + cli + ".hostAgingTime"));
 }
 
 TEST(SnapshotTest, isWrittenWhenAskedFor) {

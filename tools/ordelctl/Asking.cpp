@@ -48,6 +48,27 @@ std::string clientTable(std::string const& json) {
    return text;
 }
 
+std::string mountList(std::string const& json) {
+   std::string text;
+   try {
+      for (nlohmann::json const& client : nlohmann::json::parse(json)) {
+         if (client.at("mounts").empty())
+            continue;
+         text += '\n' + client.at("name").get<std::string>() + ' ' + client.at("pid").dump() + ", " +
+                 std::to_string(client.at("mounts").size()) + " mounts:\n";
+         for (nlohmann::json const& mount : client.at("mounts")) {
+            std::string mode = mount.at("mode").get<std::string>();
+            mode.resize(std::max<size_t>(mode.size(), 4), ' ');
+            text += "  " + mode + "  " + mount.at("path").get<std::string>() + "  " +
+                    mount.at("type").get<std::string>() + '\n';
+         }
+      }
+   } catch (nlohmann::json::exception const& error) {
+      throw Unreachable(std::string("the database's answer can't be read: ") + error.what());
+   }
+   return text;
+}
+
 void snapshot(Session& session) {
    session.snapshot();
 }

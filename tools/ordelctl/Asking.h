@@ -13,6 +13,8 @@ void settle(Session& session, Kem::Seconds timeout);
 std::string clients(Session& session);
 // The same as a table for people.
 std::string clientTable(std::string const& json);
+// Every mount, a line each, by client: mode, path, type.
+std::string mountList(std::string const& json);
 void snapshot(Session& session);
 
 } // namespace Ordelctl

@@ -93,6 +93,7 @@ struct Options {
    bool isAbsent = false;
    bool hasInitial = false;
    bool wantsJson = false;
+   bool wantsMounts = false;
    double timeout = defaultTimeout;
    std::function<void(Session&)> action; // what the command does
 };
@@ -253,11 +254,15 @@ void addAsking(CLI::App& app, Options& options) {
        runBatch);
    auto* const clientsCommand = addCommand(app, options, "clients", "Tell who is connected",
                                            "  ordelctl clients\n"
-                                           "  ordelctl clients --json                    with every mount",
+                                           "  ordelctl clients --mounts                  and what each has mounted\n"
+                                           "  ordelctl clients --json",
                                            [&](Session& session) {
                                               std::string const json = clients(session);
                                               print(options.wantsJson ? json + "\n" : clientTable(json));
+                                              if (options.wantsMounts && !options.wantsJson)
+                                                 print(mountList(json));
                                            });
+   clientsCommand->add_flag("--mounts", options.wantsMounts, "List the mounts of each client too");
    clientsCommand->add_flag("--json", options.wantsJson, "As JSON, with the mounts of each client");
    addCommand(app, options, "snapshot", "Have the database write its snapshot file now",
               "  ordelctl snapshot", [](Session& session) { snapshot(session); });
