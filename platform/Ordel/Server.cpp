@@ -53,7 +53,10 @@ ServerClient& Server::connect(ServerClient::Peer peer) {
 }
 
 void Server::disconnect(ServerClient& client) {
-   KEM_TRACE(theTrace, 3, client.label() << " is gone");
+   if (client.isInFrame())
+      KEM_TRACE(theTrace, 0, client.label() << " is gone in the middle of a frame");
+   else
+      KEM_TRACE(theTrace, 3, client.label() << " is gone");
    release(client);
    clients_.remove_if([&](auto const& other) { return other.get() == &client; });
 }

@@ -1,0 +1,40 @@
+// What the kernel tells of a process under /proc.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/types.h>
+
+namespace Scenario {
+
+// A line of /proc/PID/status in KiB, such as "VmRSS" or its peak, "VmHWM".
+inline size_t memoryOf(pid_t pid, std::string const& what) {
+   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+   for (std::string line; std::getline(status, line);)
+      if (line.rfind(what + ":", 0) == 0)
+         return std::stoul(line.substr(what.size() + 1));
+   ADD_FAILURE() << what << " of process " << pid << " is not told";
+   return 0;
+}
+
+// Whether memory tells anything: the address sanitizer keeps for a while what the program has given back.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool isMemoryTold = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool isMemoryTold = false;
+#else
+inline constexpr bool isMemoryTold = true;
+#endif
+#else
+inline constexpr bool isMemoryTold = true;
+#endif
+
+inline size_t descriptorCount(pid_t pid) {
+   std::filesystem::directory_iterator const folder("/proc/" + std::to_string(pid) + "/fd");
+   return static_cast<size_t>(std::distance(begin(folder), end(folder)));
+}
+
+} // namespace Scenario
