@@ -185,7 +185,8 @@ TEST_F(OrdelctlTest, membersOfADerivedTypeAreKnownByIt) {
    std::string const before = get(attribute);
    verifyDone({"set", attribute, before == "true" ? "false" : "true"});
    EXPECT_NE(get(attribute), before);
-   verifyDone({"load", "-"}, R"({"interface/config/all": {"intfConfig": {"Vlan10": {"autoState": )" + before + "}}}}");
+   verifyDone({"load", "-"},
+              R"({"interface/config/all": {"intfConfig": {"Vlan10": {"autoState": )" + before + "}}}}");
    EXPECT_EQ(get(attribute), before);
    verifyDone({"load", "-"}, R"({"interface/config/all": {"intfConfig": {"Vlan10": {}}}})");
    Result const dumped = ctl({"dump", "interface/config/all"});
@@ -554,6 +555,11 @@ TEST_F(BatchTest, seesWhatOthersWrite) {
    EXPECT_EQ(answer(R"(["set", "bridging/input/config/cli.vlanConfig[10]", {}])"), done);
    loadLag(); // by another process
    EXPECT_EQ(answer(R"(["set", "bridging/input/config/lag.vlanConfigPriority", 8])"), done);
+   // Another of the same type, and one of another type, in its place.
+   verifyDone({"delete", lag});
+   loadLag();
+   EXPECT_EQ(answer(R"(["set", "bridging/input/config/lag.vlanConfigPriority", 9])"), done);
+   EXPECT_EQ(get(lag + ".vlanConfigPriority"), "9");
    verifyDone({"delete", lag});
    verifyDone({"create", lag, "Bridging::Input::CliConfig"});
    EXPECT_EQ(answer(R"(["set", "bridging/input/config/lag.hostAgingTime", 9])"), done);
