@@ -1,0 +1,17 @@
+// Must not compile: its override can't be reached from the base, so it would never be heard. A test asks for the
+// compiler's word on it.
+#include "records/Sample/Store.h"
+
+namespace {
+
+class HearsInPrivate final : Sample::Store::NotifieeConst {
+ public:
+   HearsInPrivate() : NotifieeConst(this) {}
+
+ private:
+   void onSlogan() override {}
+};
+
+HearsInPrivate reactor;
+
+} // namespace
