@@ -177,7 +177,7 @@ void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
    KEM_TRACE(theTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
    bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
 
-   subIntfCounterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
+   counterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
        mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
    if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf"))
       dir->counterDirPathIs("/" + entityManager.systemName() + "/Plaze/interface/counter/subintf/current");

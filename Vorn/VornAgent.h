@@ -58,6 +58,8 @@ class Agent final : public AgentBase::CAgent {
    }
    Kem::Ptr<Plaze::Bridging::Status> const& plazeBridgingStatus() const { return plazeBridgingStatus_; }
    Kem::Ptr<Bridging::Status> const& bridgingStatus() const { return bridgingStatus_; }
+   // The shared-memory table of subinterface counters; null likewise.
+   Kem::Ptr<Plaze::Interface::AllIntfCounterDir> const& counterDir() const { return counterDir_; }
    Kem::Ptr<AgentBase::StagesHelper> const& bootStagesHelper() const { return bootStagesHelper_; }
    std::string const& fabricDeviceName() const { return fabricDeviceName_; }
    int socketFd() const { return socketFd_; }   // for ioctls on network devices
@@ -91,7 +93,7 @@ class Agent final : public AgentBase::CAgent {
    AttrLogCheck attrLogCheck_;
    Kem::Ptr<Bridging::Status> bridgingStatus_;
    Kem::Ptr<Plaze::Bridging::Status> plazeBridgingStatus_;
-   Kem::Ptr<Plaze::Interface::AllIntfCounterDir> subIntfCounterDir_;
+   Kem::Ptr<Plaze::Interface::AllIntfCounterDir> counterDir_;
    Kem::Ptr<AgentBase::StagesHelper> bootStagesHelper_;
    Kem::Ptr<Oxa::OxaStatus const> oxaStatus_;
 

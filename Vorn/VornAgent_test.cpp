@@ -154,6 +154,7 @@ TEST_F(VornAgentTest, switchoverMakesTheActiveRoleButNotWhatIsDecidedAtStart) {
    EXPECT_EQ(ethPriority(), 10u);
    EXPECT_FALSE(sw.agent->plazeBridgingStatus());
    EXPECT_FALSE(sw.agent->bridgingStatus());
+   EXPECT_FALSE(sw.agent->counterDir());
    EXPECT_EQ(sw.publish<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDirPath(),
              Kem::String8(""));
 }
@@ -161,6 +162,7 @@ TEST_F(VornAgentTest, switchoverMakesTheActiveRoleButNotWhatIsDecidedAtStart) {
 TEST_F(VornAgentTest, activeAtStartMountsTheSharedMemoryTables) {
    sw.startAgent();
    EXPECT_TRUE(sw.agent->plazeBridgingStatus());
+   EXPECT_TRUE(sw.agent->counterDir());
    ASSERT_TRUE(sw.agent->bridgingStatus());
    EXPECT_EQ(Kem::Ptr<Kem::Entity>(sw.agent->bridgingStatus()), Kem::singleton("Bridging::Status"));
    TestSwitch::run();

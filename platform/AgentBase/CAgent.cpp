@@ -1,5 +1,7 @@
 #include "AgentBase/CAgent.h"
 
+#include <utility>
+
 namespace AgentBase {
 
 CAgent::CAgent(Kem::Name name) : Mounter(std::move(name)) {}
@@ -17,6 +19,11 @@ void CAgent::entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager
 void CAgent::cellIdIs(uint32_t cellId) {
    cellId_ = cellId;
    cellPathIs("cell/" + std::to_string(cellId));
+}
+
+void CAgent::warmIs(bool warm) {
+   if (std::exchange(warm_, warm) != warm && warm)
+      doUpdateWarm();
 }
 
 void CAgent::redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus) {

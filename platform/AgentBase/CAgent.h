@@ -41,6 +41,9 @@ class CAgent : public Ordel::Mounter {
    // The boot stages begin anew.
    virtual void handleStageInstance(uint32_t instance) {}
 
+   // The agent has become warm: its start has settled, and what it wrote is there for others to see.
+   virtual void doUpdateWarm() {}
+
    // --- Attributes.
    Kem::Ptr<Ordel::EntityManager> const& entityManager() const { return entityManager_; }
    virtual void entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager);
@@ -60,6 +63,9 @@ class CAgent : public Ordel::Mounter {
    // doMountsComplete has returned.
    bool initialized() const { return initialized_; }
    virtual void initializedIs(bool initialized) { initialized_ = initialized; }
+   bool warm() const { return warm_; }
+   // Calls doUpdateWarm when it becomes true.
+   virtual void warmIs(bool warm);
 
    // An agent is no record: it stands in no tree and encodes nothing.
    Kem::AttrId attributeCount() const override { return 0; }
@@ -76,6 +82,7 @@ class CAgent : public Ordel::Mounter {
    std::string cellPath_ = "cell/1";
    Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus_;
    bool initialized_ = false;
+   bool warm_ = false;
 };
 
 // What a module exports, under this C name: makes the agent, with one reference that is the caller's.

@@ -97,6 +97,7 @@ class Runner::Ready final {
       if (isTold || runner.entityManager_->attributeLog()->isHeld())
          return;
       isTold = true;
+      runner.agent_->warmIs(true);
       say(runner.options_.name + " is ready");
       serviceNotify("READY=1");
    }

@@ -10,7 +10,7 @@
 namespace {
 
 class StageAgent final : public AgentBase::CAgent {
- public:
+  public:
    StageAgent() : CAgent(Kem::Name("stage-agent")) {}
    void doStage(std::string const& stageClass, std::string const& stage) override {
       stages.push_back(stageClass + "/" + stage);
