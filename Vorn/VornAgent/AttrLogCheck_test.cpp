@@ -13,7 +13,7 @@ using Vorn::AttrLogCheck;
 
 // A connected pair of sockets: the log writes to one end, and nobody reads the other unless drain() does.
 class LogSocket final : public Kem::NboAttrLog::Link {
- public:
+  public:
    LogSocket() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds_), 0); }
    ~LogSocket() {
       close(fds_[0]);
@@ -54,7 +54,7 @@ class LogSocket final : public Kem::NboAttrLog::Link {
 
    bool isGone = false;
 
- private:
+  private:
    int fds_[2];
 };
 
@@ -133,7 +133,8 @@ TEST_F(AttrLogCheckTest, withoutAnOutputItIsAlwaysReady) {
    for (int call = 0; call < 60; ++call)
       EXPECT_TRUE(check.isReady());
    EXPECT_EQ(check.attrLogKernBufferUsage(), -1);
-   // Nobody resets the count, so it has gone below zero, which means a measurement at the next call with an output.
+   // Nobody resets the count, so it has gone below zero, which means a measurement at the next call with an
+   // output.
    EXPECT_EQ(check.iterUntilBufferCheck(), 1 - 60);
    socket.fill();
    start();

@@ -67,7 +67,8 @@ TEST_F(NetlinkSocketTest, failedBufferSizesAreTracedAndTheSocketClosed) {
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
    calls.setOption = [](int, int, int name, void const*, socklen_t) { return name == SO_RCVBUF ? -1 : 0; };
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
-   EXPECT_EQ(theLines, (std::vector<std::string>{"setsockopt SO_SNDBUF failure", "setsockopt SO_RCVBUF failure"}));
+   EXPECT_EQ(theLines,
+             (std::vector<std::string>{"setsockopt SO_SNDBUF failure", "setsockopt SO_RCVBUF failure"}));
    EXPECT_EQ(theClosed.size(), 2u);
 }
 

@@ -39,8 +39,8 @@ EntityManager::~EntityManager() {
 
 std::string EntityManager::connect(std::string const& socketPath, Kem::Seconds timeout) {
    std::string error;
-   bool const isConnected = timeout > 0 ? connectAndWait(socketPath, timeout, error)
-                                        : Connection::connect(socketPath, error);
+   bool const isConnected =
+       timeout > 0 ? connectAndWait(socketPath, timeout, error) : Connection::connect(socketPath, error);
    if (!isConnected)
       return error;
    isWatchedIs(true);
@@ -80,7 +80,8 @@ void EntityManager::sendMounts(MountGroup& group) {
                                                  (mount.isCreating() ? mountCreate : 0));
       Connection::mount(number, mount.path, mount.type, flags);
    }
-   // Not left to the end of a turn: a process may close its first group before its loop runs, which then waits.
+   // Not left to the end of a turn: a process may close its first group before its loop runs, which then
+   // waits.
    Connection::flush();
 }
 

@@ -35,8 +35,8 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    // Name of the switch's system, as the database tells it; empty before the connection.
    std::string const& systemName() const { return systemName_; }
 
-   // Connects and waits so many seconds for the database's answer; with 0 the loop takes the answer in, and a refusal
-   // comes through the closed hook. Empty, or the reason: "path: reason".
+   // Connects and waits so many seconds for the database's answer; with 0 the loop takes the answer in, and a
+   // refusal comes through the closed hook. Empty, or the reason: "path: reason".
    std::string connect(std::string const& socketPath, Kem::Seconds timeout);
    using Connection::isConnected;
    // Called once, from the event loop, when the connection has ended.

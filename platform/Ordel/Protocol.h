@@ -1,5 +1,6 @@
-// The protocol between the state database and its clients, over a stream socket: numbers, limits and the layout of
-// every message. Values stand in the form of Kem/Wire.h; what an attribute's bytes mean is told by records/Schema.h.
+// The protocol between the state database and its clients, over a stream socket: numbers, limits and the
+// layout of every message. Values stand in the form of Kem/Wire.h; what an attribute's bytes mean is told by
+// records/Schema.h.
 //
 //   frame      u32 size of what follows (type and payload), u8 type, payload
 //
@@ -22,23 +23,26 @@
 //     unmounted  u32 mount: what was mounted has been deleted
 //     changes    u64 sequence, operations
 //     reply      u32 request, u8 status, string text (the reason, or the answer)
-//     probe      u32 probe: answer with `settled` once all that was sent before has been taken in and worked off
+//     probe      u32 probe: answer with `settled` once all that was sent before has been taken in and worked
+//     off
 //
 //   operations (Op), one after the other; all but `at` are said of the entity that the last `at` named
 //     at         u32 node, u8 count, count times (u8 attribute, key): the node, or a member below it
-//     set        u8 attribute, value                 a scalar, or a reference (its selector as string, "" for null)
-//     put        u8 attribute, key, value            a member of a map, or of references (selector as string)
-//     erase      u8 attribute, key                   a member of any collection, entities included
-//     create     u8 attribute, key, u16 type, and in a directory u32 node   an entity in `children` or in a directory
+//     set        u8 attribute, value                 a scalar, or a reference (its selector as string, "" for
+//     null) put        u8 attribute, key, value            a member of a map, or of references (selector as
+//     string) erase      u8 attribute, key                   a member of any collection, entities included
+//     create     u8 attribute, key, u16 type, and in a directory u32 node   an entity in `children` or in a
+//     directory
 //
-// A node is an entity that has a path of its own: a directory, or an entity in a directory. Its number is given by
-// the database, is the same for all clients, and is never used again. A client that creates an entity in a directory
-// sends 0 for the node, reaches the entity by `at` with a step from the directory, and learns the number from the
-// `create` that comes back. Everything below a node is reached by steps.
+// A node is an entity that has a path of its own: a directory, or an entity in a directory. Its number is
+// given by the database, is the same for all clients, and is never used again. A client that creates an
+// entity in a directory sends 0 for the node, reaches the entity by `at` with a step from the directory, and
+// learns the number from the `create` that comes back. Everything below a node is reached by steps.
 //
 // One write is applied whole or not at all. An operation that changes nothing is dropped and reaches nobody.
-// `seen` is the last sequence that the writer had taken in: where another client changed the same node meanwhile,
-// the database sends the writer's own operations on that node back, so that both end with the same values.
+// `seen` is the last sequence that the writer had taken in: where another client changed the same node
+// meanwhile, the database sends the writer's own operations on that node back, so that both end with the same
+// values.
 #pragma once
 
 #include <cstddef>
@@ -49,13 +53,13 @@ namespace Ordel {
 inline constexpr uint32_t protocolMagic = 0x4c44524f; // "ORDL"
 inline constexpr uint16_t protocolVersion = 1;
 
-inline constexpr size_t frameHeaderBytes = 5;        // size and type
-inline constexpr size_t maxFrameBytes = 64u << 20;   // a larger one ends the connection
-inline constexpr size_t maxHelloBytes = 512;         // before the handshake
-inline constexpr size_t maxNameBytes = 255;          // of an entity in a directory, of a client
-inline constexpr size_t maxStringBytes = 1u << 20;   // of one value
-inline constexpr size_t maxPathDepth = 16;           // of directories below one another
-inline constexpr size_t maxStepCount = 8;            // of one `at`
+inline constexpr size_t frameHeaderBytes = 5;      // size and type
+inline constexpr size_t maxFrameBytes = 64u << 20; // a larger one ends the connection
+inline constexpr size_t maxHelloBytes = 512;       // before the handshake
+inline constexpr size_t maxNameBytes = 255;        // of an entity in a directory, of a client
+inline constexpr size_t maxStringBytes = 1u << 20; // of one value
+inline constexpr size_t maxPathDepth = 16;         // of directories below one another
+inline constexpr size_t maxStepCount = 8;          // of one `at`
 inline constexpr size_t maxSelectorBytes = 4096;
 inline constexpr size_t maxMountsPerClient = 4096;
 inline constexpr size_t maxClients = 1024;
@@ -88,15 +92,18 @@ enum class Role : uint8_t {
 
 // Bits of the flags of a mount.
 enum MountFlag : uint8_t {
-   mountWrite = 1,    // the client will write below it
-   mountCreate = 2,   // create the entity, of the type given, where it is absent
-   mountAwait = 4,    // nothing there is no failure: `mounted` comes when it is created, and again after deletion
-   mountShallow = 8,  // of a directory only the entities' names and types, not what they hold, nor directories below
+   mountWrite = 1,  // the client will write below it
+   mountCreate = 2, // create the entity, of the type given, where it is absent
+   mountAwait =
+       4, // nothing there is no failure: `mounted` comes when it is created, and again after deletion
+   mountShallow =
+       8, // of a directory only the entities' names and types, not what they hold, nor directories below
 };
 
 // Bits of the flags of a write.
 enum WriteFlag : uint8_t {
-   writeStrict = 1, // an operation on what isn't there refuses the write with Status::absent, instead of being dropped
+   writeStrict =
+       1, // an operation on what isn't there refuses the write with Status::absent, instead of being dropped
 };
 
 enum class Op : uint8_t {
@@ -110,8 +117,8 @@ enum class Op : uint8_t {
 // How a request ended.
 enum class Status : uint8_t {
    done = 0,
-   absent = 1,   // the answer is no: not there, or timed out, or not settled
-   refused = 3,  // against the schema, the limits, or the type that stands there
+   absent = 1,  // the answer is no: not there, or timed out, or not settled
+   refused = 3, // against the schema, the limits, or the type that stands there
 };
 
 } // namespace Ordel

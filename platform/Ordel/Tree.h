@@ -60,7 +60,8 @@ struct Applied {
    std::string_view bytes;   // the effective operations in canonical form, to be passed on as they stand
    std::span<Group const> groups;
    std::span<NodeChange const> nodes; // in the order of the block
-   std::span<uint8_t const> isNew; // for each effective operation: it brought a member that wasn't there before
+   std::span<uint8_t const>
+       isNew; // for each effective operation: it brought a member that wasn't there before
 
    bool isDone() const { return status == Status::done; }
    std::string_view at(Group const& group) const {

@@ -252,16 +252,17 @@ void addAsking(CLI::App& app, Options& options) {
        "  [\"get\", \"bridging/config.hostAgingTime\"]                {\"ok\": true, \"value\": 600}\n"
        "  [\"wait\", \"bridging/nowhere\", \"--timeout\", 0.5]          {\"ok\": false, \"error\": \"...\"}",
        runBatch);
-   auto* const clientsCommand = addCommand(app, options, "clients", "Tell who is connected",
-                                           "  ordelctl clients\n"
-                                           "  ordelctl clients --mounts                  and what each has mounted\n"
-                                           "  ordelctl clients --json",
-                                           [&](Session& session) {
-                                              std::string const json = clients(session);
-                                              print(options.wantsJson ? json + "\n" : clientTable(json));
-                                              if (options.wantsMounts && !options.wantsJson)
-                                                 print(mountList(json));
-                                           });
+   auto* const clientsCommand =
+       addCommand(app, options, "clients", "Tell who is connected",
+                  "  ordelctl clients\n"
+                  "  ordelctl clients --mounts                  and what each has mounted\n"
+                  "  ordelctl clients --json",
+                  [&](Session& session) {
+                     std::string const json = clients(session);
+                     print(options.wantsJson ? json + "\n" : clientTable(json));
+                     if (options.wantsMounts && !options.wantsJson)
+                        print(mountList(json));
+                  });
    clientsCommand->add_flag("--mounts", options.wantsMounts, "List the mounts of each client too");
    clientsCommand->add_flag("--json", options.wantsJson, "As JSON, with the mounts of each client");
    addCommand(app, options, "snapshot", "Have the database write its snapshot file now",

@@ -1,14 +1,14 @@
-// Must not compile: its override can't be reached from the base, so it would never be heard. A test asks for the
-// compiler's word on it.
+// Must not compile: its override can't be reached from the base, so it would never be heard. A test asks for
+// the compiler's word on it.
 #include "records/Sample/Store.h"
 
 namespace {
 
 class HearsInPrivate final : Sample::Store::NotifieeConst {
- public:
+  public:
    HearsInPrivate() : NotifieeConst(this) {}
 
- private:
+  private:
    void onSlogan() override {}
 };
 
