@@ -252,8 +252,8 @@ TEST(SlowClientTest, aStoppedSubscriberCostsLittleAndEndsWithTheTree) {
    EXPECT_TRUE(served.text == expected);
    std::cout << "resident memory: " << before << " KiB before, " << peak << " KiB at most; the other took "
              << served.operationBytes << " bytes" << std::endl;
-   if (isMemoryTold) {
-      EXPECT_LT(peak - before, 64u << 10);
+   if (isMemoryTold) { // one that reads may have some 30 MB waiting, twice while the buffer grows
+      EXPECT_LT(peak - before, 128u << 10);
    }
 
    stopped.goOn();
