@@ -2,6 +2,11 @@
 
 namespace Plaze {
 
+namespace {
+// What no mark comes to: the block has to be looked at.
+constexpr uint64_t unknownMark = ~uint64_t(0);
+} // namespace
+
 // What one pass has found so far. A key may be seen to go in one slot and to come in another one, in either
 // order.
 class KeyShadow::Found {
@@ -44,21 +49,31 @@ KeyShadow::Outcome KeyShadow::pass(Reader& reader, Visit const& visit) {
       forgetTable(found);
    } else {
       auto const& header = reader.file().header();
-      if (header.lineage != lineage_ || header.generation < generation_ || header.capacity < shadow_.size()) {
+      if (header.lineage != lineage_ || header.generation < generation_ || header.capacity < keys_.size()) {
          forgetTable(found);
          lineage_ = header.lineage;
       }
       bool const isSameFile = header.generation == generation_;
       generation_ = header.generation;
-      shadow_.resize(header.capacity);
+      marks_.resize(reader.file().places().blocks(), unknownMark);
+      sequences_.resize(header.capacity);
+      keys_.resize(header.capacity);
       // Before the slots: what is written from here on is counted by a later value.
       uint64_t const change = reader.change();
       if (isSameFile && isComplete_ && change == change_)
          return {};
       change_ = change;
-      for (uint32_t slot = 0; slot < header.capacity; ++slot)
-         if (reader.sequence(slot) != shadow_[slot].sequence)
-            look(reader, slot, found);
+      for (uint32_t block = 0; block < marks_.size(); ++block) {
+         uint64_t const mark = reader.mark(block);
+         if (mark == marks_[block])
+            continue;
+         size_t const unreadableBefore = found.unreadable;
+         uint32_t const end = std::min(header.capacity, (block + 1) * Layout::blockSlots);
+         for (uint32_t slot = block * Layout::blockSlots; slot < end; ++slot)
+            if (reader.sequence(slot) != sequences_[slot])
+               look(reader, slot, found);
+         marks_[block] = found.unreadable == unreadableBefore ? mark : unknownMark;
+      }
       isComplete_ = found.unreadable == 0;
    }
    found.tell(visit);
@@ -79,13 +94,13 @@ void KeyShadow::look(Reader const& reader, uint32_t slot, Found& found) {
    case Reader::Result::entry:
       break;
    }
-   Slot& shadow = shadow_[slot];
-   shadow.sequence = sequence;
+   sequences_[slot] = sequence;
+   std::string& known = keys_[slot];
    // The old key is gone only if it hasn't been seen in another slot meanwhile. A pass can find one key in
    // two slots, when it moved between two looks; the one seen last is where it stands.
-   if (shadow.key != entry.key)
-      if (auto const at = slots_.find(shadow.key); at != slots_.end() && at->second == slot) {
-         found.goes(shadow.key);
+   if (known != entry.key)
+      if (auto const at = slots_.find(known); at != slots_.end() && at->second == slot) {
+         found.goes(known);
          slots_.erase(at);
       }
    if (!entry.key.empty()) {
@@ -94,14 +109,16 @@ void KeyShadow::look(Reader const& reader, uint32_t slot, Found& found) {
       else
          found.changes(entry.key);
    }
-   shadow.key = std::move(entry.key);
+   known = std::move(entry.key);
 }
 
 void KeyShadow::forgetTable(Found& found) {
    for (auto const& [key, slot] : slots_)
       found.goes(key);
    slots_.clear();
-   shadow_.clear();
+   marks_.clear();
+   sequences_.clear();
+   keys_.clear();
    lineage_ = generation_ = change_ = 0;
    isComplete_ = false;
 }

@@ -13,8 +13,8 @@
 // changed, because its value isn't known to be the same. When the file goes or is refused, all keys are
 // removed.
 //
-// Cost: about 100 bytes for each entry and 40 for each slot; a pass reads 8 bytes for each slot, and nothing
-// but the change counter where nothing has happened.
+// Cost: about 100 bytes for each entry and 40 for each slot. A pass reads the change counter where nothing
+// has happened, else a word for each block of 64 slots and the sequences of those that changed.
 #pragma once
 
 #include "Plaze/Reader.h"
@@ -46,16 +46,15 @@ class KeyShadow {
    Slots const& slots() const { return slots_; }
 
   private:
-   struct Slot {
-      uint64_t sequence = 0;
-      std::string key; // empty: free
-   };
    class Found;
 
    void forgetTable(Found& found);
    void look(Reader const& reader, uint32_t slot, Found& found);
 
-   std::vector<Slot> shadow_; // by number of the slot
+   // By number of the slot. Apart, because a pass goes over all sequences and touches few keys.
+   std::vector<uint64_t> sequences_;
+   std::vector<uint64_t> marks_;   // by number of the block
+   std::vector<std::string> keys_; // empty: free
    Slots slots_;
    uint64_t lineage_ = 0; // of the table that the shadow is of
    uint64_t generation_ = 0;

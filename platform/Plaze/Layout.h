@@ -3,11 +3,12 @@
 //    0          Header: what the table is. Written before the file gets its name, and never changed
 //    2048       Counters: what moves. Written by the one writer only
 //    4096       sequences: one word for each slot
+//    ...        marks: one word for each block of 64 slots
 //    ...        slots, each of Shape::slotBytes(): its head, the key, the value, each padded to whole words
 //
 // All numbers are little endian, everything that moves is an aligned word of 8 bytes, and every offset
 // follows from the three sizes in the header, so that no offset in the file has to be believed. The sequences
-// stand apart from the slots, so that looking for what has changed reads 8 bytes a slot in one stream.
+// stand apart from the slots, so that looking for what has changed reads few lines of memory.
 //
 // How a slot is read while it is being written (a sequence lock). Its sequence is even while the slot stands
 // still and odd while it is being written; each writing moves it by two and it never comes back to an earlier
@@ -27,8 +28,10 @@
 // model, which is read here as holding between processes too, since atomics of this size are free of locks
 // and of addresses.
 //
-// Counters::change moves after every writing (release). A reader that finds it unmoved (acquire) has nothing
-// to look for; one that finds it moved sees all writings that it counts.
+// After every writing the mark of its block moves, and then Counters::change (release both). A reader that
+// finds one of them unmoved (acquire) has nothing to look for in the block, or in the table; one that finds
+// it moved sees all writings that it counts. So a look costs one word where nothing happened, and after one
+// change a word for each block and the sequences of one block.
 #pragma once
 
 #include <algorithm>
@@ -66,6 +69,7 @@ inline constexpr uint32_t maxValueBytes = 32 * 1024;
 inline constexpr uint32_t maxCapacity = 1 << 24;
 inline constexpr uint64_t maxFileBytes = uint64_t(1) << 36;
 inline constexpr size_t wordBytes = sizeof(uint64_t);
+inline constexpr uint32_t blockSlots = 64;
 
 struct Header {
    char magic[8];
@@ -116,8 +120,10 @@ struct Places {
    uint32_t keyBytes, valueBytes, capacity;
 
    uint64_t slotBytes() const { return (1 + wordsFor(keyBytes) + wordsFor(valueBytes)) * wordBytes; }
+   uint32_t blocks() const { return (capacity + blockSlots - 1) / blockSlots; }
+   uint64_t marksOffset() const { return sequencesOffset + uint64_t(capacity) * wordBytes; }
    uint64_t slotsOffset() const {
-      return (sequencesOffset + uint64_t(capacity) * wordBytes + 4095) & ~uint64_t(4095);
+      return (marksOffset() + uint64_t(blocks()) * wordBytes + 4095) & ~uint64_t(4095);
    }
    uint64_t fileBytes() const { return slotsOffset() + capacity * slotBytes(); }
 };

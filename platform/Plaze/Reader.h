@@ -52,6 +52,7 @@ class Reader {
    TableFile const& file() const { return *file_; }
    uint32_t capacity() const { return file_->places().capacity; }
    uint64_t change() const { return file_->change().load(std::memory_order_acquire); }
+   uint64_t mark(uint32_t block) const { return file_->mark(block).load(std::memory_order_acquire); }
    uint64_t sequence(uint32_t slot) const { return file_->sequence(slot).load(std::memory_order_relaxed); }
    // `slot` below capacity(). `sequence` is that of the copy, or the last one seen where there is none.
    // `entry` is to be looked at only where there is one.

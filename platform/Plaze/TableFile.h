@@ -75,6 +75,9 @@ class TableFile {
    std::atomic_ref<uint64_t> sequence(uint32_t slot) const {
       return Layout::wordAt(base_, Layout::sequencesOffset + uint64_t(slot) * Layout::wordBytes);
    }
+   std::atomic_ref<uint64_t> mark(uint32_t block) const {
+      return Layout::wordAt(base_, places_.marksOffset() + uint64_t(block) * Layout::wordBytes);
+   }
    uint64_t slotOffset(uint32_t slot) const { return places_.slotsOffset() + slot * places_.slotBytes(); }
 
   private:

@@ -5,18 +5,16 @@
 // watches the directory with inotify, where the touch shows as well as a table that comes into being, grows
 // or goes:
 //
-//    writer: entry, entry, entry ...        reader: onMaybeChanged, and again followUpDelay later, until a
-//    look finds
-//              '-- touch -> inotify ---------'       nothing new
+//    writer: entry, entry, entry ...      reader: onMaybeChanged, and again followUpDelay later,
+//              '-- touch -> inotify -------'      until a look finds nothing new
 //
 // The entries that a writer puts after a touch without another one come at most 2 ms after it, so the look
 // that follows 5 ms after each wake sees them: nothing waits for the slow poll, and the writer has no duty to
 // flush. The first look of a new watch is followed up as well, for the touch that came just before it.
 //
-//    latency   of a single change: a wake of the process, some 50 microseconds; in a burst: at most 5 ms
-//    cost      writer: one utimensat for each 2 ms in which it writes (about 2 microseconds). Reader: one
-//    more
-//              look for each wake, and one each second (safetyInterval)
+//    latency   of a single change: one wake of the process and one pass; in a burst: at most 5 ms
+//    cost      writer: one utimensat for each 2 ms in which it writes. Reader: one more look for each
+//              wake, and one each second (safetyInterval)
 //
 // Where the directory can't be watched, because it is absent or the system has no watch left, it is a poll
 // each 100 ms (pollInterval).

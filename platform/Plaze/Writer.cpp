@@ -92,7 +92,9 @@ void Writer::takeOver() {
       free_.push_back(slot);
    }
    file_->entries().store(slots_.size(), std::memory_order_relaxed);
-   // The writer before us may have been killed between an entry and the count of it.
+   // The writer before us may have been killed between an entry and the counts of it.
+   for (uint32_t block = 0; block < file_->places().blocks(); ++block)
+      file_->mark(block).fetch_add(1, std::memory_order_release);
    file_->change().fetch_add(1, std::memory_order_release);
    ring();
 }
@@ -117,6 +119,7 @@ void Writer::write(uint32_t slot, Layout::Head head, std::string_view key, std::
       onMidEntry_();
    Layout::storeBytes(base, valueOffset + half, value.data() + half, value.size() - half);
    sequence.store(writing + 1, std::memory_order_release);
+   file_->mark(slot / Layout::blockSlots).fetch_add(1, std::memory_order_release);
    file_->change().fetch_add(1, std::memory_order_release);
 }
 
@@ -181,12 +184,15 @@ void Writer::grow() {
       throw Error(Error::Kind::system, path_, "is full with " + std::to_string(before) + " entries");
    auto grown = TableFile::create(path_, shape(), before * 2, generation() + 1, file_->header().lineage);
    grown->modeIs(file_->mode());
-   // Sequences and slots are copied as they are: a reader's memory of the old file holds for the new one.
+   // Sequences, marks and slots are copied as they are: a reader's memory of the old file holds for the new
+   // one.
    Layout::Places const& from = file_->places();
    std::memcpy(grown->base() + Layout::countersOffset, file_->base() + Layout::countersOffset,
                sizeof(Layout::Counters));
    std::memcpy(grown->base() + Layout::sequencesOffset, file_->base() + Layout::sequencesOffset,
                before * Layout::wordBytes);
+   std::memcpy(grown->base() + grown->places().marksOffset(), file_->base() + from.marksOffset(),
+               from.blocks() * Layout::wordBytes);
    std::memcpy(grown->base() + grown->places().slotsOffset(), file_->base() + from.slotsOffset(),
                before * from.slotBytes());
    grown->lock();
