@@ -46,7 +46,7 @@ std::string ServerClient::label() const {
 // --- Coming in
 
 bool ServerClient::wantsReading() const {
-   return !isRefused_ && output_.size() < answersLimit &&
+   return !isRefused_ && output_.size() < changesLimit + bonus_ + answersRoom &&
           (pending_.strayCount() < straysLimit || output_.size() < fillBytes);
 }
 
@@ -210,6 +210,9 @@ void ServerClient::end() {
 }
 
 void ServerClient::fill() {
+   if (wasOffered_ && !hasTaken_)
+      bonus_ -= bonus_ / 8;
+   hasTaken_ = false;
    if (output_.isOpen())
       changesEnd(server_.sequence());
    sendLater();
@@ -221,6 +224,7 @@ void ServerClient::fill() {
       changesEnd(server_.drained(*this, drained_), !drained_.empty());
       sendLater();
    }
+   wasOffered_ = output_.size() > 0;
 }
 
 void ServerClient::forgetDone(uint32_t mount) {

@@ -15,6 +15,7 @@
 #include "Ordel/Protocol.h"
 #include "Ordel/Subscriptions.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -31,8 +32,12 @@ class ServerClient {
   public:
    // Bytes that wait to be sent: above it, changes are marked and no longer appended.
    static constexpr size_t changesLimit = 4u << 20;
-   // Above it, the client's frames have to wait, because their answers would add to what it doesn't read.
-   static constexpr size_t answersLimit = 2 * changesLimit;
+   // A client that takes bytes, or has just come, may have so many more waiting: appending is cheaper than
+   // marking. It loses this while it takes nothing.
+   static constexpr size_t readerBonus = 28u << 20;
+   // Bytes beyond these at which the client's frames have to wait, because their answers add to what it
+   // doesn't read.
+   static constexpr size_t answersRoom = 4u << 20;
    // Below it, more is made of what is pending.
    static constexpr size_t fillBytes = 256u << 10;
    // Of the marks that a client causes by writing while it doesn't read.
@@ -58,7 +63,11 @@ class ServerClient {
    // Ends the open frame, and makes frames of what is pending while few bytes wait. Call before output().
    void fill();
    std::string_view output() const { return output_.view(); }
-   void consumed(size_t count) { output_.consumed(count); }
+   void consumed(size_t count) {
+      output_.consumed(count);
+      bonus_ = std::min(bonus_ + count, readerBonus);
+      hasTaken_ = true;
+   }
    // Nobody reads any more.
    void discardOutput() { output_.clear(); }
    bool hasOutput() const { return output_.size() > 0 || !pending_.empty() || !later_.empty(); }
@@ -89,7 +98,7 @@ class ServerClient {
    bool isBehind(uint64_t block, size_t bytes) {
       if (block_ != block) {
          block_ = block;
-         isBehind_ = !pending_.empty() || output_.size() + bytes > changesLimit;
+         isBehind_ = !pending_.empty() || output_.size() + bytes > changesLimit + bonus_;
       }
       return isBehind_;
    }
@@ -163,6 +172,9 @@ class ServerClient {
    size_t lastAtBytes_ = 0;
    uint64_t block_ = 0;
    bool isBehind_ = false; // in that block
+   size_t bonus_ = readerBonus;
+   bool hasTaken_ = false;   // since the last `fill`
+   bool wasOffered_ = false; // there was something to take then
    PendingTree pending_;
    std::deque<Later> later_;
    std::vector<uint32_t> drained_; // kept for its memory

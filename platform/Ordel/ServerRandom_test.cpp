@@ -318,9 +318,10 @@ TEST_P(ServerRandomTest, clientsThatAreBehindEndAsTheDatabase) {
          player.client->take();
       }
       std::string const large(1'000'000, 'x');
-      for (int i = 0; i < 6; ++i)
+      auto const isBehind = [](Player const& player) { return !player.client->link->pending().empty(); };
+      for (int i = 0; i < 40 && !std::all_of(players.begin(), players.end(), isBehind); ++i)
          filler.write(
-             Block().at(config).set(Config::text, stringBytes(large + std::to_string(round * 10 + i))));
+             Block().at(config).set(Config::text, stringBytes(large + std::to_string(round * 100 + i))));
       for (int step = 0; step < 300; ++step) {
          Player& player = players[number(players.size())];
          if (number(40) == 0)

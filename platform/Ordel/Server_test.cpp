@@ -834,7 +834,7 @@ struct SlowTest : ServerTest {
       slow.mount(number, path);
       slow.take();
       std::string const large(1'000'000, 'x');
-      for (int i = 0; i < 5; ++i)
+      for (int i = 0; i < 40 && slow.link->pending().empty(); ++i)
          writer.write(Block().at(config).set(Config::text, stringBytes(large + std::to_string(i))));
       ASSERT_FALSE(slow.link->pending().empty());
    }
@@ -855,6 +855,7 @@ TEST_F(SlowTest, aMillionWritesCostNoMoreThanTheKeysTheyWentTo) {
       for (int k = 0; k < 100; ++k)
          std::memcpy(bytes.data() + 6 + k * 22 + 6, &i, sizeof i);
       writer.write(bytes);
+      slow.link->fill(); // the end of a turn
       most = std::max(most, held());
    }
    EXPECT_GT(server.sequence(), 9000u);
@@ -991,6 +992,28 @@ TEST_F(SlowTest, mountDoneComesThoughTheNodeKeepsChanging) {
    EXPECT_LT(turns, 200);
 }
 
+TEST_F(SlowTest, clientThatKeepsTakingMayLagFurther) {
+   slow.mount(1, "config");
+   slow.take();
+   std::string const large(1'000'000, 'x');
+   int count = 0;
+   auto const lag = [&](int frames) {
+      for (int i = 0; i < frames; ++i)
+         writer.write(Block().at(config).set(Config::text, stringBytes(large + std::to_string(++count))));
+      return !slow.link->pending().empty();
+   };
+   EXPECT_FALSE(lag(25));
+   EXPECT_TRUE(lag(20));
+   EXPECT_LE(slow.link->pendingBytes(), ServerClient::changesLimit + ServerClient::readerBonus + 1'000'100);
+   slow.take();
+   verifyMirrored(slow, "config");
+   // Turns in which it takes nothing.
+   lag(3);
+   for (int i = 0; i < 100; ++i)
+      slow.link->fill();
+   EXPECT_TRUE(lag(2));
+}
+
 TEST_F(SlowTest, otherClientsAreServedMeanwhile) {
    TestClient quick(server, "quick");
    quick.mount(1, "config");
@@ -1009,7 +1032,8 @@ TEST_F(SlowTest, clientThatAsksAndDoesNotReadHasToWait) {
    for (int i = 0; i < 1'000'000 && asking.link->wantsReading(); ++i)
       asking.request(Frame::clients, 5);
    EXPECT_FALSE(asking.link->wantsReading());
-   EXPECT_LE(asking.link->pendingBytes(), ServerClient::answersLimit + 10000);
+   EXPECT_LE(asking.link->pendingBytes(),
+             ServerClient::changesLimit + ServerClient::readerBonus + ServerClient::answersRoom + 10000);
    asking.take();
    EXPECT_TRUE(asking.link->wantsReading());
 }
@@ -1101,7 +1125,7 @@ TEST_F(SettleTest, probeComesBehindWhatWasPublished) {
    agent.mount(1, "config");
    agent.take();
    std::string const large(1'000'000, 'x');
-   for (int i = 0; i < 6; ++i)
+   for (int i = 0; i < 40 && agent.link->pending().empty(); ++i)
       asking.write(Block().at(config).set(Config::text, stringBytes(large + std::to_string(i))));
    asking.settle(1);
    EXPECT_FALSE(agent.link->pending().empty());
