@@ -100,8 +100,10 @@ void HeldChanges::release() {
 
 void HeldChanges::tellDifference(Entity& entity, Things const& things) {
    Wire::Writer now;
-   for (auto const& [thing, before] : things) {
-      auto const& [id, key] = thing;
+   for (auto const& item : things) {
+      Kem::AttrId const id = item.first.first;
+      std::string const& key = item.first.second;
+      Before const& before = item.second;
       now.clear();
       if (key.empty() && entity.encodeScalar(id, now)) {
          if (now.view() != before.value)
