@@ -297,11 +297,12 @@ class WireTest : public testing::Test {
 TEST_F(WireTest, contentsMakeAnEqualRecord) {
    furnish();
    auto const other = copy();
-   EXPECT_TRUE(isEqual(*store, *other));
-   EXPECT_TRUE(isEqual(*other, *store));
+   ASSERT_TRUE(isEqual(*store, *other));
+   ASSERT_TRUE(isEqual(*other, *store));
    EXPECT_EQ(other->material(), static_cast<Material>(77)) << "enumerations are open";
    EXPECT_EQ(other->box(1)->origin(), (Spot{3, Material::wood}));
    EXPECT_FALSE(other->box(1)->sealed());
+   ASSERT_NE(other->level("an odd name"), nullptr);
    EXPECT_EQ(*other->level("an odd name"), 43);
    EXPECT_EQ(other->room("inner")->typeInfo().id, Store::typeInfo_.id);
    EXPECT_EQ(other->room("plain")->box(2)->taken(), 1u);
