@@ -96,9 +96,13 @@ TEST_F(CauseAgentSMTest, changesOfTheGroupCountForPortsThatAreDisabledAlready) {
    run();
    until(1049.9);
    EXPECT_TRUE(isDisabled("Ethernet1"));
+   until(1050);
+   EXPECT_FALSE(isDisabled("Ethernet1"));
+
+   disable("Ethernet1");
    group()->recoveryEnabledIs(false);
    run();
-   until(1100);
+   until(1200);
    EXPECT_TRUE(isDisabled("Ethernet1"));
    group()->recoveryEnabledIs(true);
    run();
@@ -293,6 +297,18 @@ TEST_F(CauseAgentSMTest, statusThatIsNotGivenIsFoundByNameWheneverItIsThere) {
    run();
    until(1040);
    EXPECT_EQ(other->intfStatus().size(), 0u);
+}
+
+TEST_F(CauseAgentSMTest, replacedStatusIsANewStart) {
+   sm = Kem::makePtr<ErrdisableLib::CauseAgentSM>("flap", "flap", nullptr, causeDir, groupDir, config);
+   disable("Ethernet1");
+   lines.clear();
+   status = Errdisable::CauseStatus::make();
+   place(causeDir, status, "flap");
+   run();
+   EXPECT_EQ(lines, Lines{});
+   disable("Ethernet1");
+   EXPECT_EQ(lines, Lines{"%VORN-4-ERRDISABLE_INTF_DISABLED: Ethernet1 is disabled: flap"});
 }
 
 TEST_F(CauseAgentSMTest, nothingHappensAfterItsEnd) {
