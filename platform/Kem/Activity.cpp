@@ -10,6 +10,7 @@
 #include <cmath>
 #include <sys/epoll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Kem {
 
@@ -48,7 +49,7 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
       ActivitySm& sm;
       ~End() {
          if (sm.current_)
-            sm.current_->queueIfDeliverable();
+            sm.current_->redispatch(sm);
          sm.current_ = nullptr;
          sm.isRunning_ = false;
       }
@@ -59,7 +60,7 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
    while (head_ && head_->queueBatch_ != batch_) {
       current_ = head_;
       dequeue(*current_);
-      while (current_ && !current_->isQueued_ && current_->hasPending() &&
+      while (current_ && !current_->isQueued_ && current_->hasPending() && !current_->isZombie() &&
              current_->hasNotificationActive()) {
          ++deliveredCount_;
          try {
@@ -67,7 +68,7 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
          } catch (...) {
             if (!current_)
                throw;
-            current_->onNotificationException(std::current_exception());
+            current_->handleNotificationException(std::current_exception());
          }
       }
    }
@@ -218,8 +219,16 @@ bool ActivityManager::fireDueTimers() {
       reactor->isScheduled_ = false;
       reactor->target_ = never;
       timers_.erase(at);
-      reactor->onTime();
+      firing_ = reactor;
+      try {
+         reactor->onTime();
+      } catch (...) {
+         if (!firing_)
+            throw;
+         std::exchange(firing_, nullptr)->onNotificationException(std::current_exception());
+      }
    }
+   firing_ = nullptr;
    return true;
 }
 
@@ -244,8 +253,15 @@ ClockReactor::ClockReactor(Ptr<Clock const> clock) : ClockReactor() {
 }
 
 ClockReactor::~ClockReactor() {
+   auto* const manager = activityManager();
    if (isScheduled_)
-      activityManager()->timers_.erase(place_);
+      manager->timers_.erase(place_);
+   if (manager->firing_ == this)
+      manager->firing_ = nullptr;
+}
+
+void ClockReactor::onNotificationException(std::exception_ptr exception) {
+   std::rethrow_exception(exception);
 }
 
 void ClockReactor::notifierIs(Ptr<Clock const> clock) {

@@ -118,6 +118,7 @@ class ActivityManager {
    Ptr<ActivityConfig> config_;
    ActivitySm activitySm_;
    Timers timers_;
+   ClockReactor* firing_ = nullptr;            // the one whose handler runs; null once it has been destroyed
    std::vector<FileDescriptorWatch*> watches_; // by descriptor
    std::set<DeferredWork*> deferredWork_;
    std::vector<std::pair<void (*)(void*), void*>>

@@ -12,6 +12,7 @@
 #include "Kem/PtrInterface.h"
 #include "Kem/Time.h"
 
+#include <exception>
 #include <map>
 
 namespace Kem {
@@ -29,6 +30,8 @@ class ClockReactor : public PtrInterface {
    Seconds timeMin() const { return target_; }
 
    virtual void onTime() = 0;
+   // An exception of onTime comes here. It goes on to the loop, and from there ends the process.
+   virtual void onNotificationException(std::exception_ptr exception);
 
    virtual void hasNotificationActiveIs(bool isActive);
    virtual void kemDoZombieReactors(bool areZombies);

@@ -17,8 +17,19 @@ struct Timer final : Clock::NotifieeConst {
       if (then)
          then();
    }
+   void onNotificationException(std::exception_ptr exception) override {
+      if (!takesExceptions)
+         return ClockReactor::onNotificationException(exception);
+      try {
+         std::rethrow_exception(exception);
+      } catch (std::exception const& e) {
+         caught.push_back(e.what());
+      }
+   }
    std::vector<Kem::Seconds> fired;
    std::function<void()> then;
+   Calls caught;
+   bool takesExceptions = false;
 };
 
 using Times = std::vector<Kem::Seconds>;
@@ -231,6 +242,36 @@ TEST(RealClock, turnWaitsForTheNextTimerAndNoLonger) {
       loop->runTurn(60.0);
    EXPECT_GE(timer.fired[0], start + 0.02);
    EXPECT_LT(timer.fired[0], start + 30.0);
+}
+
+TEST_F(ClockTest, exceptionOfAHandlerReachesItsReactor) {
+   Timer other;
+   timer.takesExceptions = true;
+   timer.then = [] { throw std::runtime_error("bad time"); };
+   timer.timeMinIs(1001.0);
+   other.timeMinIs(1001.0);
+   loop().advanceTo(1001.0);
+   EXPECT_EQ(timer.caught, Calls{"bad time"});
+   EXPECT_EQ(other.fired, Times{1001.0}) << "the others that are due fire too";
+}
+
+TEST_F(ClockTest, exceptionThatNobodyTakesLeavesTheLoop) {
+   auto gone = std::make_unique<Timer>();
+   Timer other;
+   gone->takesExceptions = true;
+   gone->then = [&owner = gone] {
+      auto& o = owner;
+      o = nullptr;
+      throw std::runtime_error("gone");
+   };
+   timer.then = [] { throw std::runtime_error("bad time"); };
+   timer.timeMinIs(1001.0);
+   EXPECT_THROW(loop().advanceTo(1001.0), std::runtime_error);
+   gone->timeMinIs(1001.0);
+   other.timeMinIs(1001.0);
+   EXPECT_THROW(loop().runTurn(), std::runtime_error) << "the reactor has gone, so nobody takes it";
+   loop().runUntilIdle();
+   EXPECT_EQ(other.fired, Times{1001.0}) << "the others come in the next turn";
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // The queue of reactors: what comes when, how often, and what handlers may do to it.
 #include "Kem/Activity.h"
 #include "Kem/TestRecords.h"
+#include "Kem/Trace.h"
 
 #include <functional>
 #include <memory>
@@ -281,7 +282,62 @@ TEST_F(DeliveryTest, deliverQueuedLeavesTimersAlone) {
    EXPECT_EQ(reactor.labels, 2) << "until the queue is empty";
 }
 
+// --- From the loop to a handler.
+
+TEST_F(DeliveryTest, oneCallDeliversOneThing) {
+   HearsAll reactor(box);
+   reactor.take();
+   box->weightIs(1, 1);
+   box->weightIs(2, 2);
+   reactor.handleNotification(*reactor.activityPtr());
+   EXPECT_EQ(reactor.take(), Calls{"weight[1]=1"});
+   reactor.handleDefault(*reactor.activityPtr(), Box::kWeight, false);
+   EXPECT_EQ(reactor.take(), Calls{"weight[2]=2"});
+   reactor.handleNotification(*reactor.activityPtr());
+   EXPECT_EQ(reactor.take(), Calls{"weight"});
+   EXPECT_FALSE(reactor.hasPending());
+   loop().runUntilIdle();
+   EXPECT_EQ(reactor.take(), Calls());
+}
+
+TEST_F(DeliveryTest, whatWasTakenFromTheQueueCanBeQueuedAgain) {
+   HearsAll reactor(box);
+   reactor.take();
+   EXPECT_EQ(&reactor.actsm(), &loop().activitySm());
+   reactor.redispatch(reactor.actsm());
+   EXPECT_TRUE(reactor.actsm().isEmpty()) << "nothing is pending";
+   box->labelIs("x");
+   reactor.actsm().dequeue(reactor);
+   loop().runUntilIdle();
+   EXPECT_EQ(reactor.take(), Calls());
+   reactor.redispatch(reactor.actsm());
+   reactor.redispatch(reactor.actsm());
+   loop().runUntilIdle();
+   EXPECT_EQ(reactor.take(), Calls{"label=x"});
+}
+
 // --- Exceptions.
+
+TEST_F(DeliveryTest, exceptionIsTracedWithThePlaceThatTheReactorFollows) {
+   static std::vector<std::string> lines;
+   lines.clear();
+   Kem::traceToStandardErrorIs(false);
+   Kem::traceSinkIs([](Kem::TraceLine const& line) { lines.emplace_back(line.text); });
+   Acts reactor(box);
+   reactor.label = [] { throw std::runtime_error("bad label"); };
+   box->labelIs("x");
+   loop().runUntilIdle();
+   reactor.label = [&] {
+      reactor.notifierIs(nullptr);
+      throw std::runtime_error("late");
+   };
+   box->labelIs("y");
+   loop().runUntilIdle();
+   Kem::traceSinkIs(nullptr);
+   Kem::traceToStandardErrorIs(true);
+   EXPECT_EQ(lines,
+             (Calls{"a reactor on box raised: bad label", "a reactor on nothing any more raised: late"}));
+}
 
 TEST_F(DeliveryTest, exceptionOfAHandlerReachesItsReactor) {
    Acts reactor(box);

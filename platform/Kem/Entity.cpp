@@ -1,6 +1,7 @@
 #include "Kem/Entity.h"
 
 #include "Kem/Assert.h"
+#include "Kem/Brackets.h"
 #include "Kem/Notifiee.h"
 
 #include <algorithm>
@@ -58,9 +59,8 @@ std::string Entity::fullName() const {
    std::string const above = parent_->fullName();
    if (nodeNumber_ != 0 || parent_->typeInfo().id == 0) // in a directory
       return above.empty() ? keyText() : above + '/' + keyText();
-   std::string name = above + '.' + parentAttr();
-   std::string const key = keyText();
-   return key.empty() ? name : name + '[' + key + ']';
+   std::string const name = above + '.' + parentAttr();
+   return hasKey() ? name + bracketed(keyText()) : name;
 }
 
 std::string Entity::uriPath() const {
@@ -69,8 +69,7 @@ std::string Entity::uriPath() const {
    std::string path = parent_->uriPath();
    if (parent_->typeInfo().id != 0)
       path += '/' + parentAttr();
-   std::string const key = keyText();
-   return key.empty() ? path : path + '/' + key;
+   return hasKey() ? path + '/' + keyText() : path;
 }
 
 void Entity::parentIs(Entity* parent, AttrId attribute) {

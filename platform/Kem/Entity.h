@@ -57,6 +57,8 @@ class Entity : public PtrInterface {
    virtual TypeInfo const& typeInfo() const = 0;
    // The key under which it stands in a collection, as text; a directory's child gives its name.
    virtual std::string keyText() const;
+   // Whether it stands under a key, which may be an empty text; without one its attribute names it.
+   virtual bool hasKey() const { return !keyText().empty(); }
 
    // --- For the generated collections, the client of the state database and Dir.
    void nameIs(Name name) { name_ = std::move(name); }

@@ -1,10 +1,15 @@
 #include "Kem/Notifiee.h"
 
 #include "Kem/Activity.h"
+#include "Kem/Trace.h"
 
 #include <bit>
 
 namespace Kem {
+
+namespace {
+TraceFacility theTrace("KemNotifiee");
+}
 
 Notifiee::Notifiee(Interests interests) : interests_(interests) {
    flagIs(notificationActiveFlag, true);
@@ -20,7 +25,7 @@ void Notifiee::withdraw() {
    isRegistered_ = false;
    pendingClear();
    notifier_ = nullptr;
-   activityManager()->activitySm().forget(*this);
+   actsm().forget(*this);
 }
 
 bool Notifiee::notifierBind(Ptr<Entity const> const& notifier) {
@@ -58,7 +63,7 @@ void Notifiee::hasNotificationActiveIs(bool isActive) {
    if (isActive)
       pendMissed();
    else
-      activityManager()->activitySm().dequeue(*this);
+      actsm().dequeue(*this);
 }
 
 void Notifiee::kemDoZombieReactors(bool areZombies) {
@@ -85,14 +90,14 @@ void Notifiee::pend(AttrId id, void const* key) {
       pending_.keyed |= bit;
       memberPending(id, key);
    }
-   queueIfDeliverable();
+   redispatch(actsm());
 }
 
 void Notifiee::pendMissed() {
    pending_.immediate |= interests_.immediate & missed_;
    pending_.plain |= interests_.plain & missed_;
    missed_ = 0;
-   queueIfDeliverable();
+   redispatch(actsm());
 }
 
 void Notifiee::pendingClear() {
@@ -100,29 +105,53 @@ void Notifiee::pendingClear() {
       memberPendingClear(static_cast<AttrId>(std::countr_zero(keyed)));
    pending_ = {};
    missed_ = 0;
-   activityManager()->activitySm().dequeue(*this);
+   actsm().dequeue(*this);
 }
 
-void Notifiee::queueIfDeliverable() {
+Ptr<ActivityConfig> Notifiee::activityPtr() const {
+   return activityManager()->config();
+}
+
+ActivitySm& Notifiee::actsm() const {
+   return activityManager()->activitySm();
+}
+
+void Notifiee::redispatch(ActivitySm& activitySm) {
    if (!isQueued_ && hasPending() && hasNotificationActive())
-      activityManager()->activitySm().enqueue(*this);
+      activitySm.enqueue(*this);
 }
 
-void Notifiee::handleNotification(ActivityConfig const&) {
-   if (!hasPending() || !hasNotificationActive())
+void Notifiee::handleNotification(ActivityConfig const& activity) {
+   if (isZombie() || !hasPending() || !hasNotificationActive())
       return;
-   // Each branch ends in the handler: it may destroy this reactor.
    auto const id = static_cast<AttrId>(std::countr_zero(pending_.all()));
-   uint64_t const bit = uint64_t(1) << id;
-   if (pending_.immediate & bit) {
+   handleDefault(activity, id, pending_.immediate >> id & 1);
+}
+
+void Notifiee::handleDefault(ActivityConfig const&, AttrId attributeId, bool isWhole) {
+   // Each branch ends in the handler: it may destroy this reactor.
+   uint64_t const bit = uint64_t(1) << attributeId;
+   if (isWhole) {
       pending_.immediate &= ~bit;
-      onCollectionNotification(id);
+      onCollectionNotification(attributeId);
    } else if (pending_.keyed & bit) {
-      onMember(id);
+      onMember(attributeId);
    } else {
       pending_.plain &= ~bit;
-      onAttribute(id);
+      onAttribute(attributeId);
    }
+}
+
+void Notifiee::handleNotificationException(std::exception_ptr exception) {
+   std::string const place = notifier_ ? notifier_->fullName() : "nothing any more";
+   try {
+      std::rethrow_exception(exception);
+   } catch (std::exception const& e) {
+      KEM_TRACE(theTrace, 0, "a reactor on " << place << " raised: " << e.what());
+   } catch (...) {
+      KEM_TRACE(theTrace, 0, "a reactor on " << place << " raised what is no exception");
+   }
+   onNotificationException(exception);
 }
 
 void Notifiee::onNotificationException(std::exception_ptr exception) {

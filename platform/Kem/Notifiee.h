@@ -121,11 +121,24 @@ class Notifiee : public PtrInterface {
    // queue.
    virtual void handleInitialized() {}
 
-   // Delivers the next pending thing; nothing when there is none, or while delivery is off. Called by the
-   // activity loop.
-   virtual void handleNotification(ActivityConfig const& activity);
-   bool hasPending() const { return pending_.all() != 0; }
+   // --- Delivery, from the loop to onX.
 
+   // Delivers the next pending thing; nothing when there is none, to a zombie, or while delivery is off.
+   // Called by the activity loop.
+   virtual void handleNotification(ActivityConfig const& activity);
+   // Delivers what is pending of one attribute and clears it: the collection as a whole, or else its next
+   // key, or else onX().
+   virtual void handleDefault(ActivityConfig const& activity, AttrId attributeId, bool isWhole);
+   bool hasPending() const { return pending_.all() != 0; }
+   // Queues it at `activitySm`, unless it is queued or has nothing that may be delivered now.
+   void redispatch(ActivitySm& activitySm);
+   // The activity that delivers to it, and the queue of that.
+   Ptr<ActivityConfig> activityPtr() const;
+   ActivitySm& actsm() const;
+
+   // An exception left a handler: traces where, and hands it to onNotificationException. Called by the
+   // activity loop.
+   void handleNotificationException(std::exception_ptr exception);
    // An exception of a handler comes here. It goes on to the loop, and from there ends the process.
    virtual void onNotificationException(std::exception_ptr exception);
 
@@ -161,7 +174,6 @@ class Notifiee : public PtrInterface {
    void pend(AttrId id, void const* key); // key null for a scalar
    void pendMissed();
    void pendingClear();
-   void queueIfDeliverable();
 
    Interests const interests_;
    Interests pending_;

@@ -2,10 +2,10 @@
 
 namespace Kem {
 
-void throwReinstantiating(char const* attribute, std::string const& wanted, std::string const& current) {
+void throwReinstantiating(char const* attribute, std::string const& standing, std::string const& asked) {
    throwRange("Reinstantiating the pointer interface where constructor parameter attribute _" +
-              std::string(attribute) + " has a different value of " + wanted + " than the current value of " +
-              current + " not allowed");
+              std::string(attribute) + " has a different value of " + standing +
+              " than the current value of " + asked + " not allowed");
 }
 
 void throwNullParameter(char const* attribute, char const* type) {

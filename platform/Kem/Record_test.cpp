@@ -84,11 +84,18 @@ TEST_F(RecordTest, ownedChildWithAnotherInputFails) {
       EXPECT_STREQ(
           e.what(),
           "Reinstantiating the pointer interface where constructor parameter attribute _colour has a "
-          "different value of blue than the current value of red not allowed");
+          "different value of red than the current value of blue not allowed");
    }
    EXPECT_EQ(box->item(1), item);
    EXPECT_EQ(item->colour(), String8("red"));
    heard();
+   // As operators know it: the attribute, the value that stands, the value asked for.
+   try {
+      Kem::throwReinstantiating("cfgIn", "old", "new");
+   } catch (Kem::RangeException const& e) {
+      EXPECT_STREQ(e.what(), "Reinstantiating the pointer interface where constructor parameter attribute "
+                             "_cfgIn has a different value of old than the current value of new not allowed");
+   }
 }
 
 TEST_F(RecordTest, newOwnedChildReplacesTheStandingOne) {

@@ -120,7 +120,7 @@ class Box final : public Kem::Record {
    Ptr<Item> itemIs(uint16_t number, String8 const& colour = "grey") {
       auto child = childIs<Item>(item_, kItem, number, [&] { return Item::make(number, colour); });
       if (child->colour() != colour)
-         Kem::throwReinstantiating("colour", colour.str(), child->colour().str());
+         Kem::throwReinstantiating("colour", child->colour().str(), colour.str());
       return child;
    }
    Ptr<Item> newItem(uint16_t number, String8 const& colour = "grey") {

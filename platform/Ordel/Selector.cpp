@@ -26,15 +26,6 @@ int hexDigit(char c) {
    return -1;
 }
 
-bool needsQuotes(std::string_view key) {
-   if (key.empty() || key.front() == '"')
-      return true;
-   for (char const c : key)
-      if (c == ']' || isControl(c))
-         return true;
-   return false;
-}
-
 class Parser {
   public:
    Parser(std::string_view text, Selector& selector) : text_(text), selector_(selector) {}
@@ -98,7 +89,7 @@ class Parser {
       if (end == std::string_view::npos)
          return expected("a ] behind the key");
       key = text_.substr(at_, end - at_);
-      if (needsQuotes(key))
+      if (Kem::needsQuotes(key))
          return expected(key.empty() ? "a key" : "a key in quotes, since it holds a control character");
       at_ = end + 1;
       return {};
@@ -179,26 +170,6 @@ std::string Selector::text() const {
          text += bracketed(step.key);
    }
    return text;
-}
-
-std::string bracketed(std::string_view key) {
-   std::string text = "[";
-   if (!needsQuotes(key))
-      return text.append(key).append("]");
-   text += '"';
-   constexpr char digits[] = "0123456789abcdef";
-   for (char const c : key) {
-      if (isControl(c)) {
-         text += "\\x";
-         text += digits[static_cast<uint8_t>(c) >> 4];
-         text += digits[static_cast<uint8_t>(c) & 15];
-         continue;
-      }
-      if (c == '"' || c == '\\')
-         text += '\\';
-      text += c;
-   }
-   return text + "\"]";
 }
 
 char const* badName(std::string_view name) {

@@ -10,6 +10,7 @@
 // gives the parts their meaning.
 #pragma once
 
+#include "Kem/Brackets.h"
 #include "Ordel/Entity.h"
 
 #include <string>
@@ -43,8 +44,7 @@ std::string selectorText(Tree const& tree, Entity const& entity);
 std::string selectorText(Tree const& tree, Entity const& entity, unsigned attribute);
 std::string selectorText(Tree const& tree, Entity const& entity, unsigned attribute, std::string_view key);
 
-// "[key]", in quotes where it needs them; `key` is in text form.
-std::string bracketed(std::string_view key);
+using Kem::bracketed;
 
 // Why the name can't be that of an entity in a directory, or null: it is 1 to maxNameBytes bytes and has no
 // '/', '.',

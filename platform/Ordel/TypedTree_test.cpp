@@ -155,6 +155,20 @@ TEST_F(TypedTreeTest, referenceIsNullWhileItsTargetIsNotThere) {
        << "a target has come back under the selector";
 }
 
+TEST_F(TypedTreeTest, referenceFindsItsTargetWhateverBytesTheKeyHas) {
+   auto const cliOut = writer.mount<Bridging::Input::CliConfig>("bridging/input/config/cli", true);
+   auto const dirOut = writer.mount<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig", true);
+   auto const cli = reader.mount<Bridging::Input::CliConfig>("bridging/input/config/cli", false);
+   auto const dir = reader.mount<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig", false);
+   for (char const* key : {"", "a]b", "\"quoted\"", "a\\b", "tab\t", "a.b/c[d"}) {
+      dirOut->switchIntfConfigIs(cliOut->newSwitchIntfConfig(Sulvi::IntfId(key)));
+      writer.flush();
+      auto const target = cli->switchIntfConfig(Sulvi::IntfId(key));
+      ASSERT_TRUE(target) << key;
+      EXPECT_EQ(dir->switchIntfConfig(Sulvi::IntfId(key)), target) << target->fullName();
+   }
+}
+
 TEST_F(TypedTreeTest, operationsThatDoNotFitTheSchemaAreTold) {
    auto const in = reader.mount<Bridging::Config>("bridging/config", false);
    Wire::Writer bad;

@@ -7,6 +7,7 @@
 #include "records/Bridging.h"
 #include "records/Bridging/Input.h"
 #include "records/EventMon/types.h"
+#include "records/Interface/VlanIntfStatus.h"
 #include "records/TypeInfo.h"
 
 #include <gmock/gmock.h>
@@ -198,6 +199,32 @@ TEST(CatalogueTest, initialModeIsGivenAndCanBeChanged) {
    EXPECT_EQ(port->switchportMode(), Mode::routed_);
 }
 
+TEST(CatalogueTest, resolvedPortIsMadeWithItsModeAndNativeVlan) {
+   auto const config = Bridging::Config::make();
+   Bridging::SwitchportModeAndNativeVlan const trunk{Bridging::SwitchportMode::trunk_, 20};
+   auto const port = config->switchIntfConfigIs("Ethernet1", trunk);
+   EXPECT_EQ(port->switchportModeAndNativeVlan(), trunk);
+   EXPECT_EQ(config->switchIntfConfigIs("Ethernet1", {}), port);
+   EXPECT_EQ(port->switchportModeAndNativeVlan(), trunk) << "the standing one keeps what it has";
+   port->switchportModeAndNativeVlanIs({Bridging::SwitchportMode::access_, 7});
+   EXPECT_EQ(port->switchportModeAndNativeVlan().nativeVlan, 7);
+}
+
+TEST(CatalogueTest, packetIsAFrameWithoutHeaderTagAndCheckSequence) {
+   auto const capabilities = Bridging::HwCapabilities::make();
+   capabilities->maxFrameSizeIs(9236);
+   EXPECT_EQ(capabilities->maxFrameSizeWithoutL2Encapsulation(), 9214u);
+   capabilities->maxFrameSizeIs(21);
+   EXPECT_EQ(capabilities->maxFrameSizeWithoutL2Encapsulation(), 0u);
+}
+
+TEST(CatalogueTest, changeOfTheOperationalStateIsOfTheStatusRecord) {
+   auto const status = Interface::VlanIntfStatus::make("Vlan10");
+   status->operStatusChangeIs(Interface::IntfStatus::OperStatusChange{.time = 12.5, .count = 3});
+   EXPECT_EQ(status->operStatusChange().time, 12.5);
+   EXPECT_EQ(status->operStatusChange().count, 3u);
+}
+
 TEST(CatalogueTest, internalVlanIsAnInput) {
    auto const config = Bridging::Config::make();
    config->vlanConfigIs(1006, true);
@@ -205,7 +232,7 @@ TEST(CatalogueTest, internalVlanIsAnInput) {
        [&] { config->vlanConfigIs(1006); },
        ThrowsMessage<Kem::RangeException>(
            "Reinstantiating the pointer interface where constructor parameter attribute _internal has a "
-           "different value of false than the current value of true not allowed"));
+           "different value of true than the current value of false not allowed"));
    EXPECT_EQ(config->vlanConfig(1006)->fullName(), ".vlanConfig[1006]");
 }
 

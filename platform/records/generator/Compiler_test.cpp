@@ -186,6 +186,21 @@ TEST(CompilerTest, formsMustMakeSense) {
                "2:8: `A` has no meaning: say it in a line before, behind ///");
 }
 
+TEST(CompilerTest, computedNumbersComeFromOneOfTheirType) {
+   expectError(attribute("a : u32;\n   computed b : u32 = a;"), "6:24: expected `less`, found `;`");
+   expectError(attribute("a : u32;\n   computed b : u32 = a less 1;"),
+               "6:13: `b` has no meaning: say it in a line before, behind ///");
+   std::string const head = "a : u32;\n   /// B.\n   ";
+   expectError(attribute(head + "computed b : u32 = c less 1;"), "7:23: `E` has no attribute `c`");
+   expectError(attribute(head + "computed b : u16 = a less 1;"),
+               "7:23: an attribute of one unsigned number, and of the same type, is expected");
+   expectError(attribute(head + "computed a : u32 = a less 1;"), "7:13: `a` is declared twice");
+   expectError(attribute(head + "computed b : u32 = a less -1;"),
+               "7:30: bad default: -1 is outside the range of `u32`, 0 to 4294967295");
+   expectError(attribute(head + "computed parent : u32 = a less 1;"),
+               "7:13: every record has something named `parent`");
+}
+
 TEST(CompilerTest, namespacesOfValueTypesDependOneWay) {
    expectError("namespace A;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : B::T;\n}\n"
                "namespace B;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : A::T;\n}\n",
@@ -267,6 +282,9 @@ TEST(CompilerTest, referenceTellsEachThing) {
    auto const c = compile(base);
    std::string const text = document(c.model);
    EXPECT_THAT(text, HasSubstr("| `a` | [`N::T`](#N-T) | `2` |  | A. |"));
+   auto const withComputed =
+       compile(attribute("a : u32;\n   /// B.\n   computed b : u32 = a less 22 unit \"byte\";"));
+   EXPECT_THAT(document(withComputed.model), HasSubstr("| `b` *computed* | `u32` | `a` - 22 | byte | B. |"));
    EXPECT_THAT(text, HasSubstr("| `b` | map `u8` -> `bool` |  |  | B. |"));
    EXPECT_THAT(
        text, HasSubstr("A `u8` from 1 to 9; any other is refused with \"T::value < 1 or > 9 not allowed\"."));

@@ -124,7 +124,7 @@ class DocumentEmitter {
          out_.put("A kind of " + link(*entity.base) + ", with all that it has" +
                   (entity.own.empty() ? "." : ", and:"))
              .gap();
-      if (entity.own.empty())
+      if (entity.own.empty() && entity.computed.empty())
          return;
       out_.put("| attribute | type | default | unit | meaning |\n|---|---|---|---|---|");
       for (auto const& a : entity.own) {
@@ -137,6 +137,9 @@ class DocumentEmitter {
          out_.put("| " + code(a.name) + mark + " | " + formText(a) + " | " + cell(initial) + " | " +
                   cell(a.unit) + " | " + cell(a.meaning) + " |");
       }
+      for (auto const& c : entity.computed)
+         out_.put("| " + code(c.name) + " *computed* | " + link(*c.value) + " | " + code(c.from.text) +
+                  " - " + c.less.text + " | " + cell(c.unit) + " | " + cell(c.meaning) + " |");
       out_.gap();
    }
 

@@ -22,6 +22,8 @@ class HeaderEmitter {
       putConstruction();
       for (auto const& a : entity_.own)
          putAttribute(a);
+      for (auto const& c : entity_.computed)
+         putComputed(c);
       putOverrides();
       putData();
       out_.put("};");
@@ -70,6 +72,9 @@ class HeaderEmitter {
    }
 
    void putNumbers() {
+      for (auto const& a : entity_.own)
+         if (bearsItsType(a))
+            out_.put("   using $X = $T;", {{"X", a.value->name}, {"T", "::" + a.value->fullName()}});
       out_.put("   enum : Kem::AttrId {");
       for (auto const& a : entity_.own)
          out_.put("      $id = $n,", {{"id", 'k' + capital(a.name)}, {"n", std::to_string(a.number)}});
@@ -117,6 +122,21 @@ class HeaderEmitter {
          out_.put("   void $x~Is($in value);", words);
       if (a.isCounter)
          out_.put("   void $x~Inc($T count = 1);\n   void $x~Dec($T count = 1);", words);
+   }
+
+   void putComputed(Computed const& c) {
+      out_.gap().comment(c.meaning + (c.unit.empty() ? "" : " Unit: " + c.unit + '.'), 3);
+      out_.put("   $T $x() const { return $from() > $less ? $from() - $less : 0; }",
+               {{"T", names_.of(*c.value, entity_.nameSpace)},
+                {"x", c.name},
+                {"from", c.from.text},
+                {"less", c.less.text}});
+   }
+
+   // Its value record has the same name: the class is a second place to find it by.
+   bool bearsItsType(Attribute const& a) const {
+      return a.form == Form::scalar && a.value->isStruct() && a.value->nameSpace == entity_.nameSpace &&
+             a.value->name == capital(a.name);
    }
 
    void putMap(Attribute const& a, Words words) {
@@ -201,6 +221,7 @@ class HeaderEmitter {
 )");
       if (entity_.key && entity_.key->owner == &entity_)
          out_.put(R"(   std::string keyText() const override;
+   bool hasKey() const override { return true; }
    void encodeKey(Wire::Writer& out) const override;
    bool decodeKey(Wire::Reader& in) override;
 )");

@@ -157,7 +157,7 @@ void $C::$x~DelAll() { memberDelAll($x~_, $id); }
       for (auto const* input : a.target->parameters())
          if (input->isInput)
             out_.put(R"(      if (!((*standing)->$input() == $input))
-         Kem::throwReinstantiating("$input", Records::text($input), Records::text((*standing)->$input()));)",
+         Kem::throwReinstantiating("$input", Records::text((*standing)->$input()), Records::text($input));)",
                      {{"input", input->name}});
       out_.put(R"(      return *standing;
    }

@@ -122,6 +122,18 @@ struct Attribute {
    bool isCollection() const { return form != Form::scalar && form != Form::reference; }
 };
 
+// A number that a record tells and does not hold: an attribute less a constant, 0 where that is greater.
+struct Computed {
+   std::string name;
+   std::string meaning;
+   SourcePoint at;
+   TypeName valueName;
+   TypeName from; // the attribute, as written
+   Literal less;
+   std::string unit;
+   ValueType const* value = nullptr;
+};
+
 struct Entity {
    std::string nameSpace;
    std::string name;
@@ -129,6 +141,7 @@ struct Entity {
    SourcePoint at;
    TypeName baseName;
    std::vector<Attribute> own;
+   std::vector<Computed> computed;
    Entity* base = nullptr;
    bool isBase = false;               // others derive from it
    std::vector<Attribute const*> all; // inherited ones first

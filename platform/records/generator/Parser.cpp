@@ -205,9 +205,32 @@ class Parser {
       if (takeMark(":"))
          entity->baseName = expectType();
       expectMark("{");
-      while (!takeMark("}"))
-         entity->own.push_back(parseAttribute());
+      while (!takeMark("}")) {
+         if (isWord("computed") && token(1).kind == Token::Kind::word)
+            entity->computed.push_back(parseComputed());
+         else
+            entity->own.push_back(parseAttribute());
+      }
       model_.entities.push_back(std::move(entity));
+   }
+
+   Computed parseComputed() {
+      Computed c;
+      c.meaning = take().meaning;
+      c.at = token().at;
+      c.name = expectName("a name").text;
+      expectMark(":");
+      c.valueName = expectType();
+      expectMark("=");
+      c.from = {"", token().at};
+      c.from.text = expectName("the attribute that it is computed from").text;
+      if (!takeWord("less"))
+         fail("expected `less`");
+      c.less = expectNumber();
+      if (takeWord("unit"))
+         c.unit = expectString("the unit");
+      expectMark(";");
+      return c;
    }
 
    Attribute parseAttribute() {

@@ -36,6 +36,7 @@ static_assert(!HasSealedIs<Box> && !HasNumberIs<Box>, "keys and inputs are read-
 static_assert(HasLabelIs<Box>, "what is only initially given can be changed");
 static_assert(std::is_final_v<Store> && !std::is_final_v<Place>);
 static_assert(!std::is_constructible_v<Box, Level> && !std::is_copy_constructible_v<Box>);
+static_assert(std::is_same_v<Box::Label, Label>, "a record has a second name beside its attribute");
 static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 15);
 static_assert(sizeof(Level) == 2 && sizeof(Percent) == 1 && std::is_trivially_copyable_v<Level>);
 
@@ -101,6 +102,15 @@ TEST(RecordTest, countersStep) {
    EXPECT_EQ(box->taken(), 100u);
 }
 
+TEST(RecordTest, computedNumberFollowsItsAttributeDownToZero) {
+   auto const box = Box::make(1);
+   EXPECT_EQ(box->unexplained(), 0u);
+   box->takenIs(3);
+   EXPECT_EQ(box->unexplained(), 0u);
+   box->takenIs(10);
+   EXPECT_EQ(box->unexplained(), 7u);
+}
+
 TEST(RecordTest, orderedCollectionsIterateByKey) {
    auto const store = Store::make("east");
    for (auto const* name : {"m", "z", "a"})
@@ -154,14 +164,14 @@ TEST(RecordTest, anotherInputIsRefusedWithBothValues) {
        },
        ThrowsMessage<Kem::RangeException>(
            "Reinstantiating the pointer interface where constructor parameter attribute _sealed has a "
-           "different value of true than the current value of false not allowed"));
+           "different value of false than the current value of true not allowed"));
    EXPECT_THAT(
        [&] {
           store->boxIs(5, false, {2, Material::steel});
        },
        ThrowsMessage<Kem::RangeException>(
            "Reinstantiating the pointer interface where constructor parameter attribute _origin has a "
-           "different value of 2/steel than the current value of 2/wood not allowed"));
+           "different value of 2/wood than the current value of 2/steel not allowed"));
    EXPECT_EQ(store->box(5), box);
 }
 
@@ -225,6 +235,8 @@ TEST(RecordTest, placesHaveSelectorsByKey) {
    auto const box = store->boxIs(5);
    EXPECT_EQ(box->keyText(), "5");
    EXPECT_EQ(box->fullName(), "east.box[5]");
+   EXPECT_EQ(store->roomIs("")->fullName(), "east.room[\"\"]") << "an empty key is a key";
+   EXPECT_EQ(store->roomIs("a]b")->fullName(), "east.room[\"a]b\"]");
    EXPECT_EQ(box->attributeString(Box::kTaken), std::string("taken"));
    EXPECT_EQ(box->attributeString(Box::kAttributeCount), nullptr);
    EXPECT_EQ(store->attributeString(Store::kOpen), std::string("open"));

@@ -57,6 +57,7 @@ std::set<std::string, std::less<>> const membersOfRecords = {
     "flag",
     "forEachChild",
     "fullName",
+    "hasKey",
     "hasNotificationActive",
     "hasSameInputs",
     "isDefault",
@@ -129,9 +130,11 @@ class Resolver {
             resolveAttribute(*entity, attribute);
       if (!model_.errors.empty())
          return;
-      for (auto& entity : model_.entities)
+      for (auto& entity : model_.entities) {
          for (auto& attribute : entity->own)
             checkKey(attribute);
+         resolveComputed(*entity);
+      }
       resolvePlaces();
    }
 
@@ -418,6 +421,34 @@ class Resolver {
                                 ? '`' + a.name + "` is declared twice"
                                 : '`' + a.name + "` and `" + at->second + "` both make `" + name + '`');
          return;
+      }
+   }
+
+   // After the attributes of all entities.
+   void resolveComputed(Entity& entity) {
+      for (auto& c : entity.computed) {
+         checkName(c.name, c.at);
+         checkMeaning(c.meaning, c.name, c.at);
+         if (membersOfRecords.contains(c.name))
+            model_.error(c.at, "every record has something named `" + c.name + '`');
+         c.value = findValueType(entity.nameSpace, c.valueName);
+         if (!c.value)
+            continue;
+         Attribute const* from = nullptr;
+         for (auto const* a : entity.all) {
+            if (a->name == c.name)
+               model_.error(c.at, '`' + c.name + "` is declared twice");
+            if (a->name == c.from.text)
+               from = a;
+         }
+         bool const isUnsigned =
+             c.value->isBuiltIn && c.value->kind >= Kind::u8 && c.value->kind <= Kind::u64;
+         if (!from)
+            model_.error(c.from.at, '`' + entity.name + "` has no attribute `" + c.from.text + '`');
+         else if (!isUnsigned || from->form != Form::scalar || from->value != c.value)
+            model_.error(c.from.at, "an attribute of one unsigned number, and of the same type, is expected");
+         else
+            checkLiteral(*c.value, c.less);
       }
    }
 

@@ -1,0 +1,18 @@
+// A key as it stands in a selector: between brackets, and in quotes where it could be misread.
+//
+// One rule for all who write selectors: entities that tell where they stand, and the state database.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Kem {
+
+// Whether the key can't stand as it is: it is empty, begins with '"', or holds ']' or a control character.
+bool needsQuotes(std::string_view key);
+
+// "[key]", in quotes where it needs them; then \ stands before a quote or another \, and control characters
+// are \xHH. `key` is in text form.
+std::string bracketed(std::string_view key);
+
+} // namespace Kem
