@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <linux/if_vlan.h>
 #include <linux/sockios.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace Vorn {
@@ -29,12 +28,19 @@ constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400,
 char const* const attributeNames[] = {"entityManagerReactor",
                                       "standbyMode",
                                       "dynVlanSrcTable",
+                                      "bridgingConfigSm",
+                                      "inputSelectorSm",
                                       "oxaState",
                                       "startupModeConfig",
                                       "startupModeStatus",
                                       "startupStatus",
                                       "startupModeSm",
+                                      "dynVlanIntfList",
+                                      "kernelNetworkInfoRoot",
+                                      "intfAggrStatus",
+                                      "netNsCollection",
                                       "reloadDownErrdisableCauseStatus",
+                                      "privateVlanLibState",
                                       "nboAttrLogOutSm",
                                       "attrLogSockFd",
                                       "attrLogKernBufferSize",
@@ -47,6 +53,16 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "plazeBridgingStatus",
                                       "bootStagesHelper",
                                       "oxaStatus"};
+
+// A record of this process only, under a name that tells it apart. The one that stands is kept: a supervisor
+// may become active more than once.
+template <class T>
+void localIs(Kem::Ptr<T>& record, char const* name) {
+   if (record)
+      return;
+   record = T::make();
+   record->nameIs(name);
+}
 
 } // namespace
 
@@ -96,14 +112,16 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    // yet.
    entityManagerReactor_ = Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this);
 
+   localIs(privateVlanLibState_, "privateVlanLibState");
+   localIs(netNsCollection_, "kns");
    decideStartupMode(entityManager);
+   localIs(dynVlanIntfList_, "DynVlanIntfListForVornAgent");
    bool const isHitless = startupModeStatus_->startupMode() == ::Agent::StartupMode::startupModeHitless;
-   if (isHitless) {
-      oxaState_ = VornOxaState::make();
-      oxaState_->nameIs("OxaState");
-   }
+   if (isHitless)
+      localIs(oxaState_, "OxaState");
 
    handleStandbyMode();
+   localIs(kernelNetworkInfoRoot_, "kni");
 
    bootStagesHelper_ =
        Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus, progressDir, agentConfig, *this);
@@ -137,11 +155,11 @@ void Agent::openKernelSockets() {
    KEM_ASSERT(netlinkFd >= 0);
 }
 
-void Agent::setVlanDeviceNameType(int fd) {
+void Agent::setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...)) {
    vlan_ioctl_args args{};
    args.cmd = SET_VLAN_NAME_TYPE_CMD;
    args.u.name_type = VLAN_NAME_TYPE_PLUS_VID_NO_PAD;
-   static_cast<void>(ioctl(fd, SIOCSIFVLAN, &args));
+   static_cast<void>(call(fd, SIOCSIFVLAN, &args));
 }
 
 int Agent::createNetlinkSocket() {
@@ -208,6 +226,7 @@ void Agent::standbyModeIs(bool standbyMode) {
 }
 
 void Agent::handleStandbyMode() {
+   KEM_TRACE(theTrace, 8, "handleStandbyMode " << standbyMode_);
    if (standbyMode_) {
       KEM_TRACE(theTrace, 0, "handleStandbyMode with standbyMode=true: nothing to be done here");
       return;
@@ -217,6 +236,7 @@ void Agent::handleStandbyMode() {
    auto& em = *entityManager();
    reloadDownErrdisableCauseStatus_ =
        em.entity<Errdisable::CauseStatus>("interface/errdisable/cause/hitless-reload-down");
+   localIs(intfAggrStatus_, "intfAggrStatus");
 
    // The default records of ports have a rank like any publisher's; it is the one priority that the agent
    // writes.
@@ -227,7 +247,52 @@ void Agent::handleStandbyMode() {
    auto const cliInput = inputDir ? inputDir->entity<Bridging::Input::CliConfig>("cli") : nullptr;
    KEM_ASSERT(cliInput);
 
-   dynVlanSrcTable_ = Bridging::Input::DynVlanSrcTable::make();
+   if (!dynVlanSrcTable_)
+      dynVlanSrcTable_ = Bridging::Input::DynVlanSrcTable::make();
+   makeBridgingSms(bridgingInputEth, cliInput);
+}
+
+void Agent::makeBridgingSms(Kem::Ptr<Bridging::Input::Config> const& bridgingInputEth,
+                            Kem::Ptr<Bridging::Input::CliConfig> const& cliInput) {
+   if (bridgingConfigSm_)
+      return; // made when the supervisor was active before
+   auto& em = *entityManager();
+   auto const clock = Kem::ActivityFacility::clock();
+   auto const inputDir = em.entity<Kem::Dir>("bridging/input/config");
+   auto const allSwitchIntfConfigDir = em.entity<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig");
+   auto const fdbConfigDir = em.entity<Bridging::FdbConfigDir>("bridging/fdbConfigDir");
+   auto const config = em.entity<Bridging::Config>("bridging/config");
+   auto const ethIntfConfigDir = em.entity<Interface::EthIntfConfigDir>("interface/config/eth/intf");
+   bridgingConfigSm_ = bridgingConfigSmFactory({
+       .configIn = bridgingInputEth,
+       .allSwitchIntfConfigs = allSwitchIntfConfigDir,
+       .fdbConfigDir = fdbConfigDir,
+       .config = config,
+       .vlanIntfConfig = em.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan"),
+       .dynVlanIntfList = dynVlanIntfList_,
+       .ethIntfConfigDir = ethIntfConfigDir,
+       .dynAllowedVlanDir = em.entity<Kem::Dir>("bridging/input/dynvlan/allowedvlan"),
+       .dynVlanDir = em.entity<Kem::Dir>("bridging/input/dynvlan/vlan"),
+       .dynVlanSrcTable = dynVlanSrcTable_,
+       .noInternalVlanIdCauseStatus =
+           em.entity<Errdisable::CauseStatus>("interface/errdisable/cause/no-internal-vlan"),
+       .recoveryTimer = clock,
+       .cliConfig = cliInput,
+       .privateVlanLibState = privateVlanLibState_,
+       .vornAgent = this,
+       .ethIntfStatusDir = em.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
+   });
+   inputSelectorSm_ = inputSelectorSmFactory({
+       .inputDir = inputDir,
+       .bridgingConfigSm = bridgingConfigSm_,
+       .ethIntfConfigDir = ethIntfConfigDir,
+       .bridgingInputEth = bridgingInputEth,
+       .allSwitchIntfConfigDir = allSwitchIntfConfigDir,
+       .fdbConfigDir = fdbConfigDir,
+       .bridgingConfig = config,
+       .cliConfig = cliInput,
+       .bridgingHwCapabilities = em.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
+   });
 }
 
 // --- Boot stages.

@@ -16,14 +16,22 @@
 #include "Plaze/BridgingStatus.h"
 #include "Plaze/InterfaceCounters.h"
 #include "StartupMode/StartupModeSm.h"
+#include "Vorn/BridgingSm.h"
 #include "Vorn/VornAgent/AttrLogCheck.h"
 #include "Vorn/VornAgent/EntityManagerReactor.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/DynVlanSrcTable.h"
 #include "records/Bridging/Status.h"
 #include "records/Errdisable/CauseStatus.h"
+#include "records/ErrdisableAggr/IntfAggrStatus.h"
+#include "records/KernelNetNsInfo/Root.h"
+#include "records/KernelNetworkInfo/Root.h"
 #include "records/Oxa/OxaStatus.h"
+#include "records/PrivateVlanLib/LibState.h"
+#include "records/Vorn/DynVlanIntfList.h"
 #include "records/Vorn/VornOxaState.h"
+
+#include <sys/ioctl.h>
 
 namespace Vorn {
 
@@ -50,12 +58,23 @@ class Agent final : public AgentBase::CAgent {
    // Calls handleStandbyMode when the value changes.
    void standbyModeIs(bool standbyMode);
    Kem::Ptr<Bridging::Input::DynVlanSrcTable> const& dynVlanSrcTable() const { return dynVlanSrcTable_; }
+   Kem::Ptr<BridgingConfigSm> const& bridgingConfigSm() const {
+      return bridgingConfigSm_; // null on a standby supervisor
+   }
+   Kem::Ptr<InputSelectorSm> const& inputSelectorSm() const { return inputSelectorSm_; } // null likewise
    Kem::Ptr<VornOxaState> const& oxaState() const { return oxaState_; } // null but for a hitless start
    Kem::Ptr<::Agent::StartupModeConfig> const& startupModeConfig() const { return startupModeConfig_; }
    Kem::Ptr<::Agent::StartupModeStatus> const& startupModeStatus() const { return startupModeStatus_; }
+   // VLAN interfaces that dynamic sources ask for.
+   Kem::Ptr<DynVlanIntfList> const& dynVlanIntfList() const { return dynVlanIntfList_; }
+   Kem::Ptr<KernelNetworkInfo::Root> const& kernelNetworkInfoRoot() const { return kernelNetworkInfoRoot_; }
+   // Null on a standby supervisor.
+   Kem::Ptr<ErrdisableAggr::IntfAggrStatus> const& intfAggrStatus() const { return intfAggrStatus_; }
+   Kem::Ptr<KernelNetNsInfo::Root> const& netNsCollection() const { return netNsCollection_; }
    Kem::Ptr<Errdisable::CauseStatus> const& reloadDownErrdisableCauseStatus() const {
       return reloadDownErrdisableCauseStatus_; // null on a standby supervisor
    }
+   Kem::Ptr<PrivateVlanLib::LibState> const& privateVlanLibState() const { return privateVlanLibState_; }
    Kem::Ptr<Plaze::Bridging::Status> const& plazeBridgingStatus() const { return plazeBridgingStatus_; }
    Kem::Ptr<Bridging::Status> const& bridgingStatus() const { return bridgingStatus_; }
    // The shared-memory table of subinterface counters; null likewise.
@@ -67,7 +86,7 @@ class Agent final : public AgentBase::CAgent {
 
    // Asks the kernel to name VLAN devices "vlan" and the number, without padding, in the namespace of the
    // process. What it answers is ignored: a kernel without 802.1Q is found out when a device is made.
-   static void setVlanDeviceNameType(int fd);
+   static void setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...) = ::ioctl);
    // A netlink route socket that is subscribed to nothing; negative on failure, which has been traced.
    static int createNetlinkSocket();
    // The name of the trace file of an agent of that name, given what ZIVLOGDIR is; see Zivlog::initialize.
@@ -75,6 +94,8 @@ class Agent final : public AgentBase::CAgent {
 
   private:
    void handleStandbyMode();
+   void makeBridgingSms(Kem::Ptr<Bridging::Input::Config> const& bridgingInputEth,
+                        Kem::Ptr<Bridging::Input::CliConfig> const& cliInput);
    void openKernelSockets();
    void decideStartupMode(Ordel::EntityManager& entityManager);
    void recoverReloadDownPorts();
@@ -84,12 +105,19 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<EntityManagerReactor> entityManagerReactor_;
    bool standbyMode_ = false;
    Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable_;
+   Kem::Ptr<BridgingConfigSm> bridgingConfigSm_;
+   Kem::Ptr<InputSelectorSm> inputSelectorSm_;
    Kem::Ptr<VornOxaState> oxaState_;
    Kem::Ptr<::Agent::StartupModeConfig> startupModeConfig_;
    Kem::Ptr<::Agent::StartupModeStatus> startupModeStatus_;
    Kem::Ptr<::Agent::StartupStatus> startupStatus_;
    Kem::Ptr<::Agent::StartupModeSm> startupModeSm_;
+   Kem::Ptr<DynVlanIntfList> dynVlanIntfList_;
+   Kem::Ptr<KernelNetworkInfo::Root> kernelNetworkInfoRoot_;
+   Kem::Ptr<ErrdisableAggr::IntfAggrStatus> intfAggrStatus_;
+   Kem::Ptr<KernelNetNsInfo::Root> netNsCollection_;
    Kem::Ptr<Errdisable::CauseStatus> reloadDownErrdisableCauseStatus_;
+   Kem::Ptr<PrivateVlanLib::LibState> privateVlanLibState_;
    AttrLogCheck attrLogCheck_;
    Kem::Ptr<Bridging::Status> bridgingStatus_;
    Kem::Ptr<Plaze::Bridging::Status> plazeBridgingStatus_;

@@ -1,0 +1,63 @@
+#include "Vorn/BridgingSm/CpuPort.h"
+
+#include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "records/Bridging/SviMappingState.h"
+#include "records/PrivateVlanLib/PrimaryVlanState.h"
+
+namespace Vorn {
+
+namespace {
+Kem::TraceFacility theTrace("VornCpuPort");
+}
+
+Sulvi::IntfId cpuIntfId() {
+   static Sulvi::IntfId const id("Cpu");
+   return id;
+}
+
+void addCpuPort(Bridging::VlanConfig& vlan) {
+   vlan.intfIs(cpuIntfId(), {.tagged = true});
+}
+
+void deleteCpuPort(Bridging::VlanConfig& vlan) {
+   vlan.intfDel(cpuIntfId());
+}
+
+void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
+                   Bridging::VlanConfig& secondary) {
+   auto const mapping = sm.config().sviMapping(primary.vlanId());
+   bool const defaultMapping = !mapping || mapping->defaultSviMapping();
+   bool const isWanted = secondary.adminState() == Bridging::VlanAdminState::active &&
+                         primary.intf(cpuIntfId()) &&
+                         (defaultMapping || mapping->secondaryVlan(secondary.vlanId()));
+   if (isWanted)
+      addCpuPort(secondary);
+   else
+      deleteCpuPort(secondary);
+}
+
+void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId) {
+   KEM_TRACE(theTrace, 8,
+             "maybeSyncCpuPort"
+                 << " vid " << vlanId);
+   auto const vlan = sm.config().vlanConfig(vlanId);
+   if (!vlan)
+      return;
+   auto const& libState = sm.privateVlanLibState();
+   if (auto const primaryState = libState.primaryVlan(vlanId))
+      for (auto const& [secondaryId, isSecondary] : primaryState->secondaryVlan())
+         if (auto const secondary = sm.config().vlanConfig(secondaryId))
+            doSyncCpuPort(sm, *vlan, *secondary);
+
+   auto const* const role = libState.vlanTypeAndPrimaryVlan(vlanId);
+   auto const primaryId = vlan->vlanTypeAndPrimaryVlan().primaryVlan;
+   if (primaryId == 0 || !role || role->primaryVlan == 0)
+      return;
+   auto const primary = sm.config().vlanConfig(Bridging::VlanId(primaryId));
+   if (primary && primary->vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan() &&
+       !primary->internal())
+      doSyncCpuPort(sm, *primary, *vlan);
+}
+
+} // namespace Vorn

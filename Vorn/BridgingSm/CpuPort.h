@@ -1,0 +1,22 @@
+// The processor's own port as a member of VLANs: "Cpu", always tagged, in a VLAN that has an active VLAN
+// interface, and in the secondary VLANs that the interface of their primary serves.
+#pragma once
+
+#include "records/Bridging/VlanConfig.h"
+
+namespace Vorn {
+
+class BridgingConfigSm;
+
+Sulvi::IntfId cpuIntfId();
+void addCpuPort(Bridging::VlanConfig& vlan);
+void deleteCpuPort(Bridging::VlanConfig& vlan);
+
+// Brings the CPU port of a secondary VLAN in step with its primary.
+void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
+                   Bridging::VlanConfig& secondary);
+// The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
+// role.
+void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId);
+
+} // namespace Vorn

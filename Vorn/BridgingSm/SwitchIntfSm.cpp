@@ -1,0 +1,278 @@
+#include "Vorn/BridgingSm/SwitchIntfSm.h"
+
+#include "Kem/Time.h"
+#include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/Invariant.h"
+#include "records/Interface/VlanIntfConfig.h"
+
+namespace Vorn {
+
+using InputMode = Bridging::Input::SwitchportMode;
+using Bridging::SwitchportMode;
+
+namespace {
+Kem::TraceFacility theTrace("VornSwitchIntf");
+}
+
+SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
+                           Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,
+                           Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
+                           Kem::Ptr<Bridging::Config> const& bridgingConfig,
+                           Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus)
+    : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig) {
+   switchIntfConfigIs(switchIntfConfig);
+   ethIntfConfigIs(ethIntfConfig);
+   ethIntfStatusIs(ethIntfStatus);
+}
+
+void SwitchIntfSm::switchIntfConfigIs(Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& config) {
+   config_ = config;
+   kemSwitchIntfConfig_.notifierIs(config);
+}
+void SwitchIntfSm::ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> const& config) {
+   kemEthIntfConfig_.notifierIs(config);
+}
+void SwitchIntfSm::ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status) {
+   kemEthIntfStatus_.notifierIs(status);
+}
+
+// --- Life.
+
+void SwitchIntfSm::handleInitialized() {
+   initialized_ = true;
+   auto const modeAndVlan = switchportModeAndNativeVlan();
+   out_ = bridgingConfig_->switchIntfConfigIs(intfId_);
+   out_->switchportModeAndNativeVlanIs(modeAndVlan);
+   trunkAllowedVlanSet_.doClear();
+   asymVlanSet_.doClear();
+
+   doComputeAsymVlans();
+   doComputeTrunkAllowedVlans();
+   doSyncAllVlans();
+
+   handleMacLearningEnabled();
+   handleFloodingEnabled();
+   handleVlanTpid();
+   handleEthIntfForwardingModel();
+}
+
+void SwitchIntfSm::doPrepareToDie() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   bridgingConfig_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { vlan->intfDel(intfId_); });
+   if (auto const vlanId = parent_.internalVlanId(intfId_); vlanId != 0)
+      giveUpInternalVlan(vlanId);
+   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
+}
+
+// --- Mode and native VLAN.
+
+Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   // The only place where the two are combined.
+   InputMode const mode = config_->enabled() ? config_->switchportMode() : InputMode::routed_;
+   if (mode == InputMode::routed_)
+      return {.switchportMode = SwitchportMode::routed_, .nativeVlan = routedPortVlan()};
+
+   Bridging::VlanIdOrNone const vlanId = switchportVlan(mode);
+   if (auto const internal = parent_.internalVlanId(intfId_); internal != 0)
+      giveUpInternalVlan(internal); // it has just stopped being routed
+   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
+   return {.switchportMode = static_cast<SwitchportMode>(mode), .nativeVlan = vlanId};
+}
+
+Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
+   Bridging::VlanIdOrNone vlanId;
+   switch (mode) {
+   case InputMode::access_:
+   case InputMode::dot1qTunnel_:
+      vlanId = Bridging::VlanIdOrNone(config_->accessVlan());
+      break;
+   case InputMode::trunk_:
+      vlanId = config_->trunkNativeVlan();
+      break;
+   case InputMode::tap_:
+      return config_->tapNativeVlan(); // need not exist
+   case InputMode::tool_:
+      return 1;
+   default:
+      VORN_INVARIANT(false, "false && \"unknown mode\"");
+   }
+   if (vlanId != 0 && !bridgingConfig_->vlanConfig().find(Bridging::VlanId(vlanId))) {
+      KEM_TRACE(theTrace, 1, intfId_ << " Returning vlan 0 as " << vlanId << " does not exist");
+      return 0;
+   }
+   return vlanId;
+}
+
+Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
+   if (auto const held = parent_.internalVlanId(intfId_); held != 0)
+      return held;
+   if (isShutDown() || !hasRoutedForwardingModel())
+      return 0;
+   auto const vlanId = takeInternalVlan();
+   if (vlanId == 0) {
+      parent_.noInternalVlanIdCauseStatus().intfStatusIs(intfId_, Kem::now());
+      return 0;
+   }
+   Bridging::VlanId const vlan(vlanId);
+   parent_.routedPortIs(vlan, intfId_);
+   parent_.internalVlanIdIs(intfId_, vlanId);
+   createRoutedPortVlanConfig(*bridgingConfig_, vlan, intfId_);
+   return vlanId;
+}
+
+// The number of the run before, unless something took it meanwhile; otherwise a free one. 0 when there is
+// none: a port that lost its old number is not given another in the same pass.
+Bridging::VlanIdOrNone SwitchIntfSm::takeInternalVlan() {
+   auto const startup = parent_.startupInternalVlanId(intfId_);
+   if (startup == 0)
+      return parent_.allocateInternalVlanId();
+   Bridging::VlanId const vlan(startup);
+   auto const* const standing = bridgingConfig_->vlanConfig().find(vlan);
+   bool const isTaken = (standing && !(*standing)->internal()) || parent_.vlanIntfConfigOf(vlan);
+   parent_.startupInternalVlanIdDel(intfId_);
+   parent_.startupRoutedPortDel(vlan);
+   return isTaken ? Bridging::VlanIdOrNone(0) : startup;
+}
+
+bool SwitchIntfSm::isShutDown() const {
+   auto const config = ethIntfConfig();
+   return !config || config->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown;
+}
+
+bool SwitchIntfSm::hasRoutedForwardingModel() const {
+   auto const status = ethIntfStatus();
+   return status && status->forwardingModel() == Interface::IntfForwardingModel::intfForwardingModelRouted;
+}
+
+void SwitchIntfSm::giveUpInternalVlan(Bridging::VlanIdOrNone vlanId) {
+   KEM_TRACE(theTrace, 3, intfId_ << " deleting routed port vlan config for " << vlanId);
+   deleteRoutedPortVlanConfig(parent_, intfId_, vlanId);
+}
+
+void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
+   auto const old = out_->switchportModeAndNativeVlan().nativeVlan;
+   out_->switchportModeAndNativeVlanIs(switchportModeAndNativeVlan());
+   doComputeAsymVlans();
+   // A change of native VLAN touches these two only; handlers that need more sync all VLANs themselves.
+   maybeSyncOneVlan(old);
+   maybeSyncOneVlan(out_->switchportModeAndNativeVlan().nativeVlan);
+}
+
+// --- Changes of the port's copy.
+
+bool SwitchIntfSm::isTrunkLike() const {
+   InputMode const mode = config_->switchportMode();
+   return mode == InputMode::trunk_ || mode == InputMode::tap_ || mode == InputMode::tool_;
+}
+
+void SwitchIntfSm::handleEnabled() {
+   if (!initialized_)
+      return;
+   doComputeAsymVlans();
+   doSyncSwitchportModeAndNativeVlan();
+   doSyncAllVlans();
+   handleMacLearningEnabled();
+   handleFloodingEnabled();
+}
+
+void SwitchIntfSm::handleAsymVlans() {
+   handleEnabled();
+}
+
+void SwitchIntfSm::handleSwitchportMode() {
+   if (!initialized_ || !config_->enabled())
+      return;
+   doComputeAsymVlans();
+   if (isTrunkLike())
+      doComputeTrunkAllowedVlans();
+   doSyncSwitchportModeAndNativeVlan();
+   doSyncAllVlans();
+   handleMacLearningEnabled();
+   handleFloodingEnabled();
+}
+
+void SwitchIntfSm::handleAccessVlan() {
+   if (!initialized_ || !config_->enabled())
+      return;
+   doComputeAsymVlans();
+   InputMode const mode = config_->switchportMode();
+   if (mode != InputMode::access_ && mode != InputMode::dot1qTunnel_)
+      return;
+   doSyncSwitchportModeAndNativeVlan();
+   doSyncAllVlans();
+}
+
+void SwitchIntfSm::handleTrunkNativeVlan() {
+   if (initialized_ && config_->enabled() && isTrunkLike())
+      doSyncSwitchportModeAndNativeVlan();
+}
+
+void SwitchIntfSm::handleTrunkAllowedVlans() {
+   if (!initialized_)
+      return;
+   doComputeTrunkAllowedVlans();
+   if (config_->enabled() && isTrunkLike())
+      doSyncAllVlans();
+}
+
+void SwitchIntfSm::handleTrunkGroup(Kem::String8 const& name) {
+   if (!initialized_ || !config_->enabled() || config_->switchportMode() != InputMode::trunk_)
+      return;
+   KEM_TRACE(theTrace, 8, intfId_ << " trunk group " << name);
+   doSyncAllVlans();
+}
+
+void SwitchIntfSm::handleVlanTpid() {
+   if (initialized_ && out_)
+      out_->vlanTpidIs(config_->vlanTpid());
+}
+
+bool SwitchIntfSm::isSwitchportThatFloods() const {
+   InputMode const mode = config_->switchportMode();
+   return config_->enabled() && mode != InputMode::tap_ && mode != InputMode::tool_;
+}
+
+void SwitchIntfSm::handleMacLearningEnabled() {
+   if (initialized_)
+      out_->macLearningEnabledIs(config_->macLearningEnabled() && isSwitchportThatFloods());
+}
+
+void SwitchIntfSm::handleFloodingEnabled() {
+   if (initialized_)
+      out_->floodingEnabledIs(config_->floodingEnabled() && isSwitchportThatFloods());
+}
+
+// --- Changes of the interface.
+
+void SwitchIntfSm::handleEnabledStateLocal() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   if (!out_ || out_->switchportModeAndNativeVlan().switchportMode != SwitchportMode::routed_)
+      return;
+   auto const vlanId = out_->switchportModeAndNativeVlan().nativeVlan;
+   if (ethIntfConfig() && isShutDown() && vlanId != 0)
+      giveUpInternalVlan(vlanId);
+   handleEnabled();
+}
+
+void SwitchIntfSm::handleEthIntfForwardingModel() {
+   if (!initialized_ || !out_ || !ethIntfStatus())
+      return;
+   auto const resolved = out_->switchportModeAndNativeVlan();
+   if (hasRoutedForwardingModel()) {
+      if (resolved.switchportMode == SwitchportMode::routed_)
+         doSyncSwitchportModeAndNativeVlan(); // a port without a VLAN may get one
+      return;
+   }
+   auto const vlanIdOrNone = resolved.nativeVlan;
+   if (vlanIdOrNone == 0 || parent_.internalVlanId(intfId_) == 0 ||
+       parent_.routedPort(Bridging::VlanId(vlanIdOrNone)).empty())
+      return;
+   VORN_INVARIANT(vlanIdOrNone == parent_.internalVlanId(intfId_),
+                  "vlanIdOrNone == parent()->internalVlanId( intfId() )");
+   giveUpInternalVlan(vlanIdOrNone);
+}
+
+} // namespace Vorn

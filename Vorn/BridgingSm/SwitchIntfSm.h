@@ -1,0 +1,144 @@
+// One port: decides what it is at the moment, its mode and native VLAN, writes its resolved record, and keeps
+// its membership in every resolved VLAN up to date.
+//
+// A port that is disabled as a switchport is a routed port whatever mode its input names, and then its native
+// VLAN is an internal VLAN (InternalVlans.h). A native VLAN of 0 means that the port has no usable VLAN;
+// nothing retries it, the VLAN that comes up re-evaluates it (VlanConfigSm::handleAdminState).
+//
+// It follows the copy that the deferred stage made, not a publisher's record. Owned by BridgingConfigSm; the
+// deferred stage calls handleInitialized() once the copy is complete, again for each new best input, and
+// before the first call every handler returns at once. Membership is always worked out anew from the rules
+// and written whole.
+#pragma once
+
+#include "VornUtils/VlanIdSet.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/SwitchIntfConfig.h"
+#include "records/Bridging/VlanConfig.h"
+#include "records/Interface/EthIntfConfig.h"
+#include "records/Interface/EthIntfStatus.h"
+
+namespace Vorn {
+
+class BridgingConfigSm;
+
+class SwitchIntfSm final : public Kem::PtrInterface {
+  public:
+   // `ethIntfConfig` and `ethIntfStatus` may be null.
+   SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
+                Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,
+                Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
+                Kem::Ptr<Bridging::Config> const& bridgingConfig,
+                Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
+
+   // --- Attributes.
+   Sulvi::IntfId intfId() const { return intfId_; }
+   Bridging::Input::SwitchIntfConfig const& switchIntfConfig() const { return *config_; }
+   void switchIntfConfigIs(Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& config);
+   Kem::Ptr<Interface::EthIntfConfig const> ethIntfConfig() const { return kemEthIntfConfig_.notifier(); }
+   void ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> const& config);
+   Kem::Ptr<Interface::EthIntfStatus const> ethIntfStatus() const { return kemEthIntfStatus_.notifier(); }
+   void ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status);
+   Kem::Ptr<Bridging::Config> const& bridgingConfig() const { return bridgingConfig_; }
+   // The resolved record; null until initialized.
+   Kem::Ptr<Bridging::SwitchIntfConfig> const& switchIntfConfigOut() const { return out_; }
+   VornUtils::VlanIdSet const& trunkAllowedVlanSet() const { return trunkAllowedVlanSet_; }
+   VornUtils::VlanIdSet const& asymVlanSet() const { return asymVlanSet_; }
+   Kem::ValueMap<Kem::String8, bool> const& dynTrunkGroup() const { return dynTrunkGroup_; }
+   bool initialized() const { return initialized_; }
+   BridgingConfigSm& parent() const { return parent_; }
+
+   // --- What others call.
+   void handleInitialized();
+   // Before it is deleted: takes the port out of all VLANs and gives up its internal VLAN. The resolved
+   // record is left to the parent.
+   void doPrepareToDie();
+   // What the port is now. Not free of consequences: a routed port takes an internal VLAN here, or gives it
+   // up.
+   Bridging::SwitchportModeAndNativeVlan switchportModeAndNativeVlan();
+   void doSyncSwitchportModeAndNativeVlan();
+   // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for
+   // every VLAN, and each change of a VLAN for every port.
+   void doSyncSingleVlan(Bridging::VlanConfig& vlan);
+   void doSyncAllVlans();
+   // The VLAN of that number, if it is resolved; 0 is none.
+   void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);
+   // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
+   void doComputeTrunkAllowedVlans();
+   void doComputeAsymVlans();
+   // A trunk group that a dynamic source gives to the port, besides those of its input.
+   void doCreateDynTrunkGroup(Kem::String8 const& name);
+   void doDelDynTrunkGroup(Kem::String8 const& name);
+   void handleEnabledStateLocal();
+
+  private:
+   // --- Reactions.
+   struct KemSwitchIntfConfig final : Bridging::Input::SwitchIntfConfig::NotifieeConst {
+      explicit KemSwitchIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void onEnabled() override { sm.handleEnabled(); }
+      void onSwitchportMode() override { sm.handleSwitchportMode(); }
+      void onAccessVlan() override { sm.handleAccessVlan(); }
+      void onTrunkNativeVlan() override { sm.handleTrunkNativeVlan(); }
+      void onTapNativeVlan() override { sm.handleTrunkNativeVlan(); }
+      void onTrunkAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
+      void onTapAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
+      void onToolAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
+      void onAsymVlans() override { sm.handleAsymVlans(); }
+      void onMacLearningEnabled() override { sm.handleMacLearningEnabled(); }
+      void onFloodingEnabled() override { sm.handleFloodingEnabled(); }
+      void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
+      void onVlanTpid() override { sm.handleVlanTpid(); }
+      SwitchIntfSm& sm;
+   };
+   struct KemEthIntfConfig final : Interface::EthIntfConfig::NotifieeConst {
+      explicit KemEthIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void onEnabledStateLocal() override { sm.handleEnabledStateLocal(); }
+      SwitchIntfSm& sm;
+   };
+   struct KemEthIntfStatus final : Interface::EthIntfStatus::NotifieeConst {
+      explicit KemEthIntfStatus(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void onForwardingModel() override { sm.handleEthIntfForwardingModel(); }
+      SwitchIntfSm& sm;
+   };
+   void handleEnabled();
+   void handleSwitchportMode();
+   void handleAccessVlan();
+   void handleTrunkNativeVlan();
+   void handleTrunkAllowedVlans();
+   void handleAsymVlans();
+   void handleMacLearningEnabled();
+   void handleFloodingEnabled();
+   void handleTrunkGroup(Kem::String8 const& name);
+   void handleVlanTpid();
+   void handleEthIntfForwardingModel();
+
+   // --- Helpers.
+   Bridging::VlanIdOrNone switchportVlan(Bridging::Input::SwitchportMode mode) const;
+   Bridging::VlanIdOrNone routedPortVlan();
+   Bridging::VlanIdOrNone takeInternalVlan();
+   bool isShutDown() const; // by configuration, or not configured at all
+   bool hasRoutedForwardingModel() const;
+   bool isSwitchportThatFloods() const;
+   bool isTrunkLike() const;
+   void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
+   Bridging::VlanPortConfig memberOf(Bridging::VlanConfig const& vlan) const;
+
+   BridgingConfigSm& parent_;
+   Sulvi::IntfId const intfId_;
+   Kem::Ptr<Bridging::Config> const bridgingConfig_;
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig const> config_;
+   Kem::Ptr<Bridging::SwitchIntfConfig> out_;
+   VornUtils::VlanIdSet trunkAllowedVlanSet_; // of a port in trunk, tap or tool mode
+   VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
+   Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
+   bool initialized_ = false;
+   KemSwitchIntfConfig kemSwitchIntfConfig_{*this};
+   KemEthIntfConfig kemEthIntfConfig_{*this};
+   KemEthIntfStatus kemEthIntfStatus_{*this};
+};
+
+// Whether the port is a member of the VLAN, its native VLAN being `native`. Changes nothing.
+bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridging::VlanIdOrNone native);
+
+} // namespace Vorn

@@ -1,0 +1,169 @@
+#include "Vorn/BridgingSm/VlanConfigSm.h"
+
+#include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/CpuPort.h"
+#include "Vorn/Invariant.h"
+#include "records/Bridging/Input/DynVlanSrc.h"
+#include "records/Interface/VlanIntfConfig.h"
+#include "records/PrivateVlanLib/PrimaryVlanState.h"
+
+namespace Vorn {
+
+using InputMode = Bridging::Input::SwitchportMode;
+
+namespace {
+Kem::TraceFacility theTrace("VornVlan");
+constexpr char mvrpSource[] = "mvrp";
+} // namespace
+
+VlanConfigSm::VlanConfigSm(BridgingConfigSm& parent, Bridging::VlanId vlanId,
+                           Kem::Ptr<Bridging::Input::VlanConfig const> const& vlanConfigIn)
+    : parent_(parent), vlanId_(vlanId) {
+   vlanConfigInIs(vlanConfigIn);
+}
+
+void VlanConfigSm::vlanConfigInIs(Kem::Ptr<Bridging::Input::VlanConfig const> const& in) {
+   in_ = in;
+   kemVlanConfigIn_.notifierIs(in);
+}
+
+Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
+   return parent_.config().vlanConfig(vlanId_);
+}
+
+// --- Life.
+
+void VlanConfigSm::handleInitialized() {
+   initialized_ = true;
+   parent_.handleInternalVlanIdInUse(vlanId_);
+   // An internal VLAN of the run before, whose port hasn't claimed it yet: the user's claim wins.
+   auto& config = parent_.config();
+   if (auto const standing = config.vlanConfig(vlanId_); standing && standing->internal())
+      config.vlanConfigDel(vlanId_);
+   auto const out = config.vlanConfigIs(vlanId_, false);
+   out->configSourceIs(Kem::String8(parent_.configIn()->name()));
+   doMaybeUpdateTrunkAllowedVlans();
+   handleConfiguredName();
+   handleTrunkGroup();
+   handleAdminState();
+   handleVlanTypeAndPrimaryVlan();
+}
+
+void VlanConfigSm::doPrepareToDie() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   parent_.switchIntfSm().forEach([&](Sulvi::IntfId intfId, auto const& sm) {
+      auto const& input = sm->switchIntfConfig();
+      if (!input.enabled() || input.switchportMode() > InputMode::dot1qTunnel_)
+         return; // taps and tools keep their number
+      auto modeAndVlan = sm->switchIntfConfigOut()->switchportModeAndNativeVlan();
+      if (modeAndVlan.nativeVlan != vlanId_)
+         return;
+      modeAndVlan.nativeVlan = 0;
+      sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(modeAndVlan);
+      KEM_TRACE(theTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
+   });
+   if (auto const out = vlanOut())
+      out->vlanTypeAndPrimaryVlanIs({});
+}
+
+// --- Changes of the copy.
+
+void VlanConfigSm::handleConfiguredName() {
+   if (!initialized_)
+      return;
+   auto const vlanConfig = vlanOut();
+   KEM_ASSERT(vlanConfig);
+   vlanConfig->configuredNameIs(in_->configuredName());
+}
+
+void VlanConfigSm::handleVlanTypeAndPrimaryVlan() {
+   if (initialized_)
+      vlanOut()->vlanTypeAndPrimaryVlanIs(in_->vlanTypeAndPrimaryVlan());
+}
+
+void VlanConfigSm::handleTrunkGroup() {
+   if (!initialized_)
+      return;
+   auto const out = vlanOut();
+   for (auto const& [name, value] : out->trunkGroup())
+      if (value != in_->trunkGroup(name)) {
+         KEM_TRACE(theTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
+         out->trunkGroupDel(name);
+      }
+   for (auto const& [name, value] : in_->trunkGroup())
+      if (value != out->trunkGroup(name)) {
+         KEM_TRACE(theTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
+         out->trunkGroupIs(name, true);
+      }
+}
+
+void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
+   if (!initialized_)
+      return;
+   auto const out = vlanOut();
+   bool const stands = out->trunkGroup().find(name);
+   if (in_->trunkGroup(name) && !stands) {
+      KEM_TRACE(theTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
+      out->trunkGroupIs(name, true);
+   } else if (!in_->trunkGroup(name) && stands) {
+      KEM_TRACE(theTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
+      out->trunkGroupDel(name);
+   }
+   handleAdminState(); // also when nothing changed: it re-evaluates membership
+}
+
+void VlanConfigSm::handleAdminState() {
+   if (!initialized_)
+      return;
+   auto const out = vlanOut();
+   out->adminStateIs(in_->adminState());
+   syncSwitchports(*out);
+   syncCpuPort(*out);
+   maybeSyncCpuPort(parent_, vlanId_);
+}
+
+// --- Helpers.
+
+void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
+   auto const& config = parent_.config();
+   auto const primaryState = parent_.privateVlanLibState().primaryVlan(vlanId_);
+   auto const primaryId = vlanOut.vlanTypeAndPrimaryVlan().primaryVlan;
+   auto const primary = primaryId == 0 ? nullptr : config.vlanConfig(Bridging::VlanId(primaryId));
+   parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) {
+      if (!sm->switchIntfConfig().enabled())
+         return;
+      // A port whose native VLAN did not exist before gets it here.
+      sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
+      sm->doSyncSingleVlan(vlanOut);
+      if (primaryState)
+         primaryState->secondaryVlan().forEach([&](Bridging::VlanId secondaryId, bool) {
+            if (auto const secondary = config.vlanConfig(secondaryId))
+               sm->doSyncSingleVlan(*secondary);
+         });
+      if (primary)
+         sm->doSyncSingleVlan(*primary);
+   });
+}
+
+void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
+   auto const vlanIntf = parent_.vlanIntfConfigOf(vlanId_);
+   if (vlanIntf && vlanIntf->enabled() && vlanOut.adminState() == Bridging::VlanAdminState::active) {
+      KEM_TRACE(theTrace, 3, " Adding Cpu port for vlan " << vlanId_);
+      addCpuPort(vlanOut);
+   } else {
+      KEM_TRACE(theTrace, 3, " Removing Cpu port for vlan" << vlanId_);
+      deleteCpuPort(vlanOut);
+   }
+}
+
+// A VLAN that only that source claims was left out of the allowed sets until it got its static entry.
+void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   auto const source = parent_.dynVlanSrcTable().dynVlanSrc(vlanId_);
+   if (!source || source->vlanSource().size() != 1 || !source->vlanSource().find(mvrpSource))
+      return;
+   parent_.switchIntfSm().forEach([](Sulvi::IntfId, auto const& sm) { sm->doComputeTrunkAllowedVlans(); });
+}
+
+} // namespace Vorn

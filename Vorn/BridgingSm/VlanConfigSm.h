@@ -1,0 +1,60 @@
+// One VLAN: mirrors the copy of its input into the resolved VLAN, and re-evaluates every port when its state
+// or its trunk groups change. It also decides whether the CPU port belongs to the VLAN.
+//
+// The resolved record is looked up each time, not held. Owned by BridgingConfigSm; the deferred stage calls
+// handleInitialized() once the copy is complete, and before that every handler returns at once.
+#pragma once
+
+#include "records/Bridging/Input/VlanConfig.h"
+#include "records/Bridging/VlanConfig.h"
+
+namespace Vorn {
+
+class BridgingConfigSm;
+
+class VlanConfigSm final : public Kem::PtrInterface {
+  public:
+   VlanConfigSm(BridgingConfigSm& parent, Bridging::VlanId vlanId,
+                Kem::Ptr<Bridging::Input::VlanConfig const> const& vlanConfigIn);
+
+   Bridging::VlanId vlanId() const { return vlanId_; }
+   Bridging::Input::VlanConfig const& vlanConfigIn() const { return *in_; }
+   void vlanConfigInIs(Kem::Ptr<Bridging::Input::VlanConfig const> const& in);
+   bool initialized() const { return initialized_; }
+
+   void handleInitialized();
+   // Before it is deleted: switchports lose it as their native VLAN. The resolved record is left to the
+   // parent.
+   void doPrepareToDie();
+
+  private:
+   // --- Reactions.
+   struct KemVlanConfigIn final : Bridging::Input::VlanConfig::NotifieeConst {
+      explicit KemVlanConfigIn(VlanConfigSm& s) : NotifieeConst(this), sm(s) {}
+      void onAdminState() override { sm.handleAdminState(); }
+      void onVlanTypeAndPrimaryVlan() override { sm.handleVlanTypeAndPrimaryVlan(); }
+      void onConfiguredName() override { sm.handleConfiguredName(); }
+      void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
+      VlanConfigSm& sm;
+   };
+   // The central pass: the state, and then every port's mode and membership.
+   void handleAdminState();
+   void handleVlanTypeAndPrimaryVlan();
+   void handleConfiguredName();
+   void handleTrunkGroup(Kem::String8 const& name);
+   void handleTrunkGroup(); // all of them; without the central pass
+
+   // --- Helpers.
+   Kem::Ptr<Bridging::VlanConfig> vlanOut() const;
+   void syncSwitchports(Bridging::VlanConfig& vlanOut);
+   void syncCpuPort(Bridging::VlanConfig& vlanOut);
+   void doMaybeUpdateTrunkAllowedVlans();
+
+   BridgingConfigSm& parent_;
+   Bridging::VlanId const vlanId_;
+   Kem::Ptr<Bridging::Input::VlanConfig const> in_;
+   bool initialized_ = false;
+   KemVlanConfigIn kemVlanConfigIn_{*this};
+};
+
+} // namespace Vorn

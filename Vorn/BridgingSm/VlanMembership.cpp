@@ -1,0 +1,195 @@
+// Whether a port is a member of a VLAN, and how; and the sets that the decision rests on.
+
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/SwitchIntfSm.h"
+
+#include "Kem/Trace.h"
+#include "Sulvi/IntfKind.h"
+#include "Vorn/Invariant.h"
+
+#include <cstdio>
+#include <string>
+
+namespace Vorn {
+
+using InputMode = Bridging::Input::SwitchportMode;
+using Bridging::SwitchportMode;
+using Bridging::VlanPortDirection;
+using Bridging::VlanType;
+
+namespace {
+
+Kem::TraceFacility theTrace("VornMembership");
+
+// A port with a secondary VLAN as its access VLAN belongs to the primary too; one with the primary belongs to
+// the secondaries that it is mapped to.
+bool accessVlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm,
+                      Bridging::VlanIdOrNone native) {
+   if (native == 0)
+      return false;
+   auto const vid = vlan.vlanId();
+   auto const* const found = sm.bridgingConfig()->vlanConfig().find(Bridging::VlanId(native));
+   if (!found || (*found)->adminState() != Bridging::VlanAdminState::active)
+      return native == vid;
+   auto const nativeRole = (*found)->vlanTypeAndPrimaryVlan();
+   auto const role = vlan.vlanTypeAndPrimaryVlan();
+   if (nativeRole.primaryVlan == vid && role.vlanType == VlanType::primary_)
+      return true;
+   if (native == role.primaryVlan && nativeRole.vlanType == VlanType::primary_)
+      return sm.switchIntfConfig().defaultPrivateVlanMapping() ||
+             sm.switchIntfConfig().privateVlanMapping().find(vid);
+   return native == vid;
+}
+
+bool sharesTrunkGroup(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm) {
+   bool shares = false;
+   auto const look = [&](Kem::String8 const& name, bool) { shares = shares || vlan.trunkGroup(name); };
+   sm.switchIntfConfig().trunkGroup().forEach(look);
+   sm.dynTrunkGroup().forEach(look);
+   return shares;
+}
+
+} // namespace
+
+// The order of the rules is their meaning.
+bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridging::VlanIdOrNone native) {
+   auto const vid = vlan.vlanId();
+   auto const& out = *sm.switchIntfConfigOut();
+   SwitchportMode const mode = out.switchportModeAndNativeVlan().switchportMode;
+   if (vlan.adminState() != Bridging::VlanAdminState::active)
+      return false;
+   if (mode == SwitchportMode::routed_)
+      return native == vid;
+   if (vlan.internal())
+      return false; // behind the rule for routed ports: it has that port only
+   if (mode == SwitchportMode::dot1qTunnel_)
+      return native == vid;
+   if (out.asymVlanEnabled()) {
+      VORN_INVARIANT(mode == SwitchportMode::access_, "mode == Bridging::access_");
+      return sm.asymVlanSet().vlan(vid);
+   }
+   if (mode == SwitchportMode::access_)
+      return accessVlanMember(vlan, sm, native);
+   VORN_INVARIANT(mode == SwitchportMode::trunk_ || mode == SwitchportMode::tap_ ||
+                      mode == SwitchportMode::tool_,
+                  "mode == Bridging::trunk_ || mode == Bridging::tap_ || mode == Bridging::tool_");
+   if (!sm.trunkAllowedVlanSet().vlan(vid))
+      return false;
+   // A VLAN with trunk groups is closed to every port that has none of them.
+   return vlan.trunkGroup().empty() || sharesTrunkGroup(vlan, sm);
+}
+
+void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
+   VORN_INVARIANT(initialized(), "initialized()");
+   if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
+      vlan.intfDel(intfId_);
+      return;
+   }
+   if (out_->asymVlanEnabled()) {
+      std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
+                   static_cast<unsigned>(vlan.vlanId()));
+      vlan.intfIs(intfId_, {});
+      return;
+   }
+   vlan.intfIs(intfId_, memberOf(vlan));
+}
+
+Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanConfig const& vlan) const {
+   auto const resolved = out_->switchportModeAndNativeVlan();
+   auto const role = vlan.vlanTypeAndPrimaryVlan();
+   bool const isNative = resolved.nativeVlan == vlan.vlanId();
+   Bridging::VlanPortConfig member{.tagged = !isNative};
+   switch (resolved.switchportMode) {
+   case SwitchportMode::tool_:
+      member.tagged = false;
+      member.direction = VlanPortDirection::txOnly;
+      break;
+   case SwitchportMode::tap_:
+      member.tagged = config_->toolIdentityTagging(); // the tool's setting, not one of the tap
+      member.direction = VlanPortDirection::rxOnly;
+      break;
+   case SwitchportMode::trunk_:
+      if (config_->trunkPrivateVlanMapping() && role.vlanType == VlanType::secondary_)
+         member.direction = VlanPortDirection::rxOnly;
+      break;
+   case SwitchportMode::access_:
+      if (resolved.nativeVlan != 0 && !isNative) {
+         member = {.tagged = false, .mappedUntagged = true, .direction = VlanPortDirection::txOnly};
+      } else if (role.vlanType == VlanType::secondary_) {
+         auto const* const primary = bridgingConfig_->vlanConfig().find(Bridging::VlanId(role.primaryVlan));
+         if (primary && (*primary)->vlanTypeAndPrimaryVlan().vlanType == VlanType::primary_)
+            member.direction = VlanPortDirection::rxOnly;
+      }
+      break;
+   default:
+      break;
+   }
+   return member;
+}
+
+void SwitchIntfSm::doSyncAllVlans() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   bridgingConfig_->vlanConfig().forEach(
+       [&](Bridging::VlanId, auto const& vlan) { doSyncSingleVlan(*vlan); });
+}
+
+void SwitchIntfSm::maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId) {
+   if (vlanId == 0)
+      return;
+   if (auto const vlan = bridgingConfig_->vlanConfig(Bridging::VlanId(vlanId)))
+      doSyncSingleVlan(*vlan);
+}
+
+// --- The sets.
+
+void SwitchIntfSm::doComputeTrunkAllowedVlans() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
+      KEM_TRACE(theTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
+      return;
+   }
+   trunkAllowedVlanSet_.doClear();
+   auto const& list = config_->switchportMode() == InputMode::tap_    ? config_->tapAllowedVlans()
+                      : config_->switchportMode() == InputMode::tool_ ? config_->toolAllowedVlans()
+                                                                      : config_->trunkAllowedVlans();
+   std::string const leftOut = VornUtils::computeVlanSet(trunkAllowedVlanSet_, list.view());
+   if (!leftOut.empty())
+      KEM_TRACE(theTrace, 0, intfId_ << " allowed VLANs left out, no VLAN numbers: " << leftOut);
+}
+
+void SwitchIntfSm::doComputeAsymVlans() {
+   VORN_INVARIANT(initialized(), "initialized()");
+   if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
+      KEM_TRACE(theTrace, 5, "asym vlans are not applicable for sub interface " << intfId_);
+      return;
+   }
+   asymVlanSet_.doClear();
+   bool const isAsym = !config_->asymVlans().empty() && config_->switchportMode() == InputMode::access_;
+   if (isAsym) {
+      std::string const leftOut = VornUtils::computeVlanSet(asymVlanSet_, config_->asymVlans().view());
+      if (!leftOut.empty())
+         KEM_TRACE(theTrace, 0, intfId_ << " asymmetric VLANs left out, no VLAN numbers: " << leftOut);
+   }
+   out_->allowTaggedPktsIs(!isAsym);
+   out_->enableIngressFilteringIs(!isAsym || asymVlanSet_.vlan(config_->accessVlan()));
+   out_->asymVlanEnabledIs(isAsym);
+}
+
+// --- Trunk groups of dynamic sources.
+
+void SwitchIntfSm::doCreateDynTrunkGroup(Kem::String8 const& name) {
+   if (dynTrunkGroup_.find(name))
+      return;
+   dynTrunkGroup_.findOrInsert(name, [] { return true; });
+   // The static group of that name counts already: membership can't change.
+   if (!config_->trunkGroup(name))
+      handleTrunkGroup(name);
+}
+
+void SwitchIntfSm::doDelDynTrunkGroup(Kem::String8 const& name) {
+   if (!dynTrunkGroup_.erase(name))
+      return;
+   handleTrunkGroup(name);
+}
+
+} // namespace Vorn

@@ -1,0 +1,122 @@
+#include "Vorn/SwitchIntfConfigCodef.h"
+
+#include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/Invariant.h"
+#include "Vorn/VornAgent.h"
+
+namespace Vorn {
+
+namespace {
+Kem::TraceFacility theTrace("VornSwitchCodef");
+}
+
+SwitchIntfConfigCodef::SwitchIntfConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
+                                             Kem::Ptr<Bridging::SwitchIntfConfigDir const> const& configIn,
+                                             BridgingConfigSm& configOut)
+    : CodefBase(clock), configOut_(configOut) {
+   kemConfigIn_.notifierIs(configIn);
+}
+
+void SwitchIntfConfigCodef::handleInitialized() {
+   VORN_INVARIANT(!initialized(), "!initialized()");
+   initialized_ = true;
+   handleSwitchIntfConfig();
+}
+
+// --- Ports come, go and change their best record.
+
+void SwitchIntfConfigCodef::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
+   auto const dir = kemConfigIn_.notifier();
+   auto const in = dir->switchIntfConfig(intfId);
+   if (!in) {
+      backlog_.del(intfId);
+      KEM_TRACE(theTrace, 5,
+                " Deleting SwitchIntfConfigSm"
+                    << " IntfId=" << intfId);
+      switchIntfConfigEntrySmDel(intfId);
+      configOut_.switchIntfConfigAfterCodefDel(intfId);
+      return;
+   }
+   switchIntfConfigEntrySmDel(intfId);
+   createEntry(intfId, in);
+}
+
+void SwitchIntfConfigCodef::handleSwitchIntfConfig() {
+   auto const dir = kemConfigIn_.notifier();
+   if (!dir)
+      return;
+   for (auto const& [intfId, in] : dir->switchIntfConfig())
+      createEntry(intfId, in);
+}
+
+void SwitchIntfConfigCodef::createEntry(Sulvi::IntfId intfId,
+                                        Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in) {
+   auto const out = configOut_.switchIntfConfigAfterCodefIs(intfId, Bridging::Input::SwitchportMode::access_);
+   KEM_TRACE(theTrace, 5, " Creating SwitchIntfConfigSm IntfId=" << intfId);
+   switchIntfConfigEntrySmIs(intfId, in, out);
+}
+
+void SwitchIntfConfigCodef::updateBacklog(Sulvi::IntfId intfId, bool areConfigsEqual) {
+   updatesSeenInc(1);
+   if (!areConfigsEqual) {
+      KEM_TRACE(theTrace, 5, "Adding IntfId: " << intfId << " to backlog");
+      backlog_.add(intfId);
+      armClock();
+   } else if (backlog_.isMember(intfId)) {
+      KEM_TRACE(theTrace, 5, "Deleting IntfId: " << intfId << " from backlog because configs are equal");
+      backlog_.del(intfId);
+   }
+}
+
+// --- Slices.
+
+uint64_t SwitchIntfConfigCodef::processBacklog(Kem::Seconds const& startTime) {
+   Agent* const agent = configOut_.vornAgent();
+   Ulm::SliceEnd end;
+   auto const count = backlog_.processSlice(
+       startTime + backlogQuantum(), end, [&] { return !agent || agent->isAttrLogReady(); },
+       [&](Sulvi::IntfId intfId) {
+          KEM_TRACE(theTrace, 8, "backlog processing " << intfId);
+          auto const entry = switchIntfConfigEntrySm(intfId);
+          if (!entry)
+             KEM_TRACE(theTrace, 1, "No SwitchIntfConfigEntrySm found for " << intfId);
+          if (entry && !entry->performPendingOperations())
+             return Ulm::Step{.finishedCount = 0, .isFinished = false};
+          backlog_.del(intfId);
+          return Ulm::Step{.finishedCount = 1, .isFinished = true};
+       });
+   if (end != Ulm::SliceEnd::backlogEmpty)
+      KEM_TRACE(theTrace, 7,
+                "Pausing backlog processing at " << backlog_.bookmark()
+                                                 << (end == Ulm::SliceEnd::noRoom ? " - attr log full" : ""));
+   if (end == Ulm::SliceEnd::noRoom)
+      pausedForRoom();
+   return count;
+}
+
+// --- Entries.
+
+Kem::Ptr<SwitchIntfConfigEntrySm> SwitchIntfConfigCodef::switchIntfConfigEntrySm(Sulvi::IntfId intfId) const {
+   auto const* const found = switchIntfConfigEntrySm_.find(intfId);
+   return found ? *found : nullptr;
+}
+
+Kem::Ptr<SwitchIntfConfigEntrySm>
+SwitchIntfConfigCodef::switchIntfConfigEntrySmIs(Sulvi::IntfId intfId,
+                                                 Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in,
+                                                 Kem::Ptr<Bridging::Input::SwitchIntfConfig> const& out) {
+   if (auto const standing = switchIntfConfigEntrySm(intfId)) {
+      if (standing->configIn() != in)
+         Kem::throwReinstantiating("configIn", in->fullName(), standing->configIn()->fullName());
+      if (standing->configOut() != out)
+         Kem::throwReinstantiating("configOut", out->fullName(), standing->configOut()->fullName());
+      return standing;
+   }
+   auto const entry = Kem::makePtr<SwitchIntfConfigEntrySm>(*this, intfId, in, out);
+   switchIntfConfigEntrySm_.findOrInsert(intfId, [&] { return entry; });
+   entry->handleInitialized();
+   return entry;
+}
+
+} // namespace Vorn

@@ -1,0 +1,37 @@
+// Mirrors the input of one VLAN to the copy that VlanConfigSm follows, attribute by attribute and at once. It
+// stands as long as the copy does; another input takes another entry. Owned by VlanConfigCodef.
+#pragma once
+
+#include "records/Bridging/Input/VlanConfig.h"
+
+namespace Vorn {
+
+class VlanConfigEntrySm final : public Kem::PtrInterface {
+  public:
+   VlanConfigEntrySm(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig const> const& vcfgIn,
+                     Kem::Ptr<Bridging::Input::VlanConfig> vcfgOut);
+
+   Bridging::VlanId vlanId() const { return vlanId_; }
+   Kem::Ptr<Bridging::Input::VlanConfig const> vcfgIn() const { return kemVcfgIn_.notifier(); }
+   Kem::Ptr<Bridging::Input::VlanConfig> const& vcfgOut() const { return vcfgOut_; }
+
+  private:
+   struct KemVcfgIn final : Bridging::Input::VlanConfig::NotifieeConst {
+      explicit KemVcfgIn(VlanConfigEntrySm& s) : NotifieeConst(this), sm(s) {}
+      void onConfiguredName() override { sm.handleConfiguredName(); }
+      void onAdminState() override { sm.handleAdminState(); }
+      void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
+      void onVlanTypeAndPrimaryVlan() override { sm.handleVlanTypeAndPrimaryVlan(); }
+      VlanConfigEntrySm& sm;
+   };
+   void handleConfiguredName();
+   void handleAdminState();
+   void handleTrunkGroup(Kem::String8 const& name);
+   void handleVlanTypeAndPrimaryVlan();
+
+   Bridging::VlanId const vlanId_;
+   Kem::Ptr<Bridging::Input::VlanConfig> const vcfgOut_;
+   KemVcfgIn kemVcfgIn_{*this};
+};
+
+} // namespace Vorn

@@ -1,0 +1,32 @@
+#include "Ulm/CodefBase.h"
+
+namespace Ulm {
+
+CodefBase::CodefBase(Kem::Ptr<Kem::Clock const> clock) {
+   kemClock_.notifierIs(std::move(clock));
+}
+
+void CodefBase::hasNotificationActiveIs(bool isActive) {
+   flagIs(notificationActiveFlag, isActive);
+   kemClock_.hasNotificationActiveIs(isActive);
+}
+
+void CodefBase::kemDoZombieReactors(bool areZombies) {
+   flagIs(zombieFlag, areZombies);
+   kemClock_.kemDoZombieReactors(areZombies);
+}
+
+void CodefBase::handleTime() {
+   isPausedForRoom_ = false;
+   Kem::Seconds const startTime = Kem::now();
+   updatesProcessedInc(processBacklog(startTime));
+   Kem::Seconds const endTime = Kem::now();
+   timeUsedInc(endTime - startTime);
+   dispatchCountInc(1);
+   if (backlogSize() == 0)
+      return;
+   yieldBeforeFinishingCountInc(1);
+   kemClock_.timeMinIs(isPausedForRoom_ ? endTime + roomPause : 0.0);
+}
+
+} // namespace Ulm
