@@ -1,19 +1,27 @@
 #include "Vorn/VornAgent.h"
 
 #include "Kem/Dir.h"
+#include "Kem/Trace.h"
 #include "Vorn/TestSwitch.h"
 #include "Vorn/VornAgent/Mounts.h"
+#include "Zivlog/Zivlog.h"
 #include "records/Bridging/Input/Config.h"
 #include "records/Interface/SubIntfStatusDir.h"
 
+#include <gmock/gmock.h>
+
+#include <cstdarg>
+#include <cstring>
 #include <fcntl.h>
-#include <set>
+#include <filesystem>
+#include <linux/if_vlan.h>
 #include <sys/resource.h>
 
 namespace {
 
 using Redundancy::RedundancyMode;
 using Redundancy::RedundancyProtocol;
+using testing::Contains;
 using Vorn::TestSwitch;
 
 constexpr char redundancyPath[] = "cell/1/redundancy/status";
@@ -43,6 +51,20 @@ struct VornAgentTest : testing::Test {
    bool isStageComplete(char const* stage) {
       return sw.publish<Stage::AgentConfig>(stageConfigPath)->stageComplete(stage) != nullptr;
    }
+   // What the agent itself has traced, on all levels, since it was asked last.
+   static std::vector<std::string> traced() { return std::exchange(theLines, {}); }
+   VornAgentTest() {
+      theLines.clear();
+      Kem::traceSettingIs("Vorn/0-9");
+      Kem::traceToStandardErrorIs(false);
+      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
+   }
+   ~VornAgentTest() override {
+      Kem::traceSinkIs(nullptr);
+      Kem::traceToStandardErrorIs(true);
+      Kem::traceSettingIs("");
+   }
+   static inline std::vector<std::string> theLines;
    TestSwitch sw;
 };
 
@@ -134,6 +156,38 @@ TEST_F(VornAgentTest, hotStandbyWithMode5IsActiveAndFallingBackTearsNothingDown)
    EXPECT_EQ(ethPriority(), 10u);
 }
 
+TEST_F(VornAgentTest, supervisorThatBecomesActiveAgainKeepsWhatItHas) {
+   roleIs(3, 5);
+   sw.startAgent();
+   auto const table = sw.agent->dynVlanSrcTable();
+   auto const aggregate = sw.agent->intfAggrStatus();
+   roleIs(3, 4);
+   roleIs(3, 5);
+   EXPECT_FALSE(sw.agent->standbyMode());
+   EXPECT_EQ(sw.agent->dynVlanSrcTable(), table);
+   EXPECT_EQ(sw.agent->intfAggrStatus(), aggregate);
+}
+
+TEST_F(VornAgentTest, roleIsTraced) {
+   roleIs(3, 4);
+   sw.startAgent();
+   EXPECT_THAT(traced(), Contains("handleStandbyMode with standbyMode=true: nothing to be done here"));
+   roleIs(3, 5);
+   EXPECT_THAT(traced(), Contains("handleStandbyMode with standbyMode=false: initializing the rest of Vorn's "
+                                  "state machines"));
+}
+
+TEST_F(VornAgentTest, recordsOfTheProcessAreToldApartByName) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->privateVlanLibState()->name(), "privateVlanLibState");
+   EXPECT_EQ(sw.agent->netNsCollection()->name(), "kns");
+   EXPECT_EQ(sw.agent->dynVlanIntfList()->name(), "DynVlanIntfListForVornAgent");
+   EXPECT_EQ(sw.agent->kernelNetworkInfoRoot()->name(), "kni");
+   EXPECT_EQ(sw.agent->intfAggrStatus()->name(), "intfAggrStatus");
+   EXPECT_EQ(sw.agent->oxaState()->name(), "OxaState");
+}
+
 TEST_F(VornAgentTest, standbyMakesNothingOfTheActiveRole) {
    roleIs(3, 4);
    sw.startAgent();
@@ -161,6 +215,7 @@ TEST_F(VornAgentTest, switchoverMakesTheActiveRoleButNotWhatIsDecidedAtStart) {
 
 TEST_F(VornAgentTest, activeAtStartMountsTheSharedMemoryTables) {
    sw.startAgent();
+   EXPECT_THAT(traced(), Contains("Plaze::Bridging::Status initialized as keyshadow"));
    EXPECT_TRUE(sw.agent->plazeBridgingStatus());
    EXPECT_TRUE(sw.agent->counterDir());
    ASSERT_TRUE(sw.agent->bridgingStatus());
@@ -202,6 +257,8 @@ TEST_F(VornAgentTest, hitfullStartReleasesThePortsThatAReloadLeftDown) {
    TestSwitch::run();
    sw.startAgent();
    EXPECT_TRUE(cause->intfStatus().empty());
+   EXPECT_THAT(traced(), Contains("doMountsComplete hitless-reload-down errdisabled interfaces present. "
+                                  "Re-enabling."));
 }
 
 TEST_F(VornAgentTest, hitlessStartKeepsThePortsThatTheReloadLeftDown) {
@@ -287,6 +344,33 @@ TEST_F(VornAgentTest, cannotRunWithoutItsKernelSockets) {
    EXPECT_DEATH(start(1), "Assertion \"netlinkFd >= 0\" failed");
 }
 
+// A kernel that refuses, and keeps what it was asked.
+int theAskedFd;
+unsigned long theRequest;
+vlan_ioctl_args theVlanArgs;
+int refusingKernel(int fd, unsigned long request, ...) {
+   va_list rest;
+   va_start(rest, request);
+   theAskedFd = fd;
+   theRequest = request;
+   theVlanArgs = *va_arg(rest, vlan_ioctl_args const*);
+   va_end(rest);
+   return -1;
+}
+
+TEST_F(VornAgentTest, vlanDevicesAreNamedByTheirNumberWithoutPadding) {
+   Vorn::Agent::setVlanDeviceNameType(7, refusingKernel);
+   EXPECT_EQ(theAskedFd, 7);
+   EXPECT_EQ(theRequest, 35203u);
+   EXPECT_EQ(theVlanArgs.cmd, 6);
+   EXPECT_EQ(theVlanArgs.u.name_type, 2u);
+   // All other bytes are zero.
+   theVlanArgs.cmd = 0;
+   theVlanArgs.u.name_type = 0;
+   vlan_ioctl_args const zeros{};
+   EXPECT_EQ(std::memcmp(&theVlanArgs, &zeros, sizeof zeros), 0);
+}
+
 TEST_F(VornAgentTest, failureToNameVlanDevicesIsIgnored) {
    Vorn::Agent::setVlanDeviceNameType(-1);
    sw.startAgent();
@@ -299,6 +383,22 @@ TEST_F(VornAgentTest, failureToNameVlanDevicesIsIgnored) {
 TEST_F(VornAgentTest, traceFileBearsTheProcessNumberUnlessAFolderIsGiven) {
    EXPECT_EQ(Vorn::Agent::traceFileName("Vorn", false), "Vorn-%d.zv");
    EXPECT_EQ(Vorn::Agent::traceFileName("Vorn", true), "Vorn.zv");
+}
+
+TEST_F(VornAgentTest, traceFileIsOpenedAtTheEndOfTheStartUnlessItIsTurnedOff) {
+   std::filesystem::path const folder = testing::TempDir() + "/vorn-zivlog-" + std::to_string(getpid());
+   std::filesystem::create_directory(folder);
+   setenv("ZIVLOGDIR", folder.c_str(), 1);
+   sw.startAgent(); // the environment of the tests turns it off
+   EXPECT_FALSE(std::filesystem::exists(folder / "Vorn.zv"));
+   sw.stopAgent();
+   unsetenv("ZIVLOG_DISABLE");
+   sw.startAgent();
+   EXPECT_TRUE(std::filesystem::exists(folder / "Vorn.zv"));
+   Zivlog::close();
+   setenv("ZIVLOG_DISABLE", "1", 1);
+   unsetenv("ZIVLOGDIR");
+   std::filesystem::remove_all(folder);
 }
 
 // --- Attribute log.

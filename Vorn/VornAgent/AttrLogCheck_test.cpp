@@ -1,11 +1,16 @@
 #include "Vorn/VornAgent/AttrLogCheck.h"
 
+#include "Kem/Trace.h"
+
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -158,6 +163,41 @@ TEST_F(AttrLogCheckTest, unreadableBufferSizeLeavesAnyUsageAboveTheThreshold) {
    EXPECT_EQ(check.attrLogKernBufferThreshold(), -1);
    close(pipeFds[0]);
    close(pipeFds[1]);
+}
+
+TEST_F(AttrLogCheckTest, usageOfAnOutputWithoutAThresholdIsAboveItEvenWhenItIsZero) {
+   // A terminal can be asked for its usage, and is no socket.
+   int const terminal = posix_openpt(O_RDWR | O_NOCTTY);
+   ASSERT_GE(terminal, 0);
+   check.nboAttrLogOutSmIs(out);
+   check.attrLogSockFdIs(terminal);
+   EXPECT_EQ(check.attrLogKernBufferThreshold(), -1);
+   EXPECT_FALSE(check.isReady());
+   EXPECT_EQ(check.attrLogKernBufferUsage(), 0);
+   EXPECT_EQ(check.attrLogAboveThresholdCount(), 1u);
+   close(terminal);
+}
+
+TEST_F(AttrLogCheckTest, socketAndMeasurementsAboveTheThresholdAreTraced) {
+   static std::vector<std::string> lines;
+   lines.clear();
+   Kem::traceSettingIs("VornAttrLog/0-9");
+   Kem::traceToStandardErrorIs(false);
+   Kem::traceSinkIs([](Kem::TraceLine const& line) { lines.emplace_back(line.text); });
+   start();
+   socket.fill();
+   check.isReady();
+   Kem::traceSinkIs(nullptr);
+   Kem::traceToStandardErrorIs(true);
+   Kem::traceSettingIs("");
+   std::string const fd = std::to_string(socket.socketFd()), size = std::to_string(socket.sendBuffer());
+   std::string const half = std::to_string(socket.sendBuffer() / 2);
+   EXPECT_EQ(lines,
+             (std::vector<std::string>{"attrLogCodefInit fd:" + fd,
+                                       "handleAttrLogSockFd sockFd:" + fd + ", kernBufferSize:" + size +
+                                           ", kernBufferThreshold:" + half,
+                                       "Buffer usage:" + std::to_string(check.attrLogKernBufferUsage()) +
+                                           " is above threshold:" + half}));
 }
 
 TEST_F(AttrLogCheckTest, failedMeasurementIsAnAssertion) {

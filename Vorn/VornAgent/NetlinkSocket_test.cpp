@@ -55,6 +55,37 @@ TEST_F(NetlinkSocketTest, isARouteSocketThatIsBoundAndSubscribedToNothing) {
    EXPECT_TRUE(theLines.empty());
 }
 
+TEST_F(NetlinkSocketTest, asksForItsBuffersAndForNoGroup) {
+   static std::vector<std::string> asked;
+   asked.clear();
+   calls.openSocket = [](int domain, int type, int protocol) {
+      asked.push_back("socket " + std::to_string(domain) + ' ' + std::to_string(type) + ' ' +
+                      std::to_string(protocol));
+      return 900;
+   };
+   calls.setOption = [](int fd, int level, int name, void const* value, socklen_t length) {
+      EXPECT_EQ(fd, 900);
+      EXPECT_EQ(level, SOL_SOCKET);
+      EXPECT_EQ(length, sizeof(int));
+      asked.push_back((name == SO_SNDBUF ? "send " : "receive ") +
+                      std::to_string(*static_cast<int const*>(value)));
+      return 0;
+   };
+   calls.bindSocket = [](int fd, sockaddr const* address, socklen_t length) {
+      EXPECT_EQ(fd, 900);
+      EXPECT_EQ(length, sizeof(sockaddr_nl));
+      auto const* const netlink = reinterpret_cast<sockaddr_nl const*>(address);
+      asked.push_back("bind " + std::to_string(netlink->nl_family) + ' ' + std::to_string(netlink->nl_pid) +
+                      ' ' + std::to_string(netlink->nl_groups));
+      return 0;
+   };
+   EXPECT_EQ(Vorn::openNetlinkSocket(calls), 900);
+   EXPECT_EQ(asked, (std::vector<std::string>{"socket " + std::to_string(AF_NETLINK) + ' ' +
+                                                  std::to_string(SOCK_RAW | SOCK_CLOEXEC) + ' ' +
+                                                  std::to_string(NETLINK_ROUTE),
+                                              "send 32768", "receive 1048576", "bind 16 0 0"}));
+}
+
 TEST_F(NetlinkSocketTest, failedSocketIsReturnedWithoutATrace) {
    calls.openSocket = [](int, int, int) { return -1; };
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
