@@ -1,0 +1,321 @@
+// The agent at scale, through real processes: a publisher (this one), the state database, the agent and a
+// subscriber. See bench/README.md.
+//
+//    scale_bench [--vlans N] [--ports N] [--repeat N]     bulk, single changes, memory and restart at that
+//    size scale_bench --growth                                 time of the bulk at several sizes
+#include "../database/Relay.h"
+#include "Counter.h"
+
+#include "Kem/Activity.h"
+#include "Ordel/EntityManager.h"
+#include "records/Bridging/Input/CliConfig.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/Input/VlanConfig.h"
+#include "records/Interface/EthIntfConfig.h"
+#include "records/Interface/EthIntfConfigDir.h"
+#include "records/Interface/EthIntfStatus.h"
+#include "records/Interface/EthIntfStatusDir.h"
+#include "records/TypeInfo.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+std::string binFolder;
+
+// --- Processes.
+
+class AgentProcess {
+  public:
+   explicit AgentProcess(std::string const& socketPath) {
+      int ends[2];
+      if (pipe2(ends, O_CLOEXEC) != 0)
+         std::exit(1);
+      pid_ = fork();
+      if (pid_ == 0) {
+         dup2(ends[1], 2);
+         setenv("ZIVLOG_DISABLE", "1", 1);
+         std::string const program = binFolder + "/agent-runner";
+         execl(program.c_str(), program.c_str(), "--socket", socketPath.c_str(), nullptr);
+         _exit(127);
+      }
+      close(ends[1]);
+      errors_ = ends[0];
+      std::string text;
+      char piece[512];
+      for (ssize_t got; text.find("is ready") == text.npos && (got = read(errors_, piece, sizeof piece)) > 0;)
+         text.append(piece, static_cast<size_t>(got));
+      if (text.find("is ready") == text.npos) {
+         std::fprintf(stderr, "the agent did not start:\n%s", text.c_str());
+         std::exit(1);
+      }
+   }
+   ~AgentProcess() { end(SIGTERM); }
+   void end(int signal) {
+      if (pid_ < 0)
+         return;
+      kill(pid_, signal);
+      waitpid(pid_, nullptr, 0);
+      close(errors_);
+      pid_ = -1;
+   }
+   pid_t pid() const { return pid_; }
+
+  private:
+   pid_t pid_ = -1;
+   int errors_ = -1;
+};
+
+size_t residentMegabytes(pid_t pid, char const* what) {
+   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+   for (std::string line; std::getline(status, line);)
+      if (line.rfind(std::string(what) + ":", 0) == 0)
+         return std::stoul(line.substr(std::strlen(what) + 1)) / 1024;
+   return 0;
+}
+
+// Returns when every agent has worked off what was published.
+void settle(std::string const& socketPath) {
+   std::string const command = binFolder + "/ordelctl --socket " + socketPath + " settle --timeout 120";
+   if (std::system(command.c_str()) != 0)
+      std::exit(1);
+}
+
+// --- The publisher.
+
+class Publisher final : public Ordel::Mounter {
+  public:
+   explicit Publisher(std::string const& socketPath) : Mounter(Kem::Name("scale")) {
+      manager_ = Kem::makePtr<Ordel::EntityManager>(Records::schema(), Records::typeInfo, "publisher",
+                                                    Ordel::Role::tool);
+      if (auto const error = manager_->connect(socketPath, 10); !error.empty()) {
+         std::fprintf(stderr, "%s\n", error.c_str());
+         std::exit(1);
+      }
+      auto const group = manager_->getMountGroup(*this);
+      group->doMount({"wc", "Bridging::Input::CliConfig", "bridging/input/config/cli"});
+      group->doMount({"w", "Interface::EthIntfConfigDir", "interface/config/eth/intf"});
+      group->doMount({"w", "Interface::EthIntfStatusDir", "interface/status/eth/intf"});
+      group->doClose(false, "scale", 0.0);
+      while (!isComplete_)
+         Kem::activityManager()->runTurn(0.01);
+      cli = manager_->entity<Bridging::Input::CliConfig>("bridging/input/config/cli");
+      ethIntfConfig = manager_->entity<Interface::EthIntfConfigDir>("interface/config/eth/intf");
+      ethIntfStatus = manager_->entity<Interface::EthIntfStatusDir>("interface/status/eth/intf");
+   }
+   // Sends what was changed.
+   void flush() {
+      do
+         Kem::activityManager()->runTurn(0);
+      while (manager_->attributeLog()->unsentBytes() > 0);
+   }
+
+   Kem::Ptr<Bridging::Input::CliConfig> cli;
+   Kem::Ptr<Interface::EthIntfConfigDir> ethIntfConfig;
+   Kem::Ptr<Interface::EthIntfStatusDir> ethIntfStatus;
+
+  private:
+   void doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager&) override { isComplete_ = true; }
+   char const* attributeString(Kem::AttrId) const override { return nullptr; }
+   Kem::TypeInfo const& typeInfo() const override {
+      static Kem::TypeInfo const type = {"Publisher", Kem::noTypeId, nullptr, nullptr};
+      return type;
+   }
+   Kem::AttrId attributeCount() const override { return 0; }
+   void encodeContents(Kem::AttributeSink&) const override {}
+   void encodeDifference(Kem::Entity const&, Kem::AttributeSink&) const override {}
+
+   Kem::Ptr<Ordel::EntityManager> manager_;
+   bool isComplete_ = false;
+};
+
+Sulvi::IntfId portOf(unsigned number) {
+   return Sulvi::IntfId("Ethernet" + std::to_string(number));
+}
+
+// --- A switch of one size.
+
+class Switch {
+  public:
+   Switch(unsigned vlans, unsigned ports)
+       : vlans_(vlans), ports_(ports), socketPath_("/tmp/scale-bench-" + std::to_string(getpid()) + ".sock"),
+         database_(Bench::startDatabase(binFolder + "/ordeld", socketPath_)),
+         agent_(std::make_unique<AgentProcess>(socketPath_)), counter_(socketPath_),
+         publisher_(Kem::makePtr<Publisher>(socketPath_)) {
+      publisher_->cli->vlanConfigPriorityIs(100);
+      publisher_->cli->switchIntfConfigPriorityIs(100);
+      for (unsigned port = 1; port <= ports_; ++port) {
+         publisher_->ethIntfConfig->intfConfigIs(portOf(port));
+         publisher_->ethIntfStatus->intfStatusIs(portOf(port));
+      }
+      publisher_->flush();
+      settle(socketPath_);
+   }
+   ~Switch() {
+      publisher_ = nullptr;
+      agent_.reset();
+      Bench::stop(database_);
+      unlink(socketPath_.c_str());
+   }
+
+   // Seconds from publishing all VLANs and trunks until the subscriber has seen the last membership.
+   double bulk() {
+      counter_.expect(int64_t(vlans_) * ports_);
+      double const start = Kem::now();
+      for (unsigned vlan = 1; vlan <= vlans_; ++vlan)
+         publisher_->cli->vlanConfigIs(Bridging::VlanId(vlan));
+      for (unsigned port = 1; port <= ports_; ++port)
+         publisher_->cli->switchIntfConfigIs(portOf(port), Bridging::Input::SwitchportMode::trunk_);
+      publisher_->flush();
+      return counter_.waitFor() - start;
+   }
+
+   // Seconds of each change: VLAN 1 is taken from the last port, or given back to it. During a bulk change
+   // the upper half of the VLANs is deleted or made again meanwhile.
+   std::vector<double> singleChanges(unsigned count, bool duringBulk) {
+      auto const port = publisher_->cli->switchIntfConfig(portOf(ports_));
+      std::vector<double> times;
+      bool hasUpperHalf = true;
+      for (unsigned i = 0; i < count; ++i) {
+         if (duringBulk && i % 50 == 0)
+            upperHalfIs(hasUpperHalf = !hasUpperHalf);
+         bool const isTaken = i % 2 == 0;
+         counter_.expectInVlan1(int64_t(ports_) - isTaken);
+         double const start = Kem::now();
+         port->trunkAllowedVlansIs(isTaken ? "2-4094" : "1-4094");
+         publisher_->flush();
+         times.push_back(counter_.waitFor() - start);
+         usleep(1000);
+      }
+      if (!hasUpperHalf)
+         upperHalfIs(true);
+      settle(socketPath_);
+      std::sort(times.begin(), times.end());
+      return times;
+   }
+
+   // Seconds from the start of a new agent until it has settled; `changes` is what the subscriber saw of it.
+   double restart(uint64_t& changes) {
+      settle(socketPath_);
+      agent_->end(SIGKILL);
+      uint64_t const before = counter_.changes();
+      double const start = Kem::now();
+      agent_ = std::make_unique<AgentProcess>(socketPath_);
+      settle(socketPath_);
+      double const time = Kem::now() - start;
+      usleep(200000);
+      changes = counter_.changes() - before;
+      return time;
+   }
+
+   void printMemory() const {
+      std::printf("resident memory, MB (peak): agent %zu (%zu), database %zu (%zu), subscriber %zu (%zu)\n",
+                  residentMegabytes(agent_->pid(), "VmRSS"), residentMegabytes(agent_->pid(), "VmHWM"),
+                  residentMegabytes(database_, "VmRSS"), residentMegabytes(database_, "VmHWM"),
+                  residentMegabytes(counter_.pid(), "VmRSS"), residentMegabytes(counter_.pid(), "VmHWM"));
+   }
+
+  private:
+   void upperHalfIs(bool stands) {
+      for (unsigned vlan = vlans_ / 2 + 1; vlan <= vlans_; ++vlan)
+         if (stands)
+            publisher_->cli->vlanConfigIs(Bridging::VlanId(vlan));
+         else
+            publisher_->cli->vlanConfigDel(Bridging::VlanId(vlan));
+      publisher_->flush();
+   }
+
+   unsigned const vlans_, ports_;
+   std::string const socketPath_;
+   pid_t const database_;
+   std::unique_ptr<AgentProcess> agent_;
+   Bench::Counter counter_;
+   Kem::Ptr<Publisher> publisher_;
+};
+
+double medianOf(std::vector<double> values) {
+   std::sort(values.begin(), values.end());
+   return values[values.size() / 2];
+}
+
+double bulkOnce(unsigned vlans, unsigned ports) {
+   return Switch(vlans, ports).bulk();
+}
+
+void measure(unsigned vlans, unsigned ports, int repeat) {
+   std::printf("%u VLANs x %u trunk ports = %u memberships\n", vlans, ports, vlans * ports);
+   std::vector<double> bulks;
+   for (int i = 1; i < repeat; ++i)
+      bulks.push_back(bulkOnce(vlans, ports));
+   Switch aSwitch(vlans, ports);
+   bulks.push_back(aSwitch.bulk());
+   auto const [low, high] = std::minmax_element(bulks.begin(), bulks.end());
+   std::printf("published to last membership seen: median %.2f s (%.2f to %.2f), %.0f ns a membership\n",
+               medianOf(bulks), *low, *high, medianOf(bulks) / (double(vlans) * ports) * 1e9);
+   aSwitch.printMemory();
+   for (bool const duringBulk : {false, true}) {
+      auto const times = aSwitch.singleChanges(1000, duringBulk);
+      std::printf("one VLAN on one port, %s: median %.0f us, 99th percentile %.0f us, longest %.0f us\n",
+                  duringBulk ? "during a bulk change" : "idle", times[500] * 1e6, times[990] * 1e6,
+                  times.back() * 1e6);
+   }
+   uint64_t changes = 0;
+   double const restart = aSwitch.restart(changes);
+   std::printf("restart of the agent until settled: %.2f s; the subscriber saw %llu changes\n", restart,
+               static_cast<unsigned long long>(changes));
+   aSwitch.printMemory();
+}
+
+void measureGrowth() {
+   std::printf("%8s %8s %10s %12s\n", "VLANs", "ports", "seconds", "ns each");
+   auto const line = [](unsigned vlans, unsigned ports) {
+      double const time = medianOf({bulkOnce(vlans, ports), bulkOnce(vlans, ports), bulkOnce(vlans, ports)});
+      std::printf("%8u %8u %10.3f %12.0f\n", vlans, ports, time, time / (double(vlans) * ports) * 1e9);
+      std::fflush(stdout);
+   };
+   for (unsigned vlans : {512u, 1024u, 2048u, 4094u})
+      line(vlans, 256);
+   for (unsigned ports : {64u, 256u, 512u, 1024u})
+      line(1024, ports);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+   unsigned vlans = 4094, ports = 512;
+   int repeat = 3;
+   bool growth = false;
+   for (int i = 1; i < argc; ++i) {
+      std::string_view const option = argv[i];
+      if (option == "--growth") {
+         growth = true;
+      } else if (i + 1 < argc && (option == "--vlans" || option == "--ports" || option == "--repeat")) {
+         int const number = std::atoi(argv[++i]);
+         if (option == "--vlans")
+            vlans = static_cast<unsigned>(std::clamp(number, 1, 4094));
+         else if (option == "--ports")
+            ports = static_cast<unsigned>(std::clamp(number, 1, 8192));
+         else
+            repeat = std::max(1, number);
+      } else {
+         std::fprintf(stderr, "Usage: scale_bench [--vlans N] [--ports N] [--repeat N] | --growth\n");
+         return 2;
+      }
+   }
+   std::string const program = argv[0];
+   binFolder = program.substr(0, program.rfind('/') + 1) + "..";
+   if (growth)
+      measureGrowth();
+   else
+      measure(vlans, ports, repeat);
+   return 0;
+}
