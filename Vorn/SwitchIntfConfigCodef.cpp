@@ -108,9 +108,9 @@ SwitchIntfConfigCodef::switchIntfConfigEntrySmIs(Sulvi::IntfId intfId,
                                                  Kem::Ptr<Bridging::Input::SwitchIntfConfig> const& out) {
    if (auto const standing = switchIntfConfigEntrySm(intfId)) {
       if (standing->configIn() != in)
-         Kem::throwReinstantiating("configIn", in->fullName(), standing->configIn()->fullName());
+         Kem::throwReinstantiating("configIn", standing->configIn()->fullName(), in->fullName());
       if (standing->configOut() != out)
-         Kem::throwReinstantiating("configOut", out->fullName(), standing->configOut()->fullName());
+         Kem::throwReinstantiating("configOut", standing->configOut()->fullName(), out->fullName());
       return standing;
    }
    auto const entry = Kem::makePtr<SwitchIntfConfigEntrySm>(*this, intfId, in, out);

@@ -141,9 +141,9 @@ VlanConfigCodef::vlanConfigEntrySmIs(Bridging::VlanId vlanId,
                                      Kem::Ptr<Bridging::Input::VlanConfig> const& out) {
    if (auto const standing = vlanConfigEntrySm(vlanId)) {
       if (standing->vcfgIn() != in)
-         Kem::throwReinstantiating("vcfgIn", in->fullName(), standing->vcfgIn()->fullName());
+         Kem::throwReinstantiating("vcfgIn", standing->vcfgIn()->fullName(), in->fullName());
       if (standing->vcfgOut() != out)
-         Kem::throwReinstantiating("vcfgOut", out->fullName(), standing->vcfgOut()->fullName());
+         Kem::throwReinstantiating("vcfgOut", standing->vcfgOut()->fullName(), out->fullName());
       return standing;
    }
    return *vlanConfigEntrySm_

@@ -47,7 +47,7 @@ BridgingConfigSm::~BridgingConfigSm() = default;
 void BridgingConfigSm::handleInitialized() {
    VORN_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
    initialized_ = true;
-   auto const clock = in_.recoveryTimer;
+   auto const clock = Kem::ActivityFacility::clock();
    vlanConfigCodef_ = Kem::makePtr<VlanConfigCodef>(clock, in_.configIn, *this);
    // Allocation has to work before the selector has run.
    config().internalVlanAllocationPolicyIs(cliConfig().internalVlanAllocationPolicy());
@@ -157,8 +157,8 @@ BridgingConfigSm::switchIntfSmIs(Sulvi::IntfId intfId,
                                 })
                   .first;
    if (sm->bridgingConfig() != bridgingConfig)
-      Kem::throwReinstantiating("bridgingConfig", bridgingConfig->fullName(),
-                                sm->bridgingConfig()->fullName());
+      Kem::throwReinstantiating("bridgingConfig", sm->bridgingConfig()->fullName(),
+                                bridgingConfig->fullName());
    sm->switchIntfConfigIs(switchIntfConfig);
    sm->ethIntfConfigIs(ethIntfConfig);
    sm->ethIntfStatusIs(ethIntfStatus);

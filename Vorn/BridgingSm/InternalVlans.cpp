@@ -76,7 +76,7 @@ void BridgingConfigSm::takeOverInternalVlans() {
       auto const input = configIn() ? configIn()->switchIntfConfig(intfId) : nullptr;
       if (!input || input->enabled())
          continue;
-      auto const ethIntfConfig = in_.ethIntfConfigDir->intfConfig(intfId);
+      auto const ethIntfConfig = in_.ethIntfConfigDir ? in_.ethIntfConfigDir->intfConfig(intfId) : nullptr;
       if (ethIntfConfig &&
           ethIntfConfig->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown)
          continue;

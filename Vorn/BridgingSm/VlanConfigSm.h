@@ -35,6 +35,7 @@ class VlanConfigSm final : public Kem::PtrInterface {
       void onVlanTypeAndPrimaryVlan() override { sm.handleVlanTypeAndPrimaryVlan(); }
       void onConfiguredName() override { sm.handleConfiguredName(); }
       void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
+      void onTrunkGroupkemImmediate() override { sm.handleTrunkGroup(); }
       VlanConfigSm& sm;
    };
    // The central pass: the state, and then every port's mode and membership.
