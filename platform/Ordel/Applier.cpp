@@ -11,35 +11,24 @@ namespace Ordel {
 using Records::EntityType;
 using Records::Form;
 
-namespace {
-
-constexpr size_t keptBytes = 8u << 20; // buffers above it are given back after a block
-
-template <class Buffer>
-void clearBuffer(Buffer& buffer) {
-   buffer.clear();
-   if (buffer.capacity() * sizeof(typename Buffer::value_type) > keptBytes)
-      Buffer().swap(buffer);
-}
-
-} // namespace
-
 Applied const& Applier::apply(std::string_view operations, uint8_t flags) {
    store_.bury();
    isStrict_ = flags & writeStrict;
-   nextNodeBefore_ = store_.nextNode;
+   undo_.begin();
    run(operations);
-   if (applied_.isDone())
-      commit();
-   else
-      rollBack();
+   if (applied_.isDone()) {
+      undo_.commit();
+   } else {
+      undo_.rollBack();
+      out_.clear();
+      groups_.clear();
+      nodes_.clear();
+      isNew_.clear();
+   }
    applied_.bytes = out_.view();
    applied_.groups = groups_;
    applied_.nodes = nodes_;
    applied_.isNew = isNew_;
-   clearBuffer(undo_);
-   clearBuffer(keyBytes_);
-   clearBuffer(oldBytes_);
    return applied_;
 }
 
@@ -53,14 +42,14 @@ Applied const& Applier::load(std::string_view operations) {
 
 void Applier::run(std::string_view operations) {
    applied_ = {};
-   if (out_.capacity() > keptBytes) {
+   if (out_.capacity() > UndoLog::keptBytes) {
       out_.clear();
       out_.shrink();
    }
    out_.clear();
-   clearBuffer(groups_);
-   clearBuffer(nodes_);
-   clearBuffer(isNew_);
+   UndoLog::clearBuffer(groups_);
+   UndoLog::clearBuffer(nodes_);
+   UndoLog::clearBuffer(isNew_);
    target_ = {};
    isGroupOpen_ = false;
    runBegin_ = nullptr;
@@ -104,7 +93,6 @@ void Applier::run(std::string_view operations) {
 }
 
 // --- Whom the operations are said of
-// ----------------------------------------------------------------------------
 
 void Applier::readAt(Wire::Reader& in) {
    uint32_t const number = in.u32();
@@ -238,251 +226,7 @@ bool Applier::readValue(Wire::Reader& in, Slot const& slot, Packed const* key, P
    return false;
 }
 
-// --- The operations
-// ---------------------------------------------------------------------------------------------
-
-void Applier::readSet(Wire::Reader& in, char const* begin) {
-   Slot const* const slot = readSlot(in);
-   if (!slot)
-      return;
-   if (!slot->isSingle()) {
-      refuse(place(slot), "a collection can't be set");
-      return;
-   }
-   Packed value;
-   if (!readValue(in, *slot, nullptr, value))
-      return;
-   if (!target_.entity) {
-      dropped(begin);
-      return;
-   }
-   Entity& entity = *target_.entity;
-   char* const at = Store::place(entity, *slot);
-   if (isStored(*slot, at, value)) {
-      dropped(begin);
-      return;
-   }
-   bool const isFixed = slot->isKey && Store::isKeyFilled(entity);
-   if (isFixed || (slot->isInput && Store::bornIn(entity) != store_.serial && !store_.isMirror)) {
-      refuse(place(slot), "is given at creation");
-      return;
-   }
-   if (isLoading_) {
-      freeText(slot->value->isText() ? displace(*slot, at) : 0);
-   } else {
-      auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-      record(Undone::set, entity, attribute, 0, displace(*slot, at));
-   }
-   store(entity, *slot, at, value);
-   effective(in, begin);
-}
-
-void Applier::readPut(Wire::Reader& in, char const* begin) {
-   Slot const* const slot = readSlot(in);
-   if (!slot)
-      return;
-   if (slot->form != Form::map && slot->form != Form::references) {
-      refuse(place(slot), slot->holdsEntities() ? "holds entities, which are created" : "is no collection");
-      return;
-   }
-   Packed key, value;
-   if (!readKey(in, *slot, key) || !readValue(in, *slot, &key, value))
-      return;
-   if (!target_.entity) {
-      dropped(begin);
-      return;
-   }
-   Entity& entity = *target_.entity;
-   Table& members = Store::tableMade(entity, *slot);
-   bool isNew = false;
-   KeyProbe const probe = Store::probe(*slot, key);
-   uint32_t const position = members.findOrInsert(probe, isNew);
-   char* const at = members.value(position);
-   if (!isNew && isStored(*slot, at, value)) {
-      dropped(begin);
-      return;
-   }
-   if (!isLoading_) {
-      auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-      record(isNew ? Undone::put : Undone::replaced, entity, attribute, keepKey(*slot, probe),
-             isNew ? 0 : displace(*slot, at));
-   } else if (!isNew && slot->value->isText()) {
-      freeText(displace(*slot, at));
-   }
-   store(entity, *slot, at, value);
-   effective(in, begin, isNew);
-}
-
-void Applier::readErase(Wire::Reader& in, char const* begin) {
-   Slot const* const slot = readSlot(in);
-   if (!slot)
-      return;
-   if (!slot->isCollection() || isLoading_) {
-      refuse(place(slot), isLoading_ ? "a snapshot erases nothing" : "is no collection");
-      return;
-   }
-   Packed key;
-   if (!readKey(in, *slot, key))
-      return;
-   if (!target_.entity) {
-      dropped(begin);
-      return;
-   }
-   Entity& entity = *target_.entity;
-   KeyProbe const probe = Store::probe(*slot, key);
-   Table* const members = Store::table(entity, *slot);
-   uint32_t const position = members ? members->find(probe) : Table::none;
-   if (position == Table::none) {
-      if (notThere(isStrict_ ? place(slot, &key) : std::string()))
-         dropped(begin);
-      return;
-   }
-   effective(in, begin); // before the change: it names the entity by what still stands
-   if (slot->holdsEntities()) {
-      erase(*Store::entityAt(*members, position));
-      return;
-   }
-   auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-   record(Undone::erased, entity, attribute, keepKey(*slot, probe),
-          displace(*slot, members->value(position)));
-   if (slot->value->isText())
-      std::memset(members->value(position), 0, sizeof(Text)); // its text stands in the log
-   members->erase(position);
-   Store::dropTableIfEmpty(entity, *slot);
-}
-
-void Applier::readCreate(Wire::Reader& in, char const* begin) {
-   Slot const* const slot = readSlot(in);
-   if (!slot)
-      return;
-   if (!slot->holdsEntities()) {
-      refuse(place(slot), "holds no entities");
-      return;
-   }
-   Packed key;
-   if (!readKey(in, *slot, key))
-      return;
-   bool const isInDirectory = target_.layout->type.isDirectory();
-   uint16_t const typeId = in.u16();
-   uint32_t const node = isInDirectory ? in.u32() : 0;
-   if (!in.good())
-      return;
-   if (typeId >= store_.schema.entities.size()) {
-      refuse(place(slot, &key), "there is no type of number " + std::to_string(typeId));
-      return;
-   }
-   EntityType const& type = store_.schema.entities[typeId];
-   if (isInDirectory) {
-      Wire::Reader name(key.view());
-      if (char const* reason = badName(name.string())) {
-         refuse(place(slot, &key), reason);
-         return;
-      }
-      if (isLoading_ ? node == 0 || node >= store_.nextNode : !store_.isMirror && node != 0) {
-         refuse(place(slot, &key), "the number of a node is given by the database");
-         return;
-      }
-   } else if (!type.isA(*slot->attribute->target)) {
-      refuse(place(slot, &key), std::string(type.name) + " can't stand where " +
-                                    std::string(slot->attribute->target->name) + " is declared");
-      return;
-   }
-   if (!target_.entity) {
-      dropped(begin);
-      return;
-   }
-
-   Entity& entity = *target_.entity;
-   KeyProbe const probe = Store::probe(*slot, key);
-   Entity* const standing = Store::child(entity, *slot, probe);
-   bool const isOfOtherNumber = standing && node != 0 && standing->node() != 0 && standing->node() != node;
-   if (standing && !isOfOtherNumber && &standing->type() == &type) {
-      if (node != 0 && standing->node() == 0)
-         store_.numberIs(*standing, node); // a mirror learns the number of what it passed on the way
-      dropped(begin);
-      return;
-   }
-   if (standing && !(store_.isMirror && isOfOtherNumber)) {
-      refuse(place(slot, &key),
-             "is a " + std::string(standing->type().name) + " and can't become a " + std::string(type.name));
-      return;
-   }
-   if (node != 0 && store_.node(node)) {
-      refuse(place(slot, &key),
-             "number " + std::to_string(node) + " belongs to " + Store::selectorText(*store_.node(node)));
-      return;
-   }
-   if (isInDirectory ? Store::depth(entity) + type.isDirectory() > maxPathDepth
-                     : Store::steps(entity) >= maxStepCount) {
-      refuse(place(slot, &key), "too deep");
-      return;
-   }
-   if (standing)
-      erase(*standing);
-
-   auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
-   Entity& made = store_.create(type, entity, attribute, probe, getsNumber ? store_.nextNode : node);
-   if (isLoading_)
-      return;
-   record(Undone::created, made, attribute, 0, 0);
-   if (made.isNode())
-      nodes_.push_back({&made, true});
-   dropped(begin); // passed on with the number that the node has now
-   isNew_.push_back(true);
-   openGroup();
-   Store::encodeCreate(made, out_);
-}
-
-void Applier::erase(Entity& entity) {
-   Store::eachBelow(entity, [&](Entity& below) {
-      if (!below.isNode())
-         return;
-      store_.remember(below);
-      nodes_.push_back({&below, false});
-   });
-   store_.takeOut(entity);
-   record(Undone::takenOut, entity, 0, 0, 0);
-}
-
-// --- Values
-// -----------------------------------------------------------------------------------------------------
-
-bool Applier::isStored(Slot const& slot, char const* place, Packed const& value) const {
-   if (!slot.value->isText())
-      return areEqualBytes(place, value.bytes, value.size);
-   Text text;
-   std::memcpy(&text, place, sizeof text);
-   return (text ? textView(text) : slot.zero) == value.view();
-}
-
-void Applier::store(Entity& entity, Slot const& slot, char* place, Packed const& value) {
-   if (!slot.value->isText()) {
-      copyBytes(place, value.bytes, value.size);
-      return;
-   }
-   Text const text = value.view() == slot.zero ? 0 : makeText(value.view());
-   std::memcpy(place, &text, sizeof text);
-}
-
-// What stands there, for the log: a text is moved, so the place must be overwritten.
-uint64_t Applier::displace(Slot const& slot, char const* place) {
-   size_t const size = slot.value->size();
-   if (size <= sizeof(uint64_t))
-      return loadBytes(place, size);
-   uint64_t const old = oldBytes_.size();
-   oldBytes_.append(place, size);
-   return old;
-}
-
-void Applier::restore(Slot const& slot, char* place, uint64_t old) {
-   size_t const size = slot.value->size();
-   std::memcpy(place, size <= sizeof old ? reinterpret_cast<char const*>(&old) : oldBytes_.data() + old,
-               size);
-}
-
 // --- What takes effect
-// ------------------------------------------------------------------------------------------
 
 void Applier::openGroup() {
    if (isGroupOpen_)
@@ -522,7 +266,6 @@ void Applier::closeGroup(char const* end) {
 }
 
 // --- Refusals
-// ---------------------------------------------------------------------------------------------------
 
 // True when the operation may be dropped.
 bool Applier::notThere(std::string const& where) {
@@ -566,89 +309,6 @@ std::string Applier::place(Slot const* slot, Packed const* key) const {
    if (key)
       text += bracketed(keyPart);
    return text;
-}
-
-// --- Taking back
-// ------------------------------------------------------------------------------------------------
-
-// Of a text its place in keyBytes_: where it begins and how long it is.
-uint64_t Applier::keepKey(Slot const& slot, KeyProbe const& key) {
-   if (!slot.shape.isKeyText)
-      return key.bits;
-   uint64_t const kept = uint64_t{keyBytes_.size()} << 32 | key.text.size();
-   keyBytes_.append(key.text);
-   return kept;
-}
-
-KeyProbe Applier::keptKey(Slot const& slot, uint64_t kept) const {
-   if (!slot.shape.isKeyText)
-      return {kept, {}};
-   return {0, std::string_view(keyBytes_).substr(kept >> 32, kept & UINT32_MAX)};
-}
-
-void Applier::record(Undone what, Entity& entity, unsigned attribute, uint64_t key, uint64_t old) {
-   undo_.push_back({what, static_cast<uint8_t>(attribute), &entity, key, old});
-}
-
-void Applier::rollBack() {
-   for (size_t i = undo_.size(); i-- > 0;) {
-      Undo const& undo = undo_[i];
-      Entity& entity = *undo.entity;
-      if (undo.what == Undone::created) {
-         store_.takeOut(entity);
-         store_.destroy(entity);
-         continue;
-      }
-      if (undo.what == Undone::takenOut) {
-         store_.putBack(entity);
-         continue;
-      }
-      Slot const& slot = Store::slot(entity, undo.attribute);
-      auto const freeNew = [&](char* at) {
-         if (slot.value->isText())
-            freeText(displace(slot, at));
-      };
-      if (undo.what == Undone::set) {
-         char* const at = Store::place(entity, slot);
-         freeNew(at);
-         restore(slot, at, undo.old);
-         continue;
-      }
-      KeyProbe const key = keptKey(slot, undo.key);
-      if (undo.what == Undone::put) {
-         Table& members = *Store::table(entity, slot);
-         members.erase(members.find(key));
-         Store::dropTableIfEmpty(entity, slot);
-         continue;
-      }
-      Table& members = Store::tableMade(entity, slot);
-      bool isNew = false;
-      char* const at = members.value(members.findOrInsert(key, isNew));
-      if (!isNew)
-         freeNew(at);
-      restore(slot, at, undo.old);
-   }
-   store_.nextNode = nextNodeBefore_;
-   out_.clear();
-   groups_.clear();
-   nodes_.clear();
-   isNew_.clear();
-}
-
-void Applier::commit() {
-   for (Undo const& undo : undo_) {
-      if (undo.what == Undone::takenOut) {
-         store_.buryLater(*undo.entity);
-         store_.entityErased(*undo.entity);
-         continue;
-      }
-      if (undo.what == Undone::created)
-         store_.entityCreated(*undo.entity);
-      if (undo.what == Undone::created || undo.what == Undone::put)
-         continue;
-      if (Store::slot(*undo.entity, undo.attribute).value->isText())
-         freeText(undo.old);
-   }
 }
 
 } // namespace Ordel

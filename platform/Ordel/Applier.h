@@ -1,13 +1,13 @@
 // Applies blocks of operations to a Store: reads, checks, changes, and takes everything back at the first
 // refusal.
 //
-// The undo log holds one short record for each change. Texts that a change displaced move into it and are
-// freed when the block is through; displaced entities stay whole until the next block. Buffers are kept from
-// block to block. Private to the tree.
+// Applier.cpp reads a block, finds whom each operation is said of and gathers what took effect;
+// ApplierOperations.cpp has the operations themselves. Private to the tree.
 #pragma once
 
 #include "Ordel/Store.h"
 #include "Ordel/Tree.h"
+#include "Ordel/UndoLog.h"
 
 #include <string>
 #include <vector>
@@ -16,7 +16,7 @@ namespace Ordel {
 
 class Applier {
   public:
-   explicit Applier(Store& store) : store_(store) {}
+   explicit Applier(Store& store) : store_(store), undo_(store) {}
 
    Applied const& apply(std::string_view operations, uint8_t flags);
    // Builds a bare tree from a snapshot: numbers are taken from the operations, what is not there is refused,
@@ -24,14 +24,7 @@ class Applier {
    Applied const& load(std::string_view operations);
 
   private:
-   enum class Undone : uint8_t { set, put, replaced, erased, created, takenOut };
-   struct Undo {
-      Undone what;
-      uint8_t attribute;
-      Entity* entity; // changed, made or taken out
-      uint64_t key;   // kept bits, or of a text its piece in keyBytes_
-      uint64_t old;   // kept value, or its piece in oldBytes_ where it is longer than eight bytes
-   };
+   using Undone = UndoLog::Undone;
    // What the operations that follow an `at` are said of.
    struct Target {
       Entity* entity = nullptr;
@@ -55,8 +48,6 @@ class Applier {
 
    void store(Entity& entity, Slot const& slot, char* place, Packed const& value);
    bool isStored(Slot const& slot, char const* place, Packed const& value) const;
-   uint64_t displace(Slot const& slot, char const* place);
-   void restore(Slot const& slot, char* place, uint64_t old);
    void erase(Entity& entity);
    void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);
 
@@ -72,23 +63,14 @@ class Applier {
    void refuseMalformed(std::string_view reason);
    std::string place(Slot const* slot = nullptr, Packed const* key = nullptr) const;
 
-   uint64_t keepKey(Slot const& slot, KeyProbe const& key);
-   KeyProbe keptKey(Slot const& slot, uint64_t kept) const;
-   void record(Undone what, Entity& entity, unsigned attribute, uint64_t key, uint64_t old);
-   void rollBack();
-   void commit();
-
    Store& store_;
+   UndoLog undo_;
    bool isStrict_ = false;
    bool isLoading_ = false;
 
    // Of the block.
    char const* blockBegin_ = nullptr;
    Target target_;
-   std::vector<Undo> undo_;
-   std::string keyBytes_;
-   std::string oldBytes_;
-   uint32_t nextNodeBefore_ = 0;
 
    // What takes effect.
    Applied applied_;
