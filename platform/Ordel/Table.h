@@ -7,6 +7,7 @@
 // that values may point at. Private to the store.
 #pragma once
 
+#include "Ordel/SeededHash.h"
 #include "Ordel/Values.h"
 
 #include <cstdint>
@@ -60,8 +61,8 @@ class Table {
    uint64_t load(char const* key) const { return loadBytes(key, shape_.keySize); }
    uint32_t hash(KeyProbe const& key) const {
       if (shape_.isKeyText)
-         return hashOf(key.text);
-      return static_cast<uint32_t>(key.bits * 0x9e3779b97f4a7c15u >> 32); // spreads rows of numbers evenly
+         return seededHash(key.text);
+      return seededHash(key.bits);
    }
    uint32_t hashAt(uint32_t position) const;
    bool isEqual(uint32_t position, KeyProbe const& key) const {

@@ -1,6 +1,7 @@
 #include "Ordel/Values.h"
 #include "Kem/Assert.h"
 #include "Ordel/Protocol.h"
+#include "Ordel/SeededHash.h"
 #include "Ordel/Selector.h"
 #include "Sulvi/IntfId.h"
 #include "Sulvi/NamespaceName.h"
@@ -98,18 +99,11 @@ bool passValue(ValueType const& type, Wire::Reader& in, Problem* problem) {
 
 } // namespace
 
-uint32_t hashOf(std::string_view bytes) {
-   uint32_t hash = 2166136261u; // FNV-1a
-   for (char const c : bytes)
-      hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
-   return hash;
-}
-
 Text makeText(std::string_view bytes) {
    void* const memory = std::malloc(sizeof(TextHeader) + bytes.size());
    if (!memory)
       throw std::bad_alloc();
-   TextHeader const header{static_cast<uint32_t>(bytes.size()), hashOf(bytes)};
+   TextHeader const header{static_cast<uint32_t>(bytes.size()), seededHash(bytes)};
    std::memcpy(memory, &header, sizeof header);
    std::memcpy(static_cast<char*>(memory) + sizeof header, bytes.data(), bytes.size());
    return reinterpret_cast<Text>(memory);

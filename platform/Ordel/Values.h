@@ -25,8 +25,7 @@ inline void freeText(Text text) {
    std::free(reinterpret_cast<void*>(text));
 }
 std::string_view textView(Text text); // not of 0
-uint32_t textHash(Text text);         // that of hashOf(textView(text))
-uint32_t hashOf(std::string_view bytes);
+uint32_t textHash(Text text);         // seededHash(textView(text))
 
 // Copies and compares of the sizes that values mostly have, each a move or two instead of a call.
 inline void copyBytes(void* to, void const* from, size_t size) {
