@@ -13,6 +13,7 @@
 #include "Ordel/Mount.h"
 #include "records/Redundancy/RedundancyStatus.h"
 
+#include <memory>
 #include <string>
 
 namespace AgentBase {
@@ -27,6 +28,8 @@ class CAgent : public Ordel::Mounter {
    void doMountsComplete(Ordel::MountStatus const& mountStatus,
                          Ordel::EntityManager& entityManager) override {}
    void handleMountStatus(Ordel::MountStatus const& mountStatus) override {}
+   // The agent has become warm: its start has settled, and what it wrote is there for others to see.
+   virtual void doUpdateWarm() {}
    // Before doInit, with the redundancy status at hand.
    virtual void doPreInit() {}
    // Asks the entity manager for the agent's mounts.
@@ -41,12 +44,18 @@ class CAgent : public Ordel::Mounter {
    // The boot stages begin anew.
    virtual void handleStageInstance(uint32_t instance) {}
 
-   // The agent has become warm: its start has settled, and what it wrote is there for others to see.
-   virtual void doUpdateWarm() {}
-
    // --- Attributes.
+
+   // The name by which the database knows the process; that of the agent unless set.
+   std::string agentOrdelName() const { return agentOrdelName_.empty() ? name().str() : agentOrdelName_; }
+   virtual void agentOrdelNameIs(std::string const& agentOrdelName) { agentOrdelName_ = agentOrdelName; }
+   // How often the trace is told, until the agent is warm, what it is waiting for; 0, as at first, for never.
+   Kem::Seconds warmupReportingInterval() const { return warmupReportingInterval_; }
+   virtual void warmupReportingIntervalIs(Kem::Seconds interval);
    Kem::Ptr<Ordel::EntityManager> const& entityManager() const { return entityManager_; }
    virtual void entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager);
+   // Path of the settings of the agent's process, an Agent::AgentConfig: "cell/1/agent/config/Vorn".
+   std::string agentCfgName() const { return cellPath_ + "/agent/config/" + name().str(); }
    // The supervisor that the process runs on; 1 unless the runner says otherwise.
    uint32_t cellId() const { return cellId_; }
    // Sets cellPath too.
@@ -57,15 +66,21 @@ class CAgent : public Ordel::Mounter {
    // Path of the directory of the cell, without a slash at its end: "cell/1".
    std::string const& cellPath() const { return cellPath_; }
    virtual void cellPathIs(std::string const& cellPath) { cellPath_ = cellPath; }
-   // Null until the base has mounted it.
-   Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus() const { return redundancyStatus_; }
-   virtual void redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus);
-   // doMountsComplete has returned.
-   bool initialized() const { return initialized_; }
-   virtual void initializedIs(bool initialized) { initialized_ = initialized; }
    bool warm() const { return warm_; }
    // Calls doUpdateWarm when it becomes true.
    virtual void warmIs(bool warm);
+   // Whether startupReady follows from initialized, as at first. Off, the agent says itself when it is ready.
+   bool autoSetReady() const { return autoSetReady_; }
+   virtual void autoSetReadyIs(bool autoSetReady) { autoSetReady_ = autoSetReady; }
+   // Null until the base has mounted it.
+   Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus() const { return redundancyStatus_; }
+   virtual void redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus);
+   // The agent has started all that it starts by itself; it becomes warm when that has settled.
+   bool startupReady() const { return startupReady_; }
+   virtual void startupReadyIs(bool startupReady) { startupReady_ = startupReady; }
+   // doMountsComplete has returned.
+   bool initialized() const { return initialized_; }
+   virtual void initializedIs(bool initialized);
 
    // An agent is no record: it stands in no tree and encodes nothing.
    Kem::AttrId attributeCount() const override { return 0; }
@@ -76,13 +91,21 @@ class CAgent : public Ordel::Mounter {
    explicit CAgent(Kem::Name name);
 
   private:
+   class WarmupReport;
+   void reportWarmup();
+
+   std::string agentOrdelName_;
+   Kem::Seconds warmupReportingInterval_ = 0;
+   std::unique_ptr<WarmupReport> agentWarmupReportReactor_;
    Kem::Ptr<Ordel::EntityManager> entityManager_;
    uint32_t cellId_ = 1;
    uint32_t sliceId_ = 0;
    std::string cellPath_ = "cell/1";
    Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus_;
-   bool initialized_ = false;
    bool warm_ = false;
+   bool autoSetReady_ = true;
+   bool startupReady_ = false;
+   bool initialized_ = false;
 };
 
 // What a module exports, under this C name: makes the agent, with one reference that is the caller's.

@@ -24,6 +24,8 @@ constexpr Kem::Seconds connectTimeout = 10.0;
 constexpr Kem::Seconds connectRetry = 0.2;
 // A start that does not settle is shown to the others all the same.
 constexpr Kem::Seconds holdLimit = 30.0;
+// Until the agent is warm, its trace says this often what it is waiting for.
+constexpr Kem::Seconds warmupReports = 10.0;
 
 void say(std::string const& line) {
    std::fprintf(stderr, "agent-runner[%d]: %s\n", getpid(), line.c_str());
@@ -94,7 +96,7 @@ class Runner::Ready final {
    ~Ready() { Kem::activityManager()->turnEndHookDel(onTurnEnd, this); }
    static void onTurnEnd(void* self) { static_cast<Ready*>(self)->check(); }
    void check() {
-      if (isTold || runner.entityManager_->attributeLog()->isHeld())
+      if (isTold || !runner.agent_->startupReady() || runner.entityManager_->attributeLog()->isHeld())
          return;
       isTold = true;
       runner.agent_->warmIs(true);
@@ -123,18 +125,20 @@ int Runner::load() {
    Cell::localIs(options_.cell);
    agent_ = Kem::Ptr<CAgent>::adopt(factory(options_.name.c_str()));
    agent_->cellIdIs(options_.cell);
+   agent_->agentOrdelNameIs(options_.name);
+   agent_->warmupReportingIntervalIs(warmupReports);
    return ExitStatus::stopped;
 }
 
 int Runner::connect() {
-   entityManager_ = Kem::makePtr<Ordel::EntityManager>(Records::schema(), Records::typeInfo, options_.name,
-                                                       Ordel::Role::agent);
+   entityManager_ = Kem::makePtr<Ordel::EntityManager>(Records::schema(), Records::typeInfo,
+                                                       agent_->agentOrdelName(), Ordel::Role::agent);
    Kem::Seconds const giveUp = Kem::now() + connectTimeout;
    for (;;) {
       std::string const error = entityManager_->connect(options_.socketPath, connectTimeout);
       if (error.empty())
          break;
-      if (Kem::now() > giveUp) {
+      if (entityManager_->isRefused() || Kem::now() > giveUp) {
          say(error);
          return ExitStatus::noDatabase;
       }
@@ -158,7 +162,7 @@ int Runner::run() {
    baseMounter_ = Kem::makePtr<BaseMounter>(*this);
    auto const group = entityManager_->getMountGroup(*baseMounter_);
    group->doMount({"r", "Redundancy::RedundancyStatus", Cell::path("redundancy/status", 0)});
-   group->doMount({"rc", "Agent::AgentConfig", Cell::path("agent/config/" + options_.name, 0)});
+   group->doMount({"rc", "Agent::AgentConfig", agent_->agentCfgName()});
    group->doClose(false, "base", 0.0);
    try {
       Kem::activityManager()->run();
@@ -172,8 +176,7 @@ int Runner::run() {
 }
 
 void Runner::handleBaseMounted() {
-   if (auto const config =
-           entityManager_->entity<Agent::AgentConfig>(Cell::path("agent/config/" + options_.name, 0))) {
+   if (auto const config = entityManager_->entity<Agent::AgentConfig>(agent_->agentCfgName())) {
       kemAgentConfig_ = std::make_unique<KemAgentConfig>();
       kemAgentConfig_->notifierIs(config);
    }

@@ -58,6 +58,7 @@ bool Connection::connect(std::string const& socketPath, std::string& error) {
    socket_ = socket;
    ++link_;
    isWelcome_ = false;
+   isRefused_ = false;
    sequence_ = 0;
    Wire::Writer& out = output_.begin(Frame::hello);
    out.u32(protocolMagic);
@@ -226,6 +227,7 @@ bool Connection::takeFrame(Frame frame, std::string_view payload) {
       if (!in.good())
          break;
       if (version != protocolVersion || fingerprint != schema_.fingerprint) {
+         isRefused_ = true;
          end("the database is of another version");
          return false;
       }
@@ -235,6 +237,7 @@ bool Connection::takeFrame(Frame frame, std::string_view payload) {
    }
    case Frame::refused: {
       std::string const reason(in.string());
+      isRefused_ = true;
       end(in.good() && !reason.empty() ? reason : "refused");
       return false;
    }

@@ -42,7 +42,10 @@ class Connection : private Kem::FileDescriptorWatch {
 
    bool isConnected() const { return socket_ >= 0; }
    bool isWelcome() const { return isWelcome_; } // the database has answered
-   int descriptor() const { return socket_; }    // -1 while not connected
+   // The last link ended because the two don't fit together, or the database said no: trying again at once is
+   // of no use.
+   bool isRefused() const { return isRefused_; }
+   int descriptor() const { return socket_; } // -1 while not connected
    // Bytes gathered here that the kernel hasn't taken yet.
    size_t unsentBytes() const { return output_.size(); }
    // The sequence of the changes that were taken in last: what `seen` of a write made now is.
@@ -98,6 +101,7 @@ class Connection : private Kem::FileDescriptorWatch {
 
    int socket_ = -1;
    bool isWelcome_ = false;
+   bool isRefused_ = false;
    bool isWatched_ = false;
    bool isConnecting_ = false; // connectAndWait runs
    uint32_t link_ = 0;         // counts the connections made: a handler may have ended one

@@ -39,6 +39,7 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    // refusal comes through the closed hook. Empty, or the reason: "path: reason".
    std::string connect(std::string const& socketPath, Kem::Seconds timeout);
    using Connection::isConnected;
+   using Connection::isRefused;
    // Called once, from the event loop, when the connection has ended.
    void closedHookIs(std::function<void(std::string const& reason)> hook) { closedHook_ = std::move(hook); }
 

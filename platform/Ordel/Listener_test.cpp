@@ -213,6 +213,7 @@ TEST_F(ListenerTest, refusedClientIsToldWhyAndClosed) {
    ASSERT_TRUE(client.connect(path, error));
    ASSERT_TRUE(runUntil(client, [&] { return !client.isConnected(); }));
    EXPECT_EQ(client.closed, "the client was built with other records than the database");
+   EXPECT_TRUE(client.isRefused());
    EXPECT_TRUE(runUntil(client, [&] { return server.clients().empty(); }));
 }
 
@@ -228,6 +229,7 @@ TEST_F(ListenerTest, connectionCanBeDrivenByTheLoop) {
    for (int i = 0; i < 1000 && client.isConnected(); ++i)
       Kem::activityManager()->runTurn(0.01);
    EXPECT_EQ(client.closed, "the database closed the connection");
+   EXPECT_FALSE(client.isRefused());
 }
 
 TEST_F(ListenerTest, nobodyListeningIsTold) {

@@ -1,7 +1,11 @@
 // The agent and the database come and go: what was written stands, and nobody else is disturbed.
+#include "Ordel/Frames.h"
 #include "Processes.h"
 
 #include <gmock/gmock.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -177,6 +181,42 @@ TEST(RunnerTest, databaseThatCanNotBeReachedIsNamed) {
                               "--socket", folder.file("absent.sock")});
    EXPECT_EQ(result.status, 4);
    EXPECT_THAT(result.errors, HasSubstr("absent.sock"));
+}
+
+// A database that was built with other records says so; nothing is gained by asking it again.
+TEST(RunnerTest, databaseOfOtherRecordsEndsItAtOnce) {
+   TempFolder folder;
+   std::string const path = folder.file("other.sock");
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   ASSERT_LT(path.size(), sizeof address.sun_path);
+   path.copy(address.sun_path, path.size());
+   int const listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   ASSERT_EQ(::bind(listening, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+   ASSERT_EQ(::listen(listening, 8), 0);
+   unsigned asked = 0;
+   std::thread database([&] {
+      for (int client; (client = ::accept(listening, nullptr, nullptr)) >= 0; ::close(client)) {
+         ++asked;
+         Ordel::FrameBuffer out;
+         out.begin(Ordel::Frame::refused).string("the client was built with other records than the database");
+         out.end();
+         EXPECT_EQ(::send(client, out.view().data(), out.size(), MSG_NOSIGNAL),
+                   static_cast<ssize_t>(out.size()));
+         char byte;
+         while (::recv(client, &byte, 1, 0) > 0) {
+         }
+      }
+   });
+   Result const result = run(
+       {program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so", "--socket", path});
+   ::shutdown(listening, SHUT_RDWR);
+   database.join();
+   ::close(listening);
+   EXPECT_EQ(result.status, 4);
+   EXPECT_THAT(result.errors,
+               HasSubstr("other.sock: the client was built with other records than the database"));
+   EXPECT_EQ(asked, 1u);
 }
 
 TEST(RunnerTest, helpAndVersionGoToStandardOutput) {
