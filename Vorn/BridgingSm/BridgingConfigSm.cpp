@@ -76,7 +76,7 @@ void BridgingConfigSm::handleVlanConfig() {
       if (isWanted && vlan->internal()) {
          // The user now wants the number of a routed port's VLAN.
          KEM_TRACE(theTrace, 0, "Deleting Vlan " << vlanId);
-         config().vlanConfigDel(vlanId);
+         resolvedVlanDel(vlanId);
          handleInternalVlanIdInUse(vlanId);
       } else if (!routedPort(vlanId).empty() || !startupRoutedPort(vlanId).empty()) {
          KEM_TRACE(theTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
@@ -103,7 +103,12 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
    }
    VORN_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
    KEM_TRACE(theTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
+   resolvedVlanDel(vlanId);
+}
+
+void BridgingConfigSm::resolvedVlanDel(Bridging::VlanId vlanId) {
    config().vlanConfigDel(vlanId);
+   switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->vlanDeleted(vlanId); });
 }
 
 void BridgingConfigSm::vlanConfigSmIs(Bridging::VlanId vlanId,

@@ -112,6 +112,8 @@ class BridgingConfigSm final : public Kem::PtrInterface {
                   Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
    Kem::Ptr<VlanConfigSm> vlanConfigSm(Bridging::VlanId vlanId) const;
 
+   // Deletes the resolved VLAN; nothing when there is none. The only way: the ports have to know.
+   void resolvedVlanDel(Bridging::VlanId vlanId);
    // The VLAN interface of that number, configured statically or else by a dynamic source; null when there is
    // none.
    Kem::Ptr<Interface::VlanIntfConfig const> vlanIntfConfigOf(Bridging::VlanId vlanId) const;

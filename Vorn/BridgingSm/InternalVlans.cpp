@@ -42,7 +42,7 @@ void deleteRoutedPortVlanConfig(BridgingConfigSm& sm, Sulvi::IntfId intfId, Brid
    Bridging::VlanId const vlan(vlanId);
    sm.internalVlanIdDel(intfId);
    sm.routedPortDel(vlan);
-   sm.config().vlanConfigDel(vlan);
+   sm.resolvedVlanDel(vlan);
    if (auto const out = sm.config().switchIntfConfig(intfId))
       out->switchportModeAndNativeVlanIs(
           {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 0});

@@ -22,6 +22,7 @@ SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Bridging::Config> const& bridgingConfig,
                            Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus)
     : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig) {
+   written_.fill(unknownMember); // of a run before there may be members left
    switchIntfConfigIs(switchIntfConfig);
    ethIntfConfigIs(ethIntfConfig);
    ethIntfStatusIs(ethIntfStatus);

@@ -19,6 +19,8 @@
 #include "records/Interface/EthIntfConfig.h"
 #include "records/Interface/EthIntfStatus.h"
 
+#include <array>
+
 namespace Vorn {
 
 class BridgingConfigSm;
@@ -62,6 +64,8 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // every VLAN, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
    void doSyncAllVlans();
+   // The resolved VLAN of that number has been deleted, and its members with it.
+   void vlanDeleted(Bridging::VlanId vlanId) { written_[vlanId] = unknownMember; }
    // The VLAN of that number, if it is resolved; 0 is none.
    void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
@@ -133,6 +137,10 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
    bool initialized_ = false;
+   // What this port has written into each VLAN, by number, so that a pass over all of them leaves alone, without a
+   // look-up, those where nothing changes. See memberCode.
+   static constexpr uint8_t unknownMember = 0xff;
+   std::array<uint8_t, Bridging::VlanId::max + 1> written_;
    KemSwitchIntfConfig kemSwitchIntfConfig_{*this};
    KemEthIntfConfig kemEthIntfConfig_{*this};
    KemEthIntfStatus kemEthIntfStatus_{*this};

@@ -40,7 +40,7 @@ void VlanConfigSm::handleInitialized() {
    // An internal VLAN of the run before, whose port hasn't claimed it yet: the user's claim wins.
    auto& config = parent_.config();
    if (auto const standing = config.vlanConfig(vlanId_); standing && standing->internal())
-      config.vlanConfigDel(vlanId_);
+      parent_.resolvedVlanDel(vlanId_);
    auto const out = config.vlanConfigIs(vlanId_, false);
    out->configSourceIs(Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();

@@ -49,6 +49,13 @@ bool sharesTrunkGroup(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm) 
    return shares;
 }
 
+// A membership as one number: 0 for none; the two flags, the direction, and a bit that says that there is one.
+constexpr uint8_t noMember = 0;
+uint8_t memberCode(Bridging::VlanPortConfig const& member) {
+   return static_cast<uint8_t>(1 | member.tagged << 1 | member.mappedUntagged << 2 |
+                               static_cast<unsigned>(member.direction) << 3);
+}
+
 } // namespace
 
 // The order of the rules is their meaning.
@@ -81,17 +88,25 @@ bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridgi
 
 void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    VORN_INVARIANT(initialized(), "initialized()");
+   uint8_t& written = written_[vlan.vlanId()];
    if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
-      vlan.intfDel(intfId_);
+      if (written != noMember) {
+         vlan.intfDel(intfId_);
+         written = noMember;
+      }
       return;
    }
-   if (out_->asymVlanEnabled()) {
+   Bridging::VlanPortConfig member;
+   if (out_->asymVlanEnabled())
       std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
                    static_cast<unsigned>(vlan.vlanId()));
-      vlan.intfIs(intfId_, {});
-      return;
+   else
+      member = memberOf(vlan);
+   uint8_t const code = memberCode(member);
+   if (written != code) {
+      vlan.intfIs(intfId_, member);
+      written = code;
    }
-   vlan.intfIs(intfId_, memberOf(vlan));
 }
 
 Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanConfig const& vlan) const {
