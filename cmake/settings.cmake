@@ -2,7 +2,6 @@
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
@@ -15,7 +14,8 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1")
 set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g")
 # Not -Woverloaded-virtual: a reactor that overrides one form of onX hides the others on purpose.
 add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wno-overloaded-virtual -Wno-unused-parameter -Werror)
-add_compile_options(-fno-semantic-interposition)
+# One form of code for libraries, the module and programs, so that all of them can use the same precompiled headers.
+add_compile_options(-fPIC -fno-semantic-interposition)
 
 if(SANITIZE)
   add_compile_options(-O1 -fsanitize=${SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
@@ -28,7 +28,9 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # Without this, ccache leaves alone what uses a precompiled header.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE})
 endif()
 
 execute_process(
