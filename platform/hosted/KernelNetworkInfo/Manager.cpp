@@ -1,0 +1,132 @@
+#include "KernelNetworkInfo/Manager.h"
+
+#include "Kem/Activity.h"
+#include "Kem/Trace.h"
+#include "KernelNetworkInfo/LinkMessages.h"
+#include "Netlink/Message.h"
+#include "Netlink/Socket.h"
+
+#include <cstring>
+
+namespace KernelNetworkInfo {
+
+namespace {
+
+Kem::TraceFacility theTrace("KernelNetworkInfo");
+
+// Datagrams in one turn of the loop, so that a storm of them doesn't keep everything else waiting.
+constexpr int maxDatagramsPerTurn = 64;
+
+std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
+   auto socket = std::make_unique<Netlink::Socket>(netNs, RTMGRP_LINK);
+   if (!socket->isOpen())
+      KEM_TRACE(theTrace, 0,
+                "devices of namespace \"" << netNs << "\" can't be read: " << strerror(socket->error()));
+   return socket;
+}
+
+} // namespace
+
+Manager::Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root, std::nullptr_t,
+                 std::nullptr_t, Sulvi::NamespaceName const& netNs)
+    : Manager(std::move(kemFwkActivity), std::move(root), openSocket(netNs)) {}
+
+Manager::Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+                 std::unique_ptr<Netlink::Channel> channel)
+    : channel_(std::move(channel)), devices_(std::move(root)), clock_(*this, kemFwkActivity->clock()) {
+   if (channel_->descriptor() < 0)
+      return;
+   bell_.descriptorIs(channel_->descriptor());
+   handleInitialized();
+}
+
+void Manager::handleInitialized() {
+   if (channel_->descriptor() < 0)
+      return;
+   if (state_ == State::idle)
+      dumpBegin();
+   // The kernel puts more of a dump in line as it is read, and is never waited for.
+   while (readOne()) {
+   }
+}
+
+void Manager::handleReadable() {
+   for (int count = 0; count < maxDatagramsPerTurn && readOne(); ++count) {
+   }
+}
+
+bool Manager::readOne() {
+   auto const received = channel_->receive();
+   switch (received.kind) {
+   case Netlink::Received::datagram:
+      take(received.bytes);
+      return true;
+   case Netlink::Received::lost:
+      handleLost(received.error);
+      return true;
+   case Netlink::Received::nothing:
+      break;
+   }
+   return false;
+}
+
+void Manager::take(std::string_view datagram) {
+   std::vector<LinkEvent> events;
+   bool const isWhole = readLinkEvents(datagram, events);
+   bool isInterrupted = false;
+   for (auto const& event : events) {
+      isInterrupted |= event.isInterrupted;
+      switch (event.kind) {
+      case LinkEvent::present:
+         devices_.deviceIs(event.index, event.name, event.flags);
+         break;
+      case LinkEvent::gone:
+         devices_.deviceDel(event.index);
+         break;
+      case LinkEvent::dumpEnd:
+         if (state_ != State::dumping || event.sequence != dumpSequence_)
+            break; // of a dump that was given up
+         if (event.error != 0) {
+            dumpFailed("the kernel refuses", event.error);
+         } else if (isInterrupted) {
+            dumpFailed("devices changed meanwhile", 0);
+         } else if (wantsAnotherDump_) {
+            dumpBegin();
+         } else {
+            devices_.roundEnd();
+            state_ = State::following;
+         }
+      }
+   }
+   if (!isWhole)
+      dumpFailed("a message can't be read", 0);
+   else if (isInterrupted && state_ == State::dumping)
+      dumpFailed("devices changed meanwhile", 0);
+}
+
+void Manager::handleLost(int error) {
+   KEM_TRACE(theTrace, 1, "messages were lost: " << strerror(error));
+   if (state_ == State::following)
+      dumpBegin();
+   else if (state_ == State::dumping)
+      wantsAnotherDump_ = true;
+}
+
+void Manager::dumpBegin() {
+   wantsAnotherDump_ = false;
+   devices_.roundBegin();
+   Netlink::MessageBuilder request(RTM_GETLINK, NLM_F_REQUEST | NLM_F_DUMP, ifinfomsg{});
+   request.sequenceIs(++dumpSequence_);
+   state_ = State::dumping;
+   if (int const error = channel_->send(request.bytes()))
+      dumpFailed("no request can be sent", error);
+}
+
+void Manager::dumpFailed(char const* reason, int error) {
+   KEM_TRACE(theTrace, 1,
+             "list of devices, to be asked for again: " << reason << " " << (error ? strerror(error) : ""));
+   state_ = State::idle;
+   clock_.timeMinIs(Kem::now() + retryInterval);
+}
+
+} // namespace KernelNetworkInfo

@@ -1,0 +1,293 @@
+#include "KernelNetworkInfo/Manager.h"
+
+#include "Kem/Activity.h"
+#include "Kem/Trace.h"
+#include "Netlink/TestChannel.h"
+#include "Netlink/TestNamespace.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+
+namespace {
+
+using KernelNetworkInfo::Manager;
+using Netlink::doneMessage;
+using Netlink::errorMessage;
+using Netlink::linkMessage;
+using Devices = std::map<std::string, uint32_t>; // flags by name
+
+Devices devicesOf(KernelNetworkInfo::Root const& root) {
+   Devices found;
+   root.interfaceByName().forEach(
+       [&](Kem::String8 const& name, auto const& device) { found[name.str()] = device->flags(); });
+   return found;
+}
+
+// --- With a kernel that the test plays.
+
+struct KernelNetworkInfoManagerTest : testing::Test {
+   KernelNetworkInfoManagerTest() { Kem::traceToStandardErrorIs(false); }
+   ~KernelNetworkInfoManagerTest() override {
+      manager = nullptr;
+      Kem::traceToStandardErrorIs(true);
+   }
+   // Each dump is answered with these, in two datagrams, before send() returns as the kernel does.
+   void start(Devices const& devices) {
+      kernel = devices;
+      auto owned = std::make_unique<Netlink::TestChannel>();
+      channel = owned.get();
+      channel->onSend = [this](uint32_t sequence) { answer(sequence); };
+      manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, std::move(owned));
+   }
+   void answer(uint32_t sequence) {
+      int index = 0;
+      for (auto const& [name, flags] : kernel)
+         channel->deliver(linkMessage(RTM_NEWLINK, ++index, name, flags, sequence, NLM_F_MULTI));
+      channel->deliver(doneMessage(sequence));
+   }
+   void run() { Kem::activityManager()->runUntilIdle(); }
+   size_t dumps() const { return channel->sent.size(); }
+   Devices devices() const { return devicesOf(*root); }
+
+   Kem::VirtualTime time;
+   Devices kernel;
+   Netlink::TestChannel* channel = nullptr;
+   Kem::Ptr<KernelNetworkInfo::Root> root = KernelNetworkInfo::Root::make();
+   Kem::Ptr<Manager> manager;
+};
+
+TEST_F(KernelNetworkInfoManagerTest, devicesAreThereWhenItIsMade) {
+   start({{"eth0", 1}, {"lo", 0x49}});
+   EXPECT_EQ(devices(), (Devices{{"eth0", 1}, {"lo", 0x49}}));
+   EXPECT_TRUE(manager->isFollowing());
+   ASSERT_EQ(dumps(), 1u);
+   auto const header = *Netlink::fixedFrom<nlmsghdr>(channel->sent[0]);
+   EXPECT_EQ(header.nlmsg_type, RTM_GETLINK);
+   EXPECT_EQ(header.nlmsg_flags, NLM_F_REQUEST | NLM_F_DUMP);
+}
+
+TEST_F(KernelNetworkInfoManagerTest, notificationsAreFollowedWithoutAnotherDump) {
+   start({{"lo", 1}});
+   channel->deliver(linkMessage(RTM_NEWLINK, 9, "vlan10", 0, 4711));
+   channel->deliver(linkMessage(RTM_NEWLINK, 9, "vlan11", 1));
+   run();
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}, {"vlan11", 1}}));
+   channel->deliver(linkMessage(RTM_DELLINK, 9, "vlan11"));
+   run();
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}}));
+   EXPECT_EQ(dumps(), 1u);
+}
+
+TEST_F(KernelNetworkInfoManagerTest, handleInitializedTakesWhatWaitsAtOnce) {
+   start({{"lo", 1}});
+   channel->deliver(linkMessage(RTM_NEWLINK, 9, "vlan10"));
+   manager->handleInitialized();
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}, {"vlan10", 0}}));
+   EXPECT_EQ(dumps(), 1u);
+}
+
+TEST_F(KernelNetworkInfoManagerTest, lostNotificationsAreMadeUpByADump) {
+   start({{"eth0", 1}, {"lo", 1}});
+   kernel = {{"eth1", 0}, {"lo", 1}};
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_EQ(dumps(), 2u);
+   EXPECT_EQ(devices(), (Devices{{"eth1", 0}, {"lo", 1}}));
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, lossDuringADumpAsksForOneMoreAfterIt) {
+   start({{"lo", 1}});
+   channel->onSend = [&](uint32_t sequence) {
+      if (dumps() == 2) {
+         channel->lose(ENOBUFS);
+         channel->lose(ENOBUFS);
+      }
+      answer(sequence);
+   };
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_EQ(dumps(), 3u);
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, dumpThatFailsIsRepeatedLater) {
+   start({{"lo", 1}});
+   kernel = {};
+   channel->onSend = [&](uint32_t sequence) { channel->deliver(errorMessage(sequence, EBUSY)); };
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_EQ(dumps(), 2u);
+   EXPECT_FALSE(manager->isFollowing());
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}})) << "a failed dump removes nothing";
+   Kem::activityManager()->advance(Manager::retryInterval * 0.9);
+   EXPECT_EQ(dumps(), 2u);
+   channel->onSend = [&](uint32_t sequence) { answer(sequence); };
+   Kem::activityManager()->advance(Manager::retryInterval * 0.2);
+   EXPECT_EQ(dumps(), 3u);
+   EXPECT_EQ(devices(), Devices{});
+}
+
+TEST_F(KernelNetworkInfoManagerTest, requestThatCannotBeSentIsRepeatedLater) {
+   start({{"lo", 1}});
+   channel->onSend = nullptr;
+   channel->sendError = ENOBUFS;
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_FALSE(manager->isFollowing());
+   channel->sendError = 0;
+   channel->onSend = [&](uint32_t sequence) { answer(sequence); };
+   Kem::activityManager()->advance(Manager::retryInterval * 1.1);
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, interruptedDumpRemovesNothingAndIsRepeated) {
+   start({{"eth0", 1}, {"lo", 1}});
+   channel->onSend = [&](uint32_t sequence) {
+      channel->deliver(linkMessage(RTM_NEWLINK, 5, "vlan10", 0, sequence, NLM_F_MULTI | NLM_F_DUMP_INTR));
+      channel->deliver(doneMessage(sequence));
+   };
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_EQ(devices(), (Devices{{"eth0", 1}, {"lo", 1}, {"vlan10", 0}}));
+   EXPECT_FALSE(manager->isFollowing());
+   channel->onSend = [&](uint32_t sequence) { answer(sequence); };
+   Kem::activityManager()->advance(Manager::retryInterval * 1.1);
+   EXPECT_EQ(devices(), (Devices{{"eth0", 1}, {"lo", 1}}));
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, endOfAnEarlierDumpEndsNothing) {
+   start({{"lo", 1}});
+   channel->onSend = [&](uint32_t sequence) { channel->deliver(doneMessage(sequence - 1)); };
+   channel->lose(ENOBUFS);
+   run();
+   EXPECT_FALSE(manager->isFollowing());
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}}));
+   channel->deliver(linkMessage(RTM_NEWLINK, 1, "lo", 1) + doneMessage(2));
+   run();
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, unreadableMessageLeadsToAPacedDump) {
+   start({{"lo", 1}});
+   for (int i = 0; i < 10; ++i)
+      channel->deliver("hostile bytes, long enough for a header");
+   channel->deliver(linkMessage(RTM_NEWLINK, 9, "vlan10"));
+   run();
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}, {"vlan10", 0}})) << "what can be read is taken";
+   EXPECT_FALSE(manager->isFollowing());
+   EXPECT_EQ(dumps(), 1u);
+   Kem::activityManager()->advance(1);
+   EXPECT_EQ(dumps(), 2u);
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}}));
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(KernelNetworkInfoManagerTest, missingNamespaceIsTracedAndLeavesTheRecord) {
+   static std::string traces;
+   traces.clear();
+   Kem::traceSinkIs([](Kem::TraceLine const& line) { traces += line.text; });
+   manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, nullptr, nullptr,
+                                   "kni-test-no-such-namespace");
+   Kem::traceSinkIs(nullptr);
+   manager->handleInitialized();
+   run();
+   EXPECT_NE(traces.find("devices of namespace \"kni-test-no-such-namespace\" can't be read: "),
+             std::string::npos)
+       << traces;
+   EXPECT_FALSE(manager->isFollowing());
+   EXPECT_EQ(devices(), Devices{});
+}
+
+TEST_F(KernelNetworkInfoManagerTest, nothingIsReadAfterItHasGone) {
+   start({{"lo", 1}});
+   manager = nullptr;
+   run();
+   EXPECT_EQ(devices(), (Devices{{"lo", 1}}));
+}
+
+// --- With the kernel of this machine.
+
+struct RealKernelTest : testing::Test {
+   void SetUp() override {
+      if (!ns.isEntered())
+         GTEST_SKIP() << "no right to make a network namespace";
+      if (int const error = ns.pairIs("left0", "right0"))
+         GTEST_SKIP() << "this kernel makes no pair of devices: " << strerror(error);
+      manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, nullptr, nullptr, "");
+   }
+   std::optional<bool> isUp(char const* name) {
+      auto const device = root->interfaceByName(name);
+      return device ? std::optional(bool(device->flags() & IFF_UP)) : std::nullopt;
+   }
+   void run() { Kem::activityManager()->runUntilIdle(); }
+   Netlink::TestNamespace ns;
+   Kem::Ptr<KernelNetworkInfo::Root> root = KernelNetworkInfo::Root::make();
+   Kem::Ptr<Manager> manager;
+};
+
+TEST_F(RealKernelTest, devicesOfTheNamespaceAreListedAtOnce) {
+   EXPECT_TRUE(manager->isFollowing());
+   EXPECT_EQ(root->interfaceByName().size(), 3u);
+   EXPECT_EQ(isUp("lo"), false);
+   EXPECT_EQ(isUp("left0"), false);
+   EXPECT_EQ(isUp("right0"), false);
+}
+
+TEST_F(RealKernelTest, changesArrive) {
+   ASSERT_EQ(ns.upIs("left0", true), 0);
+   run();
+   EXPECT_EQ(isUp("left0"), true);
+   ASSERT_EQ(ns.upIs("left0", false), 0);
+   ASSERT_EQ(ns.rename("left0", "fabric"), 0);
+   run();
+   EXPECT_EQ(isUp("left0"), std::nullopt);
+   EXPECT_EQ(isUp("fabric"), false);
+   ASSERT_EQ(ns.remove("fabric"), 0);
+   run();
+   EXPECT_EQ(isUp("fabric"), std::nullopt);
+   EXPECT_EQ(isUp("right0"), std::nullopt) << "a pair goes together";
+   EXPECT_EQ(root->interfaceByName().size(), 1u);
+}
+
+TEST_F(RealKernelTest, stormBeyondTheSocketsRoomIsMadeUp) {
+   // The record isn't read while a device goes up and down, until the socket has no room for notifications.
+   for (int i = 0; i < 8000; ++i)
+      ASSERT_EQ(ns.upIs("lo", i % 2 == 0), 0);
+   ASSERT_EQ(ns.pairIs("left1", "right1"), 0);
+   ASSERT_EQ(ns.remove("left0"), 0);
+   static bool wasLost;
+   wasLost = false;
+   Kem::traceToStandardErrorIs(false);
+   Kem::traceSettingIs("KernelNetworkInfo/0-1");
+   Kem::traceSinkIs([](Kem::TraceLine const& line) {
+      wasLost |= line.text.find("messages were lost: No buffer space") == 0;
+   });
+   run();
+   Kem::traceSinkIs(nullptr);
+   Kem::traceSettingIs("");
+   Kem::traceToStandardErrorIs(true);
+   EXPECT_TRUE(wasLost) << "the storm was too small to test anything";
+   EXPECT_EQ(isUp("left1"), false);
+   EXPECT_EQ(isUp("left0"), std::nullopt);
+   EXPECT_EQ(isUp("lo"), false);
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(RealKernelTest, hundredsOfDevicesAreOneDump) {
+   for (int i = 0; i < 200; ++i) {
+      std::string const number = std::to_string(i);
+      ASSERT_EQ(ns.pairIs(("a" + number).c_str(), ("b" + number).c_str()), 0);
+   }
+   auto const other = KernelNetworkInfo::Root::make();
+   auto const second =
+       Kem::makePtr<Manager>(Kem::activityManager()->config(), other, nullptr, nullptr, "default");
+   EXPECT_TRUE(second->isFollowing());
+   EXPECT_EQ(other->interfaceByName().size(), 403u);
+   EXPECT_TRUE(other->interfaceByName("b199"));
+}
+
+} // namespace

@@ -1,0 +1,36 @@
+#include "Netlink/Channel.h"
+
+#include "Netlink/Message.h"
+
+#include <cerrno>
+
+namespace Netlink {
+
+int transact(Channel& channel, MessageBuilder request) {
+   static uint32_t sequence = 0;
+   ++sequence;
+   request.sequenceIs(sequence);
+   request.flagsAdd(NLM_F_REQUEST | NLM_F_ACK);
+   if (int const error = channel.send(request.bytes()))
+      return error;
+   for (;;) {
+      auto const received = channel.receive();
+      if (received.kind == Received::nothing)
+         return ENODATA;
+      if (received.kind == Received::lost)
+         continue; // perhaps of an earlier request; an answer that is missing is told as ENODATA
+      std::optional<int> answer;
+      bool const isWhole = forEachMessage(received.bytes, [&](Message const& message) {
+         if (message.sequence != sequence || message.type != NLMSG_ERROR || answer)
+            return;
+         auto const error = fixedFrom<nlmsgerr>(message.payload);
+         answer = error && error->error <= 0 ? -error->error : EPROTO;
+      });
+      if (answer)
+         return *answer;
+      if (!isWhole)
+         return EPROTO;
+   }
+}
+
+} // namespace Netlink
