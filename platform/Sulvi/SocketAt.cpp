@@ -14,7 +14,6 @@ namespace Sulvi {
 
 namespace {
 
-constexpr char netnsFolder[] = "/var/run/netns/";
 // The namespace of the calling thread; the process's own entry would be that of its first thread.
 constexpr char currentNetns[] = "/proc/thread-self/ns/net";
 
@@ -42,9 +41,9 @@ int getnsByName(NamespaceName const& name, int nsType) {
       errno = EINVAL;
       return -1;
    }
-   int const fd = name.isDefault()
-                      ? openCurrent()
-                      : open((netnsFolder + name.stringValue().str()).c_str(), O_RDONLY | O_CLOEXEC);
+   int const fd = name.isDefault() ? openCurrent()
+                                   : open((std::string(namespaceFolder) + "/" + name.charPtr()).c_str(),
+                                          O_RDONLY | O_CLOEXEC);
    if (fd < 0)
       return -1;
    // A name whose namespace is gone is left behind as an empty file.

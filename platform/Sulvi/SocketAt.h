@@ -10,6 +10,9 @@
 
 namespace Sulvi {
 
+// Where the system keeps named namespaces: one file for each, which leads to the namespace.
+inline constexpr char namespaceFolder[] = "/var/run/netns";
+
 // A socket of the given kind that lives in the named namespace, or -1 with errno: that of open or setns when
 // the namespace can't be entered (ENOENT when there is none of that name), else that of socket. The calling
 // thread enters the namespace and is back when the call returns; that it can't come back is a failed

@@ -1,0 +1,69 @@
+// Keeps KernelNetNsInfo::Root current with the named network namespaces of the system: the files of one
+// folder (Sulvi/SocketAt.h). It makes and removes none.
+//
+// Each change in the folder is followed by a look at the whole of it. While there is no such folder, which is
+// so on a system that never had a namespace, there are no namespaces, and the nearest folder above it is
+// watched until the next one on the way comes. Where watching isn't possible at all, it looks each
+// pollInterval.
+//
+// A file counts from the moment it is made, a little before it leads to its namespace; whoever opens it may
+// find it not ready, or left behind by a namespace that is gone. Names of more than 150 bytes can be no
+// namespace here; they are left out, and each is traced once. The default namespace has no file and no entry.
+//
+// The first look is in the constructor. It is the only writer of Root; dropping the manager leaves the
+// record.
+#pragma once
+
+#include "Kem/Clock.h"
+#include "Kem/FileDescriptor.h"
+#include "Sulvi/SocketAt.h"
+#include "records/KernelNetNsInfo/NetNs.h"
+#include "records/KernelNetNsInfo/Root.h"
+
+#include <set>
+#include <string>
+
+namespace KernelNetNsInfo {
+
+class Manager final : public Kem::PtrInterface {
+  public:
+   // Time between two looks where the folder can't be watched.
+   static constexpr Kem::Seconds pollInterval = 1.0;
+
+   // `folder` is an absolute path; other than the system's own in tests.
+   Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+           std::string folder = Sulvi::namespaceFolder);
+   ~Manager() override;
+
+   // Looks at the folder now. Run by the constructor; may be run again at any time.
+   void handleInitialized();
+
+  private:
+   // --- Reactions.
+   struct Bell final : Kem::FileDescriptorWatch {
+      explicit Bell(Manager& o) : owner(o) {}
+      void onReadable() override { owner.handleBell(); }
+      Manager& owner;
+   };
+   struct KemClock final : Kem::Clock::NotifieeConst {
+      KemClock(Manager& o, Kem::Ptr<Kem::Clock const> clock) : NotifieeConst(std::move(clock)), owner(o) {}
+      void onTime() override { owner.handleInitialized(); }
+      Manager& owner;
+   };
+   void handleBell();
+
+   // --- Helpers.
+   bool watch();
+   bool watchOne(std::string const& path);
+   std::set<std::string> names();
+
+   Kem::Ptr<Root> const root_;
+   std::string const folder_;
+   int inotify_ = -1;
+   int watched_ = -1;              // the one watch in inotify_, -1 for none
+   std::set<std::string> leftOut_; // too long, and traced
+   Bell bell_{*this};
+   KemClock clock_;
+};
+
+} // namespace KernelNetNsInfo

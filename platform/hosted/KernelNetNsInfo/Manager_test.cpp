@@ -1,0 +1,209 @@
+#include "KernelNetNsInfo/Manager.h"
+
+#include "Kem/Activity.h"
+#include "Kem/Trace.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/resource.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using KernelNetNsInfo::Manager;
+using Names = std::set<std::string>;
+
+std::string theTraces;
+
+class KernelNetNsInfoManagerTest : public testing::Test {
+  protected:
+   KernelNetNsInfoManagerTest() {
+      std::string pattern = testing::TempDir() + "/netns-XXXXXX";
+      place_ = mkdtemp(pattern.data());
+      folder_ = place_ + "/run/netns";
+      theTraces.clear();
+      Kem::traceToStandardErrorIs(false);
+      Kem::traceSinkIs([](Kem::TraceLine const& line) { theTraces += std::string(line.text) + "\n"; });
+   }
+   ~KernelNetNsInfoManagerTest() override {
+      manager_ = nullptr;
+      Kem::traceSinkIs(nullptr);
+      Kem::traceToStandardErrorIs(true);
+      fs::remove_all(place_);
+   }
+   void start() { manager_ = Kem::makePtr<Manager>(Kem::activityManager()->config(), root_, folder_); }
+   void put(std::string const& name) { std::ofstream(folder_ + "/" + name).flush(); }
+   void del(std::string const& name) { fs::remove(folder_ + "/" + name); }
+   Names names() const {
+      Names found;
+      root_->netNsByName().forEach([&](Sulvi::NamespaceName const& name, auto const& netNs) {
+         EXPECT_EQ(netNs->netNsName(), name);
+         found.insert(name.stringValue().str());
+      });
+      return found;
+   }
+   Names settled() {
+      Kem::activityManager()->runUntilIdle();
+      return names();
+   }
+
+   Kem::VirtualTime time_;
+   std::string place_, folder_;
+   Kem::Ptr<KernelNetNsInfo::Root> root_ = KernelNetNsInfo::Root::make();
+   Kem::Ptr<Manager> manager_;
+};
+
+TEST_F(KernelNetNsInfoManagerTest, namespacesThatStandAreThereWhenItIsMade) {
+   fs::create_directories(folder_);
+   put("red");
+   put("blue");
+   fs::create_directory(folder_ + "/no-namespace");
+   root_->netNsByNameIs("stale");
+   start();
+   EXPECT_EQ(names(), (Names{"red", "blue"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, namespacesComeAndGo) {
+   fs::create_directories(folder_);
+   start();
+   EXPECT_EQ(names(), Names{});
+   put("red");
+   fs::create_symlink("/proc/self/ns/net", folder_ + "/link");
+   EXPECT_EQ(settled(), (Names{"red", "link"}));
+   auto const red = root_->netNsByName("red");
+   del("link");
+   fs::rename(folder_ + "/red", folder_ + "/green");
+   EXPECT_EQ(settled(), Names{"green"});
+   fs::rename(folder_ + "/green", folder_ + "/red");
+   put("blue");
+   EXPECT_EQ(settled(), (Names{"red", "blue"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, fileThatIsMovedInCounts) {
+   fs::create_directories(folder_);
+   std::ofstream(place_ + "/red").flush();
+   start();
+   fs::rename(place_ + "/red", folder_ + "/red");
+   EXPECT_EQ(settled(), Names{"red"});
+   fs::rename(folder_ + "/red", place_ + "/red");
+   EXPECT_EQ(settled(), Names{});
+}
+
+TEST_F(KernelNetNsInfoManagerTest, standingEntryIsKeptWhenOthersChange) {
+   fs::create_directories(folder_);
+   put("red");
+   start();
+   auto const red = root_->netNsByName("red");
+   put("blue");
+   settled();
+   EXPECT_EQ(root_->netNsByName("red"), red);
+}
+
+TEST_F(KernelNetNsInfoManagerTest, folderThatComesLaterIsFound) {
+   start();
+   EXPECT_EQ(settled(), Names{});
+   fs::create_directory(place_ + "/run");
+   EXPECT_EQ(settled(), Names{});
+   fs::create_directory(folder_);
+   put("red");
+   EXPECT_EQ(settled(), Names{"red"});
+   put("blue");
+   EXPECT_EQ(settled(), (Names{"red", "blue"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, folderThatComesAllAtOnceIsFound) {
+   start();
+   fs::create_directories(folder_);
+   put("red");
+   EXPECT_EQ(settled(), Names{"red"});
+}
+
+TEST_F(KernelNetNsInfoManagerTest, folderThatGoesTakesItsNamesAndMayComeBack) {
+   fs::create_directories(folder_);
+   put("red");
+   start();
+   fs::remove_all(place_ + "/run");
+   EXPECT_EQ(settled(), Names{});
+   fs::create_directories(folder_);
+   put("blue");
+   EXPECT_EQ(settled(), Names{"blue"});
+   put("red");
+   EXPECT_EQ(settled(), (Names{"red", "blue"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, fileInThePlaceOfTheFolderHoldsNoNamespaces) {
+   fs::create_directories(place_ + "/run");
+   std::ofstream(folder_).flush();
+   start();
+   EXPECT_EQ(settled(), Names{});
+   fs::remove(folder_);
+   fs::create_directory(folder_);
+   put("red");
+   EXPECT_EQ(settled(), Names{"red"});
+}
+
+TEST_F(KernelNetNsInfoManagerTest, folderThatIsReplacedIsFollowedAsTheNewOne) {
+   fs::create_directories(folder_);
+   put("red");
+   start();
+   fs::rename(folder_, place_ + "/elsewhere");
+   fs::create_directory(folder_);
+   put("blue");
+   EXPECT_EQ(settled(), Names{"blue"});
+   put("green");
+   EXPECT_EQ(settled(), (Names{"blue", "green"}));
+   std::ofstream(place_ + "/elsewhere/stray").flush();
+   EXPECT_EQ(settled(), (Names{"blue", "green"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, nameThatIsTooLongIsLeftOutAndSaidOnce) {
+   fs::create_directories(folder_);
+   std::string const longest(150, 'n');
+   put(longest);
+   put(longest + "x");
+   start();
+   EXPECT_EQ(names(), Names{longest});
+   std::string const said = "namespace " + longest + "x is left out: a name has at most 150 bytes\n";
+   EXPECT_EQ(theTraces, said);
+   put("red");
+   EXPECT_EQ(settled(), (Names{longest, "red"}));
+   EXPECT_EQ(theTraces, said);
+   del(longest + "x");
+   settled();
+   put(longest + "x");
+   settled();
+   EXPECT_EQ(theTraces, said + said) << "it is another file of that name";
+}
+
+TEST_F(KernelNetNsInfoManagerTest, looksByItselfWhereWatchingIsNotPossible) {
+   fs::create_directories(folder_);
+   // No descriptor left for the watch.
+   rlimit before;
+   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+   rlimit none = before;
+   none.rlim_cur = 0;
+   Kem::activityManager()->runTurn(); // has what it needs
+   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+   start();
+   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+   put("red");
+   EXPECT_EQ(settled(), Names{});
+   Kem::activityManager()->advance(Manager::pollInterval * 1.1);
+   EXPECT_EQ(names(), Names{"red"});
+   del("red");
+   Kem::activityManager()->advance(Manager::pollInterval * 1.1);
+   EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(KernelNetNsInfoManagerTest, nothingIsWrittenAfterItHasGone) {
+   fs::create_directories(folder_);
+   put("red");
+   start();
+   manager_ = nullptr;
+   put("blue");
+   EXPECT_EQ(settled(), Names{"red"});
+}
+
+} // namespace
