@@ -1,0 +1,97 @@
+#include "KernelOperState/IntfStatusOperStatusSm.h"
+
+#include "Kem/Activity.h"
+
+namespace KernelOperState {
+
+IntfStatusOperStatusSm::IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig>,
+                                               Kem::Ptr<IntfStatusDir const> intfStatusDir,
+                                               Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir,
+                                               Kem::Ptr<KernelOperStateManager> kosm,
+                                               Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection)
+    : intfStatusDir_(std::move(intfStatusDir)), intfStatusLocalDir_(std::move(intfStatusLocalDir)),
+      kosm_(std::move(kosm)), netNsCollection_(std::move(netNsCollection)) {
+   kemIntfStatusDir_.notifierIs(intfStatusDir_);
+   kemIntfStatusLocalDir_.notifierIs(intfStatusLocalDir_);
+   kemNetNsCollection_.notifierIs(netNsCollection_);
+   if (!intfStatusDir_ || !intfStatusLocalDir_)
+      return;
+   for (auto const& [intfId, status] : intfStatusDir_->intfStatus())
+      handleIntfStatus(intfId);
+   for (auto const& [intfId, local] : intfStatusLocalDir_->intfStatusLocal())
+      handleIntfStatusLocal(intfId);
+}
+
+// --- Reactions.
+
+void IntfStatusOperStatusSm::handleIntfStatus(Sulvi::IntfId intfId) {
+   auto const status = intfStatusDir_->intfStatus(intfId);
+   if (!status) {
+      kemIntfStatus_.erase(intfId);
+      told_.erase(intfId);
+      return;
+   }
+   auto const reactor =
+       *kemIntfStatus_.findOrInsert(intfId, [&] { return Kem::makePtr<KemIntfStatus>(*this); }).first;
+   reactor->notifierIs(status);
+}
+
+void IntfStatusOperStatusSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
+   auto const local = intfStatusLocalDir_->intfStatusLocal(intfId);
+   if (!local) {
+      kemIntfStatusLocal_.erase(intfId);
+      told_.erase(intfId);
+      return;
+   }
+   auto const reactor =
+       *kemIntfStatusLocal_.findOrInsert(intfId, [&] { return Kem::makePtr<KemIntfStatusLocal>(*this); })
+            .first;
+   reactor->notifierIs(local);
+}
+
+void IntfStatusOperStatusSm::handleNetNs(Sulvi::NamespaceName const& netNs) {
+   if (!netNsCollection_->netNsByName(netNs) || !intfStatusLocalDir_)
+      return;
+   // Another namespace than the one of that name before, so that nothing that was told counts.
+   for (auto const& [intfId, local] : intfStatusLocalDir_->intfStatusLocal())
+      if (local->netNsName() == netNs)
+         doSyncIntfStatus(intfId);
+}
+
+void IntfStatusOperStatusSm::handleChange(Sulvi::IntfId intfId) {
+   Told now;
+   if (!wanted(intfId, now)) {
+      told_.erase(intfId);
+      return;
+   }
+   auto const* const before = told_.find(intfId);
+   if (!before || !(*before == now))
+      tell(intfId, now);
+}
+
+void IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId) {
+   Told now;
+   if (wanted(intfId, now))
+      tell(intfId, now);
+}
+
+// --- Helpers.
+
+bool IntfStatusOperStatusSm::wanted(Sulvi::IntfId intfId, Told& told) const {
+   if (!intfStatusDir_ || !intfStatusLocalDir_)
+      return false;
+   auto const status = intfStatusDir_->intfStatus(intfId);
+   auto const local = intfStatusLocalDir_->intfStatusLocal(intfId);
+   if (!status || !local || status->deviceName().empty())
+      return false;
+   told = {status->deviceName(), local->netNsName(), status->operStatus()};
+   return true;
+}
+
+void IntfStatusOperStatusSm::tell(Sulvi::IntfId intfId, Told const& told) {
+   told_.erase(intfId);
+   if (kosm_->doSetOperState(told.deviceName, told.operStatus, told.netNsName) == 0)
+      told_.findOrInsert(intfId, [&] { return told; });
+}
+
+} // namespace KernelOperState

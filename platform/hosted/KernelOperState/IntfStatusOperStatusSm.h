@@ -1,0 +1,103 @@
+// Mirrors the operational state of interfaces down to their kernel devices.
+//
+//    intfStatus       operStatus, deviceName ─┐
+//                                             ├──► doSetOperState(deviceName, operStatus, netNsName)
+//    intfStatusLocal  netNsName ──────────────┘
+//
+// An interface takes part while it stands in both directories and has a device. The kernel is told when
+// something of the three changes, and when the namespace comes into being; what it has taken once is not told
+// again. What it refused is told again with the next of these events. An interface that leaves a directory is
+// left in the state that its device has.
+//
+// The kernel goes over the state of a device when its carrier changes or it is switched on. Nobody tells this
+// machine; who switches devices calls doSyncIntfStatus, which tells the kernel in any case.
+//
+// The agent owns it, through Root. It writes no record.
+#pragma once
+
+#include "KernelOperState/KernelOperStateManager.h"
+#include "records/Interface/IntfStatus.h"
+#include "records/Interface/IntfStatusLocal.h"
+#include "records/KernelNetNsInfo/NetNs.h"
+#include "records/KernelNetNsInfo/Root.h"
+#include "records/KernelOperState/IntfStatusDir.h"
+#include "records/KernelOperState/IntfStatusLocalDir.h"
+
+namespace Kem {
+class ActivityConfig;
+}
+
+namespace KernelOperState {
+
+class IntfStatusOperStatusSm final : public Kem::PtrInterface {
+  public:
+   // Its reactors run in the one loop of the process, which is the activity. `netNsCollection` may be null;
+   // the directories may be null, and then no interface takes part.
+   IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity,
+                          Kem::Ptr<IntfStatusDir const> intfStatusDir,
+                          Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir,
+                          Kem::Ptr<KernelOperStateManager> kosm,
+                          Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection);
+
+   // Tells the kernel the state of that interface now, whatever it was told before. Nothing for an interface
+   // that doesn't take part.
+   void doSyncIntfStatus(Sulvi::IntfId intfId);
+
+  private:
+   // --- Reactions.
+   struct KemIntfStatusDir final : IntfStatusDir::NotifieeConst {
+      explicit KemIntfStatusDir(IntfStatusOperStatusSm& s) : NotifieeConst(this), sm(s) {}
+      void onIntfStatus(Sulvi::IntfId intfId) override { sm.handleIntfStatus(intfId); }
+      IntfStatusOperStatusSm& sm;
+   };
+   struct KemIntfStatus final : Interface::IntfStatus::NotifieeConst {
+      explicit KemIntfStatus(IntfStatusOperStatusSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleChange(notifier()->intfId()); }
+      void onOperStatus() override { handleInitialized(); }
+      void onDeviceName() override { handleInitialized(); }
+      IntfStatusOperStatusSm& sm;
+   };
+   struct KemIntfStatusLocalDir final : IntfStatusLocalDir::NotifieeConst {
+      explicit KemIntfStatusLocalDir(IntfStatusOperStatusSm& s) : NotifieeConst(this), sm(s) {}
+      void onIntfStatusLocal(Sulvi::IntfId intfId) override { sm.handleIntfStatusLocal(intfId); }
+      IntfStatusOperStatusSm& sm;
+   };
+   struct KemIntfStatusLocal final : Interface::IntfStatusLocal::NotifieeConst {
+      explicit KemIntfStatusLocal(IntfStatusOperStatusSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleChange(notifier()->intfId()); }
+      void onNetNsName() override { handleInitialized(); }
+      IntfStatusOperStatusSm& sm;
+   };
+   struct KemNetNsCollection final : KernelNetNsInfo::Root::NotifieeConst {
+      explicit KemNetNsCollection(IntfStatusOperStatusSm& s) : NotifieeConst(this), sm(s) {}
+      void onNetNsByName(Sulvi::NamespaceName const& netNs) override { sm.handleNetNs(netNs); }
+      IntfStatusOperStatusSm& sm;
+   };
+   void handleIntfStatus(Sulvi::IntfId intfId);
+   void handleIntfStatusLocal(Sulvi::IntfId intfId);
+   void handleNetNs(Sulvi::NamespaceName const& netNs);
+   void handleChange(Sulvi::IntfId intfId);
+
+   // --- Helpers.
+   struct Told {
+      Kem::String8 deviceName;
+      Sulvi::NamespaceName netNsName;
+      Interface::IntfOperStatus operStatus = Interface::IntfOperStatus::intfOperUnknown;
+      friend bool operator==(Told const&, Told const&) = default;
+   };
+   bool wanted(Sulvi::IntfId intfId, Told& told) const; // false: the interface doesn't take part
+   void tell(Sulvi::IntfId intfId, Told const& told);
+
+   Kem::Ptr<IntfStatusDir const> intfStatusDir_;
+   Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir_;
+   Kem::Ptr<KernelOperStateManager> kosm_;
+   Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection_;
+   Kem::ValueMap<Sulvi::IntfId, Told> told_; // what the kernel took
+   Kem::HashMap<KemIntfStatus, Sulvi::IntfId> kemIntfStatus_;
+   Kem::HashMap<KemIntfStatusLocal, Sulvi::IntfId> kemIntfStatusLocal_;
+   KemIntfStatusDir kemIntfStatusDir_{*this};
+   KemIntfStatusLocalDir kemIntfStatusLocalDir_{*this};
+   KemNetNsCollection kemNetNsCollection_{*this};
+};
+
+} // namespace KernelOperState

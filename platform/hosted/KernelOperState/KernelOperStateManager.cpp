@@ -1,0 +1,72 @@
+#include "KernelOperState/KernelOperStateManager.h"
+
+#include "Kem/Trace.h"
+#include "Netlink/Message.h"
+#include "Netlink/Socket.h"
+
+#include <cerrno>
+#include <cstring>
+#include <linux/if.h>
+
+namespace KernelOperState {
+
+namespace {
+
+Kem::TraceFacility theTrace("KernelOperState");
+
+std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
+   auto socket = std::make_unique<Netlink::Socket>(netNs, 0);
+   if (socket->isOpen())
+      return socket;
+   errno = socket->error();
+   return nullptr;
+}
+
+Netlink::MessageBuilder setOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status) {
+   // By name: it saves the look-up of an index, which would have to be made in the other namespace.
+   Netlink::MessageBuilder request(RTM_SETLINK, 0, ifinfomsg{});
+   request.textAttribute(IFLA_IFNAME, deviceName);
+   uint8_t const state = kernelOperState(status);
+   request.attribute(IFLA_OPERSTATE, &state, sizeof state);
+   return request;
+}
+
+} // namespace
+
+uint8_t kernelOperState(Interface::IntfOperStatus status) {
+   switch (status) {
+   case Interface::IntfOperStatus::intfOperUp:
+      return IF_OPER_UP;
+   case Interface::IntfOperStatus::intfOperTesting:
+      return IF_OPER_TESTING;
+   default:
+      return IF_OPER_DORMANT;
+   }
+}
+
+KernelOperStateManager::KernelOperStateManager() : KernelOperStateManager(openSocket) {}
+
+int KernelOperStateManager::doSetOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status,
+                                           Sulvi::NamespaceName const& netNs) {
+   // A longer name would be refused as one that is out of range; an empty one would mean no device at all.
+   int error = ENODEV;
+   if (!deviceName.empty() && deviceName.size() < IFNAMSIZ) {
+      std::unique_ptr<Netlink::Channel> visiting;
+      auto& channel = netNs.isDefault() ? ownChannel_ : visiting;
+      if (!channel)
+         channel = openChannel_(netNs);
+      error = channel ? Netlink::transact(*channel, setOperState(deviceName, status)) : errno;
+   }
+   if (error != 0)
+      KEM_TRACE(theTrace, 1,
+                "state of device " << deviceName << " in namespace \"" << netNs << "\" can't be set to "
+                                   << static_cast<unsigned>(kernelOperState(status)) << ": "
+                                   << strerror(error));
+   else
+      KEM_TRACE(theTrace, 5,
+                "state of device " << deviceName << " in namespace \"" << netNs << "\" set to "
+                                   << static_cast<unsigned>(kernelOperState(status)));
+   return error;
+}
+
+} // namespace KernelOperState
