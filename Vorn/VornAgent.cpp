@@ -197,8 +197,10 @@ void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
 
    counterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
        mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
-   if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf"))
+   if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf")) {
+      dir->counterDirIs(counterDir_);
       dir->counterDirPathIs("/" + entityManager.systemName() + "/Plaze/interface/counter/subintf/current");
+   }
 }
 
 void Agent::openTraceFile() {

@@ -219,6 +219,8 @@ TEST_F(VornAgentTest, activeAtStartMountsTheSharedMemoryTables) {
    EXPECT_TRUE(sw.agent->plazeBridgingStatus());
    EXPECT_TRUE(sw.agent->counterDir());
    ASSERT_TRUE(sw.agent->bridgingStatus());
+   EXPECT_EQ(sw.agentManager->entity<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDir(),
+             Kem::Ptr<Kem::Entity>(sw.agent->counterDir()));
    EXPECT_EQ(Kem::Ptr<Kem::Entity>(sw.agent->bridgingStatus()), Kem::singleton("Bridging::Status"));
    TestSwitch::run();
    EXPECT_EQ(sw.publish<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDirPath(),

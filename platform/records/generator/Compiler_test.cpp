@@ -201,6 +201,14 @@ TEST(CompilerTest, computedNumbersComeFromOneOfTheirType) {
                "7:13: every record has something named `parent`");
 }
 
+TEST(CompilerTest, localObjectsHaveNamesOfTheirOwn) {
+   expectError(attribute("a : u32;\n   /// B.\n   local b : u32;"), "7:12: expected `;`, found `:`");
+   expectError(attribute("a : u32;\n   /// B.\n   local a;"), "7:10: `a` is declared twice");
+   auto const c = compile(attribute("a : u32;\n   /// B.\n   local b;"));
+   EXPECT_THAT(document(c.model), HasSubstr("| `b` *local* |  |  |  | B. |"));
+   EXPECT_EQ(fingerprint(c.model), fingerprint(compile(attribute("a : u32;")).model));
+}
+
 TEST(CompilerTest, namespacesOfValueTypesDependOneWay) {
    expectError("namespace A;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : B::T;\n}\n"
                "namespace B;\n/// T.\ntype T : u8;\n/// S.\nstruct S {\n   /// F.\n   f : A::T;\n}\n",

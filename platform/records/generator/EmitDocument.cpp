@@ -124,7 +124,7 @@ class DocumentEmitter {
          out_.put("A kind of " + link(*entity.base) + ", with all that it has" +
                   (entity.own.empty() ? "." : ", and:"))
              .gap();
-      if (entity.own.empty() && entity.computed.empty())
+      if (entity.own.empty() && entity.computed.empty() && entity.locals.empty())
          return;
       out_.put("| attribute | type | default | unit | meaning |\n|---|---|---|---|---|");
       for (auto const& a : entity.own) {
@@ -140,6 +140,8 @@ class DocumentEmitter {
       for (auto const& c : entity.computed)
          out_.put("| " + code(c.name) + " *computed* | " + link(*c.value) + " | " + code(c.from.text) +
                   " - " + c.less.text + " | " + cell(c.unit) + " | " + cell(c.meaning) + " |");
+      for (auto const& l : entity.locals)
+         out_.put("| " + code(l.name) + " *local* |  |  |  | " + cell(l.meaning) + " |");
       out_.gap();
    }
 

@@ -24,6 +24,8 @@ class HeaderEmitter {
          putAttribute(a);
       for (auto const& c : entity_.computed)
          putComputed(c);
+      for (auto const& l : entity_.locals)
+         putLocal(l);
       putOverrides();
       putData();
       out_.put("};");
@@ -131,6 +133,13 @@ class HeaderEmitter {
                 {"x", c.name},
                 {"from", c.from.text},
                 {"less", c.less.text}});
+   }
+
+   void putLocal(Local const& l) {
+      out_.gap().comment(l.meaning + " Of this process only: nobody is told.", 3);
+      out_.put("   Kem::Ptr<Kem::Entity> const& $x() const { return $x~_; }\n"
+               "   void $x~Is(Kem::Ptr<Kem::Entity> value) { $x~_ = std::move(value); }",
+               {{"x", l.name}});
    }
 
    // Its value record has the same name: the class is a second place to find it by.
@@ -260,11 +269,13 @@ class HeaderEmitter {
       if (!list.empty())
          out_.put(list.find(',') == std::string::npos ? "   explicit $C($list);" : "   $C($list);",
                   {{"C", entity_.name}, {"list", list}});
-      if (entity_.own.empty())
+      if (entity_.own.empty() && entity_.locals.empty())
          return;
       out_.gap();
       if (entity_.isBase)
          out_.put(" private:");
+      for (auto const& l : entity_.locals)
+         out_.put("   Kem::Ptr<Kem::Entity> $x~_;", {{"x", l.name}});
       for (auto const& a : entity_.own) {
          Words words = wordsOf(names_, entity_, a);
          if (a.form == Form::scalar) {

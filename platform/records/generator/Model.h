@@ -134,6 +134,13 @@ struct Computed {
    ValueType const* value = nullptr;
 };
 
+// An object that a record points at inside one process, such as a shared-memory table. Nobody is told of it.
+struct Local {
+   std::string name;
+   std::string meaning;
+   SourcePoint at;
+};
+
 struct Entity {
    std::string nameSpace;
    std::string name;
@@ -142,6 +149,7 @@ struct Entity {
    TypeName baseName;
    std::vector<Attribute> own;
    std::vector<Computed> computed;
+   std::vector<Local> locals;
    Entity* base = nullptr;
    bool isBase = false;               // others derive from it
    std::vector<Attribute const*> all; // inherited ones first

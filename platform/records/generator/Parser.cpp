@@ -208,6 +208,8 @@ class Parser {
       while (!takeMark("}")) {
          if (isWord("computed") && token(1).kind == Token::Kind::word)
             entity->computed.push_back(parseComputed());
+         else if (isWord("local") && token(1).kind == Token::Kind::word)
+            entity->locals.push_back(parseLocal());
          else
             entity->own.push_back(parseAttribute());
       }
@@ -231,6 +233,15 @@ class Parser {
          c.unit = expectString("the unit");
       expectMark(";");
       return c;
+   }
+
+   Local parseLocal() {
+      Local l;
+      l.meaning = take().meaning;
+      l.at = token().at;
+      l.name = expectName("a name").text;
+      expectMark(";");
+      return l;
    }
 
    Attribute parseAttribute() {

@@ -111,6 +111,18 @@ TEST(RecordTest, computedNumberFollowsItsAttributeDownToZero) {
    EXPECT_EQ(box->unexplained(), 7u);
 }
 
+TEST(RecordTest, localObjectIsHeldAndToldToNobody) {
+   auto const box = Box::make(1);
+   EXPECT_FALSE(box->scale());
+   auto const scale = Kem::Dir::make("scale");
+   box->scaleIs(scale);
+   EXPECT_EQ(box->scale(), Kem::Ptr<Kem::Entity>(scale));
+   EXPECT_EQ(scale->references(), 2u);
+   CountingSink sink;
+   box->encodeContents(sink);
+   EXPECT_EQ(sink.total(), 0);
+}
+
 TEST(RecordTest, orderedCollectionsIterateByKey) {
    auto const store = Store::make("east");
    for (auto const* name : {"m", "z", "a"})

@@ -134,6 +134,8 @@ class Resolver {
          for (auto& attribute : entity->own)
             checkKey(attribute);
          resolveComputed(*entity);
+         for (auto const& local : entity->locals)
+            checkSideName(*entity, local.name, local.meaning, local.at);
       }
       resolvePlaces();
    }
@@ -424,23 +426,29 @@ class Resolver {
       }
    }
 
+   // Of what is no attribute.
+   void checkSideName(Entity const& entity, std::string const& name, std::string const& meaning,
+                      SourcePoint const& at) {
+      checkName(name, at);
+      checkMeaning(meaning, name, at);
+      if (membersOfRecords.contains(name))
+         model_.error(at, "every record has something named `" + name + '`');
+      for (auto const* a : entity.all)
+         if (a->name == name)
+            model_.error(at, '`' + name + "` is declared twice");
+   }
+
    // After the attributes of all entities.
    void resolveComputed(Entity& entity) {
       for (auto& c : entity.computed) {
-         checkName(c.name, c.at);
-         checkMeaning(c.meaning, c.name, c.at);
-         if (membersOfRecords.contains(c.name))
-            model_.error(c.at, "every record has something named `" + c.name + '`');
+         checkSideName(entity, c.name, c.meaning, c.at);
          c.value = findValueType(entity.nameSpace, c.valueName);
          if (!c.value)
             continue;
          Attribute const* from = nullptr;
-         for (auto const* a : entity.all) {
-            if (a->name == c.name)
-               model_.error(c.at, '`' + c.name + "` is declared twice");
+         for (auto const* a : entity.all)
             if (a->name == c.from.text)
                from = a;
-         }
          bool const isUnsigned =
              c.value->isBuiltIn && c.value->kind >= Kind::u8 && c.value->kind <= Kind::u64;
          if (!from)
