@@ -50,11 +50,13 @@ class TestSwitch {
       std::string error;
       EXPECT_TRUE(listener_.listen(socketPath_, error)) << error;
       publisher_ = connect("publisher", Ordel::Role::tool);
+      subscriber_ = connect("subscriber", Ordel::Role::tool);
    }
    ~TestSwitch() {
       agent = nullptr;
       agentManager = nullptr;
       publisher_ = nullptr;
+      subscriber_ = nullptr;
       run();
       Kem::singletonDelAll();
    }
@@ -63,6 +65,11 @@ class TestSwitch {
    template <class T>
    Kem::Ptr<T> publish(std::string const& path) {
       return mount<T>(*publisher_, "wc", path);
+   }
+   // Mounts the record for a third party, who only reads it.
+   template <class T>
+   Kem::Ptr<T> subscribe(std::string const& path) {
+      return mount<T>(*subscriber_, "r", path);
    }
    template <class T>
    static Kem::Ptr<T> mount(Ordel::EntityManager& manager, char const* mode, std::string const& path) {
@@ -118,6 +125,7 @@ class TestSwitch {
    Ordel::Server server_{std::make_unique<Ordel::Tree>(Records::schema(), 1), "sys"};
    Ordel::Listener listener_{server_};
    Kem::Ptr<Ordel::EntityManager> publisher_;
+   Kem::Ptr<Ordel::EntityManager> subscriber_;
 };
 
 } // namespace Vorn

@@ -117,6 +117,9 @@ Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
       parent_.noInternalVlanIdCauseStatus().intfStatusIs(intfId_, Kem::now());
       return 0;
    }
+   // It may have waited until now: a number came free, or this is a start on the cause that the run before left. A
+   // port that holds a VLAN must not stand among those that recovery looks at.
+   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
    Bridging::VlanId const vlan(vlanId);
    parent_.routedPortIs(vlan, intfId_);
    parent_.internalVlanIdIs(intfId_, vlanId);
