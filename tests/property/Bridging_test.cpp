@@ -307,6 +307,8 @@ std::string Publishers::changePort() {
       record->asymVlansIs(list);
       return place + "asymmetric '" + list + "'";
    case 13: {
+      if (is.mode == Model::tap || is.mode == Model::tool)
+         return "nothing"; // what these take of trunk groups counts from the next change of another kind on
       std::string const group = chance() ? "a" : "b";
       if (is.trunkGroups.erase(group)) {
          record->trunkGroupDel(group);
