@@ -145,12 +145,15 @@ Kem::Seconds UplinkFailureDetectionSm::evaluateGroup(Kem::Name const& name, Grou
 
 void UplinkFailureDetectionSm::applyDownlinks() {
    IntfIds wanted;
-   for (auto const& [name, group] : groups_)
-      if (group->isFailed)
-         group->config()->downlink().forEach([&](Sulvi::IntfId intfId, bool isDownlink) {
-            if (isDownlink && !group->config()->uplink(intfId))
-               wanted.findOrInsert(intfId, [] { return true; });
-         });
+   for (auto const& item : groups_) {
+      Group const& group = *item.second;
+      if (!group.isFailed)
+         continue;
+      group.config()->downlink().forEach([&](Sulvi::IntfId intfId, bool isDownlink) {
+         if (isDownlink && !group.config()->uplink(intfId))
+            wanted.findOrInsert(intfId, [] { return true; });
+      });
+   }
 
    if (causeStatus_) {
       disabled_.forEach([&](Sulvi::IntfId intfId, bool) {
