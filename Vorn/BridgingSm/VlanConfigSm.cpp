@@ -133,8 +133,16 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) {
       if (!sm->switchIntfConfig().enabled())
          return;
-      // A port whose native VLAN did not exist before gets it here.
-      sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
+      // A port whose native VLAN did not exist before gets it here. A port whose copy has just changed may
+      // come by here before it is told of that, and will then find nothing changed: what hangs on it follows
+      // at once.
+      auto& out = *sm->switchIntfConfigOut();
+      auto const before = out.switchportModeAndNativeVlan();
+      out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
+      if (out.switchportModeAndNativeVlan() != before) {
+         sm->doComputeAsymVlans();
+         sm->maybeSyncOneVlan(before.nativeVlan);
+      }
       sm->doSyncSingleVlan(vlanOut);
       if (primaryState)
          primaryState->secondaryVlan().forEach([&](Bridging::VlanId secondaryId, bool) {
