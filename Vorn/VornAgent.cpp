@@ -139,6 +139,8 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    auto* const outManagerSm = Kem::NboAttrLog::top()->outManagerSm();
    attrLogCheck_.nboAttrLogOutSmIs(outManagerSm->socketOutSm(entityManager.name()));
    attrLogCheck_.attrLogCodefInit();
+   if (agentStatus())
+      statusReport_ = std::make_unique<StatusReport>(agentStatus(), *this);
 
    // Decided once: a supervisor that becomes active later never gets them.
    if (redundancyStatus() && redundancyStatus()->mode() == Redundancy::RedundancyMode::modeActive)

@@ -19,6 +19,7 @@
 #include "Vorn/BridgingSm.h"
 #include "Vorn/VornAgent/AttrLogCheck.h"
 #include "Vorn/VornAgent/EntityManagerReactor.h"
+#include "Vorn/VornAgent/StatusReport.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/DynVlanSrcTable.h"
 #include "records/Bridging/Status.h"
@@ -124,6 +125,7 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> counterDir_;
    Kem::Ptr<AgentBase::StagesHelper> bootStagesHelper_;
    Kem::Ptr<Oxa::OxaStatus const> oxaStatus_;
+   std::unique_ptr<StatusReport> statusReport_; // none where the base has mounted no status
 
    std::string fabricDeviceName_;
    int socketFd_ = -1;

@@ -62,6 +62,10 @@ void CAgent::redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> con
    redundancyStatus_ = redundancyStatus;
 }
 
+void CAgent::agentStatusIs(Kem::Ptr<Agent::Status> const& agentStatus) {
+   agentStatus_ = agentStatus;
+}
+
 void CAgent::initializedIs(bool initialized) {
    initialized_ = initialized;
    if (autoSetReady_)

@@ -11,6 +11,7 @@
 
 #include "Ordel/EntityManager.h"
 #include "Ordel/Mount.h"
+#include "records/Agent/Status.h"
 #include "records/Redundancy/RedundancyStatus.h"
 
 #include <memory>
@@ -56,6 +57,8 @@ class CAgent : public Ordel::Mounter {
    virtual void entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager);
    // Path of the settings of the agent's process, an Agent::AgentConfig: "cell/1/agent/config/Vorn".
    std::string agentCfgName() const { return cellPath_ + "/agent/config/" + name().str(); }
+   // Path of what the agent tells of itself: "cell/1/agent/status/Vorn".
+   std::string agentStatusName() const { return cellPath_ + "/agent/status/" + name().str(); }
    // The supervisor that the process runs on; 1 unless the runner says otherwise.
    uint32_t cellId() const { return cellId_; }
    // Sets cellPath too.
@@ -75,6 +78,9 @@ class CAgent : public Ordel::Mounter {
    // Null until the base has mounted it.
    Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus() const { return redundancyStatus_; }
    virtual void redundancyStatusIs(Kem::Ptr<Redundancy::RedundancyStatus const> const& redundancyStatus);
+   // For the agent to write, no more than once a second. Null until the base has mounted it.
+   Kem::Ptr<Agent::Status> const& agentStatus() const { return agentStatus_; }
+   virtual void agentStatusIs(Kem::Ptr<Agent::Status> const& agentStatus);
    // The agent has started all that it starts by itself; it becomes warm when that has settled.
    bool startupReady() const { return startupReady_; }
    virtual void startupReadyIs(bool startupReady) { startupReady_ = startupReady; }
@@ -102,6 +108,7 @@ class CAgent : public Ordel::Mounter {
    uint32_t sliceId_ = 0;
    std::string cellPath_ = "cell/1";
    Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus_;
+   Kem::Ptr<Agent::Status> agentStatus_;
    bool warm_ = false;
    bool autoSetReady_ = true;
    bool startupReady_ = false;

@@ -51,6 +51,7 @@ TEST_F(CAgentTest, beginsColdOnTheFirstSupervisorUnderItsOwnName) {
    EXPECT_FALSE(agent->initialized() || agent->startupReady() || agent->warm());
    EXPECT_FALSE(agent->entityManager());
    EXPECT_FALSE(agent->redundancyStatus());
+   EXPECT_FALSE(agent->agentStatus());
    agent->agentOrdelNameIs("Sample-2");
    EXPECT_EQ(agent->agentOrdelName(), "Sample-2");
 }
@@ -59,6 +60,7 @@ TEST_F(CAgentTest, pathOfTheCellFollowsItsNumber) {
    agent->cellIdIs(2);
    EXPECT_EQ(agent->cellPath(), "cell/2");
    EXPECT_EQ(agent->agentCfgName(), "cell/2/agent/config/Sample");
+   EXPECT_EQ(agent->agentStatusName(), "cell/2/agent/status/Sample");
 }
 
 TEST_F(CAgentTest, stageOfAnInstanceIsAStage) {

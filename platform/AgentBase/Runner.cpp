@@ -163,6 +163,7 @@ int Runner::run() {
    auto const group = entityManager_->getMountGroup(*baseMounter_);
    group->doMount({"r", "Redundancy::RedundancyStatus", Cell::path("redundancy/status", 0)});
    group->doMount({"rc", "Agent::AgentConfig", agent_->agentCfgName()});
+   group->doMount({"wf", "Agent::Status", agent_->agentStatusName()});
    group->doClose(false, "base", 0.0);
    try {
       Kem::activityManager()->run();
@@ -182,6 +183,7 @@ void Runner::handleBaseMounted() {
    }
    agent_->redundancyStatusIs(
        entityManager_->entity<Redundancy::RedundancyStatus>(Cell::path("redundancy/status", 0)));
+   agent_->agentStatusIs(entityManager_->entity<Agent::Status>(agent_->agentStatusName()));
    entityManager_->holdLog(holdLimit);
    agent_->doPreInit();
    agent_->doInit();

@@ -1,6 +1,6 @@
 // Brings one agent up on the state database and keeps it running.
 //
-//    connecting ──► base mounts (redundancy status, agent configuration) ──► doPreInit, doInit ──►
+//    connecting ──► base mounts (redundancy status, agent configuration and status) ──► doPreInit, doInit ──►
 //    doMountsComplete
 //         ──► settled: the held log is released, "ready" ──► running ──SIGTERM, lost connection──► end
 //

@@ -1,0 +1,59 @@
+#include "Vorn/VornAgent/StatusReport.h"
+
+#include "Kem/Time.h"
+#include "Vorn/VornAgent.h"
+
+#include <unistd.h>
+
+namespace Vorn {
+
+StatusReport::StatusReport(Kem::Ptr<::Agent::Status> status, Agent& agent)
+    : status_(std::move(status)), agent_(agent) {
+   status_->pidIs(static_cast<uint32_t>(getpid()));
+   handleTime();
+}
+
+void StatusReport::handleTime() {
+   reportStages();
+   reportLog();
+   kemClock_.timeMinIs(Kem::now() + interval);
+}
+
+void StatusReport::reportStages() {
+   // Null on a standby supervisor, which has no stages, whatever the active one left in the record.
+   auto const sm = agent_.bridgingConfigSm();
+   reportStage("VlanConfigCodef", sm ? sm->vlanConfigCodef().ptr() : nullptr);
+   reportStage("SwitchIntfConfigCodef", sm ? sm->switchIntfConfigCodef().ptr() : nullptr);
+}
+
+void StatusReport::reportStage(char const* name, Ulm::CodefBase const* stage) {
+   if (!stage) {
+      status_->deferredStageDel(name);
+      return;
+   }
+   status_->deferredStageIs(name, {.backlog = stage->backlogSize(),
+                                   .updatesSeen = stage->updatesSeen(),
+                                   .updatesProcessed = stage->updatesProcessed(),
+                                   .dispatchCount = stage->dispatchCount(),
+                                   .yieldBeforeFinishingCount = stage->yieldBeforeFinishingCount(),
+                                   .timeUsed = stage->timeUsed()});
+}
+
+void StatusReport::reportLog() {
+   auto const& check = agent_.attrLogCheck();
+   auto const& out = check.nboAttrLogOutSm();
+   ::Agent::AttributeLog log = status_->attributeLog();
+   log.kernBufferSize = check.attrLogKernBufferSize();
+   log.kernBufferThreshold = check.attrLogKernBufferThreshold();
+   log.kernBufferUsage = check.attrLogKernBufferUsage();
+   log.aboveThresholdCount = check.attrLogAboveThresholdCount();
+   uint64_t const operations = out ? out->operationsWritten() : 0;
+   if (operations != operationsAfterReport_) {
+      log.operationsWritten = operations;
+      log.bytesWritten = out ? out->bytesWritten() : 0;
+   }
+   status_->attributeLogIs(log);
+   operationsAfterReport_ = out ? out->operationsWritten() : 0;
+}
+
+} // namespace Vorn
