@@ -30,6 +30,7 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "dynVlanSrcTable",
                                       "bridgingConfigSm",
                                       "inputSelectorSm",
+                                      "linkStatusLoggingDirSm",
                                       "oxaState",
                                       "startupModeConfig",
                                       "startupModeStatus",
@@ -37,10 +38,23 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "startupModeSm",
                                       "dynVlanIntfList",
                                       "kernelNetworkInfoRoot",
+                                      "kernelOperStateRoot",
+                                      "linkFlapRoot",
                                       "intfAggrStatus",
                                       "netNsCollection",
+                                      "uplinkFailureDetectionRoot",
+                                      "congestionDropsLoggingSm",
+                                      "kernelNetworkInfoManager",
+                                      "netNsManager",
+                                      "errdisableAggrSm",
+                                      "linkFlapErrdisableCauseSm",
+                                      "noInternalVlanErrdisableCauseSm",
+                                      "testErrdisableCauseSm",
+                                      "uplinkFailureDetectionErrdisableCauseSm",
                                       "reloadDownErrdisableCauseStatus",
+                                      "reloadDownErrdisableCauseSm",
                                       "privateVlanLibState",
+                                      "privateVlanLibSm",
                                       "nboAttrLogOutSm",
                                       "attrLogSockFd",
                                       "attrLogKernBufferSize",
@@ -51,6 +65,7 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "maxIterUntilBufferCheck",
                                       "bridgingStatus",
                                       "plazeBridgingStatus",
+                                      "readerShim",
                                       "bootStagesHelper",
                                       "oxaStatus"};
 
@@ -121,7 +136,7 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
       localIs(oxaState_, "OxaState");
 
    handleStandbyMode();
-   localIs(kernelNetworkInfoRoot_, "kni");
+   followKernel();
 
    bootStagesHelper_ =
        Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus, progressDir, agentConfig, *this);
@@ -168,6 +183,23 @@ int Agent::createNetlinkSocket() {
    return openNetlinkSocket();
 }
 
+void Agent::followKernel() {
+   auto const activity = Kem::activityManager()->config();
+   localIs(kernelNetworkInfoRoot_, "kni");
+   kernelOperStateRoot_ = Kem::makePtr<KernelOperState::Root>("kosr");
+   auto& kosr = *kernelOperStateRoot_;
+   kosr.intfStatusDirIs("intfStatusDir");
+   kosr.intfStatusLocalDirIs("intfStatusLocalDir");
+   kosr.netNsCollectionIs("kns");
+   kosr.netNsManagerIs(activity, kosr.netNsCollection());
+   kernelNetworkInfoManager_ = Kem::makePtr<KernelNetworkInfo::Manager>(
+       activity, kernelNetworkInfoRoot_, nullptr, nullptr, Sulvi::NamespaceName());
+   netNsManager_ = Kem::makePtr<KernelNetNsInfo::Manager>(activity, netNsCollection_);
+   auto const kosm = kosr.kosmIs();
+   kosr.intfStatusOperStatusSmIs(activity, kosr.intfStatusDir(), kosr.intfStatusLocalDir(), kosm,
+                                 netNsCollection_);
+}
+
 void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
    startupStatus_ = entityManager.entity<::Agent::StartupStatus>(cellPath() + "/agent/startupStatus/Vorn");
    bool const hitlessReload = oxaStatus_ && oxaStatus_->hitlessBootValid() &&
@@ -181,12 +213,12 @@ void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
 void Agent::recoverReloadDownPorts() {
    // Entries that an earlier hitless reload left: this start is no hitless one, so nothing else would release
    // them.
-   if (standbyMode_ || !reloadDownErrdisableCauseStatus_ ||
-       reloadDownErrdisableCauseStatus_->intfStatus().empty())
+   auto const cause = reloadDownErrdisableCauseStatus();
+   if (standbyMode_ || !cause || cause->intfStatus().empty())
       return;
    KEM_TRACE(theTrace, 0,
              "doMountsComplete hitless-reload-down errdisabled interfaces present. Re-enabling.");
-   reloadDownErrdisableCauseStatus_->intfStatusDelAll();
+   cause->intfStatusDelAll();
 }
 
 void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
@@ -196,6 +228,7 @@ void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
        mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
    KEM_TRACE(theTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
    bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
+   readerShim_ = Kem::makePtr<Bridging::ReaderFdbStatusSm>(bridgingStatus_, plazeBridgingStatus_);
 
    counterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
        mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
@@ -237,66 +270,8 @@ void Agent::handleStandbyMode() {
    }
    KEM_TRACE(theTrace, 0,
              "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
-   auto& em = *entityManager();
-   reloadDownErrdisableCauseStatus_ =
-       em.entity<Errdisable::CauseStatus>("interface/errdisable/cause/hitless-reload-down");
-   localIs(intfAggrStatus_, "intfAggrStatus");
-
-   // The default records of ports have a rank like any publisher's; it is the one priority that the agent
-   // writes.
-   auto const bridgingInputEth = em.entity<Bridging::Input::Config>("bridging/input/config/eth");
-   bridgingInputEth->switchIntfConfigPriorityIs(10);
-
-   auto const inputDir = em.entity<Kem::Dir>("bridging/input/config");
-   auto const cliInput = inputDir ? inputDir->entity<Bridging::Input::CliConfig>("cli") : nullptr;
-   KEM_ASSERT(cliInput);
-
-   if (!dynVlanSrcTable_)
-      dynVlanSrcTable_ = Bridging::Input::DynVlanSrcTable::make();
-   makeBridgingSms(bridgingInputEth, cliInput);
-}
-
-void Agent::makeBridgingSms(Kem::Ptr<Bridging::Input::Config> const& bridgingInputEth,
-                            Kem::Ptr<Bridging::Input::CliConfig> const& cliInput) {
-   if (bridgingConfigSm_)
-      return; // made when the supervisor was active before
-   auto& em = *entityManager();
-   auto const clock = Kem::ActivityFacility::clock();
-   auto const inputDir = em.entity<Kem::Dir>("bridging/input/config");
-   auto const allSwitchIntfConfigDir = em.entity<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig");
-   auto const fdbConfigDir = em.entity<Bridging::FdbConfigDir>("bridging/fdbConfigDir");
-   auto const config = em.entity<Bridging::Config>("bridging/config");
-   auto const ethIntfConfigDir = em.entity<Interface::EthIntfConfigDir>("interface/config/eth/intf");
-   bridgingConfigSm_ = bridgingConfigSmFactory({
-       .configIn = bridgingInputEth,
-       .allSwitchIntfConfigs = allSwitchIntfConfigDir,
-       .fdbConfigDir = fdbConfigDir,
-       .config = config,
-       .vlanIntfConfig = em.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan"),
-       .dynVlanIntfList = dynVlanIntfList_,
-       .ethIntfConfigDir = ethIntfConfigDir,
-       .dynAllowedVlanDir = em.entity<Kem::Dir>("bridging/input/dynvlan/allowedvlan"),
-       .dynVlanDir = em.entity<Kem::Dir>("bridging/input/dynvlan/vlan"),
-       .dynVlanSrcTable = dynVlanSrcTable_,
-       .noInternalVlanIdCauseStatus =
-           em.entity<Errdisable::CauseStatus>("interface/errdisable/cause/no-internal-vlan"),
-       .recoveryTimer = clock,
-       .cliConfig = cliInput,
-       .privateVlanLibState = privateVlanLibState_,
-       .vornAgent = this,
-       .ethIntfStatusDir = em.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
-   });
-   inputSelectorSm_ = inputSelectorSmFactory({
-       .inputDir = inputDir,
-       .bridgingConfigSm = bridgingConfigSm_,
-       .ethIntfConfigDir = ethIntfConfigDir,
-       .bridgingInputEth = bridgingInputEth,
-       .allSwitchIntfConfigDir = allSwitchIntfConfigDir,
-       .fdbConfigDir = fdbConfigDir,
-       .bridgingConfig = config,
-       .cliConfig = cliInput,
-       .bridgingHwCapabilities = em.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
-   });
+   if (!activeRole_)
+      activeRole_ = std::make_unique<ActiveRole>(*this);
 }
 
 // --- Boot stages.
@@ -305,16 +280,21 @@ void Agent::doStage(std::string const& stageClass, std::string const& stage) {
    if (stageClass != bootStageClass)
       return;
    KEM_TRACE(theTrace, 3, "doStage " << stage);
-   if (stage == "NetworkAgent" || stage == "ErrdisableStatusUpdate")
+   if (stage == "NetworkAgent") {
       bootStagesHelper_->doStageComplete(stage);
-   else if (stage == "VornStatusUpdate")
+   } else if (stage == "ErrdisableStatusUpdate") {
+      if (!standbyMode_)
+         activeRole_->makeReloadDownCause();
+      bootStagesHelper_->doStageComplete(stage);
+   } else if (stage == "VornStatusUpdate") {
       oxaState_->vornStatusUpdateIs(true);
-   else if (stage == "VornSubIntfUp")
+   } else if (stage == "VornSubIntfUp") {
       oxaState_->vornSubIntfUpIs(true);
-   else if (stage == "DownLinksUpdate")
+   } else if (stage == "DownLinksUpdate") {
       oxaState_->vornDownLinksUpdateIs(true);
-   else
+   } else {
       KEM_ASSERT(0);
+   }
 }
 
 } // namespace Vorn

@@ -13,10 +13,14 @@
 
 #include "AgentBase/CAgent.h"
 #include "AgentBase/StagesHelper.h"
+#include "KernelNetNsInfo/Manager.h"
+#include "KernelNetworkInfo/Manager.h"
+#include "KernelOperState/Root.h"
 #include "Plaze/BridgingStatus.h"
 #include "Plaze/InterfaceCounters.h"
+#include "ReaderFdbStatus/ReaderFdbStatusSm.h"
 #include "StartupMode/StartupModeSm.h"
-#include "Vorn/BridgingSm.h"
+#include "Vorn/VornAgent/ActiveRole.h"
 #include "Vorn/VornAgent/AttrLogCheck.h"
 #include "Vorn/VornAgent/EntityManagerReactor.h"
 #include "Vorn/VornAgent/StatusReport.h"
@@ -58,23 +62,35 @@ class Agent final : public AgentBase::CAgent {
    bool standbyMode() const { return standbyMode_; }
    // Calls handleStandbyMode when the value changes.
    void standbyModeIs(bool standbyMode);
-   Kem::Ptr<Bridging::Input::DynVlanSrcTable> const& dynVlanSrcTable() const { return dynVlanSrcTable_; }
-   Kem::Ptr<BridgingConfigSm> const& bridgingConfigSm() const {
-      return bridgingConfigSm_; // null on a standby supervisor
+   // What the active role has made; null while the supervisor has not been active yet, and so are the parts
+   // of it.
+   ActiveRole const* activeRole() const { return activeRole_.get(); }
+   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable() const {
+      return activeRole_ ? activeRole_->dynVlanSrcTable() : nullptr;
    }
-   Kem::Ptr<InputSelectorSm> const& inputSelectorSm() const { return inputSelectorSm_; } // null likewise
+   Kem::Ptr<BridgingConfigSm> bridgingConfigSm() const {
+      return activeRole_ ? activeRole_->bridgingConfigSm() : nullptr;
+   }
+   Kem::Ptr<InputSelectorSm> inputSelectorSm() const {
+      return activeRole_ ? activeRole_->inputSelectorSm() : nullptr;
+   }
+   Kem::Ptr<ErrdisableAggr::IntfAggrStatus> intfAggrStatus() const {
+      return activeRole_ ? activeRole_->intfAggrStatus() : nullptr;
+   }
+   Kem::Ptr<Errdisable::CauseStatus> reloadDownErrdisableCauseStatus() const {
+      return activeRole_ ? activeRole_->reloadDownErrdisableCauseStatus() : nullptr;
+   }
+   Kem::Ptr<PrivateVlanLib::LibSm> privateVlanLibSm() const {
+      return activeRole_ ? activeRole_->privateVlanLibSm() : nullptr;
+   }
    Kem::Ptr<VornOxaState> const& oxaState() const { return oxaState_; } // null but for a hitless start
    Kem::Ptr<::Agent::StartupModeConfig> const& startupModeConfig() const { return startupModeConfig_; }
    Kem::Ptr<::Agent::StartupModeStatus> const& startupModeStatus() const { return startupModeStatus_; }
    // VLAN interfaces that dynamic sources ask for.
    Kem::Ptr<DynVlanIntfList> const& dynVlanIntfList() const { return dynVlanIntfList_; }
    Kem::Ptr<KernelNetworkInfo::Root> const& kernelNetworkInfoRoot() const { return kernelNetworkInfoRoot_; }
-   // Null on a standby supervisor.
-   Kem::Ptr<ErrdisableAggr::IntfAggrStatus> const& intfAggrStatus() const { return intfAggrStatus_; }
+   Kem::Ptr<KernelOperState::Root> const& kernelOperStateRoot() const { return kernelOperStateRoot_; }
    Kem::Ptr<KernelNetNsInfo::Root> const& netNsCollection() const { return netNsCollection_; }
-   Kem::Ptr<Errdisable::CauseStatus> const& reloadDownErrdisableCauseStatus() const {
-      return reloadDownErrdisableCauseStatus_; // null on a standby supervisor
-   }
    Kem::Ptr<PrivateVlanLib::LibState> const& privateVlanLibState() const { return privateVlanLibState_; }
    Kem::Ptr<Plaze::Bridging::Status> const& plazeBridgingStatus() const { return plazeBridgingStatus_; }
    Kem::Ptr<Bridging::Status> const& bridgingStatus() const { return bridgingStatus_; }
@@ -95,9 +111,8 @@ class Agent final : public AgentBase::CAgent {
 
   private:
    void handleStandbyMode();
-   void makeBridgingSms(Kem::Ptr<Bridging::Input::Config> const& bridgingInputEth,
-                        Kem::Ptr<Bridging::Input::CliConfig> const& cliInput);
    void openKernelSockets();
+   void followKernel();
    void decideStartupMode(Ordel::EntityManager& entityManager);
    void recoverReloadDownPorts();
    void mountSharedMemory(Ordel::EntityManager& entityManager);
@@ -105,9 +120,7 @@ class Agent final : public AgentBase::CAgent {
 
    Kem::Ptr<EntityManagerReactor> entityManagerReactor_;
    bool standbyMode_ = false;
-   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable_;
-   Kem::Ptr<BridgingConfigSm> bridgingConfigSm_;
-   Kem::Ptr<InputSelectorSm> inputSelectorSm_;
+   std::unique_ptr<ActiveRole> activeRole_;
    Kem::Ptr<VornOxaState> oxaState_;
    Kem::Ptr<::Agent::StartupModeConfig> startupModeConfig_;
    Kem::Ptr<::Agent::StartupModeStatus> startupModeStatus_;
@@ -115,13 +128,15 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<::Agent::StartupModeSm> startupModeSm_;
    Kem::Ptr<DynVlanIntfList> dynVlanIntfList_;
    Kem::Ptr<KernelNetworkInfo::Root> kernelNetworkInfoRoot_;
-   Kem::Ptr<ErrdisableAggr::IntfAggrStatus> intfAggrStatus_;
+   Kem::Ptr<KernelOperState::Root> kernelOperStateRoot_;
    Kem::Ptr<KernelNetNsInfo::Root> netNsCollection_;
-   Kem::Ptr<Errdisable::CauseStatus> reloadDownErrdisableCauseStatus_;
+   Kem::Ptr<KernelNetworkInfo::Manager> kernelNetworkInfoManager_;
+   Kem::Ptr<KernelNetNsInfo::Manager> netNsManager_;
    Kem::Ptr<PrivateVlanLib::LibState> privateVlanLibState_;
    AttrLogCheck attrLogCheck_;
    Kem::Ptr<Bridging::Status> bridgingStatus_;
    Kem::Ptr<Plaze::Bridging::Status> plazeBridgingStatus_;
+   Kem::Ptr<Bridging::ReaderFdbStatusSm> readerShim_;
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> counterDir_;
    Kem::Ptr<AgentBase::StagesHelper> bootStagesHelper_;
    Kem::Ptr<Oxa::OxaStatus const> oxaStatus_;
