@@ -8,9 +8,10 @@
 //    waiting ──10 seconds passed and a number is free──► no VLAN, and VLAN held at the next evaluation
 //    waiting ──left routed mode──► no VLAN
 //
-// A waiting port stands in the errdisable cause "no-internal-vlan". The tables are BridgingConfigSm's;
-// allocation and recovery are its operations, in InternalVlans.cpp; the choice for one port is
-// SwitchIntfSm's.
+// A waiting port stands in the errdisable cause "no-internal-vlan", and is given no number within these 10
+// seconds, by whatever evaluation; one that holds a VLAN never stands there. The tables are
+// BridgingConfigSm's; allocation and recovery are its operations, in InternalVlans.cpp; the choice for one
+// port is SwitchIntfSm's.
 #pragma once
 
 #include "records/Bridging/Config.h"

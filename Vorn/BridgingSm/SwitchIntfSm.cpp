@@ -7,6 +7,8 @@
 #include "Vorn/Invariant.h"
 #include "records/Interface/VlanIntfConfig.h"
 
+#include <cmath>
+
 namespace Vorn {
 
 using InputMode = Bridging::Input::SwitchportMode;
@@ -110,7 +112,7 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
 Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
    if (auto const held = parent_.internalVlanId(intfId_); held != 0)
       return held;
-   if (isShutDown() || !hasRoutedForwardingModel())
+   if (isShutDown() || !hasRoutedForwardingModel() || hasBegunToWait())
       return 0;
    auto const vlanId = takeInternalVlan();
    if (vlanId == 0) {
@@ -125,6 +127,13 @@ Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
    parent_.internalVlanIdIs(intfId_, vlanId);
    createRoutedPortVlanConfig(*bridgingConfig_, vlan, intfId_);
    return vlanId;
+}
+
+// Within the time in which recovery leaves it alone, nothing else gives the port a number either. A time of an
+// earlier boot, in the future, is none.
+bool SwitchIntfSm::hasBegunToWait() const {
+   auto const* const since = parent_.noInternalVlanIdCauseStatus().intfStatus().find(intfId_);
+   return since && std::abs(Kem::now() - *since) < BridgingConfigSm::recoveryInterval;
 }
 
 // The number of the run before, unless something took it meanwhile; otherwise a free one. 0 when there is

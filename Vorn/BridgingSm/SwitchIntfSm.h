@@ -123,6 +123,7 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    Bridging::VlanIdOrNone takeInternalVlan();
    bool isShutDown() const; // by configuration, or not configured at all
    bool hasRoutedForwardingModel() const;
+   bool hasBegunToWait() const; // for an internal VLAN, less than the recovery interval ago
    bool isSwitchportThatFloods() const;
    bool isTrunkLike() const;
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
