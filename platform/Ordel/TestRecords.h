@@ -255,10 +255,12 @@ class Block {
 // ---------------------------------------------------------------------------------------------
 
 inline std::string hex(std::string_view bytes) {
-   std::string text;
-   for (char const c : bytes) {
-      text += "0123456789abcdef"[static_cast<uint8_t>(c) >> 4];
-      text += "0123456789abcdef"[static_cast<uint8_t>(c) & 15];
+   // Random tests print values of a megabyte, and tests are compiled without optimisation.
+   std::string text(2 * bytes.size(), ' ');
+   char* out = text.data();
+   for (char const& byte : bytes) {
+      *out++ = "0123456789abcdef"[static_cast<unsigned char>(byte) >> 4];
+      *out++ = "0123456789abcdef"[byte & 15];
    }
    return text;
 }
