@@ -1,0 +1,168 @@
+#include "CommandLine.h"
+
+#include "Failures.h"
+#include "Session.h"
+#include "Show.h"
+#include "Why.h"
+#include "Words.h"
+
+#include "Ordel/Connection.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace Vornctl {
+
+namespace {
+
+constexpr char const* overview =
+    "Ports may be given by their short names (Et1, Po5). Exit status: 0 done; 1 the answer is no (no such "
+    "VLAN\n"
+    "or port, no member); 2 wrong usage; 3 the database refused; 4 the database can't be reached.\n"
+    "\n"
+    "vornctl COMMAND --help tells more and has examples.";
+
+constexpr size_t usualWidth = 80;
+
+// Of the terminal, or the usual one where the output is none.
+size_t lineWidth() {
+   winsize size{};
+   bool const isTerminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+   return isTerminal ? std::max<size_t>(size.ws_col, usualWidth) : usualWidth;
+}
+
+struct Options {
+   std::string socketPath = Ordel::Connection::defaultSocketPath();
+   std::string vlan, port;
+   Format format;
+   std::function<int()> action; // what the command does; returns the exit status
+};
+
+CLI::App* addCommand(CLI::App& parent, Options& options, char const* name, char const* help,
+                     char const* examples, std::function<int()> action) {
+   CLI::App* const command = parent.add_subcommand(name, help);
+   command->footer(examples);
+   command->fallthrough();
+   command->callback([&options, action = std::move(action)] { options.action = action; });
+   return command;
+}
+
+// A show command: fetches its parts and prints.
+std::function<int()> shows(Options& options, Part parts,
+                           std::function<std::string(SwitchState const&)> show) {
+   return [&options, parts, show = std::move(show)] {
+      Session session(options.socketPath);
+      std::string const text = show(session.fetch(parts));
+      std::fwrite(text.data(), 1, text.size(), stdout);
+      return 0;
+   };
+}
+
+std::optional<Bridging::VlanId> vlanOf(Options const& options) {
+   return options.vlan.empty() ? std::nullopt : std::optional(vlanFromText(options.vlan));
+}
+
+std::optional<Sulvi::IntfId> portOf(Options const& options) {
+   return options.port.empty() ? std::nullopt : std::optional(portFromText(options.port));
+}
+
+void addShow(CLI::App& app, Options& options) {
+   CLI::App& show = *app.add_subcommand("show", "Show a part of what the agent resolved");
+   show.require_subcommand(1);
+   show.fallthrough();
+   auto const& format = options.format;
+   addCommand(show, options, "vlan", "VLANs, their status and their ports",
+              "  vornctl show vlan\n"
+              "  vornctl show vlan 10                      one, with how each port takes part",
+              shows(options, showVlanParts,
+                    [&](SwitchState const& state) { return showVlan(state, vlanOf(options), format); }))
+       ->add_option("ID", options.vlan, "Number of a VLAN");
+   addCommand(show, options, "switchport", "Ports: mode, native VLAN, the VLANs that they are members of",
+              "  vornctl show switchport\n"
+              "  vornctl show switchport Et1               one, with all its settings",
+              shows(options, showSwitchportParts,
+                    [&](SwitchState const& state) { return showSwitchport(state, portOf(options), format); }))
+       ->add_option("INTF", options.port, "Name of a port");
+   addCommand(show, options, "inputs", "Publishers, and which of them won what by which number",
+              "  vornctl show inputs", shows(options, showInputsParts, [&](SwitchState const& state) {
+                 return showInputs(state, format);
+              }));
+   addCommand(show, options, "internal-vlan", "Internal VLANs of routed ports, and routed ports without one",
+              "  vornctl show internal-vlan",
+              shows(options, showInternalVlanParts,
+                    [&](SwitchState const& state) { return showInternalVlan(state, format); }));
+   addCommand(show, options, "errdisable", "Disabled ports, their causes, and when they come back",
+              "  vornctl show errdisable", shows(options, showErrdisableParts, [&](SwitchState const& state) {
+                 return showErrdisable(state, format);
+              }));
+   addCommand(show, options, "backlog", "How far the agent is: its deferred stages and its attribute log",
+              "The agent renews these figures once a second while they change.\n"
+              "  vornctl show backlog --json",
+              shows(options, showBacklogParts,
+                    [&](SwitchState const& state) { return showBacklog(state, format); }));
+}
+
+void addWhy(CLI::App& app, Options& options) {
+   CLI::App* const command = addCommand(
+       app, options, "why", "Explain why a port is or isn't a member of a VLAN, and what to do about it",
+       "Tells which publisher decides the port and who lost, what the port is, what is known of the VLAN, "
+       "and then\n"
+       "the rules of membership up to the one that decides, marked with >. Exit status 0 when the port is a\n"
+       "member, 1 when it isn't.\n"
+       "  vornctl why Et8 10",
+       [&options] {
+          Sulvi::IntfId const port = portFromText(options.port);
+          Bridging::VlanId const vlanId = vlanFromText(options.vlan);
+          Session session(options.socketPath);
+          WhyAnswer const answer = why(session.fetch(whyParts), port, vlanId, options.format);
+          std::fwrite(answer.text.data(), 1, answer.text.size(), stdout);
+          return answer.isMember ? 0 : 1;
+       });
+   command->add_option("INTF", options.port, "Name of the port")->required();
+   command->add_option("VLAN", options.vlan, "Number of the VLAN")->required();
+}
+
+} // namespace
+
+int runCommandLine(int argc, char** argv) {
+   CLI::App app("Shows what the bridging agent resolved, and why.", "vornctl");
+   Options options;
+   options.format.width = lineWidth();
+   app.add_option("--socket", options.socketPath,
+                  "Socket of the database (default: $ORDEL_SOCKET, else /run/vorn/ordel.sock)")
+       ->option_text("PATH");
+   app.add_flag("--json", options.format.wantsJson, "Print JSON");
+   app.set_version_flag("--version", "vornctl " VORN_VERSION);
+   app.require_subcommand(1);
+   app.footer(overview);
+   addShow(app, options);
+   addWhy(app, options);
+   try {
+      app.parse(argc, argv);
+      // Before anything is connected: a wrong argument is wrong without a database, too.
+      vlanOf(options);
+      portOf(options);
+   } catch (CLI::Success const& helpOrVersion) {
+      return app.exit(helpOrVersion);
+   } catch (CLI::ParseError const& error) {
+      auto const commands = app.get_subcommands();
+      bool const isShow = !commands.empty() && commands[0]->get_name() == "show";
+      auto const unknown = app.remaining(true);
+      if ((commands.empty() || (isShow && commands[0]->get_subcommands().empty())) && !unknown.empty())
+         throw UsageError(std::string("there is no command ") + (isShow ? "show " : "") + unknown.front() +
+                          "; see vornctl --help");
+      throw UsageError(std::string(error.what()) + "; see vornctl --help");
+   }
+   int const status = options.action();
+   if (std::fflush(stdout) != 0 || std::ferror(stdout))
+      throw UsageError(std::string("standard output: ") + std::strerror(errno));
+   return status;
+}
+
+} // namespace Vornctl

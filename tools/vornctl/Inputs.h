@@ -1,0 +1,43 @@
+// How the inputs of the publishers compete: for the VLANs as wholes, and for each port by their records.
+//
+// The greatest number wins, and 0 takes no part; among equal ones the first in the order of names. Who has
+// won a port is what the agent says (SwitchState::chosen); who has won the VLANs it doesn't say, so that is
+// reckoned here by its rule.
+#pragma once
+
+#include "SwitchState.h"
+
+#include "records/Bridging/Input/Config.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+
+#include <string>
+#include <vector>
+
+namespace Vornctl {
+
+struct Input {
+   std::string name;
+   Kem::Ptr<Bridging::Input::Config> config;
+   uint32_t vlanPriority() const { return config->vlanConfigPriority(); }
+   uint32_t portPriority() const { return config->switchIntfConfigPriority(); }
+};
+
+// All inputs in the order of names.
+std::vector<Input> inputsOf(SwitchState const& state);
+
+// Position of the input that gives the VLANs; the number of inputs when none takes part.
+size_t vlanWinner(std::vector<Input> const& inputs);
+
+// One port, seen from the inputs.
+struct PortChoice {
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> record; // that won; null when none did
+   std::string winner;                                 // name of its input; empty when there is none
+   uint32_t priority = 0;
+   std::vector<Input> losers; // that hold a record for the port too, the greatest number first
+};
+PortChoice choiceOf(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port);
+
+// "cli 50 and eth 10".
+std::string losersText(std::vector<Input> const& losers);
+
+} // namespace Vornctl

@@ -1,0 +1,45 @@
+// The show commands, one function and one source each: a part of the switch's state as a table, or as JSON.
+//
+// Each says which parts of the state it needs; it gets them, and returns the text to print. Ports stand under
+// their short names in tables and under their full names in JSON, in natural order in both.
+#pragma once
+
+#include "SwitchState.h"
+
+#include "Sulvi/IntfId.h"
+
+#include <optional>
+#include <string>
+
+namespace Vornctl {
+
+struct Format {
+   bool wantsJson = false;
+   size_t width = 80; // characters of a line of a table
+};
+
+// All VLANs, or one with its members told one by one; Absent when there is no such VLAN.
+inline constexpr Part showVlanParts = Part::config;
+std::string showVlan(SwitchState const& state, std::optional<Bridging::VlanId> vlanId, Format const& format);
+
+// All ports that are resolved, or one with all its settings; Absent when there is no such port.
+inline constexpr Part showSwitchportParts = Part::config | Part::chosen | Part::inputs;
+std::string showSwitchport(SwitchState const& state, std::optional<Sulvi::IntfId> port, Format const& format);
+
+// Who publishes, and which publisher won what by which number.
+inline constexpr Part showInputsParts = Part::chosen | Part::inputs;
+std::string showInputs(SwitchState const& state, Format const& format);
+
+// Internal VLANs of routed ports, and the routed ports that have none.
+inline constexpr Part showInternalVlanParts = Part::config | Part::interfaces | Part::causes;
+std::string showInternalVlan(SwitchState const& state, Format const& format);
+
+// Disabled ports, with each cause that holds them.
+inline constexpr Part showErrdisableParts = Part::causes;
+std::string showErrdisable(SwitchState const& state, Format const& format);
+
+// How far the agent is with its work.
+inline constexpr Part showBacklogParts = Part::agentStatus | Part::agentPid;
+std::string showBacklog(SwitchState const& state, Format const& format);
+
+} // namespace Vornctl

@@ -1,0 +1,59 @@
+// What the commands look at: the records of the switch as they stood at one moment, read only.
+//
+// A command names the parts that it needs, and only those are mounted; the others are null. References of
+// `chosen` lead to records of `inputs` when both are there. Tests make the records themselves.
+#pragma once
+
+#include "Kem/Dir.h"
+#include "Kem/Time.h"
+#include "records/Agent/Status.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/SwitchIntfConfigDir.h"
+#include "records/Errdisable/Status.h"
+#include "records/Interface/EthIntfConfigDir.h"
+#include "records/Interface/EthIntfStatusDir.h"
+
+#include <cstdint>
+
+namespace Vornctl {
+
+struct SwitchState {
+   // --- What the bridging agent resolved.
+   Kem::Ptr<Bridging::Config> config;
+   Kem::Ptr<Bridging::SwitchIntfConfigDir> chosen; // the record that won for each port
+   // --- What publishers want; directories of Bridging::Input::Config, VlanIdSet and AllowedVlans.
+   Kem::Ptr<Kem::Dir> inputs;
+   Kem::Ptr<Kem::Dir> dynVlans;
+   Kem::Ptr<Kem::Dir> dynAllowedVlans;
+   // --- Interfaces.
+   Kem::Ptr<Interface::EthIntfConfigDir> ethIntfConfig;
+   Kem::Ptr<Interface::EthIntfStatusDir> ethIntfStatus;
+   // --- Disabled ports; a directory of Errdisable::CauseStatus.
+   Kem::Ptr<Kem::Dir> causes;
+   Kem::Ptr<Errdisable::Status> errdisable;
+   // --- The agent.
+   Kem::Ptr<Agent::Status> agentStatus;
+   uint32_t agentPid = 0; // of the agent that is connected to the database; 0 for none
+
+   Kem::Seconds now = 0; // when all this was read, on the clock that the agent's times are of
+};
+
+// Parts of the state that a command may need.
+enum class Part : uint32_t {
+   config = 1 << 0,
+   chosen = 1 << 1,
+   inputs = 1 << 2,
+   dynamic = 1 << 3, // dynVlans and dynAllowedVlans
+   interfaces = 1 << 4,
+   causes = 1 << 5, // causes and errdisable
+   agentStatus = 1 << 6,
+   agentPid = 1 << 7,
+};
+constexpr Part operator|(Part a, Part b) {
+   return static_cast<Part>(static_cast<uint32_t>(a) | static_cast<uint32_t>(b));
+}
+constexpr bool contains(Part parts, Part part) {
+   return (static_cast<uint32_t>(parts) & static_cast<uint32_t>(part)) != 0;
+}
+
+} // namespace Vornctl

@@ -1,0 +1,293 @@
+#include "Why.h"
+
+#include "AllowedVlans.h"
+#include "Failures.h"
+#include "Inputs.h"
+#include "Json.h"
+#include "Membership.h"
+#include "RoutedPort.h"
+#include "Table.h"
+#include "Words.h"
+
+#include "records/Bridging/Input/VlanConfig.h"
+#include "records/Interface/EthIntfConfig.h"
+#include "records/Interface/EthIntfStatus.h"
+
+namespace Vornctl {
+
+namespace {
+
+using Bridging::SwitchportMode;
+using Bridging::Input::SwitchIntfConfig;
+
+std::string nameOf(Sulvi::IntfId port) {
+   return port.stringValue().str();
+}
+
+// The number with which an input competes, as it stands beside the input's name.
+std::string byNumber(uint32_t priority) {
+   return " by its number " + std::to_string(priority);
+}
+
+bool isKnown(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port) {
+   if (port.kind() == Sulvi::IntfKind::cpu || state.config->switchIntfConfig(port) ||
+       state.chosen->switchIntfConfig().find(port) || state.ethIntfConfig->intfConfig(port) ||
+       state.ethIntfStatus->intfStatus(port))
+      return true;
+   for (Input const& input : inputs)
+      if (input.config->switchIntfConfig(port))
+         return true;
+   return false;
+}
+
+// What the record asks for.
+SwitchportMode wantedMode(SwitchIntfConfig const& record) {
+   return record.enabled() ? static_cast<SwitchportMode>(record.switchportMode()) : SwitchportMode::routed_;
+}
+
+// --- The input that decides the port.
+
+void explainNoInput(Explanation& out, PortChoice const& choice, Sulvi::IntfId port) {
+   if (choice.losers.empty()) {
+      out.decide(false, "Input", "no input holds a record for the port");
+      out.advise("list the port in interface/config/eth/intf, which gives it a default record, or publish "
+                 "switchIntfConfig[" +
+                 nameOf(port) + "] in an input");
+   } else if (choice.losers[0].portPriority() == 0) {
+      out.decide(false, "Input",
+                 "no input takes part with a record for the port: " + losersText(choice.losers));
+      out.advise("set switchIntfConfigPriority of bridging/input/config/" + choice.losers[0].name +
+                 " above 0");
+   } else {
+      out.decide(false, "Input",
+                 "the agent has not chosen among the inputs yet: " + losersText(choice.losers));
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+   }
+}
+
+void explainInput(Explanation& out, PortChoice const& choice, Sulvi::IntfId port) {
+   if (!choice.record)
+      return explainNoInput(out, choice, port);
+   std::string const lost = choice.losers.empty() ? "" : "; lost: " + losersText(choice.losers);
+   if (choice.winner.empty())
+      out.note("Input", "a record that no input holds any more" + lost);
+   else
+      out.note("Input", choice.winner + " decides the port" + byNumber(choice.priority) + lost);
+}
+
+// --- What the port is.
+
+std::string modeFinding(SwitchIntfConfig const& record, SwitchportMode resolved) {
+   SwitchportMode const wanted = wantedMode(record);
+   std::string finding = modeText(resolved);
+   if (resolved == SwitchportMode::routed_ && !record.enabled())
+      finding += ": the record says that it is no switchport (enabled is false)";
+   if (wanted != resolved)
+      finding += "; the record asks for " + modeText(wanted) + ", which is on its way";
+   return finding;
+}
+
+std::string nativeFinding(SwitchState const& state, SwitchIntfConfig const& record,
+                          Bridging::SwitchportModeAndNativeVlan const& resolved) {
+   if (resolved.nativeVlan != 0)
+      return std::to_string(resolved.nativeVlan.value()) +
+             (resolved.switchportMode == SwitchportMode::routed_ ? ", its internal VLAN" : "");
+   uint16_t configured = 0;
+   switch (resolved.switchportMode) {
+   case SwitchportMode::access_:
+   case SwitchportMode::dot1qTunnel_:
+      configured = record.accessVlan().value();
+      break;
+   case SwitchportMode::trunk_:
+      configured = record.trunkNativeVlan().value();
+      break;
+   default:
+      break;
+   }
+   if (configured == 0)
+      return "none";
+   bool const stands = state.config->vlanConfig().find(Bridging::VlanId(configured)) != nullptr;
+   return "none: VLAN " + std::to_string(configured) + ", which it is configured for, " +
+          (stands ? "has not been taken up yet" : "doesn't exist");
+}
+
+// --- What is known of the VLAN.
+
+std::string vlanFinding(Bridging::VlanConfig const& vlan) {
+   std::string const name = vlan.configuredName().str();
+   if (vlan.internal())
+      return "exists: the internal VLAN of " + name;
+   std::string const source = vlan.configSource().str();
+   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
+}
+
+void explainMissingVlan(Explanation& out, std::vector<Input> const& inputs, Bridging::VlanId vlanId) {
+   std::string const number = std::to_string(vlanId.value());
+   std::string const place = ".vlanConfig[" + number + ']';
+   size_t const winner = vlanWinner(inputs);
+   std::vector<std::string> others;
+   for (size_t i = 0; i < inputs.size(); ++i)
+      if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
+         others.push_back(inputs[i].name + ' ' + std::to_string(inputs[i].vlanPriority()));
+   std::string const lost = others.empty() ? "" : "; lost with it: " + joined(others);
+   if (winner == inputs.size()) {
+      out.decide(false, "VLAN",
+                 "doesn't exist: no input takes part in the choice of VLANs, each has vlanConfigPriority 0" +
+                     lost);
+      out.advise("set vlanConfigPriority of an input that holds VLAN " + number + " above 0");
+      return;
+   }
+   Input const& input = inputs[winner];
+   if (input.config->vlanConfig().find(vlanId)) {
+      out.decide(false, "VLAN",
+                 input.name + " holds it and gives the VLANs" + byNumber(input.vlanPriority()) +
+                     ", but the agent has not made it yet");
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+      return;
+   }
+   out.decide(false, "VLAN",
+              "doesn't exist: " + input.name + ", which gives all VLANs" + byNumber(input.vlanPriority()) +
+                  ", lacks it" + lost);
+   out.advise("make it: bridging/input/config/" + input.name + place);
+   if (!others.empty())
+      out.advise("or raise vlanConfigPriority of an input that holds it above " +
+                 std::to_string(input.vlanPriority()) + "; that input then gives all VLANs");
+}
+
+// A loser that asks for the membership is often the answer to the question behind the question.
+void adviseLosers(Explanation& out, SwitchState const& state, PortChoice const& choice, Sulvi::IntfId port,
+                  Bridging::VlanId vlanId) {
+   for (Input const& loser : choice.losers) {
+      auto const record = loser.config->switchIntfConfig(port);
+      SwitchportMode const mode = wantedMode(*record);
+      bool const isWanted = mode == SwitchportMode::access_ || mode == SwitchportMode::dot1qTunnel_
+                                ? record->accessVlan() == vlanId
+                            : mode == SwitchportMode::trunk_
+                                ? allowedVlans(state, *record).vlans.vlan(vlanId.value())
+                                : false;
+      if (isWanted && loser.name != "eth")
+         out.advise("or raise switchIntfConfigPriority of " + loser.name + ", which asks for VLAN " +
+                    std::to_string(vlanId.value()) + " on the port (" + modeText(mode) + "), above " +
+                    std::to_string(choice.priority) + "; all its ports then weigh more");
+   }
+}
+
+Json answerJson(SwitchState const& state, Explanation const& explanation, bool isMember,
+                PortChoice const& choice, Sulvi::IntfId port, Bridging::VlanId vlanId) {
+   Json rules = Json::array();
+   for (Rule const& rule : explanation.rules)
+      rules.push_back({{"rule", rule.name}, {"finding", rule.finding}, {"decides", rule.decides}});
+   Json losers = Json::array();
+   for (Input const& loser : choice.losers)
+      losers.push_back({{"name", loser.name}, {"priority", loser.portPriority()}});
+   Json json = {{"port", nameOf(port)},
+                {"vlan", vlanId.value()},
+                {"isMember", isMember},
+                {"isMemberByRules", explanation.isMember},
+                {"input", choice.winner.empty() ? Json() : Json(choice.winner)},
+                {"inputPriority", choice.priority},
+                {"losers", std::move(losers)}};
+   if (auto const resolved = state.config->switchIntfConfig(port)) {
+      json["mode"] = modeText(resolved->switchportModeAndNativeVlan().switchportMode);
+      json["nativeVlan"] = resolved->switchportModeAndNativeVlan().nativeVlan.value();
+   }
+   json["rules"] = std::move(rules);
+   json["advice"] = explanation.advice;
+   json["agentPid"] = state.agentPid == 0 ? Json() : Json(state.agentPid);
+   return json;
+}
+
+std::string answerText(SwitchState const& state, Explanation const& explanation,
+                       Bridging::VlanPortConfig const* member, Sulvi::IntfId port, Bridging::VlanId vlanId,
+                       size_t width) {
+   std::string text =
+       printable(nameOf(port)) + (member ? " is a member of VLAN " : " is not a member of VLAN ") +
+       std::to_string(vlanId.value()) + (member ? ": " + membershipText(*member) : "") + ".\n\n";
+   size_t nameWidth = 0;
+   for (Rule const& rule : explanation.rules)
+      nameWidth = std::max(nameWidth, characters(rule.name));
+   size_t const indent = nameWidth + 4;
+   for (Rule const& rule : explanation.rules) {
+      std::string const finding =
+          paragraph(printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
+      std::string const head = (rule.decides ? "> " : "  ") + rule.name;
+      text += head + finding.substr(characters(head));
+   }
+   if (state.agentPid == 0)
+      text += "\n" +
+              paragraph("The agent is not connected to the database: what stands there is what it left, and "
+                        "follows no input.",
+                        0, width);
+   if (explanation.isMember != (member != nullptr))
+      text += "\n" +
+              paragraph(std::string("By these rules it would ") + (explanation.isMember ? "be" : "not be") +
+                            " a member: the resolved configuration hasn't followed the inputs yet (vornctl "
+                            "show backlog).",
+                        0, width);
+   if (!explanation.advice.empty() && !member) {
+      text += "\nWhat to do:\n";
+      for (std::string const& advice : explanation.advice)
+         text += "  - " + paragraph(printable(advice), 4, width).substr(4);
+   }
+   return text;
+}
+
+} // namespace
+
+Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::VlanId vlanId) {
+   Explanation out;
+   auto const inputs = inputsOf(state);
+   auto const choice = choiceOf(state, inputs, port);
+   auto const vlan = state.config->vlanConfig(vlanId);
+   auto const resolved = state.config->switchIntfConfig(port);
+   bool const isCpu = port.kind() == Sulvi::IntfKind::cpu;
+   if (isCpu)
+      out.note("Port", "the processor's own, which is a member where the switch has a VLAN interface");
+   else
+      explainInput(out, choice, port);
+   if (choice.record && !resolved && !isCpu) {
+      out.decide(false, "Port", "the agent has not taken the record up yet");
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+   }
+   if (out.isDecided())
+      return out;
+   if (!isCpu) {
+      auto const modeAndVlan = resolved->switchportModeAndNativeVlan();
+      out.note("Mode", modeFinding(*choice.record, modeAndVlan.switchportMode));
+      out.note("Native VLAN", nativeFinding(state, *choice.record, modeAndVlan));
+   }
+   if (!vlan) {
+      explainMissingVlan(out, inputs, vlanId);
+      return out;
+   }
+   out.note("VLAN", vlanFinding(*vlan));
+   if (isCpu) {
+      bool const isMember = vlan->intf().find(port) != nullptr;
+      out.decide(isMember, "VLAN interface",
+                 isMember ? "the processor takes part in the VLAN"
+                          : "no active VLAN interface lets the processor take part");
+      if (!isMember)
+         out.advise("configure and enable interface/config/eth/vlan.intfConfig[Vlan" +
+                    std::to_string(vlanId.value()) + "], and see that the VLAN is active");
+      return out;
+   }
+   explainMembership(out, state, {port, *choice.record, *resolved}, *vlan);
+   if (!out.isMember)
+      adviseLosers(out, state, choice, port, vlanId);
+   return out;
+}
+
+WhyAnswer why(SwitchState const& state, Sulvi::IntfId port, Bridging::VlanId vlanId, Format const& format) {
+   auto const inputs = inputsOf(state);
+   if (!isKnown(state, inputs, port))
+      throw Absent(nameOf(port) + ": there is no such port");
+   Explanation const explanation = explain(state, port, vlanId);
+   auto const vlan = state.config->vlanConfig(vlanId);
+   auto const* const member = vlan ? vlan->intf().find(port) : nullptr;
+   std::string text = format.wantsJson ? jsonText(answerJson(state, explanation, member != nullptr,
+                                                             choiceOf(state, inputs, port), port, vlanId))
+                                       : answerText(state, explanation, member, port, vlanId, format.width);
+   return {member != nullptr, std::move(text)};
+}
+
+} // namespace Vornctl

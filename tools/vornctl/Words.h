@@ -1,0 +1,42 @@
+// Numbers and names of the records in the words of a network engineer, and back.
+#pragma once
+
+#include "Sulvi/IntfId.h"
+#include "VornUtils/VlanIdSet.h"
+#include "records/Bridging/types.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Vornctl {
+
+// "access", "trunk", "tunnel", "tap", "tool", "routed"; "mode 9" for what has no name.
+std::string modeText(Bridging::SwitchportMode mode);
+std::string statusText(Bridging::VlanAdminState state); // "active", "suspended", "state 9"
+// "both ways", "receives only", "sends only".
+std::string directionText(Bridging::VlanPortDirection direction);
+// As the tree names it: "rxAndTx"; "3" for what has no name.
+std::string directionName(Bridging::VlanPortDirection direction);
+// "tagged", "untagged", with a direction that isn't both ways behind it: "untagged, sends only".
+std::string membershipText(Bridging::VlanPortConfig const& member);
+
+// The port that a text names: its full name, or "Et1", "eth3/1", "po5" in either case. Any other text is a
+// name as it stands. Raises UsageError for a text that can't be a name.
+Sulvi::IntfId portFromText(std::string_view text);
+// Raises UsageError for what is no number from 1 to 4094.
+Bridging::VlanId vlanFromText(std::string_view text);
+
+// Short names in natural order: "Et2", "Et10", "Po5".
+std::vector<std::string> portList(std::vector<Sulvi::IntfId> ports);
+// The shortest list, item by item: "1", "5-9". A set with nothing in it gives no item.
+std::vector<std::string> vlanList(VornUtils::VlanIdSet const& vlans);
+
+// "a", "a and b", "a, b and c".
+std::string joined(std::vector<std::string> const& items);
+// "1 port", "2 ports".
+std::string counted(size_t count, std::string_view noun);
+// "12 s", "5 min", "3 h", "2 d": how long ago or in how long.
+std::string durationText(double seconds);
+
+} // namespace Vornctl
