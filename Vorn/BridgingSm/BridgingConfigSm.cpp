@@ -47,6 +47,7 @@ BridgingConfigSm::~BridgingConfigSm() = default;
 void BridgingConfigSm::handleInitialized() {
    VORN_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
    initialized_ = true;
+   config().vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { resolvedVlanChanged(*vlan); });
    auto const clock = Kem::ActivityFacility::clock();
    vlanConfigCodef_ = Kem::makePtr<VlanConfigCodef>(clock, in_.configIn, *this);
    // Allocation has to work before the selector has run.
@@ -106,8 +107,18 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
    resolvedVlanDel(vlanId);
 }
 
+void BridgingConfigSm::resolvedVlanChanged(Bridging::VlanConfig const& vlan) {
+   bool const isOrdinary = vlan.adminState() == Bridging::VlanAdminState::active && !vlan.internal() &&
+                           vlan.trunkGroup().empty() &&
+                           vlan.vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan();
+   (isOrdinary ? ordinaryVlans_ : specialVlans_).vlanIs(vlan.vlanId());
+   (isOrdinary ? specialVlans_ : ordinaryVlans_).doRemove(vlan.vlanId());
+}
+
 void BridgingConfigSm::resolvedVlanDel(Bridging::VlanId vlanId) {
    config().vlanConfigDel(vlanId);
+   ordinaryVlans_.doRemove(vlanId);
+   specialVlans_.doRemove(vlanId);
    switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->vlanDeleted(vlanId); });
 }
 

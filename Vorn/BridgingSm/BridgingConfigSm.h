@@ -112,6 +112,13 @@ class BridgingConfigSm final : public Kem::PtrInterface {
                   Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
    Kem::Ptr<VlanConfigSm> vlanConfigSm(Bridging::VlanId vlanId) const;
 
+   // --- Resolved VLANs, as the ports look at them. A VLAN is ordinary when its membership hangs on nothing
+   // but its number: active, not internal, without trunk groups and without a role among private VLANs.
+   VornUtils::VlanIdSet const& ordinaryVlans() const { return ordinaryVlans_; }
+   VornUtils::VlanIdSet const& specialVlans() const { return specialVlans_; } // all others that stand
+   // To be told of each resolved VLAN that was made, and of each change of what is named above, before ports
+   // are synced.
+   void resolvedVlanChanged(Bridging::VlanConfig const& vlan);
    // Deletes the resolved VLAN; nothing when there is none. The only way: the ports have to know.
    void resolvedVlanDel(Bridging::VlanId vlanId);
    // The VLAN interface of that number, configured statically or else by a dynamic source; null when there is
@@ -198,6 +205,8 @@ class BridgingConfigSm final : public Kem::PtrInterface {
    Kem::ValueMap<Sulvi::IntfId, Bridging::VlanIdOrNone> internalVlanId_;
    Kem::ValueMap<Sulvi::IntfId, Bridging::VlanIdOrNone> startupInternalVlanId_;
    Kem::ValueMap<Bridging::VlanId, Sulvi::IntfId> startupRoutedPort_;
+   VornUtils::VlanIdSet ordinaryVlans_;
+   VornUtils::VlanIdSet specialVlans_;
    Kem::HashMap<VlanConfigSm, Bridging::VlanId> vlanConfigSm_;
    SwitchIntfSms switchIntfSm_;
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;

@@ -53,7 +53,7 @@ void SwitchIntfSm::handleInitialized() {
 
    doComputeAsymVlans();
    doComputeTrunkAllowedVlans();
-   doSyncAllVlans();
+   syncEachVlan();
 
    handleMacLearningEnabled();
    handleFloodingEnabled();
@@ -119,18 +119,18 @@ Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
       parent_.noInternalVlanIdCauseStatus().intfStatusIs(intfId_, Kem::now());
       return 0;
    }
-   // It may have waited until now: a number came free, or this is a start on the cause that the run before left. A
-   // port that holds a VLAN must not stand among those that recovery looks at.
+   // It may have waited until now: a number came free, or this is a start on the cause that the run before
+   // left. A port that holds a VLAN must not stand among those that recovery looks at.
    parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
    Bridging::VlanId const vlan(vlanId);
    parent_.routedPortIs(vlan, intfId_);
    parent_.internalVlanIdIs(intfId_, vlanId);
-   createRoutedPortVlanConfig(*bridgingConfig_, vlan, intfId_);
+   parent_.resolvedVlanChanged(*createRoutedPortVlanConfig(*bridgingConfig_, vlan, intfId_));
    return vlanId;
 }
 
-// Within the time in which recovery leaves it alone, nothing else gives the port a number either. A time of an
-// earlier boot, in the future, is none.
+// Within the time in which recovery leaves it alone, nothing else gives the port a number either. A time of
+// an earlier boot, in the future, is none.
 bool SwitchIntfSm::hasBegunToWait() const {
    auto const* const since = parent_.noInternalVlanIdCauseStatus().intfStatus().find(intfId_);
    return since && std::abs(Kem::now() - *since) < BridgingConfigSm::recoveryInterval;

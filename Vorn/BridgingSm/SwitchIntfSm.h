@@ -63,6 +63,7 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for
    // every VLAN, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
+   // The same for every resolved VLAN; looks only at those where something can have changed.
    void doSyncAllVlans();
    // The resolved VLAN of that number has been deleted, and its members with it.
    void vlanDeleted(Bridging::VlanId vlanId) { written_[vlanId] = unknownMember; }
@@ -127,7 +128,10 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    bool isSwitchportThatFloods() const;
    bool isTrunkLike() const;
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
-   Bridging::VlanPortConfig memberOf(Bridging::VlanConfig const& vlan) const;
+   void syncEachVlan();
+   void syncOrdinaryVlans();
+   Bridging::VlanPortConfig memberOf(Bridging::VlanIdOrNone vlanId,
+                                     Bridging::VlanTypeAndPrimaryVlan const& role) const;
 
    BridgingConfigSm& parent_;
    Sulvi::IntfId const intfId_;
@@ -138,8 +142,8 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
    bool initialized_ = false;
-   // What this port has written into each VLAN, by number, so that a pass over all of them leaves alone, without a
-   // look-up, those where nothing changes. See memberCode.
+   // What this port has written into each VLAN, by number, so that a pass over all of them leaves alone,
+   // without a look-up, those where nothing changes. See memberCode.
    static constexpr uint8_t unknownMember = 0xff;
    std::array<uint8_t, Bridging::VlanId::max + 1> written_;
    KemSwitchIntfConfig kemSwitchIntfConfig_{*this};

@@ -42,6 +42,7 @@ void VlanConfigSm::handleInitialized() {
    if (auto const standing = config.vlanConfig(vlanId_); standing && standing->internal())
       parent_.resolvedVlanDel(vlanId_);
    auto const out = config.vlanConfigIs(vlanId_, false);
+   parent_.resolvedVlanChanged(*out);
    out->configSourceIs(Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
    handleConfiguredName();
@@ -63,8 +64,10 @@ void VlanConfigSm::doPrepareToDie() {
       sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(modeAndVlan);
       KEM_TRACE(theTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
    });
-   if (auto const out = vlanOut())
+   if (auto const out = vlanOut()) {
       out->vlanTypeAndPrimaryVlanIs({});
+      parent_.resolvedVlanChanged(*out);
+   }
 }
 
 // --- Changes of the copy.
@@ -78,8 +81,11 @@ void VlanConfigSm::handleConfiguredName() {
 }
 
 void VlanConfigSm::handleVlanTypeAndPrimaryVlan() {
-   if (initialized_)
-      vlanOut()->vlanTypeAndPrimaryVlanIs(in_->vlanTypeAndPrimaryVlan());
+   if (!initialized_)
+      return;
+   auto const out = vlanOut();
+   out->vlanTypeAndPrimaryVlanIs(in_->vlanTypeAndPrimaryVlan());
+   parent_.resolvedVlanChanged(*out);
 }
 
 void VlanConfigSm::handleTrunkGroup() {
@@ -96,6 +102,7 @@ void VlanConfigSm::handleTrunkGroup() {
          KEM_TRACE(theTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
          out->trunkGroupIs(name, true);
       }
+   parent_.resolvedVlanChanged(*out);
 }
 
 void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
@@ -118,6 +125,7 @@ void VlanConfigSm::handleAdminState() {
       return;
    auto const out = vlanOut();
    out->adminStateIs(in_->adminState());
+   parent_.resolvedVlanChanged(*out);
    syncSwitchports(*out);
    syncCpuPort(*out);
    maybeSyncCpuPort(parent_, vlanId_);

@@ -103,7 +103,7 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
       std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
                    static_cast<unsigned>(vlan.vlanId()));
    else
-      member = memberOf(vlan);
+      member = memberOf(Bridging::VlanIdOrNone(vlan.vlanId()), vlan.vlanTypeAndPrimaryVlan());
    uint8_t const code = memberCode(member);
    if (written != code) {
       vlan.intfIs(intfId_, member);
@@ -111,10 +111,11 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    }
 }
 
-Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanConfig const& vlan) const {
+// How the port is a member of a VLAN of that number and role, given that it is one.
+Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanIdOrNone vlanId,
+                                                Bridging::VlanTypeAndPrimaryVlan const& role) const {
    auto const resolved = out_->switchportModeAndNativeVlan();
-   auto const role = vlan.vlanTypeAndPrimaryVlan();
-   bool const isNative = resolved.nativeVlan == vlan.vlanId();
+   bool const isNative = resolved.nativeVlan == vlanId;
    Bridging::VlanPortConfig member{.tagged = !isNative};
    switch (resolved.switchportMode) {
    case SwitchportMode::tool_:
@@ -146,6 +147,44 @@ Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanConfig const& vlan
 
 void SwitchIntfSm::doSyncAllVlans() {
    VORN_INVARIANT(initialized(), "initialized()");
+   if (out_->asymVlanEnabled()) {
+      syncEachVlan();
+      return;
+   }
+   syncOrdinaryVlans();
+   parent_.specialVlans().forEach([&](uint16_t vlanId) { maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId)); });
+}
+
+// Of nearly all VLANs a port need only know the number: whether it is a member, and how, follows from the
+// port alone. Those where that is what it has written already are passed over without a look at the VLAN.
+void SwitchIntfSm::syncOrdinaryVlans() {
+   auto const resolved = out_->switchportModeAndNativeVlan();
+   bool const isTrunkLike = resolved.switchportMode == SwitchportMode::trunk_ ||
+                            resolved.switchportMode == SwitchportMode::tap_ ||
+                            resolved.switchportMode == SwitchportMode::tool_;
+   uint8_t const nativeCode = memberCode(memberOf(resolved.nativeVlan, {}));
+   uint8_t const otherCode = memberCode(memberOf(resolved.nativeVlan == 0 ? 1 : 0, {}));
+   // An access port can be a member of its native VLAN, and of the primary of that.
+   auto const* const native = resolved.nativeVlan == 0
+                                  ? nullptr
+                                  : bridgingConfig_->vlanConfig().find(Bridging::VlanId(resolved.nativeVlan));
+   uint32_t const nativesPrimary = native ? (*native)->vlanTypeAndPrimaryVlan().primaryVlan.value() : 0u;
+   parent_.ordinaryVlans().forEach([&](uint16_t vlanId) {
+      uint8_t const written = written_[vlanId];
+      if (isTrunkLike) {
+         uint8_t const wanted = !trunkAllowedVlanSet_.vlan(vlanId) ? noMember
+                                : vlanId == resolved.nativeVlan    ? nativeCode
+                                                                   : otherCode;
+         if (written == wanted)
+            return;
+      } else if (written == noMember && vlanId != resolved.nativeVlan && vlanId != nativesPrimary) {
+         return;
+      }
+      maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId));
+   });
+}
+
+void SwitchIntfSm::syncEachVlan() {
    // Thousands of records that lie scattered in memory, each looked at for moments: the next ones are fetched
    // ahead, or nearly all of the time goes into waiting for them.
    constexpr size_t ahead = 12, lineBytes = 64;
