@@ -86,7 +86,7 @@ SwitchState Session::fetch(Part parts) {
    mount(Part::causes, state.errdisable, "r", "interface/errdisable/status");
    mount(Part::agentStatus, state.agentStatus, "r",
          Cell::path(std::string("agent/status/") + agentName, cell));
-   group->doClose(false, "vornctl", 0.0);
+   group->doClose(true, "vornctl", 0.0); // what is missing is told below
    wait(*mounter);
    for (auto const& take : takers)
       take();

@@ -1,0 +1,237 @@
+// vornctl on a real database with a real agent: what a person sees of a switch that has just been configured,
+// changes, and goes wrong.
+#include "Processes.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace Scenario;
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+struct VornctlTest : testing::Test {
+   Database database;
+
+   void done(std::vector<std::string> const& arguments) {
+      Result const result = database.ctl(arguments);
+      EXPECT_EQ(result.status, 0) << arguments[0] << ' ' << arguments[1] << ": " << result.errors;
+   }
+   void settle() { done({"settle", "--timeout", "20"}); }
+   // The example switch, resolved.
+   void configure() {
+      done({"load", EXAMPLE_FOLDER "/leaf-switch.json"});
+      done({"load", EXAMPLE_FOLDER "/leaf-provisioning.json"});
+      settle();
+   }
+   Result vornctl(std::vector<std::string> const& arguments, Environment const& environment) const {
+      std::vector<std::string> command{program("vornctl")};
+      command.insert(command.end(), arguments.begin(), arguments.end());
+      return run(command, {}, environment);
+   }
+   Result vornctl(std::vector<std::string> const& arguments) const {
+      return vornctl(arguments, database.environment());
+   }
+   std::string shown(std::vector<std::string> const& arguments) const {
+      Result const result = vornctl(arguments);
+      EXPECT_EQ(result.status, 0) << result.errors;
+      EXPECT_EQ(result.errors, "");
+      return result.output;
+   }
+   json shownJson(std::vector<std::string> arguments) const {
+      arguments.push_back("--json");
+      return json::parse(shown(arguments));
+   }
+};
+
+TEST_F(VornctlTest, showsWhatTheAgentResolved) {
+   Agent agent(database);
+   configure();
+
+   EXPECT_THAT(shown({"show", "vlan", "10"}), StartsWith("VLAN  Name     Status  Ports\n"));
+   auto const vlans = shownJson({"show", "vlan"})["vlans"];
+   EXPECT_EQ(vlans["10"]["name"], "servers");
+   EXPECT_EQ(vlans["10"]["ports"]["Ethernet1"]["tagged"], false);
+   EXPECT_EQ(vlans["10"]["ports"]["Ethernet25"]["tagged"], true);
+   EXPECT_FALSE(vlans["10"]["ports"].contains("Ethernet7")) << "the second publisher took it away";
+   EXPECT_EQ(vlans["130"]["status"], "suspended");
+   EXPECT_EQ(vlans["1006"]["isInternal"], true);
+
+   // The record that won stands in another publisher's input: the reference is followed.
+   auto const port = shownJson({"show", "switchport", "Et8"})["ports"]["Ethernet8"];
+   EXPECT_EQ(port["input"], "provisioning");
+   EXPECT_EQ(port["inputPriority"], 60);
+   EXPECT_EQ(port["mode"], "trunk");
+   EXPECT_EQ(port["taggedVlans"], "100-102");
+   EXPECT_EQ(port["untaggedVlans"], "99");
+
+   auto const inputs = shownJson({"show", "inputs"});
+   EXPECT_EQ(inputs["vlans"]["input"], "cli");
+   EXPECT_EQ(inputs["ports"]["Ethernet1"]["input"], "cli");
+   EXPECT_EQ(inputs["ports"]["Ethernet7"]["input"], "provisioning");
+   EXPECT_EQ(inputs["ports"]["Ethernet7"]["losers"].size(), 2u);
+   EXPECT_EQ(inputs["ports"]["Ethernet42"]["input"], "eth");
+   EXPECT_EQ(inputs["inputs"]["provisioning"]["portsWon"], 3);
+
+   // Three numbers for four routed ports.
+   auto const internal = shownJson({"show", "internal-vlan"});
+   EXPECT_EQ(internal["internalVlans"].size(), 3u);
+   ASSERT_EQ(internal["portsWithout"].size(), 1u);
+   std::string const without = internal["portsWithout"].begin().key();
+   EXPECT_EQ(internal["portsWithout"][without]["isErrdisabled"], true);
+   auto const disabled = shownJson({"show", "errdisable"})["ports"];
+   EXPECT_TRUE(disabled[without]["causes"].contains("no-internal-vlan"));
+   double const ago = disabled[without]["causes"]["no-internal-vlan"]["secondsAgo"];
+   EXPECT_GE(ago, 0);
+   EXPECT_LT(ago, 120) << "on the clock of the agent";
+}
+
+TEST_F(VornctlTest, explainsAMembershipAndFollowsItsChange) {
+   Agent agent(database);
+   configure();
+   Result const member = vornctl({"why", "Et25", "10"});
+   EXPECT_EQ(member.status, 0);
+   EXPECT_THAT(member.output, StartsWith("Ethernet25 is a member of VLAN 10: tagged.\n"));
+
+   Result const closed = vornctl({"why", "Ethernet8", "10"});
+   EXPECT_EQ(closed.status, 1);
+   EXPECT_EQ(closed.errors, "") << "an answer, no error";
+   EXPECT_THAT(closed.output, HasSubstr("provisioning decides the port by its number 60; lost: cli 50"));
+   EXPECT_THAT(closed.output,
+               HasSubstr("> Allowed VLANs  the list 99-102 (trunkAllowedVlans) lacks VLAN 10\n"));
+   // What it advises helps.
+   std::string const selector =
+       "bridging/input/config/provisioning.switchIntfConfig[Ethernet8].trunkAllowedVlans";
+   EXPECT_THAT(closed.output, HasSubstr("add 10 to\n    " + selector));
+   done({"set", selector, "10,99-102"});
+   settle();
+   EXPECT_EQ(vornctl({"why", "Ethernet8", "10"}).status, 0);
+
+   for (auto const& [port, vlan, wanted] :
+        {std::tuple("Ethernet1", "130", "> VLAN status  suspended"),
+         std::tuple("Ethernet33", "30", "> Trunk groups   VLAN 30 is open to trunks of storage-fabric only"),
+         std::tuple("Ethernet1", "777", "> VLAN         doesn't exist: cli"),
+         std::tuple("Ethernet41", "10", "> Access port  a port without a native VLAN"),
+         std::tuple("Ethernet1", "1006", "> Internal VLAN  VLAN 1006 is the internal VLAN of")}) {
+      Result const answer = vornctl({"why", port, vlan});
+      EXPECT_EQ(answer.status, 1) << port << ' ' << vlan;
+      EXPECT_THAT(answer.output, HasSubstr(wanted));
+   }
+}
+
+// For every port and VLAN of the example the rules say what the agent did.
+TEST_F(VornctlTest, rulesAndResolvedStateAgreeOnTheWholeExample) {
+   Agent agent(database);
+   configure();
+   auto const ports = shownJson({"show", "switchport"})["ports"];
+   size_t members = 0;
+   for (auto const& port : {"Ethernet1", "Ethernet8", "Ethernet30", "Ethernet33", "Ethernet35", "Ethernet38",
+                            "Ethernet39", "Ethernet40", "Ethernet41", "Ethernet45", "Port-Channel1"})
+      for (auto const& vlan : {"10", "30", "41", "99", "110", "130", "201", "1006"}) {
+         ASSERT_TRUE(ports.contains(port));
+         auto const answer = json::parse(vornctl({"why", port, vlan, "--json"}).output);
+         EXPECT_EQ(answer["isMember"], answer["isMemberByRules"]) << port << ' ' << vlan;
+         members += answer["isMember"] == true;
+      }
+   EXPECT_GT(members, 10u);
+}
+
+TEST_F(VornctlTest, backlogIsThatOfTheRunningAgent) {
+   std::string const status = "cell/1/agent/status/Vorn";
+   EXPECT_EQ(shownJson({"show", "backlog"})["agent"], "absent");
+   EXPECT_THAT(shown({"show", "backlog"}), HasSubstr("none has left any figures"));
+   int first = 0;
+   {
+      Agent agent(database);
+      first = agent.process().pid();
+      done({"wait", status + ".pid", std::to_string(first)});
+      EXPECT_EQ(shownJson({"show", "backlog"})["agent"], "running");
+      // The agent renews its figures by itself.
+      auto watcher = database.startCtl({"watch", "--initial", status + ".deferredStage[VlanConfigCodef]"});
+      ASSERT_TRUE(watcher->readLine());
+      configure();
+      int processed = 0;
+      while (processed < 30) {
+         auto const line = watcher->readLine();
+         ASSERT_TRUE(line) << processed;
+         processed = json::parse(*line)["value"]["updatesProcessed"];
+      }
+      auto const backlog = shownJson({"show", "backlog"});
+      EXPECT_EQ(backlog["deferredStages"]["VlanConfigCodef"]["backlog"], 0);
+      EXPECT_TRUE(backlog["deferredStages"].contains("SwitchIntfConfigCodef"));
+      EXPECT_EQ(backlog["agentPid"], first);
+      EXPECT_GT(backlog["attributeLog"]["kernBufferSize"], 0);
+      EXPECT_GT(backlog["attributeLog"]["operationsWritten"], 0);
+      agent.process().signal(SIGKILL);
+      agent.process().wait();
+   }
+   // What it left stands, and is told for what it is.
+   auto const left = shownJson({"show", "backlog"});
+   EXPECT_EQ(left["agent"], "absent");
+   EXPECT_EQ(left["figuresOfPid"], first);
+   EXPECT_THAT(vornctl({"why", "Et1", "10"}).output, HasSubstr("The agent is not connected to the database"));
+   Agent next(database);
+   auto const again = shownJson({"show", "backlog"});
+   EXPECT_EQ(again["agent"], "running") << "the first figures come with the rest of the start";
+   EXPECT_EQ(again["figuresOfPid"], next.process().pid());
+}
+
+TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
+   struct Case {
+      std::vector<std::string> arguments;
+      int status;
+      std::string error;
+   };
+   for (auto const& [arguments, status, error] : std::vector<Case>{
+            {{"show", "vlan", "99"}, 1, "vornctl: VLAN 99: there is no such VLAN\n"},
+            {{"show", "switchport", "Et99"}, 1, "vornctl: Ethernet99: there is no such port\n"},
+            {{"why", "Et99", "10"}, 1, "vornctl: Ethernet99: there is no such port\n"},
+            {{"show", "vlan", "5000"}, 2, "vornctl: VLAN 5000: a number from 1 to 4094 is wanted\n"},
+            {{"why", "Et1", "none"}, 2, "vornctl: VLAN none: a number from 1 to 4094 is wanted\n"},
+            {{"frobnicate"}, 2, "vornctl: there is no command frobnicate; see vornctl --help\n"},
+            {{"show", "nothing"}, 2, "vornctl: there is no command show nothing; see vornctl --help\n"},
+            {{"show", "vlan", "1", "2"},
+             2,
+             "vornctl: The following argument was not expected: 2; see vornctl --help\n"},
+            {{"why", "Et1"}, 2, "vornctl: VLAN is required; see vornctl --help\n"},
+            {{"--socket", "/nonexistent/sock", "show", "vlan"},
+             4,
+             "vornctl: /nonexistent/sock: No such file or directory\n"}}) {
+      Result const result = vornctl(arguments);
+      EXPECT_EQ(result.status, status) << error;
+      EXPECT_EQ(result.errors, error);
+      EXPECT_EQ(result.output, "");
+   }
+   EXPECT_EQ(vornctl({"show", "vlan"}, {{"ORDEL_SOCKET", "/nonexistent/sock"}}).status, 4);
+   EXPECT_EQ(vornctl({"show", "vlan", "--socket", database.socket()}, {{"ORDEL_SOCKET", "/nonexistent/sock"}})
+                 .status,
+             0);
+   EXPECT_THAT(vornctl({"--version"}).output, StartsWith("vornctl "));
+   for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--help"},
+                                                     {"show", "--help"},
+                                                     {"show", "vlan", "--help"},
+                                                     {"why", "--help"}}) {
+      Result const help = vornctl(arguments);
+      EXPECT_EQ(help.status, 0);
+      EXPECT_THAT(help.output, HasSubstr("Usage"));
+   }
+}
+
+TEST_F(VornctlTest, databaseThatEndsIsTold) {
+   database.stop();
+   Result const result = vornctl({"show", "vlan"});
+   EXPECT_EQ(result.status, 4);
+   EXPECT_THAT(result.errors, StartsWith("vornctl: " + database.socket() + ": "));
+}
+
+// A record that every database has was taken away, as by a snapshot of another build.
+TEST_F(VornctlTest, databaseWithoutTheRecordIsRefused) {
+   done({"delete", "bridging/config"});
+   Result const result = vornctl({"show", "vlan"});
+   EXPECT_EQ(result.status, 3);
+   EXPECT_EQ(result.errors, "vornctl: bridging/config: there is no Bridging::Config\n");
+}
+
+} // namespace
