@@ -18,7 +18,7 @@
 #include "Ordel/Tree.h"
 #include "Processes.h"
 
-#include <functional>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -50,10 +50,16 @@ class Subscriber final : public Ordel::Connection {
       mount(++mounts_, "stage", "", Ordel::mountAwait | Ordel::mountShallow);
       awaitDone();
    }
-   // Takes in what comes until so many operations have been counted, or the condition holds.
-   void takeUntil(size_t count, std::function<bool()> const& isEnough) {
-      while (isConnected() && count_ < count && !isEnough())
-         wait(0.01);
+   // Takes in what comes until so many operations have been counted.
+   void takeUntil(size_t count) {
+      auto const giveUp = std::chrono::steady_clock::now() + limit;
+      while (isConnected() && count_ < count) {
+         wait(1);
+         if (std::chrono::steady_clock::now() > giveUp) {
+            ADD_FAILURE() << place_ << ": " << count_ << " operations came instead of " << count;
+            return;
+         }
+      }
    }
 
    // Since begin(): bytes of operations, operations that changed the mirror, and what they were, such as
