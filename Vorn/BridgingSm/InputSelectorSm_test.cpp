@@ -568,8 +568,18 @@ TEST_F(InputSelectorSmTest, commandLinesInputThatIsReplacedGivesTheSettings) {
    bridge.withdraw("cli");
    auto const replacement = Bridging::Input::CliConfig::make();
    bridge.place("cli", replacement);
+   supportedModesAre({2, 1});
+   replacement->pausePassThroughIs(true);
+   replacement->forwardingModeIs(SwitchForwardingMode::storeAndForward);
+   replacement->internalVlanRangeIs({.min = 3000, .max = 3001});
+   replacement->internalVlanAllocationPolicyIs(Bridging::InternalVlanAllocationPolicy::descending);
    bridge.run();
    EXPECT_EQ(bridge.selector->cliConfig(), replacement);
+   EXPECT_TRUE(bridge.config->pausePassThrough());
+   EXPECT_EQ(forwardingMode(), 1u);
+   EXPECT_EQ(bridge.config->internalVlanRange().min, 3000);
+   EXPECT_EQ(bridge.config->internalVlanAllocationPolicy(),
+             Bridging::InternalVlanAllocationPolicy::descending);
    replacement->hostAgingTimeIs(99);
    bridge.run();
    EXPECT_EQ(bridge.config->hostAgingTime(), 99.0);

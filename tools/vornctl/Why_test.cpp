@@ -170,6 +170,8 @@ TEST_F(WhyTest, modeThatIsOnItsWayIsTold) {
    world.accessPort("Ethernet1", 10);
    world.resolve("Ethernet1", SwitchportMode::trunk_, 10);
    EXPECT_EQ(finding("Ethernet1", 10, "Mode"), "trunk; the record asks for access, which is on its way");
+   world.cli->switchIntfConfig("Ethernet1")->enabledIs(false);
+   EXPECT_EQ(finding("Ethernet1", 10, "Mode"), "trunk; the record asks for routed, which is on its way");
 }
 
 TEST_F(WhyTest, accessPortWhoseVlanDoesNotExistIsInNone) {

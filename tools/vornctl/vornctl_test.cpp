@@ -35,7 +35,7 @@ TEST(TableTest, columnsAreAsWideAsTheirWidestCellAndListsFold) {
 
 TEST(TableTest, controlCharactersOfPublishersDoNotReachTheTerminal) {
    Table table({{"Name"}, {"Ports"}});
-   table.add({"a\x1b[2Jb\n"}, {"E\tt"});
+   table.add({"a\x1b[2Jb\x7f"}, {"E\tt"});
    EXPECT_EQ(table.text(80), "Name     Ports\n"
                              "-------  -----\n"
                              "a?[2Jb?  E?t\n");
@@ -217,6 +217,8 @@ TEST_F(ShowTest, onePortTellsAllItsSettings) {
              "Filters arriving VLANs: yes\n"
              "Tag protocol id:        0x8100\n");
    auto const port = json::parse(showSwitchport(state, "Ethernet10", asJson))["ports"]["Ethernet10"];
+   world.accessPort("Ethernet1", 10);
+   EXPECT_EQ(json::parse(showSwitchport(state, "Ethernet10", asJson))["ports"].size(), 1u);
    EXPECT_EQ(port["taggedVlans"], "10");
    EXPECT_EQ(port["untaggedVlans"], "12");
    EXPECT_EQ(port["allowedVlans"], "10-12");
@@ -278,6 +280,8 @@ TEST_F(ShowTest, internalVlansTellTheirPortsAndWhoWentWithout) {
    world.internalVlan(1006, "Ethernet46");
    for (char const* const port : {"Ethernet47", "Ethernet48"})
       world.routedPort(port, 0);
+   world.accessPort("Ethernet1", 10);
+   world.resolve("Ethernet1", SwitchportMode::access_, 0); // in no VLAN, but it wants no internal one
    TestWorld::entity<Errdisable::CauseStatus>(state.causes, "no-internal-vlan")
        ->intfStatusIs("Ethernet47", 988);
    state.ethIntfConfig->intfConfigIs("Ethernet48")
