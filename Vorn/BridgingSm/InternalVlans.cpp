@@ -72,7 +72,8 @@ Bridging::VlanIdOrNone BridgingConfigSm::startupInternalVlanId(Sulvi::IntfId int
 // --- Start: what the run before left is held back from deletion until its port has been evaluated.
 
 void BridgingConfigSm::takeOverInternalVlans() {
-   for (auto const& [intfId, port] : config().switchIntfConfig()) {
+   for (auto const& [key, port] : config().switchIntfConfig()) {
+      Sulvi::IntfId const intfId = key;
       auto const input = configIn() ? configIn()->switchIntfConfig(intfId) : nullptr;
       if (!input || input->enabled())
          continue;
