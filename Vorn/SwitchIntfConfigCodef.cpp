@@ -73,11 +73,9 @@ void SwitchIntfConfigCodef::updateBacklog(Sulvi::IntfId intfId, bool areConfigsE
 
 uint64_t SwitchIntfConfigCodef::processBacklog(Kem::Seconds const& startTime) {
    Agent* const agent = configOut_.vornAgent();
-   Ulm::SliceEnd end;
-   auto const count = backlog_.processSlice(
-       startTime + backlogQuantum(), end, [&] { return !agent || agent->isAttrLogReady(); },
+   return processSlice(
+       backlog_, startTime, theTrace, [&] { return !agent || agent->isAttrLogReady(); },
        [&](Sulvi::IntfId intfId) {
-          KEM_TRACE(theTrace, 8, "backlog processing " << intfId);
           auto const entry = switchIntfConfigEntrySm(intfId);
           if (!entry)
              KEM_TRACE(theTrace, 1, "No SwitchIntfConfigEntrySm found for " << intfId);
@@ -86,13 +84,6 @@ uint64_t SwitchIntfConfigCodef::processBacklog(Kem::Seconds const& startTime) {
           backlog_.del(intfId);
           return Ulm::Step{.finishedCount = 1, .isFinished = true};
        });
-   if (end != Ulm::SliceEnd::backlogEmpty)
-      KEM_TRACE(theTrace, 7,
-                "Pausing backlog processing at " << backlog_.bookmark()
-                                                 << (end == Ulm::SliceEnd::noRoom ? " - attr log full" : ""));
-   if (end == Ulm::SliceEnd::noRoom)
-      pausedForRoom();
-   return count;
 }
 
 // --- Entries.

@@ -83,21 +83,12 @@ uint64_t VlanConfigCodef::processBacklog(Kem::Seconds const& startTime) {
    if (!initialized_)
       return 0;
    Agent* const agent = configOut_.vornAgent();
-   Ulm::SliceEnd end;
-   auto const count = backlog_.processSlice(
-       startTime + backlogQuantum(), end, [&] { return !agent || agent->isAttrLogReady(); },
+   return processSlice(
+       backlog_, startTime, theTrace, [&] { return !agent || agent->isAttrLogReady(); },
        [&](Bridging::VlanId vlanId) {
-          KEM_TRACE(theTrace, 8, "backlog processing " << vlanId);
           backlog_.del(vlanId);
           return Ulm::Step{.finishedCount = doEntry(vlanId), .isFinished = true};
        });
-   if (end != Ulm::SliceEnd::backlogEmpty)
-      KEM_TRACE(theTrace, 7,
-                "Pausing backlog processing at " << backlog_.bookmark()
-                                                 << (end == Ulm::SliceEnd::noRoom ? " - attr log full" : ""));
-   if (end == Ulm::SliceEnd::noRoom)
-      pausedForRoom();
-   return count;
 }
 
 uint64_t VlanConfigCodef::doEntry(Bridging::VlanId vlanId) {

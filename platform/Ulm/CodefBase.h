@@ -12,6 +12,8 @@
 
 #include "Kem/Activity.h"
 #include "Kem/Clock.h"
+#include "Kem/Trace.h"
+#include "Ulm/Backlog.h"
 
 #include <cstdint>
 
@@ -66,7 +68,25 @@ class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
   protected:
    // A slice in the next turn of the loop.
    void armClock() { kemClock_.timeMinIs(0.0); }
-   // Told by processBacklog before it returns: the slice ended for want of room, not of time.
+   // The slice itself, for processBacklog: see Backlog::processSlice. Says in the traces of `facility` what
+   // it takes up, and where and why it pauses.
+   template <class Key, class HasRoom, class DoStep>
+   uint64_t processSlice(Backlog<Key>& backlog, Kem::Seconds startTime, Kem::TraceFacility const& facility,
+                         HasRoom&& hasRoom, DoStep&& doStep) {
+      SliceEnd end;
+      auto const count = backlog.processSlice(startTime + backlogQuantum_, end, hasRoom, [&](Key const& key) {
+         KEM_TRACE(facility, 8, "backlog processing " << key);
+         return doStep(key);
+      });
+      if (end == SliceEnd::noRoom)
+         pausedForRoom();
+      if (end != SliceEnd::backlogEmpty)
+         KEM_TRACE(facility, 7,
+                   "Pausing backlog processing at " << backlog.bookmark()
+                                                    << (isPausedForRoom_ ? " - attr log full" : ""));
+      return count;
+   }
+   // A slice ended for want of room, not of time.
    void pausedForRoom() { isPausedForRoom_ = true; }
 
   private:
