@@ -1,5 +1,8 @@
 // Faults in the middle of bulk changes: the agent is killed at every fiftieth change, a subscriber stops
 // reading. In the end the tree is the right one.
+//
+// Where a subscriber has to stand still it is a process of this same program, started with --subscribe: it
+// obeys its standard input, `text FILE` writes its mirror once all that the database had for it has come.
 #include "ProcessFacts.h"
 #include "Subscriber.h"
 #include "Switch.h"
