@@ -3,12 +3,12 @@
 //
 // Where a subscriber has to stand still it is a process of this same program, started with --subscribe: it
 // obeys its standard input, `text FILE` writes its mirror once all that the database had for it has come.
-#include "ProcessFacts.h"
 #include "Subscriber.h"
 #include "Switch.h"
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <iostream>
 #include <poll.h>
 #include <sstream>
