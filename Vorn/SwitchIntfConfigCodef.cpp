@@ -8,7 +8,7 @@
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility theTrace("VornSwitchCodef");
+Kem::TraceFacility switchCodefTrace("VornSwitchCodef");
 }
 
 SwitchIntfConfigCodef::SwitchIntfConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
@@ -31,7 +31,7 @@ void SwitchIntfConfigCodef::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    auto const in = dir->switchIntfConfig(intfId);
    if (!in) {
       backlog_.del(intfId);
-      KEM_TRACE(theTrace, 5,
+      KEM_TRACE(switchCodefTrace, 5,
                 " Deleting SwitchIntfConfigSm"
                     << " IntfId=" << intfId);
       switchIntfConfigEntrySmDel(intfId);
@@ -53,18 +53,19 @@ void SwitchIntfConfigCodef::handleSwitchIntfConfig() {
 void SwitchIntfConfigCodef::createEntry(Sulvi::IntfId intfId,
                                         Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in) {
    auto const out = configOut_.switchIntfConfigAfterCodefIs(intfId, Bridging::Input::SwitchportMode::access_);
-   KEM_TRACE(theTrace, 5, " Creating SwitchIntfConfigSm IntfId=" << intfId);
+   KEM_TRACE(switchCodefTrace, 5, " Creating SwitchIntfConfigSm IntfId=" << intfId);
    switchIntfConfigEntrySmIs(intfId, in, out);
 }
 
 void SwitchIntfConfigCodef::updateBacklog(Sulvi::IntfId intfId, bool areConfigsEqual) {
    updatesSeenInc(1);
    if (!areConfigsEqual) {
-      KEM_TRACE(theTrace, 5, "Adding IntfId: " << intfId << " to backlog");
+      KEM_TRACE(switchCodefTrace, 5, "Adding IntfId: " << intfId << " to backlog");
       backlog_.add(intfId);
       armClock();
    } else if (backlog_.isMember(intfId)) {
-      KEM_TRACE(theTrace, 5, "Deleting IntfId: " << intfId << " from backlog because configs are equal");
+      KEM_TRACE(switchCodefTrace, 5,
+                "Deleting IntfId: " << intfId << " from backlog because configs are equal");
       backlog_.del(intfId);
    }
 }
@@ -74,11 +75,11 @@ void SwitchIntfConfigCodef::updateBacklog(Sulvi::IntfId intfId, bool areConfigsE
 uint64_t SwitchIntfConfigCodef::processBacklog(Kem::Seconds const& startTime) {
    Agent* const agent = configOut_.vornAgent();
    return processSlice(
-       backlog_, startTime, theTrace, [&] { return !agent || agent->isAttrLogReady(); },
+       backlog_, startTime, switchCodefTrace, [&] { return !agent || agent->isAttrLogReady(); },
        [&](Sulvi::IntfId intfId) {
           auto const entry = switchIntfConfigEntrySm(intfId);
           if (!entry)
-             KEM_TRACE(theTrace, 1, "No SwitchIntfConfigEntrySm found for " << intfId);
+             KEM_TRACE(switchCodefTrace, 1, "No SwitchIntfConfigEntrySm found for " << intfId);
           if (entry && !entry->performPendingOperations())
              return Ulm::Step{.finishedCount = 0, .isFinished = false};
           backlog_.del(intfId);

@@ -8,7 +8,7 @@
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility theTrace("VornVlanCodef");
+Kem::TraceFacility vlanCodefTrace("VornVlanCodef");
 }
 
 VlanConfigCodef::VlanConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
@@ -36,7 +36,7 @@ void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
    if (!in && !out) {
       backlogDel(vlanId);
    } else if (!in || !out) {
-      KEM_TRACE(theTrace, 5, "Adding Vlan: " << vlanId << " to backlog");
+      KEM_TRACE(vlanCodefTrace, 5, "Adding Vlan: " << vlanId << " to backlog");
       backlogAdd(vlanId);
    } else if (in->configuredName() != out->configuredName() || in->adminState() != out->adminState() ||
               in->vlanTypeAndPrimaryVlan() != out->vlanTypeAndPrimaryVlan() ||
@@ -44,7 +44,7 @@ void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
       backlogAdd(vlanId);
    } else {
       // The same VLAN from another input: the entry has to follow that one, and nothing else changes.
-      KEM_TRACE(theTrace, 5,
+      KEM_TRACE(vlanCodefTrace, 5,
                 "Deleting and recreating VlanConfigEntrySm due to change in the "
                     << "best input: " << vlanId);
       vlanConfigEntrySmDel(vlanId);
@@ -73,7 +73,7 @@ void VlanConfigCodef::backlogAdd(Bridging::VlanId vlanId) {
 }
 
 void VlanConfigCodef::backlogDel(Bridging::VlanId vlanId) {
-   KEM_TRACE(theTrace, 5, "Deleting Vlan: " << vlanId << " from backlog");
+   KEM_TRACE(vlanCodefTrace, 5, "Deleting Vlan: " << vlanId << " from backlog");
    backlog_.del(vlanId);
 }
 
@@ -84,7 +84,7 @@ uint64_t VlanConfigCodef::processBacklog(Kem::Seconds const& startTime) {
       return 0;
    Agent* const agent = configOut_.vornAgent();
    return processSlice(
-       backlog_, startTime, theTrace, [&] { return !agent || agent->isAttrLogReady(); },
+       backlog_, startTime, vlanCodefTrace, [&] { return !agent || agent->isAttrLogReady(); },
        [&](Bridging::VlanId vlanId) {
           backlog_.del(vlanId);
           return Ulm::Step{.finishedCount = doEntry(vlanId), .isFinished = true};
@@ -96,19 +96,19 @@ uint64_t VlanConfigCodef::doEntry(Bridging::VlanId vlanId) {
    auto const in = source ? source->vlanConfig(vlanId) : nullptr;
    uint64_t count = 1;
    if (!in) {
-      KEM_TRACE(theTrace, 5, "Deleting Vlan: " << vlanId << " from output");
+      KEM_TRACE(vlanCodefTrace, 5, "Deleting Vlan: " << vlanId << " from output");
       vlanConfigEntrySmDel(vlanId);
       configOut_.vlanConfigAfterCodefDel(vlanId);
       return count;
    }
    if (configOut_.vlanConfigAfterCodef(vlanId)) {
       // It differs, or it would not be here: VlanConfigSm is built anew.
-      KEM_TRACE(theTrace, 5, "Deleting Vlan: " << vlanId << " from output (stale)");
+      KEM_TRACE(vlanCodefTrace, 5, "Deleting Vlan: " << vlanId << " from output (stale)");
       vlanConfigEntrySmDel(vlanId);
       configOut_.vlanConfigAfterCodefDel(vlanId);
       ++count;
    }
-   KEM_TRACE(theTrace, 5, "Adding Vlan: " << vlanId << " to output");
+   KEM_TRACE(vlanCodefTrace, 5, "Adding Vlan: " << vlanId << " to output");
    auto const out = configOut_.vlanConfigAfterCodefIs(vlanId);
    out->configuredNameIs(in->configuredName());
    out->adminStateIs(in->adminState());

@@ -20,7 +20,7 @@ namespace Vorn {
 
 namespace {
 
-Kem::TraceFacility theTrace("Vorn");
+Kem::TraceFacility agentTrace("Vorn");
 
 constexpr char bootStageClass[] = "bootStageClass";
 constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
@@ -216,7 +216,7 @@ void Agent::recoverReloadDownPorts() {
    auto const cause = reloadDownErrdisableCauseStatus();
    if (standbyMode_ || !cause || cause->intfStatus().empty())
       return;
-   KEM_TRACE(theTrace, 0,
+   KEM_TRACE(agentTrace, 0,
              "doMountsComplete hitless-reload-down errdisabled interfaces present. Re-enabling.");
    cause->intfStatusDelAll();
 }
@@ -226,7 +226,7 @@ void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
    KemPlaze::MountInfo const info(KemPlaze::keyShadow);
    plazeBridgingStatus_ = Kem::ptrCast<Plaze::Bridging::Status>(
        mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
-   KEM_TRACE(theTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
+   KEM_TRACE(agentTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
    bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
    readerShim_ = Kem::makePtr<Bridging::ReaderFdbStatusSm>(bridgingStatus_, plazeBridgingStatus_);
 
@@ -263,12 +263,12 @@ void Agent::standbyModeIs(bool standbyMode) {
 }
 
 void Agent::handleStandbyMode() {
-   KEM_TRACE(theTrace, 8, "handleStandbyMode " << standbyMode_);
+   KEM_TRACE(agentTrace, 8, "handleStandbyMode " << standbyMode_);
    if (standbyMode_) {
-      KEM_TRACE(theTrace, 0, "handleStandbyMode with standbyMode=true: nothing to be done here");
+      KEM_TRACE(agentTrace, 0, "handleStandbyMode with standbyMode=true: nothing to be done here");
       return;
    }
-   KEM_TRACE(theTrace, 0,
+   KEM_TRACE(agentTrace, 0,
              "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
    if (!activeRole_)
       activeRole_ = std::make_unique<ActiveRole>(*this);
@@ -279,7 +279,7 @@ void Agent::handleStandbyMode() {
 void Agent::doStage(std::string const& stageClass, std::string const& stage) {
    if (stageClass != bootStageClass)
       return;
-   KEM_TRACE(theTrace, 3, "doStage " << stage);
+   KEM_TRACE(agentTrace, 3, "doStage " << stage);
    if (stage == "NetworkAgent") {
       bootStagesHelper_->doStageComplete(stage);
    } else if (stage == "ErrdisableStatusUpdate") {

@@ -26,6 +26,15 @@ if(FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# Sources of a target that are compiled together share the reading of headers and the instances of templates: a build
+# from nothing takes less than half the time. A change then compiles its neighbours too, so the debug preset does
+# without, and so does clang, which thereby checks that each source includes what it uses.
+option(JOIN_SOURCES "Compile the sources of a target together, several at once" ON)
+if(JOIN_SOURCES)
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 10)
+endif()
+
 find_program(CCACHE ccache)
 if(CCACHE)
   # Without this, ccache leaves alone what uses a precompiled header.

@@ -14,7 +14,7 @@ namespace Vorn {
 
 namespace {
 
-Kem::TraceFacility theTrace("VornBridging");
+Kem::TraceFacility bridgingTrace("VornBridging");
 
 template <class T, class Key>
 Kem::Ptr<T> memberOf(Kem::HashMap<T, Key> const& map, Key const& key) {
@@ -76,13 +76,13 @@ void BridgingConfigSm::handleVlanConfig() {
       bool const isWanted = input && input->vlanConfig().find(vlanId);
       if (isWanted && vlan->internal()) {
          // The user now wants the number of a routed port's VLAN.
-         KEM_TRACE(theTrace, 0, "Deleting Vlan " << vlanId);
+         KEM_TRACE(bridgingTrace, 0, "Deleting Vlan " << vlanId);
          resolvedVlanDel(vlanId);
          handleInternalVlanIdInUse(vlanId);
       } else if (!routedPort(vlanId).empty() || !startupRoutedPort(vlanId).empty()) {
-         KEM_TRACE(theTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
+         KEM_TRACE(bridgingTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
       } else if (!isWanted) {
-         KEM_TRACE(theTrace, 3, "Deleting Vlan " << vlanId);
+         KEM_TRACE(bridgingTrace, 3, "Deleting Vlan " << vlanId);
          handleVlanConfig(vlanId);
       }
    }
@@ -98,12 +98,12 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
       return;
    }
    if (auto const sm = vlanConfigSm(vlanId)) {
-      KEM_TRACE(theTrace, 3, "Deleting vlanConfigSm for vlan " << vlanId);
+      KEM_TRACE(bridgingTrace, 3, "Deleting vlanConfigSm for vlan " << vlanId);
       sm->doPrepareToDie();
       vlanConfigSm_.erase(vlanId);
    }
    VORN_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
-   KEM_TRACE(theTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
+   KEM_TRACE(bridgingTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
    resolvedVlanDel(vlanId);
 }
 
@@ -125,7 +125,7 @@ void BridgingConfigSm::resolvedVlanDel(Bridging::VlanId vlanId) {
 void BridgingConfigSm::vlanConfigSmIs(Bridging::VlanId vlanId,
                                       Kem::Ptr<Bridging::Input::VlanConfig> const& copy) {
    auto const sm = vlanConfigSm(vlanId);
-   KEM_TRACE(theTrace, 3, (sm ? "Changing" : "Creating") << " vlanConfigSm for vlan " << vlanId);
+   KEM_TRACE(bridgingTrace, 3, (sm ? "Changing" : "Creating") << " vlanConfigSm for vlan " << vlanId);
    if (sm)
       sm->vlanConfigInIs(copy);
    else
@@ -141,7 +141,7 @@ void BridgingConfigSm::handleSwitchIntfConfig() {
 void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    auto const copy = switchIntfConfigAfterCodef(intfId);
    if (copy) {
-      KEM_TRACE(theTrace, 3, "Creating SwitchIntfConfig and reactor for intf " << intfId);
+      KEM_TRACE(bridgingTrace, 3, "Creating SwitchIntfConfig and reactor for intf " << intfId);
       auto const ethIntfConfig = in_.ethIntfConfigDir ? in_.ethIntfConfigDir->intfConfig(intfId) : nullptr;
       auto const ethIntfStatus = in_.ethIntfStatusDir ? in_.ethIntfStatusDir->intfStatus(intfId) : nullptr;
       switchIntfSmIs(intfId, copy, ethIntfConfig, in_.config, ethIntfStatus);
@@ -150,7 +150,7 @@ void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    auto const sm = switchIntfSm(intfId);
    if (!sm)
       return;
-   KEM_TRACE(theTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
+   KEM_TRACE(bridgingTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
    sm->doPrepareToDie();
    switchIntfSm_.erase(intfId);
    config().switchIntfConfigDel(intfId);
@@ -207,7 +207,7 @@ void BridgingConfigSm::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
    auto const resolved = sm.switchIntfConfigOut()->switchportModeAndNativeVlan();
    if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
       return;
-   KEM_TRACE(theTrace, 3, " deleting routed port vlan config for " << sm.intfId());
+   KEM_TRACE(bridgingTrace, 3, " deleting routed port vlan config for " << sm.intfId());
    deleteRoutedPortVlanConfig(*this, sm.intfId(), resolved.nativeVlan);
    sm.doSyncSwitchportModeAndNativeVlan();
 }
@@ -215,7 +215,7 @@ void BridgingConfigSm::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
 // --- Settings for the whole bridge.
 
 void BridgingConfigSm::handleDefaultSwitchportMode() {
-   KEM_TRACE(theTrace, 0,
+   KEM_TRACE(bridgingTrace, 0,
              "defaultSwitchportMode is now " << static_cast<unsigned>(config().defaultSwitchportMode())
                                              << ": the agent starts anew");
    _exit(0);
@@ -235,10 +235,10 @@ void BridgingConfigSm::handleVidToFidMap(Bridging::VlanId secondaryVlan) {
    auto const* const fid = cliConfig().vidToFidMap().find(secondaryVlan);
    if (fid && *fid != 0) {
       config().vidToFidMapIs(secondaryVlan, *fid);
-      KEM_TRACE(theTrace, 3, "added mapping from " << secondaryVlan << " to " << *fid);
+      KEM_TRACE(bridgingTrace, 3, "added mapping from " << secondaryVlan << " to " << *fid);
    } else {
       config().vidToFidMapDel(secondaryVlan);
-      KEM_TRACE(theTrace, 3, "removed mapping for " << secondaryVlan);
+      KEM_TRACE(bridgingTrace, 3, "removed mapping for " << secondaryVlan);
    }
 }
 

@@ -8,7 +8,7 @@
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility theTrace("VornCpuPort");
+Kem::TraceFacility cpuPortTrace("VornCpuPort");
 }
 
 Sulvi::IntfId cpuIntfId() {
@@ -38,7 +38,7 @@ void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& prima
 }
 
 void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId) {
-   KEM_TRACE(theTrace, 8,
+   KEM_TRACE(cpuPortTrace, 8,
              "maybeSyncCpuPort"
                  << " vid " << vlanId);
    auto const vlan = sm.config().vlanConfig(vlanId);

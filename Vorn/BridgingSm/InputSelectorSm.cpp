@@ -14,7 +14,7 @@ using Input = Bridging::Input::Config;
 
 namespace {
 
-Kem::TraceFacility theTrace("VornSelector");
+Kem::TraceFacility selectorTrace("VornSelector");
 
 // Calls visit(input) for each input, in the order of the directory; other entities in it are none.
 template <class Visit>
@@ -127,7 +127,7 @@ void InputSelectorSm::KemConfig::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
 }
 
 void InputSelectorSm::KemConfig::handleSwitchIntfConfig() {
-   KEM_TRACE(theTrace, 8, "handleSwitchIntfConfig of " << notifier()->name());
+   KEM_TRACE(selectorTrace, 8, "handleSwitchIntfConfig of " << notifier()->name());
 }
 
 // --- The VLANs: one whole input.
@@ -141,7 +141,7 @@ void InputSelectorSm::doFindBestVlanConfig() {
          bestPriority = bic->vlanConfigPriority();
       }
    });
-   KEM_TRACE(theTrace, 3,
+   KEM_TRACE(selectorTrace, 3,
              ": best vlan config is " << (best ? best->name() : Kem::Name("None")) << " with priority "
                                       << bestPriority);
    in_.bridgingConfigSm->configInIs(best);
@@ -157,19 +157,19 @@ void InputSelectorSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
       uint32_t const priority = bic->switchIntfConfigPriority();
       if (bestPriority >= priority)
          return;
-      KEM_TRACE(theTrace, 8, "InputSelectorSm considering " << bic->name() << " for " << intfId);
+      KEM_TRACE(selectorTrace, 8, "InputSelectorSm considering " << bic->name() << " for " << intfId);
       if (auto const record = bic->switchIntfConfig(intfId)) {
          best = record;
          bestPriority = priority;
       }
    });
-   KEM_TRACE(theTrace, 5,
+   KEM_TRACE(selectorTrace, 5,
              "InputSelectorSm " << intfId << " best = " << (best ? best->fullName() : std::string("<none>")));
    if (best) {
-      KEM_TRACE(theTrace, 5, "Creating allSwitchIntfConfigDir switchIntfConfig " << intfId);
+      KEM_TRACE(selectorTrace, 5, "Creating allSwitchIntfConfigDir switchIntfConfig " << intfId);
       in_.allSwitchIntfConfigDir->switchIntfConfigIs(best);
    } else {
-      KEM_TRACE(theTrace, 5, "Deleting allSwitchIntfConfigDir switchIntfConfig " << intfId);
+      KEM_TRACE(selectorTrace, 5, "Deleting allSwitchIntfConfigDir switchIntfConfig " << intfId);
       in_.allSwitchIntfConfigDir->switchIntfConfigDel(intfId);
    }
 }
@@ -258,7 +258,7 @@ void InputSelectorSm::handleForwardingMode() {
       return;
    }
    if (chosen != Mode::notChosen)
-      KEM_TRACE(theTrace, 0,
+      KEM_TRACE(selectorTrace, 0,
                 "Selected forwarding mode: " << static_cast<uint32_t>(chosen)
                                              << " is not in list of supported modes.");
    in_.bridgingConfig->forwardingModeIs(preferred ? *preferred : Mode::notChosen);

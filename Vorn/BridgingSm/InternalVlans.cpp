@@ -13,7 +13,7 @@ namespace Vorn {
 
 namespace {
 
-Kem::TraceFacility theTrace("VornInternalVlan");
+Kem::TraceFacility internalVlanTrace("VornInternalVlan");
 
 template <class Map, class Key>
 auto valueOf(Map const& map, Key const& key) {
@@ -108,7 +108,7 @@ Bridging::VlanIdOrNone BridgingConfigSm::allocateInternalVlanId() const {
       Bridging::VlanId const vid(static_cast<uint16_t>(isAscending ? range.min + i : range.max - i));
       if (config().vlanConfig().find(vid) || vlanIntfConfigOf(vid))
          continue;
-      KEM_TRACE(theTrace, 5, " free vid: " << vid);
+      KEM_TRACE(internalVlanTrace, 5, " free vid: " << vid);
       return Bridging::VlanIdOrNone(vid);
    }
    return 0;
@@ -118,7 +118,7 @@ void BridgingConfigSm::handleInternalVlanIdInUse(Bridging::VlanId vlanId) {
    Sulvi::IntfId const intfId = routedPort(vlanId);
    if (intfId.empty())
       return;
-   KEM_TRACE(theTrace, 0,
+   KEM_TRACE(internalVlanTrace, 0,
              "handleInternalVlanIdInUse"
                  << " deleting routed port vlan config for intfId: " << intfId << " vlanId: " << vlanId);
    deleteRoutedPortVlanConfig(*this, intfId, Bridging::VlanIdOrNone(vlanId));
@@ -140,7 +140,7 @@ void BridgingConfigSm::handleRecoveryTimer() {
       VORN_INVARIANT(internalVlanId(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");
       if (allocateInternalVlanId() == 0)
          break; // nothing can recover now
-      KEM_TRACE(theTrace, 3, "handleRecoveryTimer releases " << intfId);
+      KEM_TRACE(internalVlanTrace, 3, "handleRecoveryTimer releases " << intfId);
       cause.intfStatusDel(intfId);
    }
    kemRecoveryTimer_.timeMinIs(now + recoveryInterval);

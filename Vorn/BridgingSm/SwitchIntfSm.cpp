@@ -15,7 +15,7 @@ using InputMode = Bridging::Input::SwitchportMode;
 using Bridging::SwitchportMode;
 
 namespace {
-Kem::TraceFacility theTrace("VornSwitchIntf");
+Kem::TraceFacility switchIntfTrace("VornSwitchIntf");
 }
 
 SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
@@ -103,7 +103,7 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
       VORN_INVARIANT(false, "false && \"unknown mode\"");
    }
    if (vlanId != 0 && !bridgingConfig_->vlanConfig().find(Bridging::VlanId(vlanId))) {
-      KEM_TRACE(theTrace, 1, intfId_ << " Returning vlan 0 as " << vlanId << " does not exist");
+      KEM_TRACE(switchIntfTrace, 1, intfId_ << " Returning vlan 0 as " << vlanId << " does not exist");
       return 0;
    }
    return vlanId;
@@ -161,7 +161,7 @@ bool SwitchIntfSm::hasRoutedForwardingModel() const {
 }
 
 void SwitchIntfSm::giveUpInternalVlan(Bridging::VlanIdOrNone vlanId) {
-   KEM_TRACE(theTrace, 3, intfId_ << " deleting routed port vlan config for " << vlanId);
+   KEM_TRACE(switchIntfTrace, 3, intfId_ << " deleting routed port vlan config for " << vlanId);
    deleteRoutedPortVlanConfig(parent_, intfId_, vlanId);
 }
 
@@ -234,7 +234,7 @@ void SwitchIntfSm::handleTrunkAllowedVlans() {
 void SwitchIntfSm::handleTrunkGroup(Kem::String8 const& name) {
    if (!initialized_ || !config_->enabled() || config_->switchportMode() != InputMode::trunk_)
       return;
-   KEM_TRACE(theTrace, 8, intfId_ << " trunk group " << name);
+   KEM_TRACE(switchIntfTrace, 8, intfId_ << " trunk group " << name);
    doSyncAllVlans();
 }
 

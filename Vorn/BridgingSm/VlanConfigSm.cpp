@@ -13,7 +13,7 @@ namespace Vorn {
 using InputMode = Bridging::Input::SwitchportMode;
 
 namespace {
-Kem::TraceFacility theTrace("VornVlan");
+Kem::TraceFacility vlanTrace("VornVlan");
 constexpr char mvrpSource[] = "mvrp";
 } // namespace
 
@@ -62,7 +62,7 @@ void VlanConfigSm::doPrepareToDie() {
          return;
       modeAndVlan.nativeVlan = 0;
       sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(modeAndVlan);
-      KEM_TRACE(theTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
+      KEM_TRACE(vlanTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
    });
    if (auto const out = vlanOut()) {
       out->vlanTypeAndPrimaryVlanIs({});
@@ -94,12 +94,12 @@ void VlanConfigSm::handleTrunkGroup() {
    auto const out = vlanOut();
    for (auto const& [name, value] : out->trunkGroup())
       if (value != in_->trunkGroup(name)) {
-         KEM_TRACE(theTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
+         KEM_TRACE(vlanTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
          out->trunkGroupDel(name);
       }
    for (auto const& [name, value] : in_->trunkGroup())
       if (value != out->trunkGroup(name)) {
-         KEM_TRACE(theTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
+         KEM_TRACE(vlanTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
          out->trunkGroupIs(name, true);
       }
    parent_.resolvedVlanChanged(*out);
@@ -111,10 +111,10 @@ void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
    auto const out = vlanOut();
    bool const stands = out->trunkGroup().find(name);
    if (in_->trunkGroup(name) && !stands) {
-      KEM_TRACE(theTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
+      KEM_TRACE(vlanTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
       out->trunkGroupIs(name, true);
    } else if (!in_->trunkGroup(name) && stands) {
-      KEM_TRACE(theTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
+      KEM_TRACE(vlanTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
       out->trunkGroupDel(name);
    }
    handleAdminState(); // also when nothing changed: it re-evaluates membership
@@ -165,10 +165,10 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
 void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
    auto const vlanIntf = parent_.vlanIntfConfigOf(vlanId_);
    if (vlanIntf && vlanIntf->enabled() && vlanOut.adminState() == Bridging::VlanAdminState::active) {
-      KEM_TRACE(theTrace, 3, " Adding Cpu port for vlan " << vlanId_);
+      KEM_TRACE(vlanTrace, 3, " Adding Cpu port for vlan " << vlanId_);
       addCpuPort(vlanOut);
    } else {
-      KEM_TRACE(theTrace, 3, " Removing Cpu port for vlan" << vlanId_);
+      KEM_TRACE(vlanTrace, 3, " Removing Cpu port for vlan" << vlanId_);
       deleteCpuPort(vlanOut);
    }
 }

@@ -20,7 +20,7 @@ using Bridging::VlanType;
 
 namespace {
 
-Kem::TraceFacility theTrace("VornMembership");
+Kem::TraceFacility membershipTrace("VornMembership");
 
 // A port with a secondary VLAN as its access VLAN belongs to the primary too; one with the primary belongs to
 // the secondaries that it is mapped to.
@@ -212,7 +212,7 @@ void SwitchIntfSm::maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId) {
 void SwitchIntfSm::doComputeTrunkAllowedVlans() {
    VORN_INVARIANT(initialized(), "initialized()");
    if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
-      KEM_TRACE(theTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
+      KEM_TRACE(membershipTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
       return;
    }
    trunkAllowedVlanSet_.doClear();
@@ -221,13 +221,13 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
                                                                       : config_->trunkAllowedVlans();
    std::string const leftOut = VornUtils::computeVlanSet(trunkAllowedVlanSet_, list.view());
    if (!leftOut.empty())
-      KEM_TRACE(theTrace, 0, intfId_ << " allowed VLANs left out, no VLAN numbers: " << leftOut);
+      KEM_TRACE(membershipTrace, 0, intfId_ << " allowed VLANs left out, no VLAN numbers: " << leftOut);
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {
    VORN_INVARIANT(initialized(), "initialized()");
    if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
-      KEM_TRACE(theTrace, 5, "asym vlans are not applicable for sub interface " << intfId_);
+      KEM_TRACE(membershipTrace, 5, "asym vlans are not applicable for sub interface " << intfId_);
       return;
    }
    asymVlanSet_.doClear();
@@ -235,7 +235,7 @@ void SwitchIntfSm::doComputeAsymVlans() {
    if (isAsym) {
       std::string const leftOut = VornUtils::computeVlanSet(asymVlanSet_, config_->asymVlans().view());
       if (!leftOut.empty())
-         KEM_TRACE(theTrace, 0, intfId_ << " asymmetric VLANs left out, no VLAN numbers: " << leftOut);
+         KEM_TRACE(membershipTrace, 0, intfId_ << " asymmetric VLANs left out, no VLAN numbers: " << leftOut);
    }
    out_->allowTaggedPktsIs(!isAsym);
    out_->enableIngressFilteringIs(!isAsym || asymVlanSet_.vlan(config_->accessVlan()));

@@ -13,7 +13,7 @@ using Config = Bridging::Input::SwitchIntfConfig;
 
 namespace {
 
-Kem::TraceFacility theTrace("VornSwitchCodef");
+Kem::TraceFacility entryTrace("VornSwitchCodef");
 
 using Bit = SwitchportBitMap::Bit;
 
@@ -136,7 +136,7 @@ bool SwitchIntfConfigEntrySm::performPendingOperations() {
    for (auto const& op : operations) {
       if (!pendingOps_.has(op.bit))
          continue;
-      KEM_TRACE(theTrace, 8, "backlog processing " << intfId_ << op.trace);
+      KEM_TRACE(entryTrace, 8, "backlog processing " << intfId_ << op.trace);
       op.copy(*in, *configOut_);
       pendingOps_.clear(op.bit);
       if (op.bit == SwitchportBitMap::switchportMode)

@@ -11,7 +11,7 @@
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility theTrace("VornAttrLog");
+Kem::TraceFacility attrLogTrace("VornAttrLog");
 }
 
 void AttrLogCheck::nboAttrLogOutSmIs(Kem::Ptr<Kem::NboAttrLog::SocketOutSm> out) {
@@ -22,7 +22,7 @@ void AttrLogCheck::attrLogCodefInit() {
    if (!nboAttrLogOutSm_)
       return;
    int32_t const fd = std::max(nboAttrLogOutSm_->socketFd(), -1);
-   KEM_TRACE(theTrace, 3, "attrLogCodefInit fd:" << fd);
+   KEM_TRACE(attrLogTrace, 3, "attrLogCodefInit fd:" << fd);
    attrLogSockFdIs(fd);
 }
 
@@ -42,7 +42,7 @@ void AttrLogCheck::handleAttrLogSockFd() {
       size = -1;
    // The kernel reports double the value that was set; the figure is taken as it stands.
    attrLogKernBufferThreshold_ = size < 0 ? -1 : size / 2;
-   KEM_TRACE(theTrace, 3,
+   KEM_TRACE(attrLogTrace, 3,
              "handleAttrLogSockFd sockFd:" << attrLogSockFd_ << ", kernBufferSize:" << size
                                            << ", kernBufferThreshold:" << attrLogKernBufferThreshold_);
    attrLogKernBufferSize_ = size;
@@ -65,7 +65,7 @@ bool AttrLogCheck::isReady() {
       return true;
    attrLogKernBufferUsage_ = getAttrLogKernBufferUsage();
    if (attrLogKernBufferUsage_ > attrLogKernBufferThreshold_) {
-      KEM_TRACE(theTrace, 5,
+      KEM_TRACE(attrLogTrace, 5,
                 "Buffer usage:" << attrLogKernBufferUsage_
                                 << " is above threshold:" << attrLogKernBufferThreshold_);
       iterUntilBufferCheck_ = 1; // the next call measures again

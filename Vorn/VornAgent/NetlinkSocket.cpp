@@ -9,7 +9,7 @@ namespace Vorn {
 
 namespace {
 
-Kem::TraceFacility theTrace("VornNetlink");
+Kem::TraceFacility netlinkTrace("VornNetlink");
 
 constexpr int sendBufferBytes = 32768;
 constexpr int receiveBufferBytes = 1048576;
@@ -21,19 +21,19 @@ int openNetlinkSocket(NetlinkSocketCalls const& calls) {
    if (fd < 0)
       return fd;
    if (calls.setOption(fd, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes) < 0) {
-      KEM_TRACE(theTrace, 0, "setsockopt SO_SNDBUF failure");
+      KEM_TRACE(netlinkTrace, 0, "setsockopt SO_SNDBUF failure");
       calls.closeSocket(fd);
       return -1;
    }
    if (calls.setOption(fd, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof receiveBufferBytes) < 0) {
-      KEM_TRACE(theTrace, 0, "setsockopt SO_RCVBUF failure");
+      KEM_TRACE(netlinkTrace, 0, "setsockopt SO_RCVBUF failure");
       calls.closeSocket(fd);
       return -1;
    }
    sockaddr_nl address{};
    address.nl_family = AF_NETLINK;
    if (calls.bindSocket(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) < 0) {
-      KEM_TRACE(theTrace, 0, "bind failed: " << errno);
+      KEM_TRACE(netlinkTrace, 0, "bind failed: " << errno);
       calls.closeSocket(fd);
       return -1;
    }

@@ -54,8 +54,8 @@ struct Watch final : Kem::FileDescriptorWatch {
    std::function<void()> then;
 };
 
-struct Timer final : Kem::Clock::NotifieeConst {
-   explicit Timer(std::function<void()> what) : what_(std::move(what)) {
+struct Alarm final : Kem::Clock::NotifieeConst {
+   explicit Alarm(std::function<void()> what) : what_(std::move(what)) {
       notifierIs(Kem::ActivityFacility::clock());
    }
    void onTime() override { what_(); }
@@ -87,7 +87,7 @@ TEST_F(ActivityTest, turnGoesFromDescriptorsToTimersToReactorsToHooks) {
    Calls order;
    auto const box = Box::make();
    OnLabel reactor(box, [&] { order.push_back("reactor"); });
-   Timer timer([&] { order.push_back("timer"); });
+   Alarm timer([&] { order.push_back("timer"); });
    Hook hook([&] { order.push_back("hook"); });
    Pair pair;
    Watch watch(pair.ends[0]);
@@ -103,7 +103,7 @@ TEST_F(ActivityTest, whatDescriptorsAndTimersChangeIsDeliveredInTheSameTurn) {
    auto const box = Box::make();
    Calls heard;
    OnLabel reactor(box, [&] { heard.push_back(box->label().str()); });
-   Timer timer([&] { box->labelIs("by timer"); });
+   Alarm timer([&] { box->labelIs("by timer"); });
    timer.timeMinIs(0.0);
    loop().runTurn();
    EXPECT_EQ(heard, Calls{"by timer"});
@@ -146,7 +146,7 @@ TEST_F(ActivityTest, isNotSettledWhileSomethingIsQueuedOrDue) {
    EXPECT_FALSE(loop().isSettled());
    loop().runUntilIdle();
    EXPECT_TRUE(loop().isSettled());
-   Timer timer([] {});
+   Alarm timer([] {});
    timer.timeMinIs(1001.0);
    EXPECT_TRUE(loop().isSettled()) << "a timer of later is no work of now";
    Kem::VirtualTime::advanceTo(1001.0);

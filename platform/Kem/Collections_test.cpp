@@ -11,12 +11,12 @@
 
 namespace {
 
-struct Clash {
-   Clash(uint32_t n) : number(n) {}
+struct SameHash {
+   SameHash(uint32_t n) : number(n) {}
    operator uint32_t() const { return number; }
    uint32_t number;
    uint32_t hash() const { return 0; }
-   friend auto operator<=>(Clash const&, Clash const&) = default;
+   friend auto operator<=>(SameHash const&, SameHash const&) = default;
 };
 
 template <class Table_, class Key_>
@@ -56,9 +56,9 @@ class Iteration : public ::testing::Test {
       return visited;
    }
 };
-using Cases =
-    ::testing::Types<Case<Kem::ValueMap<uint32_t, int>, uint32_t>, Case<Kem::ValueMap<Clash, int>, Clash>,
-                     Case<Kem::OrderedValueMap<uint32_t, int>, uint32_t>>;
+using Cases = ::testing::Types<Case<Kem::ValueMap<uint32_t, int>, uint32_t>,
+                               Case<Kem::ValueMap<SameHash, int>, SameHash>,
+                               Case<Kem::OrderedValueMap<uint32_t, int>, uint32_t>>;
 TYPED_TEST_SUITE(Iteration, Cases);
 
 TYPED_TEST(Iteration, withoutChangeVisitsEachEntryOnceInTheSameOrder) {

@@ -6,22 +6,22 @@
 
 namespace {
 
-std::vector<std::string> lines;
+std::vector<std::string> pacedLines;
 
 TEST(PacedLog, countsWhatTheRateLeavesOutAndTellsItInTheNextLine) {
-   lines.clear();
-   Kem::logSinkIs([](int, std::string const& line) { lines.push_back(line); });
+   pacedLines.clear();
+   Kem::logSinkIs([](int, std::string const& line) { pacedLines.push_back(line); });
    Kem::VirtualTime const time(1000.0);
    Kem::LogHandle const handle("N", 4, {"%s by %s"}, Kem::NoActionRequired, 10.0, 2.0);
    Kem::PacedLog log(handle);
    for (auto const* name : {"a", "b", "c", "d", "e"})
       log({name, "x"});
-   EXPECT_EQ(lines, (std::vector<std::string>{"%VORN-4-N: a by x", "%VORN-4-N: b by x"}));
+   EXPECT_EQ(pacedLines, (std::vector<std::string>{"%VORN-4-N: a by x", "%VORN-4-N: b by x"}));
    Kem::VirtualTime::advanceTo(1100.0);
    log({"f", "y"});
    log({"g", "y"});
-   EXPECT_EQ(lines.at(2), "%VORN-4-N: f by y (3 like it left out)");
-   EXPECT_EQ(lines.at(3), "%VORN-4-N: g by y");
+   EXPECT_EQ(pacedLines.at(2), "%VORN-4-N: f by y (3 like it left out)");
+   EXPECT_EQ(pacedLines.at(3), "%VORN-4-N: g by y");
    Kem::logSinkIs(nullptr);
 }
 

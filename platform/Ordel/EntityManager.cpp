@@ -8,7 +8,7 @@
 namespace Ordel {
 
 namespace {
-Kem::TraceFacility theTrace("OrdelClient");
+Kem::TraceFacility clientTrace("OrdelClient");
 }
 
 // Ends the hold of the log when the process does not settle.
@@ -16,7 +16,7 @@ class EntityManager::HoldTimer final : public Kem::Clock::NotifieeConst {
   public:
    explicit HoldTimer(EntityManager& m) : NotifieeConst(Kem::ActivityFacility::clock()), manager(m) {}
    void onTime() override {
-      KEM_TRACE(theTrace, 0, "not settled in time: the attribute log is released as it is");
+      KEM_TRACE(clientTrace, 0, "not settled in time: the attribute log is released as it is");
       manager.releaseLog();
    }
    EntityManager& manager;
@@ -89,7 +89,7 @@ void EntityManager::onMounted(uint32_t mount, uint32_t node, uint16_t type, std:
    auto const at = pendingMounts_.find(mount);
    bool const isWritable = at != pendingMounts_.end() && at->second.mount.isWritable();
    if (!tree_.mount(node, type, path, isWritable)) {
-      KEM_TRACE(theTrace, 0, path << " is of a type that this program doesn't have");
+      KEM_TRACE(clientTrace, 0, path << " is of a type that this program doesn't have");
       return;
    }
    mountedNodes_[node] = path;
@@ -120,7 +120,7 @@ void EntityManager::onMountFailed(uint32_t mount, Status, std::string_view reaso
 void EntityManager::onUnmounted(uint32_t) {
    // What was mounted by its own path has been deleted by another client: its state machines keep the last
    // values.
-   KEM_TRACE(theTrace, 0, "a mounted entity was deleted from the state database");
+   KEM_TRACE(clientTrace, 0, "a mounted entity was deleted from the state database");
 }
 
 // --- Changes.
@@ -131,7 +131,7 @@ void EntityManager::onChanges(uint64_t, std::string_view operations) {
       return;
    // The database checks what it sends by the same schema; going on would leave this process with another
    // tree.
-   KEM_TRACE(theTrace, 0, "changes can't be taken in: " << error);
+   KEM_TRACE(clientTrace, 0, "changes can't be taken in: " << error);
    close();
    onClosed("changes can't be taken in: " + error);
 }
@@ -145,7 +145,7 @@ void EntityManager::writeOperations(std::string_view operations) {
 
 void EntityManager::onReply(uint32_t request, Status status, std::string_view text) {
    if (request == 0 && status != Status::done)
-      KEM_TRACE(theTrace, 0, "the state database refused a write: " << text);
+      KEM_TRACE(clientTrace, 0, "the state database refused a write: " << text);
 }
 
 void EntityManager::onClosed(std::string_view reason) {

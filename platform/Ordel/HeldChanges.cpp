@@ -5,12 +5,11 @@
 namespace Ordel {
 
 using Kem::AttrId;
-using Kem::Entity;
 using Kem::Ptr;
 
 namespace {
 
-std::string keyBytes(Entity const& entity, AttrId id, void const* key) {
+std::string keyBytes(Kem::Entity const& entity, AttrId id, void const* key) {
    Wire::Writer out;
    entity.encodeMemberKey(id, key, out);
    return std::string(out.view());
@@ -18,7 +17,7 @@ std::string keyBytes(Entity const& entity, AttrId id, void const* key) {
 
 // Calls visit with the key as the class has it.
 template <class Visit>
-void withKey(Entity const& entity, AttrId id, std::string const& key, Visit visit) {
+void withKey(Kem::Entity const& entity, AttrId id, std::string const& key, Visit visit) {
    Wire::Reader in(key);
    entity.visitMemberKey(
        id, in, [](void const* k, void* context) { (*static_cast<Visit*>(context))(k); }, &visit);
@@ -26,22 +25,22 @@ void withKey(Entity const& entity, AttrId id, std::string const& key, Visit visi
 
 } // namespace
 
-bool HeldChanges::isNew(Entity const& entity) const {
+bool HeldChanges::isNew(Kem::Entity const& entity) const {
    if (!new_.empty())
-      for (Entity const* at = &entity; at; at = at->parent())
+      for (Kem::Entity const* at = &entity; at; at = at->parent())
          if (new_.contains(at))
             return true;
    return false;
 }
 
-HeldChanges::Things& HeldChanges::thingsOf(Entity const& entity) {
+HeldChanges::Things& HeldChanges::thingsOf(Kem::Entity const& entity) {
    auto const [at, isFirst] = index_.try_emplace(&entity, touched_.size());
    if (isFirst)
-      touched_.push_back({Ptr<Entity>(const_cast<Entity*>(&entity)), {}});
+      touched_.push_back({Ptr<Kem::Entity>(const_cast<Kem::Entity*>(&entity)), {}});
    return touched_[at->second].things;
 }
 
-void HeldChanges::scalarChanging(Entity const& entity, AttrId id) {
+void HeldChanges::scalarChanging(Kem::Entity const& entity, AttrId id) {
    if (isNew(entity))
       return;
    auto const [at, isFirst] = thingsOf(entity).try_emplace({id, {}});
@@ -53,7 +52,7 @@ void HeldChanges::scalarChanging(Entity const& entity, AttrId id) {
    ++count_;
 }
 
-void HeldChanges::memberChanging(Entity const& entity, AttrId id, void const* key) {
+void HeldChanges::memberChanging(Kem::Entity const& entity, AttrId id, void const* key) {
    if (isNew(entity))
       return;
    std::string const bytes = keyBytes(entity, id, key);
@@ -68,14 +67,15 @@ void HeldChanges::memberChanging(Entity const& entity, AttrId id, void const* ke
    ++count_;
 }
 
-void HeldChanges::childAdded(Entity const& parent, AttrId, Entity const& child) {
+void HeldChanges::childAdded(Kem::Entity const& parent, AttrId, Kem::Entity const& child) {
    if (isNew(parent))
       return;
    new_.insert(&child);
    kept_.emplace_back(&child);
 }
 
-void HeldChanges::childRemoved(Entity const& parent, AttrId id, void const* key, Ptr<Entity> const& child) {
+void HeldChanges::childRemoved(Kem::Entity const& parent, AttrId id, void const* key,
+                               Ptr<Kem::Entity> const& child) {
    if (isNew(parent) || new_.contains(child.ptr()))
       return;
    Before& before = thingsOf(parent)[{id, keyBytes(parent, id, key)}];
@@ -87,7 +87,7 @@ void HeldChanges::release() {
    // Told in the order of the first change, so that what was written first is sent first. What is told of an
    // entity that was itself removed is part of telling its parent.
    for (size_t i = 0; i < touched_.size(); ++i) {
-      Entity& entity = *touched_[i].entity;
+      Kem::Entity& entity = *touched_[i].entity;
       if (entity.sink() == &log_)
          tellDifference(entity, touched_[i].things);
    }
@@ -98,7 +98,7 @@ void HeldChanges::release() {
    count_ = 0;
 }
 
-void HeldChanges::tellDifference(Entity& entity, Things const& things) {
+void HeldChanges::tellDifference(Kem::Entity& entity, Things const& things) {
    Wire::Writer now;
    for (auto const& item : things) {
       Kem::AttrId const id = item.first.first;
@@ -124,10 +124,10 @@ void HeldChanges::tellDifference(Entity& entity, Things const& things) {
    }
 }
 
-void HeldChanges::tellEntity(Entity& parent, AttrId id, std::string const& key, Before const& before) {
+void HeldChanges::tellEntity(Kem::Entity& parent, AttrId id, std::string const& key, Before const& before) {
    Wire::Reader in(key);
-   Entity* const now = parent.childByKey(id, in);
-   Entity* const old = before.entity.ptr();
+   Kem::Entity* const now = parent.childByKey(id, in);
+   Kem::Entity* const old = before.entity.ptr();
    if (now == old)
       return;
    if (old)
@@ -145,7 +145,7 @@ void HeldChanges::tellEntity(Entity& parent, AttrId id, std::string const& key, 
       log_.childAdded(parent, id, *now);
 }
 
-void HeldChanges::rollBack(Entity& entity) {
+void HeldChanges::rollBack(Kem::Entity& entity) {
    auto const at = index_.find(&entity);
    if (at != index_.end()) {
       for (auto const& [thing, before] : touched_[at->second].things) {
@@ -162,8 +162,8 @@ void HeldChanges::rollBack(Entity& entity) {
             entity.applyErase(id, in);
       }
    }
-   entity.forEachChild([](Entity& child, void* self) { static_cast<HeldChanges*>(self)->rollBack(child); },
-                       this);
+   entity.forEachChild(
+       [](Kem::Entity& child, void* self) { static_cast<HeldChanges*>(self)->rollBack(child); }, this);
 }
 
 } // namespace Ordel

@@ -18,9 +18,9 @@ namespace Ordel {
 
 namespace {
 
-Kem::TraceFacility theTrace("OrdelListener");
+Kem::TraceFacility listenerTrace("OrdelListener");
 
-constexpr size_t readBytes = 256u << 10;  // of one client in one turn
+constexpr size_t turnBytes = 256u << 10;  // of one client in one turn
 constexpr size_t writeBytes = 1u << 20;   // the same
 constexpr int acceptCount = 64;           // in one turn
 constexpr int sendBufferBytes = 1u << 20; // of a socket; the kernel may allow less
@@ -150,7 +150,7 @@ void Listener::onReadable() {
 
 // The connection would else wait in the queue, and wake this process again and again.
 void Listener::refuseForWantOfDescriptors() {
-   KEM_TRACE(theTrace, 0, "a client is turned away: " << std::strerror(errno));
+   KEM_TRACE(listenerTrace, 0, "a client is turned away: " << std::strerror(errno));
    if (spare_ >= 0)
       close(spare_);
    int const socket = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -194,7 +194,7 @@ Listener::Link::~Link() {
 }
 
 void Listener::Link::onReadable() {
-   static std::string buffer(readBytes, '\0');
+   static std::string buffer(turnBytes, '\0');
    if (isClosed_ || !client_.wantsReading()) {
       wantsReadableIs(false);
       return;

@@ -9,7 +9,7 @@
 namespace Ordel {
 
 namespace {
-Kem::TraceFacility theTrace("OrdelMount");
+Kem::TraceFacility mountTrace("OrdelMount");
 }
 
 Mount::Mount(std::string m, std::string t, std::string p)
@@ -59,7 +59,7 @@ void MountGroup::mountEnded(bool isDone, Mount const& mount, std::string const& 
       return;
    ++(isDone ? status_.done : status_.failed);
    if (!isDone && !isOptional_)
-      KEM_TRACE(theTrace, 0, "mount of " << mount.path << " as " << mount.type << " failed: " << reason);
+      KEM_TRACE(mountTrace, 0, "mount of " << mount.path << " as " << mount.type << " failed: " << reason);
    mounter_->handleMountStatus(status_);
    if (status_.done + status_.failed == mounts_.size())
       complete();
@@ -72,7 +72,7 @@ void MountGroup::complete() {
    if (mounts_.empty())
       status_.isTimedOut = false;
    timer_->timeMinIs(Kem::never);
-   KEM_TRACE(theTrace, 3,
+   KEM_TRACE(mountTrace, 3,
              "mounts " << text_ << " complete: " << status_.done << " done, " << status_.failed << " failed");
    Kem::Ptr<MountGroup> const self(this);
    std::erase(entityManager_.groups_, self);

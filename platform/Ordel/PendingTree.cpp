@@ -5,7 +5,7 @@
 
 namespace Ordel {
 
-using Kind = EntityMarks::Kind;
+using MarkKind = EntityMarks::Kind;
 using Records::Form;
 
 size_t PendingTree::markCount() const {
@@ -63,16 +63,16 @@ void PendingTree::nodeIs(Entity const& node, bool isFresh) {
 // Marks an entity as to be created at the subscriber, which may have it already from another mount.
 void PendingTree::placeEntity(Mark& mark, bool isNew, bool isPartial, bool isFresh) {
    if (isNew) {
-      mark.kind = Kind::renewed;
+      mark.kind = MarkKind::renewed;
       mark.isKnown = !isFresh;
       mark.isPartial = isPartial;
       return;
    }
-   if (isPartial || mark.kind == Kind::announce || (mark.kind == Kind::renewed && !mark.isPartial))
+   if (isPartial || mark.kind == MarkKind::announce || (mark.kind == MarkKind::renewed && !mark.isPartial))
       return;
    // What was marked below is part of the whole, but for what is gone: the subscriber starts over with this
    // one.
-   mark.kind = Kind::renewed;
+   mark.kind = MarkKind::renewed;
    mark.isReplaced |= mark.isKnown;
    mark.isPartial = false;
    mark.below.reset();
@@ -92,7 +92,7 @@ void PendingTree::placeIs(Entity const& node, std::span<PlaceStep const> way, un
          return;
       Mark& mark = findOrAdd(*marks, step.attribute, step.key, isNew);
       placeEntity(mark, isNew, true, isFresh);
-      if (mark.kind == Kind::renewed && !mark.isPartial)
+      if (mark.kind == MarkKind::renewed && !mark.isPartial)
          return; // all below it is sent anyway
       if (!mark.below)
          mark.below = std::make_unique<EntityMarks>();
@@ -129,9 +129,9 @@ EntityMarks* PendingTree::marksAt(GroupPlace const& place, bool isOwn) {
       bool isNew = false;
       Mark& mark = findOrAdd(*marks, step.attribute, step.key, isNew);
       if (isNew) {
-         mark.kind = Kind::inside;
+         mark.kind = MarkKind::inside;
          mark.isKnown = true;
-      } else if (mark.kind == Kind::renewed && !mark.isPartial) {
+      } else if (mark.kind == MarkKind::renewed && !mark.isPartial) {
          if (isOwn) // it has one of its own there, which may hold what this one doesn't
             mark.isKnown = mark.isReplaced = true;
          return nullptr;
@@ -164,11 +164,11 @@ void PendingTree::operationIs(EntityMarks& marks, GroupPlace const& place, Opera
    case Op::create: {
       Mark& mark = findOrAdd(marks, operation.attribute, operation.key, isNew);
       if (isNew && created == Created::announce) {
-         mark.kind = Kind::announce;
+         mark.kind = MarkKind::announce;
          mark.isKnown = true;
          break;
       }
-      mark.kind = Kind::renewed;
+      mark.kind = MarkKind::renewed;
       mark.isKnown |= isOwn;
       mark.isPartial = created == Created::bare;
       break;
@@ -199,7 +199,7 @@ void PendingTree::erased(EntityMarks& marks, GroupPlace const& place, Operation 
       return;
    }
    if (isEntity) {
-      mark.kind = Kind::renewed;
+      mark.kind = MarkKind::renewed;
       mark.isReplaced = true;
       mark.isPartial = false;
       mark.below.reset();
@@ -320,7 +320,7 @@ void PendingTree::drainLevel(Wire::Writer& out, size_t end) {
 void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, size_t end) {
    Entity const& entity = *level.entity;
    std::string_view const key = level.marks->key(mark);
-   if (mark.kind == Kind::value) {
+   if (mark.kind == MarkKind::value) {
       name(entity, out);
       tree_.encodeMember(entity, mark.attribute, key, out);
       return;
@@ -329,7 +329,7 @@ void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, s
    // A subscriber that wrote since may have made another entity there, which may hold what this one doesn't.
    bool const isKnown = mark.isKnown || mark.epoch < lastWrote_;
    bool const isReplaced = mark.isReplaced || mark.epoch < lastWrote_;
-   if (mark.kind == Kind::renewed && isKnown && (isReplaced || !below)) {
+   if (mark.kind == MarkKind::renewed && isKnown && (isReplaced || !below)) {
       name(entity, out);
       out.u8(static_cast<uint8_t>(Op::erase));
       out.u8(mark.attribute);
@@ -337,11 +337,11 @@ void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, s
    }
    if (!below)
       return;
-   if (mark.kind != Kind::inside)
+   if (mark.kind != MarkKind::inside)
       create(entity, mark.attribute, key, *below, out);
-   if (mark.kind == Kind::announce || below->isNode())
+   if (mark.kind == MarkKind::announce || below->isNode())
       return;
-   if (mark.kind == Kind::inside || mark.isPartial) {
+   if (mark.kind == MarkKind::inside || mark.isPartial) {
       if (mark.below)
          levels_.push_back({mark.below.get(), 0, false, below});
       return;

@@ -15,7 +15,7 @@ using Records::Form;
 
 namespace {
 
-Kem::TraceFacility theTrace("OrdelServer");
+Kem::TraceFacility serverTrace("OrdelServer");
 
 // Where the operator sets what this process traces.
 constexpr std::string_view configPath = "ordel/config";
@@ -54,15 +54,15 @@ ServerClient& Server::connect(ServerClient::Peer peer) {
 
 void Server::disconnect(ServerClient& client) {
    if (client.isInFrame())
-      KEM_TRACE(theTrace, 0, client.label() << " is gone in the middle of a frame");
+      KEM_TRACE(serverTrace, 0, client.label() << " is gone in the middle of a frame");
    else
-      KEM_TRACE(theTrace, 3, client.label() << " is gone");
+      KEM_TRACE(serverTrace, 3, client.label() << " is gone");
    release(client);
    clients_.remove_if([&](auto const& other) { return other.get() == &client; });
 }
 
 void Server::refused(ServerClient& client, std::string_view reason) {
-   KEM_TRACE(theTrace, 0, client.label() << " is refused: " << reason);
+   KEM_TRACE(serverTrace, 0, client.label() << " is refused: " << reason);
    release(client);
 }
 
@@ -95,12 +95,12 @@ void Server::mount(ServerClient& client, uint32_t number, std::string_view text,
    mount.type = type;
    Refusal const refusal = place(mount);
    if (!refusal.isNone()) {
-      KEM_TRACE(theTrace, 3, client.label() << " can't mount: " << refusal.reason);
+      KEM_TRACE(serverTrace, 3, client.label() << " can't mount: " << refusal.reason);
       client.mountFailed(number, refusal.status, refusal.reason);
       return;
    }
    client.mounts().emplace(number, std::move(made));
-   KEM_TRACE(theTrace, 5, client.label() << " mounts " << mount.text);
+   KEM_TRACE(serverTrace, 5, client.label() << " mounts " << mount.text);
    if (mount.node == 0)
       await(mount);
    else
@@ -290,7 +290,7 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
       return;
    }
    if (!applied.isDone()) {
-      KEM_TRACE(theTrace, (request == 0 ? 0 : 3), client.label() << ": write refused: " << applied.error);
+      KEM_TRACE(serverTrace, (request == 0 ? 0 : 3), client.label() << ": write refused: " << applied.error);
       client.pending().subscriberWrote();
       client.reply(request, applied.status, applied.error);
       return;
@@ -354,7 +354,7 @@ void Server::snapshot(ServerClient& client, uint32_t request) {
    }
    std::string const error = writeSnapshot_();
    if (!error.empty())
-      KEM_TRACE(theTrace, 0, "snapshot: " << error);
+      KEM_TRACE(serverTrace, 0, "snapshot: " << error);
    client.reply(request, error.empty() ? Status::done : Status::refused, error);
 }
 

@@ -14,8 +14,6 @@ using Records::EntityType;
 
 namespace {
 
-constexpr unsigned dirEntities = 0; // the attribute of a directory that holds its entities
-
 std::string nameBytes(std::string_view name) {
    Wire::Writer out;
    out.string(name);

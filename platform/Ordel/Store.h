@@ -24,6 +24,8 @@ class Store {
    Store(Store const&) = delete;
    Store& operator=(Store const&) = delete;
 
+   static constexpr unsigned dirEntities = 0; // the attribute of a directory that holds its entities
+
    Records::Schema const& schema;
    bool isMirror;
    uint32_t nextNode = 1;

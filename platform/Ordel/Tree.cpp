@@ -13,8 +13,6 @@ using Records::Form;
 
 namespace {
 
-constexpr unsigned dirEntities = 0;
-
 // Finds or makes the plain directories of the path's parts but the last, which is left in `name`.
 Entity& makeWay(Store& store, std::string_view path, std::string_view& name) {
    Entity* at = store.root;
@@ -25,7 +23,7 @@ Entity& makeWay(Store& store, std::string_view path, std::string_view& name) {
       if (!next) {
          Wire::Writer key;
          key.string(part);
-         next = &store.create(store.schema.entities[0], *at, dirEntities, {0, key.view()},
+         next = &store.create(store.schema.entities[0], *at, Store::dirEntities, {0, key.view()},
                               store.isMirror ? 0 : store.nextNode);
       }
       KEM_ASSERT(next->isDirectory());
@@ -42,7 +40,7 @@ Entity& makeNode(Store& store, EntityType const& type, std::string_view path, ui
       node = store.nextNode; // now, after those on the way
    Wire::Writer key;
    key.string(name);
-   return store.create(type, directory, dirEntities, {0, key.view()}, node);
+   return store.create(type, directory, Store::dirEntities, {0, key.view()}, node);
 }
 
 // Reads a key given in wire form. False when it isn't exactly one.

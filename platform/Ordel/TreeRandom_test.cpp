@@ -112,28 +112,28 @@ struct RandomTest : testing::TestWithParam<unsigned> {
    }
 
    std::string randomKey(ValueType const& type) {
-      Tables const& t = tables();
-      if (&type == &t.name || &type == &t.string)
+      Tables const& kinds = tables();
+      if (&type == &kinds.name || &type == &kinds.string)
          return stringBytes(
              pick(std::vector<std::string>{"a", "b", "c", "long name of many bytes", "e", "f"}));
-      if (&type == &t.intfId)
+      if (&type == &kinds.intfId)
          return intfBytes(pick(std::vector<std::string>{"", "Odd one", "odder/7"}) == ""
                               ? "Ethernet" + std::to_string(1 + below(20))
                               : "Odd " + std::to_string(below(4)));
-      if (&type == &t.vlanId)
+      if (&type == &kinds.vlanId)
          return u16Bytes(static_cast<uint16_t>(1 + below(5)));
       return randomValue(type);
    }
    std::string randomValue(ValueType const& type) {
-      Tables const& t = tables();
-      if (&type == &t.boolean)
+      Tables const& kinds = tables();
+      if (&type == &kinds.boolean)
          return below(2) ? "\1" : std::string(1, '\0');
-      if (&type == &t.vlanId)
+      if (&type == &kinds.vlanId)
          return u16Bytes(static_cast<uint16_t>(1 + below(3)));
-      if (&type == &t.string || &type == &t.nsName)
+      if (&type == &kinds.string || &type == &kinds.nsName)
          return stringBytes(
              pick(std::vector<std::string>{"", "none", "text", std::string(300, 'x').substr(0, 120)}));
-      if (&type == &t.intfId)
+      if (&type == &kinds.intfId)
          return randomKey(type);
       if (type.kind == Kind::float64)
          return std::string("\0\0\0\0\0\0\0", 7) + static_cast<char>(below(3));

@@ -8,7 +8,7 @@ namespace KemPlaze {
 
 namespace {
 
-Kem::TraceFacility theFacility("Plaze::Mount");
+Kem::TraceFacility mountTrace("Plaze::Mount");
 
 // Null for a type that there isn't.
 Kem::Ptr<Kem::Entity> makeTable(std::string const& type, Kem::Name name, std::string filePath) {
@@ -37,7 +37,7 @@ void Mount::handleInitialized() {
 Kem::Ptr<Kem::Entity> Mount::doMount(std::string const& path, std::string const& type,
                                      MountInfo const& info) {
    auto refuse = [&](std::string const& why) {
-      KEM_TRACE(theFacility, 0, "mount of " << path << " as " << type << " refused: " << why);
+      KEM_TRACE(mountTrace, 0, "mount of " << path << " as " << type << " refused: " << why);
       return nullptr;
    };
    if (!refusal_.empty())
@@ -54,7 +54,7 @@ Kem::Ptr<Kem::Entity> Mount::doMount(std::string const& path, std::string const&
    if (!table)
       return refuse("there is no such type of table");
    entities_.emplace(path, table);
-   KEM_TRACE(theFacility, 5, "mounted " << path << " as " << type);
+   KEM_TRACE(mountTrace, 5, "mounted " << path << " as " << type);
    return table;
 }
 

@@ -5,7 +5,7 @@
 namespace Plaze {
 
 namespace {
-Kem::TraceFacility theFacility("Plaze::Table");
+Kem::TraceFacility tableTrace("Plaze::Table");
 
 std::string hexadecimal(std::string_view bytes) {
    std::string text = "0x";
@@ -32,7 +32,7 @@ bool Table::look() {
    if (outcome.unreadable == 0) {
       unreadableLooks_ = 0;
    } else if (++unreadableLooks_ == maxQuickLooks) {
-      KEM_TRACE(theFacility, 0,
+      KEM_TRACE(tableTrace, 0,
                 reader_.path() << ": " << outcome.unreadable
                                << " entries can't be read: torn, or damaged. Last written by process "
                                << reader_.file().writerPid().load(std::memory_order_relaxed));
@@ -47,14 +47,14 @@ void Table::tellState() {
    toldReason_ = reader_.reason();
    switch (toldState_) {
    case Reader::State::good:
-      KEM_TRACE(theFacility, 3,
+      KEM_TRACE(tableTrace, 3,
                 reader_.path() << " is there, of " << reader_.capacity() << " entries at most");
       break;
    case Reader::State::absent:
-      KEM_TRACE(theFacility, 1, reader_.path() << " is gone");
+      KEM_TRACE(tableTrace, 1, reader_.path() << " is gone");
       break;
    case Reader::State::refused:
-      KEM_TRACE(theFacility, 0, toldReason_ << "; taken as empty");
+      KEM_TRACE(tableTrace, 0, toldReason_ << "; taken as empty");
       break;
    }
 }
@@ -77,7 +77,7 @@ std::string const* Table::valueAt(KeyShadow::Slots::const_iterator at) const {
 
 void Table::refuseRow(std::string_view key) const {
    corruptionDetected_ = true;
-   KEM_TRACE(theFacility, 0,
+   KEM_TRACE(tableTrace, 0,
              reader_.path() << ": entry " << hexadecimal(key) << " is no row of " << type_.name);
 }
 

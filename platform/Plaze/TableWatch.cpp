@@ -12,7 +12,7 @@
 namespace Plaze {
 
 namespace {
-Kem::TraceFacility theFacility("Plaze::TableWatch");
+Kem::TraceFacility watchTrace("Plaze::TableWatch");
 }
 
 TableWatch::KemClock::KemClock(TableWatch& owner)
@@ -22,7 +22,7 @@ TableWatch::TableWatch(std::string const& path, std::function<bool()> onMaybeCha
     : directory_(std::filesystem::path(path).parent_path()), name_(std::filesystem::path(path).filename()),
       onMaybeChanged_(std::move(onMaybeChanged)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
    if (inotify_ < 0)
-      KEM_TRACE(theFacility, 0, path << " is polled: no inotify: " << std::strerror(errno));
+      KEM_TRACE(watchTrace, 0, path << " is polled: no inotify: " << std::strerror(errno));
    else
       bell_.descriptorIs(inotify_);
    // The first look sets up the watch.
@@ -44,7 +44,7 @@ bool TableWatch::watchDirectory() {
                               IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_MODIFY |
                                   IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
    if (watch_ < 0 && errno != ENOENT && errno != ENOTDIR)
-      KEM_TRACE(theFacility, 1, directory_ << " is polled: no watch: " << std::strerror(errno));
+      KEM_TRACE(watchTrace, 1, directory_ << " is polled: no watch: " << std::strerror(errno));
    return watch_ >= 0;
 }
 

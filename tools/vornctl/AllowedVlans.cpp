@@ -12,7 +12,7 @@ namespace Vornctl {
 namespace {
 
 using Bridging::Input::SwitchIntfConfig;
-using Bridging::Input::SwitchportMode;
+using InputMode = Bridging::Input::SwitchportMode;
 
 // VLANs that MVRP has learned and nobody has configured are not for the configured list to allow.
 void takeLearnedOut(SwitchState const& state, AllowedVlans& allowed) {
@@ -46,11 +46,11 @@ void forEachDynamicSource(SwitchState const& state, Visit&& visit) {
 
 AllowedVlans allowedVlans(SwitchState const& state, SwitchIntfConfig const& record) {
    AllowedVlans allowed;
-   SwitchportMode const mode = record.switchportMode();
-   if (mode == SwitchportMode::tap_) {
+   InputMode const mode = record.switchportMode();
+   if (mode == InputMode::tap_) {
       allowed.attribute = "tapAllowedVlans";
       allowed.list = record.tapAllowedVlans().str();
-   } else if (mode == SwitchportMode::tool_) {
+   } else if (mode == InputMode::tool_) {
       allowed.attribute = "toolAllowedVlans";
       allowed.list = record.toolAllowedVlans().str();
    } else {
@@ -58,7 +58,7 @@ AllowedVlans allowedVlans(SwitchState const& state, SwitchIntfConfig const& reco
       allowed.list = record.trunkAllowedVlans().str();
    }
    allowed.leftOut = VornUtils::computeVlanSet(allowed.vlans, allowed.list);
-   if (mode == SwitchportMode::tap_ || mode == SwitchportMode::tool_)
+   if (mode == InputMode::tap_ || mode == InputMode::tool_)
       return allowed; // dynamic sources don't reach these
    takeLearnedOut(state, allowed);
    Sulvi::IntfId const port = record.intfId();

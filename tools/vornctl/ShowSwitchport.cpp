@@ -16,7 +16,7 @@ namespace Vornctl {
 
 namespace {
 
-struct Port {
+struct PortRow {
    Sulvi::IntfId intfId;
    Kem::Ptr<Bridging::SwitchIntfConfig> resolved;
    PortChoice choice;
@@ -32,8 +32,8 @@ struct Port {
 };
 
 // All, in natural order, or the one.
-std::vector<Port> portsOf(SwitchState const& state, std::optional<Sulvi::IntfId> only) {
-   std::map<Sulvi::IntfId, Port> ports;
+std::vector<PortRow> portsOf(SwitchState const& state, std::optional<Sulvi::IntfId> only) {
+   std::map<Sulvi::IntfId, PortRow> ports;
    auto const inputs = inputsOf(state);
    for (auto const& [intfId, resolved] : state.config->switchIntfConfig())
       if (!only || intfId == *only)
@@ -43,7 +43,7 @@ std::vector<Port> portsOf(SwitchState const& state, std::optional<Sulvi::IntfId>
          if (auto const at = ports.find(intfId); at != ports.end())
             (member.tagged ? at->second.tagged : at->second.untagged).vlanIs(number);
       });
-   std::vector<Port> sorted;
+   std::vector<PortRow> sorted;
    for (auto& [intfId, port] : ports)
       sorted.push_back(std::move(port));
    return sorted;
@@ -63,7 +63,7 @@ std::string spaced(std::vector<std::string> const& items) {
    return text;
 }
 
-Json portJson(Port const& port) {
+Json portJson(PortRow const& port) {
    auto const& out = *port.resolved;
    Json json = {{"mode", modeText(port.mode())},
                 {"nativeVlan", port.native()},
@@ -84,9 +84,9 @@ Json portJson(Port const& port) {
    return json;
 }
 
-std::string portTable(std::vector<Port> const& ports, Format const& format) {
+std::string portTable(std::vector<PortRow> const& ports, Format const& format) {
    Table table({{"Port"}, {"Mode"}, {"Native", Table::Align::right}, {"Input"}, {"Member of VLANs"}});
-   for (Port const& port : ports)
+   for (PortRow const& port : ports)
       table.add({port.intfId.shortName().str(), modeText(port.mode()),
                  port.native() == 0 ? "-" : std::to_string(port.native()),
                  port.choice.winner.empty() ? "-" : port.choice.winner},
@@ -94,7 +94,7 @@ std::string portTable(std::vector<Port> const& ports, Format const& format) {
    return table.text(format.width);
 }
 
-std::string portText(Port const& port, Format const& format) {
+std::string portText(PortRow const& port, Format const& format) {
    auto const& out = *port.resolved;
    constexpr size_t indent = 24;
    std::string text;
@@ -137,7 +137,7 @@ std::string showSwitchport(SwitchState const& state, std::optional<Sulvi::IntfId
       throw Absent(port->stringValue().str() + ": there is no such port");
    if (format.wantsJson) {
       Json all = Json::object();
-      for (Port const& each : ports)
+      for (PortRow const& each : ports)
          all[each.intfId.stringValue().str()] = portJson(each);
       return jsonText({{"ports", std::move(all)}});
    }

@@ -203,10 +203,10 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
    std::string text =
        printable(nameOf(port)) + (member ? " is a member of VLAN " : " is not a member of VLAN ") +
        std::to_string(vlanId.value()) + (member ? ": " + membershipText(*member) : "") + ".\n\n";
-   size_t nameWidth = 0;
+   size_t ruleWidth = 0;
    for (Rule const& rule : explanation.rules)
-      nameWidth = std::max(nameWidth, characters(rule.name));
-   size_t const indent = nameWidth + 4;
+      ruleWidth = std::max(ruleWidth, characters(rule.name));
+   size_t const indent = ruleWidth + 4;
    for (Rule const& rule : explanation.rules) {
       std::string const finding =
           paragraph(printable(rule.finding), indent, std::max<size_t>(width, indent + 30));

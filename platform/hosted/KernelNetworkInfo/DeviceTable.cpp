@@ -5,7 +5,7 @@
 namespace KernelNetworkInfo {
 
 namespace {
-Kem::TraceFacility theTrace("KernelNetworkInfo");
+Kem::TraceFacility deviceTrace("KernelNetworkInfo");
 }
 
 void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags) {
@@ -13,7 +13,7 @@ void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags) 
    device.round = round_;
    if (device.name != name) {
       if (!device.name.empty()) {
-         KEM_TRACE(theTrace, 3, device.name << " is " << name << " now");
+         KEM_TRACE(deviceTrace, 3, device.name << " is " << name << " now");
          indexByName_.erase(device.name);
          root_->interfaceByNameDel(device.name);
       }

@@ -12,7 +12,7 @@ namespace KernelNetworkInfo {
 
 namespace {
 
-Kem::TraceFacility theTrace("KernelNetworkInfo");
+Kem::TraceFacility managerTrace("KernelNetworkInfo");
 
 // Datagrams in one turn of the loop, so that a storm of them doesn't keep everything else waiting.
 constexpr int maxDatagramsPerTurn = 64;
@@ -20,7 +20,7 @@ constexpr int maxDatagramsPerTurn = 64;
 std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
    auto socket = std::make_unique<Netlink::Socket>(netNs, RTMGRP_LINK);
    if (!socket->isOpen())
-      KEM_TRACE(theTrace, 0,
+      KEM_TRACE(managerTrace, 0,
                 "devices of namespace \"" << netNs << "\" can't be read: " << strerror(socket->error()));
    return socket;
 }
@@ -105,7 +105,7 @@ void Manager::take(std::string_view datagram) {
 }
 
 void Manager::handleLost(int error) {
-   KEM_TRACE(theTrace, 1, "messages were lost: " << strerror(error));
+   KEM_TRACE(managerTrace, 1, "messages were lost: " << strerror(error));
    if (state_ == State::following)
       dumpBegin();
    else if (state_ == State::dumping)
@@ -123,7 +123,7 @@ void Manager::dumpBegin() {
 }
 
 void Manager::dumpFailed(char const* reason, int error) {
-   KEM_TRACE(theTrace, 1,
+   KEM_TRACE(managerTrace, 1,
              "list of devices, to be asked for again: " << reason << " " << (error ? strerror(error) : ""));
    state_ = State::idle;
    clock_.timeMinIs(Kem::now() + retryInterval);
