@@ -137,7 +137,6 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
    auto const& config = parent_.config();
    auto const primaryState = parent_.privateVlanLibState().primaryVlan(vlanId_);
    auto const primaryId = vlanOut.vlanTypeAndPrimaryVlan().primaryVlan;
-   auto const primary = primaryId == 0 ? nullptr : config.vlanConfig(Bridging::VlanId(primaryId));
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) {
       if (!sm->switchIntfConfig().enabled())
          return;
@@ -157,8 +156,8 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
             if (auto const secondary = config.vlanConfig(secondaryId))
                sm->doSyncSingleVlan(*secondary);
          });
-      if (primary)
-         sm->doSyncSingleVlan(*primary);
+      if (primaryId != 0)
+         sm->maybeSyncOneVlan(primaryId); // one of the ports before may have given it up
    });
 }
 

@@ -98,6 +98,10 @@ TEST_F(VlanMembershipTest, tunnelIsAMemberOfItsVlanAndIgnoresAsymmetricVlansAndT
    start(Mode::dot1qTunnel_);
    EXPECT_EQ(vlans(), Numbers{10});
    EXPECT_EQ(in(10), "untagged");
+   // Whatever the record says of it.
+   bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
+   for (uint16_t const vlan : {10, 20})
+      EXPECT_EQ(vlanMember(*bridge.resolvedVlan(vlan), sm(), 10), vlan == 10) << vlan;
 }
 
 TEST_F(VlanMembershipTest, asymmetricPortIsAMemberOfItsListOnly) {

@@ -17,6 +17,7 @@ class SwitchIntfConfigCodef;
 class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
   public:
    using Config = Bridging::Input::SwitchIntfConfig;
+   using SwitchportBitMap = Vorn::SwitchportBitMap; // its text form begins with this class
 
    SwitchIntfConfigEntrySm(SwitchIntfConfigCodef& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Config const> const& configIn, Kem::Ptr<Config> configOut);
