@@ -323,9 +323,11 @@ TEST_F(InternalVlansTest, interfaceThatVanishesReleasesTheVlanOfItsPort) {
    TestTrace trace;
    bridge.routed("Ethernet1");
    bridge.start();
+   bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
    bridge.ethIntfConfigDir->intfConfigDel("Ethernet1");
    bridge.run();
    EXPECT_TRUE(bridge.portSm("Ethernet1")) << "the command line's port stands";
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->asymVlanEnabled()) << "its mode is evaluated";
    holdsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
@@ -339,24 +341,34 @@ TEST_F(InternalVlansTest, statusThatVanishesReleasesTheVlanOfItsPort) {
    TestTrace trace;
    bridge.routed("Ethernet1");
    bridge.start();
+   bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
    bridge.ethIntfStatusDir->intfStatusDel("Ethernet1");
    bridge.run();
    holdsNothing("Ethernet1");
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->asymVlanEnabled()) << "its mode is evaluated";
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
    EXPECT_TRUE(trace.has(" deleting routed port vlan config for Ethernet1"));
 }
 
-TEST_F(InternalVlansTest, statusThatComesCallsNothingFurther) {
+TEST_F(InternalVlansTest, statusThatComesWithItsModelGivesThePortItsVlan) {
    bridge.routed("Ethernet1");
    bridge.ethIntfStatusDir->intfStatusDel("Ethernet1");
    bridge.start();
+   holdsNothing("Ethernet1");
    bridge.forwardingModelIs("Ethernet1", 5); // a new record, which has its model from the beginning
    bridge.run();
-   holdsNothing("Ethernet1");
-   bridge.enabledStateLocalIs("Ethernet1", 1);
-   bridge.run();
    holds("Ethernet1", 4000);
+}
+
+TEST_F(InternalVlansTest, startOverWithAnotherNumberOfTheSamePortEndsTheAgent) {
+   bridge.routed("Ethernet1");
+   bridge.start();
+   bridge.sm->handleInitialized();
+   bridge.resolvedPort("Ethernet1")
+       ->switchportModeAndNativeVlanIs(
+           {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 4001});
+   EXPECT_DEATH(bridge.sm->handleInitialized(), HasSubstr("\"!startupInternalVlanId( iter->intfId() )\""));
 }
 
 TEST_F(InternalVlansTest, portThatIsDeletedReleasesItsVlan) {

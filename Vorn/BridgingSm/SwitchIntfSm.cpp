@@ -3,6 +3,7 @@
 #include "Kem/Time.h"
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/Invariant.h"
 #include "records/Interface/VlanIntfConfig.h"
@@ -23,7 +24,8 @@ SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
                            Kem::Ptr<Bridging::Config> const& bridgingConfig,
                            Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus)
-    : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig) {
+    : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig),
+      alwaysUnknown_(intfId == cpuIntfId() ? unknownMember : 0) {
    written_.fill(unknownMember); // of a run before there may be members left
    switchIntfConfigIs(switchIntfConfig);
    ethIntfConfigIs(ethIntfConfig);
@@ -38,7 +40,10 @@ void SwitchIntfSm::ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> cons
    kemEthIntfConfig_.notifierIs(config);
 }
 void SwitchIntfSm::ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status) {
+   if (status == ethIntfStatus())
+      return;
    kemEthIntfStatus_.notifierIs(status);
+   handleEthIntfForwardingModel(); // it may come with its model
 }
 
 // --- Life.

@@ -146,6 +146,8 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // without a look-up, those where nothing changes. See memberCode.
    static constexpr uint8_t unknownMember = 0xff;
    std::array<uint8_t, Bridging::VlanId::max + 1> written_;
+   // The processor's membership is written by others too: of its port nothing is known.
+   uint8_t const alwaysUnknown_;
    KemSwitchIntfConfig kemSwitchIntfConfig_{*this};
    KemEthIntfConfig kemEthIntfConfig_{*this};
    KemEthIntfStatus kemEthIntfStatus_{*this};

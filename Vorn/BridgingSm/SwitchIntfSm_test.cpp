@@ -337,8 +337,10 @@ TEST_F(SwitchIntfSmTest, trunkGroupsOfARoutedOrAnAccessPortAreNoConcern) {
    TestTrace trace;
    port->enabledIs(false);
    start(Mode::trunk_);
+   trace.clear();
    port->trunkGroupIs("a", true);
    bridge.run();
+   EXPECT_FALSE(trace.has("trunk group"));
    port->enabledIs(true);
    port->switchportModeIs(Mode::access_);
    bridge.run();

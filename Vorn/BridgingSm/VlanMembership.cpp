@@ -94,7 +94,7 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
       if (written != noMember) {
          vlan.intfDel(intfId_);
-         written = noMember;
+         written = noMember | alwaysUnknown_;
       }
       return;
    }
@@ -107,7 +107,7 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    uint8_t const code = memberCode(member);
    if (written != code) {
       vlan.intfIs(intfId_, member);
-      written = code;
+      written = code | alwaysUnknown_;
    }
 }
 

@@ -1,3 +1,4 @@
+#include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/TestBridge.h"
 
 #include <gmock/gmock.h>
@@ -48,6 +49,21 @@ struct VlanMembershipTest : testing::Test {
    TestBridge bridge;
    Kem::Ptr<Bridging::Input::SwitchIntfConfig> port;
 };
+
+TEST_F(VlanMembershipTest, processorsPortIsPutRightWhoeverChangedItsMembership) {
+   port = bridge.port("Cpu");
+   port->trunkAllowedVlansIs("10");
+   start(Mode::trunk_);
+   auto& cpu = *bridge.portSm("Cpu");
+   for (bool const isMember : {true, false}) {
+      port->trunkAllowedVlansIs(isMember ? "10" : "20");
+      bridge.run();
+      auto& vlan = *bridge.resolvedVlan(10);
+      isMember ? Vorn::deleteCpuPort(vlan) : Vorn::addCpuPort(vlan);
+      cpu.doSyncAllVlans();
+      EXPECT_EQ(bridge.vlansOf("Cpu"), Numbers{isMember ? uint16_t(10) : uint16_t(20)});
+   }
+}
 
 // --- Who is a member, rule by rule in their order.
 

@@ -180,13 +180,13 @@ class Switch {
    }
 
    // Seconds of each change: VLAN 1 is taken from the last port, or given back to it. During a bulk change
-   // the upper half of the VLANs is deleted or made again meanwhile.
+   // the upper half of the VLANs is deleted or made again all the time.
    std::vector<double> singleChanges(unsigned count, bool duringBulk) {
       auto const port = publisher_->cli->switchIntfConfig(portOf(ports_));
       std::vector<double> times;
       bool hasUpperHalf = true;
       for (unsigned i = 0; i < count; ++i) {
-         if (duringBulk && i % 50 == 0)
+         if (duringBulk && !isUpperHalfOnItsWay(hasUpperHalf))
             upperHalfIs(hasUpperHalf = !hasUpperHalf);
          bool const isTaken = i % 2 == 0;
          counter_.expectInVlan1(int64_t(ports_) - isTaken);
