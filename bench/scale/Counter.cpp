@@ -6,6 +6,7 @@
 #include "Ordel/Tree.h"
 #include "records/Schema.h"
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Bench {
 
@@ -21,7 +23,9 @@ struct Counter::Mirror final : Ordel::Connection {
    explicit Mirror(Seen& seen)
        : Connection(Records::schema(), "subscriber", Ordel::Role::tool), seen_(seen),
          vlanType_(Records::schema().entity("Bridging::VlanConfig")),
-         intf_(static_cast<unsigned>(vlanType_->find("intf"))) {}
+         intf_(static_cast<unsigned>(vlanType_->find("intf"))),
+         configType_(Records::schema().entity("Bridging::Config")),
+         vlanConfig_(static_cast<unsigned>(configType_->find("vlanConfig"))) {}
 
    bool isMounted = false;
 
@@ -41,6 +45,10 @@ struct Counter::Mirror final : Ordel::Connection {
          int64_t inGroup = 0;
          size_t at = group.first;
          for (; reader.next(operation); ++at) {
+            // A VLAN that goes takes its members with it.
+            if (&type == configType_ && operation.attribute == vlanConfig_ &&
+                operation.op == Ordel::Op::erase)
+               difference -= std::exchange(members_[vlanIn(operation.key)], 0);
             if (&type != vlanType_ || operation.attribute != intf_)
                continue;
             if (operation.op == Ordel::Op::erase)
@@ -50,17 +58,27 @@ struct Counter::Mirror final : Ordel::Connection {
          }
          seen_.changes += at - group.first;
          difference += inGroup;
-         // The VLAN's number is the last key of the address.
-         if (inGroup != 0 && applied.at(group).ends_with(std::string_view("\x01\x00", 2)))
+         if (inGroup == 0)
+            continue;
+         uint16_t const vlan = vlanIn(applied.at(group)); // its number is the last key of the address
+         members_[vlan] += inGroup;
+         if (vlan == 1)
             seen_.vlan1Memberships += inGroup;
       }
       seen_.memberships += difference;
+   }
+   static uint16_t vlanIn(std::string_view key) {
+      auto const* const bytes = reinterpret_cast<unsigned char const*>(key.data() + key.size() - 2);
+      return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
    }
 
    Ordel::Tree tree_{Records::schema()};
    Seen& seen_;
    Records::EntityType const* const vlanType_;
    unsigned const intf_;
+   Records::EntityType const* const configType_;
+   unsigned const vlanConfig_;
+   std::array<int64_t, 65536> members_{}; // by VLAN
 };
 
 Counter::Counter(std::string const& socketPath) {

@@ -225,6 +225,11 @@ class Switch {
    }
 
   private:
+   // Whether the subscriber has still to see some of it. One membership of VLAN 1 may be missing.
+   bool isUpperHalfOnItsWay(bool stands) const {
+      int64_t const all = int64_t(stands ? vlans_ : vlans_ / 2) * ports_;
+      return std::abs(all - counter_.memberships()) > 1;
+   }
    void upperHalfIs(bool stands) {
       for (unsigned vlan = vlans_ / 2 + 1; vlan <= vlans_; ++vlan)
          if (stands)
