@@ -143,10 +143,18 @@ bool ActivityManager::runTurn(Seconds maxWait) {
          if (auto* const w = watch())
             w->onReadable();
    }
-   didAnything |= fireDueTimers();
-   didAnything |= activitySm_.runBatch(*config_);
+   didAnything |= deliverAndSend();
+   if (fireDueTimers()) {
+      didAnything = true;
+      deliverAndSend();
+   }
+   return didAnything || !activitySm_.isEmpty(); // a handler or a hook may have queued something
+}
+
+bool ActivityManager::deliverAndSend() {
+   bool const hasDelivered = activitySm_.runBatch(*config_);
    runTurnEndHooks();
-   return didAnything || !activitySm_.isEmpty(); // a hook may have queued something
+   return hasDelivered;
 }
 
 void ActivityManager::runTurnEndHooks() {

@@ -83,11 +83,14 @@ struct Hook {
 
 using ActivityTest = LoopTest;
 
-TEST_F(ActivityTest, turnGoesFromDescriptorsToTimersToReactorsToHooks) {
+TEST_F(ActivityTest, turnDeliversAfterDescriptorsAndAgainAfterTimers) {
    Calls order;
    auto const box = Box::make();
    OnLabel reactor(box, [&] { order.push_back("reactor"); });
-   Alarm timer([&] { order.push_back("timer"); });
+   Alarm timer([&] {
+      order.push_back("timer");
+      box->labelIs("y");
+   });
    Hook hook([&] { order.push_back("hook"); });
    Pair pair;
    Watch watch(pair.ends[0]);
@@ -96,7 +99,7 @@ TEST_F(ActivityTest, turnGoesFromDescriptorsToTimersToReactorsToHooks) {
    timer.timeMinIs(0.0);
    pair.put("x");
    EXPECT_TRUE(loop().runTurn());
-   EXPECT_EQ(order, (Calls{"descriptor", "timer", "reactor", "hook"}));
+   EXPECT_EQ(order, (Calls{"descriptor", "reactor", "hook", "timer", "reactor", "hook"}));
 }
 
 TEST_F(ActivityTest, whatDescriptorsAndTimersChangeIsDeliveredInTheSameTurn) {

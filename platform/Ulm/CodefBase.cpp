@@ -26,7 +26,8 @@ void CodefBase::handleTime() {
    if (backlogSize() == 0)
       return;
    yieldBeforeFinishingCountInc(1);
-   kemClock_.timeMinIs(isPausedForRoom_ ? endTime + roomPause : 0.0);
+   // Behind the stages that are armed meanwhile, which have 0 as their target.
+   kemClock_.timeMinIs(isPausedForRoom_ ? endTime + roomPause : endTime);
 }
 
 } // namespace Ulm

@@ -105,13 +105,25 @@ TEST_F(CodefBaseTest, backlogThatIsLeftOverGivesAnotherSliceInTheNextTurn) {
    turn();
    EXPECT_EQ(codef->updatesProcessed(), 10u);
    EXPECT_EQ(codef->yieldBeforeFinishingCount(), 1u);
-   EXPECT_EQ(codef->timeMin(), 0.0);
+   EXPECT_EQ(codef->timeMin(), 1000.0) << "now: behind what is armed meanwhile";
    turn();
    EXPECT_EQ(codef->updatesProcessed(), 20u);
    run();
    EXPECT_EQ(codef->updatesProcessed(), 25u);
    EXPECT_EQ(codef->dispatchCount(), 3u);
    EXPECT_EQ(codef->yieldBeforeFinishingCount(), 2u);
+}
+
+TEST_F(CodefBaseTest, stageThatIsArmedMeanwhileComesBeforeWhatIsLeftOver) {
+   codef->sliceTime = 0.25;
+   codef->add(25);
+   turn();
+   auto const other = Kem::makePtr<TestCodef>(Kem::ActivityFacility::clock());
+   other->sliceTime = 1;
+   other->add(1);
+   turn();
+   EXPECT_EQ(other->startTimes, std::vector<Kem::Seconds>{1000.25});
+   EXPECT_EQ(codef->startTimes, (std::vector<Kem::Seconds>{1000, 1001.25}));
 }
 
 TEST_F(CodefBaseTest, sliceWithoutRoomIsTriedAgainAfterAMillisecondAndNotBefore) {
@@ -146,7 +158,7 @@ TEST_F(CodefBaseTest, sliceAfterAPauseThatEndsForTimeDoesNotPauseAgain) {
    Kem::VirtualTime::advanceTo(1001);
    turn();
    EXPECT_EQ(codef->waiting, 15u);
-   EXPECT_EQ(codef->timeMin(), 0.0);
+   EXPECT_EQ(codef->timeMin(), 1001.0);
 }
 
 TEST_F(CodefBaseTest, keyThatIsAddedDuringAPauseEndsIt) {
