@@ -144,10 +144,7 @@ bool ActivityManager::runTurn(Seconds maxWait) {
             w->onReadable();
    }
    didAnything |= deliverAndSend();
-   if (fireDueTimers()) {
-      didAnything = true;
-      deliverAndSend();
-   }
+   didAnything |= fireDueTimers();
    return didAnything || !activitySm_.isEmpty(); // a handler or a hook may have queued something
 }
 
@@ -217,7 +214,9 @@ bool ActivityManager::fireDueTimers() {
    std::vector<std::pair<ClockReactor*, Seconds>> order;
    for (auto* reactor : due)
       order.emplace_back(reactor, reactor->target_);
-   for (auto const& [reactor, target] : order) {
+   for (Seconds lastTarget = order.front().second; auto const& [reactor, target] : order) {
+      if (std::exchange(lastTarget, target) != target)
+         deliverAndSend();
       // A handler before it may have destroyed it, stopped it or set it anew.
       auto const range = timers_.equal_range(target);
       auto const at =
@@ -235,8 +234,9 @@ bool ActivityManager::fireDueTimers() {
             throw;
          std::exchange(firing_, nullptr)->onNotificationException(std::current_exception());
       }
+      firing_ = nullptr;
    }
-   firing_ = nullptr;
+   deliverAndSend();
    return true;
 }
 

@@ -2,11 +2,11 @@
 //
 // A turn waits for descriptors and the next timer (not at all when something is already due), calls the
 // descriptor watches that are ready, and delivers: to every reactor that is queued by then, all that is
-// pending for it; what was written leaves. Then it fires the timers that are due, and delivers again. So
-// timers whose work takes long, such as slices of a bulk change, don't hold up what came before them. What
-// handlers queue comes with the next delivery. Nothing here is re-entrant: a handler must not run the loop.
-// The one exception is deliverQueued(), for the client of the state database between two steps of taking in
-// one frame, outside of any handler.
+// pending for it; what was written leaves. Then it fires the timers that are due, by their targets, and
+// delivers again after those of one target. So timers whose work takes long, such as slices of a bulk change,
+// don't hold up what came before them. What handlers queue comes with the next delivery. Nothing here is
+// re-entrant: a handler must not run the loop. The one exception is deliverQueued(), for the client of the
+// state database between two steps of taking in one frame, outside of any handler.
 //
 // Tests run the loop one turn at a time, or until idle, and move virtual time with advanceTo().
 #pragma once
@@ -99,7 +99,7 @@ class ActivityManager {
 
    // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
    bool isSettled() const;
-   // Called after both deliveries of a turn, in order; for what gathers output. A hook may add and remove
+   // Called after each delivery of a turn, in order; for what gathers output. A hook may add and remove
    // hooks.
    void turnEndHookAdd(void (*hook)(void*), void* context);
    void turnEndHookDel(void (*hook)(void*), void* context);

@@ -102,6 +102,25 @@ TEST_F(ActivityTest, turnDeliversAfterDescriptorsAndAgainAfterTimers) {
    EXPECT_EQ(order, (Calls{"descriptor", "reactor", "hook", "timer", "reactor", "hook"}));
 }
 
+TEST_F(ActivityTest, timersOfOneTargetAreOneStepAndThoseOfALaterOneTheNext) {
+   Calls order;
+   auto const box = Box::make();
+   OnLabel reactor(box, [&] { order.push_back(box->label().str()); });
+   auto const write = [&](char const* label) {
+      return [&, label] {
+         order.push_back("timer");
+         box->labelIs(label);
+      };
+   };
+   Alarm first(write("first")), second(write("second")), third(write("third"));
+   third.timeMinIs(Kem::now());
+   first.timeMinIs(0.0);
+   second.timeMinIs(0.0);
+   Hook hook([&] { order.push_back("hook"); });
+   loop().runTurn();
+   EXPECT_EQ(order, (Calls{"hook", "timer", "timer", "second", "hook", "timer", "third", "hook"}));
+}
+
 TEST_F(ActivityTest, whatDescriptorsAndTimersChangeIsDeliveredInTheSameTurn) {
    auto const box = Box::make();
    Calls heard;
