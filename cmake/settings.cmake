@@ -18,7 +18,7 @@ add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wno-overloaded-vi
 add_compile_options(-fPIC -fno-semantic-interposition)
 
 if(SANITIZE)
-  add_compile_options(-O1 -fsanitize=${SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_compile_options(-O1 -g1 -fsanitize=${SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SANITIZE})
 endif()
 
