@@ -191,9 +191,9 @@ void InputSelectorSm::handleSwitchIntfPriority(Input const& bic) {
 // --- Default records of ports that nobody configured.
 
 bool InputSelectorSm::isEligible(Sulvi::IntfId intfId) const {
-   return in_.ethIntfConfigDir->intfConfig().find(intfId) && !Sulvi::VlanIntfId::isVlanIntfId(intfId) &&
-          !Sulvi::LoopbackIntfId::isLoopbackIntfId(intfId) && !Sulvi::MgmtIntfId::isMgmtIntfId(intfId) &&
-          !Sulvi::InternalIntfId::isInternalIntfId(intfId) &&
+   return in_.ethIntfConfigDir && in_.ethIntfConfigDir->intfConfig().find(intfId) &&
+          !Sulvi::VlanIntfId::isVlanIntfId(intfId) && !Sulvi::LoopbackIntfId::isLoopbackIntfId(intfId) &&
+          !Sulvi::MgmtIntfId::isMgmtIntfId(intfId) && !Sulvi::InternalIntfId::isInternalIntfId(intfId) &&
           !Sulvi::VxlanTunnelIntfId::isVxlanTunnelIntfId(intfId);
 }
 
@@ -212,9 +212,10 @@ void InputSelectorSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
 }
 
 void InputSelectorSm::handleEthIntfConfig() {
-   for (auto const& [intfId, intf] : in_.ethIntfConfigDir->intfConfig())
-      if (isEligible(intfId))
-         defaultSwitchIntfConfigIs(intfId);
+   if (in_.ethIntfConfigDir)
+      for (auto const& [intfId, intf] : in_.ethIntfConfigDir->intfConfig())
+         if (isEligible(intfId))
+            defaultSwitchIntfConfigIs(intfId);
    for (auto const& [intfId, record] : in_.bridgingInputEth->switchIntfConfig())
       if (!isEligible(intfId))
          in_.bridgingInputEth->switchIntfConfigDel(intfId);

@@ -30,8 +30,8 @@ class BridgingConfigSm;
 struct InputSelectorInputs {
    Kem::Ptr<Kem::Dir const> inputDir; // the publishers' inputs
    Kem::Ptr<BridgingConfigSm> bridgingConfigSm;
-   Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;
-   Kem::Ptr<Bridging::Input::Config> bridgingInputEth; // default records, written here
+   Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir; // null: no interfaces
+   Kem::Ptr<Bridging::Input::Config> bridgingInputEth;           // default records, written here
    Kem::Ptr<Bridging::SwitchIntfConfigDir>
        allSwitchIntfConfigDir; // the best record of each port, written here
    Kem::Ptr<Bridging::FdbConfigDir> fdbConfigDir;

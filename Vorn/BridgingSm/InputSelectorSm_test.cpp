@@ -37,6 +37,15 @@ struct InputSelectorSmTest : testing::Test {
    TestBridge bridge;
 };
 
+TEST_F(InputSelectorSmTest, withoutADirectoryOfInterfacesThereAreNoDefaultRecords) {
+   bridge.intf("Ethernet1");
+   bridge.vlan(10);
+   bridge.ethIntfConfigDir = nullptr;
+   bridge.start();
+   EXPECT_FALSE(isDefaultRecord("Ethernet1"));
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{10});
+}
+
 // --- The VLANs: one whole input.
 
 TEST_F(InputSelectorSmTest, inputWithTheGreatestPriorityGivesTheVlans) {

@@ -269,7 +269,7 @@ ClockReactor::~ClockReactor() {
 }
 
 void ClockReactor::onNotificationException(std::exception_ptr exception) {
-   std::rethrow_exception(exception);
+   std::rethrow_exception(std::move(exception));
 }
 
 void ClockReactor::notifierIs(Ptr<Clock const> clock) {

@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 
 #include <bit>
+#include <utility>
 
 namespace Kem {
 
@@ -151,11 +152,11 @@ void Notifiee::handleNotificationException(std::exception_ptr exception) {
    } catch (...) {
       KEM_TRACE(theTrace, 0, "a reactor on " << place << " raised what is no exception");
    }
-   onNotificationException(exception);
+   onNotificationException(std::move(exception));
 }
 
 void Notifiee::onNotificationException(std::exception_ptr exception) {
-   std::rethrow_exception(exception);
+   std::rethrow_exception(std::move(exception));
 }
 
 } // namespace Kem

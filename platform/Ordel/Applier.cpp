@@ -9,7 +9,6 @@
 namespace Ordel {
 
 using Records::EntityType;
-using Records::Form;
 
 Applied const& Applier::apply(std::string_view operations, uint8_t flags) {
    store_.bury();

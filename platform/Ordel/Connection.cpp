@@ -104,7 +104,8 @@ void Connection::close() {
 }
 
 void Connection::end(std::string const& reason) {
-   std::string const kept = reason; // it may stand in the buffers
+   // It may stand in the buffers.
+   std::string const kept = reason; // NOLINT(performance-unnecessary-copy-initialization)
    close();
    if (isConnecting_)
       endReason_ = kept;

@@ -2,7 +2,6 @@
 
 namespace Ordel {
 
-using Records::Form;
 using Records::Kind;
 
 void skipValue(Records::ValueType const& type, Wire::Reader& in) {

@@ -9,7 +9,6 @@
 namespace Ordel {
 
 using Records::EntityType;
-using Records::Form;
 
 namespace {
 

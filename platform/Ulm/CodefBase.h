@@ -2,7 +2,7 @@
 // and hands them the entries in slices of time, so that a bulk change never runs as one burst.
 //
 //    idle --a key is added, the clock is armed--> slice --backlog empty--> idle
-//                                                 slice --time is up--> slice, in the next turn, behind other stages
+//                                                 slice --time is up--> slice, the next turn, behind others
 //                                                 slice --no room to write--> pause, 1 ms --> slice
 //
 // A subclass keeps the backlog (Ulm::Backlog) and does the entries. The base owns the notification on the

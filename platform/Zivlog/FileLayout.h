@@ -32,8 +32,8 @@ inline constexpr char magic[8] = {'Z', 'I', 'V', 'L', 'O', 'G', '\r', '\n'};
 inline constexpr uint32_t version = 1;
 inline constexpr unsigned formatArea = levelCount; // the number of the area of format definitions
 inline constexpr uint64_t pageBytes = 4096;
-inline constexpr uint64_t formatAreaBytes = 32 * 1024;
-inline constexpr uint64_t maxRingBytes = 64 * 1024 * 1024;
+inline constexpr uint64_t formatAreaBytes = uint64_t{32} * 1024;
+inline constexpr uint64_t maxRingBytes = uint64_t{64} * 1024 * 1024;
 inline constexpr uint32_t maxRecordBytes = 4096; // of a whole record, in a ring that is large enough
 inline constexpr unsigned maxFields = 32;        // of a row
 
