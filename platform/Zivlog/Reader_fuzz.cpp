@@ -33,7 +33,7 @@ std::string withHeader(std::string const& areas) {
 // Each record is a byte for its level (10: a format), a byte for its length, and that many bytes after the
 // check.
 std::string withRecords(std::string_view input) {
-   std::string file = withHeader(std::string(formatAreaBytes + levelCount * 4096, '\0'));
+   std::string file = withHeader(std::string(formatAreaBytes + uint64_t{levelCount} * 4096, '\0'));
    uint64_t next[levelCount + 1] = {};
    while (input.size() > 2) {
       unsigned const area = static_cast<uint8_t>(input[0]) % (levelCount + 1);
@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
          if (record.sequence < before || record.level >= levelCount || record.fields.size() > maxFields)
             std::abort();
          before = record.sequence;
-         if (reader.textOf(record).size() > 2 * maxRecordBytes)
+         if (reader.textOf(record).size() > size_t{2} * maxRecordBytes)
             std::abort();
       }
    } catch (Zivlog::ReadError const&) {

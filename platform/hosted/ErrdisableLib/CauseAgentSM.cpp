@@ -20,8 +20,9 @@ Kem::LogHandle const intfReleased("ERRDISABLE_INTF_RELEASED", 5, {"%s is no long
 } // namespace
 
 CauseAgentSM::CauseAgentSM(Kem::Name causeName, Kem::Name groupName,
-                           Kem::Ptr<Errdisable::CauseStatus> causeStatus, Kem::Ptr<Kem::Dir const> causeDir,
-                           Kem::Ptr<Kem::Dir const> causeGroupDir, Kem::Ptr<Errdisable::Config const> config)
+                           Kem::Ptr<Errdisable::CauseStatus> const& causeStatus,
+                           Kem::Ptr<Kem::Dir const> causeDir, Kem::Ptr<Kem::Dir const> causeGroupDir,
+                           Kem::Ptr<Errdisable::Config const> config)
     : causeName_(std::move(causeName)), groupName_(std::move(groupName)), isStatusGiven_(causeStatus),
       causeDir_(std::move(causeDir)), causeGroupDir_(std::move(causeGroupDir)), config_(std::move(config)),
       disabledLog_(intfDisabled), releasedLog_(intfReleased) {

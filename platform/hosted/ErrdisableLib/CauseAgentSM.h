@@ -41,9 +41,9 @@ class CauseAgentSM final : public Kem::PtrInterface {
   public:
    // Any record may be null, and is not watched then. With a null `causeStatus` the status is the entry
    // `causeName` of `causeDir`, whenever there is one. The group is the entry `groupName` of `causeGroupDir`.
-   CauseAgentSM(Kem::Name causeName, Kem::Name groupName, Kem::Ptr<Errdisable::CauseStatus> causeStatus,
-                Kem::Ptr<Kem::Dir const> causeDir, Kem::Ptr<Kem::Dir const> causeGroupDir,
-                Kem::Ptr<Errdisable::Config const> config);
+   CauseAgentSM(Kem::Name causeName, Kem::Name groupName,
+                Kem::Ptr<Errdisable::CauseStatus> const& causeStatus, Kem::Ptr<Kem::Dir const> causeDir,
+                Kem::Ptr<Kem::Dir const> causeGroupDir, Kem::Ptr<Errdisable::Config const> config);
 
    Kem::Name const& causeName() const { return causeName_; }
    Kem::Ptr<Errdisable::CauseStatus> const& causeStatus() const { return causeStatus_; }

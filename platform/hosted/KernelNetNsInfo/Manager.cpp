@@ -27,7 +27,7 @@ std::string parentOf(std::string const& path) {
 
 } // namespace
 
-Manager::Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root, std::string folder)
+Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root, std::string folder)
     : root_(std::move(root)), folder_(std::move(folder)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
       clock_(*this, kemFwkActivity->clock()) {
    if (inotify_ >= 0)

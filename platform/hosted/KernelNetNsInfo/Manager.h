@@ -31,7 +31,7 @@ class Manager final : public Kem::PtrInterface {
    static constexpr Kem::Seconds pollInterval = 1.0;
 
    // `folder` is an absolute path; other than the system's own in tests.
-   Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+   Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
            std::string folder = Sulvi::namespaceFolder);
    ~Manager() override;
 

@@ -27,11 +27,11 @@ std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) 
 
 } // namespace
 
-Manager::Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root, std::nullptr_t,
+Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root, std::nullptr_t,
                  std::nullptr_t, Sulvi::NamespaceName const& netNs)
-    : Manager(std::move(kemFwkActivity), std::move(root), openSocket(netNs)) {}
+    : Manager(kemFwkActivity, std::move(root), openSocket(netNs)) {}
 
-Manager::Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
                  std::unique_ptr<Netlink::Channel> channel)
     : channel_(std::move(channel)), devices_(std::move(root)), clock_(*this, kemFwkActivity->clock()) {
    if (channel_->descriptor() < 0)

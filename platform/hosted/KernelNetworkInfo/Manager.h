@@ -33,11 +33,11 @@ class Manager final : public Kem::PtrInterface {
    static constexpr Kem::Seconds retryInterval = 0.1;
 
    // Neighbours are not watched, so their two inputs take nothing but null.
-   Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+   Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
            std::nullptr_t neighborDirByDeviceName, std::nullptr_t arpNeighborSharedData,
            Sulvi::NamespaceName const& netNs);
    // On another channel than a socket of its own.
-   Manager(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity, Kem::Ptr<Root> root,
+   Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
            std::unique_ptr<Netlink::Channel> channel);
 
    // Brings the record up to what the kernel has said by now: the first dump, or what came since. Run by the

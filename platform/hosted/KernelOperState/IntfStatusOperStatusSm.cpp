@@ -4,7 +4,7 @@
 
 namespace KernelOperState {
 
-IntfStatusOperStatusSm::IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig>,
+IntfStatusOperStatusSm::IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> const&,
                                                Kem::Ptr<IntfStatusDir const> intfStatusDir,
                                                Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir,
                                                Kem::Ptr<KernelOperStateManager> kosm,

@@ -33,7 +33,7 @@ class IntfStatusOperStatusSm final : public Kem::PtrInterface {
   public:
    // Its reactors run in the one loop of the process, which is the activity. `netNsCollection` may be null;
    // the directories may be null, and then no interface takes part.
-   IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> kemFwkActivity,
+   IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity,
                           Kem::Ptr<IntfStatusDir const> intfStatusDir,
                           Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir,
                           Kem::Ptr<KernelOperStateManager> kosm,
