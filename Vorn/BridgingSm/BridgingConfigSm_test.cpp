@@ -10,7 +10,6 @@ using testing::ExitedWithCode;
 using testing::HasSubstr;
 using Vorn::BridgingConfigSm;
 using Vorn::TestBridge;
-using Vorn::TestInput;
 using Vorn::TestTrace;
 
 using Numbers = std::vector<uint16_t>;
