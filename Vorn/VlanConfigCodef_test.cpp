@@ -8,7 +8,6 @@
 namespace {
 
 using Bridging::VlanAdminState;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using Vorn::compareVlanTrunkGroups;
 using Vorn::copyVlanTrunkGroups;

@@ -8,7 +8,6 @@ namespace {
 
 using testing::HasSubstr;
 using Vorn::TestBridge;
-using Vorn::TestInput;
 using Vorn::TestTrace;
 
 using Numbers = std::vector<uint16_t>;

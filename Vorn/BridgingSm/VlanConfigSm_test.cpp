@@ -10,7 +10,6 @@ namespace {
 using Bridging::VlanAdminState;
 using testing::HasSubstr;
 using Vorn::TestBridge;
-using Vorn::TestInput;
 using Vorn::TestTrace;
 
 using Numbers = std::vector<uint16_t>;

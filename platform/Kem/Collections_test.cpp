@@ -44,7 +44,7 @@ class Iteration : public ::testing::Test {
       return all;
    }
    // Walks the table, calls change(position) on each entry, and returns what was visited.
-   static std::vector<uint32_t> walk(Table& table, std::function<void(size_t)> change) {
+   static std::vector<uint32_t> walk(Table& table, std::function<void(size_t)> const& change) {
       std::vector<uint32_t> visited;
       for (auto at = table.begin(); at; at.next()) {
          EXPECT_EQ(at.value(), static_cast<int>(uint32_t(at.key())));

@@ -102,7 +102,7 @@ struct Sink final : Kem::AttributeSink {
       EXPECT_EQ(child->parent(), &parent) << "it is told before the child is let go";
    }
    void wantsBeforeIs(bool wants) { wantsBefore_ = wants; }
-   void add(std::string text, Kem::Entity const& e, AttrId id) {
+   void add(std::string const& text, Kem::Entity const& e, AttrId id) {
       calls.push_back(text + e.fullName() + '.' + e.attributeString(id));
    }
    Calls take() { return std::exchange(calls, {}); }

@@ -256,13 +256,13 @@ TEST(HashTable, moveLeavesAnEmptyTable) {
    HashTable<uint32_t, int> a;
    a.findOrInsert(1, [] { return 1; });
    HashTable<uint32_t, int> b = std::move(a);
-   EXPECT_TRUE(a.empty());
+   EXPECT_TRUE(a.empty()); // NOLINT(bugprone-use-after-move): promised
    EXPECT_EQ(b.size(), 1u);
-   a.findOrInsert(2, [] { return 2; });
+   a.findOrInsert(2, [] { return 2; }); // NOLINT(bugprone-use-after-move)
    b = std::move(a);
    EXPECT_EQ(b.find(1), nullptr);
    EXPECT_EQ(*b.find(2), 2);
-   EXPECT_TRUE(a.empty());
+   EXPECT_TRUE(a.empty()); // NOLINT(bugprone-use-after-move)
 }
 
 TEST(HashTable, iteratorNoticesThatItsTableWasReplaced) {

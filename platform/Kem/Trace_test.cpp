@@ -7,7 +7,6 @@
 
 namespace {
 
-using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 
 std::vector<std::string> sunk;

@@ -8,7 +8,6 @@
 
 namespace {
 
-using Ordel::KeyProbe;
 using Ordel::Table;
 
 constexpr Ordel::TableShape numberShape{4, false, 2, false};

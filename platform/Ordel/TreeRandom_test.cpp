@@ -14,7 +14,6 @@ namespace {
 using namespace TestRecords;
 using Ordel::Applied;
 using Ordel::Entity;
-using Ordel::Status;
 using Ordel::Tree;
 using Ordel::Walk;
 

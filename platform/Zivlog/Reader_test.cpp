@@ -13,7 +13,6 @@ namespace {
 using namespace FileLayout;
 using namespace Testing;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // Areas of a file of `smallSizes`.
 constexpr uint64_t ringBytes = 1024;

@@ -14,7 +14,6 @@ namespace {
 using namespace Testing;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 void say(TraceFile& file, unsigned level, std::string const& text) {
    file.text(level, "F", "f.cpp", 1, "f", text);

@@ -18,7 +18,6 @@
 namespace {
 
 using Records::Form;
-using Records::Kind;
 using testing::ThrowsMessage;
 
 auto const& all = Records::schema();

@@ -9,7 +9,6 @@
 namespace {
 
 using namespace Scenario;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 

@@ -15,7 +15,6 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr Format asTable;
 constexpr Format asJson{.wantsJson = true};

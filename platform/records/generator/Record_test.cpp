@@ -16,7 +16,6 @@ namespace {
 using namespace Sample;
 using namespace SampleTest;
 using testing::ElementsAre;
-using testing::Throws;
 using testing::ThrowsMessage;
 
 // What can't be written must not compile.
