@@ -37,15 +37,6 @@ struct InputSelectorSmTest : testing::Test {
    TestBridge bridge;
 };
 
-TEST_F(InputSelectorSmTest, withoutADirectoryOfInterfacesThereAreNoDefaultRecords) {
-   bridge.intf("Ethernet1");
-   bridge.vlan(10);
-   bridge.ethIntfConfigDir = nullptr;
-   bridge.start();
-   EXPECT_FALSE(isDefaultRecord("Ethernet1"));
-   EXPECT_EQ(bridge.resolvedVlans(), Numbers{10});
-}
-
 // --- The VLANs: one whole input.
 
 TEST_F(InputSelectorSmTest, inputWithTheGreatestPriorityGivesTheVlans) {
@@ -428,6 +419,15 @@ TEST_F(InputSelectorSmTest, recordOfAVanishedInputIsNotFollowedBack) {
 }
 
 // --- Default records.
+
+TEST_F(InputSelectorSmTest, withoutADirectoryOfInterfacesThereAreNoDefaultRecords) {
+   bridge.intf("Ethernet1");
+   bridge.vlan(10);
+   bridge.ethIntfConfigDir = nullptr;
+   bridge.start();
+   EXPECT_FALSE(isDefaultRecord("Ethernet1"));
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{10});
+}
 
 TEST_F(InputSelectorSmTest, interfaceGetsADefaultRecordInAccessMode) {
    bridge.intf("Ethernet1");
