@@ -92,9 +92,9 @@ class Runner::SignalWatch final : public Kem::FileDescriptorWatch {
 // Says "ready" once what the start has written is on its way.
 class Runner::Ready final {
   public:
-   explicit Ready(Runner& r) : runner(r) { Kem::activityManager()->turnEndHookAdd(onTurnEnd, this); }
-   ~Ready() { Kem::activityManager()->turnEndHookDel(onTurnEnd, this); }
-   static void onTurnEnd(void* self) { static_cast<Ready*>(self)->check(); }
+   explicit Ready(Runner& r) : runner(r) { Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this); }
+   ~Ready() { Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this); }
+   static void onDeliveryEnd(void* self) { static_cast<Ready*>(self)->check(); }
    void check() {
       if (isTold || !runner.agent_->startupReady() || runner.entityManager_->attributeLog()->isHeld())
          return;

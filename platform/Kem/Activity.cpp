@@ -150,17 +150,17 @@ bool ActivityManager::runTurn(Seconds maxWait) {
 
 bool ActivityManager::deliverAndSend() {
    bool const hasDelivered = activitySm_.runBatch(*config_);
-   runTurnEndHooks();
+   runDeliveryEndHooks();
    return hasDelivered;
 }
 
-void ActivityManager::runTurnEndHooks() {
+void ActivityManager::runDeliveryEndHooks() {
    areHooksRunning_ = true;
-   for (size_t i = 0; i < turnEndHooks_.size(); ++i)
-      if (auto const [hook, context] = turnEndHooks_[i]; hook)
+   for (size_t i = 0; i < deliveryEndHooks_.size(); ++i)
+      if (auto const [hook, context] = deliveryEndHooks_[i]; hook)
          hook(context);
    areHooksRunning_ = false;
-   std::erase_if(turnEndHooks_, [](auto const& entry) { return !entry.first; });
+   std::erase_if(deliveryEndHooks_, [](auto const& entry) { return !entry.first; });
 }
 
 void ActivityManager::runUntilIdle(size_t maxTurns) {
@@ -183,18 +183,18 @@ bool ActivityManager::isSettled() const {
                        [](auto const* w) { return w->hasWork(); });
 }
 
-void ActivityManager::turnEndHookAdd(void (*hook)(void*), void* context) {
-   turnEndHooks_.emplace_back(hook, context);
+void ActivityManager::deliveryEndHookAdd(void (*hook)(void*), void* context) {
+   deliveryEndHooks_.emplace_back(hook, context);
 }
 
-void ActivityManager::turnEndHookDel(void (*hook)(void*), void* context) {
-   auto const at = std::find(turnEndHooks_.begin(), turnEndHooks_.end(), std::pair(hook, context));
-   if (at == turnEndHooks_.end())
+void ActivityManager::deliveryEndHookDel(void (*hook)(void*), void* context) {
+   auto const at = std::find(deliveryEndHooks_.begin(), deliveryEndHooks_.end(), std::pair(hook, context));
+   if (at == deliveryEndHooks_.end())
       return;
    if (areHooksRunning_)
       at->first = nullptr; // its place stays until they are through
    else
-      turnEndHooks_.erase(at);
+      deliveryEndHooks_.erase(at);
 }
 
 // --- Timers.

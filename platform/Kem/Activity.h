@@ -101,8 +101,8 @@ class ActivityManager {
    bool isSettled() const;
    // Called after each delivery of a turn, in order; for what gathers output. A hook may add and remove
    // hooks.
-   void turnEndHookAdd(void (*hook)(void*), void* context);
-   void turnEndHookDel(void (*hook)(void*), void* context);
+   void deliveryEndHookAdd(void (*hook)(void*), void* context);
+   void deliveryEndHookDel(void (*hook)(void*), void* context);
 
   private:
    friend class ClockReactor;
@@ -110,7 +110,7 @@ class ActivityManager {
    friend class DeferredWork;
 
    bool deliverAndSend(); // returns whether anything was delivered
-   void runTurnEndHooks();
+   void runDeliveryEndHooks();
 
    using Timers = std::multimap<Seconds, ClockReactor*>;
    bool fireDueTimers();
@@ -124,7 +124,7 @@ class ActivityManager {
    std::vector<FileDescriptorWatch*> watches_; // by descriptor
    std::set<DeferredWork*> deferredWork_;
    std::vector<std::pair<void (*)(void*), void*>>
-       turnEndHooks_; // null for one that was removed while they run
+       deliveryEndHooks_; // null for one that was removed while they run
    uint32_t watchSerial_ = 0;
    bool areHooksRunning_ = false;
    int epollFd_ = -1;

@@ -70,13 +70,13 @@ struct OnLabel final : Box::NotifieeConst {
    std::function<void()> what_;
 };
 
-// A function object as a hook of the turn's end.
+// A function object as a hook behind deliveries.
 struct Hook {
    explicit Hook(std::function<void()> f) : what(std::move(f)) {
-      Kem::activityManager()->turnEndHookAdd(run, this);
+      Kem::activityManager()->deliveryEndHookAdd(run, this);
    }
    ~Hook() { remove(); }
-   void remove() { Kem::activityManager()->turnEndHookDel(run, this); }
+   void remove() { Kem::activityManager()->deliveryEndHookDel(run, this); }
    static void run(void* context) { static_cast<Hook*>(context)->what(); }
    std::function<void()> what;
 };

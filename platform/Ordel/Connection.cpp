@@ -121,9 +121,9 @@ void Connection::isWatchedIs(bool isWatched) {
    isWatched_ = isWatched;
    descriptorIs(isWatched ? socket_ : -1);
    if (isWatched)
-      Kem::activityManager()->turnEndHookAdd(onTurnEnd, this);
+      Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
    else
-      Kem::activityManager()->turnEndHookDel(onTurnEnd, this);
+      Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
 }
 
 void Connection::onReadable() {
@@ -134,7 +134,7 @@ void Connection::onWritable() {
    flush();
 }
 
-void Connection::onTurnEnd(void* connection) {
+void Connection::onDeliveryEnd(void* connection) {
    static_cast<Connection*>(connection)->flush();
 }
 

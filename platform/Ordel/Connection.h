@@ -6,7 +6,8 @@
 // they were sent. A handler may call everything here but must not destroy the connection.
 //
 // Driven in one of two ways: by wait(), for programs that have nothing else to do meanwhile; or by the event
-// loop after isWatchedIs(true), where the end of each turn flushes. The socket never blocks.
+// loop after isWatchedIs(true), where each delivery of a turn is followed by a flush. The socket never
+// blocks.
 #pragma once
 
 #include "Kem/FileDescriptor.h"
@@ -90,7 +91,7 @@ class Connection : private Kem::FileDescriptorWatch {
   private:
    void onReadable() override;
    void onWritable() override;
-   static void onTurnEnd(void* connection);
+   static void onDeliveryEnd(void* connection);
 
    bool takeFrame(Frame frame, std::string_view payload);
    void end(std::string const& reason);

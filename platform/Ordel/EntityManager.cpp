@@ -28,11 +28,11 @@ EntityManager::EntityManager(Records::Schema const& schema, Kem::TypeFinder type
       log_(Kem::makePtr<Kem::NboAttrLog::SocketOutSm>(static_cast<Kem::NboAttrLog::Link&>(*this))) {
    tree_.logIs(log_);
    Kem::NboAttrLog::top()->outManagerSm()->socketOutSmIs(name_, log_);
-   Kem::activityManager()->turnEndHookAdd(onTurnEnd, this);
+   Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
 }
 
 EntityManager::~EntityManager() {
-   Kem::activityManager()->turnEndHookDel(onTurnEnd, this);
+   Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
    Kem::NboAttrLog::top()->outManagerSm()->socketOutSmDel(name_);
    log_->linkDel();
 }
@@ -177,11 +177,11 @@ void EntityManager::releaseLog() {
    holdTimer_->timeMinIs(Kem::never);
 }
 
-void EntityManager::onTurnEnd(void* self) {
-   static_cast<EntityManager*>(self)->handleTurnEnd();
+void EntityManager::onDeliveryEnd(void* self) {
+   static_cast<EntityManager*>(self)->handleDeliveryEnd();
 }
 
-void EntityManager::handleTurnEnd() {
+void EntityManager::handleDeliveryEnd() {
    bool const isHeld = log_->isHeld();
    if ((!isHeld || !mayRelease_) && probes_.empty())
       return;

@@ -90,8 +90,8 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
 
    void sendMounts(MountGroup& group);
    void releaseLog();
-   static void onTurnEnd(void* self);
-   void handleTurnEnd();
+   static void onDeliveryEnd(void* self);
+   void handleDeliveryEnd();
 
    std::string const name_;
    std::string systemName_;

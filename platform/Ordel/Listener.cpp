@@ -69,7 +69,7 @@ bool Listener::listen(std::string const& path, std::string& error) {
    }
    spare_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
    descriptorIs(socket_);
-   Kem::activityManager()->turnEndHookAdd(onTurnEnd, this);
+   Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
    return true;
 }
 
@@ -123,7 +123,7 @@ bool Listener::bindSafely(std::string& error) {
 Listener::~Listener() {
    if (socket_ < 0)
       return;
-   Kem::activityManager()->turnEndHookDel(onTurnEnd, this);
+   Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
    links_.clear();
    descriptorIs(-1);
    struct stat standing;
@@ -160,7 +160,7 @@ void Listener::refuseForWantOfDescriptors() {
    errno = EAGAIN;
 }
 
-void Listener::onTurnEnd(void* listener) {
+void Listener::onDeliveryEnd(void* listener) {
    auto& links = static_cast<Listener*>(listener)->links_;
    for (auto const& link : links)
       link->flush();

@@ -2,7 +2,7 @@
 // ServerClient.
 //
 // Driven by the event loop. What came in during a turn is served as it is read, a bounded amount of each
-// client; what goes out is written once at the end of the turn, again a bounded amount, so that no client
+// client; what goes out is written after each delivery of a turn, again a bounded amount, so that no client
 // holds up another one for long. Peers are told by the credentials of their sockets.
 //
 // The socket has mode 0660. A socket that a database left behind is replaced; one on which somebody listens
@@ -35,12 +35,12 @@ class Listener : private Kem::FileDescriptorWatch {
       ~Link() override;
 
       bool isClosed() const { return isClosed_; }
-      // At the end of a turn: writes, and reads again where reading had to pause.
+      // After each delivery: writes, and reads again where reading had to pause.
       void flush();
 
      private:
       void onReadable() override;
-      void onWritable() override {} // the end of the turn writes
+      void onWritable() override {} // what comes after the delivery writes
 
       Server& server_;
       int const socket_;
@@ -51,7 +51,7 @@ class Listener : private Kem::FileDescriptorWatch {
    void onReadable() override;
    bool bindSafely(std::string& error);
    void refuseForWantOfDescriptors();
-   static void onTurnEnd(void* listener);
+   static void onDeliveryEnd(void* listener);
 
    Server& server_;
    std::string path_;

@@ -13,7 +13,7 @@ namespace {
 // writes.
 constexpr size_t blockBytes = 64u << 10;
 
-void flushAtTurnEnd(void* out) {
+void flushAfterDelivery(void* out) {
    static_cast<NboAttrLog::SocketOutSm*>(out)->flush();
 }
 
@@ -40,11 +40,11 @@ void NboAttrLog::OutManagerSm::socketOutSmDel(std::string const& name) {
 }
 
 NboAttrLog::SocketOutSm::SocketOutSm(Link& link) : link_(&link) {
-   activityManager()->turnEndHookAdd(flushAtTurnEnd, this);
+   activityManager()->deliveryEndHookAdd(flushAfterDelivery, this);
 }
 
 NboAttrLog::SocketOutSm::~SocketOutSm() {
-   activityManager()->turnEndHookDel(flushAtTurnEnd, this);
+   activityManager()->deliveryEndHookDel(flushAfterDelivery, this);
 }
 
 void NboAttrLog::SocketOutSm::linkDel() {
