@@ -1,7 +1,8 @@
 // What one decision about membership costs in the agent, in process and without a database: a bridge of 4094
 // VLANs and 512 trunk ports on local records.
 #include "Kem/Activity.h"
-#include "Vorn/BridgingSm.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/Selection/InputSelectorSm.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"
 #include "records/Bridging/SwitchIntfConfigDir.h"
@@ -34,7 +35,7 @@ class Bridge {
                                           .recoveryTimer = Kem::ActivityFacility::clock(),
                                           .cliConfig = cli,
                                           .privateVlanLibState = PrivateVlanLib::LibState::make(),
-                                          .vornAgent = nullptr,
+                                          .attrLogCheck = nullptr,
                                           .ethIntfStatusDir = nullptr});
       settle();
    }

@@ -1,11 +1,11 @@
 // The store of the state database at full size: 4094 VLANs with 512 member ports each.
 //
-// bulkPut: nanoseconds for one `put` of a new member in large blocks, and resident bytes that each member
-// costs. bulkNoChange: the same block again, so that nothing is stored or passed on. onePut: a block with one
-// change.
-#include "Ordel/TestRecords.h"
-#include "Ordel/Tree.h"
-#include "Ordel/Walk.h"
+// bulkPut: nanoseconds for one `put` of a new member in large blocks, and resident bytes that each
+// member costs. bulkNoChange: the same block again, so that nothing is stored or passed on.
+// onePut: a block with one change.
+#include "Ordel/store/TestRecords.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/store/Walk.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,9 +1,9 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Sulvi/IntfKind.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
-#include "Vorn/Invariant.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -45,7 +45,7 @@ BridgingConfigSm::~BridgingConfigSm() = default;
 // --- Start.
 
 void BridgingConfigSm::handleInitialized() {
-   VORN_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
+   KEM_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
    initialized_ = true;
    config().vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { resolvedVlanChanged(*vlan); });
    auto const clock = Kem::ActivityFacility::clock();
@@ -102,7 +102,7 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
       sm->doPrepareToDie();
       vlanConfigSm_.erase(vlanId);
    }
-   VORN_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
+   KEM_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
    KEM_TRACE(bridgingTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
    resolvedVlanDel(vlanId);
 }
@@ -135,7 +135,7 @@ void BridgingConfigSm::vlanConfigSmIs(Bridging::VlanId vlanId,
 // --- Ports.
 
 void BridgingConfigSm::handleSwitchIntfConfig() {
-   VORN_INVARIANT(!initialized(), "!initialized()");
+   KEM_INVARIANT(!initialized(), "!initialized()");
 }
 
 void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
@@ -222,7 +222,7 @@ void BridgingConfigSm::handleDefaultSwitchportMode() {
 }
 
 void BridgingConfigSm::handleVlanIntfConfig(Sulvi::IntfId intfId) {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    bool const stands = (in_.vlanIntfConfig && in_.vlanIntfConfig->intfConfig().find(intfId)) ||
                        in_.dynVlanIntfList->intfConfig().find(intfId);
    uint16_t const number = Sulvi::VlanIntfId::vlanId(intfId);
@@ -248,7 +248,7 @@ void BridgingConfigSm::handleAllVidToFidMap() {
 }
 
 void BridgingConfigSm::handleIeeeReservedForwarding(Sulvi::EthAddr addr) {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    if (cliConfig().ieeeReservedForwarding(addr))
       config().ieeeReservedForwardingIs(addr, true);
    else
@@ -282,6 +282,10 @@ void BridgingConfigSm::vlanConfigAfterCodefDel(Bridging::VlanId vlanId) {
       handleVlanConfig(vlanId);
 }
 
+void BridgingConfigSm::vlanConfigSmInitialize(Bridging::VlanId vlanId) {
+   vlanConfigSm(vlanId)->handleInitialized();
+}
+
 Kem::Ptr<Bridging::Input::SwitchIntfConfig>
 BridgingConfigSm::switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const {
    return memberOf(switchIntfConfigAfterCodef_, intfId);
@@ -300,6 +304,10 @@ BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::I
 void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
    if (switchIntfConfigAfterCodef_.erase(intfId))
       handleSwitchIntfConfig(intfId);
+}
+
+void BridgingConfigSm::switchIntfSmInitialize(Sulvi::IntfId intfId) {
+   switchIntfSm(intfId)->handleInitialized();
 }
 
 Kem::Ptr<SwitchIntfSm> BridgingConfigSm::switchIntfSm(Sulvi::IntfId intfId) const {

@@ -11,8 +11,10 @@
 #include "Kem/Dir.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 #include "Vorn/BridgingSm/VlanConfigSm.h"
-#include "Vorn/SwitchIntfConfigCodef.h"
-#include "Vorn/VlanConfigCodef.h"
+#include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigCodef.h"
+#include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigOutput.h"
+#include "Vorn/VlanConfigCodef/VlanConfigCodef.h"
+#include "Vorn/VlanConfigCodef/VlanConfigOutput.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/FdbConfigDir.h"
 #include "records/Bridging/Input/CliConfig.h"
@@ -27,8 +29,6 @@
 #include "records/Vorn/DynVlanIntfList.h"
 
 namespace Vorn {
-
-class Agent;
 
 // What BridgingConfigSm is made of. A null input is not followed.
 struct BridgingConfigInputs {
@@ -46,11 +46,13 @@ struct BridgingConfigInputs {
    Kem::Ptr<Kem::Clock const> recoveryTimer;
    Kem::Ptr<Bridging::Input::CliConfig const> cliConfig;
    Kem::Ptr<PrivateVlanLib::LibState const> privateVlanLibState;
-   Agent* vornAgent = nullptr; // null in tests that have none: the attribute log then counts as ready
+   AttrLogCheck* attrLogCheck = nullptr; // whether the deferred stages may write; null: always
    Kem::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir;
 };
 
-class BridgingConfigSm final : public Kem::PtrInterface {
+class BridgingConfigSm final : public Kem::PtrInterface,
+                               public VlanConfigOutput,
+                               public SwitchIntfConfigOutput {
   public:
    // Seconds that a port waits for an internal VLAN before recovery looks at it, and between two looks.
    static constexpr Kem::Seconds recoveryInterval = 10.0;
@@ -61,7 +63,7 @@ class BridgingConfigSm final : public Kem::PtrInterface {
    void handleInitialized();
 
    // --- Inputs and outputs.
-   Kem::Ptr<Bridging::Input::Config const> const& configIn() const { return in_.configIn; }
+   Kem::Ptr<Bridging::Input::Config const> const& configIn() const override { return in_.configIn; }
    // Only stores: the selector calls handleVlanConfig() next.
    void configInIs(Kem::Ptr<Bridging::Input::Config const> const& input) { in_.configIn = input; }
    Bridging::Config& config() const { return *in_.config; }
@@ -73,20 +75,20 @@ class BridgingConfigSm final : public Kem::PtrInterface {
    PrivateVlanLib::LibState const& privateVlanLibState() const { return *in_.privateVlanLibState; }
    Errdisable::CauseStatus& noInternalVlanIdCauseStatus() const { return *in_.noInternalVlanIdCauseStatus; }
    Kem::Ptr<DynVlanIntfList const> const& dynVlanIntfList() const { return in_.dynVlanIntfList; }
-   Agent* vornAgent() const { return in_.vornAgent; }
+   AttrLogCheck* attrLogCheck() const override { return in_.attrLogCheck; }
    bool initialized() const { return initialized_; }
 
    // --- Copies of the deferred stages. Placing or deleting one is followed at once by the handler below.
-   using VlanConfigAfterCodef = Kem::HashMap<Bridging::Input::VlanConfig, Bridging::VlanId>;
-   VlanConfigAfterCodef const& vlanConfigAfterCodef() const { return vlanConfigAfterCodef_; }
-   Kem::Ptr<Bridging::Input::VlanConfig>
-   vlanConfigAfterCodef(Bridging::VlanId vlanId) const; // null when none
-   Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodefIs(Bridging::VlanId vlanId);
-   void vlanConfigAfterCodefDel(Bridging::VlanId vlanId);
+   VlanConfigAfterCodef const& vlanConfigAfterCodef() const override { return vlanConfigAfterCodef_; }
+   Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodef(Bridging::VlanId vlanId) const override;
+   Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodefIs(Bridging::VlanId vlanId) override;
+   void vlanConfigAfterCodefDel(Bridging::VlanId vlanId) override;
+   void vlanConfigSmInitialize(Bridging::VlanId vlanId) override;
    Kem::Ptr<Bridging::Input::SwitchIntfConfig> switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const;
-   Kem::Ptr<Bridging::Input::SwitchIntfConfig> switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId,
-                                                                            Bridging::Input::SwitchportMode);
-   void switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId);
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig>
+   switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::Input::SwitchportMode mode) override;
+   void switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) override;
+   void switchIntfSmInitialize(Sulvi::IntfId intfId) override;
    Kem::Ptr<VlanConfigCodef> const& vlanConfigCodef() const { return vlanConfigCodef_; }
    Kem::Ptr<SwitchIntfConfigCodef> const& switchIntfConfigCodef() const { return switchIntfConfigCodef_; }
 
@@ -116,13 +118,13 @@ class BridgingConfigSm final : public Kem::PtrInterface {
    // but its number: active, not internal, without trunk groups and without a role among private VLANs.
    VornUtils::VlanIdSet const& ordinaryVlans() const { return ordinaryVlans_; }
    VornUtils::VlanIdSet const& specialVlans() const { return specialVlans_; } // all others that stand
-   // To be told of each resolved VLAN that was made, and of each change of what is named above, before ports
-   // are synced.
+   // To be told of each resolved VLAN that was made, and of each change of what is named
+   // above, before ports are synced.
    void resolvedVlanChanged(Bridging::VlanConfig const& vlan);
    // Deletes the resolved VLAN; nothing when there is none. The only way: the ports have to know.
    void resolvedVlanDel(Bridging::VlanId vlanId);
-   // The VLAN interface of that number, configured statically or else by a dynamic source; null when there is
-   // none.
+   // The VLAN interface of that number, configured statically or else by a dynamic
+   // source; null when there is none.
    Kem::Ptr<Interface::VlanIntfConfig const> vlanIntfConfigOf(Bridging::VlanId vlanId) const;
    // The smallest secondary VLAN of a primary one; 4095 when there is none.
    Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;

@@ -1,6 +1,6 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 
-#include "Vorn/TestBridge.h"
+#include "Vorn/testing/TestBridge.h"
 
 #include <gmock/gmock.h>
 

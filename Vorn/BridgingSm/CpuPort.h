@@ -15,8 +15,8 @@ void deleteCpuPort(Bridging::VlanConfig& vlan);
 // Brings the CPU port of a secondary VLAN in step with its primary.
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
-// The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
-// role.
+// The same for every pair that the VLAN is part of, as primary or as secondary;
+// nothing for a VLAN without a role.
 void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId);
 
 } // namespace Vorn

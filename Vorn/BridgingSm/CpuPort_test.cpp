@@ -1,6 +1,6 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 
-#include "Vorn/TestBridge.h"
+#include "Vorn/testing/TestBridge.h"
 #include "records/Bridging/SviMappingState.h"
 
 namespace {

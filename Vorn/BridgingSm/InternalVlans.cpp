@@ -1,10 +1,10 @@
 #include "Vorn/BridgingSm/InternalVlans.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Time.h"
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/Invariant.h"
 #include "records/Interface/VlanIntfConfig.h"
 
 #include <string>
@@ -38,7 +38,7 @@ Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(Bridging::Config& conf
 }
 
 void deleteRoutedPortVlanConfig(BridgingConfigSm& sm, Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
-   VORN_INVARIANT(vlanId != 0, "vlanId");
+   KEM_INVARIANT(vlanId != 0, "vlanId");
    Bridging::VlanId const vlan(vlanId);
    sm.internalVlanIdDel(intfId);
    sm.routedPortDel(vlan);
@@ -87,7 +87,7 @@ void BridgingConfigSm::takeOverInternalVlans() {
       Bridging::VlanId const vlan(resolved.nativeVlan);
       if (!startupRoutedPort(vlan).empty())
          continue; // a second port that claims the number allocates anew
-      VORN_INVARIANT(startupInternalVlanId(intfId) == 0, "!startupInternalVlanId( iter->intfId() )");
+      KEM_INVARIANT(startupInternalVlanId(intfId) == 0, "!startupInternalVlanId( iter->intfId() )");
       startupInternalVlanId_.findOrInsert(intfId, [&] { return resolved.nativeVlan; });
       startupRoutedPort_.findOrInsert(vlan, [&] { return intfId; });
    }
@@ -137,7 +137,7 @@ void BridgingConfigSm::handleRecoveryTimer() {
    for (auto const& [intfId, time] : cause.intfStatus()) {
       if (now - time < recoveryInterval)
          continue;
-      VORN_INVARIANT(internalVlanId(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");
+      KEM_INVARIANT(internalVlanId(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");
       if (allocateInternalVlanId() == 0)
          break; // nothing can recover now
       KEM_TRACE(internalVlanTrace, 3, "handleRecoveryTimer releases " << intfId);

@@ -23,8 +23,8 @@ class BridgingConfigSm;
 // The VLAN interface of that number: "Vlan" and the number.
 Sulvi::IntfId vlanIntfIdOf(uint32_t vlanId);
 
-// Writes the resolved VLAN of a routed port: internal, active, named after the port, with the CPU port as its
-// member.
+// Writes the resolved VLAN of a routed port: internal, active, named after the port,
+// with the CPU port as its member.
 Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(Bridging::Config& config, Bridging::VlanId vlanId,
                                                           Sulvi::IntfId intfId);
 

@@ -1,6 +1,6 @@
 #include "Vorn/BridgingSm/InternalVlans.h"
 
-#include "Vorn/TestBridge.h"
+#include "Vorn/testing/TestBridge.h"
 
 #include <gmock/gmock.h>
 

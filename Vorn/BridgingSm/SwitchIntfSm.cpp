@@ -1,11 +1,11 @@
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Time.h"
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
-#include "Vorn/Invariant.h"
 #include "records/Interface/VlanIntfConfig.h"
 
 #include <cmath>
@@ -67,7 +67,7 @@ void SwitchIntfSm::handleInitialized() {
 }
 
 void SwitchIntfSm::doPrepareToDie() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    bridgingConfig_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { vlan->intfDel(intfId_); });
    if (auto const vlanId = parent_.internalVlanId(intfId_); vlanId != 0)
       giveUpInternalVlan(vlanId);
@@ -77,7 +77,7 @@ void SwitchIntfSm::doPrepareToDie() {
 // --- Mode and native VLAN.
 
 Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    // The only place where the two are combined.
    InputMode const mode = config_->enabled() ? config_->switchportMode() : InputMode::routed_;
    if (mode == InputMode::routed_)
@@ -105,7 +105,7 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
    case InputMode::tool_:
       return 1;
    default:
-      VORN_INVARIANT(false, "false && \"unknown mode\"");
+      KEM_INVARIANT(false, "false && \"unknown mode\"");
    }
    if (vlanId != 0 && !bridgingConfig_->vlanConfig().find(Bridging::VlanId(vlanId))) {
       KEM_TRACE(switchIntfTrace, 1, intfId_ << " Returning vlan 0 as " << vlanId << " does not exist");
@@ -266,7 +266,7 @@ void SwitchIntfSm::handleFloodingEnabled() {
 // --- Changes of the interface.
 
 void SwitchIntfSm::handleEnabledStateLocal() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    if (!out_ || out_->switchportModeAndNativeVlan().switchportMode != SwitchportMode::routed_)
       return;
    auto const vlanId = out_->switchportModeAndNativeVlan().nativeVlan;
@@ -288,8 +288,8 @@ void SwitchIntfSm::handleEthIntfForwardingModel() {
    if (vlanIdOrNone == 0 || parent_.internalVlanId(intfId_) == 0 ||
        parent_.routedPort(Bridging::VlanId(vlanIdOrNone)).empty())
       return;
-   VORN_INVARIANT(vlanIdOrNone == parent_.internalVlanId(intfId_),
-                  "vlanIdOrNone == parent()->internalVlanId( intfId() )");
+   KEM_INVARIANT(vlanIdOrNone == parent_.internalVlanId(intfId_),
+                 "vlanIdOrNone == parent()->internalVlanId( intfId() )");
    giveUpInternalVlan(vlanIdOrNone);
 }
 

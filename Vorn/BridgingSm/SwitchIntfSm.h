@@ -56,8 +56,8 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // Before it is deleted: takes the port out of all VLANs and gives up its internal VLAN. The resolved
    // record is left to the parent.
    void doPrepareToDie();
-   // What the port is now. Not free of consequences: a routed port takes an internal VLAN here, or gives it
-   // up.
+   // What the port is now. Not free of consequences: a routed port takes an
+   // internal VLAN here, or gives it up.
    Bridging::SwitchportModeAndNativeVlan switchportModeAndNativeVlan();
    void doSyncSwitchportModeAndNativeVlan();
    // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for

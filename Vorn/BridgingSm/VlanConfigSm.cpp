@@ -1,9 +1,9 @@
 #include "Vorn/BridgingSm/VlanConfigSm.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/Invariant.h"
 #include "records/Bridging/Input/DynVlanSrc.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
@@ -52,7 +52,7 @@ void VlanConfigSm::handleInitialized() {
 }
 
 void VlanConfigSm::doPrepareToDie() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId intfId, auto const& sm) {
       auto const& input = sm->switchIntfConfig();
       if (!input.enabled() || input.switchportMode() > InputMode::dot1qTunnel_)
@@ -140,9 +140,9 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) {
       if (!sm->switchIntfConfig().enabled())
          return;
-      // A port whose native VLAN did not exist before gets it here. A port whose copy has just changed may
-      // come by here before it is told of that, and will then find nothing changed: what hangs on it follows
-      // at once.
+      // A port whose native VLAN did not exist before gets it here. A port whose copy has just
+      // changed may come by here before it is told of that, and will then find nothing changed:
+      // what hangs on it follows at once.
       auto& out = *sm->switchIntfConfigOut();
       auto const before = out.switchportModeAndNativeVlan();
       out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
@@ -174,7 +174,7 @@ void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
 
 // A VLAN that only that source claims was left out of the allowed sets until it got its static entry.
 void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    auto const source = parent_.dynVlanSrcTable().dynVlanSrc(vlanId_);
    if (!source || source->vlanSource().size() != 1 || !source->vlanSource().find(mvrpSource))
       return;

@@ -23,8 +23,8 @@ class VlanConfigSm final : public Kem::PtrInterface {
    bool initialized() const { return initialized_; }
 
    void handleInitialized();
-   // Before it is deleted: switchports lose it as their native VLAN. The resolved record is left to the
-   // parent.
+   // Before it is deleted: switchports lose it as their native VLAN. The
+   // resolved record is left to the parent.
    void doPrepareToDie();
 
   private:

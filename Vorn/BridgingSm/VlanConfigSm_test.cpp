@@ -1,6 +1,6 @@
 #include "Vorn/BridgingSm/VlanConfigSm.h"
 
-#include "Vorn/TestBridge.h"
+#include "Vorn/testing/TestBridge.h"
 #include "records/Bridging/Input/DynVlanSrc.h"
 
 #include <gmock/gmock.h>
@@ -212,8 +212,8 @@ TEST_F(VlanConfigSmTest, disabledSwitchportsAreSkipped) {
 }
 
 TEST_F(VlanConfigSmTest, stateOfAPrimaryVlanReachesItsSecondaries) {
-   // A port with the secondary as its access VLAN is untagged in the primary too, as long as the primary
-   // counts.
+   // A port with the secondary as its access VLAN is untagged in the primary too,
+   // as long as the primary counts.
    bridge.primaryVlan(100, {101, 102});
    bridge.access("Ethernet1", 100)->defaultPrivateVlanMappingIs(true);
    bridge.start();

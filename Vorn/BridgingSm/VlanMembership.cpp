@@ -3,9 +3,9 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Sulvi/IntfKind.h"
-#include "Vorn/Invariant.h"
 
 #include <cstdio>
 #include <string>
@@ -50,8 +50,8 @@ bool sharesTrunkGroup(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm) 
    return shares;
 }
 
-// A membership as one number: 0 for none; the two flags, the direction, and a bit that says that there is
-// one.
+// A membership as one number: 0 for none; the two flags, the direction, and a
+// bit that says that there is one.
 constexpr uint8_t noMember = 0;
 uint8_t memberCode(Bridging::VlanPortConfig const& member) {
    return static_cast<uint8_t>(1 | member.tagged << 1 | member.mappedUntagged << 2 |
@@ -74,14 +74,14 @@ bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridgi
    if (mode == SwitchportMode::dot1qTunnel_)
       return native == vid;
    if (out.asymVlanEnabled()) {
-      VORN_INVARIANT(mode == SwitchportMode::access_, "mode == Bridging::access_");
+      KEM_INVARIANT(mode == SwitchportMode::access_, "mode == Bridging::access_");
       return sm.asymVlanSet().vlan(vid);
    }
    if (mode == SwitchportMode::access_)
       return accessVlanMember(vlan, sm, native);
-   VORN_INVARIANT(mode == SwitchportMode::trunk_ || mode == SwitchportMode::tap_ ||
-                      mode == SwitchportMode::tool_,
-                  "mode == Bridging::trunk_ || mode == Bridging::tap_ || mode == Bridging::tool_");
+   KEM_INVARIANT(mode == SwitchportMode::trunk_ || mode == SwitchportMode::tap_ ||
+                     mode == SwitchportMode::tool_,
+                 "mode == Bridging::trunk_ || mode == Bridging::tap_ || mode == Bridging::tool_");
    if (!sm.trunkAllowedVlanSet().vlan(vid))
       return false;
    // A VLAN with trunk groups is closed to every port that has none of them.
@@ -89,7 +89,7 @@ bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridgi
 }
 
 void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    uint8_t& written = written_[vlan.vlanId()];
    if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
       if (written != noMember) {
@@ -146,7 +146,7 @@ Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanIdOrNone vlanId,
 }
 
 void SwitchIntfSm::doSyncAllVlans() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    if (out_->asymVlanEnabled()) {
       syncEachVlan();
       return;
@@ -210,7 +210,7 @@ void SwitchIntfSm::maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId) {
 // --- The sets.
 
 void SwitchIntfSm::doComputeTrunkAllowedVlans() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
       KEM_TRACE(membershipTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
       return;
@@ -225,7 +225,7 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {
-   VORN_INVARIANT(initialized(), "initialized()");
+   KEM_INVARIANT(initialized(), "initialized()");
    if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
       KEM_TRACE(membershipTrace, 5, "asym vlans are not applicable for sub interface " << intfId_);
       return;

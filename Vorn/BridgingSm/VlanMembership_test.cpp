@@ -1,5 +1,5 @@
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/TestBridge.h"
+#include "Vorn/testing/TestBridge.h"
 
 #include <gmock/gmock.h>
 

@@ -1,9 +1,9 @@
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigEntrySm.h"
 
+#include "Kem/Assert.h"
 #include "Kem/Trace.h"
-#include "Vorn/BridgingSm/BridgingConfigSm.h"
-#include "Vorn/Invariant.h"
-#include "Vorn/SwitchIntfConfigCodef.h"
+#include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigCodef.h"
+#include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigOutput.h"
 
 #include <algorithm>
 
@@ -61,7 +61,7 @@ SwitchIntfConfigEntrySm::SwitchIntfConfigEntrySm(SwitchIntfConfigCodef& parent, 
 void SwitchIntfConfigEntrySm::handleInitialized() {
    initialized_ = true;
    copyWhole();
-   parent_.configOut().switchIntfSm(intfId_)->handleInitialized();
+   parent_.configOut().switchIntfSmInitialize(intfId_);
 }
 
 void SwitchIntfConfigEntrySm::copyWhole() {
@@ -140,7 +140,7 @@ bool SwitchIntfConfigEntrySm::performPendingOperations() {
       op.copy(*in, *configOut_);
       pendingOps_.clear(op.bit);
       if (op.bit == SwitchportBitMap::switchportMode)
-         VORN_INVARIANT(!pendingOps_.hash(), "! pendingOps_.hash()"); // the mode is always the last
+         KEM_INVARIANT(!pendingOps_.hash(), "! pendingOps_.hash()"); // the mode is always the last
       // The tool list and the mode may land together.
       if (op.bit != SwitchportBitMap::switchportToolAllowedVlans)
          break;

@@ -30,8 +30,8 @@ class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
    SwitchportBitMap pendingOps() const { return pendingOps_; }
    bool initialized() const { return initialized_; }
 
-   // Applies one waiting attribute; the list of a tool port and the mode may go together. True when none is
-   // left.
+   // Applies one waiting attribute; the list of a tool port and the mode may go
+   // together. True when none is left.
    bool performPendingOperations();
 
   private:

@@ -3,7 +3,7 @@
 #include "Kem/Activity.h"
 #include "Kem/Assert.h"
 #include "Kem/Dir.h"
-#include "Vorn/VornAgent.h"
+#include "Vorn/VornAgent/VornAgent.h"
 #include "records/Errdisable/Config.h"
 #include "records/LinkFlap/Config.h"
 #include "records/UplinkFailureDetection/Config.h"
@@ -45,8 +45,8 @@ void ActiveRole::makeErrdisable() {
 }
 
 void ActiveRole::makeBridging() {
-   // The default records of ports have a rank like any publisher's; it is the one priority that the agent
-   // writes.
+   // The default records of ports have a rank like any publisher's; it is the one
+   // priority that the agent writes.
    auto const bridgingInputEth = em_.entity<Bridging::Input::Config>("bridging/input/config/eth");
    bridgingInputEth->switchIntfConfigPriorityIs(10);
 
@@ -78,7 +78,7 @@ void ActiveRole::makeBridging() {
        .recoveryTimer = Kem::ActivityFacility::clock(),
        .cliConfig = cliInput,
        .privateVlanLibState = agent_.privateVlanLibState(),
-       .vornAgent = &agent_,
+       .attrLogCheck = &agent_.attrLogCheck(),
        .ethIntfStatusDir = em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
    });
    inputSelectorSm_ = inputSelectorSmFactory({

@@ -10,7 +10,8 @@
 #include "LinkStatusLogging/LinkStatusLoggingDirSm.h"
 #include "PrivateVlanLib/LibSm.h"
 #include "UplinkFailureDetection/UplinkFailureDetectionSm.h"
-#include "Vorn/BridgingSm.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/Selection/InputSelectorSm.h"
 
 namespace Vorn {
 

@@ -1,6 +1,6 @@
 #include "Vorn/VornAgent/EntityManagerReactor.h"
 
-#include "Vorn/VornAgent.h"
+#include "Vorn/VornAgent/VornAgent.h"
 
 namespace Vorn {
 

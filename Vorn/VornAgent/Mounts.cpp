@@ -1,6 +1,6 @@
 #include "Vorn/VornAgent/Mounts.h"
 
-#include "Ordel/Cell.h"
+#include "Ordel/client/Cell.h"
 
 namespace Vorn {
 

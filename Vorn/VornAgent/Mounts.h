@@ -1,8 +1,8 @@
-// The mounts of the bridging agent, in the order in which they are asked for. All are waited for as one
-// group.
+// The mounts of the bridging agent, in the order in which they are asked for.
+// All are waited for as one group.
 #pragma once
 
-#include "Ordel/Mount.h"
+#include "Ordel/client/Mount.h"
 
 #include <string>
 #include <vector>

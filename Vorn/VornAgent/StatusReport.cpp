@@ -1,7 +1,7 @@
 #include "Vorn/VornAgent/StatusReport.h"
 
 #include "Kem/Time.h"
-#include "Vorn/VornAgent.h"
+#include "Vorn/VornAgent/VornAgent.h"
 
 #include <unistd.h>
 

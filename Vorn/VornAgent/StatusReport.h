@@ -1,10 +1,10 @@
 // Tells others how far the agent is: its deferred stages, and its attribute log, in the record Agent::Status.
 //
-// Looks once when it is made and then once a second, and writes what differs from what the record holds. What
-// it writes itself would change the figures of the log again, so these are left alone while nothing else has
-// been written: an agent that has nothing to do writes nothing. The first report waits with the rest of a
-// held log, so that the number of the process in the record is that of the last agent that finished its
-// start.
+// Looks once when it is made and then once a second, and writes what differs from what the record
+// holds. What it writes itself would change the figures of the log again, so these are left alone while
+// nothing else has been written: an agent that has nothing to do writes nothing. The first report waits
+// with the rest of a held log, so that the number of the process in the record is that of the last
+// agent that finished its start.
 //
 // Owned by the agent, which it reads and does not change.
 #pragma once

@@ -1,6 +1,6 @@
 #include "Vorn/VornAgent/StatusReport.h"
 
-#include "Vorn/TestSwitch.h"
+#include "Vorn/testing/TestSwitch.h"
 #include "records/Bridging/Input/CliConfig.h"
 
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 #include "Relay.h"
 
 #include "Kem/Time.h"
-#include "Ordel/Connection.h"
+#include "Ordel/client/Connection.h"
 #include "Sulvi/IntfId.h"
 
 #include <algorithm>
@@ -177,8 +177,8 @@ std::string freshSocketPath() {
    return "/tmp/database_bench." + std::to_string(getpid()) + "." + std::to_string(count++);
 }
 
-// Writer and subscriber in processes of their own; operations a second from the first write to the last one
-// seen.
+// Writer and subscriber in processes of their own; operations a second from the
+// first write to the last one seen.
 double measureStream(Subject const& subject, uint32_t records, uint32_t recordsPerFrame) {
    std::string const socketPath = freshSocketPath();
    pid_t const server = subject.start(socketPath);

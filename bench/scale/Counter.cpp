@@ -1,9 +1,9 @@
 #include "Counter.h"
 
 #include "Kem/Time.h"
-#include "Ordel/Connection.h"
-#include "Ordel/Operations.h"
-#include "Ordel/Tree.h"
+#include "Ordel/client/Connection.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Operations.h"
 #include "records/Schema.h"
 
 #include <array>

@@ -1,5 +1,5 @@
-// The subscriber of the scale benchmark: a process of its own that mirrors "bridging" and counts what it
-// sees.
+// The subscriber of the scale benchmark: a process of its own that mirrors
+// "bridging" and counts what it sees.
 //
 // It tells through shared memory, and by a byte on a pipe when what it was asked to wait for has come. Times
 // are those of the system's monotonic clock, which all processes share.
@@ -23,8 +23,8 @@ class Counter {
    uint64_t changes() const { return seen_->changes; }
    pid_t pid() const { return pid_; }
 
-   // waitFor() returns when so many memberships stand, in all VLANs or in VLAN 1. Said before the change is
-   // published.
+   // waitFor() returns when so many memberships stand, in all VLANs or in VLAN 1. Said
+   // before the change is published.
    void expect(int64_t memberships) { seen_->target = memberships; }
    void expectInVlan1(int64_t memberships) { seen_->vlan1Target = memberships; }
    // Time at which that was seen. Ends the program when it doesn't come within `limit` seconds.

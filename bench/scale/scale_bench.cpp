@@ -7,7 +7,7 @@
 #include "Counter.h"
 
 #include "Kem/Activity.h"
-#include "Ordel/EntityManager.h"
+#include "Ordel/client/EntityManager.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"

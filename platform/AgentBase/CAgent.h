@@ -5,12 +5,12 @@
 //    made ──► connected ──► redundancy status and agent configuration mounted ──► doPreInit, doInit
 //         doInit asks for mounts ──► doMountsComplete ──► running: notifications, timers, boot stages
 //
-// An agent derives from it and overrides what it needs. It is never torn down while the process runs; it ends
-// with it.
+// An agent derives from it and overrides what it needs. It is never torn down while the
+// process runs; it ends with it.
 #pragma once
 
-#include "Ordel/EntityManager.h"
-#include "Ordel/Mount.h"
+#include "Ordel/client/EntityManager.h"
+#include "Ordel/client/Mount.h"
 #include "records/Agent/Status.h"
 #include "records/Redundancy/RedundancyStatus.h"
 

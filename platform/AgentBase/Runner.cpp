@@ -5,7 +5,7 @@
 #include "Kem/Clock.h"
 #include "Kem/FileDescriptor.h"
 #include "Kem/Trace.h"
-#include "Ordel/Cell.h"
+#include "Ordel/client/Cell.h"
 #include "Zivlog/Zivlog.h"
 #include "records/TypeInfo.h"
 

@@ -1,7 +1,7 @@
 // Brings one agent up on the state database and keeps it running.
 //
-//    connecting ──► base mounts (redundancy status, agent configuration and status) ──► doPreInit, doInit ──►
-//    doMountsComplete
+//    connecting ──► base mounts (redundancy status, agent configuration and status)
+//         ──► doPreInit, doInit ──► doMountsComplete
 //         ──► settled: the held log is released, "ready" ──► running ──SIGTERM, lost connection──► end
 //
 // Knows nothing of bridging: the agent comes from a module, by its factory.

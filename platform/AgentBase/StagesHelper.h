@@ -8,9 +8,9 @@
 //                        ▲                                                                       │
 //                        └────────────────────── the instance of the boot rises ─────────────────┘
 //
-// A stage is begun once for each instance of the boot. One that was reported before the agent was restarted
-// is not begun again: the report stands in the database. The agent is called from the event loop, never from
-// waitForStage.
+// A stage is begun once for each instance of the boot. One that was reported before the agent was
+// restarted is not begun again: the report stands in the database. The agent is called from the event
+// loop, never from waitForStage.
 #pragma once
 
 #include "AgentBase/CAgent.h"

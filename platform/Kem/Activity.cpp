@@ -164,8 +164,8 @@ void ActivityManager::runDeliveryEndHooks() {
 }
 
 void ActivityManager::runUntilIdle(size_t maxTurns) {
-   // Two turns without anything: what the end of an idle turn sends may come back to this process in the next
-   // one.
+   // Two turns without anything: what the end of an idle turn sends may come back
+   // to this process in the next one.
    size_t turns = 0;
    for (int idle = 0; idle < 2; idle = runTurn(0) ? 0 : idle + 1)
       KEM_ASSERT(++turns < maxTurns);

@@ -87,8 +87,8 @@ class ActivityManager {
    void stop() { isStopped_ = true; }
    // One turn, waiting at most so long for something to happen. Returns whether anything was done.
    bool runTurn(Seconds maxWait = 0);
-   // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an endless loop, an assertion
-   // failure.
+   // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an
+   // endless loop, an assertion failure.
    void runUntilIdle(size_t maxTurns = 100000);
    // Virtual time only: fires each timer at its own time, and runs until idle after each.
    void advanceTo(Seconds time);
@@ -99,8 +99,8 @@ class ActivityManager {
 
    // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
    bool isSettled() const;
-   // Called after each delivery of a turn, in order; for what gathers output. A hook may add and remove
-   // hooks.
+   // Called after each delivery of a turn, in order; for what gathers output. A
+   // hook may add and remove hooks.
    void deliveryEndHookAdd(void (*hook)(void*), void* context);
    void deliveryEndHookDel(void (*hook)(void*), void* context);
 

@@ -13,3 +13,8 @@ void assertionHookIs(void (*hook)());
 
 #define KEM_ASSERT(condition)                                                                                \
    ((condition) ? static_cast<void>(0) : ::Kem::assertionFailed(#condition, __FILE__, __LINE__))
+
+// An assertion whose condition is known by another text than the code that tests it:
+// KEM_INVARIANT(isInitialized_, "initialized()") prints the text as the condition when it fails, and aborts.
+#define KEM_INVARIANT(holds, condition)                                                                      \
+   ((holds) ? static_cast<void>(0) : ::Kem::assertionFailed(condition, __FILE__, __LINE__))

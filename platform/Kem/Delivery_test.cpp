@@ -235,8 +235,8 @@ TEST_F(DeliveryTest, reactorDestroyedWhileQueuedIsForgotten) {
 }
 
 TEST_F(DeliveryTest, handlerMayDestroyTheLastReactorOfItsTurn) {
-   // Two that write to each other for ever, and a third that the first one ends: the turn must end all the
-   // same.
+   // Two that write to each other for ever, and a third that the first one ends:
+   // the turn must end all the same.
    auto const other = Box::make("other");
    Acts first(box), second(other);
    auto last = std::make_unique<HearsAll>(box);

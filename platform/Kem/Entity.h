@@ -1,10 +1,10 @@
 // A named object of the state tree: where it stands, who follows it, and where its changes go.
 //
-// The attributes themselves are in the generated classes, which call scalarChanged and memberChanged behind
-// each change. A mutator calls no reactor: it records the change in each notifiee that wants it, and hands it
-// to the sink (the attribute log of the connection that the entity was mounted through). An entity is owned
-// by its parent or by whoever made it; the parent is a plain pointer, and null once the entity has been
-// removed.
+// The attributes themselves are in the generated classes, which call scalarChanged and memberChanged
+// behind each change. A mutator calls no reactor: it records the change in each notifiee that wants
+// it, and hands it to the sink (the attribute log of the connection that the entity was mounted
+// through). An entity is owned by its parent or by whoever made it; the parent is a plain pointer, and
+// null once the entity has been removed.
 #pragma once
 
 #include "Kem/Collections.h"

@@ -36,8 +36,8 @@ uint32_t hashOf(Key const& key) {
    } else if constexpr (sizeof(Key) <= sizeof(uint16_t)) {
       return static_cast<uint32_t>(key);
    } else {
-      // The middle of a product with the golden ratio: each of its bits hangs on all bits of the number below
-      // it.
+      // The middle of a product with the golden ratio: each of its bits hangs on
+      // all bits of the number below it.
       uint64_t const wide = static_cast<uint64_t>(key);
       return static_cast<uint32_t>((wide ^ wide >> 32) * 0x9e3779b97f4a7c15u >> 32);
    }
@@ -265,8 +265,8 @@ class HashTable {
       return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key;
    }
 
-   // Entries are sorted, so they are laid out anew in one pass, each at its home or right behind the last
-   // one.
+   // Entries are sorted, so they are laid out anew in one pass, each at its
+   // home or right behind the last one.
    void resize(int bits, uint32_t slack) {
       HashTable bigger;
       bigger.bits_ = bits;
@@ -300,8 +300,8 @@ class HashTable {
       for (size_t i = 0, end = slotCount(); i < end; ++i)
          slots_[i].order = 0;
    }
-   // All but the version, which only moves forward: an iterator must not take another table's entries for its
-   // own.
+   // All but the version, which only moves forward: an iterator must not take
+   // another table's entries for its own.
    void swapEntries(HashTable& other) noexcept {
       std::swap(slots_, other.slots_);
       std::swap(size_, other.size_);

@@ -44,8 +44,8 @@ class LogHandle {
    mutable Seconds refilled_ = 0; // when room was last added to
 };
 
-// Takes the messages instead of syslog; null gives them back to it. For tests, and for a process in the
-// foreground.
+// Takes the messages instead of syslog; null gives them back to it. For tests, and
+// for a process in the foreground.
 using LogSink = void (*)(int severity, std::string const& line);
 void logSinkIs(LogSink sink);
 // The facility part of each line; "VORN" unless set.

@@ -1,5 +1,5 @@
-// The base of every reactor: what it follows, what it still has to be told, and whether it takes
-// notifications.
+// The base of every reactor: what it follows, what it still has to be told, and
+// whether it takes notifications.
 //
 // A reactor derives from the NotifieeConst of the class that it follows and overrides the onX that it wants:
 //
@@ -26,8 +26,8 @@
 // collection and onX() of each attribute, where they are overridden. A changed binding drops what was pending
 // for the old one.
 //
-// A zombie takes nothing and delivers nothing. A reactor may be destroyed at any time, also inside its own
-// onX.
+// A zombie takes nothing and delivers nothing. A reactor may be destroyed at any
+// time, also inside its own onX.
 #pragma once
 
 #include "Kem/Entity.h"
@@ -117,8 +117,8 @@ class Notifiee : public PtrInterface {
    // true makes it a zombie, false revives it. An override passes the value down to nested reactors.
    virtual void kemDoZombieReactors(bool areZombies);
 
-   // The full evaluation: called when a live reactor is bound to an entity, directly and not through the
-   // queue.
+   // The full evaluation: called when a live reactor is bound to an entity,
+   // directly and not through the queue.
    virtual void handleInitialized() {}
 
    // --- Delivery, from the loop to onX.
@@ -136,8 +136,8 @@ class Notifiee : public PtrInterface {
    Ptr<ActivityConfig> activityPtr() const;
    ActivitySm& actsm() const;
 
-   // An exception left a handler: traces where, and hands it to onNotificationException. Called by the
-   // activity loop.
+   // An exception left a handler: traces where, and hands it to
+   // onNotificationException. Called by the activity loop.
    void handleNotificationException(std::exception_ptr exception);
    // An exception of a handler comes here. It goes on to the loop, and from there ends the process.
    virtual void onNotificationException(std::exception_ptr exception);

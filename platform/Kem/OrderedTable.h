@@ -1,6 +1,6 @@
-// The table under every collection that iterates in key order: a red-black tree with the interface of
-// HashTable. Its iterators survive any change in the same way, and one can be had at or behind a remembered
-// key.
+// The table under every collection that iterates in key order: a red-black tree with the
+// interface of HashTable. Its iterators survive any change in the same way, and one can be had
+// at or behind a remembered key.
 #pragma once
 
 #include <cstddef>

@@ -10,8 +10,8 @@
 
 namespace Kem {
 
-// A standing child was asked for with another constructor input: the value that it has, and the one asked
-// for.
+// A standing child was asked for with another constructor input: the value that
+// it has, and the one asked for.
 [[noreturn]] void throwReinstantiating(char const* attribute, std::string const& standing,
                                        std::string const& asked);
 [[noreturn]] void throwNullParameter(char const* attribute, char const* type);

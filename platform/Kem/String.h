@@ -1,8 +1,8 @@
 // Counted immutable byte strings: String8, and Name for the short names of entities.
 //
-// Both are one pointer wide and share their bytes on copy, so that a name can stand in many records at the
-// price of a pointer each. The empty string is the null pointer. Bytes are not interpreted; NULs may stand in
-// the middle.
+// Both are one pointer wide and share their bytes on copy, so that a name can stand in many
+// records at the price of a pointer each. The empty string is the null pointer. Bytes are not
+// interpreted; NULs may stand in the middle.
 #pragma once
 
 #include <atomic>
@@ -104,8 +104,8 @@ class Name {
 std::ostream& operator<<(std::ostream& out, String8 const& text);
 std::ostream& operator<<(std::ostream& out, Name const& name);
 
-// Compares as people read: runs of digits by their number ("Ethernet2" before "Ethernet10"), other bytes by
-// value.
+// Compares as people read: runs of digits by their number ("Ethernet2" before
+// "Ethernet10"), other bytes by value.
 std::strong_ordering compareNatural(std::string_view a, std::string_view b);
 
 } // namespace Kem

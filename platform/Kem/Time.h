@@ -24,8 +24,8 @@ class VirtualTime {
    VirtualTime(VirtualTime const&) = delete;
    VirtualTime& operator=(VirtualTime const&) = delete;
 
-   // Moves the clock and does nothing else; ActivityManager::advanceTo also runs what falls due on the way.
-   // Never backwards.
+   // Moves the clock and does nothing else; ActivityManager::advanceTo also runs what falls
+   // due on the way. Never backwards.
    static void advanceTo(Seconds time);
 };
 

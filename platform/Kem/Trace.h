@@ -5,8 +5,7 @@
 // A disabled trace costs two byte reads: the facility's byte of the level, and the coverage byte. What is
 // enabled is told by a setting, a list of PATTERN/LEVELS, later ones winning:
 //
-//    "*/0,Vorn*/0-5,Ordel/9"      * stands for any run of characters; LEVELS is n-m, n for 0-n, or "-" for
-//    none
+//    "*/0,Vorn*/0-5,Ordel/9"      * matches any run of characters; LEVELS is n-m, n for 0-n, "-" for none
 //
 // It comes from the environment variable KEM_TRACE at start, and while the process runs from traceSettingIs,
 // which the agent's runner and the database call with what stands in the state tree. Lines go to standard

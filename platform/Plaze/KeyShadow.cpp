@@ -7,8 +7,8 @@ namespace {
 constexpr uint64_t unknownMark = ~uint64_t(0);
 } // namespace
 
-// What one pass has found so far. A key may be seen to go in one slot and to come in another one, in either
-// order.
+// What one pass has found so far. A key may be seen to go in one slot and to come
+// in another one, in either order.
 class KeyShadow::Found {
   public:
    void comes(std::string_view key) {

@@ -9,9 +9,9 @@
 // point where the pass stands comes with the next pass. A slot that can't be read stays as it was remembered,
 // and is looked at again in the next pass.
 //
-// When the path shows another table (not just the same one grown), every key of the new one counts as
-// changed, because its value isn't known to be the same. When the file goes or is refused, all keys are
-// removed.
+// When the path shows another table (not just the same one grown), every key of the new one
+// counts as changed, because its value isn't known to be the same. When the file goes or is
+// refused, all keys are removed.
 //
 // Cost: about 100 bytes for each entry and 40 for each slot. A pass reads the change counter where nothing
 // has happened, else a word for each block of 64 slots and the sequences of those that changed.

@@ -10,9 +10,9 @@
 // follows from the three sizes in the header, so that no offset in the file has to be believed. The sequences
 // stand apart from the slots, so that looking for what has changed reads few lines of memory.
 //
-// How a slot is read while it is being written (a sequence lock). Its sequence is even while the slot stands
-// still and odd while it is being written; each writing moves it by two and it never comes back to an earlier
-// value.
+// How a slot is read while it is being written (a sequence lock). Its sequence is even while the
+// slot stands still and odd while it is being written; each writing moves it by two and it never
+// comes back to an earlier value.
 //
 //    writer                                       reader
 //    W1  sequence = s + 1        relaxed          R1  a = sequence         acquire
@@ -45,8 +45,8 @@
 
 namespace Plaze {
 
-// What a table is made for. Two tables of one type name and another fingerprint hold another form of the same
-// record.
+// What a table is made for. Two tables of one type name and another fingerprint hold
+// another form of the same record.
 struct Shape {
    std::string typeName;     // "Plaze::Bridging::Status", 1 to 63 bytes
    uint64_t fingerprint = 0; // of the layout of key and value

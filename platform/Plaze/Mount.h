@@ -1,5 +1,5 @@
-// How a process gets at the shared-memory tables of its system: the counterpart of mounting paths of the
-// state tree.
+// How a process gets at the shared-memory tables of its system: the counterpart of
+// mounting paths of the state tree.
 //
 //    KemPlaze::Mount mount(entityManager);
 //    auto hosts = Kem::ptrCast<Plaze::Bridging::Status>(

@@ -41,8 +41,8 @@ class Reader {
    // Refuses tables of other shapes.
    Reader(std::string path, Shape shape) : path_(std::move(path)), shape_(std::move(shape)) {}
 
-   // Opens the file that stands at the path now, where it isn't the open one. Costs one system call where it
-   // is.
+   // Opens the file that stands at the path now, where it isn't the open one.
+   // Costs one system call where it is.
    State refresh();
    State state() const { return state_; }
    std::string const& path() const { return path_; }

@@ -115,8 +115,8 @@ TEST_F(ReaderTest, TornCopyIsRepeatedAndNeverHandedOn) {
    writer.put("key", selfCheckingValue("key", 1));
    Reader reader(path_);
    ASSERT_EQ(reader.refresh(), State::good);
-   // Each of the first three copies has its entry replaced under it, between the copy and the look at the
-   // sequence.
+   // Each of the first three copies has its entry replaced under it, between the
+   // copy and the look at the sequence.
    unsigned copies = 0;
    reader.onMidReadIs([&] {
       if (++copies <= 3)

@@ -1,5 +1,5 @@
-// A shared-memory table as an entity: reactors follow its rows, while the rows themselves stay in the shared
-// memory.
+// A shared-memory table as an entity: reactors follow its rows, while the rows
+// themselves stay in the shared memory.
 //
 // The table keeps a shadow of the keys (KeyShadow) and looks at the memory when it is woken (TableWatch).
 // What a look finds reaches reactors as every change of an entity does: queued, by key, one notification for
@@ -36,8 +36,8 @@ namespace Plaze {
 
 class Table : public Kem::Entity {
   public:
-   // Quick looks at rows that can't be read, followUpDelay apart, before it is said and left to the slow
-   // look.
+   // Quick looks at rows that can't be read, followUpDelay apart, before it is
+   // said and left to the slow look.
    static constexpr unsigned maxQuickLooks = 20;
 
    std::string const& filePath() const { return reader_.path(); }

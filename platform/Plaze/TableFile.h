@@ -39,8 +39,8 @@ class TableFile {
   public:
    // Opens and maps the file, for reading or for both. Raises Error.
    static std::unique_ptr<TableFile> open(std::string const& path, bool isWritable);
-   // A new file that has no name yet, with room on the disk for all of it. The directory is made where it is
-   // absent.
+   // A new file that has no name yet, with room on the disk for all of it. The
+   // directory is made where it is absent.
    static std::unique_ptr<TableFile> create(std::string const& path, Shape const& shape, uint32_t capacity,
                                             uint64_t generation, uint64_t lineage);
    ~TableFile();

@@ -55,8 +55,8 @@ void TableWatch::handleBell() {
       for (char const* at = events; at < events + got;) {
          auto const& event = *reinterpret_cast<inotify_event const*>(at);
          at += sizeof(event) + event.len;
-         // A queue that ran over may have dropped ours. A directory that moved away is another one from now
-         // on.
+         // A queue that ran over may have dropped ours. A directory that moved
+         // away is another one from now on.
          isOurs |= (event.mask & IN_Q_OVERFLOW) || (event.len > 0 && name_ == event.name);
          if (event.wd == watch_ && (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED))) {
             if (event.mask & IN_MOVE_SELF)

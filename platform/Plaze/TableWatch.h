@@ -1,9 +1,9 @@
 // Says when a table may have changed: what wakes a reader.
 //
-// Memory can't be waited for together with descriptors, and a reader that only polled would be late or busy.
-// So the writer touches the times of its file, at most once in Writer::ringInterval (2 ms), and the reader
-// watches the directory with inotify, where the touch shows as well as a table that comes into being, grows
-// or goes:
+// Memory can't be waited for together with descriptors, and a reader that only polled would be late
+// or busy. So the writer touches the times of its file, at most once in Writer::ringInterval (2 ms),
+// and the reader watches the directory with inotify, where the touch shows as well as a table that
+// comes into being, grows or goes:
 //
 //    writer: entry, entry, entry ...      reader: onMaybeChanged, and again followUpDelay later,
 //              '-- touch -> inotify -------'      until a look finds nothing new

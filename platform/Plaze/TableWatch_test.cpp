@@ -69,8 +69,8 @@ TEST_F(TableWatchTest, BurstIsSeenWholeByTheFollowUpWithoutAnotherRing) {
    EXPECT_EQ(shadow_.slots().count("second"), 1u);
 }
 
-// The writer rings when it opens the table, then comes the watch, then entries within ringInterval of that
-// ring.
+// The writer rings when it opens the table, then comes the watch, then entries
+// within ringInterval of that ring.
 TEST_F(TableWatchTest, WritingsWithoutARingSinceTheWatchBeganAreSeen) {
    Writer writer(path_, testShape, 4096);
    watchIs();

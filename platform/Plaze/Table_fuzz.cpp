@@ -1,8 +1,8 @@
-// Fuzzes what a reader does with a file: the checks of the header, the slots, and the key shadow over two
-// states of one file. The first byte of the input says how far it is helped past the checks, which blind
-// changes would never get through: 0 the input is the whole file; 1 its header is a right one of 4 slots; 2
-// and above also its sequences are even, and the second half of the input is what the file becomes under the
-// open reader.
+// Fuzzes what a reader does with a file: the checks of the header, the slots, and the key shadow over
+// two states of one file. The first byte of the input says how far it is helped past the checks, which
+// blind changes would never get through: 0 the input is the whole file; 1 its header is a right one of 4
+// slots; 2 and above also its sequences are even, and the second half of the input is what the file
+// becomes under the open reader.
 #include "Plaze/KeyShadow.h"
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// What the tests of this room share: a directory that goes with the test, a shape, and values that check
-// themselves.
+// What the tests of this room share: a directory that goes with the test, a shape,
+// and values that check themselves.
 #pragma once
 
 #include "Plaze/Layout.h"

@@ -184,8 +184,8 @@ void Writer::grow() {
       throw Error(Error::Kind::system, path_, "is full with " + std::to_string(before) + " entries");
    auto grown = TableFile::create(path_, shape(), before * 2, generation() + 1, file_->header().lineage);
    grown->modeIs(file_->mode());
-   // Sequences, marks and slots are copied as they are: a reader's memory of the old file holds for the new
-   // one.
+   // Sequences, marks and slots are copied as they are: a reader's memory of the
+   // old file holds for the new one.
    Layout::Places const& from = file_->places();
    std::memcpy(grown->base() + Layout::countersOffset, file_->base() + Layout::countersOffset,
                sizeof(Layout::Counters));
@@ -203,15 +203,15 @@ void Writer::grow() {
 }
 
 void Writer::ring() {
-   // The clock is read after the entry has been written, and kept from before the ring: so what is written
-   // without a ring of its own is written at most ringInterval after one, and that is what TableWatch counts
-   // on.
+   // The clock is read after the entry has been written, and kept from before the ring: so
+   // what is written without a ring of its own is written at most ringInterval after one, and
+   // that is what TableWatch counts on.
    Kem::Seconds const now = realNow();
    if (now < lastRing_ + ringInterval)
       return;
    lastRing_ = now;
-   // By the path: through a descriptor that was opened before the file had a name, the directory hears of
-   // nothing.
+   // By the path: through a descriptor that was opened before the file had a name,
+   // the directory hears of nothing.
    utimensat(AT_FDCWD, path_.c_str(), nullptr, 0);
 }
 

@@ -1,9 +1,9 @@
 // The one writer of a shared-memory table.
 //
-// It takes the table over as it stands, or makes it, and keeps other writers out until it goes. Each put and
-// each removal is seen by readers whole or not at all, as soon as it returns; nothing orders two keys. Keys
-// and values are bytes here; what they mean is the matter of the type (Plaze/TableType.h). The table outlives
-// its writer.
+// It takes the table over as it stands, or makes it, and keeps other writers out until it goes. Each put
+// and each removal is seen by readers whole or not at all, as soon as it returns; nothing orders two
+// keys. Keys and values are bytes here; what they mean is the matter of the type (Plaze/TableType.h).
+// The table outlives its writer.
 //
 // A writer that is killed leaves at most one entry half written. Readers don't take it, and the next writer
 // removes it: what it was and what it was to become are both lost, and its publisher puts it again.

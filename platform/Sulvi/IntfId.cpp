@@ -78,8 +78,8 @@ bool isDigit(char c) {
    return c >= '0' && c <= '9';
 }
 
-// Takes a decimal number without leading zeros off the front of text. A number over 32 bits is taken as
-// 0xffffffff.
+// Takes a decimal number without leading zeros off the front of text. A number over
+// 32 bits is taken as 0xffffffff.
 bool takeNumber(std::string_view& text, uint32_t& number) {
    size_t digits = 0;
    uint64_t value = 0;

@@ -48,11 +48,11 @@
 
 namespace Sulvi {
 
-// What an interface is, told from its name alone. A known word must be followed by numbers without leading
-// zeros: one, or, for Ethernet, Management and Internal, any count of them joined by "/". So
-// "Ethernet1/2/3/4" is an ethernet although it has no packed form, and "Vlan007" and "Ethernet1/" are other.
-// A name that ends in "." and a number is a subinterface, and only that: "Ethernet3/1.100" is ethernetSub and
-// not ethernet.
+// What an interface is, told from its name alone. A known word must be followed by numbers without
+// leading zeros: one, or, for Ethernet, Management and Internal, any count of them joined by "/". So
+// "Ethernet1/2/3/4" is an ethernet although it has no packed form, and "Vlan007" and "Ethernet1/"
+// are other. A name that ends in "." and a number is a subinterface, and only that:
+// "Ethernet3/1.100" is ethernetSub and not ethernet.
 enum class IntfKind : uint8_t {
    none, // the empty id
    other,
@@ -71,16 +71,16 @@ enum class IntfKind : uint8_t {
 
 class IntfId {
   public:
-   // Longest name. It has room for "Port-Channel" and what fits behind "po" in a kernel device name of 79
-   // characters.
+   // Longest name. It has room for "Port-Channel" and what fits behind "po" in a
+   // kernel device name of 79 characters.
    static constexpr size_t maxBytes = 96;
 
    // The empty id.
    constexpr IntfId() noexcept = default;
 
-   // Any text is a name; the empty text is the empty id. A text longer than maxBytes or with a NUL in it
-   // raises Kem::RangeException, with the texts "IntfId::bytes > 96 not allowed" and "IntfId with a NUL byte
-   // not allowed".
+   // Any text is a name; the empty text is the empty id. A text longer than maxBytes or with a
+   // NUL in it raises Kem::RangeException, with the texts "IntfId::bytes > 96 not allowed" and
+   // "IntfId with a NUL byte not allowed".
    IntfId(std::string_view name);
    IntfId(char const* name) : IntfId(std::string_view(name)) {}
    IntfId(std::string const& name) : IntfId(std::string_view(name)) {}
@@ -105,14 +105,14 @@ class IntfId {
 
    // The name. The reference holds to the end of the process; no allocation but at the first call for an id.
    Kem::String8 const& stringValue() const;
-   // The name with "Ethernet" and "Port-Channel" before a digit cut to "Et" and "Po"; other names as they
-   // are.
+   // The name with "Ethernet" and "Port-Channel" before a digit cut to "Et" and
+   // "Po"; other names as they are.
    Kem::String8 shortName() const;
 
    IntfKind kind() const noexcept;
-   // The first and the last number of a name whose kind has numbers: 3 and 100 in "Ethernet3/1.100". For
-   // otherSub both are the number behind the ".". Numbers that don't fit read as 0xffffffff; 0 where there is
-   // none.
+   // The first and the last number of a name whose kind has numbers: 3 and 100 in
+   // "Ethernet3/1.100". For otherSub both are the number behind the ".". Numbers that don't fit
+   // read as 0xffffffff; 0 where there is none.
    uint32_t firstNumber() const noexcept;
    uint32_t lastNumber() const noexcept;
 
@@ -132,8 +132,8 @@ class IntfId {
                                                                              : compareNames(a, b);
    }
 
-   // Regular and empty ids: four bytes, the representation. Irregular ids: 0xffffffff and the name as a
-   // string.
+   // Regular and empty ids: four bytes, the representation. Irregular ids:
+   // 0xffffffff and the name as a string.
    void encode(Wire::Writer& writer) const;
    // Fails the reader and returns the empty id for a number that no id has, and for a string that is empty,
    // too long, has a NUL in it, or should have been sent as a number. Throws nothing but for want of memory.

@@ -1,9 +1,9 @@
 // What kind of interface a name tells of, and the numbers in it. Each struct holds the questions about one
 // kind; none of them looks at records, so an answer says nothing about whether the interface exists.
 //
-// The kinds exclude each other: "Ethernet3/1.100" is a subinterface and not an Ethernet port, "Vlan10.5" is a
-// subinterface and not a VLAN interface. IntfId.h tells which names are of which kind. No function here
-// raises.
+// The kinds exclude each other: "Ethernet3/1.100" is a subinterface and not an Ethernet port,
+// "Vlan10.5" is a subinterface and not a VLAN interface. IntfId.h tells which names are of which
+// kind. No function here raises.
 #pragma once
 
 #include "Sulvi/IntfId.h"
@@ -45,8 +45,8 @@ struct PortChannelIntfId {
 };
 
 struct VlanIntfId {
-   // "Vlan" with a number, whether or not it is that of a VLAN: "Vlan5000" is a VLAN interface that can't
-   // come up.
+   // "Vlan" with a number, whether or not it is that of a VLAN: "Vlan5000" is a
+   // VLAN interface that can't come up.
    static bool isVlanIntfId(IntfId id) { return id.kind() == IntfKind::vlan; }
    // The number of a VLAN interface as it stands in the name, 65535 when it is larger; the caller checks the
    // range. 0, which is no VLAN, for any other id.

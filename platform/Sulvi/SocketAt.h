@@ -1,9 +1,9 @@
-// Sockets and descriptors of network namespaces, by the name under which the system keeps them in
-// /var/run/netns.
+// Sockets and descriptors of network namespaces, by the name under which the
+// system keeps them in /var/run/netns.
 //
-// The empty name and DEFAULT_NS mean the namespace that the calling thread is in. Descriptors are closed by
-// the caller, and on exec. Entering another namespace needs CAP_SYS_ADMIN, in this namespace and in the
-// other.
+// The empty name and DEFAULT_NS mean the namespace that the calling thread is in. Descriptors
+// are closed by the caller, and on exec. Entering another namespace needs CAP_SYS_ADMIN, in
+// this namespace and in the other.
 #pragma once
 
 #include "Sulvi/NamespaceName.h"

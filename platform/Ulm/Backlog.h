@@ -40,10 +40,10 @@ class Backlog {
    Key const& bookmark() const { return bookmark_; }
    void bookmarkIs(Key const& key) { bookmark_ = key; }
 
-   // Works keys off until the deadline. `hasRoom()` is asked before each step; `doStep(key)` returns a Step,
-   // and takes the key out of the backlog itself when it finishes it. Returns the number of finished entries
-   // and says in `end` why it ended. At least one entry is finished however late it is, unless there is no
-   // room.
+   // Works keys off until the deadline. `hasRoom()` is asked before each step; `doStep(key)`
+   // returns a Step, and takes the key out of the backlog itself when it finishes it. Returns the
+   // number of finished entries and says in `end` why it ended. At least one entry is finished
+   // however late it is, unless there is no room.
    template <class HasRoom, class DoStep>
    uint64_t processSlice(Kem::Seconds deadline, SliceEnd& end, HasRoom&& hasRoom, DoStep&& doStep) {
       end = SliceEnd::backlogEmpty;

@@ -1,7 +1,7 @@
 // A set of VLAN numbers, and the reading of VLAN lists in text form.
 //
-// A value: 512 bytes, copied whole, no allocation. Numbers 0 to 4095 are kept; which of them are VLANs is for
-// the caller.
+// A value: 512 bytes, copied whole, no allocation. Numbers 0 to 4095 are kept; which of
+// them are VLANs is for the caller.
 #pragma once
 
 #include <bitset>
@@ -47,11 +47,11 @@ class VlanIdSet {
 
 // Adds the VLANs of a list such as "1, 5-9,100" to the set and keeps what is there.
 //
-// A list is items with commas between; an item is a number from 1 to 4094, or two with a hyphen between,
-// which stand for both and all between them. Blanks may stand around numbers, items may overlap and come in
-// any order, and an empty item says nothing. An item that is none of these (garbage, a number out of range, a
-// reversed range) is left out, and the others count: a publisher's slip must not take away the VLANs that it
-// spelled right.
+// A list is items with commas between; an item is a number from 1 to 4094, or two with a hyphen
+// between, which stand for both and all between them. Blanks may stand around numbers, items may
+// overlap and come in any order, and an empty item says nothing. An item that is none of these
+// (garbage, a number out of range, a reversed range) is left out, and the others count: a publisher's
+// slip must not take away the VLANs that it spelled right.
 //
 // Returns the items left out, separated by commas; empty when all were taken.
 std::string computeVlanSet(VlanIdSet& set, std::string_view text);

@@ -74,8 +74,8 @@ class Reader {
    // Raises ReadError, whose text names the reason but not the file.
    static Reader ofFile(std::string const& path);
    static Reader ofBytes(std::string bytes) { return Reader(std::move(bytes)); }
-   // What tells whether a file has changed, read without the rest of it: cheap enough to ask often. Raises
-   // ReadError.
+   // What tells whether a file has changed, read without the rest of it: cheap enough
+   // to ask often. Raises ReadError.
    struct Stamp {
       uint64_t seed;     // as in Header
       uint64_t sequence; // of the newest record

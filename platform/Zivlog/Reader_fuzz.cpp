@@ -30,8 +30,8 @@ std::string withHeader(std::string const& areas) {
    return file + areas;
 }
 
-// Each record is a byte for its level (10: a format), a byte for its length, and that many bytes after the
-// check.
+// Each record is a byte for its level (10: a format), a byte for its length, and
+// that many bytes after the check.
 std::string withRecords(std::string_view input) {
    std::string file = withHeader(std::string(formatAreaBytes + uint64_t{levelCount} * 4096, '\0'));
    uint64_t next[levelCount + 1] = {};

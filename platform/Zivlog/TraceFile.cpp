@@ -41,8 +41,8 @@ char* put(char* at, std::string_view bytes) {
    return at + bytes.size();
 }
 
-// The counters are read by other processes while they are written: whoever sees one finds its record
-// complete.
+// The counters are read by other processes while they are written: whoever sees
+// one finds its record complete.
 template <class T>
 void publish(T& counter, T value) {
    std::atomic_ref<T>(counter).store(value, std::memory_order_release);
@@ -64,8 +64,8 @@ std::string errnoText(char const* what, int error) {
    return std::string(what) + ": " + std::strerror(error);
 }
 
-// A new file of `bytes` bytes, all of them allocated. Returns the descriptor, or -1 with the reason in
-// `error`.
+// A new file of `bytes` bytes, all of them allocated. Returns the descriptor, or
+// -1 with the reason in `error`.
 int createFile(std::string const& path, uint64_t bytes, std::string& error) {
    // Beyond the limit the kernel would end the process by SIGXFSZ.
    rlimit limit;
@@ -238,8 +238,8 @@ void TraceFile::row(unsigned level, FormatId format, std::span<std::string_view 
       list(level, Kind::row, format, fields);
 }
 
-// Formats are registered once for the process, and written to each file when a row first needs one that isn't
-// there.
+// Formats are registered once for the process, and written to each file when a row
+// first needs one that isn't there.
 void TraceFile::storeFormats() {
    auto const& formats = registeredFormats();
    for (; storedFormats_ < formats.size(); ++storedFormats_) {

@@ -1,11 +1,11 @@
 // A circular trace file: the last records of each level, kept in a file that outlives the process.
 //
-// The file is mapped shared. Writing a record copies it into the ring of its level, with no system call, so
-// what was traced before a crash or a SIGKILL is in the file; a record that the kill cut in half is
-// recognised by its check and skipped by the Reader. Each level has its own ring, so that busy levels don't
-// push out rare ones. All space is allocated when the file is created: a disk that fills up later costs
-// nothing. Whoever truncates the file from outside ends the writer by SIGBUS; delete it instead, which does
-// no harm.
+// The file is mapped shared. Writing a record copies it into the ring of its level, with no system
+// call, so what was traced before a crash or a SIGKILL is in the file; a record that the kill cut in
+// half is recognised by its check and skipped by the Reader. Each level has its own ring, so that
+// busy levels don't push out rare ones. All space is allocated when the file is created: a disk that
+// fills up later costs nothing. Whoever truncates the file from outside ends the writer by SIGBUS;
+// delete it instead, which does no harm.
 //
 // One thread writes. A child made by fork() shares the file and must not write. A file that is not open takes
 // records and drops them. Owned by whoever opens it; most code uses the one of the process, see Zivlog.h.
@@ -28,9 +28,8 @@ using Sizes = std::array<uint32_t, levelCount>;
 using FormatId = uint32_t;
 
 // Registers a format of rows. `format` is text with a "%s" for each field and "%%" for a percent sign; the
-// number of
-// "%s" must be `fieldCount`, at most 32. `name` stands where text records have their facility. Registering
-// the same name and format again gives the same number. Can be called before any file is open.
+// number of "%s" must be `fieldCount`, at most 32. `name` stands where text records have their facility.
+// Registering the same name and format again gives the same number. Can be called before any file is open.
 FormatId registerFormat(std::string_view name, std::string_view format, unsigned fieldCount);
 
 // Where a trace file gets its times from. A test has its own.
@@ -47,9 +46,9 @@ class TraceFile {
    TraceFile& operator=(TraceFile const&) = delete;
    ~TraceFile() { close(); }
 
-   // Creates the file, mode 0640. A file of that name is kept as PATH.old, in place of an earlier PATH.old.
-   // Returns an empty string, or the reason why there is no file; then nothing of it is left. Closes what was
-   // open before.
+   // Creates the file, mode 0640. A file of that name is kept as PATH.old, in place of an earlier
+   // PATH.old. Returns an empty string, or the reason why there is no file; then nothing of it is
+   // left. Closes what was open before.
    std::string open(std::string const& path, Sizes const& sizes);
    bool isOpen() const { return base_ != nullptr; }
    void close();

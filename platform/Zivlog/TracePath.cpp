@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::string_view pidMark = "%d";
 
-// Whether `path` is a trace file that no living process writes: a writer holds an exclusive lock as long as
-// it lives.
+// Whether `path` is a trace file that no living process writes: a writer holds an
+// exclusive lock as long as it lives.
 bool isAbandonedTrace(std::string const& path) {
    int const fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
    if (fd < 0)

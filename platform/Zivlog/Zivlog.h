@@ -1,7 +1,7 @@
 // The trace file of the process: one TraceFile, and free functions over it.
 //
-// All of it is for one thread, the one that traces. While no file is open, records are dropped at the cost of
-// a test.
+// All of it is for one thread, the one that traces. While no file is open, records are
+// dropped at the cost of a test.
 #pragma once
 
 #include "Zivlog/TraceFile.h"
@@ -31,8 +31,8 @@ std::string const& path();
 void text(unsigned level, std::string_view facility, std::string_view file, uint32_t line,
           std::string_view function, std::string_view text);
 
-// Writes a row of a registered format; each field is convertible to std::string_view, their number is that of
-// the format.
+// Writes a row of a registered format; each field is convertible to std::string_view,
+// their number is that of the format.
 template <class... Field>
 void write(TraceFile& file, unsigned level, FormatId format, Field const&... field) {
    static_assert(sizeof...(Field) <= FileLayout::maxFields);

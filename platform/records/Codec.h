@@ -89,8 +89,8 @@ Kem::Entity* childAt(Map const& map, Wire::Reader& in) {
 
 std::string doubleText(double value);
 
-// As it stands between the brackets of a selector; of an enumerator its name, of one without a name the
-// number.
+// As it stands between the brackets of a selector; of an enumerator its name, of
+// one without a name the number.
 template <class T>
 std::string text(T const& value) {
    if constexpr (std::same_as<T, bool>)

@@ -5,8 +5,8 @@
 
 namespace Records {
 
-// The class of that position in Schema::entities, 0 being Kem::Dir; null for a number beyond. A
-// Kem::TypeFinder.
+// The class of that position in Schema::entities, 0 being Kem::Dir; null for a
+// number beyond. A Kem::TypeFinder.
 Kem::TypeInfo const* typeInfo(uint16_t id);
 
 } // namespace Records

@@ -12,8 +12,8 @@ constexpr char agentsInput[] =
 constexpr unsigned agentsPriority = 10;
 constexpr unsigned routedModel = 5;
 
-// The VLANs of a list; what isn't a number or a range from 1 to 4094 is no VLAN. Worked out once for each
-// list.
+// The VLANs of a list; what isn't a number or a range from 1 to 4094 is no VLAN.
+// Worked out once for each list.
 std::set<unsigned> const& vlansOf(std::string const& list) {
    static std::map<std::string, std::set<unsigned>> known;
    auto const [entry, isNew] = known.try_emplace(list);
@@ -289,8 +289,8 @@ void checkRouted(Intent const& intent, Expected const& expected, Resolved const&
       }
       report.same(intf + " internal VLAN's name", intf, vlan->second.name);
       report.same(intf + " internal VLAN's source", std::string("internal"), vlan->second.source);
-      // A port in routed mode that gets its VLAN while another VLAN is evaluated joins it at its own next
-      // evaluation.
+      // A port in routed mode that gets its VLAN while another VLAN is evaluated joins
+      // it at its own next evaluation.
       bool const mayBeLate = chosen.at(intf).port.enabled && vlan->second.members.empty();
       if (!mayBeLate)
          report.same(intf + " internal VLAN's members", text({{intf, Member{}}}), text(vlan->second.members));

@@ -1,13 +1,13 @@
-// Long random series of what publishers do, and after each step the resolved tree, as a subscriber sees it,
-// against a plain account of what it should be (BridgeModel.h). At the end of a series the agent dies and
-// comes back.
+// Long random series of what publishers do, and after each step the resolved tree, as a subscriber
+// sees it, against a plain account of what it should be (BridgeModel.h). At the end of a series
+// the agent dies and comes back.
 //
 //    BRIDGING_SEQUENCES=5000 BRIDGING_SEED=17 build/test/bridging_property      longer, or from another seed
 //
 // A failure names its seed and prints the steps.
 
 #include "BridgeModel.h"
-#include "Vorn/TestSwitch.h"
+#include "Vorn/testing/TestSwitch.h"
 
 #include "records/Bridging/HwCapabilities.h"
 #include "records/Bridging/Input/CliConfig.h"
@@ -87,8 +87,8 @@ class Publishers {
       return choices[below(n)];
    }
    unsigned someVlan() { return below(3) == 0 ? 19 + below(6) : 1 + below(10); }
-   // Not one of the range of internal VLANs: whether such a number stands for a VLAN depends on what came
-   // first.
+   // Not one of the range of internal VLANs: whether such a number stands for a
+   // VLAN depends on what came first.
    unsigned usersVlan() { return 1 + below(12); }
 
    Kem::Ptr<InputConfig> input(std::string const& name) {
@@ -189,8 +189,8 @@ std::string Publishers::changePublisher() {
       intent.publishersEver.insert(name);
       return name + " comes";
    }
-   // It takes its records away before it goes: a port that only it had would stand until something looks
-   // again.
+   // It takes its records away before it goes: a port that only it had would
+   // stand until something looks again.
    auto const config = others_[name];
    config->switchIntfConfigDelAll();
    run();

@@ -1,5 +1,5 @@
-// Every command of ordelctl against a real database: what it prints, its exit status, and what it says of bad
-// input.
+// Every command of ordelctl against a real database: what it prints, its exit status,
+// and what it says of bad input.
 #include "Processes.h"
 
 #include <gmock/gmock.h>
@@ -49,7 +49,6 @@ std::string const lag = "bridging/input/config/lag";
 std::string const cli = "bridging/input/config/cli";
 
 // --- get, ls
-// ----------------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, getPrintsAttributesMembersAndEntities) {
    loadLag();
@@ -101,7 +100,6 @@ TEST_F(OrdelctlTest, lsListsInNaturalOrder) {
 }
 
 // --- set
-// --------------------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, setWritesOneAttribute) {
    verifyDone({"set", cli + ".hostAgingTime", "600"});
@@ -202,7 +200,6 @@ TEST_F(OrdelctlTest, numbersOf64BitsAndBelowZeroAreExact) {
 }
 
 // --- create, delete
-// ---------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, createMakesAnEntityAndItsDirectories) {
    verifyDone({"create", lag, "Bridging::Input::Config"});
@@ -235,7 +232,6 @@ TEST_F(OrdelctlTest, deleteTakesEntitiesAndMembersAway) {
 }
 
 // --- load, dump
-// -------------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, loadSetsWhatIsGivenAndLeavesTheRest) {
    loadLag();
@@ -321,10 +317,9 @@ TEST_F(OrdelctlTest, dumpOfAPartIsADocumentOfThatPart) {
 }
 
 // --- watch
-// ------------------------------------------------------------------------------------------------------
 
-// What a watch prints while the database is changed. It has begun when the database shows it among the
-// clients.
+// What a watch prints while the database is changed. It has begun when the
+// database shows it among the clients.
 struct WatchTest : OrdelctlTest {
    std::unique_ptr<Process> watch;
 
@@ -446,7 +441,6 @@ TEST_F(OrdelctlTest, aReaderThatGoesEndsItQuietly) {
 }
 
 // --- wait, settle
-// -----------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, waitReturnsAtOnceForWhatHolds) {
    loadLag();
@@ -495,7 +489,6 @@ TEST_F(OrdelctlTest, settleReturnsWhereNoAgentIsConnected) {
 }
 
 // --- batch
-// ------------------------------------------------------------------------------------------------------
 
 struct BatchTest : OrdelctlTest {
    std::unique_ptr<Process> batch = database.startCtl({"batch"});
@@ -590,7 +583,6 @@ TEST_F(BatchTest, endsWithTheDatabase) {
 }
 
 // --- clients, snapshot
-// ------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, clientsAreTold) {
    auto const watch = database.startCtl({"watch", "--initial", cli + ".hostAgingTime"});
@@ -624,7 +616,6 @@ TEST_F(OrdelctlTest, snapshotWithoutAFileIsRefused) {
 }
 
 // --- The tool itself
-// --------------------------------------------------------------------------------------------
 
 TEST_F(OrdelctlTest, theSocketCanBeNamedEitherWay) {
    for (std::vector<std::string> const& arguments : std::vector<std::vector<std::string>>{

@@ -4,8 +4,8 @@
 // Reading gives up after the limit of Processes.h and fails the test then.
 #pragma once
 
-#include "Ordel/Frames.h"
-#include "Ordel/Protocol.h"
+#include "Ordel/wire/Frames.h"
+#include "Ordel/wire/Protocol.h"
 #include "Processes.h"
 #include "records/Schema.h"
 

@@ -1,5 +1,5 @@
 // The agent and the database come and go: what was written stands, and nobody else is disturbed.
-#include "Ordel/Frames.h"
+#include "Ordel/wire/Frames.h"
 #include "Processes.h"
 
 #include <gmock/gmock.h>

@@ -1,13 +1,13 @@
 // A subscriber that is stopped while others write: what it costs the database, what others notice of it, and
 // what it ends up with.
 //
-// The subscribers are processes of this same program, started with --subscribe. Each mirrors one subtree and
-// obeys its standard input: `dump FILE` writes the mirror as text once all that the database had for it has
-// come.
+// The subscribers are processes of this same program, started with --subscribe. Each mirrors
+// one subtree and obeys its standard input: `dump FILE` writes the mirror as text once all that
+// the database had for it has come.
 
-#include "Ordel/Connection.h"
-#include "Ordel/TestRecords.h"
-#include "Ordel/Tree.h"
+#include "Ordel/client/Connection.h"
+#include "Ordel/store/TestRecords.h"
+#include "Ordel/store/Tree.h"
 #include "ProcessFacts.h"
 #include "RawClient.h"
 

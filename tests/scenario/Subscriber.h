@@ -11,11 +11,11 @@
 // and fails the test then.
 #pragma once
 
-#include "Ordel/Connection.h"
-#include "Ordel/Operations.h"
-#include "Ordel/Selector.h"
-#include "Ordel/TestRecords.h"
-#include "Ordel/Tree.h"
+#include "Ordel/client/Connection.h"
+#include "Ordel/store/TestRecords.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Operations.h"
+#include "Ordel/wire/Selector.h"
 #include "Processes.h"
 
 #include <chrono>

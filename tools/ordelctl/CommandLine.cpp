@@ -269,8 +269,8 @@ void addAsking(CLI::App& app, Options& options) {
               "  ordelctl snapshot", [](Session& session) { snapshot(session); });
 }
 
-// What begins with '-' counts as an option, so a negative number gets a space before it, which JSON passes
-// over.
+// What begins with '-' counts as an option, so a negative number gets a space
+// before it, which JSON passes over.
 std::vector<std::string> protectNumbers(int argc, char** argv) {
    std::vector<std::string> arguments(argv + 1, argv + argc);
    for (std::string& argument : arguments)

@@ -1,5 +1,5 @@
-// Why a command fails, beside what treejson/Error.h tells; each has an exit status of its own
-// (ordelctl_main.cpp).
+// Why a command fails, beside what treejson/Error.h tells; each has an exit status
+// of its own (ordelctl_main.cpp).
 #pragma once
 
 #include <stdexcept>

@@ -6,8 +6,8 @@
 // what is no longer so is told "not there", learns anew, and tries once more.
 #pragma once
 
-#include "Ordel/Selector.h"
-#include "Ordel/Tree.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Selector.h"
 
 #include <functional>
 #include <memory>
@@ -31,9 +31,9 @@ class Nodes {
 
    explicit Nodes(Session& session);
 
-   // Builds operations against what stands at the selectors and writes them. Where they turn out to depend on
-   // what the tree doesn't know, or knows wrongly, they are built again. Raises what stands in the way in the
-   // end.
+   // Builds operations against what stands at the selectors and writes them. Where they turn out
+   // to depend on what the tree doesn't know, or knows wrongly, they are built again. Raises
+   // what stands in the way in the end.
    void write(std::vector<Ordel::Selector> const& selectors, Depth depth, Build const& build);
 
    // The tree, with the node that the selector starts from where it stands. Good until the next call.

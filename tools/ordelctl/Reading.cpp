@@ -1,5 +1,5 @@
 #include "Reading.h"
-#include "Ordel/KeyText.h"
+#include "Ordel/wire/KeyText.h"
 #include "View.h"
 #include "treejson/Error.h"
 #include "treejson/Values.h"

@@ -6,9 +6,9 @@
 #pragma once
 
 #include "Kem/Time.h"
-#include "Ordel/Connection.h"
-#include "Ordel/Selector.h"
-#include "Ordel/Tree.h"
+#include "Ordel/client/Connection.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Selector.h"
 
 #include <functional>
 #include <string>
@@ -37,8 +37,8 @@ class Session : private Ordel::Connection {
    Reply clients();
    Reply snapshot();
 
-   // Takes in what comes until the condition holds, which is asked after each turn of input. False at the
-   // deadline.
+   // Takes in what comes until the condition holds, which is asked after each turn
+   // of input. False at the deadline.
    bool waitUntil(std::function<bool()> const& condition, Kem::Seconds deadline = Kem::never);
 
   private:

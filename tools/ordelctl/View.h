@@ -5,8 +5,8 @@
 // answer to the view's own mounts.
 #pragma once
 
-#include "Ordel/Selector.h"
-#include "Ordel/Tree.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Selector.h"
 
 #include <memory>
 #include <string>
@@ -79,8 +79,8 @@ class View {
    std::string failure_;   // what the database sent can't be applied
 };
 
-// The selector, or TreeJson::Refusal. An entry of a directory is named by its path, also where it was written
-// dir.entityPtr[name].
+// The selector, or TreeJson::Refusal. An entry of a directory is named by its path, also where it
+// was written dir.entityPtr[name].
 Ordel::Selector parseSelector(std::string_view text);
 
 } // namespace Ordelctl

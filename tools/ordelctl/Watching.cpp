@@ -1,5 +1,5 @@
 #include "Watching.h"
-#include "Ordel/Operations.h"
+#include "Ordel/wire/Operations.h"
 #include "View.h"
 #include "treejson/Change.h"
 #include "treejson/Error.h"
@@ -198,7 +198,6 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
 }
 
 // --- wait
-// -------------------------------------------------------------------------------------------------------
 
 namespace {
 

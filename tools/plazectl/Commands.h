@@ -44,8 +44,8 @@ int get(Place const& place, std::string const& path, std::string const& key, std
 int put(Place const& place, std::string const& path, std::string const& key, std::string const& json);
 int del(Place const& place, std::string const& path, std::string const& key);
 int create(Place const& place, std::string const& path, std::string const& type, uint32_t capacity);
-// Prints what stands there and then each change, until a signal ends the program. An absent table is waited
-// for.
+// Prints what stands there and then each change, until a signal ends the program.
+// An absent table is waited for.
 [[noreturn]] void watch(Place const& place, std::string const& path, std::ostream& out);
 
 } // namespace Plazectl

@@ -2,7 +2,7 @@
 
 #include "Commands.h"
 
-#include "Ordel/KeyText.h"
+#include "Ordel/wire/KeyText.h"
 #include "treejson/Error.h"
 #include "treejson/Values.h"
 

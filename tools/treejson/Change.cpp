@@ -1,5 +1,5 @@
 #include "treejson/Change.h"
-#include "Ordel/KeyText.h"
+#include "Ordel/wire/KeyText.h"
 #include "treejson/Error.h"
 #include "treejson/Values.h"
 
@@ -92,7 +92,6 @@ void Change::refuseAt(std::string const& tail, std::string const& reason) const 
 }
 
 // --- Operations
-// -------------------------------------------------------------------------------------------------
 
 void Change::writeAt() {
    if (isNamed_)
@@ -122,7 +121,6 @@ void Change::writeCreate(unsigned attribute, std::string_view key, EntityType co
 }
 
 // --- Finding the place
-// ------------------------------------------------------------------------------------------
 
 EntityType const& Change::typeNamed(std::string_view name) {
    if (EntityType const* type = tree_.schema().entity(name))
@@ -236,7 +234,6 @@ Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCou
 }
 
 // --- What JSON gives
-// --------------------------------------------------------------------------------------------
 
 void Change::merge(std::string_view path, JsonReader& in) {
    Spot const spot = reach(path, givenType(in));
@@ -360,7 +357,6 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
 }
 
 // --- Single changes
-// ---------------------------------------------------------------------------------------------
 
 void Change::set(Ordel::Selector const& selector, JsonReader& in) {
    if (selector.steps.empty())

@@ -7,8 +7,8 @@
 #pragma once
 
 #include "Kem/Wire.h"
-#include "Ordel/Selector.h"
-#include "Ordel/Tree.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/wire/Selector.h"
 #include "treejson/JsonReader.h"
 
 #include <map>
@@ -23,15 +23,15 @@ class Change {
    // Operations are appended to `out`.
    Change(Ordel::Tree const& tree, Wire::Writer& out) : tree_(tree), out_(out) {}
 
-   // Creates what is missing of the entity at the path, directories on the way too, and sets what the object
-   // gives; the rest stays. "$type" is needed for what is created in a directory, and can't differ from what
-   // stands.
+   // Creates what is missing of the entity at the path, directories on the way too, and sets what
+   // the object gives; the rest stays. "$type" is needed for what is created in a directory, and
+   // can't differ from what stands.
    void merge(std::string_view path, JsonReader& in);
 
-   // Sets the attribute or member that the selector names. A member that is missing is created. A collection
-   // becomes what is given: of values and references nothing else stays; entities that aren't given are
-   // deleted, those given are merged. Entities on the way are not created: whether they stand is told by a
-   // strict write.
+   // Sets the attribute or member that the selector names. A member that is missing is created. A
+   // collection becomes what is given: of values and references nothing else stays; entities that
+   // aren't given are deleted, those given are merged. Entities on the way are not created: whether
+   // they stand is told by a strict write.
    void set(Ordel::Selector const& selector, JsonReader& in);
 
    void create(std::string_view path, std::string_view type);

@@ -1,4 +1,4 @@
-#include "Ordel/TestRecords.h"
+#include "Ordel/store/TestRecords.h"
 #include "treejson/Change.h"
 #include "treejson/Document.h"
 #include "treejson/Error.h"
@@ -78,7 +78,6 @@ struct LoadTest : testing::Test, World {};
 struct SetTest : testing::Test, World {};
 
 // --- Documents
-// --------------------------------------------------------------------------------------------------
 
 TEST_F(LoadTest, setsWhatIsGivenAndLeavesTheRest) {
    ASSERT_EQ(load(R"({"input/config/cli": {"count": 5, "text": "x", "port": {"Ethernet1": {}}}})"), "");
@@ -222,7 +221,6 @@ TEST_F(LoadTest, tooManyLevelsAtOnceAreRefused) {
 }
 
 // --- Single changes
-// ---------------------------------------------------------------------------------------------
 
 TEST_F(SetTest, setsOneAttribute) {
    EXPECT_EQ(set("config.count", "7"), "");
@@ -341,7 +339,6 @@ TEST(ValueTypeAtTest, tellsTheTypeOfValuesOnly) {
 }
 
 // --- Round trips
-// ------------------------------------------------------------------------------------------------
 
 // Fills a tree at random, by the descriptors and in wire form, so without any JSON.
 class RandomTree {

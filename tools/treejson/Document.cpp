@@ -1,5 +1,5 @@
 #include "treejson/Document.h"
-#include "Ordel/Selector.h"
+#include "Ordel/wire/Selector.h"
 #include "treejson/Change.h"
 #include "treejson/Error.h"
 #include "treejson/JsonReader.h"

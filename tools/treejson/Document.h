@@ -7,7 +7,7 @@
 #pragma once
 
 #include "Kem/Wire.h"
-#include "Ordel/Tree.h"
+#include "Ordel/store/Tree.h"
 
 #include <string>
 #include <string_view>
@@ -17,9 +17,9 @@ namespace TreeJson {
 
 class Document {
   public:
-   // Reads the text over once. Raises SyntaxError when it is no JSON, Refusal when it is no object of paths
-   // and objects, names a path twice, or one that no entity can have. The text must live as long as the
-   // document.
+   // Reads the text over once. Raises SyntaxError when it is no JSON, Refusal when it is no
+   // object of paths and objects, names a path twice, or one that no entity can have. The text
+   // must live as long as the document.
    explicit Document(std::string_view text);
 
    std::vector<std::string> const& paths() const { return paths_; }

@@ -30,8 +30,8 @@ class Absent : public Error {
    using Error::Error;
 };
 
-// A Refusal before its place is known: the field of a record, such as ".direction" or nothing, and the
-// reason.
+// A Refusal before its place is known: the field of a record, such as
+// ".direction" or nothing, and the reason.
 class ValueError : public Error {
   public:
    ValueError(std::string fieldText, std::string const& reason)

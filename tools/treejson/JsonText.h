@@ -16,8 +16,8 @@ size_t utf8Length(std::string_view text);
 
 void appendUtf8(std::string& out, uint32_t character);
 
-// Appends the bytes as a JSON string, quotes included. Control characters are escaped, those beyond ASCII
-// too.
+// Appends the bytes as a JSON string, quotes included. Control characters are
+// escaped, those beyond ASCII too.
 void appendQuoted(std::string& out, std::string_view bytes);
 
 // The byte that the private character stands for, or -1.

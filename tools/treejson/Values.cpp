@@ -1,8 +1,8 @@
 #include "treejson/Values.h"
 #include "Kem/String.h"
-#include "Ordel/KeyText.h"
-#include "Ordel/Operations.h"
-#include "Ordel/Selector.h"
+#include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/Operations.h"
+#include "Ordel/wire/Selector.h"
 #include "treejson/Error.h"
 #include "treejson/JsonText.h"
 

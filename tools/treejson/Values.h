@@ -27,10 +27,10 @@ void writeReference(std::string_view wire, std::string& out);
 void readValue(Records::ValueType const& type, JsonReader& in, Wire::Writer& out);
 void readReference(JsonReader& in, Wire::Writer& out);
 
-// The JSON that a word on a command line means: itself where it is JSON, else, as a bare word, a string.
-// Where a value of string form belongs (`type`, null if unknown), a number or true is a bare word too, so
-// that a list of VLANs can be 10. Raises SyntaxError for what begins like a string, an object or a list and
-// isn't one.
+// The JSON that a word on a command line means: itself where it is JSON, else, as a bare word, a
+// string. Where a value of string form belongs (`type`, null if unknown), a number or true is a bare
+// word too, so that a list of VLANs can be 10. Raises SyntaxError for what begins like a string, an
+// object or a list and isn't one.
 std::string jsonOfWord(std::string_view word, Records::ValueType const* type);
 
 // The name without its namespace: "VlanAdminState".

@@ -1,6 +1,6 @@
 #include "treejson/Writer.h"
 #include "Kem/String.h"
-#include "Ordel/KeyText.h"
+#include "Ordel/wire/KeyText.h"
 #include "treejson/JsonText.h"
 #include "treejson/Values.h"
 

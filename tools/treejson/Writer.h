@@ -6,7 +6,7 @@
 // A directory is an entity like others, with its entries in "entityPtr".
 #pragma once
 
-#include "Ordel/Tree.h"
+#include "Ordel/store/Tree.h"
 
 #include <functional>
 #include <string>

@@ -1,4 +1,4 @@
-#include "Ordel/TestRecords.h"
+#include "Ordel/store/TestRecords.h"
 #include "treejson/Writer.h"
 
 #include <gmock/gmock.h>

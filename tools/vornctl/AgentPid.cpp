@@ -3,7 +3,7 @@
 #include "Failures.h"
 
 #include "Kem/Time.h"
-#include "Ordel/Connection.h"
+#include "Ordel/client/Connection.h"
 
 #include <nlohmann/json.hpp>
 

@@ -6,7 +6,7 @@
 #include "Why.h"
 #include "Words.h"
 
-#include "Ordel/Connection.h"
+#include "Ordel/client/Connection.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -4,7 +4,7 @@
 #include "Failures.h"
 
 #include "Kem/Activity.h"
-#include "Ordel/Cell.h"
+#include "Ordel/client/Cell.h"
 #include "records/TypeInfo.h"
 
 #include <functional>

@@ -8,7 +8,7 @@
 
 #include "SwitchState.h"
 
-#include "Ordel/EntityManager.h"
+#include "Ordel/client/EntityManager.h"
 
 #include <string>
 

@@ -6,8 +6,8 @@
 //    10    servers  active  Et1, Et2, Et3,
 //                           Po5
 //
-// Cells hold what publishers wrote: control characters in them come out as '?'. Widths count characters of
-// UTF-8.
+// Cells hold what publishers wrote: control characters in them come out as '?'.
+// Widths count characters of UTF-8.
 #pragma once
 
 #include <cstddef>

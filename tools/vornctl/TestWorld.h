@@ -1,5 +1,5 @@
-// A small switch for the tests of vornctl: records made by hand, as the agent and the publishers would leave
-// them.
+// A small switch for the tests of vornctl: records made by hand, as the agent and
+// the publishers would leave them.
 //
 // Two inputs stand from the start: "cli", which gives the VLANs by 100 and competes for ports by 50, and
 // "eth", the agent's own, by 10.

@@ -1,6 +1,6 @@
-// Why a port is or isn't a member of a VLAN: the publisher that decides the port and those that lost, what
-// the port is at the moment, what is known of the VLAN, and then the rules of membership, up to the one that
-// decides.
+// Why a port is or isn't a member of a VLAN: the publisher that decides the port and those that
+// lost, what the port is at the moment, what is known of the VLAN, and then the rules of
+// membership, up to the one that decides.
 //
 // Whether the port is a member is what the resolved configuration says; the rules are worked out here from
 // the inputs. Where the two differ, which they do while a change is on its way, that is told.

@@ -1,5 +1,5 @@
-// The trace files that zivcat was given: loads them, loads them again while they grow, and prints them
-// merged.
+// The trace files that zivcat was given: loads them, loads them again while
+// they grow, and prints them merged.
 #pragma once
 
 #include "Printer.h"
@@ -33,8 +33,8 @@ class TraceSet {
 
    // Whether no file at all could be read.
    bool empty() const;
-   // The exit status for the files that failed: 0 none, 3 not a trace file, 4 can't be read (the greater of
-   // several).
+   // The exit status for the files that failed: 0 none, 3 not a trace file, 4 can't be
+   // read (the greater of several).
    int failure() const;
 
   private:

@@ -5,14 +5,14 @@
 //                                  test        ───┤
 //                                  ...            └► ErrdisableAggr::IntfAggrStatus, for this process
 //
-// Every Errdisable::CauseStatus in the directory counts, whoever writes it; entities of other types that
-// stand there don't. It disables and recovers nothing itself: a port leaves the sum when its last cause lets
-// it go. It is moved by causes that come and go, by their entries, and by their groups, which say when ports
-// come back.
+// Every Errdisable::CauseStatus in the directory counts, whoever writes it; entities of other types
+// that stand there don't. It disables and recovers nothing itself: a port leaves the sum when its last
+// cause lets it go. It is moved by causes that come and go, by their entries, and by their groups,
+// which say when ports come back.
 //
-// What it writes for a port is always reckoned anew and written whole; a record that is right already is not
-// touched. So what an earlier run left is put right at the start, and nobody is disturbed where nothing has
-// changed.
+// What it writes for a port is always reckoned anew and written whole; a record that is right
+// already is not touched. So what an earlier run left is put right at the start, and nobody is
+// disturbed where nothing has changed.
 //
 // recoveryTime is that of the cause that holds the port longest, and 0 where one of them holds it for good.
 #pragma once

@@ -15,10 +15,10 @@
 //   another clock. It is set to the present when it is first seen, so that no port waits for a time that
 //   never comes, and so that everyone who reads the record reckons alike.
 // - An operator who turns a cause's detection off wants none of its ports disabled: they come back after
-//   minRecoveryInterval, whatever the group says, those that are disabled already and those that a writer
-//   still adds.
-// - What another process alone may write stays as it is: then ports are logged, and their writer brings them
-//   back.
+//   minRecoveryInterval, whatever the group says: those that are disabled already and those that a
+//   writer still adds.
+// - What another process alone may write stays as it is: then ports are logged, and their
+//   writer brings them back.
 // - What stands at the start was logged by an earlier run, and is not logged again.
 #pragma once
 
@@ -26,7 +26,7 @@
 #include "Kem/Clock.h"
 #include "Kem/Dir.h"
 #include "Kem/PacedLog.h"
-#include "Ordel/EntityManager.h"
+#include "Ordel/client/EntityManager.h"
 #include "records/Errdisable/CauseGroup.h"
 #include "records/Errdisable/CauseStatus.h"
 #include "records/Errdisable/Config.h"

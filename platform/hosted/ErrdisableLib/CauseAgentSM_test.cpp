@@ -1,8 +1,8 @@
 #include "ErrdisableLib/CauseAgentSM.h"
 
 #include "Kem/Activity.h"
-#include "Ordel/Listener.h"
-#include "Ordel/Tree.h"
+#include "Ordel/server/Listener.h"
+#include "Ordel/store/Tree.h"
 #include "records/TypeInfo.h"
 
 #include <gtest/gtest.h>

@@ -1,17 +1,17 @@
 // Keeps KernelNetNsInfo::Root current with the named network namespaces of the system: the files of one
 // folder (Sulvi/SocketAt.h). It makes and removes none.
 //
-// Each change in the folder is followed by a look at the whole of it. While there is no such folder, which is
-// so on a system that never had a namespace, there are no namespaces, and the nearest folder above it is
-// watched until the next one on the way comes. Where watching isn't possible at all, it looks each
-// pollInterval.
+// Each change in the folder is followed by a look at the whole of it. While there is no such folder,
+// which is so on a system that never had a namespace, there are no namespaces, and the nearest
+// folder above it is watched until the next one on the way comes. Where watching isn't possible at
+// all, it looks each pollInterval.
 //
 // A file counts from the moment it is made, a little before it leads to its namespace; whoever opens it may
 // find it not ready, or left behind by a namespace that is gone. Names of more than 150 bytes can be no
 // namespace here; they are left out, and each is traced once. The default namespace has no file and no entry.
 //
-// The first look is in the constructor. It is the only writer of Root; dropping the manager leaves the
-// record.
+// The first look is in the constructor. It is the only writer of Root; dropping
+// the manager leaves the record.
 #pragma once
 
 #include "Kem/Clock.h"

@@ -1,6 +1,6 @@
-// Holds what belongs to the mirror of operational states in the kernel: the two directories of interfaces
-// that the state machines of interfaces fill, the namespaces of the system, and the machines that work on
-// them.
+// Holds what belongs to the mirror of operational states in the kernel: the two directories
+// of interfaces that the state machines of interfaces fill, the namespaces of the system, and
+// the machines that work on them.
 //
 // Each XIs() makes that part, or answers with the one that stands; what it is made of is looked at the first
 // time only. The parts are made by the agent in the order of their declaration here. The agent owns the root,

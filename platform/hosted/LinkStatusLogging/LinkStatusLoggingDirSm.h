@@ -3,9 +3,8 @@
 // Moved by operStatus of the interfaces, and by interfaces that come and go. Settings are read at each
 // change: the interface's own word (linkStatusLogging), else the global one, else it is logged.
 //
-// - The state that an interface is found in, or first takes when nothing has been known of it, is no change:
-// a
-//   restart and a new interface log nothing. An interface that goes and comes back is a new one.
+// - The state that an interface is found in, or first takes when nothing has been known of it, is no
+//   change: a restart and a new interface log nothing. An interface that goes and comes back is a new one.
 // - What comes and goes between two looks of this process is not seen.
 // - A burst is cut at 1000 messages in 10 seconds; the next one tells how many were left out.
 #pragma once
@@ -24,8 +23,8 @@ namespace Interface {
 
 class LinkStatusLoggingDirSm final : public Kem::PtrInterface {
   public:
-   // Any record may be null, and is not watched then. The activity is that of the process; its reactors know
-   // it themselves.
+   // Any record may be null, and is not watched then. The activity is that of the process;
+   // its reactors know it themselves.
    LinkStatusLoggingDirSm(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity,
                           Kem::Ptr<GlobalIntfConfig const> globalConfig,
                           Kem::Ptr<AllIntfConfigDir const> allIntfConfigDir,

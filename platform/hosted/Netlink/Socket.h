@@ -13,8 +13,8 @@ namespace Netlink {
 
 class Socket final : public Channel {
   public:
-   // `groups` are bits such as RTMGRP_LINK, 0 for no notifications. It isn't open where that failed; error()
-   // tells.
+   // `groups` are bits such as RTMGRP_LINK, 0 for no notifications. It isn't open
+   // where that failed; error() tells.
    Socket(Sulvi::NamespaceName const& netNs, uint32_t groups);
    ~Socket() override;
    Socket(Socket const&) = delete;

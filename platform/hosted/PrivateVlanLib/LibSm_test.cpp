@@ -162,8 +162,8 @@ TEST_F(LibSmTest, worksWithoutABridgingConfig) {
    EXPECT_EQ(settled(), "| ");
 }
 
-// Somebody who, like the followers of private VLANs, keeps a reactor for each primary and drops it with the
-// primary.
+// Somebody who, like the followers of private VLANs, keeps a reactor for each primary
+// and drops it with the primary.
 struct Follower final : PrivateVlanLib::LibState::NotifieeConst {
    struct KemPrimary final : PrivateVlanLib::PrimaryVlanState::NotifieeConst {
       explicit KemPrimary(std::string& l) : NotifieeConst(this), log(l) {}
@@ -192,8 +192,8 @@ TEST_F(LibSmTest, followersOfAPrimaryHearOfItsSecondariesBeforeItGoes) {
    // A follower of the state that was queued before must not drop the follower of the primary first:
    // 1. VLAN 11 becomes a primary, which queues the follower of the state.
    // 2. In the same turn VLAN 10 loses its secondary, which queues the follower of the primary.
-   // 3. The state's follower is told first. If the primary had gone already, the news of step 2 would be
-   // lost.
+   // 3. The state's follower is told first. If the primary had gone already, the news of step 2
+   //    would be lost.
    plain(10);
    plain(11);
    secondary(20, 10);

@@ -11,9 +11,8 @@
 // downlinks are released; ErrdisableLib logs the ports.
 //
 // - An uplink without a status record is down. A group without uplinks never fails.
-// - A port that is both in one group is an uplink: disabled, it could never come up again. In different
-// groups
-//   it may be both, and a failure passes on from one to the next.
+// - A port that is both in one group is an uplink: disabled, it could never come up again. In
+//   different groups it may be both, and a failure passes on from one to the next.
 // - A downlink of several groups is disabled while any of them is failed.
 // - A port that someone else takes out of the cause's status stays out until its group fails anew.
 // - A restart goes on from what the status says: what is still failed counts as no new failure, and what no

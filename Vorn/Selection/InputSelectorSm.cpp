@@ -1,0 +1,268 @@
+#include "Vorn/Selection/InputSelectorSm.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Trace.h"
+#include "Sulvi/IntfKind.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+
+#include <map>
+
+namespace Vorn {
+
+using Bridging::Input::CliConfig;
+using Input = Bridging::Input::Config;
+
+namespace {
+
+Kem::TraceFacility selectorTrace("VornSelector");
+
+// Calls visit(input) for each input, in the order of the directory; other entities in it are none.
+template <class Visit>
+void forEachInput(Kem::Dir const& dir, Visit&& visit) {
+   for (auto const& [name, entity] : dir.entities())
+      if (auto const input = Kem::ptrCast<Input>(entity))
+         visit(input);
+}
+
+} // namespace
+
+Kem::Ptr<InputSelectorSm> inputSelectorSmFactory(InputSelectorInputs inputs) {
+   return Kem::makePtr<InputSelectorSm>(std::move(inputs));
+}
+
+InputSelectorSm::InputSelectorSm(InputSelectorInputs inputs) : in_(std::move(inputs)) {
+   kemEthIntfConfigDir_.notifierIs(in_.ethIntfConfigDir);
+   kemCliConfig_.notifierIs(in_.cliConfig);
+   kemBridgingHwCapabilities_.notifierIs(in_.bridgingHwCapabilities);
+   kemInputDir_.notifierIs(in_.inputDir); // and runs handleInput()
+   if (!in_.inputDir)
+      return;
+   handleEthIntfConfig();
+   handleHostAgingTime();
+   handlePausePassThrough();
+   handleForwardingMode();
+   handleInternalVlanAllocationPolicy();
+   handleInternalVlanRange();
+   handleForwardingMode();
+}
+
+InputSelectorSm::~InputSelectorSm() = default;
+
+// --- Inputs come and go.
+
+void InputSelectorSm::handleInput() {
+   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& input) {
+      configIs(input);
+      if (auto const cli = Kem::ptrCast<CliConfig>(input))
+         cliConfigIs(cli);
+   });
+   for (auto const& [name, reactor] : config_)
+      if (!in_.inputDir->entity<Input>(name))
+         configDel(name);
+   doFindBestVlanConfig();
+   doFindBestSwitchIntfConfigs();
+}
+
+void InputSelectorSm::handleInput(Kem::Name const& name) {
+   auto const bic = in_.inputDir->entity<Input>(name);
+   if (!bic) {
+      configDel(name);
+      auto const& best = in_.bridgingConfigSm->configIn();
+      if (best && best->name() == name)
+         doFindBestVlanConfig();
+      doFindBestSwitchIntfConfigs();
+      return;
+   }
+   configIs(bic);
+   if (auto const cli = Kem::ptrCast<CliConfig>(bic))
+      cliConfigIs(cli);
+   // A new input comes with its priorities unset; raising them is what has it chosen.
+   KEM_ASSERT(bic->vlanConfigPriority() == 0);
+   KEM_ASSERT(bic->switchIntfConfigPriority() == 0);
+}
+
+Kem::Ptr<InputSelectorSm::KemConfig> InputSelectorSm::config(Kem::Name const& name) const {
+   auto const* const found = config_.find(name);
+   return found ? *found : nullptr;
+}
+
+void InputSelectorSm::configIs(Kem::Ptr<Input const> const& config) {
+   if (!config)
+      Kem::throwNullParameter("config", "Vorn::InputSelectorSm");
+   Kem::Name const name = config->name();
+   if (auto const standing = this->config(name)) {
+      standing->notifierIs(config);
+      return;
+   }
+   auto const made = Kem::makePtr<KemConfig>(*this);
+   config_.findOrInsert(name, [&] { return made; });
+   made->notifierIs(config);
+}
+
+void InputSelectorSm::configDel(Kem::Name const& name) {
+   config_.erase(name);
+}
+
+void InputSelectorSm::cliConfigIs(Kem::Ptr<CliConfig const> const& cliConfig) {
+   in_.cliConfig = cliConfig;
+   kemCliConfig_.notifierIs(cliConfig);
+}
+
+void InputSelectorSm::KemConfig::handleInitialized() {
+   handleSwitchIntfPriority();
+   handleVlanConfigPriority();
+   handleSwitchIntfConfig();
+}
+
+void InputSelectorSm::KemConfig::handleVlanConfigPriority() {
+   sm.doFindBestVlanConfig();
+}
+
+void InputSelectorSm::KemConfig::handleSwitchIntfPriority() {
+   sm.handleSwitchIntfPriority(*notifier());
+}
+
+void InputSelectorSm::KemConfig::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
+   sm.handleSwitchIntfConfig(intfId);
+}
+
+void InputSelectorSm::KemConfig::handleSwitchIntfConfig() {
+   KEM_TRACE(selectorTrace, 8, "handleSwitchIntfConfig of " << notifier()->name());
+}
+
+// --- The VLANs: one whole input.
+
+void InputSelectorSm::doFindBestVlanConfig() {
+   Kem::Ptr<Input> best;
+   uint32_t bestPriority = 0;
+   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& bic) {
+      if (bic->vlanConfigPriority() > bestPriority) {
+         best = bic;
+         bestPriority = bic->vlanConfigPriority();
+      }
+   });
+   KEM_TRACE(selectorTrace, 3,
+             ": best vlan config is " << (best ? best->name() : Kem::Name("None")) << " with priority "
+                                      << bestPriority);
+   in_.bridgingConfigSm->configInIs(best);
+   in_.bridgingConfigSm->handleVlanConfig();
+}
+
+// --- The ports: each by itself.
+
+void InputSelectorSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> best;
+   uint32_t bestPriority = 0;
+   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& bic) {
+      uint32_t const priority = bic->switchIntfConfigPriority();
+      if (bestPriority >= priority)
+         return;
+      KEM_TRACE(selectorTrace, 8, "InputSelectorSm considering " << bic->name() << " for " << intfId);
+      if (auto const record = bic->switchIntfConfig(intfId)) {
+         best = record;
+         bestPriority = priority;
+      }
+   });
+   KEM_TRACE(selectorTrace, 5,
+             "InputSelectorSm " << intfId << " best = " << (best ? best->fullName() : std::string("<none>")));
+   if (best) {
+      KEM_TRACE(selectorTrace, 5, "Creating allSwitchIntfConfigDir switchIntfConfig " << intfId);
+      in_.allSwitchIntfConfigDir->switchIntfConfigIs(best);
+   } else {
+      KEM_TRACE(selectorTrace, 5, "Deleting allSwitchIntfConfigDir switchIntfConfig " << intfId);
+      in_.allSwitchIntfConfigDir->switchIntfConfigDel(intfId);
+   }
+}
+
+void InputSelectorSm::doFindBestSwitchIntfConfigs() {
+   std::map<Sulvi::IntfId, bool> isDone;
+   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& bic) {
+      for (auto const& [intfId, record] : bic->switchIntfConfig())
+         if (isDone.emplace(intfId, true).second)
+            handleSwitchIntfConfig(intfId);
+   });
+}
+
+void InputSelectorSm::handleSwitchIntfPriority(Input const& bic) {
+   if (!bic.switchIntfConfig().empty())
+      doFindBestSwitchIntfConfigs();
+}
+
+// --- Default records of ports that nobody configured.
+
+bool InputSelectorSm::isEligible(Sulvi::IntfId intfId) const {
+   return in_.ethIntfConfigDir && in_.ethIntfConfigDir->intfConfig().find(intfId) &&
+          !Sulvi::VlanIntfId::isVlanIntfId(intfId) && !Sulvi::LoopbackIntfId::isLoopbackIntfId(intfId) &&
+          !Sulvi::MgmtIntfId::isMgmtIntfId(intfId) && !Sulvi::InternalIntfId::isInternalIntfId(intfId) &&
+          !Sulvi::VxlanTunnelIntfId::isVxlanTunnelIntfId(intfId);
+}
+
+void InputSelectorSm::defaultSwitchIntfConfigIs(Sulvi::IntfId intfId) {
+   auto record = in_.bridgingInputEth->switchIntfConfig(intfId);
+   if (!record)
+      record = in_.bridgingInputEth->switchIntfConfigIs(intfId, Bridging::Input::SwitchportMode::access_);
+   record->enabledIs(in_.bridgingConfig->defaultSwitchportMode() != Bridging::SwitchportMode::routed_);
+}
+
+void InputSelectorSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
+   if (isEligible(intfId))
+      defaultSwitchIntfConfigIs(intfId);
+   else
+      in_.bridgingInputEth->switchIntfConfigDel(intfId);
+}
+
+void InputSelectorSm::handleEthIntfConfig() {
+   if (in_.ethIntfConfigDir)
+      for (auto const& [intfId, intf] : in_.ethIntfConfigDir->intfConfig())
+         if (isEligible(intfId))
+            defaultSwitchIntfConfigIs(intfId);
+   for (auto const& [intfId, record] : in_.bridgingInputEth->switchIntfConfig())
+      if (!isEligible(intfId))
+         in_.bridgingInputEth->switchIntfConfigDel(intfId);
+}
+
+// --- Settings for the whole bridge, from the command line.
+
+void InputSelectorSm::KemCliConfig::handleInitialized() {
+   sm.handleHostAgingTime();
+   sm.handlePausePassThrough();
+   sm.handleForwardingMode();
+   sm.handleInternalVlanAllocationPolicy();
+   sm.handleInternalVlanRange();
+}
+
+void InputSelectorSm::handleHostAgingTime() {
+   in_.bridgingConfig->hostAgingTimeIs(in_.cliConfig->hostAgingTime());
+}
+
+void InputSelectorSm::handlePausePassThrough() {
+   in_.bridgingConfig->pausePassThroughIs(in_.cliConfig->pausePassThrough());
+}
+
+void InputSelectorSm::handleInternalVlanRange() {
+   in_.bridgingConfig->internalVlanRangeIs(in_.cliConfig->internalVlanRange());
+}
+
+void InputSelectorSm::handleInternalVlanAllocationPolicy() {
+   in_.bridgingConfig->internalVlanAllocationPolicyIs(in_.cliConfig->internalVlanAllocationPolicy());
+}
+
+void InputSelectorSm::handleForwardingMode() {
+   using Mode = Bridging::SwitchForwardingMode;
+   Mode const chosen = in_.cliConfig->forwardingMode();
+   auto const& supported = in_.bridgingHwCapabilities->supportedForwardingMode();
+   auto const* const preferred = supported.find(0);
+   bool isSupported = false;
+   supported.forEach([&](uint32_t, Mode mode) { isSupported = isSupported || mode == chosen; });
+   if (chosen != Mode::notChosen && isSupported) {
+      in_.bridgingConfig->forwardingModeIs(chosen);
+      return;
+   }
+   if (chosen != Mode::notChosen)
+      KEM_TRACE(selectorTrace, 0,
+                "Selected forwarding mode: " << static_cast<uint32_t>(chosen)
+                                             << " is not in list of supported modes.");
+   in_.bridgingConfig->forwardingModeIs(preferred ? *preferred : Mode::notChosen);
+}
+
+} // namespace Vorn

@@ -1,0 +1,304 @@
+#include "Vorn/VornAgent/VornAgent.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Dir.h"
+#include "Kem/Trace.h"
+#include "Ordel/client/Cell.h"
+#include "Plaze/Mount.h"
+#include "Vorn/VornAgent/Mounts.h"
+#include "Vorn/VornAgent/NetlinkSocket.h"
+#include "Zivlog/Zivlog.h"
+#include "records/Bridging/Input/Config.h"
+#include "records/Interface/SubIntfStatusDir.h"
+
+#include <cstdlib>
+#include <linux/if_vlan.h>
+#include <linux/sockios.h>
+#include <sys/socket.h>
+
+namespace Vorn {
+
+namespace {
+
+Kem::TraceFacility agentTrace("Vorn");
+
+constexpr char bootStageClass[] = "bootStageClass";
+constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
+
+char const* const attributeNames[] = {"entityManagerReactor",
+                                      "standbyMode",
+                                      "dynVlanSrcTable",
+                                      "bridgingConfigSm",
+                                      "inputSelectorSm",
+                                      "linkStatusLoggingDirSm",
+                                      "oxaState",
+                                      "startupModeConfig",
+                                      "startupModeStatus",
+                                      "startupStatus",
+                                      "startupModeSm",
+                                      "dynVlanIntfList",
+                                      "kernelNetworkInfoRoot",
+                                      "kernelOperStateRoot",
+                                      "linkFlapRoot",
+                                      "intfAggrStatus",
+                                      "netNsCollection",
+                                      "uplinkFailureDetectionRoot",
+                                      "congestionDropsLoggingSm",
+                                      "kernelNetworkInfoManager",
+                                      "netNsManager",
+                                      "errdisableAggrSm",
+                                      "linkFlapErrdisableCauseSm",
+                                      "noInternalVlanErrdisableCauseSm",
+                                      "testErrdisableCauseSm",
+                                      "uplinkFailureDetectionErrdisableCauseSm",
+                                      "reloadDownErrdisableCauseStatus",
+                                      "reloadDownErrdisableCauseSm",
+                                      "privateVlanLibState",
+                                      "privateVlanLibSm",
+                                      "nboAttrLogOutSm",
+                                      "attrLogSockFd",
+                                      "attrLogKernBufferSize",
+                                      "attrLogKernBufferThreshold",
+                                      "attrLogKernBufferUsage",
+                                      "attrLogAboveThresholdCount",
+                                      "iterUntilBufferCheck",
+                                      "maxIterUntilBufferCheck",
+                                      "bridgingStatus",
+                                      "plazeBridgingStatus",
+                                      "readerShim",
+                                      "bootStagesHelper",
+                                      "oxaStatus"};
+
+// A record of this process only, under a name that tells it apart. The one that stands is kept: a supervisor
+// may become active more than once.
+template <class T>
+void localIs(Kem::Ptr<T>& record, char const* name) {
+   if (record)
+      return;
+   record = T::make();
+   record->nameIs(name);
+}
+
+} // namespace
+
+Kem::Ptr<Agent> agentFactory(Kem::Name const& name) {
+   auto agent = Kem::makePtr<Agent>(name);
+   return Kem::Ptr<Agent>(&*agent); // a null one raises "null ValidPtr"
+}
+
+Agent::Agent(Kem::Name name) : CAgent(std::move(name)) {}
+
+Agent::~Agent() {
+   for (int const fd : {socketFd_, netlinkFd_})
+      if (fd >= 0)
+         close(fd);
+}
+
+char const* Agent::attributeString(Kem::AttrId id) const {
+   return id < std::size(attributeNames) ? attributeNames[id] : nullptr;
+}
+
+Kem::TypeInfo const& Agent::typeInfo() const {
+   static Kem::TypeInfo const type = {"Vorn::Agent", Kem::noTypeId, nullptr, nullptr};
+   return type;
+}
+
+// --- Start.
+
+void Agent::doInit() {
+   auto const group = entityManager()->getMountGroup(*this);
+   for (auto& mount : agentMounts(cellPath()))
+      group->doMount(std::move(mount));
+   group->doClose(false, "", 0.0);
+}
+
+void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& entityManager) {
+   oxaStatus_ = entityManager.entity<Oxa::OxaStatus>("oxa/hardware/status");
+   auto const agentConfig =
+       entityManager.entity<Stage::AgentConfig>(Cell::path("stage/boot/config/inputDir/Vorn", 0));
+   auto const progressDir = entityManager.entity<Stage::ProgressDir>(Cell::path("stage/boot/progress", 0));
+   auto const stageStatus = entityManager.entity<Stage::Status>(Cell::path("stage/boot/status", 0));
+
+   openKernelSockets();
+   char const* const fabric = std::getenv("FABRIC_DEVICE_NAME");
+   fabricDeviceName_ = fabric ? fabric : "fabric";
+
+   // From here on the role is known: true on a standby supervisor. On an active
+   // one nothing has been called yet.
+   entityManagerReactor_ = Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this);
+
+   localIs(privateVlanLibState_, "privateVlanLibState");
+   localIs(netNsCollection_, "kns");
+   decideStartupMode(entityManager);
+   localIs(dynVlanIntfList_, "DynVlanIntfListForVornAgent");
+   bool const isHitless = startupModeStatus_->startupMode() == ::Agent::StartupMode::startupModeHitless;
+   if (isHitless)
+      localIs(oxaState_, "OxaState");
+
+   handleStandbyMode();
+   followKernel();
+
+   bootStagesHelper_ =
+       Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus, progressDir, agentConfig, *this);
+   bootStagesHelper_->waitForStage("NetworkAgent");
+   bootStagesHelper_->waitForStage("ErrdisableStatusUpdate");
+   if (isHitless) {
+      bootStagesHelper_->waitForStage("VornStatusUpdate");
+      bootStagesHelper_->waitForStage("VornSubIntfUp");
+      bootStagesHelper_->waitForStage("DownLinksUpdate");
+      startupModeConfig_->startupCompleteIs(true);
+   } else {
+      recoverReloadDownPorts();
+   }
+
+   auto* const outManagerSm = Kem::NboAttrLog::top()->outManagerSm();
+   attrLogCheck_.nboAttrLogOutSmIs(outManagerSm->socketOutSm(entityManager.name()));
+   attrLogCheck_.attrLogCodefInit();
+   if (agentStatus())
+      statusReport_ = std::make_unique<StatusReport>(agentStatus(), *this);
+
+   // Decided once: a supervisor that becomes active later never gets them.
+   if (redundancyStatus() && redundancyStatus()->mode() == Redundancy::RedundancyMode::modeActive)
+      mountSharedMemory(entityManager);
+
+   openTraceFile();
+}
+
+void Agent::openKernelSockets() {
+   int const fd = socketFd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   KEM_ASSERT(fd >= 0);
+   setVlanDeviceNameType(fd);
+   int const netlinkFd = netlinkFd_ = createNetlinkSocket();
+   KEM_ASSERT(netlinkFd >= 0);
+}
+
+void Agent::setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...)) {
+   vlan_ioctl_args args{};
+   args.cmd = SET_VLAN_NAME_TYPE_CMD;
+   args.u.name_type = VLAN_NAME_TYPE_PLUS_VID_NO_PAD;
+   static_cast<void>(call(fd, SIOCSIFVLAN, &args));
+}
+
+int Agent::createNetlinkSocket() {
+   return openNetlinkSocket();
+}
+
+void Agent::followKernel() {
+   auto const activity = Kem::activityManager()->config();
+   localIs(kernelNetworkInfoRoot_, "kni");
+   kernelOperStateRoot_ = Kem::makePtr<KernelOperState::Root>("kosr");
+   auto& kosr = *kernelOperStateRoot_;
+   kosr.intfStatusDirIs("intfStatusDir");
+   kosr.intfStatusLocalDirIs("intfStatusLocalDir");
+   kosr.netNsCollectionIs("kns");
+   kosr.netNsManagerIs(activity, kosr.netNsCollection());
+   kernelNetworkInfoManager_ = Kem::makePtr<KernelNetworkInfo::Manager>(
+       activity, kernelNetworkInfoRoot_, nullptr, nullptr, Sulvi::NamespaceName());
+   netNsManager_ = Kem::makePtr<KernelNetNsInfo::Manager>(activity, netNsCollection_);
+   auto const kosm = kosr.kosmIs();
+   kosr.intfStatusOperStatusSmIs(activity, kosr.intfStatusDir(), kosr.intfStatusLocalDir(), kosm,
+                                 netNsCollection_);
+}
+
+void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
+   startupStatus_ = entityManager.entity<::Agent::StartupStatus>(cellPath() + "/agent/startupStatus/Vorn");
+   bool const hitlessReload = oxaStatus_ && oxaStatus_->hitlessBootValid() &&
+                              oxaStatus_->hitlessBootMode() == Oxa::HitlessBootMode::bootHitless;
+   startupModeConfig_ = ::Agent::StartupModeConfig::make(false, hitlessReload);
+   startupModeStatus_ = ::Agent::StartupModeStatus::make();
+   startupModeSm_ = Kem::makePtr<::Agent::StartupModeSm>(startupModeConfig_, startupModeStatus_,
+                                                         ::Agent::nullStartupConfigFactory(), startupStatus_);
+}
+
+void Agent::recoverReloadDownPorts() {
+   // Entries that an earlier hitless reload left: this start is no hitless one, so
+   // nothing else would release them.
+   auto const cause = reloadDownErrdisableCauseStatus();
+   if (standbyMode_ || !cause || cause->intfStatus().empty())
+      return;
+   KEM_TRACE(agentTrace, 0,
+             "doMountsComplete hitless-reload-down errdisabled interfaces present. Re-enabling.");
+   cause->intfStatusDelAll();
+}
+
+void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
+   KemPlaze::Mount mount(entityManager.systemName());
+   KemPlaze::MountInfo const info(KemPlaze::keyShadow);
+   plazeBridgingStatus_ = Kem::ptrCast<Plaze::Bridging::Status>(
+       mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
+   KEM_TRACE(agentTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
+   bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
+   readerShim_ = Kem::makePtr<Bridging::ReaderFdbStatusSm>(bridgingStatus_, plazeBridgingStatus_);
+
+   counterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
+       mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
+   if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf")) {
+      dir->counterDirIs(counterDir_);
+      dir->counterDirPathIs("/" + entityManager.systemName() + "/Plaze/interface/counter/subintf/current");
+   }
+}
+
+void Agent::openTraceFile() {
+   if (std::getenv("ZIVLOG_DISABLE"))
+      return;
+   if (!Zivlog::initialize(traceFileName(name(), std::getenv("ZIVLOGDIR") != nullptr), traceFileSizes))
+      return;
+   Kem::traceSinkIs([](Kem::TraceLine const& line) {
+      Zivlog::text(static_cast<unsigned>(line.level), line.facility, line.file,
+                   static_cast<uint32_t>(line.line), line.function, line.text);
+   });
+}
+
+std::string Agent::traceFileName(std::string_view agentName, bool hasFolder) {
+   return std::string(agentName) + (hasFolder ? "" : "-%d") + ".zv";
+}
+
+// --- Redundancy role.
+
+void Agent::standbyModeIs(bool standbyMode) {
+   if (standbyMode == standbyMode_)
+      return;
+   standbyMode_ = standbyMode;
+   handleStandbyMode();
+}
+
+void Agent::handleStandbyMode() {
+   KEM_TRACE(agentTrace, 8, "handleStandbyMode " << standbyMode_);
+   if (standbyMode_) {
+      KEM_TRACE(agentTrace, 0, "handleStandbyMode with standbyMode=true: nothing to be done here");
+      return;
+   }
+   KEM_TRACE(agentTrace, 0,
+             "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
+   if (!activeRole_)
+      activeRole_ = std::make_unique<ActiveRole>(*this);
+}
+
+// --- Boot stages.
+
+void Agent::doStage(std::string const& stageClass, std::string const& stage) {
+   if (stageClass != bootStageClass)
+      return;
+   KEM_TRACE(agentTrace, 3, "doStage " << stage);
+   if (stage == "NetworkAgent") {
+      bootStagesHelper_->doStageComplete(stage);
+   } else if (stage == "ErrdisableStatusUpdate") {
+      if (!standbyMode_)
+         activeRole_->makeReloadDownCause();
+      bootStagesHelper_->doStageComplete(stage);
+   } else if (stage == "VornStatusUpdate") {
+      oxaState_->vornStatusUpdateIs(true);
+   } else if (stage == "VornSubIntfUp") {
+      oxaState_->vornSubIntfUpIs(true);
+   } else if (stage == "DownLinksUpdate") {
+      oxaState_->vornDownLinksUpdateIs(true);
+   } else {
+      KEM_ASSERT(0);
+   }
+}
+
+} // namespace Vorn
+
+extern "C" AgentBase::CAgent* agentModuleFactory(char const* agentName) {
+   return Vorn::agentFactory(agentName).release();
+}

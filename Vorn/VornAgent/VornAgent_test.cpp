@@ -1,0 +1,416 @@
+#include "Vorn/VornAgent/VornAgent.h"
+
+#include "Kem/Dir.h"
+#include "Kem/Trace.h"
+#include "Vorn/VornAgent/Mounts.h"
+#include "Vorn/testing/TestSwitch.h"
+#include "Zivlog/Zivlog.h"
+#include "records/Bridging/Input/Config.h"
+#include "records/Interface/SubIntfStatusDir.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/if_vlan.h>
+#include <sys/resource.h>
+
+namespace {
+
+using Redundancy::RedundancyMode;
+using Redundancy::RedundancyProtocol;
+using testing::Contains;
+using Vorn::TestSwitch;
+
+constexpr char redundancyPath[] = "cell/1/redundancy/status";
+constexpr char causePath[] = "interface/errdisable/cause/hitless-reload-down";
+constexpr char ethPath[] = "bridging/input/config/eth";
+constexpr char stagePath[] = "cell/1/stage/boot/status";
+constexpr char stageConfigPath[] = "cell/1/stage/boot/config/inputDir/Vorn";
+
+struct VornAgentTest : testing::Test {
+   void roleIs(unsigned protocol, unsigned mode) {
+      auto const redundancy = sw.publish<Redundancy::RedundancyStatus>(redundancyPath);
+      redundancy->protocolIs(static_cast<RedundancyProtocol>(protocol));
+      redundancy->modeIs(static_cast<RedundancyMode>(mode));
+      TestSwitch::run();
+   }
+   void hitlessBoot(bool isValid, Oxa::HitlessBootMode mode) {
+      auto const status = sw.publish<Oxa::OxaStatus>("oxa/hardware/status");
+      status->hitlessBootValidIs(isValid);
+      status->hitlessBootModeIs(mode);
+      TestSwitch::run();
+   }
+   unsigned ethPriority() { return sw.publish<Bridging::Input::Config>(ethPath)->switchIntfConfigPriority(); }
+   void reachStage(char const* stage) {
+      sw.publish<Stage::Status>(stagePath)->stageIs(stage);
+      TestSwitch::run();
+   }
+   bool isStageComplete(char const* stage) {
+      return sw.publish<Stage::AgentConfig>(stageConfigPath)->stageComplete(stage) != nullptr;
+   }
+   // What the agent itself has traced, on all levels, since it was asked last.
+   static std::vector<std::string> traced() { return std::exchange(theLines, {}); }
+   VornAgentTest() {
+      theLines.clear();
+      Kem::traceSettingIs("Vorn/0-9");
+      Kem::traceToStandardErrorIs(false);
+      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
+   }
+   ~VornAgentTest() override {
+      Kem::traceSinkIs(nullptr);
+      Kem::traceToStandardErrorIs(true);
+      Kem::traceSettingIs("");
+   }
+   static inline std::vector<std::string> theLines;
+   TestSwitch sw;
+};
+
+// --- Mounts.
+
+TEST_F(VornAgentTest, asksFor57MountsThatAllStandInTheSkeleton) {
+   auto const mounts = Vorn::agentMounts("cell/1");
+   ASSERT_EQ(mounts.size(), 57u);
+   sw.startAgent();
+   for (auto const& mount : mounts) {
+      auto const entity = sw.agentManager->getEntity(mount.path);
+      ASSERT_TRUE(entity) << mount.path;
+      EXPECT_EQ(entity->typeInfo().name, mount.type) << mount.path;
+      EXPECT_EQ(entity->isWritable(), mount.isWritable()) << mount.path;
+   }
+}
+
+TEST_F(VornAgentTest, mountsWhatItNeverFetchesToo) {
+   auto const mounts = Vorn::agentMounts("cell/1");
+   EXPECT_EQ(mounts[10].path, "interface/config/eth/phy/slice");
+   EXPECT_EQ(mounts[12].path, "interface/status/eth/phy/slice");
+   EXPECT_EQ(mounts[16].path, "interface/counter/eth/phy");
+   EXPECT_EQ(mounts[32].path, "cell/1/interface/status/eth/vlan/local");
+   EXPECT_EQ(mounts[55].path, "cell/1/agent/startupStatus/Vorn");
+   EXPECT_EQ(mounts[52].mode, "wcf");
+}
+
+TEST_F(VornAgentTest, sharedMemoryTableIsNoneOfTheMounts) {
+   for (auto const& mount : Vorn::agentMounts("cell/1"))
+      EXPECT_NE(mount.path, "bridging/status");
+}
+
+TEST_F(VornAgentTest, pathThatIsNotMountedGivesNull) {
+   sw.startAgent();
+   EXPECT_FALSE(sw.agentManager->getEntity("ordel/config"));
+   EXPECT_FALSE(sw.agentManager->getEntity("no/such/path"));
+   EXPECT_FALSE(sw.agentManager->entity<Oxa::OxaStatus>("bridging/config")) << "the cast to another type";
+}
+
+// --- Factory.
+
+TEST_F(VornAgentTest, factoryHandsOverTheOneReference) {
+   auto const agent = Vorn::agentFactory("Vorn");
+   EXPECT_EQ(agent->references(), 1u);
+   EXPECT_EQ(agent->name(), Kem::Name("Vorn"));
+   EXPECT_FALSE(agent->standbyMode());
+   EXPECT_STREQ(agent->fwkType(), "Vorn::Agent");
+   EXPECT_STREQ(agent->attributeString(1), "standbyMode");
+   EXPECT_EQ(agent->attributeString(200), nullptr);
+}
+
+// --- Fabric device.
+
+TEST_F(VornAgentTest, fabricDeviceIsFabricUnlessTheEnvironmentSaysOtherwise) {
+   unsetenv("FABRIC_DEVICE_NAME");
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->fabricDeviceName(), "fabric");
+   sw.stopAgent();
+   setenv("FABRIC_DEVICE_NAME", "", 1);
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->fabricDeviceName(), "");
+   sw.stopAgent();
+   setenv("FABRIC_DEVICE_NAME", "fab1", 1);
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->fabricDeviceName(), "fab1");
+   unsetenv("FABRIC_DEVICE_NAME");
+}
+
+// --- Redundancy role.
+
+TEST_F(VornAgentTest, anyProtocolButHotStandbyIsActiveWhateverTheMode) {
+   roleIs(2, 1);
+   sw.startAgent();
+   EXPECT_FALSE(sw.agent->standbyMode());
+   EXPECT_TRUE(sw.agent->reloadDownErrdisableCauseStatus());
+   EXPECT_TRUE(sw.agent->dynVlanSrcTable());
+   EXPECT_EQ(ethPriority(), 10u);
+}
+
+TEST_F(VornAgentTest, hotStandbyWithMode5IsActiveAndFallingBackTearsNothingDown) {
+   roleIs(3, 5);
+   sw.startAgent();
+   EXPECT_FALSE(sw.agent->standbyMode());
+   auto const table = sw.agent->dynVlanSrcTable();
+   EXPECT_TRUE(table);
+   roleIs(3, 4);
+   EXPECT_TRUE(sw.agent->standbyMode());
+   EXPECT_EQ(sw.agent->dynVlanSrcTable(), table);
+   EXPECT_EQ(ethPriority(), 10u);
+}
+
+TEST_F(VornAgentTest, supervisorThatBecomesActiveAgainKeepsWhatItHas) {
+   roleIs(3, 5);
+   sw.startAgent();
+   auto const table = sw.agent->dynVlanSrcTable();
+   auto const aggregate = sw.agent->intfAggrStatus();
+   roleIs(3, 4);
+   roleIs(3, 5);
+   EXPECT_FALSE(sw.agent->standbyMode());
+   EXPECT_EQ(sw.agent->dynVlanSrcTable(), table);
+   EXPECT_EQ(sw.agent->intfAggrStatus(), aggregate);
+}
+
+TEST_F(VornAgentTest, roleIsTraced) {
+   roleIs(3, 4);
+   sw.startAgent();
+   EXPECT_THAT(traced(), Contains("handleStandbyMode with standbyMode=true: nothing to be done here"));
+   roleIs(3, 5);
+   EXPECT_THAT(traced(), Contains("handleStandbyMode with standbyMode=false: initializing the rest of Vorn's "
+                                  "state machines"));
+}
+
+TEST_F(VornAgentTest, recordsOfTheProcessAreToldApartByName) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->privateVlanLibState()->name(), "privateVlanLibState");
+   EXPECT_EQ(sw.agent->netNsCollection()->name(), "kns");
+   EXPECT_EQ(sw.agent->dynVlanIntfList()->name(), "DynVlanIntfListForVornAgent");
+   EXPECT_EQ(sw.agent->kernelNetworkInfoRoot()->name(), "kni");
+   EXPECT_EQ(sw.agent->intfAggrStatus()->name(), "intfAggrStatus");
+   EXPECT_EQ(sw.agent->oxaState()->name(), "OxaState");
+}
+
+TEST_F(VornAgentTest, standbyMakesNothingOfTheActiveRole) {
+   roleIs(3, 4);
+   sw.startAgent();
+   EXPECT_TRUE(sw.agent->standbyMode());
+   EXPECT_FALSE(sw.agent->reloadDownErrdisableCauseStatus());
+   EXPECT_FALSE(sw.agent->dynVlanSrcTable());
+   EXPECT_FALSE(sw.agent->plazeBridgingStatus());
+   EXPECT_TRUE(sw.agent->bootStagesHelper());
+   EXPECT_EQ(ethPriority(), 0u);
+}
+
+TEST_F(VornAgentTest, switchoverMakesTheActiveRoleButNotWhatIsDecidedAtStart) {
+   roleIs(3, 4);
+   sw.startAgent();
+   roleIs(3, 5);
+   EXPECT_FALSE(sw.agent->standbyMode());
+   EXPECT_TRUE(sw.agent->dynVlanSrcTable());
+   EXPECT_EQ(ethPriority(), 10u);
+   EXPECT_FALSE(sw.agent->plazeBridgingStatus());
+   EXPECT_FALSE(sw.agent->bridgingStatus());
+   EXPECT_FALSE(sw.agent->counterDir());
+   EXPECT_EQ(sw.publish<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDirPath(),
+             Kem::String8(""));
+}
+
+TEST_F(VornAgentTest, activeAtStartMountsTheSharedMemoryTables) {
+   sw.startAgent();
+   EXPECT_THAT(traced(), Contains("Plaze::Bridging::Status initialized as keyshadow"));
+   EXPECT_TRUE(sw.agent->plazeBridgingStatus());
+   EXPECT_TRUE(sw.agent->counterDir());
+   ASSERT_TRUE(sw.agent->bridgingStatus());
+   EXPECT_EQ(sw.agentManager->entity<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDir(),
+             Kem::Ptr<Kem::Entity>(sw.agent->counterDir()));
+   EXPECT_EQ(Kem::Ptr<Kem::Entity>(sw.agent->bridgingStatus()), Kem::singleton("Bridging::Status"));
+   TestSwitch::run();
+   EXPECT_EQ(sw.publish<Interface::SubIntfStatusDir>("interface/status/subintf")->counterDirPath(),
+             Kem::String8("/sys/Plaze/interface/counter/subintf/current"));
+}
+
+TEST_F(VornAgentTest, cannotRunWithoutTheCommandLineInput) {
+   sw.publish<Kem::Dir>("bridging/input/config")->entityPtrDel("cli");
+   TestSwitch::run();
+   EXPECT_DEATH(sw.startAgent(), "Assertion \"cliInput\" failed");
+}
+
+// --- Start-up mode.
+
+TEST_F(VornAgentTest, startIsHitlessOnlyWhenTheReloadIsDecidedAndHitless) {
+   struct Case {
+      bool isValid;
+      Oxa::HitlessBootMode mode;
+      int startupMode;
+   };
+   for (auto const& c :
+        {Case{false, Oxa::HitlessBootMode::bootHitless, 1}, Case{true, Oxa::HitlessBootMode::bootHitfull, 1},
+         Case{true, Oxa::HitlessBootMode::bootHitless, 2}}) {
+      hitlessBoot(c.isValid, c.mode);
+      sw.startAgent();
+      EXPECT_EQ(static_cast<int>(sw.agent->startupModeStatus()->startupMode()), c.startupMode);
+      EXPECT_EQ(static_cast<bool>(sw.agent->oxaState()), c.startupMode == 2);
+      EXPECT_EQ(sw.agent->startupModeConfig()->startupComplete(), c.startupMode == 2);
+      sw.stopAgent();
+   }
+}
+
+TEST_F(VornAgentTest, hitfullStartReleasesThePortsThatAReloadLeftDown) {
+   auto const cause = sw.publish<Errdisable::CauseStatus>(causePath);
+   cause->intfStatusIs(Sulvi::IntfId("Ethernet7"), 12.5);
+   TestSwitch::run();
+   sw.startAgent();
+   EXPECT_TRUE(cause->intfStatus().empty());
+   EXPECT_THAT(traced(), Contains("doMountsComplete hitless-reload-down errdisabled interfaces present. "
+                                  "Re-enabling."));
+}
+
+TEST_F(VornAgentTest, hitlessStartKeepsThePortsThatTheReloadLeftDown) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   auto const cause = sw.publish<Errdisable::CauseStatus>(causePath);
+   cause->intfStatusIs(Sulvi::IntfId("Ethernet7"), 12.5);
+   TestSwitch::run();
+   sw.startAgent();
+   EXPECT_EQ(cause->intfStatus().size(), 1u);
+}
+
+TEST_F(VornAgentTest, standbyStartLeavesThePortsThatAReloadLeftDown) {
+   roleIs(3, 4);
+   auto const cause = sw.publish<Errdisable::CauseStatus>(causePath);
+   cause->intfStatusIs(Sulvi::IntfId("Ethernet7"), 12.5);
+   TestSwitch::run();
+   sw.startAgent();
+   EXPECT_EQ(cause->intfStatus().size(), 1u);
+}
+
+// --- Boot stages.
+
+TEST_F(VornAgentTest, completesTheStagesOfAnOrdinaryBootAtOnce) {
+   sw.startAgent();
+   for (char const* stage : {"NetworkAgent", "ErrdisableStatusUpdate"}) {
+      EXPECT_FALSE(isStageComplete(stage));
+      reachStage(stage);
+      EXPECT_TRUE(isStageComplete(stage)) << stage;
+   }
+   EXPECT_EQ(sw.publish<Stage::AgentConfig>(stageConfigPath)->waitForStage().size(), 2u);
+}
+
+TEST_F(VornAgentTest, standbyCompletesTheErrdisableStageToo) {
+   roleIs(3, 4);
+   sw.startAgent();
+   reachStage("ErrdisableStatusUpdate");
+   EXPECT_TRUE(isStageComplete("ErrdisableStatusUpdate"));
+}
+
+TEST_F(VornAgentTest, hitlessStartTakesPartInFiveStagesAndMarksThoseOfTheReload) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   sw.startAgent();
+   EXPECT_EQ(sw.publish<Stage::AgentConfig>(stageConfigPath)->waitForStage().size(), 5u);
+   EXPECT_FALSE(sw.agent->oxaState()->vornStatusUpdate());
+   reachStage("VornStatusUpdate");
+   EXPECT_TRUE(sw.agent->oxaState()->vornStatusUpdate());
+   reachStage("VornSubIntfUp");
+   EXPECT_TRUE(sw.agent->oxaState()->vornSubIntfUp());
+   reachStage("DownLinksUpdate");
+   EXPECT_TRUE(sw.agent->oxaState()->vornDownLinksUpdate());
+}
+
+TEST_F(VornAgentTest, stageOfAnotherClassIsIgnored) {
+   sw.startAgent();
+   sw.agent->doStage("shutdownStageClass", "NetworkAgent");
+   sw.agent->doStage("shutdownStageClass", "NoSuchStage");
+   TestSwitch::run();
+   EXPECT_FALSE(isStageComplete("NetworkAgent"));
+}
+
+TEST_F(VornAgentTest, unknownStageOfTheBootClassIsAnAssertion) {
+   sw.startAgent();
+   EXPECT_DEATH(sw.agent->doStage("bootStageClass", "NoSuchStage"), "Assertion \"0\" failed");
+}
+
+// --- Kernel sockets.
+
+// Leaves room for so many more descriptors.
+void descriptorsLeftIs(unsigned count) {
+   int const next = fcntl(0, F_DUPFD, 0);
+   close(next);
+   rlimit const limit{static_cast<rlim_t>(next) + count, static_cast<rlim_t>(next) + count};
+   setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST_F(VornAgentTest, cannotRunWithoutItsKernelSockets) {
+   sw.startAgent();
+   auto const start = [&](unsigned descriptors) {
+      descriptorsLeftIs(descriptors);
+      sw.agent->doMountsComplete({}, *sw.agentManager);
+   };
+   EXPECT_DEATH(start(0), "Assertion \"fd >= 0\" failed");
+   EXPECT_DEATH(start(1), "Assertion \"netlinkFd >= 0\" failed");
+}
+
+// A kernel that refuses, and keeps what it was asked.
+int theAskedFd;
+unsigned long theRequest;
+vlan_ioctl_args theVlanArgs;
+int refusingKernel(int fd, unsigned long request, ...) {
+   va_list rest;
+   va_start(rest, request);
+   theAskedFd = fd;
+   theRequest = request;
+   theVlanArgs = *va_arg(rest, vlan_ioctl_args const*);
+   va_end(rest);
+   return -1;
+}
+
+TEST_F(VornAgentTest, vlanDevicesAreNamedByTheirNumberWithoutPadding) {
+   Vorn::Agent::setVlanDeviceNameType(7, refusingKernel);
+   EXPECT_EQ(theAskedFd, 7);
+   EXPECT_EQ(theRequest, 35203u);
+   EXPECT_EQ(theVlanArgs.cmd, 6);
+   EXPECT_EQ(theVlanArgs.u.name_type, 2u);
+   // All other bytes are zero.
+   theVlanArgs.cmd = 0;
+   theVlanArgs.u.name_type = 0;
+   vlan_ioctl_args const zeros{};
+   EXPECT_EQ(std::memcmp(&theVlanArgs, &zeros, sizeof zeros),
+             0); // NOLINT(bugprone-suspicious-memory-comparison)
+}
+
+TEST_F(VornAgentTest, failureToNameVlanDevicesIsIgnored) {
+   Vorn::Agent::setVlanDeviceNameType(-1);
+   sw.startAgent();
+   EXPECT_GE(sw.agent->socketFd(), 0);
+   EXPECT_GE(sw.agent->netlinkFd(), 0);
+}
+
+// --- Trace file.
+
+TEST_F(VornAgentTest, traceFileBearsTheProcessNumberUnlessAFolderIsGiven) {
+   EXPECT_EQ(Vorn::Agent::traceFileName("Vorn", false), "Vorn-%d.zv");
+   EXPECT_EQ(Vorn::Agent::traceFileName("Vorn", true), "Vorn.zv");
+}
+
+TEST_F(VornAgentTest, traceFileIsOpenedAtTheEndOfTheStartUnlessItIsTurnedOff) {
+   std::filesystem::path const folder = testing::TempDir() + "/vorn-zivlog-" + std::to_string(getpid());
+   std::filesystem::create_directory(folder);
+   setenv("ZIVLOGDIR", folder.c_str(), 1);
+   sw.startAgent(); // the environment of the tests turns it off
+   EXPECT_FALSE(std::filesystem::exists(folder / "Vorn.zv"));
+   sw.stopAgent();
+   unsetenv("ZIVLOG_DISABLE");
+   sw.startAgent();
+   EXPECT_TRUE(std::filesystem::exists(folder / "Vorn.zv"));
+   Zivlog::close();
+   setenv("ZIVLOG_DISABLE", "1", 1);
+   unsetenv("ZIVLOGDIR");
+   std::filesystem::remove_all(folder);
+}
+
+// --- Attribute log.
+
+TEST_F(VornAgentTest, measuresTheSocketThatItsLogIsWrittenTo) {
+   sw.startAgent();
+   EXPECT_EQ(sw.agent->attrLogCheck().attrLogSockFd(), sw.agentManager->attributeLog()->socketFd());
+   EXPECT_GT(sw.agent->attrLogCheck().attrLogKernBufferThreshold(), 0);
+   EXPECT_TRUE(sw.agent->isAttrLogReady());
+}
+
+} // namespace

@@ -1,0 +1,332 @@
+// The world of the tests of bridging: records of this process, and a BridgingConfigSm and an InputSelectorSm
+// that their factories made of them, on one loop with virtual time. No database and no agent.
+//
+//    TestBridge bridge;                       // inputs "cli" (priorities 100) and "eth" (10), both empty
+//    bridge.vlan(10);                         // asked for by the command line
+//    bridge.access("Ethernet1", 10);
+//    bridge.start();                          // both state machines, settled
+//    EXPECT_EQ(bridge.mode("Ethernet1"), "access 10");
+//    EXPECT_EQ(bridge.membership(10, "Ethernet1"), "untagged");
+//
+//    bridge.intf("Ethernet2");                // an interface; it gets a default record in "eth"
+//    bridge.routed("Ethernet3");              // no switchport, and up: takes an internal VLAN
+//    bridge.publish("mvrp", 200).vlan(20);    // another publisher, who now wins
+//    bridge.run();                            // until nothing is left to do
+//    bridge.advance(10);                      // seconds
+//
+// All records are public: to be set before start() as a previous run left them, and to be tampered with
+// afterwards, which shows whether something is worked out anew. TestTrace keeps what the state machines
+// trace. Nothing here judges: tests compare what the verbs return. One world at a time: it owns the clock.
+#pragma once
+
+#include "Kem/Activity.h"
+#include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/CpuPort.h"
+#include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/Selection/InputSelectorSm.h"
+#include "records/Interface/VlanIntfConfig.h"
+#include "records/PrivateVlanLib/PrimaryVlanState.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Vorn {
+
+// One publisher, and what it asks for.
+struct TestInput {
+   Kem::Ptr<Bridging::Input::Config> record;
+
+   Kem::Ptr<Bridging::Input::VlanConfig> vlan(uint16_t vlanId) const { return record->vlanConfigIs(vlanId); }
+   void vlanDel(uint16_t vlanId) const { record->vlanConfigDel(vlanId); }
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> port(Sulvi::IntfId intfId) const {
+      return record->switchIntfConfigIs(intfId);
+   }
+   void portDel(Sulvi::IntfId intfId) const { record->switchIntfConfigDel(intfId); }
+   void prioritiesAre(uint32_t priority) const {
+      record->vlanConfigPriorityIs(priority);
+      record->switchIntfConfigPriorityIs(priority);
+   }
+};
+
+class TestBridge {
+  public:
+   using Mode = Bridging::Input::SwitchportMode;
+   static constexpr uint32_t cliPriority = 100;
+   static constexpr Kem::Seconds startTime = 1000.0;
+
+   TestBridge() {
+      place("cli", cli);
+      TestInput{cli}.prioritiesAre(cliPriority);
+      place("eth", eth);
+      eth->switchIntfConfigPriorityIs(10);
+   }
+   ~TestBridge() { stop(); }
+
+   // --- Life.
+   BridgingConfigInputs bridgingInputs() const {
+      return {
+          .configIn = eth,
+          .allSwitchIntfConfigs = allSwitchIntfConfigs,
+          .fdbConfigDir = fdbConfigDir,
+          .config = config,
+          .vlanIntfConfig = vlanIntfConfig,
+          .dynVlanIntfList = dynVlanIntfList,
+          .ethIntfConfigDir = ethIntfConfigDir,
+          .dynAllowedVlanDir = dynAllowedVlanDir,
+          .dynVlanDir = dynVlanDir,
+          .dynVlanSrcTable = dynVlanSrcTable,
+          .noInternalVlanIdCauseStatus = cause,
+          .recoveryTimer = Kem::ActivityFacility::clock(),
+          .cliConfig = cli,
+          .privateVlanLibState = privateVlans,
+          .attrLogCheck = attrLogCheck,
+          .ethIntfStatusDir = ethIntfStatusDir,
+      };
+   }
+   InputSelectorInputs selectorInputs() const {
+      return {
+          .inputDir = inputDir,
+          .bridgingConfigSm = sm,
+          .ethIntfConfigDir = ethIntfConfigDir,
+          .bridgingInputEth = eth,
+          .allSwitchIntfConfigDir = allSwitchIntfConfigs,
+          .fdbConfigDir = fdbConfigDir,
+          .bridgingConfig = config,
+          .cliConfig = cli,
+          .bridgingHwCapabilities = hwCapabilities,
+      };
+   }
+   void start() {
+      startBridgingOnly();
+      startSelector();
+      run();
+   }
+   // The two halves of start(), for what happens between.
+   void startBridgingOnly() { sm = bridgingConfigSmFactory(bridgingInputs()); }
+   void startSelector() { selector = inputSelectorSmFactory(selectorInputs()); }
+   // The state machines go as they do with their process; what they wrote stands.
+   void stop() {
+      selector = nullptr;
+      sm = nullptr;
+   }
+   static void run() { Kem::activityManager()->runUntilIdle(); }
+   static void turn() { Kem::activityManager()->runTurn(); }
+   static void advance(Kem::Seconds duration) { Kem::activityManager()->advance(duration); }
+
+   // --- Publishers.
+   // The input of that name, made with priorities of 0 where there is none.
+   TestInput input(Kem::Name const& name) {
+      auto standing = inputDir->entity<Bridging::Input::Config>(name);
+      if (!standing) {
+         standing = Bridging::Input::Config::make();
+         place(name, standing);
+      }
+      return {standing};
+   }
+   // The same, raised to that priority once the selector knows of it.
+   TestInput publish(Kem::Name const& name, uint32_t priority) {
+      auto const result = input(name);
+      run();
+      result.prioritiesAre(priority);
+      return result;
+   }
+   void withdraw(Kem::Name const& name) { inputDir->entityPtrDel(name); }
+   // Of the command line:
+   Kem::Ptr<Bridging::Input::VlanConfig> vlan(uint16_t vlanId) { return TestInput{cli}.vlan(vlanId); }
+   void vlanDel(uint16_t vlanId) { TestInput{cli}.vlanDel(vlanId); }
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> port(Sulvi::IntfId intfId) {
+      return TestInput{cli}.port(intfId);
+   }
+   void portDel(Sulvi::IntfId intfId) { TestInput{cli}.portDel(intfId); }
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> access(Sulvi::IntfId intfId, uint16_t vlanId) {
+      auto const record = port(intfId);
+      record->switchportModeIs(Mode::access_);
+      record->accessVlanIs(vlanId);
+      return record;
+   }
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> trunk(Sulvi::IntfId intfId, char const* allowed = "1-4094",
+                                                     uint16_t nativeVlan = 1) {
+      auto const record = port(intfId);
+      record->switchportModeIs(Mode::trunk_);
+      record->trunkAllowedVlansIs(allowed);
+      record->trunkNativeVlanIs(nativeVlan);
+      return record;
+   }
+   Kem::Ptr<Bridging::Input::SwitchIntfConfig> routed(Sulvi::IntfId intfId) {
+      intf(intfId);
+      forwardingModelIs(intfId, 5);
+      auto const record = port(intfId);
+      record->enabledIs(false);
+      return record;
+   }
+   void internalVlansAre(uint16_t min, uint16_t max, uint8_t policy = 0) {
+      cli->internalVlanRangeIs({.min = min, .max = max});
+      cli->internalVlanAllocationPolicyIs(static_cast<Bridging::InternalVlanAllocationPolicy>(policy));
+   }
+
+   // --- Interfaces.
+   Kem::Ptr<Interface::EthIntfConfig> intf(Sulvi::IntfId intfId) {
+      return ethIntfConfigDir->intfConfigIs(intfId);
+   }
+   void enabledStateLocalIs(Sulvi::IntfId intfId, unsigned state) {
+      intf(intfId)->enabledStateLocalIs(static_cast<Interface::EnabledState>(state));
+   }
+   void forwardingModelIs(Sulvi::IntfId intfId, unsigned model) {
+      ethIntfStatusDir->intfStatusIs(intfId)->forwardingModelIs(
+          static_cast<Interface::IntfForwardingModel>(model));
+   }
+   Kem::Ptr<Interface::VlanIntfConfig> vlanIntf(uint16_t vlanId) {
+      return vlanIntfConfig->intfConfigIs(vlanIntfIdOf(vlanId));
+   }
+   // The same of a dynamic source.
+   Kem::Ptr<Interface::VlanIntfConfig> dynVlanIntf(uint16_t vlanId) {
+      auto const record = Interface::VlanIntfConfig::make(vlanIntfIdOf(vlanId));
+      dynVlanIntfList->intfConfigIs(record);
+      return record;
+   }
+
+   // --- Private VLANs: the role in what the command line asks for, and what the library makes of it.
+   void primaryVlan(uint16_t primary, std::vector<uint16_t> const& secondaries) {
+      vlan(primary);
+      auto const state = privateVlans->primaryVlanIs(primary);
+      for (auto const secondary : secondaries) {
+         Bridging::VlanTypeAndPrimaryVlan const role{.vlanType = Bridging::VlanType::secondary_,
+                                                     .primaryVlan = primary};
+         vlan(secondary)->vlanTypeAndPrimaryVlanIs(role);
+         state->secondaryVlanIs(secondary, true);
+         privateVlans->vlanTypeAndPrimaryVlanIs(secondary, role);
+      }
+   }
+
+   // --- What came out; null or empty when there is nothing.
+   Kem::Ptr<Bridging::VlanConfig> resolvedVlan(uint16_t vlanId) const { return config->vlanConfig(vlanId); }
+   Kem::Ptr<Bridging::SwitchIntfConfig> resolvedPort(Sulvi::IntfId intfId) const {
+      return config->switchIntfConfig(intfId);
+   }
+   std::vector<uint16_t> resolvedVlans() const {
+      std::vector<uint16_t> numbers;
+      config->vlanConfig().forEach([&](Bridging::VlanId vlanId, auto const&) { numbers.push_back(vlanId); });
+      std::sort(numbers.begin(), numbers.end());
+      return numbers;
+   }
+   // "access 10": mode in effect and native VLAN.
+   std::string mode(Sulvi::IntfId intfId) const {
+      static constexpr char const* names[] = {"access", "trunk", "dot1qTunnel", "tap", "tool", "routed"};
+      auto const port = resolvedPort(intfId);
+      if (!port)
+         return {};
+      auto const resolved = port->switchportModeAndNativeVlan();
+      return std::string(names[static_cast<size_t>(resolved.switchportMode)]) + " " +
+             std::to_string(resolved.nativeVlan.value());
+   }
+   // "tagged" or "untagged", and then "mapped", and "rx" or "tx" where it is not both: "untagged mapped tx".
+   std::string membership(uint16_t vlanId, Sulvi::IntfId intfId) const {
+      static constexpr char const* directions[] = {"", " rx", " tx"};
+      auto const vlan = resolvedVlan(vlanId);
+      auto const* const member = vlan ? vlan->intf(intfId) : nullptr;
+      if (!member)
+         return {};
+      return std::string(member->tagged ? "tagged" : "untagged") + (member->mappedUntagged ? " mapped" : "") +
+             directions[static_cast<size_t>(member->direction)];
+   }
+   // The VLANs that the port is a member of.
+   std::vector<uint16_t> vlansOf(Sulvi::IntfId intfId) const {
+      auto numbers = resolvedVlans();
+      std::erase_if(numbers, [&](uint16_t n) { return !resolvedVlan(n)->intf(intfId); });
+      return numbers;
+   }
+   // Since when the port waits for an internal VLAN.
+   std::optional<Kem::Seconds> waitingSince(Sulvi::IntfId intfId) const {
+      auto const* const time = cause->intfStatus().find(intfId);
+      return time ? std::optional(*time) : std::nullopt;
+   }
+   // The state machine of the port; null when there is none.
+   Kem::Ptr<SwitchIntfSm> portSm(Sulvi::IntfId intfId) const { return sm->switchIntfSm(intfId); }
+
+   void place(Kem::Name const& name, Kem::Ptr<Bridging::Input::Config> const& record) {
+      record->nameIs(name);
+      inputDir->entityPtrIs(record);
+   }
+
+  private:
+   Kem::VirtualTime time_{startTime};
+
+  public:
+   Kem::Ptr<Kem::Dir> inputDir = Kem::Dir::make("config");
+   Kem::Ptr<Bridging::Input::CliConfig> cli = Bridging::Input::CliConfig::make();
+   Kem::Ptr<Bridging::Input::Config> eth = Bridging::Input::Config::make();
+   Kem::Ptr<Bridging::HwCapabilities> hwCapabilities = Bridging::HwCapabilities::make();
+   Kem::Ptr<Bridging::SwitchIntfConfigDir> allSwitchIntfConfigs = Bridging::SwitchIntfConfigDir::make();
+   Kem::Ptr<Bridging::FdbConfigDir> fdbConfigDir = Bridging::FdbConfigDir::make();
+   Kem::Ptr<Bridging::Config> config = Bridging::Config::make();
+   Kem::Ptr<Interface::VlanIntfConfigDir> vlanIntfConfig = Interface::VlanIntfConfigDir::make();
+   Kem::Ptr<DynVlanIntfList> dynVlanIntfList = DynVlanIntfList::make();
+   Kem::Ptr<Interface::EthIntfConfigDir> ethIntfConfigDir = Interface::EthIntfConfigDir::make();
+   Kem::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir = Interface::EthIntfStatusDir::make();
+   Kem::Ptr<Kem::Dir> dynAllowedVlanDir = Kem::Dir::make("allowedvlan");
+   Kem::Ptr<Kem::Dir> dynVlanDir = Kem::Dir::make("vlan");
+   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make();
+   Kem::Ptr<Errdisable::CauseStatus> cause = Errdisable::CauseStatus::make();
+   Kem::Ptr<PrivateVlanLib::LibState> privateVlans = PrivateVlanLib::LibState::make();
+   AttrLogCheck* attrLogCheck = nullptr; // which the deferred stages ask for room; null is always ready
+
+   Kem::Ptr<BridgingConfigSm> sm;
+   Kem::Ptr<InputSelectorSm> selector;
+};
+
+// While it stands, it keeps what the agent's facilities trace on all levels, and keeps it off standard error.
+class TestTrace {
+  public:
+   struct Line {
+      int level;
+      std::string text;
+   };
+
+   TestTrace() {
+      theLines.clear();
+      Kem::traceSettingIs("Vorn*/0-9");
+      Kem::traceToStandardErrorIs(false);
+      Kem::traceSinkIs([](Kem::TraceLine const& line) {
+         theLines.push_back({line.level, std::string(line.text)});
+      });
+   }
+   ~TestTrace() {
+      Kem::traceSinkIs(nullptr);
+      Kem::traceToStandardErrorIs(true);
+      Kem::traceSettingIs("");
+   }
+   void clear() { theLines.clear(); }
+   // How many lines have the text as a part, or as the whole.
+   static size_t count(std::string_view part) {
+      return static_cast<size_t>(std::count_if(theLines.begin(), theLines.end(), [&](Line const& line) {
+         return line.text.find(part) != std::string::npos;
+      }));
+   }
+   static bool has(std::string_view part) { return count(part) != 0; }
+   // The level of the first line that has it; -1 for none.
+   static int level(std::string_view part) {
+      for (auto const& line : theLines)
+         if (line.text.find(part) != std::string::npos)
+            return line.level;
+      return -1;
+   }
+   // The texts that begin so, in order.
+   static std::vector<std::string> from(std::string_view start) {
+      std::vector<std::string> texts;
+      for (auto const& line : theLines)
+         if (line.text.starts_with(start))
+            texts.push_back(line.text);
+      return texts;
+   }
+
+  private:
+   static inline std::vector<Line> theLines;
+};
+
+} // namespace Vorn

@@ -1,0 +1,382 @@
+#include "Ordel/client/Connection.h"
+
+#include "Kem/Activity.h"
+#include "Kem/Assert.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Ordel {
+
+namespace {
+
+constexpr size_t readBytes = 256u << 10;
+
+} // namespace
+
+Connection::Connection(Records::Schema const& schema, std::string name, Role role)
+    : schema_(schema), name_(std::move(name)), role_(role) {}
+
+Connection::~Connection() {
+   isWatchedIs(false);
+   close();
+}
+
+std::string Connection::defaultSocketPath() {
+   char const* const path = std::getenv("ORDEL_SOCKET");
+   return path && *path ? path : "/run/vorn/ordel.sock";
+}
+
+// --- Connecting
+
+bool Connection::connect(std::string const& socketPath, std::string& error) {
+   KEM_ASSERT(!isConnected());
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   if (socketPath.empty() || socketPath.size() >= sizeof address.sun_path) {
+      error =
+          socketPath + ": a socket's path has 1 to " + std::to_string(sizeof address.sun_path - 1) + " bytes";
+      return false;
+   }
+   std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
+   int const socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+   if (socket < 0 || ::connect(socket, reinterpret_cast<sockaddr const*>(&address), sizeof address) < 0) {
+      error = socketPath + ": " + std::strerror(errno);
+      if (socket >= 0)
+         ::close(socket);
+      return false;
+   }
+
+   socket_ = socket;
+   ++link_;
+   isWelcome_ = false;
+   isRefused_ = false;
+   sequence_ = 0;
+   Wire::Writer& out = output_.begin(Frame::hello);
+   out.u32(protocolMagic);
+   out.u16(protocolVersion);
+   out.u64(schema_.fingerprint);
+   out.string(name_);
+   out.u8(static_cast<uint8_t>(role_));
+   output_.end();
+   if (isWatched_)
+      descriptorIs(socket_);
+   return true;
+}
+
+bool Connection::connectAndWait(std::string const& socketPath, Kem::Seconds timeout, std::string& error) {
+   if (!connect(socketPath, error))
+      return false;
+   isConnecting_ = true;
+   endReason_.clear();
+   uint32_t const link = link_;
+   Kem::Seconds const end = Kem::now() + timeout;
+   while (isConnected() && !isWelcome_ && link == link_) {
+      Kem::Seconds const left = end - Kem::now();
+      if (left <= 0)
+         break;
+      wait(left);
+   }
+   isConnecting_ = false;
+   if (isWelcome_)
+      return true;
+   error = socketPath + ": " + (endReason_.empty() ? "no answer" : endReason_);
+   close();
+   return false;
+}
+
+void Connection::close() {
+   if (socket_ < 0)
+      return;
+   descriptorIs(-1);
+   ::close(std::exchange(socket_, -1));
+   isWelcome_ = false;
+   output_.clear();
+   input_.clear();
+}
+
+void Connection::end(std::string const& reason) {
+   // It may stand in the buffers.
+   std::string const kept = reason; // NOLINT(performance-unnecessary-copy-initialization)
+   close();
+   if (isConnecting_)
+      endReason_ = kept;
+   else
+      onClosed(kept);
+}
+
+// --- Driving
+
+void Connection::isWatchedIs(bool isWatched) {
+   if (isWatched == isWatched_)
+      return;
+   isWatched_ = isWatched;
+   descriptorIs(isWatched ? socket_ : -1);
+   if (isWatched)
+      Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
+   else
+      Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
+}
+
+void Connection::onReadable() {
+   receive();
+}
+
+void Connection::onWritable() {
+   flush();
+}
+
+void Connection::onDeliveryEnd(void* connection) {
+   static_cast<Connection*>(connection)->flush();
+}
+
+bool Connection::wait(Kem::Seconds timeout) {
+   if (!flush())
+      return false;
+   uint64_t const framesBefore = frameCount_;
+   uint32_t const link = link_;
+   Kem::Seconds const end = Kem::now() + timeout;
+   while (isConnected() && link == link_) {
+      pollfd poll{socket_, static_cast<short>(output_.size() > 0 ? POLLIN | POLLOUT : POLLIN), 0};
+      double const milliseconds = std::ceil(std::clamp(end - Kem::now(), 0.0, 1e6) * 1000);
+      int const ready = ::poll(&poll, 1, static_cast<int>(milliseconds));
+      if (ready > 0 && (poll.revents & POLLOUT) && !flush())
+         return false;
+      if (ready > 0 && (poll.revents & ~POLLOUT) && !receive())
+         return false;
+      if (frameCount_ != framesBefore || (isConnected() && !flush()))
+         break;
+      if (Kem::now() >= end)
+         break;
+   }
+   return frameCount_ != framesBefore;
+}
+
+bool Connection::flush() {
+   while (isConnected() && output_.size() > 0) {
+      std::string_view const bytes = output_.view();
+      ssize_t const count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      if (count >= 0) {
+         output_.consumed(static_cast<size_t>(count));
+         continue;
+      }
+      if (errno == EINTR)
+         continue;
+      if (errno == EAGAIN || errno == EWOULDBLOCK)
+         break;
+      // The database may have said why before it closed; what it sent can still be read.
+      int const sendError = errno;
+      output_.clear();
+      uint32_t const link = link_;
+      while (isConnected() && link == link_ && receive()) {
+         pollfd poll{socket_, POLLIN, 0};
+         if (::poll(&poll, 1, 0) <= 0)
+            break;
+      }
+      if (isConnected() && link == link_)
+         end(std::strerror(sendError));
+      return false;
+   }
+   if (isConnected() && isWatched_)
+      wantsWritableIs(output_.size() > 0);
+   return isConnected();
+}
+
+bool Connection::receive() {
+   static thread_local std::string buffer(readBytes, '\0');
+   if (!isConnected())
+      return false;
+   // Taken out while it is in use: a handler may wait for something on this or another connection.
+   std::string bytes = std::move(buffer);
+   bytes.resize(readBytes);
+   uint32_t const link = link_;
+   ssize_t const count = recv(socket_, bytes.data(), bytes.size(), 0);
+   int const receiveError = errno;
+   if (count > 0) {
+      std::string_view const got(bytes.data(), static_cast<size_t>(count));
+      bool const isGood = input_.read(got, [&](Frame frame, std::string_view payload) {
+         ++frameCount_;
+         return takeFrame(frame, payload) && isConnected() && link == link_;
+      });
+      if (!isGood && isConnected() && link == link_)
+         end("the database sent a frame of a size that can't be");
+   } else if (count == 0) {
+      end("the database closed the connection");
+   } else if (receiveError != EAGAIN && receiveError != EWOULDBLOCK && receiveError != EINTR) {
+      end(std::strerror(receiveError));
+   }
+   buffer = std::move(bytes);
+   return isConnected();
+}
+
+// Calls the handler of one frame. False when no more are to be taken.
+bool Connection::takeFrame(Frame frame, std::string_view payload) {
+   Wire::Reader in(payload);
+   switch (frame) {
+   case Frame::welcome: {
+      uint16_t const version = in.u16();
+      uint64_t const fingerprint = in.u64();
+      std::string const systemName(in.string());
+      if (!in.good())
+         break;
+      if (version != protocolVersion || fingerprint != schema_.fingerprint) {
+         isRefused_ = true;
+         end("the database is of another version");
+         return false;
+      }
+      isWelcome_ = true;
+      onWelcome(systemName);
+      return true;
+   }
+   case Frame::refused: {
+      std::string const reason(in.string());
+      isRefused_ = true;
+      end(in.good() && !reason.empty() ? reason : "refused");
+      return false;
+   }
+   case Frame::mounted: {
+      uint32_t const mount = in.u32();
+      uint32_t const node = in.u32();
+      uint16_t const type = in.u16();
+      std::string_view const path = in.string();
+      if (!in.good() || type >= schema_.entities.size())
+         break;
+      onMounted(mount, node, type, path);
+      return true;
+   }
+   case Frame::mountDone: {
+      uint32_t const mount = in.u32();
+      if (!in.good())
+         break;
+      onMountDone(mount);
+      return true;
+   }
+   case Frame::mountFailed: {
+      uint32_t const mount = in.u32();
+      auto const status = static_cast<Status>(in.u8());
+      std::string_view const reason = in.string();
+      if (!in.good())
+         break;
+      onMountFailed(mount, status, reason);
+      return true;
+   }
+   case Frame::unmounted: {
+      uint32_t const mount = in.u32();
+      if (!in.good())
+         break;
+      onUnmounted(mount);
+      return true;
+   }
+   case Frame::changes: {
+      uint64_t const sequence = in.u64();
+      if (!in.good())
+         break;
+      uint32_t const link = link_;
+      onChanges(sequence, in.raw(in.remaining()));
+      if (link == link_)
+         sequence_ = sequence;
+      return true;
+   }
+   case Frame::reply: {
+      uint32_t const request = in.u32();
+      auto const status = static_cast<Status>(in.u8());
+      std::string_view const text = in.string();
+      if (!in.good())
+         break;
+      onReply(request, status, text);
+      return true;
+   }
+   case Frame::probe: {
+      uint32_t const probe = in.u32();
+      if (!in.good())
+         break;
+      onProbe(probe);
+      return true;
+   }
+   default:
+      break;
+   }
+   end("the database sent a frame that can't be read, of type " +
+       std::to_string(static_cast<unsigned>(frame)));
+   return false;
+}
+
+// --- Frames out
+
+void Connection::mount(uint32_t mount, std::string_view selector, std::string_view type, uint8_t flags) {
+   if (!isConnected())
+      return;
+   Wire::Writer& out = output_.begin(Frame::mount);
+   out.u32(mount);
+   out.string(selector);
+   out.string(type);
+   out.u8(flags);
+   output_.end();
+}
+
+void Connection::unmount(uint32_t mount) {
+   if (!isConnected())
+      return;
+   output_.begin(Frame::unmount).u32(mount);
+   output_.end();
+}
+
+void Connection::write(uint32_t request, uint64_t seen, uint8_t flags, std::string_view operations) {
+   writeBegin(request, seen, flags).raw(operations.data(), operations.size());
+   writeEnd();
+}
+
+Wire::Writer& Connection::writeBegin(uint32_t request, uint64_t seen, uint8_t flags) {
+   Wire::Writer& out = output_.begin(Frame::write);
+   out.u32(request);
+   out.u64(seen);
+   out.u8(flags);
+   return out;
+}
+
+void Connection::writeEnd() {
+   if (isConnected())
+      output_.end();
+   else
+      output_.abandon();
+}
+
+void Connection::settle(uint32_t request, uint32_t milliseconds) {
+   if (!isConnected())
+      return;
+   Wire::Writer& out = output_.begin(Frame::settle);
+   out.u32(request);
+   out.u32(milliseconds);
+   output_.end();
+}
+
+void Connection::settled(uint32_t probe) {
+   if (!isConnected())
+      return;
+   output_.begin(Frame::settled).u32(probe);
+   output_.end();
+}
+
+void Connection::clients(uint32_t request) {
+   if (!isConnected())
+      return;
+   output_.begin(Frame::clients).u32(request);
+   output_.end();
+}
+
+void Connection::snapshot(uint32_t request) {
+   if (!isConnected())
+      return;
+   output_.begin(Frame::snapshot).u32(request);
+   output_.end();
+}
+
+} // namespace Ordel

@@ -1,0 +1,112 @@
+// The typed client of the state database: mounts, the entities behind them, and the
+// log of what the process writes.
+//
+//    made ──connect──► connected ──groups are closed──► their mounters' doMountsComplete
+//         ──► running ──► onClosed
+//
+// One connection, driven by the event loop. It does not connect again: a process whose database goes away
+// ends, and is started anew on the tree as it stands. Entities stay alive for those who hold them; from the
+// end of the connection on their changes go nowhere.
+//
+// At start the log can be held (holdLog): what the process writes until it has settled is compared with what
+// stands in the database, and only the differences are sent.
+#pragma once
+
+#include "Ordel/client/Connection.h"
+#include "Ordel/client/Mount.h"
+#include "Ordel/client/NboAttrLog.h"
+#include "Ordel/client/TypedTree.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Ordel {
+
+class EntityManager final : public Kem::PtrInterface, private Connection, private Kem::NboAttrLog::Link {
+  public:
+   // `name` is how the database knows the process, and the name of its output in the attribute log.
+   EntityManager(Records::Schema const& schema, Kem::TypeFinder types, std::string name, Role role);
+   ~EntityManager() override;
+
+   std::string const& name() const { return name_; }
+   // Name of the switch's system, as the database tells it; empty before the connection.
+   std::string const& systemName() const { return systemName_; }
+
+   // Connects and waits so many seconds for the database's answer; with 0 the loop takes the answer in, and a
+   // refusal comes through the closed hook. Empty, or the reason: "path: reason".
+   std::string connect(std::string const& socketPath, Kem::Seconds timeout);
+   using Connection::isConnected;
+   using Connection::isRefused;
+   // Called once, from the event loop, when the connection has ended.
+   void closedHookIs(std::function<void(std::string const& reason)> hook) { closedHook_ = std::move(hook); }
+
+   // A new group; it lives until it is complete.
+   Kem::Ptr<MountGroup> getMountGroup(Mounter& mounter);
+   // The mounted entity at a path; null for what is not mounted, not there, or of
+   // another type than the mount's.
+   Kem::Ptr<Kem::Entity> getEntity(std::string_view path) const;
+   template <class T>
+   Kem::Ptr<T> entity(std::string_view path) const {
+      return Kem::ptrCast<T>(getEntity(path));
+   }
+   // Called after the mounter of a group has been.
+   void groupCompleteHookIs(std::function<void(MountGroup const&)> hook) {
+      groupCompleteHook_ = std::move(hook);
+   }
+
+   Kem::Ptr<Kem::NboAttrLog::SocketOutSm> const& attributeLog() const { return log_; }
+   // Holds the log now. It flows again once the process has settled after mayRelease(), `limit` seconds from
+   // now at the latest.
+   void holdLog(Kem::Seconds limit);
+   void mayReleaseLog();
+
+  private:
+   friend class MountGroup;
+   class HoldTimer;
+   struct PendingMount {
+      Mount mount;
+      Kem::Ptr<MountGroup> group;
+      bool isMounted = false; // `mounted` has come, `mountDone` not yet
+   };
+
+   // Connection.
+   void onWelcome(std::string_view systemName) override;
+   void onMounted(uint32_t mount, uint32_t node, uint16_t type, std::string_view path) override;
+   void onMountDone(uint32_t mount) override;
+   void onMountFailed(uint32_t mount, Status status, std::string_view reason) override;
+   void onUnmounted(uint32_t mount) override;
+   void onChanges(uint64_t sequence, std::string_view operations) override;
+   void onReply(uint32_t request, Status status, std::string_view text) override;
+   void onProbe(uint32_t probe) override;
+   void onClosed(std::string_view reason) override;
+
+   // The log's link.
+   int socketFd() const override { return descriptor(); }
+   void writeOperations(std::string_view operations) override;
+   size_t unsentBytes() const override { return Connection::unsentBytes(); }
+
+   void sendMounts(MountGroup& group);
+   void releaseLog();
+   static void onDeliveryEnd(void* self);
+   void handleDeliveryEnd();
+
+   std::string const name_;
+   std::string systemName_;
+   TypedTree tree_;
+   Kem::Ptr<Kem::NboAttrLog::SocketOutSm> log_;
+   std::map<uint32_t, PendingMount> pendingMounts_;         // by the number of the mount
+   std::map<uint32_t, std::string> mountedNodes_;           // path of each mount that stands
+   std::map<std::string, Mount, std::less<>> mountedPaths_; // what getEntity answers for
+   std::vector<Kem::Ptr<MountGroup>> groups_;               // closed and not yet complete
+   std::vector<uint32_t> probes_;                           // unanswered
+   std::function<void(std::string const&)> closedHook_;
+   std::function<void(MountGroup const&)> groupCompleteHook_;
+   std::unique_ptr<HoldTimer> holdTimer_;
+   uint32_t lastMount_ = 0;
+   bool mayRelease_ = false;
+};
+
+} // namespace Ordel

@@ -1,0 +1,361 @@
+#include "Ordel/server/Server.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Trace.h"
+#include "Ordel/server/ClientReport.h"
+#include "Ordel/wire/KeyText.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace Ordel {
+
+using Records::Form;
+
+namespace {
+
+Kem::TraceFacility serverTrace("OrdelServer");
+
+// Where the operator sets what this process traces.
+constexpr std::string_view configPath = "ordel/config";
+constexpr std::string_view traceSettingAttribute = "traceSetting";
+
+} // namespace
+
+Server::Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot)
+    : tree_(std::move(tree)), systemName_(std::move(systemName)), writeSnapshot_(std::move(writeSnapshot)),
+      subscriptions_(*tree_), settling_(*this) {
+   config_ = tree_->find(configPath);
+   if (config_ && config_->type().find(traceSettingAttribute) < 0)
+      config_ = nullptr;
+   if (config_) {
+      Wire::Reader in(
+          tree_->value(*config_, static_cast<unsigned>(config_->type().find(traceSettingAttribute))));
+      if (std::string_view const setting = in.string(); !setting.empty())
+         Kem::traceSettingIs(setting);
+   }
+}
+
+Server::~Server() {
+   while (!clients_.empty())
+      disconnect(*clients_.front());
+}
+
+// --- Connections
+
+ServerClient& Server::connect(ServerClient::Peer peer) {
+   bool const isFull = clients_.size() >= maxClients;
+   ServerClient& client = *clients_.emplace_back(std::make_unique<ServerClient>(*this, ++lastSerial_, peer));
+   if (isFull)
+      client.refuse("there are " + std::to_string(maxClients) + " clients already");
+   return client;
+}
+
+void Server::disconnect(ServerClient& client) {
+   if (client.isInFrame())
+      KEM_TRACE(serverTrace, 0, client.label() << " is gone in the middle of a frame");
+   else
+      KEM_TRACE(serverTrace, 3, client.label() << " is gone");
+   release(client);
+   clients_.remove_if([&](auto const& other) { return other.get() == &client; });
+}
+
+void Server::refused(ServerClient& client, std::string_view reason) {
+   KEM_TRACE(serverTrace, 0, client.label() << " is refused: " << reason);
+   release(client);
+}
+
+void Server::release(ServerClient& client) {
+   for (auto const& [number, mount] : client.mounts())
+      end(*mount);
+   client.mounts().clear();
+   settling_.clientGone(client);
+}
+
+// --- Mounts
+
+void Server::mount(ServerClient& client, uint32_t number, std::string_view text, std::string_view type,
+                   uint8_t flags) {
+   if (client.mounts().count(number)) {
+      client.refuse("mount " + std::to_string(number) + " is in use");
+      return;
+   }
+   if (client.mounts().size() >= maxMountsPerClient) {
+      client.mountFailed(number, Status::refused,
+                         "more than " + std::to_string(maxMountsPerClient) + " mounts");
+      return;
+   }
+   auto made = std::make_unique<ServerMount>();
+   ServerMount& mount = *made;
+   mount.client = &client;
+   mount.number = number;
+   mount.flags = flags;
+   mount.text = text;
+   mount.type = type;
+   Refusal const refusal = place(mount);
+   if (!refusal.isNone()) {
+      KEM_TRACE(serverTrace, 3, client.label() << " can't mount: " << refusal.reason);
+      client.mountFailed(number, refusal.status, refusal.reason);
+      return;
+   }
+   client.mounts().emplace(number, std::move(made));
+   KEM_TRACE(serverTrace, 5, client.label() << " mounts " << mount.text);
+   if (mount.node == 0)
+      await(mount);
+   else
+      begin(mount);
+}
+
+Server::Refusal Server::place(ServerMount& mount) {
+   std::string error;
+   if (mount.text.size() > maxSelectorBytes)
+      return {Status::refused, "a selector has at most " + std::to_string(maxSelectorBytes) + " bytes"};
+   if (!Selector::parse(mount.text, mount.selector, error))
+      return {Status::refused, error};
+   Records::EntityType const* const type = mount.type.empty() ? nullptr : tree_->schema().entity(mount.type);
+   if (!mount.type.empty() && !type)
+      return {Status::refused, mount.text + ": there is no type " + mount.type};
+
+   Entity const* node = tree_->find(mount.selector.path);
+   if (!node && (mount.flags & mountCreate) && mount.selector.steps.empty()) {
+      if (!type)
+         return {Status::refused, mount.text + ": what is to be created needs a type"};
+      if (Refusal const refusal = createPath(mount.selector.path, *type); !refusal.isNone())
+         return refusal;
+      node = tree_->find(mount.selector.path);
+      KEM_ASSERT(node);
+   }
+   Located const located = tree_->locate(mount.selector);
+   if (located.status == Status::refused)
+      return {Status::refused, located.error};
+   if (located.status == Status::absent && !(mount.flags & mountAwait))
+      return {Status::absent, located.error};
+   if (node)
+      return placeIn(mount, *node);
+   // Only a directory can ever hold what is waited for.
+   std::string_view way = mount.selector.path;
+   while (!way.empty()) {
+      way = way.substr(0, way.rfind('/') == std::string_view::npos ? 0 : way.rfind('/'));
+      if (Entity const* const standing = tree_->find(way); standing && !standing->isDirectory())
+         return {Status::refused, std::string(way) + ": is no directory"};
+   }
+   return {};
+}
+
+// Checks the mount against what stands at its node, and finds the way inside.
+Server::Refusal Server::placeIn(ServerMount& mount, Entity const& node) {
+   mount.steps.clear();
+   Records::EntityType const* type = &node.type();
+   Entity const* entity = &node; // null where the rest is not there
+   std::string place = mount.selector.path;
+   for (Selector::Step const& step : mount.selector.steps) {
+      if (!type)
+         return {Status::refused, place + ": holds no entity"};
+      if (type->isDirectory())
+         return {Status::refused, place + ": what stands in a directory is named by its path"};
+      int const attribute = type->find(step.attribute);
+      if (attribute < 0)
+         return {Status::refused,
+                 place + ": " + std::string(type->name) + " has no attribute " + step.attribute};
+      Records::Attribute const& declared = type->attributes[static_cast<size_t>(attribute)];
+      place += "." + step.attribute;
+      ServerMount::Step made;
+      made.attribute = static_cast<uint8_t>(attribute);
+      type = nullptr;
+      if (step.hasKey) {
+         if (!declared.key)
+            return {Status::refused, place + ": is no collection"};
+         KeyBytes key = keyFromText(*declared.key, step.key);
+         place += bracketed(step.key);
+         if (!key.isGood())
+            return {Status::refused, place + ": " + key.error};
+         bool const isEntity = declared.form == Form::children;
+         entity = entity && isEntity ? tree_->child(*entity, made.attribute, key.bytes) : nullptr;
+         type = entity ? &entity->type() : isEntity ? declared.target : nullptr;
+         made.key = std::move(key.bytes);
+      }
+      mount.steps.push_back(std::move(made));
+   }
+   if (!mount.type.empty()) {
+      if (!type)
+         return {Status::refused, place + ": is no entity, and has no type " + mount.type};
+      if (!type->isA(*tree_->schema().entity(mount.type)))
+         return {Status::refused, place + ": is a " + std::string(type->name) + ", not a " + mount.type};
+   }
+   mount.node = node.node();
+   return {};
+}
+
+// Makes the entity and the directories that are missing on the way; all or nothing.
+Server::Refusal Server::createPath(std::string_view path, Records::EntityType const& type) {
+   Entity const* directory = &tree_->root();
+   std::string_view rest = path;
+   uint32_t topDirectory = 0; // of the first entity that was made
+   std::string topName;
+   while (!rest.empty()) {
+      std::string_view const name = rest.substr(0, rest.find('/'));
+      rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+      Wire::Writer key;
+      key.string(name);
+      if (Entity const* const standing =
+              directory->isDirectory() ? tree_->child(*directory, 0, key.view()) : nullptr) {
+         directory = standing;
+         continue;
+      }
+      Wire::Writer block;
+      tree_->encodeAt(*directory, block);
+      block.u8(static_cast<uint8_t>(Op::create));
+      block.u8(0);
+      block.raw(key.data(), key.size());
+      block.u16(rest.empty() ? type.id : 0);
+      block.u32(0);
+      Applied const& applied = tree_->apply(block.view());
+      if (!applied.isDone()) {
+         Refusal const refusal{applied.status, applied.error};
+         if (topDirectory != 0) {
+            Wire::Writer undo;
+            tree_->encodeAt(*tree_->node(topDirectory), undo);
+            undo.u8(static_cast<uint8_t>(Op::erase));
+            undo.u8(0);
+            undo.string(topName);
+            publish(tree_->apply(undo.view()), nullptr, 0);
+         }
+         return refusal;
+      }
+      if (topDirectory == 0) {
+         topDirectory = directory->node();
+         topName = name;
+      }
+      uint32_t const number = directory->node();
+      publish(applied, nullptr, 0);
+      directory = tree_->child(*tree_->node(number), 0, key.view());
+   }
+   return {};
+}
+
+void Server::begin(ServerMount& mount) {
+   mount.client->mounted(mount, tree_->node(mount.node));
+   subscriptions_.add(mount);
+   mount.client->mountDone(mount.number);
+}
+
+void Server::await(ServerMount& mount) {
+   awaited_[mount.selector.path].push_back(&mount);
+   mount.client->mounted(mount, nullptr);
+   mount.client->mountDone(mount.number);
+}
+
+void Server::unmount(ServerClient& client, uint32_t number) {
+   auto const at = client.mounts().find(number);
+   if (at == client.mounts().end())
+      return; // it may have ended while the frame was on its way
+   end(*at->second);
+   client.forgetDone(number);
+   client.mounts().erase(at);
+}
+
+void Server::end(ServerMount& mount) {
+   if (mount.node != 0) {
+      subscriptions_.remove(mount);
+   } else if (auto const at = awaited_.find(mount.selector.path); at != awaited_.end()) {
+      std::erase(at->second, &mount);
+      if (at->second.empty())
+         awaited_.erase(at);
+   }
+}
+
+void Server::arrived(Entity const& node) {
+   auto const at = awaited_.find(tree_->path(node));
+   if (at == awaited_.end())
+      return;
+   for (ServerMount* const mount : std::exchange(at->second, {})) {
+      if (Refusal const refusal = placeIn(*mount, node); refusal.isNone()) {
+         begin(*mount);
+      } else {
+         mount->client->mountFailed(mount->number, refusal.status, refusal.reason);
+         mount->client->mounts().erase(mount->number);
+      }
+   }
+   awaited_.erase(tree_->path(node));
+}
+
+// --- Writes
+
+void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
+                   std::string_view operations) {
+   Applied const& applied = tree_->apply(operations, flags);
+   if (applied.isMalformed) {
+      client.refuse("a write can't be read: " + applied.error);
+      return;
+   }
+   if (!applied.isDone()) {
+      KEM_TRACE(serverTrace, (request == 0 ? 0 : 3), client.label() << ": write refused: " << applied.error);
+      client.pending().subscriberWrote();
+      client.reply(request, applied.status, applied.error);
+      return;
+   }
+   client.receivedOperationsInc(applied.isNew.size());
+   publish(applied, &client, seen);
+   if (request != 0)
+      client.reply(request, Status::done, "");
+}
+
+void Server::publish(Applied const& applied, ServerClient* writer, uint64_t seen) {
+   for (ServerMount* const mount : subscriptions_.publish(applied, writer, seen)) {
+      mount->client->unmounted(mount->number);
+      if (mount->flags & mountAwait)
+         awaited_[mount->selector.path].push_back(mount);
+      else
+         mount->client->mounts().erase(mount->number);
+   }
+   if (!awaited_.empty())
+      for (NodeChange const& change : applied.nodes)
+         if (change.isCreated && !change.entity->isErased())
+            arrived(*change.entity);
+   traceSettingFollow(applied);
+}
+
+void Server::traceSettingFollow(Applied const& applied) {
+   for (NodeChange const& change : applied.nodes)
+      if (change.entity == config_)
+         config_ = nullptr;
+   if (!config_)
+      return;
+   bool const isWritten = std::any_of(applied.groups.begin(), applied.groups.end(),
+                                      [&](Group const& group) { return group.entity == config_; });
+   if (!isWritten)
+      return;
+   Wire::Reader in(
+       tree_->value(*config_, static_cast<unsigned>(config_->type().find(traceSettingAttribute))));
+   std::string_view const setting = in.string();
+   char const* const initial = std::getenv("KEM_TRACE");
+   Kem::traceSettingIs(!setting.empty() ? setting : initial ? std::string_view(initial) : std::string_view());
+}
+
+// --- Requests
+
+void Server::settle(ServerClient& client, uint32_t request, uint32_t milliseconds) {
+   settling_.begin(client, request, milliseconds);
+}
+
+void Server::settled(ServerClient& client, uint32_t probe) {
+   settling_.settled(client, probe);
+}
+
+void Server::clientsReport(ServerClient& client, uint32_t request) {
+   client.reply(request, Status::done, clientReport(*this));
+}
+
+void Server::snapshot(ServerClient& client, uint32_t request) {
+   if (!writeSnapshot_) {
+      client.reply(request, Status::refused, "the database runs without a snapshot file");
+      return;
+   }
+   std::string const error = writeSnapshot_();
+   if (!error.empty())
+      KEM_TRACE(serverTrace, 0, "snapshot: " << error);
+   client.reply(request, error.empty() ? Status::done : Status::refused, error);
+}
+
+} // namespace Ordel

@@ -1,0 +1,98 @@
+// The state database: the tree, its clients, and what the protocol (Protocol.h) promises them.
+//
+// Free of sockets and files: connections hand bytes to ServerClient and take bytes from it (Listener.h does
+// so for unix sockets, tests for themselves). One thread; nothing here waits. Everything a client sends is
+// served at once and in order. A write that is refused leaves its client connected; bytes that can't be read
+// end that one connection.
+//
+// Mounts. A selector names a directory, an entity of one, or something inside an entity. Where nothing
+// stands, a mount fails with Status::absent, unless it creates or awaits. One that awaits gets `mounted` with
+// node 0 and `mountDone` at once, and both again when the entity comes; with `unmounted` it goes back to
+// waiting. Other mounts end with `unmounted`. The type of a mount is that of the entity that the selector
+// names, or a base of it.
+#pragma once
+
+#include "Ordel/server/ServerClient.h"
+#include "Ordel/server/Settling.h"
+#include "Ordel/server/Subscriptions.h"
+#include "Ordel/store/Tree.h"
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace Ordel {
+
+class Server {
+  public:
+   // Writes the snapshot; returns what went wrong, or "".
+   using WriteSnapshot = std::function<std::string()>;
+
+   // `writeSnapshot` empty: there is no snapshot file.
+   Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot = {});
+   ~Server();
+   Server(Server const&) = delete;
+   Server& operator=(Server const&) = delete;
+
+   // A connection has been made. Too many: the client is refused from the start. Good until `disconnect`.
+   ServerClient& connect(ServerClient::Peer peer);
+   void disconnect(ServerClient& client);
+
+   Tree const& tree() const { return *tree_; }
+   std::string const& systemName() const { return systemName_; }
+   uint64_t sequence() const { return subscriptions_.sequence(); }
+   uint64_t blockCount() const { return subscriptions_.blockCount(); } // that changed something
+   std::list<std::unique_ptr<ServerClient>> const& clients() const { return clients_; }
+
+   // --- Called by ServerClient, for the frames that it takes.
+
+   void mount(ServerClient& client, uint32_t number, std::string_view selector, std::string_view type,
+              uint8_t flags);
+   void unmount(ServerClient& client, uint32_t number);
+   void write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
+              std::string_view operations);
+   void settle(ServerClient& client, uint32_t request, uint32_t milliseconds);
+   void settled(ServerClient& client, uint32_t probe);
+   void clientsReport(ServerClient& client, uint32_t request);
+   void snapshot(ServerClient& client, uint32_t request);
+   uint64_t drained(ServerClient& client, std::vector<uint32_t> const& nodes) {
+      return subscriptions_.drained(client, nodes);
+   }
+   void refused(ServerClient& client, std::string_view reason);
+
+  private:
+   // Why a mount can't be made.
+   struct Refusal {
+      Status status = Status::done;
+      std::string reason;
+      bool isNone() const { return status == Status::done; }
+   };
+
+   void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
+   // The mount as it can be made now; `node` 0 stays where it has to wait.
+   Refusal place(ServerMount& mount);
+   Refusal placeIn(ServerMount& mount, Entity const& node);
+   Refusal createPath(std::string_view path, Records::EntityType const& type);
+   void begin(ServerMount& mount); // tells the client, and covers the node
+   void await(ServerMount& mount);
+   void end(ServerMount& mount); // covers nothing and waits for nothing any more
+   void release(ServerClient& client);
+   void arrived(Entity const& node);
+   void traceSettingFollow(Applied const& applied);
+
+   std::unique_ptr<Tree> tree_;
+   std::string const systemName_;
+   WriteSnapshot writeSnapshot_;
+   Subscriptions subscriptions_;
+   std::list<std::unique_ptr<ServerClient>> clients_;
+   uint32_t lastSerial_ = 0;
+   std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path
+   Settling settling_;
+   Entity const* config_ = nullptr; // "ordel/config", while it stands there
+};
+
+} // namespace Ordel

@@ -1,0 +1,298 @@
+#include "Ordel/server/ServerClient.h"
+
+#include "Kem/Activity.h"
+#include "Ordel/server/Server.h"
+
+#include <algorithm>
+
+namespace Ordel {
+
+namespace {
+
+constexpr size_t pieceBytes = 64u << 10; // of one frame of these
+constexpr size_t changesHeaderBytes = frameHeaderBytes + sizeof(uint64_t);
+
+std::string printable(std::string_view text) {
+   std::string clean(text);
+   std::replace_if(
+       clean.begin(), clean.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 127; },
+       '?');
+   return clean;
+}
+
+} // namespace
+
+ServerClient::ServerClient(Server& server, uint32_t serial, Peer peer)
+    : server_(server), serial_(serial), peer_(peer), timer_(*this), pending_(server.tree()) {
+   input_.limitIs(maxHelloBytes);
+   timer_.notifierIs(Kem::ActivityFacility::clock());
+   timer_.timeMinIs(Kem::now() + helloTimeout);
+}
+
+ServerClient::~ServerClient() = default;
+
+void ServerClient::Timer::onTime() {
+   if (client.isRefused())
+      client.isOver_ = true;
+   else
+      client.refuse("no hello came in time");
+}
+
+std::string ServerClient::label() const {
+   return (name_.empty() ? "client without a name" : printable(name_)) + " (pid " +
+          std::to_string(peer_.pid) + ", uid " + std::to_string(peer_.uid) + ")";
+}
+
+// --- Coming in
+
+bool ServerClient::wantsReading() const {
+   return !isRefused_ && output_.size() < changesLimit + bonus_ + answersRoom &&
+          (pending_.strayCount() < straysLimit || output_.size() < fillBytes);
+}
+
+void ServerClient::receive(std::string_view bytes) {
+   receivedBytes_ += bytes.size();
+   if (isRefused_)
+      return;
+   bool const isGood = input_.read(bytes, [&](Frame frame, std::string_view payload) {
+      return takeFrame(frame, payload) && !isRefused_;
+   });
+   if (!isGood)
+      refuse("a frame is empty or larger than the limit of " +
+             std::to_string(isWelcome_ ? maxFrameBytes : maxHelloBytes) + " bytes");
+   if (isRefused_)
+      input_.clear();
+}
+
+// False when the connection ends.
+bool ServerClient::takeFrame(Frame frame, std::string_view payload) {
+   if (!isWelcome_) {
+      if (frame == Frame::hello)
+         return takeHello(payload);
+      refuse("the first frame has to be a hello");
+      return false;
+   }
+   Wire::Reader in(payload);
+   switch (frame) {
+   case Frame::mount: {
+      uint32_t const number = in.u32();
+      std::string_view const selector = in.string();
+      std::string_view const type = in.string();
+      uint8_t const flags = in.u8();
+      if (!in.done() || !in.good())
+         break;
+      server_.mount(*this, number, selector, type, flags);
+      return true;
+   }
+   case Frame::unmount: {
+      uint32_t const number = in.u32();
+      if (!in.done() || !in.good())
+         break;
+      server_.unmount(*this, number);
+      return true;
+   }
+   case Frame::write: {
+      uint32_t const request = in.u32();
+      uint64_t const seen = in.u64();
+      uint8_t const flags = in.u8();
+      if (!in.good())
+         break;
+      server_.write(*this, request, seen, flags, in.raw(in.remaining()));
+      return true;
+   }
+   case Frame::settle: {
+      uint32_t const request = in.u32();
+      uint32_t const milliseconds = in.u32();
+      if (!in.done() || !in.good())
+         break;
+      server_.settle(*this, request, milliseconds);
+      return true;
+   }
+   case Frame::settled:
+   case Frame::clients:
+   case Frame::snapshot: {
+      uint32_t const number = in.u32();
+      if (!in.done() || !in.good())
+         break;
+      if (frame == Frame::settled)
+         server_.settled(*this, number);
+      else if (frame == Frame::clients)
+         server_.clientsReport(*this, number);
+      else
+         server_.snapshot(*this, number);
+      return true;
+   }
+   case Frame::hello:
+      refuse("a second hello");
+      return false;
+   default:
+      refuse("there is no frame of type " + std::to_string(static_cast<unsigned>(frame)));
+      return false;
+   }
+   refuse("a frame of type " + std::to_string(static_cast<unsigned>(frame)) + " can't be read");
+   return false;
+}
+
+bool ServerClient::takeHello(std::string_view payload) {
+   Wire::Reader in(payload);
+   uint32_t const magic = in.u32();
+   uint16_t const version = in.u16();
+   // Versions may differ in what follows.
+   if (!in.good() || magic != protocolMagic) {
+      refuse("this is no client of the state database");
+      return false;
+   }
+   if (version != protocolVersion) {
+      refuse("the client speaks version " + std::to_string(version) + " of the protocol, the database " +
+             std::to_string(protocolVersion));
+      return false;
+   }
+   uint64_t const fingerprint = in.u64();
+   std::string_view const name = in.string();
+   uint8_t const role = in.u8();
+   if (!in.done() || !in.good()) {
+      refuse("the hello can't be read");
+      return false;
+   }
+   if (fingerprint != server_.tree().schema().fingerprint) {
+      refuse("the client was built with other records than the database");
+      return false;
+   }
+   if (name.empty() || name.size() > maxNameBytes) {
+      refuse("a client's name has 1 to " + std::to_string(maxNameBytes) + " bytes");
+      return false;
+   }
+   if (role > static_cast<uint8_t>(Role::agent)) {
+      refuse("there is no role of number " + std::to_string(role));
+      return false;
+   }
+   name_ = name;
+   role_ = static_cast<Role>(role);
+   isWelcome_ = true;
+   timer_.timeMinIs(Kem::never);
+   input_.limitIs(maxFrameBytes);
+   welcome(server_.systemName());
+   return true;
+}
+
+// --- Going out
+
+void ServerClient::changesBegin() {
+   Wire::Writer& out = output_.begin(Frame::changes);
+   out.u64(0); // the sequence, set at the end
+   lastAtBytes_ = 0;
+   lastAt_ = 0;
+}
+
+// `isWanted`: also without operations, for its sequence.
+void ServerClient::changesEnd(uint64_t sequence, bool isWanted) {
+   size_t const start = output_.frameStart();
+   Wire::Writer& out = output_.writer();
+   if (out.size() - start == changesHeaderBytes && !isWanted) {
+      output_.abandon();
+      return;
+   }
+   out.patchU32(start + frameHeaderBytes, static_cast<uint32_t>(sequence));
+   out.patchU32(start + frameHeaderBytes + sizeof(uint32_t), static_cast<uint32_t>(sequence >> 32));
+   sentBytes_ += out.size() - start;
+   output_.end();
+}
+
+Wire::Writer& ServerClient::begin(Frame frame) {
+   if (output_.isOpen())
+      changesEnd(server_.sequence());
+   return output_.begin(frame);
+}
+
+void ServerClient::end() {
+   sentBytes_ += output_.writer().size() - output_.frameStart();
+   output_.end();
+}
+
+void ServerClient::fill() {
+   if (wasOffered_ && !hasTaken_)
+      bonus_ -= bonus_ / 8;
+   hasTaken_ = false;
+   if (output_.isOpen())
+      changesEnd(server_.sequence());
+   sendLater();
+   while (!pending_.empty() && output_.size() < fillBytes) {
+      changesBegin();
+      drained_.clear();
+      pending_.drain(output_.writer(), pieceBytes, drained_);
+      // A client that has been told that nothing stands there must not get its own writes back for that.
+      changesEnd(server_.drained(*this, drained_), !drained_.empty());
+      sendLater();
+   }
+   wasOffered_ = output_.size() > 0;
+}
+
+void ServerClient::forgetDone(uint32_t mount) {
+   std::erase_if(later_, [&](Later const& waiting) {
+      return waiting.frame == Frame::mountDone && waiting.number == mount;
+   });
+}
+
+void ServerClient::later(Frame frame, uint32_t number) {
+   later_.push_back({pending_.ticket(), frame, number});
+   sendLater();
+}
+
+void ServerClient::sendLater() {
+   while (!later_.empty() && pending_.isSent(later_.front().ticket)) {
+      begin(later_.front().frame).u32(later_.front().number);
+      end();
+      later_.pop_front();
+   }
+}
+
+void ServerClient::welcome(std::string_view systemName) {
+   Wire::Writer& out = begin(Frame::welcome);
+   out.u16(protocolVersion);
+   out.u64(server_.tree().schema().fingerprint);
+   out.string(systemName);
+   end();
+}
+
+void ServerClient::mounted(ServerMount const& mount, Entity const* entity) {
+   Wire::Writer& out = begin(Frame::mounted);
+   out.u32(mount.number);
+   out.u32(entity ? entity->node() : 0);
+   out.u16(entity ? entity->type().id : 0);
+   out.string(mount.selector.path);
+   end();
+}
+
+void ServerClient::mountFailed(uint32_t mount, Status status, std::string_view reason) {
+   Wire::Writer& out = begin(Frame::mountFailed);
+   out.u32(mount);
+   out.u8(static_cast<uint8_t>(status));
+   out.string(reason);
+   end();
+}
+
+void ServerClient::unmounted(uint32_t mount) {
+   forgetDone(mount);
+   begin(Frame::unmounted).u32(mount);
+   end();
+}
+
+void ServerClient::reply(uint32_t request, Status status, std::string_view text) {
+   Wire::Writer& out = begin(Frame::reply);
+   out.u32(request);
+   out.u8(static_cast<uint8_t>(status));
+   out.string(text);
+   end();
+}
+
+void ServerClient::refuse(std::string_view reason) {
+   if (isRefused_)
+      return;
+   begin(Frame::refused).string(reason);
+   end();
+   isRefused_ = true;
+   timer_.timeMinIs(Kem::now() + refusedTimeout);
+   server_.refused(*this, reason);
+}
+
+} // namespace Ordel

@@ -1,0 +1,85 @@
+// Applies blocks of operations to a Store: reads, checks, changes, and takes
+// everything back at the first refusal.
+//
+// Applier.cpp reads a block, finds whom each operation is said of and gathers what took effect;
+// ApplierOperations.cpp has the operations themselves. Private to the tree.
+#pragma once
+
+#include "Ordel/store/Store.h"
+#include "Ordel/store/Tree.h"
+#include "Ordel/store/UndoLog.h"
+
+#include <string>
+#include <vector>
+
+namespace Ordel {
+
+class Applier {
+  public:
+   explicit Applier(Store& store) : store_(store), undo_(store) {}
+
+   Applied const& apply(std::string_view operations, uint8_t flags);
+   // Builds a bare tree from a snapshot: numbers are taken from the operations, what is not there is refused,
+   // nothing is recorded. A refused load leaves the store half built; it is thrown away.
+   Applied const& load(std::string_view operations);
+
+  private:
+   using Undone = UndoLog::Undone;
+   // What the operations that follow an `at` are said of.
+   struct Target {
+      Entity* entity = nullptr;
+      Layout const* layout = nullptr; // also of what is no longer there, where its type is still known
+      bool isUnknown = false;         // not there, of a type that nobody remembers
+      std::string place;              // of what is not there
+   };
+
+   void run(std::string_view operations);
+   void readAt(Wire::Reader& in);
+   bool stepInto(Wire::Reader& in);
+   void readSet(Wire::Reader& in, char const* begin);
+   void readPut(Wire::Reader& in, char const* begin);
+   void readErase(Wire::Reader& in, char const* begin);
+   void readCreate(Wire::Reader& in, char const* begin);
+
+   Slot const* readSlot(Wire::Reader& in);
+   bool readKey(Wire::Reader& in, Slot const& slot, Packed& key);
+   bool readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value);
+   Slot const* slotOfDerived(Layout const& layout, unsigned attribute) const;
+
+   void store(Entity& entity, Slot const& slot, char* place, Packed const& value);
+   bool isStored(Slot const& slot, char const* place, Packed const& value) const;
+   void erase(Entity& entity);
+   void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);
+
+   // The operation from `begin` to where the reader stands took effect, or did not.
+   void effective(Wire::Reader const& in, char const* begin, bool isNew = false);
+   void dropped(char const* begin);
+   void openGroup();
+   void flushRun(char const* end);
+   void closeGroup(char const* end);
+
+   bool notThere(std::string const& place);
+   void refuse(std::string const& place, std::string_view reason, Status status = Status::refused);
+   void refuseMalformed(std::string_view reason);
+   std::string place(Slot const* slot = nullptr, Packed const* key = nullptr) const;
+
+   Store& store_;
+   UndoLog undo_;
+   bool isStrict_ = false;
+   bool isLoading_ = false;
+
+   // Of the block.
+   char const* blockBegin_ = nullptr;
+   Target target_;
+
+   // What takes effect.
+   Applied applied_;
+   Wire::Writer out_;
+   std::vector<Group> groups_;
+   std::vector<NodeChange> nodes_;
+   std::vector<uint8_t> isNew_;
+   bool isGroupOpen_ = false;
+   char const* runBegin_ = nullptr; // of operations that are passed on as they stand
+};
+
+} // namespace Ordel

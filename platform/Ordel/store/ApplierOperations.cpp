@@ -1,0 +1,235 @@
+// The four operations: each is read and checked, changes the store, and leaves in the log what it displaced.
+#include "Ordel/store/Applier.h"
+#include "Ordel/wire/Selector.h"
+
+#include <cstring>
+
+namespace Ordel {
+
+using Records::EntityType;
+using Records::Form;
+
+void Applier::readSet(Wire::Reader& in, char const* begin) {
+   Slot const* const slot = readSlot(in);
+   if (!slot)
+      return;
+   if (!slot->isSingle()) {
+      refuse(place(slot), "a collection can't be set");
+      return;
+   }
+   Packed value;
+   if (!readValue(in, *slot, nullptr, value))
+      return;
+   if (!target_.entity) {
+      dropped(begin);
+      return;
+   }
+   Entity& entity = *target_.entity;
+   char* const at = Store::place(entity, *slot);
+   if (isStored(*slot, at, value)) {
+      dropped(begin);
+      return;
+   }
+   bool const isFixed = slot->isKey && Store::isKeyFilled(entity);
+   if (isFixed || (slot->isInput && Store::bornIn(entity) != store_.serial && !store_.isMirror)) {
+      refuse(place(slot), "is given at creation");
+      return;
+   }
+   if (isLoading_) {
+      freeText(slot->value->isText() ? undo_.displace(*slot, at) : 0);
+   } else {
+      auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
+      undo_.record(Undone::set, entity, attribute, 0, undo_.displace(*slot, at));
+   }
+   store(entity, *slot, at, value);
+   effective(in, begin);
+}
+
+void Applier::readPut(Wire::Reader& in, char const* begin) {
+   Slot const* const slot = readSlot(in);
+   if (!slot)
+      return;
+   if (slot->form != Form::map && slot->form != Form::references) {
+      refuse(place(slot), slot->holdsEntities() ? "holds entities, which are created" : "is no collection");
+      return;
+   }
+   Packed key, value;
+   if (!readKey(in, *slot, key) || !readValue(in, *slot, &key, value))
+      return;
+   if (!target_.entity) {
+      dropped(begin);
+      return;
+   }
+   Entity& entity = *target_.entity;
+   Table& members = Store::tableMade(entity, *slot);
+   bool isNew = false;
+   KeyProbe const probe = Store::probe(*slot, key);
+   uint32_t const position = members.findOrInsert(probe, isNew);
+   char* const at = members.value(position);
+   if (!isNew && isStored(*slot, at, value)) {
+      dropped(begin);
+      return;
+   }
+   if (!isLoading_) {
+      auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
+      undo_.record(isNew ? Undone::put : Undone::replaced, entity, attribute, undo_.keepKey(*slot, probe),
+                   isNew ? 0 : undo_.displace(*slot, at));
+   } else if (!isNew && slot->value->isText()) {
+      freeText(undo_.displace(*slot, at));
+   }
+   store(entity, *slot, at, value);
+   effective(in, begin, isNew);
+}
+
+void Applier::readErase(Wire::Reader& in, char const* begin) {
+   Slot const* const slot = readSlot(in);
+   if (!slot)
+      return;
+   if (!slot->isCollection() || isLoading_) {
+      refuse(place(slot), isLoading_ ? "a snapshot erases nothing" : "is no collection");
+      return;
+   }
+   Packed key;
+   if (!readKey(in, *slot, key))
+      return;
+   if (!target_.entity) {
+      dropped(begin);
+      return;
+   }
+   Entity& entity = *target_.entity;
+   KeyProbe const probe = Store::probe(*slot, key);
+   Table* const members = Store::table(entity, *slot);
+   uint32_t const position = members ? members->find(probe) : Table::none;
+   if (position == Table::none) {
+      if (notThere(isStrict_ ? place(slot, &key) : std::string()))
+         dropped(begin);
+      return;
+   }
+   effective(in, begin); // before the change: it names the entity by what still stands
+   if (slot->holdsEntities()) {
+      erase(*Store::entityAt(*members, position));
+      return;
+   }
+   auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
+   undo_.record(Undone::erased, entity, attribute, undo_.keepKey(*slot, probe),
+                undo_.displace(*slot, members->value(position)));
+   if (slot->value->isText())
+      std::memset(members->value(position), 0, sizeof(Text)); // its text stands in the log
+   members->erase(position);
+   Store::dropTableIfEmpty(entity, *slot);
+}
+
+void Applier::readCreate(Wire::Reader& in, char const* begin) {
+   Slot const* const slot = readSlot(in);
+   if (!slot)
+      return;
+   if (!slot->holdsEntities()) {
+      refuse(place(slot), "holds no entities");
+      return;
+   }
+   Packed key;
+   if (!readKey(in, *slot, key))
+      return;
+   bool const isInDirectory = target_.layout->type.isDirectory();
+   uint16_t const typeId = in.u16();
+   uint32_t const node = isInDirectory ? in.u32() : 0;
+   if (!in.good())
+      return;
+   if (typeId >= store_.schema.entities.size()) {
+      refuse(place(slot, &key), "there is no type of number " + std::to_string(typeId));
+      return;
+   }
+   EntityType const& type = store_.schema.entities[typeId];
+   if (isInDirectory) {
+      Wire::Reader name(key.view());
+      if (char const* reason = badName(name.string())) {
+         refuse(place(slot, &key), reason);
+         return;
+      }
+      if (isLoading_ ? node == 0 || node >= store_.nextNode : !store_.isMirror && node != 0) {
+         refuse(place(slot, &key), "the number of a node is given by the database");
+         return;
+      }
+   } else if (!type.isA(*slot->attribute->target)) {
+      refuse(place(slot, &key), std::string(type.name) + " can't stand where " +
+                                    std::string(slot->attribute->target->name) + " is declared");
+      return;
+   }
+   if (!target_.entity) {
+      dropped(begin);
+      return;
+   }
+
+   Entity& entity = *target_.entity;
+   KeyProbe const probe = Store::probe(*slot, key);
+   Entity* const standing = Store::child(entity, *slot, probe);
+   bool const isOfOtherNumber = standing && node != 0 && standing->node() != 0 && standing->node() != node;
+   if (standing && !isOfOtherNumber && &standing->type() == &type) {
+      if (node != 0 && standing->node() == 0)
+         store_.numberIs(*standing, node); // a mirror learns the number of what it passed on the way
+      dropped(begin);
+      return;
+   }
+   if (standing && !(store_.isMirror && isOfOtherNumber)) {
+      refuse(place(slot, &key),
+             "is a " + std::string(standing->type().name) + " and can't become a " + std::string(type.name));
+      return;
+   }
+   if (node != 0 && store_.node(node)) {
+      refuse(place(slot, &key),
+             "number " + std::to_string(node) + " belongs to " + Store::selectorText(*store_.node(node)));
+      return;
+   }
+   if (isInDirectory ? Store::depth(entity) + type.isDirectory() > maxPathDepth
+                     : Store::steps(entity) >= maxStepCount) {
+      refuse(place(slot, &key), "too deep");
+      return;
+   }
+   if (standing)
+      erase(*standing);
+
+   auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
+   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
+   Entity& made = store_.create(type, entity, attribute, probe, getsNumber ? store_.nextNode : node);
+   if (isLoading_)
+      return;
+   undo_.record(Undone::created, made, attribute, 0, 0);
+   if (made.isNode())
+      nodes_.push_back({&made, true});
+   dropped(begin); // passed on with the number that the node has now
+   isNew_.push_back(true);
+   openGroup();
+   Store::encodeCreate(made, out_);
+}
+
+void Applier::erase(Entity& entity) {
+   Store::eachBelow(entity, [&](Entity& below) {
+      if (!below.isNode())
+         return;
+      store_.remember(below);
+      nodes_.push_back({&below, false});
+   });
+   store_.takeOut(entity);
+   undo_.record(Undone::takenOut, entity, 0, 0, 0);
+}
+
+// --- Values
+
+bool Applier::isStored(Slot const& slot, char const* place, Packed const& value) const {
+   if (!slot.value->isText())
+      return areEqualBytes(place, value.bytes, value.size);
+   Text text;
+   std::memcpy(&text, place, sizeof text);
+   return (text ? textView(text) : slot.zero) == value.view();
+}
+
+void Applier::store(Entity& entity, Slot const& slot, char* place, Packed const& value) {
+   if (!slot.value->isText()) {
+      copyBytes(place, value.bytes, value.size);
+      return;
+   }
+   Text const text = value.view() == slot.zero ? 0 : makeText(value.view());
+   std::memcpy(place, &text, sizeof text);
+}
+
+} // namespace Ordel

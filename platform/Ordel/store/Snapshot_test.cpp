@@ -1,0 +1,180 @@
+#include "Ordel/store/Snapshot.h"
+#include "Ordel/store/TestRecords.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sys/resource.h>
+
+namespace {
+
+using namespace TestRecords;
+using Ordel::Snapshot;
+using Ordel::Tree;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+struct SnapshotTest : testing::Test {
+   Tree tree{schema(), 1};
+   std::filesystem::path const folder =
+       std::filesystem::path(testing::TempDir()) / ("snapshot." + std::to_string(getpid()));
+   std::string const file = (folder / "tree").string();
+   std::string error;
+   bool isAbsent = false;
+
+   SnapshotTest() {
+      std::filesystem::create_directories(folder);
+      uint32_t const config = tree.find("config")->node(), dir = tree.find("input/dir")->node();
+      tree.apply(Block()
+                     .at(dir)
+                     .createNode("gone", dirType)
+                     .createNode("a", configType)
+                     .at(dir)
+                     .erase(0, stringBytes("gone")));
+      EXPECT_TRUE(
+          tree.apply(Block()
+                         .at(config)
+                         .set(Config::text, stringBytes("some text"))
+                         .set(Config::intf, intfBytes("Odd"))
+                         .set(Config::peer, stringBytes("input/dir/a"))
+                         .put(Config::port, intfBytes("Ethernet1"), portBytes(1, 1, 1))
+                         .put(Config::source, intfBytes("Odd"), stringBytes("config.vlanConfig[10]"))
+                         .put(Config::learned, "abcdef"sv, intfBytes("Odd") + u16Bytes(3) + stringBytes("t"))
+                         .create(Config::vlanConfig, u16Bytes(10), wideVlanType)
+                         .at(config, {{Config::vlanConfig, u16Bytes(10)}})
+                         .set(Vlan::internal, "\1"sv)
+                         .put(Vlan::intf, intfBytes("Ethernet2"), portBytes(0, 1, 2)))
+              .isDone());
+      tree.apply(Block().at(tree.root().node()).erase(0, stringBytes("cell")));
+   }
+   ~SnapshotTest() override { std::filesystem::remove_all(folder); }
+
+   std::string image() {
+      Wire::Writer out;
+      Snapshot::encode(tree, out);
+      return std::string(out.view());
+   }
+   std::string errorOf(std::string_view bytes) {
+      std::string reason;
+      EXPECT_EQ(Snapshot::decode(schema(), bytes, reason), nullptr);
+      EXPECT_NE(reason, "");
+      return reason;
+   }
+   // With the checksum made to fit again.
+   static std::string patched(std::string bytes, size_t at, std::string_view with) {
+      bytes.replace(at, with.size(), with);
+      bytes.resize(bytes.size() - 4);
+      return bytes + u32Bytes(Ordel::crc32c(bytes));
+   }
+   std::string contentOf(std::string const& name) {
+      std::ifstream in(name, std::ios::binary);
+      return std::string(std::istreambuf_iterator<char>(in), {});
+   }
+};
+
+TEST_F(SnapshotTest, checksumIsThatOfTheStandard) {
+   EXPECT_EQ(Ordel::crc32c("123456789"), 0xe3069283u);           // the check value of CRC-32C
+   EXPECT_EQ(Ordel::crc32c(std::string(32, '\0')), 0x8a9136aau); // RFC 3720, B.4
+   EXPECT_EQ(Ordel::crc32c("56789", Ordel::crc32c("1234")), 0xe3069283u);
+}
+
+TEST_F(SnapshotTest, givesBackTheSameTree) {
+   auto const again = Snapshot::decode(schema(), image(), error);
+   ASSERT_NE(again, nullptr) << error;
+   EXPECT_EQ(dump(*again), dump(tree));
+   EXPECT_EQ(again->nextNode(), tree.nextNode());
+   EXPECT_EQ(again->entityCount(), tree.entityCount());
+   EXPECT_FALSE(again->isMirror());
+   EXPECT_EQ(again->find("cell"), nullptr);
+   // It is a database's tree: numbers go on, inputs stay.
+   ASSERT_TRUE(again->apply(Block().at(again->find("input")->node()).createNode("new", dirType)).isDone());
+   EXPECT_EQ(again->find("input/new")->node(), tree.nextNode());
+   EXPECT_FALSE(again
+                    ->apply(Block()
+                                .at(again->find("config")->node(), {{Config::vlanConfig, u16Bytes(10)}})
+                                .set(Vlan::internal, "\0"sv))
+                    .isDone());
+}
+
+TEST_F(SnapshotTest, everyCutIsRefused) {
+   std::string const whole = image();
+   for (size_t size = 0; size < whole.size(); ++size)
+      EXPECT_NE(errorOf(whole.substr(0, size)), "");
+   EXPECT_EQ(errorOf(""), "not a snapshot of the state database");
+   EXPECT_EQ(errorOf(whole.substr(0, 20)), "cut off: 20 bytes are less than a header");
+   EXPECT_THAT(errorOf(whole.substr(0, whole.size() - 1)), StartsWith("cut off or damaged: a body of"));
+   EXPECT_THAT(errorOf(whole + "x"), StartsWith("cut off or damaged: a body of"));
+}
+
+TEST_F(SnapshotTest, everyFlippedBitIsRefused) {
+   std::string const whole = image();
+   for (size_t at = 0; at < whole.size(); ++at) {
+      std::string damaged = whole;
+      damaged[at] = static_cast<char>(damaged[at] ^ (1 << at % 8));
+      EXPECT_NE(errorOf(damaged), "") << at;
+   }
+}
+
+TEST_F(SnapshotTest, saysWhatDoesNotFit) {
+   EXPECT_EQ(errorOf("some other file"), "not a snapshot of the state database");
+   EXPECT_EQ(errorOf(patched(image(), 8, "\2\0\0\0"sv)), "version 2; this build reads version 1");
+   EXPECT_EQ(errorOf(patched(image(), 12, "\1\0\0\0\0\0\0\0"sv)),
+             "written by a build with other records (fingerprint 1, here 1311768467294899695)");
+   std::string flipped = image();
+   flipped[60] = static_cast<char>(flipped[60] ^ 1);
+   EXPECT_EQ(errorOf(flipped), "damaged: the checksum does not fit");
+   EXPECT_EQ(errorOf(patched(image(), 20, "\1\0\0\0"sv)), "damaged: the next node can't have number 1");
+   // A good checksum over operations that can't be: a number beyond the next node.
+   EXPECT_THAT(errorOf(patched(image(), 20, "\3\0\0\0"sv)),
+               HasSubstr("the number of a node is given by the database"));
+}
+
+TEST_F(SnapshotTest, writesAndReadsAFile) {
+   ASSERT_TRUE(Snapshot::write(tree, file, error)) << error;
+   auto const again = Snapshot::read(schema(), file, error, isAbsent);
+   ASSERT_NE(again, nullptr) << error;
+   EXPECT_EQ(dump(*again), dump(tree));
+   ASSERT_TRUE(Snapshot::write(*again, file, error)) << error; // over the old one
+   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+}
+
+TEST_F(SnapshotTest, namesTheFileThatIsNotThere) {
+   EXPECT_EQ(Snapshot::read(schema(), file, error, isAbsent), nullptr);
+   EXPECT_TRUE(isAbsent);
+   EXPECT_EQ(error, file + ": can't be opened: No such file or directory");
+   EXPECT_EQ(Snapshot::read(schema(), folder.string(), error, isAbsent), nullptr);
+   EXPECT_FALSE(isAbsent);
+   EXPECT_EQ(error, folder.string() + ": can't be read: Is a directory");
+   EXPECT_FALSE(Snapshot::write(tree, file + "/no/such", error));
+   EXPECT_THAT(error, HasSubstr("can't be created: No such file or directory"));
+}
+
+TEST_F(SnapshotTest, aDamagedFileIsLeftAlone) {
+   std::ofstream(file) << "damaged";
+   EXPECT_EQ(Snapshot::read(schema(), file, error, isAbsent), nullptr);
+   EXPECT_EQ(error, file + ": not a snapshot of the state database");
+   EXPECT_EQ(contentOf(file), "damaged");
+}
+
+TEST_F(SnapshotTest, aFullDiskLeavesTheOldFile) {
+   ASSERT_TRUE(Snapshot::write(tree, file, error)) << error;
+   std::string const before = contentOf(file);
+   tree.apply(Block().at(tree.find("config")->node()).set(Config::count, u32Bytes(5)));
+   rlimit old{};
+   getrlimit(RLIMIT_FSIZE, &old);
+   rlimit const small{100, old.rlim_max}; // as a full disk: writing fails behind 100 bytes
+   auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
+   setrlimit(RLIMIT_FSIZE, &small);
+   bool const isWritten = Snapshot::write(tree, file, error);
+   setrlimit(RLIMIT_FSIZE, &old);
+   std::signal(SIGXFSZ, handler);
+   EXPECT_FALSE(isWritten);
+   EXPECT_EQ(error, file + ".new: can't be written: File too large");
+   EXPECT_EQ(contentOf(file), before);
+   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1); // nothing lies about
+}
+
+} // namespace
