@@ -21,9 +21,9 @@ function(precompiled_headers name)
     target_include_directories(${name}_headers PRIVATE ${CMAKE_BINARY_DIR}/rooms/Kem)
     target_compile_options(${name}_headers PRIVATE ${HEADERS_FLAGS})
     target_link_libraries(${name}_headers PRIVATE ${HEADERS_USES})
-    # Not through ccache: where a precompiled header stands already, it takes that for one that is used, and gives back
+    # Not through ccache: where a precompiled header exists already, it takes that for one that is used, and gives back
     # an old one.
-    set_target_properties(${name}_headers PROPERTIES CXX_COMPILER_LAUNCHER "")
+    set_target_properties(${name}_headers PROPERTIES CXX_COMPILER_LAUNCHER ${CMAKE_SOURCE_DIR}/cmake/compile-headers)
   endif()
 endfunction()
 

@@ -39,7 +39,8 @@ find_program(CCACHE ccache)
 if(CCACHE)
   # Without this, ccache leaves alone what uses a precompiled header.
   set(CMAKE_CXX_COMPILER_LAUNCHER
-      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE})
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+      CCACHE_PCH_EXTSUM=1 ${CCACHE})
 endif()
 
 execute_process(
