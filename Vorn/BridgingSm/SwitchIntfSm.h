@@ -11,6 +11,7 @@
 // and written whole.
 #pragma once
 
+#include "Vorn/Rules/Membership.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
@@ -50,6 +51,10 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    Kem::ValueMap<Kem::String8, bool> const& dynTrunkGroup() const { return dynTrunkGroup_; }
    bool initialized() const { return initialized_; }
    BridgingConfigSm& parent() const { return parent_; }
+   // What the rules of membership look at; to be initialized first.
+   MembershipFacts membershipFacts() const {
+      return {*config_, *out_, trunkAllowedVlanSet_, asymVlanSet_, dynTrunkGroup_, *bridgingConfig_};
+   }
 
    // --- What others call.
    void handleInitialized();
@@ -130,8 +135,6 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
    void syncEachVlan();
    void syncOrdinaryVlans();
-   Bridging::VlanPortConfig memberOf(Bridging::VlanIdOrNone vlanId,
-                                     Bridging::VlanTypeAndPrimaryVlan const& role) const;
 
    BridgingConfigSm& parent_;
    Sulvi::IntfId const intfId_;

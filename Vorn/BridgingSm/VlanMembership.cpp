@@ -1,11 +1,14 @@
-// Whether a port is a member of a VLAN, and how; and the sets that the decision rests on.
+// Keeps a port's membership in the resolved VLANs, and the sets that it rests on, up to date by the rules of
+// Vorn/Rules.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
-#include "Sulvi/IntfKind.h"
+#include "Vorn/Rules/AllowedVlans.h"
+#include "Vorn/Rules/Membership.h"
+#include "Vorn/Rules/PortMode.h"
 
 #include <cstdio>
 #include <string>
@@ -13,42 +16,9 @@
 
 namespace Vorn {
 
-using InputMode = Bridging::Input::SwitchportMode;
-using Bridging::SwitchportMode;
-using Bridging::VlanPortDirection;
-using Bridging::VlanType;
-
 namespace {
 
 Kem::TraceFacility membershipTrace("VornMembership");
-
-// A port with a secondary VLAN as its access VLAN belongs to the primary too; one with the primary belongs to
-// the secondaries that it is mapped to.
-bool accessVlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm,
-                      Bridging::VlanIdOrNone native) {
-   if (native == 0)
-      return false;
-   auto const vid = vlan.vlanId();
-   auto const* const found = sm.bridgingConfig()->vlanConfig().find(Bridging::VlanId(native));
-   if (!found || (*found)->adminState() != Bridging::VlanAdminState::active)
-      return native == vid;
-   auto const nativeRole = (*found)->vlanTypeAndPrimaryVlan();
-   auto const role = vlan.vlanTypeAndPrimaryVlan();
-   if (nativeRole.primaryVlan == vid && role.vlanType == VlanType::primary_)
-      return true;
-   if (native == role.primaryVlan && nativeRole.vlanType == VlanType::primary_)
-      return sm.switchIntfConfig().defaultPrivateVlanMapping() ||
-             sm.switchIntfConfig().privateVlanMapping().find(vid);
-   return native == vid;
-}
-
-bool sharesTrunkGroup(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm) {
-   bool shares = false;
-   auto const look = [&](Kem::String8 const& name, bool) { shares = shares || vlan.trunkGroup(name); };
-   sm.switchIntfConfig().trunkGroup().forEach(look);
-   sm.dynTrunkGroup().forEach(look);
-   return shares;
-}
 
 // A membership as one number: 0 for none; the two flags, the direction, and a
 // bit that says that there is one.
@@ -60,32 +30,12 @@ uint8_t memberCode(Bridging::VlanPortConfig const& member) {
 
 } // namespace
 
-// The order of the rules is their meaning.
 bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridging::VlanIdOrNone native) {
-   auto const vid = vlan.vlanId();
-   auto const& out = *sm.switchIntfConfigOut();
-   SwitchportMode const mode = out.switchportModeAndNativeVlan().switchportMode;
-   if (vlan.adminState() != Bridging::VlanAdminState::active)
-      return false;
-   if (mode == SwitchportMode::routed_)
-      return native == vid;
-   if (vlan.internal())
-      return false; // behind the rule for routed ports: it has that port only
-   if (mode == SwitchportMode::dot1qTunnel_)
-      return native == vid;
-   if (out.asymVlanEnabled()) {
-      KEM_INVARIANT(mode == SwitchportMode::access_, "mode == Bridging::access_");
-      return sm.asymVlanSet().vlan(vid);
-   }
-   if (mode == SwitchportMode::access_)
-      return accessVlanMember(vlan, sm, native);
-   KEM_INVARIANT(mode == SwitchportMode::trunk_ || mode == SwitchportMode::tap_ ||
-                     mode == SwitchportMode::tool_,
+   auto const rule = membershipRule(vlan, sm.membershipFacts(), native);
+   KEM_INVARIANT(rule != MembershipRule::asymNotAccess, "mode == Bridging::access_");
+   KEM_INVARIANT(rule != MembershipRule::unknownMode,
                  "mode == Bridging::trunk_ || mode == Bridging::tap_ || mode == Bridging::tool_");
-   if (!sm.trunkAllowedVlanSet().vlan(vid))
-      return false;
-   // A VLAN with trunk groups is closed to every port that has none of them.
-   return vlan.trunkGroup().empty() || sharesTrunkGroup(vlan, sm);
+   return isMember(rule);
 }
 
 void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
@@ -98,51 +48,16 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
       }
       return;
    }
-   Bridging::VlanPortConfig member;
    if (out_->asymVlanEnabled())
       std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
                    static_cast<unsigned>(vlan.vlanId()));
-   else
-      member = memberOf(Bridging::VlanIdOrNone(vlan.vlanId()), vlan.vlanTypeAndPrimaryVlan());
+   auto const member = vlanPortConfig(membershipFacts(), Bridging::VlanIdOrNone(vlan.vlanId()),
+                                      vlan.vlanTypeAndPrimaryVlan());
    uint8_t const code = memberCode(member);
    if (written != code) {
       vlan.intfIs(intfId_, member);
       written = code | alwaysUnknown_;
    }
-}
-
-// How the port is a member of a VLAN of that number and role, given that it is one.
-Bridging::VlanPortConfig SwitchIntfSm::memberOf(Bridging::VlanIdOrNone vlanId,
-                                                Bridging::VlanTypeAndPrimaryVlan const& role) const {
-   auto const resolved = out_->switchportModeAndNativeVlan();
-   bool const isNative = resolved.nativeVlan == vlanId;
-   Bridging::VlanPortConfig member{.tagged = !isNative};
-   switch (resolved.switchportMode) {
-   case SwitchportMode::tool_:
-      member.tagged = false;
-      member.direction = VlanPortDirection::txOnly;
-      break;
-   case SwitchportMode::tap_:
-      member.tagged = config_->toolIdentityTagging(); // the tool's setting, not one of the tap
-      member.direction = VlanPortDirection::rxOnly;
-      break;
-   case SwitchportMode::trunk_:
-      if (config_->trunkPrivateVlanMapping() && role.vlanType == VlanType::secondary_)
-         member.direction = VlanPortDirection::rxOnly;
-      break;
-   case SwitchportMode::access_:
-      if (resolved.nativeVlan != 0 && !isNative) {
-         member = {.tagged = false, .mappedUntagged = true, .direction = VlanPortDirection::txOnly};
-      } else if (role.vlanType == VlanType::secondary_) {
-         auto const* const primary = bridgingConfig_->vlanConfig().find(Bridging::VlanId(role.primaryVlan));
-         if (primary && (*primary)->vlanTypeAndPrimaryVlan().vlanType == VlanType::primary_)
-            member.direction = VlanPortDirection::rxOnly;
-      }
-      break;
-   default:
-      break;
-   }
-   return member;
 }
 
 void SwitchIntfSm::doSyncAllVlans() {
@@ -159,11 +74,10 @@ void SwitchIntfSm::doSyncAllVlans() {
 // port alone. Those where that is what it has written already are passed over without a look at the VLAN.
 void SwitchIntfSm::syncOrdinaryVlans() {
    auto const resolved = out_->switchportModeAndNativeVlan();
-   bool const isTrunkLike = resolved.switchportMode == SwitchportMode::trunk_ ||
-                            resolved.switchportMode == SwitchportMode::tap_ ||
-                            resolved.switchportMode == SwitchportMode::tool_;
-   uint8_t const nativeCode = memberCode(memberOf(resolved.nativeVlan, {}));
-   uint8_t const otherCode = memberCode(memberOf(resolved.nativeVlan == 0 ? 1 : 0, {}));
+   bool const isTrunkLike = hasAllowedVlans(resolved.switchportMode);
+   uint8_t const nativeCode = memberCode(vlanPortConfig(membershipFacts(), resolved.nativeVlan, {}));
+   uint8_t const otherCode =
+       memberCode(vlanPortConfig(membershipFacts(), resolved.nativeVlan == 0 ? 1 : 0, {}));
    // An access port can be a member of its native VLAN, and of the primary of that.
    auto const* const native = resolved.nativeVlan == 0
                                   ? nullptr
@@ -211,32 +125,29 @@ void SwitchIntfSm::maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId) {
 
 void SwitchIntfSm::doComputeTrunkAllowedVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
-   if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
+   if (!hasVlanSets(intfId_)) {
       KEM_TRACE(membershipTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
       return;
    }
-   trunkAllowedVlanSet_.doClear();
-   auto const& list = config_->switchportMode() == InputMode::tap_    ? config_->tapAllowedVlans()
-                      : config_->switchportMode() == InputMode::tool_ ? config_->toolAllowedVlans()
-                                                                      : config_->trunkAllowedVlans();
-   std::string const leftOut = VornUtils::computeVlanSet(trunkAllowedVlanSet_, list.view());
-   if (!leftOut.empty())
-      KEM_TRACE(membershipTrace, 0, intfId_ << " allowed VLANs left out, no VLAN numbers: " << leftOut);
+   AllowedVlans const allowed = allowedVlans(*config_);
+   trunkAllowedVlanSet_ = allowed.vlans;
+   if (!allowed.leftOut.empty())
+      KEM_TRACE(membershipTrace, 0,
+                intfId_ << " allowed VLANs left out, no VLAN numbers: " << allowed.leftOut);
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
-   if (Sulvi::SubIntfId::isSubIntfId(intfId_)) {
+   if (!hasVlanSets(intfId_)) {
       KEM_TRACE(membershipTrace, 5, "asym vlans are not applicable for sub interface " << intfId_);
       return;
    }
-   asymVlanSet_.doClear();
-   bool const isAsym = !config_->asymVlans().empty() && config_->switchportMode() == InputMode::access_;
-   if (isAsym) {
-      std::string const leftOut = VornUtils::computeVlanSet(asymVlanSet_, config_->asymVlans().view());
-      if (!leftOut.empty())
-         KEM_TRACE(membershipTrace, 0, intfId_ << " asymmetric VLANs left out, no VLAN numbers: " << leftOut);
-   }
+   bool const isAsym = isAsymmetric(*config_);
+   AsymVlans const asym = asymVlans(*config_);
+   asymVlanSet_ = asym.vlans;
+   if (!asym.leftOut.empty())
+      KEM_TRACE(membershipTrace, 0,
+                intfId_ << " asymmetric VLANs left out, no VLAN numbers: " << asym.leftOut);
    out_->allowTaggedPktsIs(!isAsym);
    out_->enableIngressFilteringIs(!isAsym || asymVlanSet_.vlan(config_->accessVlan()));
    out_->asymVlanEnabledIs(isAsym);

@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 #include "Sulvi/IntfKind.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/Rules/BestInput.h"
 
 #include <map>
 
@@ -15,14 +16,6 @@ using Input = Bridging::Input::Config;
 namespace {
 
 Kem::TraceFacility selectorTrace("VornSelector");
-
-// Calls visit(input) for each input, in the order of the directory; other entities in it are none.
-template <class Visit>
-void forEachInput(Kem::Dir const& dir, Visit&& visit) {
-   for (auto const& [name, entity] : dir.entities())
-      if (auto const input = Kem::ptrCast<Input>(entity))
-         visit(input);
-}
 
 } // namespace
 
@@ -133,17 +126,10 @@ void InputSelectorSm::KemConfig::handleSwitchIntfConfig() {
 // --- The VLANs: one whole input.
 
 void InputSelectorSm::doFindBestVlanConfig() {
-   Kem::Ptr<Input> best;
-   uint32_t bestPriority = 0;
-   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& bic) {
-      if (bic->vlanConfigPriority() > bestPriority) {
-         best = bic;
-         bestPriority = bic->vlanConfigPriority();
-      }
-   });
+   auto const best = bestVlanInput(*in_.inputDir);
    KEM_TRACE(selectorTrace, 3,
              ": best vlan config is " << (best ? best->name() : Kem::Name("None")) << " with priority "
-                                      << bestPriority);
+                                      << (best ? best->vlanConfigPriority() : 0));
    in_.bridgingConfigSm->configInIs(best);
    in_.bridgingConfigSm->handleVlanConfig();
 }
@@ -151,18 +137,10 @@ void InputSelectorSm::doFindBestVlanConfig() {
 // --- The ports: each by itself.
 
 void InputSelectorSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
-   Kem::Ptr<Bridging::Input::SwitchIntfConfig> best;
-   uint32_t bestPriority = 0;
-   forEachInput(*in_.inputDir, [&](Kem::Ptr<Input> const& bic) {
-      uint32_t const priority = bic->switchIntfConfigPriority();
-      if (bestPriority >= priority)
-         return;
-      KEM_TRACE(selectorTrace, 8, "InputSelectorSm considering " << bic->name() << " for " << intfId);
-      if (auto const record = bic->switchIntfConfig(intfId)) {
-         best = record;
-         bestPriority = priority;
-      }
-   });
+   auto const best =
+       bestPortRecord(*in_.inputDir, intfId, [&](Input const& bic) {
+          KEM_TRACE(selectorTrace, 8, "InputSelectorSm considering " << bic.name() << " for " << intfId);
+       }).record;
    KEM_TRACE(selectorTrace, 5,
              "InputSelectorSm " << intfId << " best = " << (best ? best->fullName() : std::string("<none>")));
    if (best) {
