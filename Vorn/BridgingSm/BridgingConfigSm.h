@@ -1,16 +1,28 @@
 // The owner of the resolved configuration. It keeps one child for each VLAN and each port, creates and
-// deletes them as the copies of the deferred stages come and go, and holds the tables that tie routed ports
-// to internal VLANs (InternalVlans.h tells the rules).
+// deletes them as the copies of the deferred stages come and go, and holds what the children share.
 //
 // Nothing here reads a VLAN or a port from an input: children follow the copies. The selector says which
 // input is configIn and calls handleVlanConfig() when that changes. Made by the agent on the active
 // supervisor, for good.
+//
+// The class is written in one file for each subject:
+//
+//    BridgingConfigSm.cpp         start, and look-ups
+//    BridgingConfigReactors.h     what is followed, and the handler of each notification
+//    BridgingConfigVlans.cpp      VLANs: from configIn and the copies to VlanConfigSm; VLAN interfaces
+//    BridgingConfigPorts.cpp      ports: from the copies and the interfaces' records to SwitchIntfSm
+//    BridgingConfigSettings.cpp   what is set for the bridge as a whole
+//
+// and what several of them use is a class of its own: ResolvedVlans, InternalVlans, VlanInterfaces.
 #pragma once
 
 #include "Kem/Clock.h"
 #include "Kem/Dir.h"
+#include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 #include "Vorn/BridgingSm/VlanConfigSm.h"
+#include "Vorn/BridgingSm/VlanInterfaces.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigCodef.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigOutput.h"
 #include "Vorn/VlanConfigCodef/VlanConfigCodef.h"
@@ -28,9 +40,12 @@
 #include "records/PrivateVlanLib/LibState.h"
 #include "records/Vorn/DynVlanIntfList.h"
 
+#include <memory>
+
 namespace Vorn {
 
-// What BridgingConfigSm is made of. A null input is not followed.
+// What BridgingConfigSm is made of. A null input is not followed. fdbConfigDir, dynAllowedVlanDir and dynVlanDir
+// wait for FDB output and for dynamic VLANs, which are still to come.
 struct BridgingConfigInputs {
    Kem::Ptr<Bridging::Input::Config const> configIn;
    Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port
@@ -54,13 +69,14 @@ class BridgingConfigSm final : public Kem::PtrInterface,
                                public VlanConfigOutput,
                                public SwitchIntfConfigOutput {
   public:
-   // Seconds that a port waits for an internal VLAN before recovery looks at it, and between two looks.
-   static constexpr Kem::Seconds recoveryInterval = 10.0;
+   // Seconds between two looks of recovery at the ports that wait for an internal VLAN.
+   static constexpr Kem::Seconds recoveryPeriod = 10.0;
 
    explicit BridgingConfigSm(BridgingConfigInputs inputs);
    ~BridgingConfigSm() override;
    // The first full evaluation; the factory runs it. Asserts "dynVlanIntfList()".
    void handleInitialized();
+   bool initialized() const { return initialized_; }
 
    // --- Inputs and outputs.
    Kem::Ptr<Bridging::Input::Config const> const& configIn() const override { return in_.configIn; }
@@ -73,38 +89,43 @@ class BridgingConfigSm final : public Kem::PtrInterface,
    Bridging::Input::CliConfig const& cliConfig() const { return *in_.cliConfig; }
    Bridging::Input::DynVlanSrcTable const& dynVlanSrcTable() const { return *in_.dynVlanSrcTable; }
    PrivateVlanLib::LibState const& privateVlanLibState() const { return *in_.privateVlanLibState; }
-   Errdisable::CauseStatus& noInternalVlanIdCauseStatus() const { return *in_.noInternalVlanIdCauseStatus; }
    Kem::Ptr<DynVlanIntfList const> const& dynVlanIntfList() const { return in_.dynVlanIntfList; }
    AttrLogCheck* attrLogCheck() const override { return in_.attrLogCheck; }
-   bool initialized() const { return initialized_; }
 
-   // --- Copies of the deferred stages. Placing or deleting one is followed at once by the handler below.
+   // --- What the children share.
+   ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
+   InternalVlans& internalVlans() { return internalVlans_; }
+   VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
+   // The smallest secondary VLAN of a primary one; 4095 when there is none.
+   Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
+
+   // --- VLANs: configIn, its copies, and a child for each copy. Placing or deleting a copy is followed at
+   // once by handleVlanConfig(vlanId).
+   Kem::Ptr<VlanConfigCodef> const& vlanConfigCodef() const { return vlanConfigCodef_; }
+   // configIn has changed: what it lacks is deleted, and the deferred stage looks at the new one.
+   void handleVlanConfig();
    VlanConfigAfterCodef const& vlanConfigAfterCodef() const override { return vlanConfigAfterCodef_; }
    Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodef(Bridging::VlanId vlanId) const override;
    Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodefIs(Bridging::VlanId vlanId) override;
    void vlanConfigAfterCodefDel(Bridging::VlanId vlanId) override;
+   void handleVlanConfig(Bridging::VlanId vlanId);
    void vlanConfigSmInitialize(Bridging::VlanId vlanId) override;
+   Kem::Ptr<VlanConfigSm> vlanConfigSm(Bridging::VlanId vlanId) const; // null when there is none
+
+   // --- Ports: their copies, and a child for each copy. Placing or deleting a copy is followed at once by
+   // handleSwitchIntfConfig(intfId).
+   Kem::Ptr<SwitchIntfConfigCodef> const& switchIntfConfigCodef() const { return switchIntfConfigCodef_; }
+   // Ports come one at a time: asserts "!initialized()".
+   void handleSwitchIntfConfig();
    Kem::Ptr<Bridging::Input::SwitchIntfConfig> switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const;
    Kem::Ptr<Bridging::Input::SwitchIntfConfig>
    switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::Input::SwitchportMode mode) override;
    void switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) override;
-   void switchIntfSmInitialize(Sulvi::IntfId intfId) override;
-   Kem::Ptr<VlanConfigCodef> const& vlanConfigCodef() const { return vlanConfigCodef_; }
-   Kem::Ptr<SwitchIntfConfigCodef> const& switchIntfConfigCodef() const { return switchIntfConfigCodef_; }
-
-   // --- What the selector and the deferred stages call.
-   // configIn has changed: what it lacks is deleted, and the deferred stage looks at the new one.
-   void handleVlanConfig();
-   void handleVlanConfig(Bridging::VlanId vlanId);
-   // Ports come one at a time: asserts "!initialized()".
-   void handleSwitchIntfConfig();
    void handleSwitchIntfConfig(Sulvi::IntfId intfId);
-
-   // --- Children; null where there is none.
-   using SwitchIntfSms = Kem::HashMap<SwitchIntfSm, Sulvi::IntfId>;
+   void switchIntfSmInitialize(Sulvi::IntfId intfId) override;
    SwitchIntfSms const& switchIntfSm() const { return switchIntfSm_; }
-   Kem::Ptr<SwitchIntfSm> switchIntfSm(Sulvi::IntfId intfId) const;
-   // Makes the child, or passes new records on to the standing one. Another `bridgingConfig` for a standing
+   Kem::Ptr<SwitchIntfSm> switchIntfSm(Sulvi::IntfId intfId) const; // null when there is none
+   // Makes the child, or passes new records on to the existing one. Another `bridgingConfig` for an existing
    // one raises a range exception.
    Kem::Ptr<SwitchIntfSm>
    switchIntfSmIs(Sulvi::IntfId intfId,
@@ -112,114 +133,51 @@ class BridgingConfigSm final : public Kem::PtrInterface,
                   Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
                   Kem::Ptr<Bridging::Config> const& bridgingConfig,
                   Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
-   Kem::Ptr<VlanConfigSm> vlanConfigSm(Bridging::VlanId vlanId) const;
 
-   // --- Resolved VLANs, as the ports look at them. A VLAN is ordinary when its membership hangs on nothing
-   // but its number: active, not internal, without trunk groups and without a role among private VLANs.
-   VornUtils::VlanIdSet const& ordinaryVlans() const { return ordinaryVlans_; }
-   VornUtils::VlanIdSet const& specialVlans() const { return specialVlans_; } // all others that stand
-   // To be told of each resolved VLAN that was made, and of each change of what is named
-   // above, before ports are synced.
-   void resolvedVlanChanged(Bridging::VlanConfig const& vlan);
-   // Deletes the resolved VLAN; nothing when there is none. The only way: the ports have to know.
-   void resolvedVlanDel(Bridging::VlanId vlanId);
-   // The VLAN interface of that number, configured statically or else by a dynamic
-   // source; null when there is none.
-   Kem::Ptr<Interface::VlanIntfConfig const> vlanIntfConfigOf(Bridging::VlanId vlanId) const;
-   // The smallest secondary VLAN of a primary one; 4095 when there is none.
-   Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
-
-   // --- Internal VLANs of routed ports; see InternalVlans.h. Each pair is written together.
-   Sulvi::IntfId routedPort(Bridging::VlanId vlanId) const; // the empty id when there is none
-   void routedPortIs(Bridging::VlanId vlanId, Sulvi::IntfId intfId);
-   void routedPortDel(Bridging::VlanId vlanId) { routedPort_.erase(vlanId); }
-   Bridging::VlanIdOrNone internalVlanId(Sulvi::IntfId intfId) const; // 0 when there is none
-   void internalVlanIdIs(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId);
-   void internalVlanIdDel(Sulvi::IntfId intfId) { internalVlanId_.erase(intfId); }
-   // What the run before left, until its port claims it.
-   Sulvi::IntfId startupRoutedPort(Bridging::VlanId vlanId) const;
-   void startupRoutedPortDel(Bridging::VlanId vlanId) { startupRoutedPort_.erase(vlanId); }
-   Bridging::VlanIdOrNone startupInternalVlanId(Sulvi::IntfId intfId) const;
-   void startupInternalVlanIdDel(Sulvi::IntfId intfId) { startupInternalVlanId_.erase(intfId); }
-   // The first free number of the range; 0 when there is none. Reserves nothing.
-   Bridging::VlanIdOrNone allocateInternalVlanId() const;
-   // The user's configuration takes the number: its routed port gives it up and waits.
-   void handleInternalVlanIdInUse(Bridging::VlanId vlanId);
+   // --- Internal VLANs, passed on to InternalVlans, which says more.
+   Bridging::VlanIdOrNone allocateInternalVlanId() const; // asserts "initialized()"
+   void handleInternalVlanIdInUse(Bridging::VlanId vlanId) { internalVlans_.handleInUse(vlanId); }
+   Sulvi::IntfId routedPort(Bridging::VlanId vlanId) const { return internalVlans_.held().port(vlanId); }
+   Bridging::VlanIdOrNone internalVlanId(Sulvi::IntfId intfId) const {
+      return internalVlans_.held().vlan(intfId);
+   }
+   Sulvi::IntfId startupRoutedPort(Bridging::VlanId vlanId) const {
+      return internalVlans_.startup().port(vlanId);
+   }
+   Bridging::VlanIdOrNone startupInternalVlanId(Sulvi::IntfId intfId) const {
+      return internalVlans_.startup().vlan(intfId);
+   }
 
   private:
-   // --- Reactions.
-   struct KemConfig final : Bridging::Config::NotifieeConst {
-      explicit KemConfig(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onDefaultSwitchportMode() override { sm.handleDefaultSwitchportMode(); }
-      BridgingConfigSm& sm;
-   };
-   struct KemVlanIntfConfig final : Interface::VlanIntfConfigDir::NotifieeConst {
-      explicit KemVlanIntfConfig(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onIntfConfig(Sulvi::IntfId intfId) override { sm.handleVlanIntfConfig(intfId); }
-      BridgingConfigSm& sm;
-   };
-   struct KemDynVlanIntfList final : DynVlanIntfList::NotifieeConst {
-      explicit KemDynVlanIntfList(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onIntfConfig(Sulvi::IntfId intfId) override { sm.handleVlanIntfConfig(intfId); }
-      BridgingConfigSm& sm;
-   };
-   struct KemEthIntfConfigDir final : Interface::EthIntfConfigDir::NotifieeConst {
-      explicit KemEthIntfConfigDir(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onIntfConfig(Sulvi::IntfId intfId) override { sm.handleEthIntfConfig(intfId); }
-      BridgingConfigSm& sm;
-   };
-   struct KemEthIntfStatusDir final : Interface::EthIntfStatusDir::NotifieeConst {
-      explicit KemEthIntfStatusDir(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onIntfStatus(Sulvi::IntfId intfId) override { sm.handleEthIntfStatus(intfId); }
-      BridgingConfigSm& sm;
-   };
-   struct KemCliConfig final : Bridging::Input::CliConfig::NotifieeConst {
-      explicit KemCliConfig(BridgingConfigSm& s) : NotifieeConst(this), sm(s) {}
-      void onVidToFidMap(Bridging::VlanId vlanId) override { sm.handleVidToFidMap(vlanId); }
-      void onIeeeReservedForwarding(Sulvi::EthAddr addr) override { sm.handleIeeeReservedForwarding(addr); }
-      BridgingConfigSm& sm;
-   };
-   struct KemRecoveryTimer final : Kem::Clock::NotifieeConst {
-      explicit KemRecoveryTimer(BridgingConfigSm& s) : sm(s) {}
-      void onTime() override { sm.handleRecoveryTimer(); }
-      BridgingConfigSm& sm;
-   };
-   void handleDefaultSwitchportMode();
+   struct Reactors;
+
+   // --- Reactions, by the file in which they are.
    void handleVlanIntfConfig(Sulvi::IntfId intfId);
    void handleEthIntfConfig(Sulvi::IntfId intfId);
    void handleEthIntfStatus(Sulvi::IntfId intfId);
+   void handleRecoveryTimer();
+   void handleDefaultSwitchportMode();
    void handleVidToFidMap(Bridging::VlanId vlanId);
    void handleAllVidToFidMap();
    void handleIeeeReservedForwarding(Sulvi::EthAddr addr);
    void handleIeeeReservedForwarding();
-   void handleRecoveryTimer();
 
    // --- Helpers.
-   void takeOverInternalVlans();
-   void releaseVanishedRoutedPort(SwitchIntfSm& sm);
    void vlanConfigSmIs(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig> const& copy);
+   void releaseVanishedRoutedPort(SwitchIntfSm& sm);
 
    BridgingConfigInputs in_;
    bool initialized_ = false;
    VlanConfigAfterCodef vlanConfigAfterCodef_;
    Kem::HashMap<Bridging::Input::SwitchIntfConfig, Sulvi::IntfId> switchIntfConfigAfterCodef_;
-   Kem::ValueMap<Bridging::VlanId, Sulvi::IntfId> routedPort_;
-   Kem::ValueMap<Sulvi::IntfId, Bridging::VlanIdOrNone> internalVlanId_;
-   Kem::ValueMap<Sulvi::IntfId, Bridging::VlanIdOrNone> startupInternalVlanId_;
-   Kem::ValueMap<Bridging::VlanId, Sulvi::IntfId> startupRoutedPort_;
-   VornUtils::VlanIdSet ordinaryVlans_;
-   VornUtils::VlanIdSet specialVlans_;
+   VlanInterfaces const vlanInterfaces_{in_.vlanIntfConfig, in_.dynVlanIntfList};
+   ResolvedVlans resolvedVlans_{in_.config, switchIntfSm_};
+   InternalVlans internalVlans_{in_.config, resolvedVlans_, vlanInterfaces_, in_.noInternalVlanIdCauseStatus};
    Kem::HashMap<VlanConfigSm, Bridging::VlanId> vlanConfigSm_;
    SwitchIntfSms switchIntfSm_;
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
-   KemConfig kemConfig_{*this};
-   KemVlanIntfConfig kemVlanIntfConfig_{*this};
-   KemDynVlanIntfList kemDynVlanIntfList_{*this};
-   KemEthIntfConfigDir kemEthIntfConfigDir_{*this};
-   KemEthIntfStatusDir kemEthIntfStatusDir_{*this};
-   KemCliConfig kemCliConfig_{*this};
-   KemRecoveryTimer kemRecoveryTimer_{*this};
+   std::unique_ptr<Reactors> const reactors_;
 };
 
 Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs);

@@ -187,9 +187,10 @@ TEST_F(BridgingConfigSmTest, vlanOfARoutedPortStaysWithoutAnyInputThatHoldsIt) {
 }
 
 TEST_F(BridgingConfigSmTest, vlanOfARoutedPortIsNotDeletedByItsNumber) {
+   bridge.routed("Ethernet1");
    bridge.start();
-   bridge.sm->routedPortIs(20, "Ethernet9");
-   EXPECT_DEATH(bridge.sm->handleVlanConfig(20),
+   ASSERT_EQ(bridge.mode("Ethernet1"), "routed 1006");
+   EXPECT_DEATH(bridge.sm->handleVlanConfig(1006),
                 HasSubstr("\"!routedPortIteratorConst().isMemberOf( vlanId )\""));
 }
 
@@ -303,11 +304,12 @@ TEST_F(BridgingConfigSmTest, interfacesWhoseNumberIsNoVlanAreNoConcern) {
 
 TEST_F(BridgingConfigSmTest, configuredVlanInterfaceComesBeforeADynamicOne) {
    bridge.start();
-   EXPECT_FALSE(bridge.sm->vlanIntfConfigOf(10));
+   auto const& vlanInterfaces = bridge.sm->vlanInterfaces();
+   EXPECT_FALSE(vlanInterfaces.find(Bridging::VlanId(10)));
    auto const dynamic = bridge.dynVlanIntf(10);
-   EXPECT_EQ(bridge.sm->vlanIntfConfigOf(10), dynamic);
+   EXPECT_EQ(vlanInterfaces.find(Bridging::VlanId(10)), dynamic);
    auto const configured = bridge.vlanIntf(10);
-   EXPECT_EQ(bridge.sm->vlanIntfConfigOf(10), configured);
+   EXPECT_EQ(vlanInterfaces.find(Bridging::VlanId(10)), configured);
 }
 
 // --- The default mode.

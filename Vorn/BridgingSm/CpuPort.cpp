@@ -2,6 +2,7 @@
 
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/VlanInterfaces.h"
 #include "records/Bridging/SviMappingState.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -22,6 +23,11 @@ void addCpuPort(Bridging::VlanConfig& vlan) {
 
 void deleteCpuPort(Bridging::VlanConfig& vlan) {
    vlan.intfDel(cpuIntfId());
+}
+
+bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig const& vlan) {
+   auto const vlanIntf = vlanInterfaces.find(vlan.vlanId());
+   return vlanIntf && vlanIntf->enabled() && vlan.adminState() == Bridging::VlanAdminState::active;
 }
 
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,

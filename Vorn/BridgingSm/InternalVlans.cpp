@@ -1,112 +1,84 @@
 #include "Vorn/BridgingSm/InternalVlans.h"
 
 #include "Kem/Assert.h"
-#include "Kem/Time.h"
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "records/Interface/VlanIntfConfig.h"
+#include "Vorn/BridgingSm/ResolvedVlans.h"
+#include "Vorn/BridgingSm/VlanInterfaces.h"
 
-#include <string>
+#include <cmath>
 
 namespace Vorn {
 
 namespace {
-
 Kem::TraceFacility internalVlanTrace("VornInternalVlan");
-
-template <class Map, class Key>
-auto valueOf(Map const& map, Key const& key) {
-   auto const* const value = map.find(key);
-   return value ? *value : std::remove_cvref_t<decltype(*value)>{};
-}
-
-} // namespace
-
-Sulvi::IntfId vlanIntfIdOf(uint32_t vlanId) {
-   return Sulvi::IntfId("Vlan" + std::to_string(vlanId));
-}
-
-Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(Bridging::Config& config, Bridging::VlanId vlanId,
-                                                          Sulvi::IntfId intfId) {
-   auto const vlan = config.vlanConfigIs(vlanId, true);
-   vlan->configSourceIs("internal");
-   vlan->adminStateIs(Bridging::VlanAdminState::active);
-   vlan->configuredNameIs(intfId.stringValue());
-   addCpuPort(*vlan);
-   return vlan;
-}
-
-void deleteRoutedPortVlanConfig(BridgingConfigSm& sm, Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
-   KEM_INVARIANT(vlanId != 0, "vlanId");
-   Bridging::VlanId const vlan(vlanId);
-   sm.internalVlanIdDel(intfId);
-   sm.routedPortDel(vlan);
-   sm.resolvedVlanDel(vlan);
-   if (auto const out = sm.config().switchIntfConfig(intfId))
-      out->switchportModeAndNativeVlanIs(
-          {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 0});
 }
 
 // --- The tables.
 
-Sulvi::IntfId BridgingConfigSm::routedPort(Bridging::VlanId vlanId) const {
-   return valueOf(routedPort_, vlanId);
-}
-void BridgingConfigSm::routedPortIs(Bridging::VlanId vlanId, Sulvi::IntfId intfId) {
-   *routedPort_.findOrInsert(vlanId, [&] { return intfId; }).first = intfId;
-}
-Bridging::VlanIdOrNone BridgingConfigSm::internalVlanId(Sulvi::IntfId intfId) const {
-   return valueOf(internalVlanId_, intfId);
-}
-void BridgingConfigSm::internalVlanIdIs(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
-   *internalVlanId_.findOrInsert(intfId, [&] { return vlanId; }).first = vlanId;
-}
-Sulvi::IntfId BridgingConfigSm::startupRoutedPort(Bridging::VlanId vlanId) const {
-   return valueOf(startupRoutedPort_, vlanId);
-}
-Bridging::VlanIdOrNone BridgingConfigSm::startupInternalVlanId(Sulvi::IntfId intfId) const {
-   return valueOf(startupInternalVlanId_, intfId);
+Sulvi::IntfId PortsByVlan::port(Bridging::VlanId vlanId) const {
+   auto const* const found = ports_.find(vlanId);
+   return found ? *found : Sulvi::IntfId();
 }
 
-// --- Start: what the run before left is held back from deletion until its port has been evaluated.
+Bridging::VlanIdOrNone PortsByVlan::vlan(Sulvi::IntfId intfId) const {
+   auto const* const found = vlans_.find(intfId);
+   return found ? *found : Bridging::VlanIdOrNone(0);
+}
 
-void BridgingConfigSm::takeOverInternalVlans() {
-   for (auto const& [key, port] : config().switchIntfConfig()) {
+void PortsByVlan::pairIs(Bridging::VlanId vlanId, Sulvi::IntfId intfId) {
+   pairDel(port(vlanId));
+   pairDel(intfId);
+   ports_.findOrInsert(vlanId, [&] { return intfId; });
+   vlans_.findOrInsert(intfId, [&] { return Bridging::VlanIdOrNone(vlanId); });
+}
+
+void PortsByVlan::pairDel(Sulvi::IntfId intfId) {
+   auto const vlanId = vlan(intfId);
+   if (vlanId == 0)
+      return;
+   vlans_.erase(intfId);
+   ports_.erase(Bridging::VlanId(vlanId));
+}
+
+// --- Start: what the previous run left is held back from deletion until its port has been evaluated.
+
+void InternalVlans::handleStartup(Bridging::Input::Config const* input,
+                                  Interface::EthIntfConfigDir const* ethIntfConfigDir) {
+   for (auto const& [key, port] : config_->switchIntfConfig()) {
       Sulvi::IntfId const intfId = key;
-      auto const input = configIn() ? configIn()->switchIntfConfig(intfId) : nullptr;
-      if (!input || input->enabled())
+      auto const switchport = input ? input->switchIntfConfig(intfId) : nullptr;
+      if (!switchport || switchport->enabled())
          continue;
-      auto const ethIntfConfig = in_.ethIntfConfigDir ? in_.ethIntfConfigDir->intfConfig(intfId) : nullptr;
+      auto const ethIntfConfig = ethIntfConfigDir ? ethIntfConfigDir->intfConfig(intfId) : nullptr;
       if (ethIntfConfig &&
           ethIntfConfig->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown)
          continue;
       auto const resolved = port->switchportModeAndNativeVlan();
       if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
          continue;
-      Bridging::VlanId const vlan(resolved.nativeVlan);
-      if (!startupRoutedPort(vlan).empty())
-         continue; // a second port that claims the number allocates anew
-      KEM_INVARIANT(startupInternalVlanId(intfId) == 0, "!startupInternalVlanId( iter->intfId() )");
-      startupInternalVlanId_.findOrInsert(intfId, [&] { return resolved.nativeVlan; });
-      startupRoutedPort_.findOrInsert(vlan, [&] { return intfId; });
+      Bridging::VlanId const vlanId(resolved.nativeVlan);
+      if (!startup_.port(vlanId).empty())
+         continue; // a second port that claims the number allocates again
+      KEM_INVARIANT(startup_.vlan(intfId) == 0, "!startupInternalVlanId( iter->intfId() )");
+      startup_.pairIs(vlanId, intfId);
    }
 }
 
-// --- Allocation.
+// --- Numbers.
 
-Bridging::VlanIdOrNone BridgingConfigSm::allocateInternalVlanId() const {
-   KEM_ASSERT(initialized());
-   auto const range = config().internalVlanRange();
+Bridging::VlanIdOrNone InternalVlans::allocate() const {
+   auto const range = config_->internalVlanRange();
    bool const isAscending =
-       config().internalVlanAllocationPolicy() == Bridging::InternalVlanAllocationPolicy::ascending;
+       config_->internalVlanAllocationPolicy() == Bridging::InternalVlanAllocationPolicy::ascending;
    if (range.min > range.max)
       return 0;
    uint32_t const count = uint32_t(range.max) - range.min + 1;
    for (uint32_t i = 0; i < count; ++i) {
       // A range that reaches 0 or 4095 raises when the walk gets there.
       Bridging::VlanId const vid(static_cast<uint16_t>(isAscending ? range.min + i : range.max - i));
-      if (config().vlanConfig().find(vid) || vlanIntfConfigOf(vid))
+      if (config_->vlanConfig().find(vid) || vlanInterfaces_.find(vid))
          continue;
       KEM_TRACE(internalVlanTrace, 5, " free vid: " << vid);
       return Bridging::VlanIdOrNone(vid);
@@ -114,36 +86,90 @@ Bridging::VlanIdOrNone BridgingConfigSm::allocateInternalVlanId() const {
    return 0;
 }
 
-void BridgingConfigSm::handleInternalVlanIdInUse(Bridging::VlanId vlanId) {
-   Sulvi::IntfId const intfId = routedPort(vlanId);
+Bridging::VlanIdOrNone InternalVlans::take(Sulvi::IntfId intfId) {
+   auto const vlanId = nextNumber(intfId);
+   if (vlanId == 0) {
+      waitBegin(intfId);
+      return 0;
+   }
+   // It may have waited until now: a number came free, or this is a start on the cause that the previous run
+   // left. A port that holds a VLAN must not be among those that recovery looks at.
+   waitEnd(intfId);
+   Bridging::VlanId const vlan(vlanId);
+   held_.pairIs(vlan, intfId);
+   createRoutedPortVlanConfig(resolvedVlans_, vlan, intfId);
+   return vlanId;
+}
+
+Bridging::VlanIdOrNone InternalVlans::nextNumber(Sulvi::IntfId intfId) {
+   auto const startup = startup_.vlan(intfId);
+   if (startup == 0)
+      return allocate();
+   Bridging::VlanId const vlan(startup);
+   auto const* const existing = config_->vlanConfig().find(vlan);
+   bool const isTaken = (existing && !(*existing)->internal()) || vlanInterfaces_.find(vlan);
+   startup_.pairDel(intfId);
+   return isTaken ? Bridging::VlanIdOrNone(0) : startup;
+}
+
+void InternalVlans::giveUp(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
+   KEM_INVARIANT(vlanId != 0, "vlanId");
+   held_.pairDel(intfId);
+   resolvedVlans_.vlanDel(Bridging::VlanId(vlanId));
+   if (auto const port = config_->switchIntfConfig(intfId))
+      port->switchportModeAndNativeVlanIs(
+          {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 0});
+}
+
+void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
+   Sulvi::IntfId const intfId = held_.port(vlanId);
    if (intfId.empty())
       return;
    KEM_TRACE(internalVlanTrace, 0,
              "handleInternalVlanIdInUse"
                  << " deleting routed port vlan config for intfId: " << intfId << " vlanId: " << vlanId);
-   deleteRoutedPortVlanConfig(*this, intfId, Bridging::VlanIdOrNone(vlanId));
-   if (auto const out = config().switchIntfConfig(intfId))
-      out->switchportModeAndNativeVlanIs(
+   giveUp(intfId, Bridging::VlanIdOrNone(vlanId));
+   // Meant, though giving up has written the same: the two steps don't rest on each other.
+   if (auto const port = config_->switchIntfConfig(intfId))
+      port->switchportModeAndNativeVlanIs(
           {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 0});
-   noInternalVlanIdCauseStatus().intfStatusIs(intfId, Kem::now());
+   waitBegin(intfId);
 }
 
-// --- Recovery. The cause is only taken away: the port allocates when it comes up again.
+// --- Waiting.
 
-void BridgingConfigSm::handleRecoveryTimer() {
-   KEM_ASSERT(initialized());
-   auto& cause = noInternalVlanIdCauseStatus();
+bool InternalVlans::hasBegunToWait(Sulvi::IntfId intfId) const {
+   auto const* const since = cause_->intfStatus().find(intfId);
+   return since && std::abs(Kem::now() - *since) < holdOff;
+}
+
+void InternalVlans::recover() {
    Kem::Seconds const now = Kem::now();
-   for (auto const& [intfId, time] : cause.intfStatus()) {
-      if (now - time < recoveryInterval)
+   for (auto const& [intfId, time] : cause_->intfStatus()) {
+      if (now - time < holdOff)
          continue;
-      KEM_INVARIANT(internalVlanId(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");
-      if (allocateInternalVlanId() == 0)
+      KEM_INVARIANT(held_.vlan(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");
+      if (allocate() == 0)
          break; // nothing can recover now
       KEM_TRACE(internalVlanTrace, 3, "handleRecoveryTimer releases " << intfId);
-      cause.intfStatusDel(intfId);
+      waitEnd(intfId);
    }
-   kemRecoveryTimer_.timeMinIs(now + recoveryInterval);
+}
+
+// --- The VLAN of a routed port.
+
+Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(ResolvedVlans& resolvedVlans,
+                                                          Bridging::VlanId vlanId, Sulvi::IntfId intfId) {
+   auto const vlan = resolvedVlans.internalVlanIs(vlanId);
+   resolvedVlans.configSourceIs(*vlan, "internal");
+   resolvedVlans.adminStateIs(*vlan, Bridging::VlanAdminState::active);
+   resolvedVlans.configuredNameIs(*vlan, intfId.stringValue());
+   addCpuPort(*vlan);
+   return vlan;
+}
+
+void deleteRoutedPortVlanConfig(BridgingConfigSm& sm, Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
+   sm.internalVlans().giveUp(intfId, vlanId);
 }
 
 } // namespace Vorn

@@ -8,27 +8,95 @@
 //    waiting ──10 seconds passed and a number is free──► no VLAN, and VLAN held at the next evaluation
 //    waiting ──left routed mode──► no VLAN
 //
-// A waiting port stands in the errdisable cause "no-internal-vlan", and is given no number within these 10
-// seconds, by whatever evaluation; one that holds a VLAN never stands there. The tables are
-// BridgingConfigSm's; allocation and recovery are its operations, in InternalVlans.cpp; the choice for one
-// port is SwitchIntfSm's.
+// A waiting port is a member of the errdisable cause "no-internal-vlan"; one that holds a VLAN never is. Here
+// are the tables and what is done with them. Whether a port may hold a VLAN at the moment is decided by
+// SwitchIntfSm; when the operations run, by BridgingConfigSm, which owns this.
 #pragma once
 
+#include "Kem/Collections.h"
+#include "Kem/Time.h"
 #include "records/Bridging/Config.h"
+#include "records/Bridging/Input/Config.h"
+#include "records/Errdisable/CauseStatus.h"
+#include "records/Interface/EthIntfConfigDir.h"
 
 namespace Vorn {
 
 class BridgingConfigSm;
+class ResolvedVlans;
+class VlanInterfaces;
 
-// The VLAN interface of that number: "Vlan" and the number.
-Sulvi::IntfId vlanIntfIdOf(uint32_t vlanId);
+// Ports and VLAN numbers, one to one, kept both ways.
+class PortsByVlan {
+  public:
+   Sulvi::IntfId port(Bridging::VlanId vlanId) const;       // the empty id when there is none
+   Bridging::VlanIdOrNone vlan(Sulvi::IntfId intfId) const; // 0 when there is none
+   // Ties the two; whatever either was tied to before is free.
+   void pairIs(Bridging::VlanId vlanId, Sulvi::IntfId intfId);
+   void pairDel(Sulvi::IntfId intfId); // nothing when there is none
 
-// Writes the resolved VLAN of a routed port: internal, active, named after the port,
-// with the CPU port as its member.
-Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(Bridging::Config& config, Bridging::VlanId vlanId,
-                                                          Sulvi::IntfId intfId);
+  private:
+   Kem::ValueMap<Bridging::VlanId, Sulvi::IntfId> ports_;
+   Kem::ValueMap<Sulvi::IntfId, Bridging::VlanIdOrNone> vlans_;
+};
 
-// Takes the VLAN from the port, which stays routed, without a VLAN. Asserts "vlanId": it isn't 0.
+class InternalVlans {
+  public:
+   // How many seconds a port waits before recovery looks at it.
+   static constexpr Kem::Seconds holdOff = 10.0;
+
+   InternalVlans(Kem::Ptr<Bridging::Config> config, ResolvedVlans& resolvedVlans,
+                 VlanInterfaces const& vlanInterfaces, Kem::Ptr<Errdisable::CauseStatus> cause)
+       : config_(std::move(config)), resolvedVlans_(resolvedVlans), vlanInterfaces_(vlanInterfaces),
+         cause_(std::move(cause)) {}
+
+   // --- The tables: `routedPort` and `internalVlanId` by one name, `startupRoutedPort` and
+   // `startupInternalVlanId` by the other.
+   PortsByVlan const& held() const { return held_; }
+   // What the previous run left, until its port takes the VLAN up again.
+   PortsByVlan const& startup() const { return startup_; }
+
+   // Reads the ports that the previous run resolved: what has to be kept for its port. `input` and
+   // `ethIntfConfigDir` may be null.
+   void handleStartup(Bridging::Input::Config const* input,
+                      Interface::EthIntfConfigDir const* ethIntfConfigDir);
+
+   // --- Numbers.
+   // The first free number of the range; 0 when there is none. Reserves nothing.
+   Bridging::VlanIdOrNone allocate() const;
+   // Gives the port a VLAN: the number of the previous run, unless something took it meanwhile, or a free one.
+   // Returns 0 when there is none, and the port waits: a port that lost its old number is not given another
+   // in the same pass.
+   Bridging::VlanIdOrNone take(Sulvi::IntfId intfId);
+   // Takes the VLAN from the port, which stays routed, without a VLAN. Asserts "vlanId": it isn't 0.
+   void giveUp(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId);
+   // The user's configuration takes the number: its port gives it up and waits. Nothing when no port has it.
+   void handleInUse(Bridging::VlanId vlanId);
+
+   // --- Waiting.
+   void waitBegin(Sulvi::IntfId intfId) { cause_->intfStatusIs(intfId, Kem::now()); }
+   void waitEnd(Sulvi::IntfId intfId) { cause_->intfStatusDel(intfId); }
+   bool hasBegunToWait(Sulvi::IntfId intfId) const; // less than the hold-off ago
+   // Ends the waiting of those who have waited long enough, while a number is free. Assigns none: the port
+   // takes its VLAN when it comes up again.
+   void recover();
+
+  private:
+   Bridging::VlanIdOrNone nextNumber(Sulvi::IntfId intfId);
+
+   Kem::Ptr<Bridging::Config> const config_;
+   ResolvedVlans& resolvedVlans_;
+   VlanInterfaces const& vlanInterfaces_;
+   Kem::Ptr<Errdisable::CauseStatus> const cause_;
+   PortsByVlan held_;
+   PortsByVlan startup_;
+};
+
+// Writes the resolved VLAN of a routed port: internal, active, named after the port, with the CPU port as its
+// member.
+Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(ResolvedVlans& resolvedVlans,
+                                                          Bridging::VlanId vlanId, Sulvi::IntfId intfId);
+// InternalVlans::giveUp.
 void deleteRoutedPortVlanConfig(BridgingConfigSm& sm, Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId);
 
 } // namespace Vorn

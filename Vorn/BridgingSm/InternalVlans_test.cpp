@@ -312,8 +312,13 @@ TEST_F(InternalVlansTest, forwardingModelOfASwitchportIsNoConcern) {
 
 TEST_F(InternalVlansTest, tablesThatContradictEachOtherEndTheAgent) {
    bridge.routed("Ethernet1");
+   bridge.routed("Ethernet2");
    bridge.start();
-   bridge.sm->internalVlanIdIs("Ethernet1", 2000);
+   // A record that names the VLAN of the other port.
+   uint16_t const other = 8001 - bridge.sm->internalVlanId("Ethernet1").value();
+   bridge.resolvedPort("Ethernet1")
+       ->switchportModeAndNativeVlanIs(
+           {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = other});
    bridge.forwardingModelIs("Ethernet1", 1);
    EXPECT_DEATH(bridge.run(), HasSubstr("\"vlanIdOrNone == parent()->internalVlanId( intfId() )\""));
 }
@@ -393,9 +398,8 @@ TEST_F(InternalVlansTest, onlyAVlanCanBeGivenUp) {
 
 TEST_F(InternalVlansTest, portWithoutAResolvedRecordCanGiveItsVlanUp) {
    bridge.start();
-   bridge.sm->internalVlanIdIs("Ethernet1", 4000);
-   bridge.sm->routedPortIs(4000, "Ethernet1");
-   Vorn::createRoutedPortVlanConfig(*bridge.config, 4000, "Ethernet1");
+   EXPECT_EQ(bridge.sm->internalVlans().take("Ethernet1"), 4000);
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{4000});
    deleteRoutedPortVlanConfig(*bridge.sm, "Ethernet1", 4000);
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_EQ(bridge.sm->internalVlanId("Ethernet1"), 0);
@@ -635,7 +639,7 @@ struct InternalVlanRestartTest : InternalVlansTest {
       auto const record = bridge.eth->switchIntfConfigIs(intfId);
       record->enabledIs(false);
       bridge.allSwitchIntfConfigs->switchIntfConfigIs(record);
-      Vorn::createRoutedPortVlanConfig(*bridge.config, vlanId, intfId)->intfIs(intfId, {});
+      bridge.internalVlan(vlanId, intfId)->intfIs(intfId, {});
       bridge.config->switchIntfConfigIs(
           intfId, {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = vlanId});
    }

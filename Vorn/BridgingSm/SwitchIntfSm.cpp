@@ -8,8 +8,6 @@
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "records/Interface/VlanIntfConfig.h"
 
-#include <cmath>
-
 namespace Vorn {
 
 using InputMode = Bridging::Input::SwitchportMode;
@@ -71,7 +69,7 @@ void SwitchIntfSm::doPrepareToDie() {
    bridgingConfig_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { vlan->intfDel(intfId_); });
    if (auto const vlanId = parent_.internalVlanId(intfId_); vlanId != 0)
       giveUpInternalVlan(vlanId);
-   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
+   parent_.internalVlans().waitEnd(intfId_);
 }
 
 // --- Mode and native VLAN.
@@ -86,7 +84,7 @@ Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan(
    Bridging::VlanIdOrNone const vlanId = switchportVlan(mode);
    if (auto const internal = parent_.internalVlanId(intfId_); internal != 0)
       giveUpInternalVlan(internal); // it has just stopped being routed
-   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
+   parent_.internalVlans().waitEnd(intfId_);
    return {.switchportMode = static_cast<SwitchportMode>(mode), .nativeVlan = vlanId};
 }
 
@@ -117,47 +115,20 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
 Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
    if (auto const held = parent_.internalVlanId(intfId_); held != 0)
       return held;
-   if (isShutDown() || !hasRoutedForwardingModel() || hasBegunToWait())
+   if (!ethIntfConfig() || isShutDown() || !hasRoutedForwardingModel() || hasBegunToWait())
       return 0;
-   auto const vlanId = takeInternalVlan();
-   if (vlanId == 0) {
-      parent_.noInternalVlanIdCauseStatus().intfStatusIs(intfId_, Kem::now());
-      return 0;
-   }
-   // It may have waited until now: a number came free, or this is a start on the cause that the run before
-   // left. A port that holds a VLAN must not stand among those that recovery looks at.
-   parent_.noInternalVlanIdCauseStatus().intfStatusDel(intfId_);
-   Bridging::VlanId const vlan(vlanId);
-   parent_.routedPortIs(vlan, intfId_);
-   parent_.internalVlanIdIs(intfId_, vlanId);
-   parent_.resolvedVlanChanged(*createRoutedPortVlanConfig(*bridgingConfig_, vlan, intfId_));
-   return vlanId;
+   return parent_.internalVlans().take(intfId_);
 }
 
 // Within the time in which recovery leaves it alone, nothing else gives the port a number either. A time of
 // an earlier boot, in the future, is none.
 bool SwitchIntfSm::hasBegunToWait() const {
-   auto const* const since = parent_.noInternalVlanIdCauseStatus().intfStatus().find(intfId_);
-   return since && std::abs(Kem::now() - *since) < BridgingConfigSm::recoveryInterval;
-}
-
-// The number of the run before, unless something took it meanwhile; otherwise a free one. 0 when there is
-// none: a port that lost its old number is not given another in the same pass.
-Bridging::VlanIdOrNone SwitchIntfSm::takeInternalVlan() {
-   auto const startup = parent_.startupInternalVlanId(intfId_);
-   if (startup == 0)
-      return parent_.allocateInternalVlanId();
-   Bridging::VlanId const vlan(startup);
-   auto const* const standing = bridgingConfig_->vlanConfig().find(vlan);
-   bool const isTaken = (standing && !(*standing)->internal()) || parent_.vlanIntfConfigOf(vlan);
-   parent_.startupInternalVlanIdDel(intfId_);
-   parent_.startupRoutedPortDel(vlan);
-   return isTaken ? Bridging::VlanIdOrNone(0) : startup;
+   return parent_.internalVlans().hasBegunToWait(intfId_);
 }
 
 bool SwitchIntfSm::isShutDown() const {
    auto const config = ethIntfConfig();
-   return !config || config->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown;
+   return config && config->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown;
 }
 
 bool SwitchIntfSm::hasRoutedForwardingModel() const {
@@ -181,7 +152,7 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
 
 // --- Changes of the port's copy.
 
-bool SwitchIntfSm::isTrunkLike() const {
+bool SwitchIntfSm::isConfiguredTrunkLike() const {
    InputMode const mode = config_->switchportMode();
    return mode == InputMode::trunk_ || mode == InputMode::tap_ || mode == InputMode::tool_;
 }
@@ -204,7 +175,7 @@ void SwitchIntfSm::handleSwitchportMode() {
    if (!initialized_ || !config_->enabled())
       return;
    doComputeAsymVlans();
-   if (isTrunkLike())
+   if (isConfiguredTrunkLike())
       doComputeTrunkAllowedVlans();
    doSyncSwitchportModeAndNativeVlan();
    doSyncAllVlans();
@@ -224,7 +195,7 @@ void SwitchIntfSm::handleAccessVlan() {
 }
 
 void SwitchIntfSm::handleTrunkNativeVlan() {
-   if (initialized_ && config_->enabled() && isTrunkLike())
+   if (initialized_ && config_->enabled() && isConfiguredTrunkLike())
       doSyncSwitchportModeAndNativeVlan();
 }
 
@@ -232,7 +203,7 @@ void SwitchIntfSm::handleTrunkAllowedVlans() {
    if (!initialized_)
       return;
    doComputeTrunkAllowedVlans();
-   if (config_->enabled() && isTrunkLike())
+   if (config_->enabled() && isConfiguredTrunkLike())
       doSyncAllVlans();
 }
 
@@ -248,19 +219,19 @@ void SwitchIntfSm::handleVlanTpid() {
       out_->vlanTpidIs(config_->vlanTpid());
 }
 
-bool SwitchIntfSm::isSwitchportThatFloods() const {
+bool SwitchIntfSm::mayLearnAndFlood() const {
    InputMode const mode = config_->switchportMode();
    return config_->enabled() && mode != InputMode::tap_ && mode != InputMode::tool_;
 }
 
 void SwitchIntfSm::handleMacLearningEnabled() {
    if (initialized_)
-      out_->macLearningEnabledIs(config_->macLearningEnabled() && isSwitchportThatFloods());
+      out_->macLearningEnabledIs(config_->macLearningEnabled() && mayLearnAndFlood());
 }
 
 void SwitchIntfSm::handleFloodingEnabled() {
    if (initialized_)
-      out_->floodingEnabledIs(config_->floodingEnabled() && isSwitchportThatFloods());
+      out_->floodingEnabledIs(config_->floodingEnabled() && mayLearnAndFlood());
 }
 
 // --- Changes of the interface.
@@ -270,7 +241,7 @@ void SwitchIntfSm::handleEnabledStateLocal() {
    if (!out_ || out_->switchportModeAndNativeVlan().switchportMode != SwitchportMode::routed_)
       return;
    auto const vlanId = out_->switchportModeAndNativeVlan().nativeVlan;
-   if (ethIntfConfig() && isShutDown() && vlanId != 0)
+   if (isShutDown() && vlanId != 0)
       giveUpInternalVlan(vlanId);
    handleEnabled();
 }

@@ -29,7 +29,9 @@ void VlanConfigSm::vlanConfigInIs(Kem::Ptr<Bridging::Input::VlanConfig const> co
 }
 
 Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
-   return parent_.config().vlanConfig(vlanId_);
+   auto vlanConfig = parent_.resolvedVlans().vlan(vlanId_);
+   KEM_ASSERT(vlanConfig);
+   return vlanConfig;
 }
 
 // --- Life.
@@ -37,13 +39,9 @@ Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
 void VlanConfigSm::handleInitialized() {
    initialized_ = true;
    parent_.handleInternalVlanIdInUse(vlanId_);
-   // An internal VLAN of the run before, whose port hasn't claimed it yet: the user's claim wins.
-   auto& config = parent_.config();
-   if (auto const standing = config.vlanConfig(vlanId_); standing && standing->internal())
-      parent_.resolvedVlanDel(vlanId_);
-   auto const out = config.vlanConfigIs(vlanId_, false);
-   parent_.resolvedVlanChanged(*out);
-   out->configSourceIs(Kem::String8(parent_.configIn()->name()));
+   // This deletes an internal VLAN of the previous run, whose port hasn't claimed it yet: the user's claim wins.
+   auto const out = parent_.resolvedVlans().vlanIs(vlanId_);
+   parent_.resolvedVlans().configSourceIs(*out, Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
    handleConfiguredName();
    handleTrunkGroup();
@@ -64,10 +62,8 @@ void VlanConfigSm::doPrepareToDie() {
       sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(modeAndVlan);
       KEM_TRACE(vlanTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
    });
-   if (auto const out = vlanOut()) {
-      out->vlanTypeAndPrimaryVlanIs({});
-      parent_.resolvedVlanChanged(*out);
-   }
+   if (auto const out = parent_.resolvedVlans().vlan(vlanId_))
+      parent_.resolvedVlans().vlanTypeAndPrimaryVlanIs(*out, {});
 }
 
 // --- Changes of the copy.
@@ -75,17 +71,15 @@ void VlanConfigSm::doPrepareToDie() {
 void VlanConfigSm::handleConfiguredName() {
    if (!initialized_)
       return;
-   auto const vlanConfig = vlanOut();
-   KEM_ASSERT(vlanConfig);
-   vlanConfig->configuredNameIs(in_->configuredName());
+   auto const out = vlanOut();
+   parent_.resolvedVlans().configuredNameIs(*out, in_->configuredName());
 }
 
 void VlanConfigSm::handleVlanTypeAndPrimaryVlan() {
    if (!initialized_)
       return;
    auto const out = vlanOut();
-   out->vlanTypeAndPrimaryVlanIs(in_->vlanTypeAndPrimaryVlan());
-   parent_.resolvedVlanChanged(*out);
+   parent_.resolvedVlans().vlanTypeAndPrimaryVlanIs(*out, in_->vlanTypeAndPrimaryVlan());
 }
 
 void VlanConfigSm::handleTrunkGroup() {
@@ -95,14 +89,13 @@ void VlanConfigSm::handleTrunkGroup() {
    for (auto const& [name, value] : out->trunkGroup())
       if (value != in_->trunkGroup(name)) {
          KEM_TRACE(vlanTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
-         out->trunkGroupDel(name);
+         parent_.resolvedVlans().trunkGroupDel(*out, name);
       }
    for (auto const& [name, value] : in_->trunkGroup())
       if (value != out->trunkGroup(name)) {
          KEM_TRACE(vlanTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
-         out->trunkGroupIs(name, true);
+         parent_.resolvedVlans().trunkGroupIs(*out, name);
       }
-   parent_.resolvedVlanChanged(*out);
 }
 
 void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
@@ -112,10 +105,10 @@ void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
    bool const stands = out->trunkGroup().find(name);
    if (in_->trunkGroup(name) && !stands) {
       KEM_TRACE(vlanTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
-      out->trunkGroupIs(name, true);
+      parent_.resolvedVlans().trunkGroupIs(*out, name);
    } else if (!in_->trunkGroup(name) && stands) {
       KEM_TRACE(vlanTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
-      out->trunkGroupDel(name);
+      parent_.resolvedVlans().trunkGroupDel(*out, name);
    }
    handleAdminState(); // also when nothing changed: it re-evaluates membership
 }
@@ -124,8 +117,7 @@ void VlanConfigSm::handleAdminState() {
    if (!initialized_)
       return;
    auto const out = vlanOut();
-   out->adminStateIs(in_->adminState());
-   parent_.resolvedVlanChanged(*out);
+   parent_.resolvedVlans().adminStateIs(*out, in_->adminState());
    syncSwitchports(*out);
    syncCpuPort(*out);
    maybeSyncCpuPort(parent_, vlanId_);
@@ -162,8 +154,7 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
 }
 
 void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
-   auto const vlanIntf = parent_.vlanIntfConfigOf(vlanId_);
-   if (vlanIntf && vlanIntf->enabled() && vlanOut.adminState() == Bridging::VlanAdminState::active) {
+   if (wantsCpuPort(parent_.vlanInterfaces(), vlanOut)) {
       KEM_TRACE(vlanTrace, 3, " Adding Cpu port for vlan " << vlanId_);
       addCpuPort(vlanOut);
    } else {

@@ -23,8 +23,7 @@ class VlanConfigSm final : public Kem::PtrInterface {
    bool initialized() const { return initialized_; }
 
    void handleInitialized();
-   // Before it is deleted: switchports lose it as their native VLAN. The
-   // resolved record is left to the parent.
+   // Before it is deleted: switchports lose it as their native VLAN. The resolved record is left to the parent.
    void doPrepareToDie();
 
   private:
@@ -46,7 +45,7 @@ class VlanConfigSm final : public Kem::PtrInterface {
    void handleTrunkGroup(); // all of them; without the central pass
 
    // --- Helpers.
-   Kem::Ptr<Bridging::VlanConfig> vlanOut() const;
+   Kem::Ptr<Bridging::VlanConfig> vlanOut() const; // the resolved VLAN; asserts "vlanConfig": there is one
    void syncSwitchports(Bridging::VlanConfig& vlanOut);
    void syncCpuPort(Bridging::VlanConfig& vlanOut);
    void doMaybeUpdateTrunkAllowedVlans();

@@ -67,7 +67,8 @@ void SwitchIntfSm::doSyncAllVlans() {
       return;
    }
    syncOrdinaryVlans();
-   parent_.specialVlans().forEach([&](uint16_t vlanId) { maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId)); });
+   parent_.resolvedVlans().special().forEach(
+       [&](uint16_t vlanId) { maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId)); });
 }
 
 // Of nearly all VLANs a port need only know the number: whether it is a member, and how, follows from the
@@ -83,9 +84,9 @@ void SwitchIntfSm::syncOrdinaryVlans() {
                                   ? nullptr
                                   : bridgingConfig_->vlanConfig().find(Bridging::VlanId(resolved.nativeVlan));
    uint32_t const nativesPrimary = native ? (*native)->vlanTypeAndPrimaryVlan().primaryVlan.value() : 0u;
-   parent_.ordinaryVlans().forEach([&](uint16_t vlanId) {
+   parent_.resolvedVlans().ordinary().forEach([&](uint16_t vlanId) {
       uint8_t const written = written_[vlanId];
-      if (isTrunkLike) {
+      if (isTrunk) {
          uint8_t const wanted = !trunkAllowedVlanSet_.vlan(vlanId) ? noMember
                                 : vlanId == resolved.nativeVlan    ? nativeCode
                                                                    : otherCode;

@@ -13,7 +13,7 @@ using Config = Bridging::Input::SwitchIntfConfig;
 
 namespace {
 
-Kem::TraceFacility entryTrace("VornSwitchCodef");
+Kem::TraceFacility entryTrace("VornSwitchEntry");
 
 using Bit = SwitchportBitMap::Bit;
 

@@ -23,7 +23,6 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/Selection/InputSelectorSm.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
@@ -189,6 +188,13 @@ class TestBridge {
       auto const record = Interface::VlanIntfConfig::make(vlanIntfIdOf(vlanId));
       dynVlanIntfList->intfConfigIs(record);
       return record;
+   }
+
+   // The VLAN of a routed port, as a previous run left it.
+   Kem::Ptr<Bridging::VlanConfig> internalVlan(uint16_t vlanId, Sulvi::IntfId intfId) {
+      SwitchIntfSms const noPorts;
+      ResolvedVlans resolvedVlans(config, noPorts);
+      return createRoutedPortVlanConfig(resolvedVlans, vlanId, intfId);
    }
 
    // --- Private VLANs: the role in what the command line asks for, and what the library makes of it.

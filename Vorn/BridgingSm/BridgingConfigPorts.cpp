@@ -1,0 +1,129 @@
+// The road of a port: the deferred stage, the copy, SwitchIntfSm, which is also given the records of the
+// interface.
+
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Trace.h"
+
+namespace Vorn {
+
+namespace {
+Kem::TraceFacility bridgingPortTrace("VornBridgingPort");
+}
+
+// --- Copies.
+
+void BridgingConfigSm::handleSwitchIntfConfig() {
+   KEM_INVARIANT(!initialized(), "!initialized()");
+}
+
+Kem::Ptr<Bridging::Input::SwitchIntfConfig>
+BridgingConfigSm::switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const {
+   auto const* const found = switchIntfConfigAfterCodef_.find(intfId);
+   return found ? *found : nullptr;
+}
+
+Kem::Ptr<Bridging::Input::SwitchIntfConfig>
+BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::Input::SwitchportMode mode) {
+   auto const [copy, isNew] = switchIntfConfigAfterCodef_.findOrInsert(
+       intfId, [&] { return Bridging::Input::SwitchIntfConfig::make(intfId, mode); });
+   auto const result = *copy;
+   if (isNew)
+      handleSwitchIntfConfig(intfId);
+   return result;
+}
+
+void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
+   if (switchIntfConfigAfterCodef_.erase(intfId))
+      handleSwitchIntfConfig(intfId);
+}
+
+// --- Children.
+
+void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
+   auto const copy = switchIntfConfigAfterCodef(intfId);
+   if (copy) {
+      KEM_TRACE(bridgingPortTrace, 3, "Creating SwitchIntfConfig and reactor for intf " << intfId);
+      auto const ethIntfConfig = in_.ethIntfConfigDir ? in_.ethIntfConfigDir->intfConfig(intfId) : nullptr;
+      auto const ethIntfStatus = in_.ethIntfStatusDir ? in_.ethIntfStatusDir->intfStatus(intfId) : nullptr;
+      switchIntfSmIs(intfId, copy, ethIntfConfig, in_.config, ethIntfStatus);
+      return;
+   }
+   auto const sm = switchIntfSm(intfId);
+   if (!sm)
+      return;
+   KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
+   sm->doPrepareToDie();
+   switchIntfSm_.erase(intfId);
+   config().switchIntfConfigDel(intfId);
+}
+
+Kem::Ptr<SwitchIntfSm>
+BridgingConfigSm::switchIntfSmIs(Sulvi::IntfId intfId,
+                                 Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,
+                                 Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
+                                 Kem::Ptr<Bridging::Config> const& bridgingConfig,
+                                 Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus) {
+   auto const sm = switchIntfSm(intfId);
+   if (!sm)
+      return *switchIntfSm_
+                  .findOrInsert(intfId,
+                                [&] {
+                                   return Kem::makePtr<SwitchIntfSm>(*this, intfId, switchIntfConfig,
+                                                                     ethIntfConfig, bridgingConfig,
+                                                                     ethIntfStatus);
+                                })
+                  .first;
+   if (sm->bridgingConfig() != bridgingConfig)
+      Kem::throwReinstantiating("bridgingConfig", sm->bridgingConfig()->fullName(),
+                                bridgingConfig->fullName());
+   sm->switchIntfConfigIs(switchIntfConfig);
+   sm->ethIntfConfigIs(ethIntfConfig);
+   sm->ethIntfStatusIs(ethIntfStatus);
+   return sm;
+}
+
+void BridgingConfigSm::switchIntfSmInitialize(Sulvi::IntfId intfId) {
+   switchIntfSm(intfId)->handleInitialized();
+}
+
+Kem::Ptr<SwitchIntfSm> BridgingConfigSm::switchIntfSm(Sulvi::IntfId intfId) const {
+   auto const* const found = switchIntfSm_.find(intfId);
+   return found ? *found : nullptr;
+}
+
+// --- Records of the interface.
+
+void BridgingConfigSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
+   auto const sm = switchIntfSm(intfId);
+   if (!sm)
+      return;
+   auto const record = in_.ethIntfConfigDir->intfConfig(intfId);
+   sm->ethIntfConfigIs(record);
+   if (record)
+      sm->handleEnabledStateLocal();
+   else
+      releaseVanishedRoutedPort(*sm);
+}
+
+void BridgingConfigSm::handleEthIntfStatus(Sulvi::IntfId intfId) {
+   auto const sm = switchIntfSm(intfId);
+   if (!sm)
+      return;
+   auto const record = in_.ethIntfStatusDir->intfStatus(intfId);
+   sm->ethIntfStatusIs(record);
+   if (!record)
+      releaseVanishedRoutedPort(*sm);
+}
+
+void BridgingConfigSm::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
+   auto const resolved = sm.switchIntfConfigOut()->switchportModeAndNativeVlan();
+   if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
+      return;
+   KEM_TRACE(bridgingPortTrace, 3, " deleting routed port vlan config for " << sm.intfId());
+   deleteRoutedPortVlanConfig(*this, sm.intfId(), resolved.nativeVlan);
+   sm.doSyncSwitchportModeAndNativeVlan();
+}
+
+} // namespace Vorn

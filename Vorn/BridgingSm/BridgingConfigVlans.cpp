@@ -1,0 +1,109 @@
+// The road of a VLAN: configIn, the deferred stage, the copy, VlanConfigSm. And what else takes a VLAN's number:
+// a VLAN interface.
+
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Trace.h"
+#include "Sulvi/IntfKind.h"
+#include "records/Interface/VlanIntfConfig.h"
+
+namespace Vorn {
+
+namespace {
+Kem::TraceFacility bridgingVlanTrace("VornBridgingVlan");
+}
+
+// --- configIn.
+
+void BridgingConfigSm::handleVlanConfig() {
+   auto const& input = in_.configIn;
+   config().vlanConfigSourceDetailIs(input ? input->sourceDetail() : Kem::String8());
+   for (auto const& [vlanId, vlan] : config().vlanConfig()) {
+      bool const isWanted = input && input->vlanConfig().find(vlanId);
+      if (isWanted && vlan->internal()) {
+         // The user now wants the number of a routed port's VLAN.
+         KEM_TRACE(bridgingVlanTrace, 0, "Deleting Vlan " << vlanId);
+         resolvedVlans_.vlanDel(vlanId);
+         handleInternalVlanIdInUse(vlanId);
+      } else if (!routedPort(vlanId).empty() || !startupRoutedPort(vlanId).empty()) {
+         KEM_TRACE(bridgingVlanTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
+      } else if (!isWanted) {
+         KEM_TRACE(bridgingVlanTrace, 3, "Deleting Vlan " << vlanId);
+         handleVlanConfig(vlanId);
+      }
+   }
+   vlanConfigCodef_->handleVlanConfig();
+}
+
+// --- Copies.
+
+Kem::Ptr<Bridging::Input::VlanConfig> BridgingConfigSm::vlanConfigAfterCodef(Bridging::VlanId vlanId) const {
+   auto const* const found = vlanConfigAfterCodef_.find(vlanId);
+   return found ? *found : nullptr;
+}
+
+Kem::Ptr<Bridging::Input::VlanConfig> BridgingConfigSm::vlanConfigAfterCodefIs(Bridging::VlanId vlanId) {
+   auto const [copy, isNew] =
+       vlanConfigAfterCodef_.findOrInsert(vlanId, [&] { return Bridging::Input::VlanConfig::make(vlanId); });
+   auto const result = *copy;
+   if (isNew)
+      handleVlanConfig(vlanId);
+   return result;
+}
+
+void BridgingConfigSm::vlanConfigAfterCodefDel(Bridging::VlanId vlanId) {
+   if (vlanConfigAfterCodef_.erase(vlanId))
+      handleVlanConfig(vlanId);
+}
+
+// --- Children.
+
+void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
+   if (!initialized_)
+      return;
+   auto const copy = vlanConfigAfterCodef(vlanId);
+   if (copy) {
+      vlanConfigSmIs(vlanId, copy);
+      return;
+   }
+   if (auto const sm = vlanConfigSm(vlanId)) {
+      KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfigSm for vlan " << vlanId);
+      sm->doPrepareToDie();
+      vlanConfigSm_.erase(vlanId);
+   }
+   KEM_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
+   KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
+   resolvedVlans_.vlanDel(vlanId);
+}
+
+void BridgingConfigSm::vlanConfigSmIs(Bridging::VlanId vlanId,
+                                      Kem::Ptr<Bridging::Input::VlanConfig> const& copy) {
+   auto const sm = vlanConfigSm(vlanId);
+   KEM_TRACE(bridgingVlanTrace, 3, (sm ? "Changing" : "Creating") << " vlanConfigSm for vlan " << vlanId);
+   if (sm)
+      sm->vlanConfigInIs(copy);
+   else
+      vlanConfigSm_.findOrInsert(vlanId, [&] { return Kem::makePtr<VlanConfigSm>(*this, vlanId, copy); });
+}
+
+void BridgingConfigSm::vlanConfigSmInitialize(Bridging::VlanId vlanId) {
+   vlanConfigSm(vlanId)->handleInitialized();
+}
+
+Kem::Ptr<VlanConfigSm> BridgingConfigSm::vlanConfigSm(Bridging::VlanId vlanId) const {
+   auto const* const found = vlanConfigSm_.find(vlanId);
+   return found ? *found : nullptr;
+}
+
+// --- VLAN interfaces.
+
+void BridgingConfigSm::handleVlanIntfConfig(Sulvi::IntfId intfId) {
+   KEM_INVARIANT(initialized(), "initialized()");
+   uint16_t const number = Sulvi::VlanIntfId::vlanId(intfId);
+   // A number that no VLAN can have is no routed port's either.
+   if (vlanInterfaces_.find(intfId) && Bridging::VlanId::isLegal(number))
+      handleInternalVlanIdInUse(Bridging::VlanId(number));
+}
+
+} // namespace Vorn

@@ -1,0 +1,73 @@
+#include "Vorn/BridgingSm/ResolvedVlans.h"
+
+#include "Vorn/BridgingSm/SwitchIntfSm.h"
+
+namespace Vorn {
+
+void ResolvedVlans::handleInitialized() {
+   config_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { classify(*vlan); });
+}
+
+void ResolvedVlans::classify(Bridging::VlanConfig const& vlan) {
+   bool const isOrdinary = vlan.adminState() == Bridging::VlanAdminState::active && !vlan.internal() &&
+                           vlan.trunkGroup().empty() &&
+                           vlan.vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan();
+   (isOrdinary ? ordinary_ : special_).vlanIs(vlan.vlanId());
+   (isOrdinary ? special_ : ordinary_).doRemove(vlan.vlanId());
+}
+
+// --- Making and deleting.
+
+Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::vlanIs(Bridging::VlanId vlanId) {
+   if (auto const existing = vlan(vlanId); existing && existing->internal())
+      vlanDel(vlanId);
+   auto const result = config_->vlanConfigIs(vlanId, false);
+   classify(*result);
+   return result;
+}
+
+Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::internalVlanIs(Bridging::VlanId vlanId) {
+   auto const result = config_->vlanConfigIs(vlanId, true);
+   classify(*result);
+   return result;
+}
+
+void ResolvedVlans::vlanDel(Bridging::VlanId vlanId) {
+   config_->vlanConfigDel(vlanId);
+   ordinary_.doRemove(vlanId);
+   special_.doRemove(vlanId);
+   ports_.forEach([&](Sulvi::IntfId, auto const& port) { port->vlanDeleted(vlanId); });
+}
+
+// --- Attributes.
+
+void ResolvedVlans::configSourceIs(Bridging::VlanConfig& vlan, Kem::String8 const& source) {
+   vlan.configSourceIs(source);
+}
+
+void ResolvedVlans::configuredNameIs(Bridging::VlanConfig& vlan, Kem::String8 const& name) {
+   vlan.configuredNameIs(name);
+}
+
+void ResolvedVlans::adminStateIs(Bridging::VlanConfig& vlan, Bridging::VlanAdminState state) {
+   vlan.adminStateIs(state);
+   classify(vlan);
+}
+
+void ResolvedVlans::vlanTypeAndPrimaryVlanIs(Bridging::VlanConfig& vlan,
+                                             Bridging::VlanTypeAndPrimaryVlan const& role) {
+   vlan.vlanTypeAndPrimaryVlanIs(role);
+   classify(vlan);
+}
+
+void ResolvedVlans::trunkGroupIs(Bridging::VlanConfig& vlan, Kem::String8 const& name) {
+   vlan.trunkGroupIs(name, true);
+   classify(vlan);
+}
+
+void ResolvedVlans::trunkGroupDel(Bridging::VlanConfig& vlan, Kem::String8 const& name) {
+   vlan.trunkGroupDel(name);
+   classify(vlan);
+}
+
+} // namespace Vorn

@@ -1,0 +1,63 @@
+// The resolved VLANs: the only writer of Bridging::VlanConfig, but for its members. Whoever makes, changes or
+// deletes a resolved VLAN does it here, because two things have to follow: the VLAN is sorted into ordinary or
+// special, and the ports forget what they wrote into one that goes.
+//
+// A VLAN is ordinary when its membership depends on nothing but its number: active, not internal, without
+// trunk groups and without a role among private VLANs. A port that looks at all VLANs passes over the ordinary
+// ones without a look-up (SwitchIntfSm::doSyncAllVlans).
+//
+// Members are not written here: each port writes its own (SwitchIntfSm), and CpuPort.h that of the processor.
+// No pass over ports is run here either; the caller does, when its changes are complete. Owned by
+// BridgingConfigSm.
+#pragma once
+
+#include "Kem/Collections.h"
+#include "VornUtils/VlanIdSet.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/VlanConfig.h"
+
+namespace Vorn {
+
+class SwitchIntfSm;
+using SwitchIntfSms = Kem::HashMap<SwitchIntfSm, Sulvi::IntfId>;
+
+class ResolvedVlans {
+  public:
+   // `ports` are to be told; both outlive this.
+   ResolvedVlans(Kem::Ptr<Bridging::Config> config, SwitchIntfSms const& ports)
+       : config_(std::move(config)), ports_(ports) {}
+   // Sorts the VLANs that the previous run left.
+   void handleInitialized();
+
+   // --- Look-ups.
+   // The writable record; null when there is none.
+   Kem::Ptr<Bridging::VlanConfig> vlan(Bridging::VlanId vlanId) const { return config_->vlanConfig(vlanId); }
+   VornUtils::VlanIdSet const& ordinary() const { return ordinary_; }
+   VornUtils::VlanIdSet const& special() const { return special_; } // all others
+
+   // --- Making and deleting.
+   // Finds or makes a VLAN that somebody asked for. An internal one of that number is deleted first, and its
+   // members with it.
+   Kem::Ptr<Bridging::VlanConfig> vlanIs(Bridging::VlanId vlanId);
+   // Finds or makes an internal VLAN. A range exception when there is one that is not internal.
+   Kem::Ptr<Bridging::VlanConfig> internalVlanIs(Bridging::VlanId vlanId);
+   void vlanDel(Bridging::VlanId vlanId); // nothing when there is none
+
+   // --- Attributes.
+   void configSourceIs(Bridging::VlanConfig& vlan, Kem::String8 const& source);
+   void configuredNameIs(Bridging::VlanConfig& vlan, Kem::String8 const& name);
+   void adminStateIs(Bridging::VlanConfig& vlan, Bridging::VlanAdminState state);
+   void vlanTypeAndPrimaryVlanIs(Bridging::VlanConfig& vlan, Bridging::VlanTypeAndPrimaryVlan const& role);
+   void trunkGroupIs(Bridging::VlanConfig& vlan, Kem::String8 const& name);
+   void trunkGroupDel(Bridging::VlanConfig& vlan, Kem::String8 const& name);
+
+  private:
+   void classify(Bridging::VlanConfig const& vlan);
+
+   Kem::Ptr<Bridging::Config> const config_;
+   SwitchIntfSms const& ports_;
+   VornUtils::VlanIdSet ordinary_;
+   VornUtils::VlanIdSet special_;
+};
+
+} // namespace Vorn
