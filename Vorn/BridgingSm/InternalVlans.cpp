@@ -6,6 +6,7 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/VlanInterfaces.h"
+#include "Vorn/Rules/InternalVlan.h"
 
 #include <cmath>
 
@@ -52,8 +53,7 @@ void InternalVlans::handleStartup(Bridging::Input::Config const* input,
       if (!switchport || switchport->enabled())
          continue;
       auto const ethIntfConfig = ethIntfConfigDir ? ethIntfConfigDir->intfConfig(intfId) : nullptr;
-      if (ethIntfConfig &&
-          ethIntfConfig->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown)
+      if (ethIntfConfig && isShutDown(*ethIntfConfig))
          continue;
       auto const resolved = port->switchportModeAndNativeVlan();
       if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
@@ -69,21 +69,11 @@ void InternalVlans::handleStartup(Bridging::Input::Config const* input,
 // --- Numbers.
 
 Bridging::VlanIdOrNone InternalVlans::allocate() const {
-   auto const range = config_->internalVlanRange();
-   bool const isAscending =
-       config_->internalVlanAllocationPolicy() == Bridging::InternalVlanAllocationPolicy::ascending;
-   if (range.min > range.max)
-      return 0;
-   uint32_t const count = uint32_t(range.max) - range.min + 1;
-   for (uint32_t i = 0; i < count; ++i) {
-      // A range that reaches 0 or 4095 raises when the walk gets there.
-      Bridging::VlanId const vid(static_cast<uint16_t>(isAscending ? range.min + i : range.max - i));
-      if (config_->vlanConfig().find(vid) || vlanInterfaces_.find(vid))
-         continue;
-      KEM_TRACE(internalVlanTrace, 5, " free vid: " << vid);
-      return Bridging::VlanIdOrNone(vid);
-   }
-   return 0;
+   auto const vlanId =
+       freeInternalVlan(*config_, [&](Bridging::VlanId vid) { return bool(vlanInterfaces_.find(vid)); });
+   if (vlanId != 0)
+      KEM_TRACE(internalVlanTrace, 5, " free vid: " << vlanId);
+   return vlanId;
 }
 
 Bridging::VlanIdOrNone InternalVlans::take(Sulvi::IntfId intfId) {

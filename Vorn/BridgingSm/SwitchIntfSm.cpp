@@ -6,6 +6,7 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/Rules/InternalVlan.h"
 #include "records/Interface/VlanIntfConfig.h"
 
 namespace Vorn {
@@ -115,7 +116,8 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
 Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
    if (auto const held = parent_.internalVlanId(intfId_); held != 0)
       return held;
-   if (!ethIntfConfig() || isShutDown() || !hasRoutedForwardingModel() || hasBegunToWait())
+   if (internalVlanObstacle(ethIntfConfig().ptr(), ethIntfStatus().ptr()) != InternalVlanObstacle::none ||
+       hasBegunToWait())
       return 0;
    return parent_.internalVlans().take(intfId_);
 }
@@ -124,16 +126,6 @@ Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
 // an earlier boot, in the future, is none.
 bool SwitchIntfSm::hasBegunToWait() const {
    return parent_.internalVlans().hasBegunToWait(intfId_);
-}
-
-bool SwitchIntfSm::isShutDown() const {
-   auto const config = ethIntfConfig();
-   return config && config->enabledStateLocal() == Interface::EnabledState::enabledStateShutdown;
-}
-
-bool SwitchIntfSm::hasRoutedForwardingModel() const {
-   auto const status = ethIntfStatus();
-   return status && status->forwardingModel() == Interface::IntfForwardingModel::intfForwardingModelRouted;
 }
 
 void SwitchIntfSm::giveUpInternalVlan(Bridging::VlanIdOrNone vlanId) {
@@ -241,7 +233,7 @@ void SwitchIntfSm::handleEnabledStateLocal() {
    if (!out_ || out_->switchportModeAndNativeVlan().switchportMode != SwitchportMode::routed_)
       return;
    auto const vlanId = out_->switchportModeAndNativeVlan().nativeVlan;
-   if (isShutDown() && vlanId != 0)
+   if (auto const config = ethIntfConfig(); config && isShutDown(*config) && vlanId != 0)
       giveUpInternalVlan(vlanId);
    handleEnabled();
 }
@@ -250,7 +242,7 @@ void SwitchIntfSm::handleEthIntfForwardingModel() {
    if (!initialized_ || !out_ || !ethIntfStatus())
       return;
    auto const resolved = out_->switchportModeAndNativeVlan();
-   if (hasRoutedForwardingModel()) {
+   if (hasRoutedForwardingModel(*ethIntfStatus())) {
       if (resolved.switchportMode == SwitchportMode::routed_)
          doSyncSwitchportModeAndNativeVlan(); // a port without a VLAN may get one
       return;

@@ -126,8 +126,6 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // --- Helpers.
    Bridging::VlanIdOrNone switchportVlan(Bridging::Input::SwitchportMode mode) const;
    Bridging::VlanIdOrNone routedPortVlan();
-   bool isShutDown() const; // by configuration
-   bool hasRoutedForwardingModel() const;
    bool hasBegunToWait() const;        // for an internal VLAN, less than the recovery interval ago
    bool mayLearnAndFlood() const;      // a switchport that is neither a tap nor a tool
    bool isConfiguredTrunkLike() const; // trunk, tap or tool, whether it is enabled or not

@@ -86,7 +86,7 @@ void SwitchIntfSm::syncOrdinaryVlans() {
    uint32_t const nativesPrimary = native ? (*native)->vlanTypeAndPrimaryVlan().primaryVlan.value() : 0u;
    parent_.resolvedVlans().ordinary().forEach([&](uint16_t vlanId) {
       uint8_t const written = written_[vlanId];
-      if (isTrunk) {
+      if (isTrunkLike) {
          uint8_t const wanted = !trunkAllowedVlanSet_.vlan(vlanId) ? noMember
                                 : vlanId == resolved.nativeVlan    ? nativeCode
                                                                    : otherCode;

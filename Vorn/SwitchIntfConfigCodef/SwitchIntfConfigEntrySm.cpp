@@ -68,50 +68,17 @@ void SwitchIntfConfigEntrySm::copyWhole() {
    auto const source = configIn();
    Config const& in = *source;
    Config& out = *configOut_;
-   out.switchportModeIs(in.switchportMode());
-   out.enabledIs(in.enabled());
-   out.accessVlanIs(in.accessVlan());
-   out.trunkNativeVlanIs(in.trunkNativeVlan());
-   out.trunkAllowedVlansIs(in.trunkAllowedVlans());
-   out.asymVlansIs(in.asymVlans());
-   out.trunkPrivateVlanMappingIs(in.trunkPrivateVlanMapping());
-   out.tapNativeVlanIs(in.tapNativeVlan());
-   out.tapAllowedVlansIs(in.tapAllowedVlans());
-   out.toolAllowedVlansIs(in.toolAllowedVlans());
-   out.toolIdentityTaggingIs(in.toolIdentityTagging());
-   out.tapIdentificationVlanIs(in.tapIdentificationVlan());
-   out.tapMplsPopIs(in.tapMplsPop());
-   out.tapTruncationSizeIs(in.tapTruncationSize());
-   out.toolTruncationSizeIs(in.toolTruncationSize());
-   out.toolDot1qRemoveVlansIs(in.toolDot1qRemoveVlans());
-   // These two are not cleared first: members that an older input left stay.
-   for (auto const& [name, value] : in.tapGroup())
-      out.tapGroupIs(name, value);
-   for (auto const& [intfId, value] : in.tapRawIntf())
-      out.tapRawIntfIs(intfId, value);
-   out.toolGroupDelAll();
-   for (auto const& [name, value] : in.toolGroup())
-      out.toolGroupIs(name, value);
-   out.trunkGroupDelAll();
-   for (auto const& [name, value] : in.trunkGroup())
-      out.trunkGroupIs(name, value);
-   out.defaultPrivateVlanMappingIs(in.defaultPrivateVlanMapping());
-   out.blockUnknownUnicastIs(in.blockUnknownUnicast());
-   out.blockUnknownMulticastIs(in.blockUnknownMulticast());
-   out.macLearningEnabledIs(in.macLearningEnabled());
-   out.floodingEnabledIs(in.floodingEnabled());
-   out.privateVlanMappingDelAll();
-   for (auto const& [vlanId, value] : in.privateVlanMapping())
-      out.privateVlanMappingIs(vlanId, value);
-   out.egressNativeVlanXlateIs(in.egressNativeVlanXlate());
-   out.ingressNativeVlanXlateIs(in.ingressNativeVlanXlate());
-   out.egressVlanXlateDelAll();
-   for (auto const& [key, mapping] : in.egressVlanXlate())
-      out.egressVlanXlateIs(key, mapping);
-   out.ingressVlanXlateDelAll();
-   for (auto const& [key, mapping] : in.ingressVlanXlate())
-      out.ingressVlanXlateIs(key, mapping);
-   handleVlanTpid();
+#define COPY(Name, attribute, ...) out.attribute##Is(in.attribute());
+#define ADD(Name, attribute, Key)                                                                            \
+   for (auto const& [key, value] : in.attribute())                                                           \
+      out.attribute##Is(key, value);
+#define REPLACE(Name, attribute, Key)                                                                        \
+   out.attribute##DelAll();                                                                                  \
+   ADD(Name, attribute, Key)
+   SWITCHPORT_ATTRIBUTES(COPY, COPY, ADD, REPLACE)
+#undef COPY
+#undef ADD
+#undef REPLACE
 }
 
 // --- Attributes that wait.
@@ -150,29 +117,13 @@ bool SwitchIntfConfigEntrySm::performPendingOperations() {
 
 // --- Attributes that are copied as they change.
 
-#define COPIED(Name, attribute)                                                                              \
+#define NOTHING(...)
+#define COPY(Name, attribute)                                                                                \
    void SwitchIntfConfigEntrySm::handle##Name() {                                                            \
       configOut_->attribute##Is(configIn()->attribute());                                                    \
    }
-COPIED(ToolIdentityTagging, toolIdentityTagging)
-COPIED(TapIdentificationVlan, tapIdentificationVlan)
-COPIED(TapMplsPop, tapMplsPop)
-COPIED(TapTruncationSize, tapTruncationSize)
-COPIED(ToolTruncationSize, toolTruncationSize)
-COPIED(ToolDot1qRemoveVlans, toolDot1qRemoveVlans)
-COPIED(DefaultPrivateVlanMapping, defaultPrivateVlanMapping)
-COPIED(MacLearningEnabled, macLearningEnabled)
-COPIED(FloodingEnabled, floodingEnabled)
-COPIED(EgressNativeVlanXlate, egressNativeVlanXlate)
-COPIED(IngressNativeVlanXlate, ingressNativeVlanXlate)
-COPIED(TrunkPrivateVlanMapping, trunkPrivateVlanMapping)
-COPIED(VlanTpid, vlanTpid)
-COPIED(BlockUnknownUnicast, blockUnknownUnicast)
-COPIED(BlockUnknownMulticast, blockUnknownMulticast)
-#undef COPIED
-
-// The member as it stands in the input, or none.
-#define COPIED_MEMBER(Name, attribute, Key)                                                                  \
+// The member as it is in the input; none where that has none.
+#define COPY_MEMBER(Name, attribute, Key)                                                                    \
    void SwitchIntfConfigEntrySm::handle##Name(Key key) {                                                     \
       auto const in = configIn();                                                                            \
       if (auto const* const value = in->attribute().find(key))                                               \
@@ -180,13 +131,14 @@ COPIED(BlockUnknownMulticast, blockUnknownMulticast)
       else                                                                                                   \
          configOut_->attribute##Del(key);                                                                    \
    }
-COPIED_MEMBER(TapGroup, tapGroup, Kem::String8 const&)
-COPIED_MEMBER(TapRawIntf, tapRawIntf, Sulvi::IntfId)
-COPIED_MEMBER(ToolGroup, toolGroup, Kem::String8 const&)
-COPIED_MEMBER(TrunkGroup, trunkGroup, Kem::String8 const&)
-COPIED_MEMBER(PrivateVlanMapping, privateVlanMapping, Bridging::VlanId)
-COPIED_MEMBER(EgressVlanXlate, egressVlanXlate, Bridging::VlanXlateKey const&)
-COPIED_MEMBER(IngressVlanXlate, ingressVlanXlate, Bridging::VlanXlateKey const&)
-#undef COPIED_MEMBER
+SWITCHPORT_ATTRIBUTES(NOTHING, COPY, COPY_MEMBER, COPY_MEMBER)
+#undef NOTHING
+#undef COPY
+#undef COPY_MEMBER
+
+// An attribute that the schema gains has to get its line; the key has none.
+#define ONE(...) +1
+static_assert(SWITCHPORT_ATTRIBUTES(ONE, ONE, ONE, ONE) + 1 == Config::kAttributeCount);
+#undef ONE
 
 } // namespace Vorn

@@ -7,6 +7,7 @@
 // SwitchIntfConfigCodef.
 #pragma once
 
+#include "Vorn/SwitchIntfConfigCodef/SwitchportAttributes.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchportBitMap.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 
@@ -30,86 +31,46 @@ class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
    SwitchportBitMap pendingOps() const { return pendingOps_; }
    bool initialized() const { return initialized_; }
 
-   // Applies one waiting attribute; the list of a tool port and the mode may go
-   // together. True when none is left.
+   // Applies one waiting attribute; the list of a tool port and the mode may go together. True when none is
+   // left.
    bool performPendingOperations();
 
   private:
    // --- Reactions.
    struct KemConfigIn final : Config::NotifieeConst {
       explicit KemConfigIn(SwitchIntfConfigEntrySm& s) : NotifieeConst(this), sm(s) {}
-      void onEnabled() override { sm.handleEnabled(); }
-      void onSwitchportMode() override { sm.handleSwitchportMode(); }
-      void onAccessVlan() override { sm.handleAccessVlan(); }
-      void onTrunkNativeVlan() override { sm.handleTrunkNativeVlan(); }
-      void onTrunkAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
-      void onAsymVlans() override { sm.handleAsymVlans(); }
-      void onTapAllowedVlans() override { sm.handleTapAllowedVlans(); }
-      void onToolAllowedVlans() override { sm.handleToolAllowedVlans(); }
-      void onTapNativeVlan() override { sm.handleTapNativeVlan(); }
-      void onToolIdentityTagging() override { sm.handleToolIdentityTagging(); }
-      void onTapIdentificationVlan() override { sm.handleTapIdentificationVlan(); }
-      void onTapMplsPop() override { sm.handleTapMplsPop(); }
-      void onTapTruncationSize() override { sm.handleTapTruncationSize(); }
-      void onToolTruncationSize() override { sm.handleToolTruncationSize(); }
-      void onToolDot1qRemoveVlans() override { sm.handleToolDot1qRemoveVlans(); }
-      void onDefaultPrivateVlanMapping() override { sm.handleDefaultPrivateVlanMapping(); }
-      void onMacLearningEnabled() override { sm.handleMacLearningEnabled(); }
-      void onFloodingEnabled() override { sm.handleFloodingEnabled(); }
-      void onEgressNativeVlanXlate() override { sm.handleEgressNativeVlanXlate(); }
-      void onIngressNativeVlanXlate() override { sm.handleIngressNativeVlanXlate(); }
-      void onTrunkPrivateVlanMapping() override { sm.handleTrunkPrivateVlanMapping(); }
-      void onVlanTpid() override { sm.handleVlanTpid(); }
-      void onBlockUnknownUnicast() override { sm.handleBlockUnknownUnicast(); }
-      void onBlockUnknownMulticast() override { sm.handleBlockUnknownMulticast(); }
-      void onTapGroup(Kem::String8 const& name) override { sm.handleTapGroup(name); }
-      void onTapRawIntf(Sulvi::IntfId intfId) override { sm.handleTapRawIntf(intfId); }
-      void onToolGroup(Kem::String8 const& name) override { sm.handleToolGroup(name); }
-      void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
-      void onPrivateVlanMapping(Bridging::VlanId vlanId) override { sm.handlePrivateVlanMapping(vlanId); }
-      void onEgressVlanXlate(Bridging::VlanXlateKey const& key) override { sm.handleEgressVlanXlate(key); }
-      void onIngressVlanXlate(Bridging::VlanXlateKey const& key) override { sm.handleIngressVlanXlate(key); }
+#define ON_SCALAR(Name, ...)                                                                                 \
+   void on##Name() override {                                                                                \
+      sm.handle##Name();                                                                                     \
+   }
+#define ON_MEMBER(Name, attribute, Key)                                                                      \
+   void on##Name(Key key) override {                                                                         \
+      sm.handle##Name(key);                                                                                  \
+   }
+      SWITCHPORT_ATTRIBUTES(ON_SCALAR, ON_SCALAR, ON_MEMBER, ON_MEMBER)
+#undef ON_SCALAR
+#undef ON_MEMBER
       SwitchIntfConfigEntrySm& sm;
    };
-   // Those that wait for a slice.
-   void handleEnabled() { handlePending(SwitchportBitMap::switchportEnabled); }
-   void handleSwitchportMode() { handlePending(SwitchportBitMap::switchportMode); }
-   void handleAccessVlan() { handlePending(SwitchportBitMap::switchportAccessVlan); }
-   void handleTrunkNativeVlan() { handlePending(SwitchportBitMap::switchportTrunkNativeVlan); }
-   void handleTrunkAllowedVlans() { handlePending(SwitchportBitMap::switchportTrunkAllowedVlans); }
-   void handleAsymVlans() { handlePending(SwitchportBitMap::switchportAsymVlans); }
-   void handleTapAllowedVlans() { handlePending(SwitchportBitMap::switchportTapAllowedVlans); }
-   void handleToolAllowedVlans() { handlePending(SwitchportBitMap::switchportToolAllowedVlans); }
-   void handleTapNativeVlan() { handlePending(SwitchportBitMap::switchportTapNativeVlan); }
-   // Those that are copied as they change.
-   void handleToolIdentityTagging();
-   void handleTapIdentificationVlan();
-   void handleTapMplsPop();
-   void handleTapTruncationSize();
-   void handleToolTruncationSize();
-   void handleToolDot1qRemoveVlans();
-   void handleDefaultPrivateVlanMapping();
-   void handleMacLearningEnabled();
-   void handleFloodingEnabled();
-   void handleEgressNativeVlanXlate();
-   void handleIngressNativeVlanXlate();
-   void handleTrunkPrivateVlanMapping();
-   void handleVlanTpid();
-   void handleBlockUnknownUnicast();
-   void handleBlockUnknownMulticast();
-   void handleTapGroup(Kem::String8 const& name);
-   void handleTapRawIntf(Sulvi::IntfId intfId);
-   void handleToolGroup(Kem::String8 const& name);
-   void handleTrunkGroup(Kem::String8 const& name);
-   void handlePrivateVlanMapping(Bridging::VlanId vlanId);
-   void handleEgressVlanXlate(Bridging::VlanXlateKey const& key);
-   void handleIngressVlanXlate(Bridging::VlanXlateKey const& key);
+   // One for each attribute, with its name behind `handle`.
+#define HANDLE_WAITING(Name, attribute, bit)                                                                 \
+   void handle##Name() {                                                                                     \
+      handlePending(SwitchportBitMap::bit);                                                                  \
+   }
+#define HANDLE_COPIED(Name, attribute) void handle##Name();
+#define HANDLE_MEMBER(Name, attribute, Key) void handle##Name(Key key);
+   SWITCHPORT_ATTRIBUTES(HANDLE_WAITING, HANDLE_COPIED, HANDLE_MEMBER, HANDLE_MEMBER)
+#undef HANDLE_WAITING
+#undef HANDLE_COPIED
+#undef HANDLE_MEMBER
 
    // --- Helpers.
    void handlePending(SwitchportBitMap::Bit bit);
    void handleSwitchIntfConfig(); // compares what waits
    void copyWhole();
-   void clearAllPendingOps() { pendingOps_ = SwitchportBitMap(); }
+   void clearAllPendingOps() {
+      pendingOps_ = SwitchportBitMap();
+   }
 
    SwitchIntfConfigCodef& parent_;
    Sulvi::IntfId const intfId_;
