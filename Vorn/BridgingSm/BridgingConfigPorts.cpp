@@ -59,6 +59,18 @@ void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    config().switchIntfConfigDel(intfId);
 }
 
+void BridgingConfigSm::doForgetPort(Sulvi::IntfId intfId) {
+   if (switchIntfSm(intfId))
+      return;
+   KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig of the previous run for intf " << intfId);
+   if (auto const vlanId = startupInternalVlanId(intfId); vlanId != 0) {
+      internalVlans_.startupDel(intfId);
+      handleVlanConfig(Bridging::VlanId(vlanId));
+   }
+   internalVlans_.waitEnd(intfId);
+   config().switchIntfConfigDel(intfId);
+}
+
 Kem::Ptr<SwitchIntfSm>
 BridgingConfigSm::switchIntfSmIs(Sulvi::IntfId intfId,
                                  Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,

@@ -34,6 +34,8 @@ void BridgingConfigSm::handleVidToFidMap(Bridging::VlanId secondaryVlan) {
 void BridgingConfigSm::handleAllVidToFidMap() {
    for (auto const& [vlanId, fid] : cliConfig().vidToFidMap())
       handleVidToFidMap(vlanId);
+   for (auto const& [vlanId, fid] : config().vidToFidMap())
+      handleVidToFidMap(vlanId); // stale ones go
 }
 
 void BridgingConfigSm::handleIeeeReservedForwarding(Sulvi::EthAddr addr) {

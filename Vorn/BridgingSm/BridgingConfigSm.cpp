@@ -47,6 +47,15 @@ void BridgingConfigSm::handleInitialized() {
    handleAllVidToFidMap();
 }
 
+void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig) {
+   if (cliConfig == in_.cliConfig)
+      return;
+   in_.cliConfig = cliConfig;
+   reactors_->kemCliConfig.notifierIs(cliConfig);
+   handleIeeeReservedForwarding();
+   handleAllVidToFidMap();
+}
+
 // --- Internal VLANs.
 
 Bridging::VlanIdOrNone BridgingConfigSm::allocateInternalVlanId() const {

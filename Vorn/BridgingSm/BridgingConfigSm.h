@@ -87,6 +87,8 @@ class BridgingConfigSm final : public Kem::PtrInterface,
       return in_.allSwitchIntfConfigs.ptr();
    }
    Bridging::Input::CliConfig const& cliConfig() const { return *in_.cliConfig; }
+   // Another input of the command line: its settings replace those of the old one.
+   void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
    Bridging::Input::DynVlanSrcTable const& dynVlanSrcTable() const { return *in_.dynVlanSrcTable; }
    PrivateVlanLib::LibState const& privateVlanLibState() const { return *in_.privateVlanLibState; }
    Kem::Ptr<DynVlanIntfList const> const& dynVlanIntfList() const { return in_.dynVlanIntfList; }
@@ -123,6 +125,9 @@ class BridgingConfigSm final : public Kem::PtrInterface,
    void switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) override;
    void handleSwitchIntfConfig(Sulvi::IntfId intfId);
    void switchIntfSmInitialize(Sulvi::IntfId intfId) override;
+   // No input holds the port: what the previous run resolved for it goes. A port with a child is left to that,
+   // which goes when the deferred stage hears of it.
+   void doForgetPort(Sulvi::IntfId intfId);
    SwitchIntfSms const& switchIntfSm() const { return switchIntfSm_; }
    Kem::Ptr<SwitchIntfSm> switchIntfSm(Sulvi::IntfId intfId) const; // null when there is none
    // Makes the child, or passes new records on to the existing one. Another `bridgingConfig` for an existing

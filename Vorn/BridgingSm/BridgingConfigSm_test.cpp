@@ -366,6 +366,44 @@ TEST_F(BridgingConfigSmTest, mappingToZeroIsNone) {
    EXPECT_FALSE(fid(20));
 }
 
+TEST_F(BridgingConfigSmTest, staleMappingsGoAtTheStart) {
+   bridge.config->vidToFidMapIs(10, 7);
+   bridge.config->vidToFidMapIs(20, 7);
+   bridge.cli->vidToFidMapIs(20, 8);
+   bridge.start();
+   EXPECT_FALSE(fid(10));
+   ASSERT_TRUE(fid(20));
+   EXPECT_EQ(*fid(20), 8);
+}
+
+TEST_F(BridgingConfigSmTest, settingsOfAReplacedCommandLineReplaceThoseOfTheOldOne) {
+   bridge.cli->vidToFidMapIs(10, 7);
+   bridge.cli->vidToFidMapIs(20, 7);
+   bridge.cli->ieeeReservedForwardingIs(addr, true);
+   bridge.start();
+   bridge.withdraw("cli");
+   auto const replacement = Bridging::Input::CliConfig::make();
+   bridge.place("cli", replacement);
+   replacement->vidToFidMapIs(20, 8);
+   replacement->ieeeReservedForwardingIs(otherAddr, true);
+   bridge.run();
+   EXPECT_FALSE(fid(10));
+   ASSERT_TRUE(fid(20));
+   EXPECT_EQ(*fid(20), 8);
+   EXPECT_FALSE(bridge.config->ieeeReservedForwarding().find(addr));
+   EXPECT_TRUE(bridge.config->ieeeReservedForwarding(otherAddr));
+   // The new one is followed, and the old one no more.
+   replacement->vidToFidMapIs(30, 9);
+   replacement->ieeeReservedForwardingDel(otherAddr);
+   bridge.cli->vidToFidMapIs(40, 9);
+   bridge.cli->ieeeReservedForwardingIs(addr, false);
+   bridge.run();
+   ASSERT_TRUE(fid(30));
+   EXPECT_EQ(*fid(30), 9);
+   EXPECT_FALSE(fid(40));
+   EXPECT_TRUE(bridge.config->ieeeReservedForwarding().empty());
+}
+
 // --- Reserved addresses.
 
 TEST_F(BridgingConfigSmTest, reservedAddressesThatAreForwardedAreCopied) {

@@ -61,6 +61,9 @@ class InternalVlans {
    void handleStartup(Bridging::Input::Config const* input,
                       Interface::EthIntfConfigDir const* ethIntfConfigDir);
 
+   // The port is gone: nothing is kept for it. Its VLAN is left to the caller.
+   void startupDel(Sulvi::IntfId intfId) { startup_.pairDel(intfId); }
+
    // --- Numbers.
    // The first free number of the range; 0 when there is none. Reserves nothing.
    Bridging::VlanIdOrNone allocate() const;

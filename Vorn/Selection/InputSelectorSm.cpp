@@ -37,6 +37,7 @@ InputSelectorSm::InputSelectorSm(InputSelectorInputs inputs) : in_(std::move(inp
    handleInternalVlanAllocationPolicy();
    handleInternalVlanRange();
    handleForwardingMode();
+   doForgetUnheldPorts();
 }
 
 InputSelectorSm::~InputSelectorSm() = default;
@@ -59,6 +60,8 @@ void InputSelectorSm::handleInput() {
 void InputSelectorSm::handleInput(Kem::Name const& name) {
    auto const bic = in_.inputDir->entity<Input>(name);
    if (!bic) {
+      if (auto const reactor = config(name))
+         doHearOut(*reactor);
       configDel(name);
       auto const& best = in_.bridgingConfigSm->configIn();
       if (best && best->name() == name)
@@ -84,7 +87,14 @@ void InputSelectorSm::configIs(Kem::Ptr<Input const> const& config) {
       Kem::throwNullParameter("config", "Vorn::InputSelectorSm");
    Kem::Name const name = config->name();
    if (auto const standing = this->config(name)) {
+      auto const old = standing->notifier();
+      if (old == config)
+         return;
+      // The input was deleted and made again: ports that the old one won are on a dead record.
+      doHearOut(*standing);
       standing->notifierIs(config);
+      for (auto const& [intfId, record] : old->switchIntfConfig())
+         handleSwitchIntfConfig(intfId);
       return;
    }
    auto const made = Kem::makePtr<KemConfig>(*this);
@@ -99,6 +109,12 @@ void InputSelectorSm::configDel(Kem::Name const& name) {
 void InputSelectorSm::cliConfigIs(Kem::Ptr<CliConfig const> const& cliConfig) {
    in_.cliConfig = cliConfig;
    kemCliConfig_.notifierIs(cliConfig);
+   in_.bridgingConfigSm->cliConfigIs(cliConfig);
+}
+
+void InputSelectorSm::doHearOut(KemConfig& reactor) {
+   while (reactor.hasPending())
+      reactor.handleNotification(*reactor.activityPtr());
 }
 
 void InputSelectorSm::KemConfig::handleInitialized() {
@@ -159,6 +175,15 @@ void InputSelectorSm::doFindBestSwitchIntfConfigs() {
          if (isDone.emplace(intfId, true).second)
             handleSwitchIntfConfig(intfId);
    });
+}
+
+void InputSelectorSm::doForgetUnheldPorts() {
+   for (auto const& [intfId, record] : in_.allSwitchIntfConfigDir->switchIntfConfig())
+      if (!bestPortRecord(*in_.inputDir, intfId).record)
+         handleSwitchIntfConfig(intfId);
+   for (auto const& [intfId, port] : in_.bridgingConfig->switchIntfConfig())
+      if (!bestPortRecord(*in_.inputDir, intfId).record)
+         in_.bridgingConfigSm->doForgetPort(intfId);
 }
 
 void InputSelectorSm::handleSwitchIntfPriority(Input const& bic) {

@@ -64,10 +64,12 @@ class InputSelectorSm final : public Kem::PtrInterface {
    // The reactor on the input of that name; null when there is none.
    Kem::Ptr<KemConfig> config(Kem::Name const& name) const;
    // Follows the input under its name; one that is followed already keeps its reactor.
-   // Null raises a range exception.
+   // Another entity under the name takes its place, and the ports of the old one are decided again. Null raises
+   // a range exception.
    void configIs(Kem::Ptr<Bridging::Input::Config const> const& config);
    void configDel(Kem::Name const& name);
    Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig() const { return in_.cliConfig; }
+   // The settings of the whole bridge come from this one from now on, here and in BridgingConfigSm.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
 
   private:
@@ -118,6 +120,12 @@ class InputSelectorSm final : public Kem::PtrInterface {
    // --- Helpers.
    void doFindBestVlanConfig();
    void doFindBestSwitchIntfConfigs();
+   // At the start, after the selection: ports that lost their last record while no agent ran go, as they would
+   // have gone then. While it runs, the port of an input that vanished stays until it is decided again.
+   void doForgetUnheldPorts();
+   // Delivers what the input of a reactor has still to say. What it changed before it was removed counts, in
+   // whatever order the two are noticed.
+   static void doHearOut(KemConfig& reactor);
    bool isEligible(Sulvi::IntfId intfId) const;
    void defaultSwitchIntfConfigIs(Sulvi::IntfId intfId);
 

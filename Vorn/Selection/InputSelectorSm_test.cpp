@@ -220,6 +220,129 @@ TEST_F(InputSelectorSmTest, inputThatIsReplacedUnderItsNameIsFollowedInItsPlace)
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{30});
 }
 
+// Deleted and made again before the selector has heard of either.
+TEST_F(InputSelectorSmTest, portsOfAnInputThatIsReplacedAreDecidedAgain) {
+   bridge.start();
+   auto const old = bridge.publish("a", 200);
+   for (char const* name : {"Ethernet1", "Ethernet2", "Ethernet3"})
+      old.port(name);
+   bridge.access("Ethernet1", 10);
+   bridge.run();
+   ASSERT_EQ(owner("Ethernet1"), "a");
+   bridge.withdraw("a");
+   auto const replacement = bridge.input("a");
+   replacement.port("Ethernet3");
+   bridge.run();
+   EXPECT_EQ(owner("Ethernet1"), "cli");
+   EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet2"));
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet2"));
+   EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet3")) << "it has no priority yet";
+   // And on it goes, with the new entity alone.
+   old.port("Ethernet4");
+   old.portDel("Ethernet1");
+   replacement.prioritiesAre(200);
+   bridge.run();
+   EXPECT_EQ(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet3"),
+             replacement.record->switchIntfConfig("Ethernet3"));
+   EXPECT_EQ(owner("Ethernet1"), "cli");
+   EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet4"));
+   replacement.portDel("Ethernet3");
+   bridge.run();
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet3"));
+}
+
+// The directory is heard of before the input: it was queued first, for another input.
+TEST_F(InputSelectorSmTest, portThatAnInputGaveUpJustBeforeItWentIsDecidedAgain) {
+   bridge.start();
+   for (bool const isReplaced : {true, false}) {
+      bridge.publish("a", 200).port("Ethernet1");
+      bridge.publish("b", 50);
+      bridge.run();
+      ASSERT_EQ(owner("Ethernet1"), "a");
+      bridge.withdraw("b");
+      bridge.input("a").portDel("Ethernet1");
+      bridge.withdraw("a");
+      if (isReplaced)
+         bridge.input("a");
+      bridge.run();
+      EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet1")) << isReplaced;
+      EXPECT_FALSE(bridge.resolvedPort("Ethernet1")) << isReplaced;
+      bridge.withdraw("a");
+      bridge.run();
+   }
+}
+
+// --- What went while no agent ran.
+
+TEST_F(InputSelectorSmTest, portThatLostItsLastRecordMeanwhileGoes) {
+   bridge.vlan(10);
+   bridge.access("Port-Channel7", 10);
+   bridge.access("Port-Channel8", 10);
+   bridge.start();
+   ASSERT_EQ(bridge.membership(10, "Port-Channel7"), "untagged");
+   bridge.stop();
+   bridge.portDel("Port-Channel7");
+   bridge.start();
+   EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Port-Channel7"));
+   EXPECT_FALSE(bridge.resolvedPort("Port-Channel7"));
+   EXPECT_EQ(bridge.membership(10, "Port-Channel7"), "");
+   EXPECT_EQ(bridge.membership(10, "Port-Channel8"), "untagged");
+   bridge.access("Port-Channel7", 10);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(10, "Port-Channel7"), "untagged");
+}
+
+// A reference whose target went with its publisher is null when the next agent comes: only the resolved
+// record says that there was a port.
+TEST_F(InputSelectorSmTest, resolvedPortThatNoInputHoldsGoesWithWhatItHad) {
+   bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);
+   bridge.intf("Ethernet1");
+   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.start();
+   ASSERT_EQ(bridge.mode("Ethernet1"), "routed 1006");
+   bridge.stop();
+   bridge.ethIntfConfigDir->intfConfigDel("Ethernet1");
+   bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
+   bridge.config->switchIntfConfigIs("Ethernet2");
+   bridge.cause->intfStatusIs("Ethernet2", TestBridge::startTime);
+   bridge.start();
+   EXPECT_TRUE(bridge.config->switchIntfConfig().empty());
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+   EXPECT_FALSE(bridge.waitingSince("Ethernet2"));
+   bridge.intf("Ethernet3");
+   bridge.forwardingModelIs("Ethernet3", 5);
+   bridge.run();
+   EXPECT_EQ(bridge.mode("Ethernet3"), "routed 1006") << "the number is free again";
+}
+
+TEST_F(InputSelectorSmTest, portsOfAnInputThatWasWithdrawnMeanwhileGo) {
+   auto const a = bridge.input("a");
+   a.prioritiesAre(200);
+   a.port("Ethernet1");
+   a.port("Ethernet2");
+   bridge.port("Ethernet1");
+   bridge.start();
+   ASSERT_EQ(owner("Ethernet1"), "a");
+   bridge.stop();
+   bridge.withdraw("a");
+   bridge.start();
+   EXPECT_EQ(owner("Ethernet1"), "cli");
+   EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet2"));
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet2"));
+}
+
+TEST_F(InputSelectorSmTest, portWhoseDefaultRecordIsMadeByTheStartKeepsWhatItHad) {
+   bridge.vlan(1);
+   bridge.intf("Ethernet1");
+   bridge.config->switchIntfConfigIs("Ethernet1");
+   auto const record = bridge.resolvedPort("Ethernet1");
+   bridge.start();
+   EXPECT_EQ(bridge.resolvedPort("Ethernet1"), record);
+   EXPECT_EQ(bridge.mode("Ethernet1"), "access 1");
+}
+
+// --- Strangers and the rest.
+
 TEST_F(InputSelectorSmTest, entityThatIsNoInputIsPassedOver) {
    bridge.inputDir->entityPtrIs(Kem::Dir::make("stranger"));
    bridge.start();
@@ -248,13 +371,30 @@ TEST_F(InputSelectorSmTest, nullInputIsRefused) {
    }
 }
 
-TEST_F(InputSelectorSmTest, withoutADirectoryNothingIsSelected) {
+// What the previous run resolved stays too: nobody knows what the inputs hold.
+TEST_F(InputSelectorSmTest, withoutADirectoryNothingIsSelectedAndNothingForgotten) {
+   bridge.vlan(10);
+   bridge.access("Ethernet1", 10);
+   bridge.intf("Ethernet2");
+   bridge.config->switchIntfConfigIs("Ethernet3");
    bridge.startBridgingOnly();
    auto inputs = bridge.selectorInputs();
    inputs.inputDir = nullptr;
    bridge.selector = Vorn::inputSelectorSmFactory(inputs);
    bridge.run();
    EXPECT_FALSE(bridge.selector->config("cli"));
+   EXPECT_EQ(best(), "eth") << "as it was made";
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+   EXPECT_TRUE(bridge.allSwitchIntfConfigs->switchIntfConfig().empty());
+   EXPECT_TRUE(bridge.resolvedPort("Ethernet3"));
+   // With it, all of that comes.
+   bridge.startSelector();
+   bridge.run();
+   EXPECT_EQ(best(), "cli");
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{10});
+   EXPECT_EQ(owner("Ethernet1"), "cli");
+   EXPECT_EQ(owner("Ethernet2"), "eth");
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet3"));
 }
 
 TEST_F(InputSelectorSmTest, selectorThatComesLaterAdoptsWhatStands) {
