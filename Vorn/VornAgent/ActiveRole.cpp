@@ -124,6 +124,8 @@ void ActiveRole::makePortWatchers() {
 }
 
 void ActiveRole::makeReloadDownCause() {
+   if (reloadDownErrdisableCauseSm_)
+      return;
    reloadDownErrdisableCauseSm_ = cause("hitless-reload-down", reloadDownErrdisableCauseStatus_);
 }
 

@@ -21,7 +21,7 @@ class ActiveRole {
   public:
    // Asserts "cliInput": the system can't run without the input of the command line.
    explicit ActiveRole(Agent& agent);
-   // The cause "hitless-reload-down", at its boot stage.
+   // The cause "hitless-reload-down", at its boot stage. The one that was made at an earlier boot is kept.
    void makeReloadDownCause();
 
    Kem::Ptr<Errdisable::CauseStatus> const& reloadDownErrdisableCauseStatus() const {

@@ -150,6 +150,7 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    } else {
       recoverReloadDownPorts();
    }
+   handleReportedStages();
 
    auto* const outManagerSm = Kem::NboAttrLog::top()->outManagerSm();
    attrLogCheck_.nboAttrLogOutSmIs(outManagerSm->socketOutSm(entityManager.name()));
@@ -270,11 +271,21 @@ void Agent::handleStandbyMode() {
    }
    KEM_TRACE(agentTrace, 0,
              "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
-   if (!activeRole_)
-      activeRole_ = std::make_unique<ActiveRole>(*this);
+   if (activeRole_)
+      return;
+   activeRole_ = std::make_unique<ActiveRole>(*this);
+   handleReportedStages();
 }
 
 // --- Boot stages.
+
+// What a stage makes has to be made again by a process that came after the stage was reported, since a stage
+// is not begun twice in one boot: by an agent that was restarted, and by one that was standby then.
+void Agent::handleReportedStages() {
+   if (activeRole_ && !standbyMode_ && bootStagesHelper_ &&
+       bootStagesHelper_->isStageComplete("ErrdisableStatusUpdate"))
+      activeRole_->makeReloadDownCause();
+}
 
 void Agent::doStage(std::string const& stageClass, std::string const& stage) {
    if (stageClass != bootStageClass)

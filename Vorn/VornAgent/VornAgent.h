@@ -111,6 +111,7 @@ class Agent final : public AgentBase::CAgent {
 
   private:
    void handleStandbyMode();
+   void handleReportedStages();
    void openKernelSockets();
    void followKernel();
    void decideStartupMode(Ordel::EntityManager& entityManager);

@@ -1,6 +1,7 @@
 #include "Vorn/VornAgent/VornAgent.h"
 
 #include "Kem/Dir.h"
+#include "Kem/Log.h"
 #include "Kem/Trace.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/testing/TestSwitch.h"
@@ -311,6 +312,87 @@ TEST_F(VornAgentTest, hitlessStartTakesPartInFiveStagesAndMarksThoseOfTheReload)
    EXPECT_TRUE(sw.agent->oxaState()->vornSubIntfUp());
    reachStage("DownLinksUpdate");
    EXPECT_TRUE(sw.agent->oxaState()->vornDownLinksUpdate());
+}
+
+// An ordinary start after a hitless one, with the driver still where that one was.
+TEST_F(VornAgentTest, stagesOfAnEarlierHitlessStartAreNotThoseOfAnOrdinaryOne) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   sw.startAgent();
+   reachStage("VornStatusUpdate");
+   sw.stopAgent();
+   hitlessBoot(false, Oxa::HitlessBootMode::bootHitfull);
+   auto const config = sw.publish<Stage::AgentConfig>(stageConfigPath);
+   config->waitForStageIs("NoSuchStage", true);
+   TestSwitch::run();
+   sw.startAgent();
+   EXPECT_EQ(config->waitForStage().size(), 2u);
+   EXPECT_TRUE(config->waitForStage("NetworkAgent"));
+   EXPECT_TRUE(config->waitForStage("ErrdisableStatusUpdate"));
+   for (char const* stage : {"VornSubIntfUp", "DownLinksUpdate", "NoSuchStage"})
+      reachStage(stage);
+   EXPECT_FALSE(isStageComplete("VornStatusUpdate"));
+   reachStage("NetworkAgent");
+   EXPECT_TRUE(isStageComplete("NetworkAgent"));
+}
+
+// --- The cause of a hitless reload, which a boot stage makes.
+
+struct ReloadDownTest : VornAgentTest {
+   ReloadDownTest() {
+      hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+      sw.publish<Stage::Status>(stagePath)->instanceIs(5);
+      lines.clear();
+      Kem::logSinkIs([](int, std::string const& line) { lines.push_back(line); });
+   }
+   ~ReloadDownTest() override { Kem::logSinkIs(nullptr); }
+   // Whether somebody tells of a port that the reload shuts.
+   bool isWorking() {
+      lines.clear();
+      auto const cause = sw.publish<Errdisable::CauseStatus>(causePath);
+      cause->intfStatusIs(Sulvi::IntfId("Ethernet9"), Kem::now());
+      TestSwitch::run();
+      cause->intfStatusDel(Sulvi::IntfId("Ethernet9"));
+      TestSwitch::run();
+      return lines.size() == 2;
+   }
+   static inline std::vector<std::string> lines;
+};
+
+TEST_F(ReloadDownTest, worksFromItsStageOn) {
+   sw.startAgent();
+   EXPECT_FALSE(isWorking());
+   reachStage("ErrdisableStatusUpdate");
+   EXPECT_TRUE(isWorking());
+   sw.publish<Stage::Status>(stagePath)->instanceIs(6);
+   TestSwitch::run();
+   EXPECT_TRUE(isWorking()) << "it is made once";
+}
+
+TEST_F(ReloadDownTest, worksInAnAgentThatCameAfterItsStage) {
+   sw.startAgent();
+   reachStage("ErrdisableStatusUpdate");
+   reachStage("NetworkAgent");
+   for (int round = 0; round < 2; ++round) {
+      sw.stopAgent();
+      sw.startAgent();
+      EXPECT_TRUE(isWorking()) << round;
+   }
+   // Not in the next boot, before its stage.
+   sw.stopAgent();
+   sw.publish<Stage::Status>(stagePath)->instanceIs(6);
+   sw.startAgent();
+   EXPECT_FALSE(isWorking());
+   reachStage("ErrdisableStatusUpdate");
+   EXPECT_TRUE(isWorking());
+}
+
+TEST_F(ReloadDownTest, worksInASupervisorThatWasStandbyAtItsStage) {
+   roleIs(3, 4);
+   sw.startAgent();
+   reachStage("ErrdisableStatusUpdate");
+   EXPECT_FALSE(isWorking());
+   roleIs(3, 5);
+   EXPECT_TRUE(isWorking());
 }
 
 TEST_F(VornAgentTest, stageOfAnotherClassIsIgnored) {

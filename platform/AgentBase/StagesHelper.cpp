@@ -1,9 +1,14 @@
 #include "AgentBase/StagesHelper.h"
 
 #include "Kem/Clock.h"
+#include "Kem/Trace.h"
 #include "records/Stage/Progress.h"
 
 namespace AgentBase {
+
+namespace {
+Kem::TraceFacility stagesTrace("AgentStages");
+}
 
 struct StagesHelper::KemStageStatus final : Stage::Status::NotifieeConst {
    explicit KemStageStatus(StagesHelper& h) : NotifieeConst(this), helper(h) {}
@@ -29,7 +34,7 @@ struct StagesHelper::KemProgress final : Stage::Progress::NotifieeConst {
 // be in the middle of its start now.
 struct StagesHelper::KemDeclared final : Kem::Clock::NotifieeConst {
    explicit KemDeclared(StagesHelper& h) : NotifieeConst(Kem::ActivityFacility::clock()), helper(h) {}
-   void onTime() override { helper.handleStage(); }
+   void onTime() override { helper.handleDeclared(); }
    StagesHelper& helper;
 };
 
@@ -41,6 +46,7 @@ StagesHelper::StagesHelper(std::string stageClass, Kem::Ptr<Stage::Status const>
    kemStageStatus_ = std::make_unique<KemStageStatus>(*this);
    kemStageStatus_->notifierIs(stageStatus_);
    kemDeclared_ = std::make_unique<KemDeclared>(*this);
+   kemDeclared_->timeMinIs(0.0);
    kemProgressDir_ = std::make_unique<KemProgressDir>(*this);
    kemProgressDir_->notifierIs(progressDir_);
    if (progressDir_)
@@ -53,13 +59,34 @@ StagesHelper::~StagesHelper() = default;
 void StagesHelper::waitForStage(std::string const& stage) {
    if (!agentConfig_)
       return;
+   declared_.insert(stage);
    agentConfig_->waitForStageIs(stage, true);
    kemDeclared_->timeMinIs(0.0);
 }
 
 void StagesHelper::doStageComplete(std::string const& stage) {
-   if (agentConfig_ && stageStatus_)
-      agentConfig_->stageCompleteIs(stage, stageStatus_->instance());
+   auto const begun = begunFor_.find(stage);
+   if (begun == begunFor_.end()) {
+      KEM_TRACE(stagesTrace, 1, "stage " << stage << " is not reported: it was not begun");
+      return;
+   }
+   agentConfig_->stageCompleteIs(stage, begun->second);
+}
+
+bool StagesHelper::isStageComplete(std::string const& stage) const {
+   auto const* const reported = agentConfig_ && stageStatus_ ? agentConfig_->stageComplete(stage) : nullptr;
+   return reported && *reported == stageStatus_->instance();
+}
+
+void StagesHelper::handleDeclared() {
+   if (!agentConfig_)
+      return;
+   for (auto const& [stage, isWaiting] : agentConfig_->waitForStage())
+      if (!declared_.contains(stage.str())) {
+         KEM_TRACE(stagesTrace, 3, "stage " << stage << " was declared by an earlier run only");
+         agentConfig_->waitForStageDel(stage);
+      }
+   handleStage();
 }
 
 void StagesHelper::handleStage() {
@@ -67,9 +94,7 @@ void StagesHelper::handleStage() {
       return;
    std::string const stage = stageStatus_->stage().str();
    uint32_t const instance = stageStatus_->instance();
-   if (stage.empty() || !agentConfig_->waitForStage(stage))
-      return;
-   if (auto const* reported = agentConfig_->stageComplete(stage); reported && *reported == instance)
+   if (!declared_.contains(stage) || isStageComplete(stage))
       return;
    auto const [begun, isFirst] = begunFor_.try_emplace(stage, instance);
    if (!isFirst && begun->second == instance)

@@ -9,8 +9,11 @@
 //                        └────────────────────── the instance of the boot rises ─────────────────┘
 //
 // A stage is begun once for each instance of the boot. One that was reported before the agent was
-// restarted is not begun again: the report stands in the database. The agent is called from the event
+// restarted is not begun again: the report is in the database. The agent is called from the event
 // loop, never from waitForStage.
+//
+// Only what this process declares counts. A stage that an earlier run declared and this one doesn't is taken
+// out of the record in the turn after the start: the driver must not wait for it.
 #pragma once
 
 #include "AgentBase/CAgent.h"
@@ -19,6 +22,7 @@
 #include "records/Stage/Status.h"
 
 #include <map>
+#include <set>
 
 namespace AgentBase {
 
@@ -34,8 +38,11 @@ class StagesHelper final : public Kem::PtrInterface {
 
    // The agent takes part in the stage.
    void waitForStage(std::string const& stage);
-   // The agent is done with the stage, in the instance of the boot that runs now.
+   // The agent is done with the stage: reported for the instance of the boot that it was begun for, which may
+   // not be the one that runs now. Nothing for a stage that this process has not begun.
    void doStageComplete(std::string const& stage);
+   // Whether the stage is reported for the instance of the boot that runs now, by this process or an earlier one.
+   bool isStageComplete(std::string const& stage) const;
 
   private:
    struct KemStageStatus;
@@ -43,6 +50,7 @@ class StagesHelper final : public Kem::PtrInterface {
    struct KemProgress;
    struct KemDeclared;
 
+   void handleDeclared();
    void handleStage();
    void handleInstance();
    void handleProgress(Kem::Name const& stage);
@@ -53,6 +61,7 @@ class StagesHelper final : public Kem::PtrInterface {
    Kem::Ptr<Stage::ProgressDir const> progressDir_;
    Kem::Ptr<Stage::AgentConfig> agentConfig_;
    CAgent& agent_;
+   std::set<std::string> declared_;           // by this process
    std::map<std::string, uint32_t> begunFor_; // instance by stage
    std::unique_ptr<KemStageStatus> kemStageStatus_;
    std::unique_ptr<KemProgressDir> kemProgressDir_;

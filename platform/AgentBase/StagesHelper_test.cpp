@@ -105,6 +105,63 @@ TEST_F(StagesHelperTest, stageThatWasReportedBeforeARestartIsNotBegunAgain) {
    EXPECT_EQ(agent->stages.size(), 1u);
 }
 
+// A completion that comes late, as that of a hitless reload does, belongs to the boot that asked for it.
+TEST_F(StagesHelperTest, lateReportBearsTheInstanceThatItsStageWasBegunFor) {
+   helper->waitForStage("NetworkAgent");
+   status->instanceIs(7);
+   reach("NetworkAgent");
+   reach("");
+   status->instanceIs(8);
+   run();
+   helper->doStageComplete("NetworkAgent");
+   ASSERT_NE(config->stageComplete("NetworkAgent"), nullptr);
+   EXPECT_EQ(*config->stageComplete("NetworkAgent"), 7u);
+   EXPECT_FALSE(helper->isStageComplete("NetworkAgent"));
+   reach("NetworkAgent");
+   EXPECT_EQ(agent->stages.size(), 2u) << "the new boot's stage is begun";
+   helper->doStageComplete("NetworkAgent");
+   EXPECT_EQ(*config->stageComplete("NetworkAgent"), 8u);
+   EXPECT_TRUE(helper->isStageComplete("NetworkAgent"));
+}
+
+TEST_F(StagesHelperTest, stageThatWasNotBegunIsNotReported) {
+   helper->waitForStage("NetworkAgent");
+   status->instanceIs(7);
+   run();
+   helper->doStageComplete("NetworkAgent");
+   helper->doStageComplete("Other");
+   EXPECT_TRUE(config->stageComplete().empty());
+}
+
+// A hitless start takes part in stages that the next start, an ordinary one, knows nothing of.
+TEST_F(StagesHelperTest, stagesThatOnlyAnEarlierRunDeclaredAreNeitherBegunNorWaitedFor) {
+   for (char const* stage : {"NetworkAgent", "VornStatusUpdate", "NoSuchStage"})
+      config->waitForStageIs(stage, true);
+   reach("VornStatusUpdate");
+   start();
+   helper->waitForStage("NetworkAgent");
+   run();
+   EXPECT_EQ(agent->stages, Names{});
+   EXPECT_TRUE(config->waitForStage("NetworkAgent"));
+   EXPECT_EQ(config->waitForStage().size(), 1u);
+   // What is declared later counts from then on; what others write in, never.
+   config->waitForStageIs("NoSuchStage", true);
+   reach("NoSuchStage");
+   EXPECT_EQ(agent->stages, Names{});
+   helper->waitForStage("VornSubIntfUp");
+   reach("VornSubIntfUp");
+   reach("NetworkAgent");
+   EXPECT_EQ(agent->stages, (Names{"bootStageClass/VornSubIntfUp", "bootStageClass/NetworkAgent"}));
+   EXPECT_EQ(config->waitForStage().size(), 2u);
+}
+
+TEST_F(StagesHelperTest, agentThatDeclaresNothingTakesPartInNothing) {
+   config->waitForStageIs("NetworkAgent", true);
+   start();
+   run();
+   EXPECT_TRUE(config->waitForStage().empty());
+}
+
 TEST_F(StagesHelperTest, stagesOfAnotherClassAreNotItsOwn) {
    helper->waitForStage("NetworkAgent");
    status->stageClassIs("shutdownStageClass");
