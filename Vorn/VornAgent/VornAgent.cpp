@@ -23,6 +23,8 @@ namespace {
 Kem::TraceFacility agentTrace("Vorn");
 
 constexpr char bootStageClass[] = "bootStageClass";
+// A switchover that doesn't settle is shown to the others all the same.
+constexpr Kem::Seconds switchoverHoldLimit = 30.0;
 constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
 
 char const* const attributeNames[] = {"entityManagerReactor",
@@ -273,8 +275,15 @@ void Agent::handleStandbyMode() {
              "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
    if (activeRole_)
       return;
+   // At the start the runner holds the log. At a switchover others have the other supervisor's outcome: of
+   // what is rebuilt here, only the differences are for them to see.
+   bool const isSwitchover = initialized();
+   if (isSwitchover && !entityManager()->attributeLog()->isHeld())
+      entityManager()->holdLog(switchoverHoldLimit);
    activeRole_ = std::make_unique<ActiveRole>(*this);
    handleReportedStages();
+   if (isSwitchover)
+      entityManager()->releaseLogWhenSettled();
 }
 
 // --- Boot stages.

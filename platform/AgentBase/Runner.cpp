@@ -194,7 +194,7 @@ void Runner::handleGroupComplete(Ordel::MountGroup const& group) {
       return;
    agent_->initializedIs(true);
    ready_ = std::make_unique<Ready>(*this);
-   entityManager_->mayReleaseLog();
+   entityManager_->releaseLogWhenSettled();
 }
 
 void Runner::end(int status, std::string const& reason) {

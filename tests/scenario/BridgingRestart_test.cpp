@@ -130,6 +130,22 @@ TEST_F(BridgingRestartTest, whatWasPublishedMeanwhileComesOutAsItWouldForAnAgent
    EXPECT_EQ(other.dump(), wanted);
 }
 
+// --- What went meanwhile.
+
+TEST_F(BridgingRestartTest, settingsThatWentMeanwhileGo) {
+   bridge.set(cliInput + ".vidToFidMap[10]", "7");
+   bridge.set(cliInput + ".vidToFidMap[20]", "7");
+   bridge.set(cliInput + ".ieeeReservedForwarding[01:80:c2:00:00:0e]", "true");
+   bridge.settle();
+   ASSERT_EQ(bridge.keys("bridging/config.vidToFidMap").size(), 2u);
+   bridge.killAgent();
+   bridge.erase(cliInput + ".vidToFidMap[10]");
+   bridge.erase(cliInput + ".ieeeReservedForwarding[01:80:c2:00:00:0e]");
+   comeBack();
+   EXPECT_THAT(bridge.keys("bridging/config.vidToFidMap"), ElementsAre("20"));
+   EXPECT_THAT(bridge.keys("bridging/config.ieeeReservedForwarding"), IsEmpty());
+}
+
 TEST_F(BridgingRestartTest, everyVlanThereIsStandsUntouched) {
    constexpr int vlanCount = 4094;
    constexpr int portCount = 12;
@@ -161,6 +177,85 @@ TEST_F(BridgingRestartTest, everyVlanThereIsStandsUntouched) {
    EXPECT_THAT(subscriber->operations(), UnorderedElementsAre("set " + vlan(2000) + ".configuredName",
                                                               "erase " + vlan(2000) + ".intf[Ethernet7]"));
    EXPECT_EQ(subscriber->memberships(), size_t(vlanCount * portCount - 1));
+}
+
+// --- The other supervisor takes over.
+
+// An agent that is standby on a switch that an active one has set up: that one has just gone with its
+// supervisor.
+struct SwitchoverTest : BridgingRestartTest {
+   std::string const role = "cell/1/redundancy/status";
+
+   void SetUp() override {
+      bridge.load(leafSwitch);
+      bridge.load(leafProvisioning);
+      bridge.settle();
+      bridge.killAgent();
+      bridge.set(role + ".protocol", "protocolHotStandby");
+      bridge.set(role + ".mode", "modeStandby");
+      comeBack();
+   }
+   void takeOver() {
+      bridge.set(role + ".mode", "modeActive");
+      bridge.settle();
+   }
+};
+
+TEST_F(SwitchoverTest, nobodySeesAnythingOfATakeoverOnUnchangedIntent) {
+   std::string const before = bridge.dump();
+   auto const subscriber = subscribe();
+   auto const ports = subscribe("interface");
+   takeOver();
+   subscriber->takeAll();
+   ports->takeAll();
+   EXPECT_EQ(subscriber->bytes(), 0u) << subscriber->seen();
+   EXPECT_EQ(ports->bytes(), 0u) << ports->seen();
+   EXPECT_EQ(bridge.dump(), before);
+   // It is at work: a change is followed, and comes out as it would for an agent that began active.
+   bridge.set(cliVlan(10) + ".configuredName", "\"renamed\"");
+   bridge.settle();
+   subscriber->takeAll();
+   EXPECT_THAT(subscriber->operations(),
+               ElementsAre("set " + cliVlan(10) + ".configuredName", "set " + vlan(10) + ".configuredName"));
+   std::string const after = bridge.dump();
+   subscriber->begin();
+   bridge.killAgent();
+   comeBack();
+   subscriber->takeAll();
+   EXPECT_EQ(subscriber->bytes(), 0u) << subscriber->seen();
+   EXPECT_EQ(bridge.dump(), after);
+}
+
+TEST_F(SwitchoverTest, whatWasPublishedMeanwhileAndWithTheTakeoverIsAllThatChanges) {
+   bridge.set(cliVlan(10) + ".configuredName", "\"renamed\"");
+   bridge.erase(cliVlan(41));
+   auto const subscriber = subscribe();
+   // In one turn of the agent.
+   bridge.load(Json{{role, {{"mode", "modeActive"}}}, {cliInput, {{"hostAgingTime", 60}}}});
+   bridge.settle();
+   subscriber->takeAll();
+   EXPECT_THAT(subscriber->operations(),
+               UnorderedElementsAre("set " + cliInput + ".hostAgingTime", "set bridging/config.hostAgingTime",
+                                    "set " + vlan(10) + ".configuredName", "erase " + vlan(41)));
+   subscriber->begin();
+   bridge.set(cliPort("Ethernet1") + ".accessVlan", "20");
+   bridge.settle();
+   subscriber->takeAll();
+   EXPECT_THAT(subscriber->operations(),
+               UnorderedElementsAre("set " + cliPort("Ethernet1") + ".accessVlan",
+                                    "erase " + vlan(10) + ".intf[Ethernet1]",
+                                    "put " + vlan(20) + ".intf[Ethernet1]", "set " + portMode("Ethernet1")));
+}
+
+// Falling back tears nothing down, and taking over again makes nothing twice.
+TEST_F(SwitchoverTest, supervisorMayFallBackAndTakeOverAgain) {
+   takeOver();
+   auto const subscriber = subscribe();
+   bridge.set(role + ".mode", "modeStandby");
+   bridge.settle();
+   takeOver();
+   subscriber->takeAll();
+   EXPECT_EQ(subscriber->bytes(), 0u) << subscriber->seen();
 }
 
 // --- Internal VLANs.

@@ -162,13 +162,13 @@ void EntityManager::onProbe(uint32_t probe) {
 
 void EntityManager::holdLog(Kem::Seconds limit) {
    log_->isHeldIs(true);
-   mayRelease_ = false;
+   isReleaseWanted_ = false;
    holdTimer_ = std::make_unique<HoldTimer>(*this);
    holdTimer_->timeMinIs(Kem::now() + limit);
 }
 
-void EntityManager::mayReleaseLog() {
-   mayRelease_ = true;
+void EntityManager::releaseLogWhenSettled() {
+   isReleaseWanted_ = true;
 }
 
 void EntityManager::releaseLog() {
@@ -183,12 +183,12 @@ void EntityManager::onDeliveryEnd(void* self) {
 
 void EntityManager::handleDeliveryEnd() {
    bool const isHeld = log_->isHeld();
-   if ((!isHeld || !mayRelease_) && probes_.empty())
+   if ((!isHeld || !isReleaseWanted_) && probes_.empty())
       return;
    if (!Kem::activityManager()->isSettled())
       return;
    if (isHeld) {
-      if (!mayRelease_)
+      if (!isReleaseWanted_)
          return;
       releaseLog();
    }

@@ -58,10 +58,10 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    }
 
    Kem::Ptr<Kem::NboAttrLog::SocketOutSm> const& attributeLog() const { return log_; }
-   // Holds the log now. It flows again once the process has settled after mayRelease(), `limit` seconds from
-   // now at the latest.
+   // Holds the log now. It flows again once the process has settled after releaseLogWhenSettled(), `limit`
+   // seconds from now at the latest.
    void holdLog(Kem::Seconds limit);
-   void mayReleaseLog();
+   void releaseLogWhenSettled();
 
   private:
    friend class MountGroup;
@@ -106,7 +106,7 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    std::function<void(MountGroup const&)> groupCompleteHook_;
    std::unique_ptr<HoldTimer> holdTimer_;
    uint32_t lastMount_ = 0;
-   bool mayRelease_ = false;
+   bool isReleaseWanted_ = false;
 };
 
 } // namespace Ordel
