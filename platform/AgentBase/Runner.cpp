@@ -33,13 +33,12 @@ void say(std::string const& line) {
 
 } // namespace
 
-// Mounts what every agent needs before its own mounts.
+// Mounts what every agent needs before its own mounts, in two groups: the cell's redundancy status, and when
+// that is there, the records of the agent's process, which are made in the cell.
 class Runner::BaseMounter final : public Ordel::Mounter {
   public:
-   explicit BaseMounter(Runner& r) : Mounter(Kem::Name("base")), runner(r) {}
-   void doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager&) override {
-      runner.handleBaseMounted();
-   }
+   BaseMounter(Runner& r, void (Runner::*h)()) : Mounter(Kem::Name("base")), runner(r), handler(h) {}
+   void doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager&) override { (runner.*handler)(); }
 
    char const* attributeString(Kem::AttrId) const override { return nullptr; }
    Kem::TypeInfo const& typeInfo() const override {
@@ -51,6 +50,7 @@ class Runner::BaseMounter final : public Ordel::Mounter {
    void encodeDifference(Kem::Entity const&, Kem::AttributeSink&) const override {}
 
    Runner& runner;
+   void (Runner::*const handler)();
 };
 
 // The trace setting of the running agent, from the state tree.
@@ -159,12 +159,10 @@ int Runner::run() {
    signals_ = std::make_unique<SignalWatch>(*this);
    if (int const status = connect())
       return status;
-   baseMounter_ = Kem::makePtr<BaseMounter>(*this);
-   auto const group = entityManager_->getMountGroup(*baseMounter_);
+   cellMounter_ = Kem::makePtr<BaseMounter>(*this, &Runner::handleCellMounted);
+   auto const group = entityManager_->getMountGroup(*cellMounter_);
    group->doMount({"r", "Redundancy::RedundancyStatus", Cell::path("redundancy/status", 0)});
-   group->doMount({"rc", "Agent::AgentConfig", agent_->agentCfgName()});
-   group->doMount({"wf", "Agent::Status", agent_->agentStatusName()});
-   group->doClose(false, "base", 0.0);
+   group->doClose(false, "cell", 0.0);
    try {
       Kem::activityManager()->run();
    } catch (std::exception const& exception) {
@@ -176,13 +174,28 @@ int Runner::run() {
    return status_;
 }
 
+void Runner::handleCellMounted() {
+   auto const redundancyStatus =
+       entityManager_->entity<Redundancy::RedundancyStatus>(Cell::path("redundancy/status", 0));
+   if (!redundancyStatus) {
+      // Without it the agent would take itself for the active one, beside that of another supervisor.
+      end(ExitStatus::noDatabase, "the database has no cell " + std::to_string(options_.cell) +
+                                      ": there is no " + Cell::path("redundancy/status", 0));
+      return;
+   }
+   agent_->redundancyStatusIs(redundancyStatus);
+   baseMounter_ = Kem::makePtr<BaseMounter>(*this, &Runner::handleBaseMounted);
+   auto const group = entityManager_->getMountGroup(*baseMounter_);
+   group->doMount({"rc", "Agent::AgentConfig", agent_->agentCfgName()});
+   group->doMount({"wf", "Agent::Status", agent_->agentStatusName()});
+   group->doClose(false, "base", 0.0);
+}
+
 void Runner::handleBaseMounted() {
    if (auto const config = entityManager_->entity<Agent::AgentConfig>(agent_->agentCfgName())) {
       kemAgentConfig_ = std::make_unique<KemAgentConfig>();
       kemAgentConfig_->notifierIs(config);
    }
-   agent_->redundancyStatusIs(
-       entityManager_->entity<Redundancy::RedundancyStatus>(Cell::path("redundancy/status", 0)));
    agent_->agentStatusIs(entityManager_->entity<Agent::Status>(agent_->agentStatusName()));
    entityManager_->holdLog(holdLimit);
    agent_->doPreInit();
@@ -190,7 +203,7 @@ void Runner::handleBaseMounted() {
 }
 
 void Runner::handleGroupComplete(Ordel::MountGroup const& group) {
-   if (&group.mounter() == baseMounter_.ptr() || agent_->initialized())
+   if (&group.mounter() != agent_.ptr() || agent_->initialized())
       return;
    agent_->initializedIs(true);
    ready_ = std::make_unique<Ready>(*this);

@@ -1,6 +1,6 @@
 // Brings one agent up on the state database and keeps it running.
 //
-//    connecting ──► base mounts (redundancy status, agent configuration and status)
+//    connecting ──► base mounts (redundancy status, without which it ends; agent configuration and status)
 //         ──► doPreInit, doInit ──► doMountsComplete
 //         ──► settled: the held log is released, "ready" ──► running ──SIGTERM, lost connection──► end
 //
@@ -41,6 +41,7 @@ class Runner {
 
    int load();
    int connect();
+   void handleCellMounted();
    void handleBaseMounted();
    void handleGroupComplete(Ordel::MountGroup const& group);
    void end(int status, std::string const& reason);
@@ -48,6 +49,7 @@ class Runner {
    RunnerOptions const options_;
    Kem::Ptr<CAgent> agent_;
    Kem::Ptr<Ordel::EntityManager> entityManager_;
+   Kem::Ptr<BaseMounter> cellMounter_;
    Kem::Ptr<BaseMounter> baseMounter_;
    std::unique_ptr<KemAgentConfig> kemAgentConfig_;
    std::unique_ptr<SignalWatch> signals_;

@@ -36,7 +36,7 @@ char const usageText[] =
     "  1  the agent gave up on a failure that it names\n"
     "  2  usage\n"
     "  3  the module can't be loaded\n"
-    "  4  the state database can't be reached, or refused the connection\n"
+    "  4  the state database can't be reached, refused the connection, or has no such cell\n"
     "  5  the connection to the state database ended\n"
     "  6  an exception reached no catcher\n"
     "  134  (SIGABRT) an assertion failed\n";

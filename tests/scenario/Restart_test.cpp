@@ -166,6 +166,36 @@ TEST(SnapshotRestartTest, databaseThatWasStoppedComesBackTheSame) {
    EXPECT_EQ(lastingDump(database), before);
 }
 
+// --- Cells.
+
+TEST_F(RestartTest, cellThatTheDatabaseDoesNotHaveIsRefused) {
+   Agent agent(database);
+   Result const result =
+       run({program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so", "--cell", "2"},
+           {}, database.environment());
+   EXPECT_EQ(result.status, 4);
+   EXPECT_THAT(result.errors, HasSubstr("the database has no cell 2: there is no cell/2/redundancy/status"));
+   EXPECT_EQ(database.ctl({"ls", "cell"}).output, "1\n") << "nothing is left behind";
+}
+
+// The second supervisor's agent waits beside the first one's, and takes over when that has gone.
+TEST_F(RestartTest, secondSupervisorsAgentIsStandbyUntilItsCellSaysOtherwise) {
+   std::string const first = "cell/1/redundancy/status", second = "cell/2/redundancy/status";
+   done({"set", first + ".protocol", "protocolHotStandby"});
+   done({"create", second, "Redundancy::RedundancyStatus"});
+   done({"set", second + ".protocol", "protocolHotStandby"});
+   done({"set", second + ".mode", "modeStandby"});
+   auto active = std::make_unique<Agent>(database);
+   done({"set", ethPriority, "3"});
+   Agent standby(database, {"--cell", "2"});
+   done({"settle", "--timeout", "20"});
+   EXPECT_EQ(database.get(ethPriority), "3");
+   active->process().signal(SIGKILL);
+   active->process().wait();
+   done({"set", second + ".mode", "modeActive"});
+   done({"wait", ethPriority, "10", "--timeout", "20"});
+}
+
 // --- agent-runner by itself.
 
 TEST(RunnerTest, wrongUsageIsToldAndEndsWith2) {
