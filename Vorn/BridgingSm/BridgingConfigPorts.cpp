@@ -37,6 +37,8 @@ BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::I
 void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
    if (switchIntfConfigAfterCodef_.erase(intfId))
       handleSwitchIntfConfig(intfId);
+   // A port that the previous run left may go before it has a copy here.
+   internalVlans_.startupDel(intfId);
 }
 
 // --- Children.
@@ -63,10 +65,7 @@ void BridgingConfigSm::doForgetPort(Sulvi::IntfId intfId) {
    if (switchIntfSm(intfId))
       return;
    KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig of the previous run for intf " << intfId);
-   if (auto const vlanId = startupInternalVlanId(intfId); vlanId != 0) {
-      internalVlans_.startupDel(intfId);
-      handleVlanConfig(Bridging::VlanId(vlanId));
-   }
+   internalVlans_.startupDel(intfId);
    internalVlans_.waitEnd(intfId);
    config().switchIntfConfigDel(intfId);
 }
@@ -112,11 +111,12 @@ void BridgingConfigSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
    if (!sm)
       return;
    auto const record = in_.ethIntfConfigDir->intfConfig(intfId);
-   sm->ethIntfConfigIs(record);
-   if (record)
-      sm->handleEnabledStateLocal();
-   else
+   bool const isKnown = record == sm->ethIntfConfig();
+   sm->ethIntfConfigIs(record); // evaluates a record that is another one
+   if (!record)
       releaseVanishedRoutedPort(*sm);
+   else if (isKnown)
+      sm->handleEnabledStateLocal();
 }
 
 void BridgingConfigSm::handleEthIntfStatus(Sulvi::IntfId intfId) {
@@ -130,6 +130,7 @@ void BridgingConfigSm::handleEthIntfStatus(Sulvi::IntfId intfId) {
 }
 
 void BridgingConfigSm::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
+   internalVlans_.startupDel(sm.intfId());
    auto const resolved = sm.switchIntfConfigOut()->switchportModeAndNativeVlan();
    if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
       return;

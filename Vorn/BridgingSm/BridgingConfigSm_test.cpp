@@ -50,7 +50,7 @@ TEST_F(BridgingConfigSmTest, everyOtherInputThatIsFollowedMayBeMissing) {
 }
 
 TEST_F(BridgingConfigSmTest, allocationHasItsRangeBeforeTheSelectorRuns) {
-   bridge.internalVlansAre(2000, 2001, 1);
+   bridge.internalVlansAre(2000, 2001, TestBridge::Policy::descending);
    bridge.startBridgingOnly();
    EXPECT_EQ(bridge.sm->allocateInternalVlanId(), 2001);
 }
@@ -200,7 +200,7 @@ TEST_F(BridgingConfigSmTest, portsComeAndGoWithTheCopiesOfTheDeferredStage) {
    TestTrace trace;
    bridge.vlan(10);
    bridge.intf("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 1);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
    bridge.start();
    bridge.access("Ethernet1", 10);
    bridge.access("Ethernet2", 10);
@@ -221,7 +221,7 @@ TEST_F(BridgingConfigSmTest, portsComeAndGoWithTheCopiesOfTheDeferredStage) {
    EXPECT_TRUE(trace.has("Deleting SwitchIntfConfig and reactor for intf Ethernet2"));
 }
 
-TEST_F(BridgingConfigSmTest, portWithoutACopyAndWithoutAStateMachineIsNoConcern) {
+TEST_F(BridgingConfigSmTest, portWithoutACopyAndWithoutAStateMachineIsIgnored) {
    bridge.start();
    bridge.sm->handleSwitchIntfConfig("Ethernet77");
    EXPECT_FALSE(bridge.portSm("Ethernet77"));
@@ -231,9 +231,9 @@ TEST_F(BridgingConfigSmTest, interfacesAreHandedToTheirPortsAsTheyComeAndGo) {
    bridge.port("Ethernet1");
    bridge.start();
    auto const config = bridge.intf("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 1);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
    bridge.intf("Ethernet2"); // which is none of the command line's ports
-   bridge.forwardingModelIs("Ethernet3", 1);
+   bridge.forwardingModelIs("Ethernet3", TestBridge::bridgedModel);
    bridge.run();
    EXPECT_EQ(bridge.portSm("Ethernet1")->ethIntfConfig(), config);
    EXPECT_TRUE(bridge.portSm("Ethernet1")->ethIntfStatus());
@@ -244,17 +244,41 @@ TEST_F(BridgingConfigSmTest, interfacesAreHandedToTheirPortsAsTheyComeAndGo) {
    EXPECT_FALSE(bridge.portSm("Ethernet1")->ethIntfStatus());
 }
 
-TEST_F(BridgingConfigSmTest, standingPortTakesNewRecords) {
+TEST_F(BridgingConfigSmTest, existingPortTakesNewRecordsAndEvaluatesThem) {
+   for (uint16_t const vlanId : {10, 20})
+      bridge.vlan(vlanId);
    bridge.port("Ethernet1");
    bridge.start();
    auto const sm = bridge.portSm("Ethernet1");
    auto const record = Bridging::Input::SwitchIntfConfig::make("Ethernet1");
+   record->switchportModeIs(Bridging::Input::SwitchportMode::trunk_);
+   record->trunkNativeVlanIs(10);
+   record->trunkAllowedVlansIs("20");
+   record->macLearningEnabledIs(false);
+   record->vlanTpidIs(0x9100);
    auto const eth = Interface::EthIntfConfig::make("Ethernet1");
    auto const status = Interface::EthIntfStatus::make("Ethernet1");
    EXPECT_EQ(bridge.sm->switchIntfSmIs("Ethernet1", record, eth, bridge.config, status), sm);
    EXPECT_EQ(&sm->switchIntfConfig(), record.ptr());
    EXPECT_EQ(sm->ethIntfConfig(), eth);
    EXPECT_EQ(sm->ethIntfStatus(), status);
+   EXPECT_EQ(bridge.mode("Ethernet1"), "trunk 10");
+   EXPECT_EQ(bridge.vlansOf("Ethernet1"), Numbers{20});
+   EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->macLearningEnabled());
+   EXPECT_EQ(bridge.resolvedPort("Ethernet1")->vlanTpid(), 0x9100);
+}
+
+TEST_F(BridgingConfigSmTest, existingRoutedPortEvaluatesANewRecordOfItsInterface) {
+   bridge.routed("Ethernet1");
+   bridge.start();
+   ASSERT_EQ(bridge.mode("Ethernet1"), "routed 1006");
+   auto const sm = bridge.portSm("Ethernet1");
+   auto const shut = Interface::EthIntfConfig::make("Ethernet1");
+   shut->enabledStateLocalIs(TestBridge::shutDown);
+   sm->ethIntfConfigIs(shut);
+   EXPECT_EQ(bridge.mode("Ethernet1"), "routed 0");
+   sm->ethIntfConfigIs(bridge.intf("Ethernet1"));
+   EXPECT_EQ(bridge.mode("Ethernet1"), "routed 1006");
 }
 
 TEST_F(BridgingConfigSmTest, standingPortRefusesAnotherResolvedConfiguration) {
@@ -287,7 +311,7 @@ TEST_F(BridgingConfigSmTest, interfacesOfAnyKindCanBePorts) {
 
 // --- VLAN interfaces.
 
-TEST_F(BridgingConfigSmTest, interfacesWhoseNumberIsNoVlanAreNoConcern) {
+TEST_F(BridgingConfigSmTest, interfacesWhoseNumberIsNoVlanAreIgnored) {
    char const* const names[] = {"Vlan0",           "Vlan4095", "Vlan5000", "Vlan65535", "Vlan65536",
                                 "Vlan99999999999", "Vlan007",  "Foo",      "Vlan10.5",  "Ethernet1"};
    bridge.vlanIntfConfig->intfConfigIs("Vlan4096");

@@ -8,8 +8,6 @@
 #include "Vorn/BridgingSm/VlanInterfaces.h"
 #include "Vorn/Rules/InternalVlan.h"
 
-#include <cmath>
-
 namespace Vorn {
 
 namespace {
@@ -97,9 +95,23 @@ Bridging::VlanIdOrNone InternalVlans::nextNumber(Sulvi::IntfId intfId) {
       return allocate();
    Bridging::VlanId const vlan(startup);
    auto const* const existing = config_->vlanConfig().find(vlan);
-   bool const isTaken = (existing && !(*existing)->internal()) || vlanInterfaces_.find(vlan);
+   bool const isTaken =
+       (existing && !(*existing)->internal()) || vlanInterfaces_.find(vlan) || !held_.port(vlan).empty();
    startup_.pairDel(intfId);
    return isTaken ? Bridging::VlanIdOrNone(0) : startup;
+}
+
+void InternalVlans::startupDel(Sulvi::IntfId intfId) {
+   auto const startup = startup_.vlan(intfId);
+   if (startup == 0)
+      return;
+   startup_.pairDel(intfId);
+   Bridging::VlanId const vlan(startup);
+   auto const existing = resolvedVlans_.vlan(vlan);
+   if (existing && existing->internal() && held_.port(vlan).empty()) {
+      KEM_TRACE(internalVlanTrace, 3, intfId << " does not take up vlan " << vlan << " of the previous run");
+      resolvedVlans_.vlanDel(vlan);
+   }
 }
 
 void InternalVlans::giveUp(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId) {
@@ -127,11 +139,6 @@ void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
 }
 
 // --- Waiting.
-
-bool InternalVlans::hasBegunToWait(Sulvi::IntfId intfId) const {
-   auto const* const since = cause_->intfStatus().find(intfId);
-   return since && std::abs(Kem::now() - *since) < holdOff;
-}
 
 void InternalVlans::recover() {
    Kem::Seconds const now = Kem::now();

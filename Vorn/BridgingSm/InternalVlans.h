@@ -5,7 +5,8 @@
 //    no VLAN ──the same, no number free──► waiting
 //    VLAN held ──left routed mode, shut, forwarding model left, record gone──► no VLAN
 //    VLAN held ──number claimed by a VLAN or a VLAN interface──► waiting
-//    waiting ──10 seconds passed and a number is free──► no VLAN, and VLAN held at the next evaluation
+//    waiting ──10 seconds passed and a number is free──► no VLAN
+//    waiting ──evaluated while a number is free──► VLAN held
 //    waiting ──left routed mode──► no VLAN
 //
 // A waiting port is a member of the errdisable cause "no-internal-vlan"; one that holds a VLAN never is. Here
@@ -61,16 +62,14 @@ class InternalVlans {
    void handleStartup(Bridging::Input::Config const* input,
                       Interface::EthIntfConfigDir const* ethIntfConfigDir);
 
-   // The port is gone: nothing is kept for it. Its VLAN is left to the caller.
-   void startupDel(Sulvi::IntfId intfId) { startup_.pairDel(intfId); }
-
    // --- Numbers.
    // The first free number of the range; 0 when there is none. Reserves nothing.
    Bridging::VlanIdOrNone allocate() const;
-   // Gives the port a VLAN: the number of the previous run, unless something took it meanwhile, or a free one.
-   // Returns 0 when there is none, and the port waits: a port that lost its old number is not given another
-   // in the same pass.
+   // Gives the port a VLAN: the number of the previous run, or a free one where there is none. Returns 0 when
+   // none is free, or something took the old number meanwhile; then the port waits.
    Bridging::VlanIdOrNone take(Sulvi::IntfId intfId);
+   // The port doesn't take up the VLAN that the previous run left: number and VLAN are free.
+   void startupDel(Sulvi::IntfId intfId);
    // Takes the VLAN from the port, which stays routed, without a VLAN. Asserts "vlanId": it isn't 0.
    void giveUp(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId);
    // The user's configuration takes the number: its port gives it up and waits. Nothing when no port has it.
@@ -79,7 +78,6 @@ class InternalVlans {
    // --- Waiting.
    void waitBegin(Sulvi::IntfId intfId) { cause_->intfStatusIs(intfId, Kem::now()); }
    void waitEnd(Sulvi::IntfId intfId) { cause_->intfStatusDel(intfId); }
-   bool hasBegunToWait(Sulvi::IntfId intfId) const; // less than the hold-off ago
    // Ends the waiting of those who have waited long enough, while a number is free. Assigns none: the port
    // takes its VLAN when it comes up again.
    void recover();

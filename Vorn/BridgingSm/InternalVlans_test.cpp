@@ -12,6 +12,9 @@ using Vorn::TestTrace;
 
 using Numbers = std::vector<uint16_t>;
 
+using ForwardingModel = Interface::IntfForwardingModel;
+using Policy = TestBridge::Policy;
+
 constexpr Kem::Seconds startTime = TestBridge::startTime;
 
 struct InternalVlansTest : testing::Test {
@@ -25,7 +28,7 @@ struct InternalVlansTest : testing::Test {
          return e.what();
       }
    }
-   void holds(Sulvi::IntfId intfId, uint16_t vlanId) {
+   void expectHolds(Sulvi::IntfId intfId, uint16_t vlanId) {
       EXPECT_EQ(bridge.mode(intfId), "routed " + std::to_string(vlanId));
       EXPECT_EQ(bridge.sm->internalVlanId(intfId), vlanId);
       EXPECT_EQ(bridge.sm->routedPort(vlanId), intfId);
@@ -33,14 +36,14 @@ struct InternalVlansTest : testing::Test {
       ASSERT_TRUE(bridge.resolvedVlan(vlanId));
       EXPECT_TRUE(bridge.resolvedVlan(vlanId)->internal());
    }
-   void holdsNothing(Sulvi::IntfId intfId) {
+   void expectHoldsNothing(Sulvi::IntfId intfId) {
       EXPECT_EQ(bridge.mode(intfId), "routed 0");
       EXPECT_EQ(bridge.sm->internalVlanId(intfId), 0);
       EXPECT_EQ(bridge.vlansOf(intfId), Numbers{});
    }
    // What errdisable does with a port that waits, and then with one that waits no more.
    void bringBack(std::vector<char const*> const& ports) {
-      for (unsigned const model : {4u, 5u}) {
+      for (auto const model : {TestBridge::blockedModel, TestBridge::routedModel}) {
          for (char const* name : ports)
             bridge.forwardingModelIs(name, model);
          bridge.run();
@@ -61,7 +64,7 @@ TEST_F(InternalVlansTest, policyZeroTakesTheLowestFreeNumber) {
 TEST_F(InternalVlansTest, anyOtherPolicyTakesTheHighestFreeNumber) {
    bridge.start();
    for (uint8_t const policy : {1, 2, 255}) {
-      bridge.internalVlansAre(4000, 4002, policy);
+      bridge.internalVlansAre(4000, 4002, static_cast<Policy>(policy));
       bridge.run();
       EXPECT_EQ(allocate(), 4002) << unsigned(policy);
    }
@@ -88,13 +91,13 @@ TEST_F(InternalVlansTest, allocationReservesNothing) {
 
 TEST_F(InternalVlansTest, rangeTheWrongWayRoundGivesNoneForEitherPolicy) {
    bridge.start();
-   for (uint8_t const policy : {0, 1}) {
+   for (Policy const policy : {Policy::ascending, Policy::descending}) {
       bridge.internalVlansAre(4001, 4000, policy);
       bridge.run();
-      EXPECT_EQ(allocate(), 0) << unsigned(policy);
+      EXPECT_EQ(allocate(), 0) << static_cast<unsigned>(policy);
       bridge.internalVlansAre(65535, 0, policy);
       bridge.run();
-      EXPECT_EQ(allocate(), 0) << unsigned(policy);
+      EXPECT_EQ(allocate(), 0) << static_cast<unsigned>(policy);
    }
 }
 
@@ -109,7 +112,7 @@ TEST_F(InternalVlansTest, rangeBeyondTheVlansRaisesWhenTheWalkGetsThere) {
    bridge.internalVlansAre(0, 5);
    bridge.start();
    EXPECT_EQ(refusal(), text);
-   bridge.internalVlansAre(0, 5, 1);
+   bridge.internalVlansAre(0, 5, Policy::descending);
    bridge.run();
    EXPECT_EQ(refusal(), "gave 5");
    bridge.internalVlansAre(4094, 65535);
@@ -118,7 +121,7 @@ TEST_F(InternalVlansTest, rangeBeyondTheVlansRaisesWhenTheWalkGetsThere) {
    bridge.vlan(4094);
    bridge.run();
    EXPECT_EQ(refusal(), text);
-   bridge.internalVlansAre(4094, 65535, 1);
+   bridge.internalVlansAre(4094, 65535, Policy::descending);
    bridge.run();
    EXPECT_EQ(refusal(), text);
 }
@@ -134,8 +137,8 @@ TEST_F(InternalVlansTest, routedPortGetsAVlanOfItsOwn) {
    bridge.routed("Ethernet1");
    bridge.routed("Ethernet2");
    bridge.start();
-   holds("Ethernet1", bridge.sm->internalVlanId("Ethernet1"));
-   holds("Ethernet2", bridge.sm->internalVlanId("Ethernet2"));
+   expectHolds("Ethernet1", bridge.sm->internalVlanId("Ethernet1"));
+   expectHolds("Ethernet2", bridge.sm->internalVlanId("Ethernet2"));
    EXPECT_EQ(bridge.resolvedVlans(), (Numbers{4000, 4001}));
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
 }
@@ -169,27 +172,27 @@ TEST_F(InternalVlansTest, portThatIsRoutedByModeIsRoutedToo) {
    bridge.routed("Ethernet1")->enabledIs(true);
    bridge.port("Ethernet1")->switchportModeIs(TestBridge::Mode::routed_);
    bridge.start();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
 TEST_F(InternalVlansTest, portKeepsItsVlanHoweverOftenItIsLookedAt) {
-   bridge.internalVlansAre(4000, 4002, 1);
+   bridge.internalVlansAre(4000, 4002, Policy::descending);
    bridge.routed("Ethernet1");
    bridge.start();
-   holds("Ethernet1", 4002);
+   expectHolds("Ethernet1", 4002);
    bridge.internalVlansAre(100, 101);
    bridge.port("Ethernet1")->asymVlansIs("1");
    bridge.run();
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.portSm("Ethernet1")->switchportModeAndNativeVlan();
-   holds("Ethernet1", 4002);
+   expectHolds("Ethernet1", 4002);
 }
 
 TEST_F(InternalVlansTest, portThatIsShutDownGetsNoVlanAndDoesNotWait) {
    bridge.routed("Ethernet1");
-   bridge.enabledStateLocalIs("Ethernet1", 2);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::shutDown);
    bridge.start();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
 }
@@ -198,7 +201,7 @@ TEST_F(InternalVlansTest, anyOtherStateIsNotShutDown) {
    for (unsigned const state : {0u, 1u, 3u, 255u}) {
       std::string const name = "Ethernet" + std::to_string(state + 1);
       bridge.routed(name);
-      bridge.enabledStateLocalIs(name, state);
+      bridge.enabledStateLocalIs(name, static_cast<Interface::EnabledState>(state));
    }
    bridge.internalVlansAre(4000, 4010);
    bridge.start();
@@ -207,28 +210,28 @@ TEST_F(InternalVlansTest, anyOtherStateIsNotShutDown) {
 
 TEST_F(InternalVlansTest, portWithoutAnInterfaceRecordGetsNoVlanAndDoesNotWait) {
    bridge.port("Ethernet1")->enabledIs(false);
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.port("Ethernet2")->enabledIs(false);
    bridge.intf("Ethernet2");
    bridge.start();
-   holdsNothing("Ethernet1");
-   holdsNothing("Ethernet2");
+   expectHoldsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet2");
    EXPECT_TRUE(bridge.cause->intfStatus().empty());
 }
 
 TEST_F(InternalVlansTest, onlyTheRoutedForwardingModelGetsAVlan) {
    bridge.routed("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 0);
+   bridge.forwardingModelIs("Ethernet1", ForwardingModel::intfForwardingModelUnknown);
    bridge.start();
    for (unsigned const model : {0u, 1u, 2u, 3u, 4u, 6u, 255u}) {
-      bridge.forwardingModelIs("Ethernet1", model);
+      bridge.forwardingModelIs("Ethernet1", static_cast<ForwardingModel>(model));
       bridge.run();
-      holdsNothing("Ethernet1");
+      expectHoldsNothing("Ethernet1");
    }
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
 TEST_F(InternalVlansTest, interfaceRecordsThatComeLaterGetThePortItsVlan) {
@@ -236,13 +239,13 @@ TEST_F(InternalVlansTest, interfaceRecordsThatComeLaterGetThePortItsVlan) {
    bridge.start();
    bridge.intf("Ethernet1");
    bridge.run();
-   holdsNothing("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 5);
+   expectHoldsNothing("Ethernet1");
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.run();
    EXPECT_EQ(bridge.portSm("Ethernet1")->ethIntfStatus(), bridge.ethIntfStatusDir->intfStatus("Ethernet1"));
-   bridge.enabledStateLocalIs("Ethernet1", 1);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::switchedOn);
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
 // --- Giving a VLAN up.
@@ -252,7 +255,7 @@ TEST_F(InternalVlansTest, portThatBecomesASwitchportLosesItsVlanAsItGetsItsNativ
    bridge.vlan(10);
    bridge.routed("Ethernet1");
    bridge.start();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
    bridge.port("Ethernet1")->accessVlanIs(10);
    bridge.port("Ethernet1")->enabledIs(true);
    bridge.run();
@@ -267,45 +270,47 @@ TEST_F(InternalVlansTest, portThatBecomesASwitchportLosesItsVlanAsItGetsItsNativ
 TEST_F(InternalVlansTest, shutPortGivesItsVlanBackAndMayGetAnotherOne) {
    bridge.routed("Ethernet1");
    bridge.start();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
    TestTrace trace;
-   bridge.enabledStateLocalIs("Ethernet1", 2);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::shutDown);
    bridge.run();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
    EXPECT_TRUE(trace.has(" deleting routed port vlan config for "));
    bridge.routed("Ethernet2");
    bridge.run();
-   holds("Ethernet2", 4000);
-   bridge.enabledStateLocalIs("Ethernet1", 1);
+   expectHolds("Ethernet2", 4000);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::switchedOn);
    bridge.run();
-   holds("Ethernet1", 4001);
+   expectHolds("Ethernet1", 4001);
 }
 
 TEST_F(InternalVlansTest, portThatLeavesTheForwardingModelGivesItsVlanBack) {
    TestTrace trace;
    bridge.routed("Ethernet1");
    bridge.start();
-   bridge.forwardingModelIs("Ethernet1", 1);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
    bridge.run();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_TRUE(trace.has(" deleting routed port vlan config for "));
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
-TEST_F(InternalVlansTest, forwardingModelOfASwitchportIsNoConcern) {
+TEST_F(InternalVlansTest, forwardingModelOfASwitchportIsIgnored) {
    bridge.vlan(10);
    bridge.access("Ethernet1", 10);
-   bridge.forwardingModelIs("Ethernet1", 1);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
    bridge.start();
-   for (unsigned const model : {5u, 4u, 0u}) {
+   // Any evaluation would put this right.
+   bridge.resolvedPort("Ethernet1")->switchportModeAndNativeVlanIs({.nativeVlan = 7});
+   for (auto const model : {TestBridge::routedModel, TestBridge::blockedModel, TestBridge::bridgedModel}) {
       bridge.forwardingModelIs("Ethernet1", model);
       bridge.run();
-      EXPECT_EQ(bridge.mode("Ethernet1"), "access 10");
+      EXPECT_EQ(bridge.mode("Ethernet1"), "access 7");
       EXPECT_EQ(bridge.membership(10, "Ethernet1"), "untagged");
    }
 }
@@ -319,7 +324,7 @@ TEST_F(InternalVlansTest, tablesThatContradictEachOtherEndTheAgent) {
    bridge.resolvedPort("Ethernet1")
        ->switchportModeAndNativeVlanIs(
            {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = other});
-   bridge.forwardingModelIs("Ethernet1", 1);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
    EXPECT_DEATH(bridge.run(), HasSubstr("\"vlanIdOrNone == parent()->internalVlanId( intfId() )\""));
 }
 
@@ -332,13 +337,13 @@ TEST_F(InternalVlansTest, interfaceThatVanishesReleasesTheVlanOfItsPort) {
    bridge.run();
    EXPECT_TRUE(bridge.portSm("Ethernet1")) << "the command line's port stands";
    EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->asymVlanEnabled()) << "its mode is evaluated";
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
    EXPECT_TRUE(trace.has(" deleting routed port vlan config for Ethernet1"));
    bridge.intf("Ethernet1");
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
 TEST_F(InternalVlansTest, statusThatVanishesReleasesTheVlanOfItsPort) {
@@ -348,7 +353,7 @@ TEST_F(InternalVlansTest, statusThatVanishesReleasesTheVlanOfItsPort) {
    bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
    bridge.ethIntfStatusDir->intfStatusDel("Ethernet1");
    bridge.run();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->asymVlanEnabled()) << "its mode is evaluated";
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
@@ -359,10 +364,11 @@ TEST_F(InternalVlansTest, statusThatComesWithItsModelGivesThePortItsVlan) {
    bridge.routed("Ethernet1");
    bridge.ethIntfStatusDir->intfStatusDel("Ethernet1");
    bridge.start();
-   holdsNothing("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 5); // a new record, which has its model from the beginning
+   expectHoldsNothing("Ethernet1");
+   bridge.forwardingModelIs("Ethernet1",
+                            TestBridge::routedModel); // a new record, which has its model from the beginning
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
 }
 
 TEST_F(InternalVlansTest, startOverWithAnotherNumberOfTheSamePortEndsTheAgent) {
@@ -378,10 +384,10 @@ TEST_F(InternalVlansTest, startOverWithAnotherNumberOfTheSamePortEndsTheAgent) {
 TEST_F(InternalVlansTest, portThatIsDeletedReleasesItsVlan) {
    TestTrace trace;
    bridge.port("Ethernet1")->enabledIs(false); // without a default record
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.ethIntfConfigDir->intfConfigIs("Ethernet1");
    bridge.start();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
    bridge.eth->switchIntfConfigDel("Ethernet1");
    bridge.portDel("Ethernet1");
    bridge.run();
@@ -412,7 +418,7 @@ TEST_F(InternalVlansTest, portWaitsWhenThereIsNoFreeNumber) {
    bridge.internalVlansAre(4001, 4000);
    bridge.routed("Ethernet1");
    bridge.start();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
 }
 
@@ -446,7 +452,7 @@ TEST_F(InternalVlansTest, vlanOfTheUserTakesTheNumberAndThePortWaits) {
    bridge.advance(5);
    bridge.vlan(4000);
    bridge.run();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    ASSERT_TRUE(bridge.resolvedVlan(4000));
    EXPECT_FALSE(bridge.resolvedVlan(4000)->internal());
    EXPECT_EQ(bridge.resolvedVlan(4000)->configSource(), "cli");
@@ -463,11 +469,11 @@ TEST_F(InternalVlansTest, newWinnerThatHoldsTheNumberTakesIt) {
    auto const other = bridge.input("a");
    other.vlan(4000);
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
    trace.clear();
    other.record->vlanConfigPriorityIs(200);
    bridge.run();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
    EXPECT_FALSE(bridge.resolvedVlan(4000)->internal());
    EXPECT_EQ(bridge.resolvedVlan(4000)->configSource(), "a");
@@ -482,11 +488,11 @@ TEST_F(InternalVlansTest, vlanInterfaceTakesTheNumberAndThePortWaits) {
    auto const second = bridge.sm->routedPort(4001);
    bridge.vlanIntf(4000);
    bridge.run();
-   holdsNothing(first);
+   expectHoldsNothing(first);
    EXPECT_EQ(bridge.waitingSince(first), startTime);
    bridge.dynVlanIntf(4001);
    bridge.run();
-   holdsNothing(second);
+   expectHoldsNothing(second);
    EXPECT_EQ(bridge.waitingSince(second), startTime);
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
 }
@@ -496,11 +502,11 @@ TEST_F(InternalVlansTest, vlanInterfaceThatGoesTakesNothing) {
    bridge.dynVlanIntf(4001);
    bridge.routed("Ethernet1");
    bridge.start();
-   holds("Ethernet1", 4002);
+   expectHolds("Ethernet1", 4002);
    bridge.vlanIntfConfig->intfConfigDel("Vlan4000");
    bridge.dynVlanIntfList->intfConfigDel("Vlan4001");
    bridge.run();
-   holds("Ethernet1", 4002);
+   expectHolds("Ethernet1", 4002);
 }
 
 TEST_F(InternalVlansTest, vlanInterfaceOfANumberThatNobodyHoldsTakesNothing) {
@@ -509,8 +515,22 @@ TEST_F(InternalVlansTest, vlanInterfaceOfANumberThatNobodyHoldsTakesNothing) {
    bridge.vlanIntf(4001);
    bridge.vlanIntf(1);
    bridge.run();
-   holds("Ethernet1", 4000);
+   expectHolds("Ethernet1", 4000);
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
+}
+
+TEST_F(InternalVlansTest, portThatGetsItsNumberInThePassOfAVlanIsAMemberOfItAtOnce) {
+   bridge.internalVlansAre(4001, 4000);
+   auto const port = bridge.routed("Ethernet1");
+   port->switchportModeIs(TestBridge::Mode::routed_);
+   port->enabledIs(true); // a pass looks at such ports only
+   bridge.start();
+   ASSERT_TRUE(bridge.waitingSince("Ethernet1"));
+   bridge.internalVlansAre(4000, 4000);
+   bridge.advance(11);
+   bridge.vlan(10);
+   bridge.run();
+   expectHolds("Ethernet1", 4000);
 }
 
 // --- Recovery.
@@ -530,10 +550,10 @@ TEST_F(InternalVlansTest, portIsReleasedTenSecondsAfterItBeganToWait) {
    EXPECT_TRUE(bridge.waitingSince("Ethernet1")) << "nobody looks";
    bridge.advance(0.2);
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{4000}) << "the number is not assigned";
    bringBack({"Ethernet1"});
-   holds("Ethernet1", 4001);
+   expectHolds("Ethernet1", 4001);
 }
 
 TEST_F(InternalVlansTest, tenSecondsSharpAreEnough) {
@@ -569,37 +589,37 @@ TEST_F(InternalVlansTest, oneFreeNumberReleasesAllAndThoseWhoLoseTheRaceWaitAgai
    bridge.advance(10);
    EXPECT_TRUE(bridge.cause->intfStatus().empty()) << "both in the same look";
    bringBack({"Ethernet2", "Ethernet1"});
-   holds("Ethernet2", 4000);
-   holdsNothing("Ethernet1");
+   expectHolds("Ethernet2", 4000);
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime + 10);
 }
 
-TEST_F(InternalVlansTest, portThatHasBegunToWaitIsGivenNoNumberByOtherEvaluations) {
+TEST_F(InternalVlansTest, portThatWaitsTakesANumberThatCameFreeAtItsNextEvaluation) {
    bridge.internalVlansAre(4001, 4000);
    bridge.routed("Ethernet1");
    bridge.start();
    bridge.internalVlansAre(4000, 4000);
-   bridge.advance(9);
-   bringBack({"Ethernet1"});
-   bridge.enabledStateLocalIs("Ethernet1", 1);
-   bridge.run();
-   holdsNothing("Ethernet1");
-   EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
    bridge.advance(1);
+   expectHoldsNothing("Ethernet1");
+   EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::switchedOn);
+   bridge.run();
+   expectHolds("Ethernet1", 4000);
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
+   bridge.advance(20); // recovery finds nothing that can't be
 }
 
-TEST_F(InternalVlansTest, portThatIsLookedAtInVainAfterTenSecondsWaitsAnew) {
+TEST_F(InternalVlansTest, portThatIsLookedAtInVainWaitsFromThenOn) {
    bridge.internalVlansAre(4001, 4000);
    bridge.routed("Ethernet1");
    bridge.start();
    bridge.advance(11);
-   bridge.enabledStateLocalIs("Ethernet1", 1);
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::switchedOn);
    bridge.run();
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime + 11);
 }
 
-TEST_F(InternalVlansTest, portThatWaitsLongerGetsAFreeNumberWhereverItIsLookedAtAndWaitsNoMore) {
+TEST_F(InternalVlansTest, portThatAnEarlierRunLeftWaitingTakesAFreeNumberAndWaitsNoMore) {
    for (char const* name : {"Ethernet1", "Ethernet2"})
       bridge.routed(name);
    bridge.cause->intfStatusIs("Ethernet1", startTime - 60);  // by a run before
@@ -635,7 +655,7 @@ struct InternalVlanRestartTest : InternalVlansTest {
    // A routed port as the run before left it.
    void left(Sulvi::IntfId intfId, uint16_t vlanId) {
       bridge.intf(intfId);
-      bridge.forwardingModelIs(intfId, 5);
+      bridge.forwardingModelIs(intfId, TestBridge::routedModel);
       auto const record = bridge.eth->switchIntfConfigIs(intfId);
       record->enabledIs(false);
       bridge.allSwitchIntfConfigs->switchIntfConfigIs(record);
@@ -643,22 +663,28 @@ struct InternalVlanRestartTest : InternalVlansTest {
       bridge.config->switchIntfConfigIs(
           intfId, {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = vlanId});
    }
-   void lostItsNumber() {
-      holdsNothing("Ethernet1");
+   void expectFreed() {
+      EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
+      EXPECT_TRUE(bridge.sm->startupRoutedPort(4001).empty());
+      EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+      EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
+   }
+   void expectLostItsNumber() {
+      expectHoldsNothing("Ethernet1");
       EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime) << "and is not given another one at once";
       EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
       EXPECT_TRUE(bridge.sm->startupRoutedPort(4001).empty());
       bridge.advance(10);
       EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
       bringBack({"Ethernet1"});
-      holds("Ethernet1", 4000);
+      expectHolds("Ethernet1", 4000);
    }
 };
 
 TEST_F(InternalVlanRestartTest, portKeepsItsNumber) {
    auto const vlan = bridge.resolvedVlan(4001);
    bridge.start();
-   holds("Ethernet1", 4001);
+   expectHolds("Ethernet1", 4001);
    EXPECT_EQ(bridge.resolvedVlan(4001), vlan) << "not even the record is a new one";
    EXPECT_TRUE(bridge.cause->intfStatus().empty());
    EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0) << "claimed";
@@ -670,21 +696,22 @@ TEST_F(InternalVlanRestartTest, portsOfTheSameRunKeepTheirNumbers) {
    bridge.start();
    bridge.stop();
    bridge.start();
-   holds("Ethernet1", 4001);
-   holds("Ethernet2", 4000);
+   expectHolds("Ethernet1", 4001);
+   expectHolds("Ethernet2", 4000);
    EXPECT_TRUE(bridge.cause->intfStatus().empty());
 }
 
 TEST_F(InternalVlanRestartTest, numberIsHeldBackUntilItsPortIsLookedAt) {
+   bridge.internalVlansAre(4001, 4002);
    bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
    bridge.startBridgingOnly();
    EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
    EXPECT_EQ(bridge.sm->startupRoutedPort(4001), Sulvi::IntfId("Ethernet1"));
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{4001});
-   EXPECT_EQ(allocate(), 4000);
+   EXPECT_EQ(allocate(), 4002) << "4001 is in use";
    bridge.startSelector();
    bridge.run();
-   holds("Ethernet1", 4001);
+   expectHolds("Ethernet1", 4001);
 }
 
 TEST_F(InternalVlanRestartTest, secondPortThatClaimsTheNumberGetsAnother) {
@@ -693,26 +720,26 @@ TEST_F(InternalVlanRestartTest, secondPortThatClaimsTheNumberGetsAnother) {
    EXPECT_TRUE(bridge.cause->intfStatus().empty());
    auto const owner = bridge.sm->routedPort(4001);
    auto const other = Sulvi::IntfId(owner == Sulvi::IntfId("Ethernet1") ? "Ethernet2" : "Ethernet1");
-   holds(owner, 4001);
-   holds(other, 4000);
+   expectHolds(owner, 4001);
+   expectHolds(other, 4000);
 }
 
 TEST_F(InternalVlanRestartTest, numberThatAVlanInterfaceTookIsLost) {
    bridge.vlanIntf(4001);
    bridge.start();
-   lostItsNumber();
+   expectLostItsNumber();
 }
 
 TEST_F(InternalVlanRestartTest, numberThatADynamicVlanInterfaceTookIsLost) {
    bridge.dynVlanIntf(4001);
    bridge.start();
-   lostItsNumber();
+   expectLostItsNumber();
 }
 
 TEST_F(InternalVlanRestartTest, numberThatAVlanTookIsLost) {
    bridge.config->newVlanConfig(4001, false);
    bridge.start();
-   holdsNothing("Ethernet1");
+   expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
    EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
 }
@@ -721,7 +748,7 @@ TEST_F(InternalVlanRestartTest, numberThatTheUserTookMeanwhileIsGivenUp) {
    bridge.vlan(4001);
    bridge.start();
    EXPECT_FALSE(bridge.resolvedVlan(4001)->internal());
-   lostItsNumber();
+   expectLostItsNumber();
 }
 
 TEST_F(InternalVlanRestartTest, numberOfAPortThatIsNotYetLookedAtIsTheUsersToo) {
@@ -735,7 +762,90 @@ TEST_F(InternalVlanRestartTest, numberOfAPortThatIsNotYetLookedAtIsTheUsersToo) 
    EXPECT_FALSE(bridge.resolvedVlan(4001)->internal());
    bridge.startSelector();
    bridge.run();
-   lostItsNumber();
+   expectLostItsNumber();
+}
+
+// 1. The previous run left Ethernet1 with VLAN 4001.
+// 2. Before Ethernet1 is looked at, a user makes a VLAN of that number and deletes it again.
+// 3. Ethernet2 is looked at first, and takes the number.
+TEST_F(InternalVlanRestartTest, numberThatAnotherPortTookMeanwhileIsLost) {
+   bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
+   bridge.startBridgingOnly();
+   bridge.vlan(4001);
+   bridge.sm->configInIs(bridge.cli);
+   bridge.sm->handleVlanConfig();
+   bridge.run();
+   bridge.vlanDel(4001);
+   bridge.run();
+   ASSERT_EQ(bridge.resolvedVlans(), Numbers{});
+   ASSERT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+   bridge.config->internalVlanRangeIs({.min = 4001, .max = 4002});
+   bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.routed("Ethernet2"));
+   bridge.run();
+   expectHolds("Ethernet2", 4001);
+   bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.eth->switchIntfConfig("Ethernet1"));
+   bridge.run();
+   expectHolds("Ethernet2", 4001);
+   expectHoldsNothing("Ethernet1");
+   EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
+   EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
+}
+
+TEST_F(InternalVlanRestartTest, portThatIsASwitchportByNowFreesItsNumber) {
+   bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
+   bridge.startBridgingOnly();
+   ASSERT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+   bridge.access("Ethernet1", 10); // the command line's record wins
+   bridge.startSelector();
+   bridge.run();
+   EXPECT_EQ(bridge.mode("Ethernet1"), "access 0");
+   expectFreed();
+}
+
+TEST_F(InternalVlanRestartTest, portWhoseModelComesLateKeepsItsNumberUntilThen) {
+   bridge.forwardingModelIs("Ethernet1", ForwardingModel::intfForwardingModelUnknown);
+   bridge.start();
+   EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{4001});
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
+   bridge.run();
+   expectHolds("Ethernet1", 4001);
+}
+
+TEST_F(InternalVlanRestartTest, portThatIsShutOrGoneBeforeItComesUpFreesItsNumber) {
+   struct Case {
+      char const* what;
+      void (*change)(TestBridge&);
+   };
+   Case const cases[] = {
+       {"shut down", [](TestBridge& b) { b.enabledStateLocalIs("Ethernet1", TestBridge::shutDown); }},
+       {"no interface", [](TestBridge& b) { b.ethIntfConfigDir->intfConfigDel("Ethernet1"); }},
+       {"no status", [](TestBridge& b) { b.ethIntfStatusDir->intfStatusDel("Ethernet1"); }},
+       {"no port", [](TestBridge& b) { b.allSwitchIntfConfigs->switchIntfConfigDel("Ethernet1"); }},
+   };
+   for (auto const& [what, change] : cases) {
+      SCOPED_TRACE(what);
+      bridge.enabledStateLocalIs("Ethernet1", Interface::EnabledState::enabledStateDefault);
+      left("Ethernet1", 4001);
+      bridge.forwardingModelIs("Ethernet1", ForwardingModel::intfForwardingModelUnknown);
+      bridge.resolvedPort("Ethernet1")
+          ->switchportModeAndNativeVlanIs(
+              {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 4001});
+      bridge.startBridgingOnly();
+      ASSERT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+      change(bridge);
+      bridge.run();
+      expectFreed();
+      bridge.stop();
+   }
+}
+
+TEST_F(InternalVlanRestartTest, portThatGoesBeforeItsCopyIsMadeFreesItsNumberToo) {
+   bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
+   bridge.startBridgingOnly();
+   ASSERT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+   bridge.sm->switchIntfConfigCodef()->handleSwitchIntfConfig("Ethernet1");
+   expectFreed();
 }
 
 TEST_F(InternalVlanRestartTest, whatIsNoRoutedPortAnyMoreIsNotHeldBack) {
@@ -746,7 +856,7 @@ TEST_F(InternalVlanRestartTest, whatIsNoRoutedPortAnyMoreIsNotHeldBack) {
    Case const cases[] = {
        {"a switchport now", [](TestBridge& b) { b.eth->switchIntfConfig("Ethernet1")->enabledIs(true); }},
        {"no input", [](TestBridge& b) { b.eth->switchIntfConfigDel("Ethernet1"); }},
-       {"shut down", [](TestBridge& b) { b.enabledStateLocalIs("Ethernet1", 2); }},
+       {"shut down", [](TestBridge& b) { b.enabledStateLocalIs("Ethernet1", TestBridge::shutDown); }},
        {"was no routed port",
         [](TestBridge& b) {
            b.resolvedPort("Ethernet1")->switchportModeAndNativeVlanIs({.nativeVlan = 4001});
@@ -762,7 +872,7 @@ TEST_F(InternalVlanRestartTest, whatIsNoRoutedPortAnyMoreIsNotHeldBack) {
    for (auto const& [what, change] : cases) {
       bridge.stop();
       bridge.eth->switchIntfConfigDel("Ethernet1");
-      bridge.enabledStateLocalIs("Ethernet1", 0);
+      bridge.enabledStateLocalIs("Ethernet1", Interface::EnabledState::enabledStateDefault);
       left("Ethernet1", 4001);
       bridge.resolvedPort("Ethernet1")
           ->switchportModeAndNativeVlanIs(

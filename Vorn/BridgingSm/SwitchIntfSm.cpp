@@ -39,16 +39,14 @@ void SwitchIntfSm::ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> cons
    kemEthIntfConfig_.notifierIs(config);
 }
 void SwitchIntfSm::ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status) {
-   if (status == ethIntfStatus())
-      return;
    kemEthIntfStatus_.notifierIs(status);
-   handleEthIntfForwardingModel(); // it may come with its model
 }
 
 // --- Life.
 
 void SwitchIntfSm::handleInitialized() {
    initialized_ = true;
+   bool const hadNumber = parent_.startupInternalVlanId(intfId_) != 0;
    auto const modeAndVlan = switchportModeAndNativeVlan();
    out_ = bridgingConfig_->switchIntfConfigIs(intfId_);
    out_->switchportModeAndNativeVlanIs(modeAndVlan);
@@ -62,7 +60,22 @@ void SwitchIntfSm::handleInitialized() {
    handleMacLearningEnabled();
    handleFloodingEnabled();
    handleVlanTpid();
-   handleEthIntfForwardingModel();
+   // A port that has just lost the number of the previous run is not given another in the same pass: it waits.
+   bool const hasLostItsNumber =
+       hadNumber && modeAndVlan.nativeVlan == 0 && parent_.startupInternalVlanId(intfId_) == 0;
+   if (!hasLostItsNumber)
+      handleEthIntfForwardingModel();
+   if (modeAndVlan.switchportMode == SwitchportMode::routed_)
+      dropNotifications();
+}
+
+// What the copy reported while it was filled belongs to the pass that has just ended. Handled in the next turn,
+// it would give a routed port that lost its number in this one another number at once.
+void SwitchIntfSm::dropNotifications() {
+   initialized_ = false; // so that the new binding evaluates nothing
+   kemSwitchIntfConfig_.notifierIs(nullptr);
+   kemSwitchIntfConfig_.notifierIs(config_);
+   initialized_ = true;
 }
 
 void SwitchIntfSm::doPrepareToDie() {
@@ -70,6 +83,7 @@ void SwitchIntfSm::doPrepareToDie() {
    bridgingConfig_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { vlan->intfDel(intfId_); });
    if (auto const vlanId = parent_.internalVlanId(intfId_); vlanId != 0)
       giveUpInternalVlan(vlanId);
+   parent_.internalVlans().startupDel(intfId_);
    parent_.internalVlans().waitEnd(intfId_);
 }
 
@@ -85,6 +99,7 @@ Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan(
    Bridging::VlanIdOrNone const vlanId = switchportVlan(mode);
    if (auto const internal = parent_.internalVlanId(intfId_); internal != 0)
       giveUpInternalVlan(internal); // it has just stopped being routed
+   parent_.internalVlans().startupDel(intfId_);
    parent_.internalVlans().waitEnd(intfId_);
    return {.switchportMode = static_cast<SwitchportMode>(mode), .nativeVlan = vlanId};
 }
@@ -116,16 +131,12 @@ Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
 Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
    if (auto const held = parent_.internalVlanId(intfId_); held != 0)
       return held;
-   if (internalVlanObstacle(ethIntfConfig().ptr(), ethIntfStatus().ptr()) != InternalVlanObstacle::none ||
-       hasBegunToWait())
+   auto const obstacle = internalVlanObstacle(ethIntfConfig().ptr(), ethIntfStatus().ptr());
+   if (obstacle == InternalVlanObstacle::shutDown)
+      parent_.internalVlans().startupDel(intfId_);
+   if (obstacle != InternalVlanObstacle::none)
       return 0;
    return parent_.internalVlans().take(intfId_);
-}
-
-// Within the time in which recovery leaves it alone, nothing else gives the port a number either. A time of
-// an earlier boot, in the future, is none.
-bool SwitchIntfSm::hasBegunToWait() const {
-   return parent_.internalVlans().hasBegunToWait(intfId_);
 }
 
 void SwitchIntfSm::giveUpInternalVlan(Bridging::VlanIdOrNone vlanId) {
@@ -147,6 +158,14 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
 bool SwitchIntfSm::isConfiguredTrunkLike() const {
    InputMode const mode = config_->switchportMode();
    return mode == InputMode::trunk_ || mode == InputMode::tap_ || mode == InputMode::tool_;
+}
+
+void SwitchIntfSm::handleSwitchIntfConfig() {
+   if (!initialized_)
+      return;
+   doComputeTrunkAllowedVlans();
+   handleEnabled();
+   handleVlanTpid();
 }
 
 void SwitchIntfSm::handleEnabled() {
@@ -227,6 +246,11 @@ void SwitchIntfSm::handleFloodingEnabled() {
 }
 
 // --- Changes of the interface.
+
+void SwitchIntfSm::handleEthIntfConfig() {
+   if (initialized_)
+      handleEnabledStateLocal();
+}
 
 void SwitchIntfSm::handleEnabledStateLocal() {
    KEM_INVARIANT(initialized(), "initialized()");

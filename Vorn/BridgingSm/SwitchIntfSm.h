@@ -68,7 +68,8 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for
    // every VLAN, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
-   // The same for every resolved VLAN; looks only at those where something can have changed.
+   // The same for every resolved VLAN; looks only at those where this port has something to change. What
+   // somebody else edited is put right by doSyncSingleVlan().
    void doSyncAllVlans();
    // The resolved VLAN of that number has been deleted, and its members with it.
    void vlanDeleted(Bridging::VlanId vlanId) { written_[vlanId] = unknownMember; }
@@ -86,6 +87,7 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    // --- Reactions.
    struct KemSwitchIntfConfig final : Bridging::Input::SwitchIntfConfig::NotifieeConst {
       explicit KemSwitchIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleSwitchIntfConfig(); }
       void onEnabled() override { sm.handleEnabled(); }
       void onSwitchportMode() override { sm.handleSwitchportMode(); }
       void onAccessVlan() override { sm.handleAccessVlan(); }
@@ -103,14 +105,19 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    };
    struct KemEthIntfConfig final : Interface::EthIntfConfig::NotifieeConst {
       explicit KemEthIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleEthIntfConfig(); }
       void onEnabledStateLocal() override { sm.handleEnabledStateLocal(); }
       SwitchIntfSm& sm;
    };
    struct KemEthIntfStatus final : Interface::EthIntfStatus::NotifieeConst {
       explicit KemEthIntfStatus(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleEthIntfForwardingModel(); }
       void onForwardingModel() override { sm.handleEthIntfForwardingModel(); }
       SwitchIntfSm& sm;
    };
+   // Another record: all that follows from it.
+   void handleSwitchIntfConfig();
+   void handleEthIntfConfig();
    void handleEnabled();
    void handleSwitchportMode();
    void handleAccessVlan();
@@ -124,9 +131,9 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    void handleEthIntfForwardingModel();
 
    // --- Helpers.
+   void dropNotifications();
    Bridging::VlanIdOrNone switchportVlan(Bridging::Input::SwitchportMode mode) const;
    Bridging::VlanIdOrNone routedPortVlan();
-   bool hasBegunToWait() const;        // for an internal VLAN, less than the recovery interval ago
    bool mayLearnAndFlood() const;      // a switchport that is neither a tap nor a tool
    bool isConfiguredTrunkLike() const; // trunk, tap or tool, whether it is enabled or not
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
@@ -142,11 +149,11 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
    bool initialized_ = false;
-   // What this port has written into each VLAN, by number, so that a pass over all of them leaves alone,
-   // without a look-up, those where nothing changes. See memberCode.
+   // What this port wrote last into each VLAN, by number, so that a pass over all of them leaves alone,
+   // without a look-up, those where nothing changes. No other step reads it. See memberCode.
    static constexpr uint8_t unknownMember = 0xff;
    std::array<uint8_t, Bridging::VlanId::max + 1> written_;
-   // The processor's membership is written by others too: of its port nothing is known.
+   // The processor's membership is written by CpuPort.h too: of its port nothing is known.
    uint8_t const alwaysUnknown_;
    KemSwitchIntfConfig kemSwitchIntfConfig_{*this};
    KemEthIntfConfig kemEthIntfConfig_{*this};

@@ -43,10 +43,7 @@ void VlanConfigSm::handleInitialized() {
    auto const out = parent_.resolvedVlans().vlanIs(vlanId_);
    parent_.resolvedVlans().configSourceIs(*out, Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
-   handleConfiguredName();
-   handleTrunkGroup();
-   handleAdminState();
-   handleVlanTypeAndPrimaryVlan();
+   handleVlanConfigIn();
 }
 
 void VlanConfigSm::doPrepareToDie() {
@@ -67,6 +64,13 @@ void VlanConfigSm::doPrepareToDie() {
 }
 
 // --- Changes of the copy.
+
+void VlanConfigSm::handleVlanConfigIn() {
+   handleConfiguredName();
+   handleTrunkGroup();
+   handleAdminState();
+   handleVlanTypeAndPrimaryVlan();
+}
 
 void VlanConfigSm::handleConfiguredName() {
    if (!initialized_)
@@ -138,9 +142,11 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
       auto& out = *sm->switchIntfConfigOut();
       auto const before = out.switchportModeAndNativeVlan();
       out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
-      if (out.switchportModeAndNativeVlan() != before) {
+      auto const after = out.switchportModeAndNativeVlan();
+      if (after != before) {
          sm->doComputeAsymVlans();
          sm->maybeSyncOneVlan(before.nativeVlan);
+         sm->maybeSyncOneVlan(after.nativeVlan); // not this VLAN, where a routed port took one of its own
       }
       sm->doSyncSingleVlan(vlanOut);
       if (primaryState)

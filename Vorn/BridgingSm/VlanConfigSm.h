@@ -30,6 +30,7 @@ class VlanConfigSm final : public Kem::PtrInterface {
    // --- Reactions.
    struct KemVlanConfigIn final : Bridging::Input::VlanConfig::NotifieeConst {
       explicit KemVlanConfigIn(VlanConfigSm& s) : NotifieeConst(this), sm(s) {}
+      void handleInitialized() override { sm.handleVlanConfigIn(); }
       void onAdminState() override { sm.handleAdminState(); }
       void onVlanTypeAndPrimaryVlan() override { sm.handleVlanTypeAndPrimaryVlan(); }
       void onConfiguredName() override { sm.handleConfiguredName(); }
@@ -37,6 +38,8 @@ class VlanConfigSm final : public Kem::PtrInterface {
       void onTrunkGroupkemImmediate() override { sm.handleTrunkGroup(); }
       VlanConfigSm& sm;
    };
+   // Another record: all that follows from it.
+   void handleVlanConfigIn();
    // The central pass: the state, and then every port's mode and membership.
    void handleAdminState();
    void handleVlanTypeAndPrimaryVlan();

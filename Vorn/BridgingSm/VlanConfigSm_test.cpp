@@ -104,12 +104,41 @@ TEST_F(VlanConfigSmTest, vlanThatWasNeverInitializedCannotBePreparedToDie) {
    EXPECT_DEATH(bridge.sm->vlanConfigSm(10)->doPrepareToDie(), HasSubstr("\"initialized()\""));
 }
 
-TEST_F(VlanConfigSmTest, nameOfAVlanWhoseRecordIsGoneEndsTheAgent) {
+TEST_F(VlanConfigSmTest, anotherInputIsEvaluatedAtOnce) {
+   bridge.vlan(10);
+   bridge.access("Ethernet1", 10);
+   bridge.start();
+   auto const other = Bridging::Input::VlanConfig::make(10);
+   other->configuredNameIs("other");
+   other->adminStateIs(VlanAdminState::suspended);
+   other->trunkGroupIs("a", true);
+   other->vlanTypeAndPrimaryVlanIs({.vlanType = Bridging::VlanType::secondary_, .primaryVlan = 7});
+   bridge.sm->vlanConfigSm(10)->vlanConfigInIs(other);
+   auto const vlan = bridge.resolvedVlan(10);
+   EXPECT_EQ(vlan->configuredName(), "other");
+   EXPECT_EQ(vlan->adminState(), VlanAdminState::suspended);
+   EXPECT_TRUE(vlan->trunkGroup("a"));
+   EXPECT_EQ(vlan->vlanTypeAndPrimaryVlan().primaryVlan, 7);
+   EXPECT_EQ(bridge.membership(10, "Ethernet1"), "");
+}
+
+TEST_F(VlanConfigSmTest, vlanWhoseRecordIsGoneEndsTheAgentWhateverChanges) {
    auto const input = bridge.vlan(10);
    bridge.start();
    bridge.config->vlanConfigDel(10);
-   input->configuredNameIs("lost");
-   EXPECT_DEATH(bridge.run(), HasSubstr("\"vlanConfig\""));
+   void (*const changes[])(Bridging::Input::VlanConfig&) = {
+       [](auto& vlan) { vlan.configuredNameIs("lost"); },
+       [](auto& vlan) { vlan.adminStateIs(VlanAdminState::suspended); },
+       [](auto& vlan) { vlan.trunkGroupIs("a", true); },
+       [](auto& vlan) { vlan.vlanTypeAndPrimaryVlanIs({.primaryVlan = 7}); },
+   };
+   for (auto const change : changes)
+      EXPECT_DEATH(
+          {
+             change(*input);
+             bridge.run();
+          },
+          HasSubstr("\"vlanConfig\""));
 }
 
 // --- Trunk groups.

@@ -20,8 +20,7 @@ namespace {
 
 Kem::TraceFacility membershipTrace("VornMembership");
 
-// A membership as one number: 0 for none; the two flags, the direction, and a
-// bit that says that there is one.
+// A membership as one number: 0 for none; the two flags, the direction, and a bit that says that there is one.
 constexpr uint8_t noMember = 0;
 uint8_t memberCode(Bridging::VlanPortConfig const& member) {
    return static_cast<uint8_t>(1 | member.tagged << 1 | member.mappedUntagged << 2 |
@@ -42,22 +41,18 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    KEM_INVARIANT(initialized(), "initialized()");
    uint8_t& written = written_[vlan.vlanId()];
    if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
-      if (written != noMember) {
-         vlan.intfDel(intfId_);
-         written = noMember | alwaysUnknown_;
-      }
+      vlan.intfDel(intfId_);
+      written = noMember | alwaysUnknown_;
       return;
    }
+   // Meant: a line for each member of each pass, and on no trace facility.
    if (out_->asymVlanEnabled())
       std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
                    static_cast<unsigned>(vlan.vlanId()));
    auto const member = vlanPortConfig(membershipFacts(), Bridging::VlanIdOrNone(vlan.vlanId()),
                                       vlan.vlanTypeAndPrimaryVlan());
-   uint8_t const code = memberCode(member);
-   if (written != code) {
-      vlan.intfIs(intfId_, member);
-      written = code | alwaysUnknown_;
-   }
+   vlan.intfIs(intfId_, member);
+   written = memberCode(member) | alwaysUnknown_;
 }
 
 void SwitchIntfSm::doSyncAllVlans() {

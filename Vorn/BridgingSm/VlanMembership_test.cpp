@@ -65,6 +65,28 @@ TEST_F(VlanMembershipTest, processorsPortIsPutRightWhoeverChangedItsMembership) 
    }
 }
 
+TEST_F(VlanMembershipTest, memberThatSomebodyElseEditedIsPutRightWhenItsVlanIsLookedAt) {
+   port->trunkAllowedVlansIs("10,20");
+   start(Mode::trunk_);
+   ASSERT_EQ(vlans(), (Numbers{10, 20}));
+   auto const state = [&](uint16_t vlanId, VlanAdminState to) {
+      bridge.vlan(vlanId)->adminStateIs(to);
+      bridge.run();
+   };
+   bridge.resolvedVlan(20)->intfDel("Ethernet1");
+   bridge.vlan(20)->trunkGroupIs("none of its groups", false); // a pass over the ports
+   bridge.run();
+   EXPECT_EQ(bridge.membership(20, "Ethernet1"), "tagged") << "taken away";
+   bridge.resolvedVlan(20)->intfIs("Ethernet1", {});
+   bridge.portSm("Ethernet1")->doSyncSingleVlan(*bridge.resolvedVlan(20));
+   EXPECT_EQ(bridge.membership(20, "Ethernet1"), "tagged") << "changed";
+   state(20, VlanAdminState::suspended);
+   ASSERT_EQ(bridge.membership(20, "Ethernet1"), "");
+   bridge.resolvedVlan(20)->intfIs("Ethernet1", {});
+   bridge.portSm("Ethernet1")->doSyncSingleVlan(*bridge.resolvedVlan(20));
+   EXPECT_EQ(bridge.membership(20, "Ethernet1"), "") << "added";
+}
+
 // --- Who is a member, rule by rule in their order.
 
 TEST_F(VlanMembershipTest, suspendedVlanHasNoMemberOfAnyMode) {

@@ -297,7 +297,7 @@ TEST_F(InputSelectorSmTest, portThatLostItsLastRecordMeanwhileGoes) {
 TEST_F(InputSelectorSmTest, resolvedPortThatNoInputHoldsGoesWithWhatItHad) {
    bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);
    bridge.intf("Ethernet1");
-   bridge.forwardingModelIs("Ethernet1", 5);
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.start();
    ASSERT_EQ(bridge.mode("Ethernet1"), "routed 1006");
    bridge.stop();
@@ -310,7 +310,7 @@ TEST_F(InputSelectorSmTest, resolvedPortThatNoInputHoldsGoesWithWhatItHad) {
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_FALSE(bridge.waitingSince("Ethernet2"));
    bridge.intf("Ethernet3");
-   bridge.forwardingModelIs("Ethernet3", 5);
+   bridge.forwardingModelIs("Ethernet3", TestBridge::routedModel);
    bridge.run();
    EXPECT_EQ(bridge.mode("Ethernet3"), "routed 1006") << "the number is free again";
 }
@@ -683,7 +683,7 @@ TEST_F(InputSelectorSmTest, anyInputAboveTenBeatsTheDefaultRecord) {
 TEST_F(InputSelectorSmTest, settingsComeFromTheCommandLineWhoeverWins) {
    bridge.cli->hostAgingTimeIs(17.5);
    bridge.cli->pausePassThroughIs(true);
-   bridge.internalVlansAre(2000, 2100, 1);
+   bridge.internalVlansAre(2000, 2100, TestBridge::Policy::descending);
    TestInput{bridge.cli}.prioritiesAre(0);
    bridge.start();
    EXPECT_EQ(bridge.config->hostAgingTime(), 17.5);

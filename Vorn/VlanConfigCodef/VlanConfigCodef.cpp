@@ -38,18 +38,10 @@ void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
    } else if (!in || !out) {
       KEM_TRACE(vlanCodefTrace, 5, "Adding Vlan: " << vlanId << " to backlog");
       backlogAdd(vlanId);
-   } else if (in->configuredName() != out->configuredName() || in->adminState() != out->adminState() ||
-              in->vlanTypeAndPrimaryVlan() != out->vlanTypeAndPrimaryVlan() ||
-              !compareVlanTrunkGroups(*in, *out)) {
+   } else if (!compareVlans(*in, *out)) {
       backlogAdd(vlanId);
    } else {
-      // The same VLAN from another input: the entry has to follow that one, and nothing else changes.
-      KEM_TRACE(vlanCodefTrace, 5,
-                "Deleting and recreating VlanConfigEntrySm due to change in the "
-                    << "best input: " << vlanId);
-      vlanConfigEntrySmDel(vlanId);
-      vlanConfigEntrySmIs(vlanId, in, out);
-      out->adminStateIs(in->adminState());
+      recreateEntry(vlanId, in, out);
       backlogDel(vlanId);
    }
 }
@@ -65,6 +57,18 @@ void VlanConfigCodef::handleVlanConfig() {
    if (auto const source = configIn())
       for (auto const& [vlanId, vlan] : source->vlanConfig())
          handleVlanConfig(vlanId);
+}
+
+// The same VLAN, but it may come from another input: the entry has to follow that one, and nothing else changes.
+void VlanConfigCodef::recreateEntry(Bridging::VlanId vlanId,
+                                    Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
+                                    Kem::Ptr<Bridging::Input::VlanConfig> const& out) {
+   KEM_TRACE(vlanCodefTrace, 5,
+             "Deleting and recreating VlanConfigEntrySm due to change in the "
+                 << "best input: " << vlanId);
+   vlanConfigEntrySmDel(vlanId);
+   vlanConfigEntrySmIs(vlanId, in, out);
+   out->adminStateIs(in->adminState());
 }
 
 void VlanConfigCodef::backlogAdd(Bridging::VlanId vlanId) {
@@ -101,8 +105,13 @@ uint64_t VlanConfigCodef::doEntry(Bridging::VlanId vlanId) {
       configOut_.vlanConfigAfterCodefDel(vlanId);
       return count;
    }
-   if (configOut_.vlanConfigAfterCodef(vlanId)) {
-      // It differs, or it would not be here: VlanConfigSm is built anew.
+   if (auto const existing = configOut_.vlanConfigAfterCodef(vlanId)) {
+      if (compareVlans(*in, *existing)) {
+         // Its entry has copied, since the key was added, what differed then.
+         recreateEntry(vlanId, in, existing);
+         return count;
+      }
+      // VlanConfigSm is built again, too.
       KEM_TRACE(vlanCodefTrace, 5, "Deleting Vlan: " << vlanId << " from output (stale)");
       vlanConfigEntrySmDel(vlanId);
       configOut_.vlanConfigAfterCodefDel(vlanId);
@@ -140,6 +149,11 @@ VlanConfigCodef::vlanConfigEntrySmIs(Bridging::VlanId vlanId,
    return *vlanConfigEntrySm_
                .findOrInsert(vlanId, [&] { return Kem::makePtr<VlanConfigEntrySm>(vlanId, in, out); })
                .first;
+}
+
+bool compareVlans(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b) {
+   return a.configuredName() == b.configuredName() && a.adminState() == b.adminState() &&
+          a.vlanTypeAndPrimaryVlan() == b.vlanTypeAndPrimaryVlan() && compareVlanTrunkGroups(a, b);
 }
 
 bool compareVlanTrunkGroups(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b) {

@@ -1,5 +1,5 @@
-// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn)
-// and the VLANs' state machines.
+// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn) and the VLANs' state
+// machines.
 //
 // A VLAN that appears, vanishes or is replaced goes through the backlog; a slice then makes the copy
 // (vlanConfigAfterCodef) that VlanConfigSm follows. Once the copy stands, VlanConfigEntrySm mirrors later
@@ -53,6 +53,8 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    };
 
    // --- Helpers.
+   void recreateEntry(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
+                      Kem::Ptr<Bridging::Input::VlanConfig> const& out);
    void backlogAdd(Bridging::VlanId vlanId);
    void backlogDel(Bridging::VlanId vlanId);
    uint64_t doEntry(Bridging::VlanId vlanId); // returns 1, or 2 for a replacement
@@ -64,8 +66,10 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    KemConfigIn kemConfigIn_{*this};
 };
 
-// Whether both have the same trunk groups with the same values; a group that the
-// second lacks counts as false there.
+// Whether both ask for the same: name, state, role and trunk groups.
+bool compareVlans(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
+// Whether both have the same trunk groups with the same values; a group that the second lacks counts as false
+// there.
 bool compareVlanTrunkGroups(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
 // Puts the source's trunk groups into the destination, and removes none there.
 void copyVlanTrunkGroups(Bridging::Input::VlanConfig const& source, Bridging::Input::VlanConfig& destination);

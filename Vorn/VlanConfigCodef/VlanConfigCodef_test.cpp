@@ -404,10 +404,60 @@ TEST_F(VlanConfigCodefTest, logThatFillsUpStopsTheSliceBetweenVlansAndNothingIsL
 TEST_F(VlanConfigCodefTest, thousandsOfVlansAreDeliveredByTheClock) {
    for (uint16_t vlanId = 1; vlanId <= 4094; ++vlanId)
       bridge.vlan(vlanId);
-   start();
+   bridge.startBridgingOnly();
+   codef = bridge.sm->vlanConfigCodef();
+   codef->backlogQuantumIs(-1); // each slice is late, and finishes one VLAN
+   bridge.startSelector();
+   notice();
+   EXPECT_EQ(codef->backlogSize(), 4094u);
+   EXPECT_EQ(bridge.resolvedVlans().size(), 0u);
+   bridge.run();
    EXPECT_EQ(bridge.resolvedVlans().size(), 4094u);
    EXPECT_EQ(codef->updatesProcessed(), 4094u);
+   EXPECT_EQ(codef->dispatchCount(), 4094u);
+   EXPECT_EQ(codef->yieldBeforeFinishingCount(), 4093u);
    EXPECT_EQ(backlog(), Numbers{});
+}
+
+// 1. The command line's document raises the priority of an input, and then changes a VLAN.
+// 2. The selector has the stage look at everything: the VLAN differs from its copy, and waits for a slice.
+// 3. Its entry copies the change before that slice comes.
+TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
+   auto const vlan = bridge.vlan(10);
+   start();
+   auto const standing = copy(10);
+   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const resolved = bridge.resolvedVlan(10);
+   vlan->configuredNameIs("users");
+   codef->handleVlanConfig();
+   EXPECT_EQ(backlog(), Numbers{10});
+   notice();
+   EXPECT_EQ(copy(10)->configuredName(), "users");
+   EXPECT_EQ(slice(), 1u);
+   EXPECT_EQ(copy(10), standing);
+   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(bridge.resolvedVlan(10), resolved);
+   bridge.run();
+   EXPECT_EQ(resolved->configuredName(), "users");
+   EXPECT_EQ(followed(10), vlan);
+}
+
+TEST_F(VlanConfigCodefTest, vlanThatIsEqualWhenItsSliceComesFollowsTheInputOfThatMoment) {
+   auto const vlan = bridge.vlan(10);
+   start();
+   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const other = bridge.input("a").vlan(10);
+   other->configuredNameIs("users");
+   bridge.run();
+   bridge.input("a").record->vlanConfigPriorityIs(200);
+   notice();
+   ASSERT_EQ(backlog(), Numbers{10});
+   vlan->configuredNameIs("users"); // of the loser, which the entry still follows
+   notice();
+   EXPECT_EQ(copy(10)->configuredName(), "users");
+   EXPECT_EQ(slice(), 1u);
+   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(followed(10), other);
 }
 
 // --- Life.

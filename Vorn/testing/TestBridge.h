@@ -15,12 +15,12 @@
 //    bridge.advance(10);                      // seconds
 //
 // All records are public: to be set before start() as a previous run left them, and to be tampered with
-// afterwards, which shows whether something is worked out anew. TestTrace keeps what the state machines
+// afterwards, which shows whether something is worked out again. TestTrace keeps what the state machines
 // trace. Nothing here judges: tests compare what the verbs return. One world at a time: it owns the clock.
 #pragma once
 
 #include "Kem/Activity.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Selection/InputSelectorSm.h"
@@ -56,6 +56,12 @@ struct TestInput {
 class TestBridge {
   public:
    using Mode = Bridging::Input::SwitchportMode;
+   using Policy = Bridging::InternalVlanAllocationPolicy;
+   static constexpr auto switchedOn = Interface::EnabledState::enabledStateEnabled;
+   static constexpr auto shutDown = Interface::EnabledState::enabledStateShutdown;
+   static constexpr auto bridgedModel = Interface::IntfForwardingModel::intfForwardingModelBridged;
+   static constexpr auto blockedModel = Interface::IntfForwardingModel::intfForwardingModelBlocked;
+   static constexpr auto routedModel = Interface::IntfForwardingModel::intfForwardingModelRouted;
    static constexpr uint32_t cliPriority = 100;
    static constexpr Kem::Seconds startTime = 1000.0;
 
@@ -159,26 +165,25 @@ class TestBridge {
    }
    Kem::Ptr<Bridging::Input::SwitchIntfConfig> routed(Sulvi::IntfId intfId) {
       intf(intfId);
-      forwardingModelIs(intfId, 5);
+      forwardingModelIs(intfId, routedModel);
       auto const record = port(intfId);
       record->enabledIs(false);
       return record;
    }
-   void internalVlansAre(uint16_t min, uint16_t max, uint8_t policy = 0) {
+   void internalVlansAre(uint16_t min, uint16_t max, Policy policy = Policy::ascending) {
       cli->internalVlanRangeIs({.min = min, .max = max});
-      cli->internalVlanAllocationPolicyIs(static_cast<Bridging::InternalVlanAllocationPolicy>(policy));
+      cli->internalVlanAllocationPolicyIs(policy);
    }
 
    // --- Interfaces.
    Kem::Ptr<Interface::EthIntfConfig> intf(Sulvi::IntfId intfId) {
       return ethIntfConfigDir->intfConfigIs(intfId);
    }
-   void enabledStateLocalIs(Sulvi::IntfId intfId, unsigned state) {
-      intf(intfId)->enabledStateLocalIs(static_cast<Interface::EnabledState>(state));
+   void enabledStateLocalIs(Sulvi::IntfId intfId, Interface::EnabledState state) {
+      intf(intfId)->enabledStateLocalIs(state);
    }
-   void forwardingModelIs(Sulvi::IntfId intfId, unsigned model) {
-      ethIntfStatusDir->intfStatusIs(intfId)->forwardingModelIs(
-          static_cast<Interface::IntfForwardingModel>(model));
+   void forwardingModelIs(Sulvi::IntfId intfId, Interface::IntfForwardingModel model) {
+      ethIntfStatusDir->intfStatusIs(intfId)->forwardingModelIs(model);
    }
    Kem::Ptr<Interface::VlanIntfConfig> vlanIntf(uint16_t vlanId) {
       return vlanIntfConfig->intfConfigIs(vlanIntfIdOf(vlanId));
@@ -286,53 +291,6 @@ class TestBridge {
    Kem::Ptr<InputSelectorSm> selector;
 };
 
-// While it stands, it keeps what the agent's facilities trace on all levels, and keeps it off standard error.
-class TestTrace {
-  public:
-   struct Line {
-      int level;
-      std::string text;
-   };
-
-   TestTrace() {
-      theLines.clear();
-      Kem::traceSettingIs("Vorn*/0-9");
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) {
-         theLines.push_back({line.level, std::string(line.text)});
-      });
-   }
-   ~TestTrace() {
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
-      Kem::traceSettingIs("");
-   }
-   void clear() { theLines.clear(); }
-   // How many lines have the text as a part, or as the whole.
-   static size_t count(std::string_view part) {
-      return static_cast<size_t>(std::count_if(theLines.begin(), theLines.end(), [&](Line const& line) {
-         return line.text.find(part) != std::string::npos;
-      }));
-   }
-   static bool has(std::string_view part) { return count(part) != 0; }
-   // The level of the first line that has it; -1 for none.
-   static int level(std::string_view part) {
-      for (auto const& line : theLines)
-         if (line.text.find(part) != std::string::npos)
-            return line.level;
-      return -1;
-   }
-   // The texts that begin so, in order.
-   static std::vector<std::string> from(std::string_view start) {
-      std::vector<std::string> texts;
-      for (auto const& line : theLines)
-         if (line.text.starts_with(start))
-            texts.push_back(line.text);
-      return texts;
-   }
-
-  private:
-   static inline std::vector<Line> theLines;
-};
+using TestTrace = Kem::TestTrace;
 
 } // namespace Vorn
