@@ -7,6 +7,7 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/Rules/InternalVlan.h"
+#include "Vorn/Rules/PortMode.h"
 #include "records/Interface/VlanIntfConfig.h"
 
 namespace Vorn {
@@ -91,9 +92,8 @@ void SwitchIntfSm::doPrepareToDie() {
 
 Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan() {
    KEM_INVARIANT(initialized(), "initialized()");
-   // The only place where the two are combined.
-   InputMode const mode = config_->enabled() ? config_->switchportMode() : InputMode::routed_;
-   if (mode == InputMode::routed_)
+   SwitchportMode const mode = effectiveMode(*config_);
+   if (mode == SwitchportMode::routed_)
       return {.switchportMode = SwitchportMode::routed_, .nativeVlan = routedPortVlan()};
 
    Bridging::VlanIdOrNone const vlanId = switchportVlan(mode);
@@ -101,31 +101,18 @@ Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan(
       giveUpInternalVlan(internal); // it has just stopped being routed
    parent_.internalVlans().startupDel(intfId_);
    parent_.internalVlans().waitEnd(intfId_);
-   return {.switchportMode = static_cast<SwitchportMode>(mode), .nativeVlan = vlanId};
+   return {.switchportMode = mode, .nativeVlan = vlanId};
 }
 
-Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(InputMode mode) const {
-   Bridging::VlanIdOrNone vlanId;
-   switch (mode) {
-   case InputMode::access_:
-   case InputMode::dot1qTunnel_:
-      vlanId = Bridging::VlanIdOrNone(config_->accessVlan());
-      break;
-   case InputMode::trunk_:
-      vlanId = config_->trunkNativeVlan();
-      break;
-   case InputMode::tap_:
-      return config_->tapNativeVlan(); // need not exist
-   case InputMode::tool_:
-      return 1;
-   default:
-      KEM_INVARIANT(false, "false && \"unknown mode\"");
-   }
-   if (vlanId != 0 && !bridgingConfig_->vlanConfig().find(Bridging::VlanId(vlanId))) {
-      KEM_TRACE(switchIntfTrace, 1, intfId_ << " Returning vlan 0 as " << vlanId << " does not exist");
+Bridging::VlanIdOrNone SwitchIntfSm::switchportVlan(SwitchportMode mode) const {
+   KEM_INVARIANT(mode <= SwitchportMode::tool_, "false && \"unknown mode\"");
+   auto const native = configuredNativeVlan(*config_, mode);
+   if (native.mustExist && native.vlanId != 0 &&
+       !bridgingConfig_->vlanConfig().find(Bridging::VlanId(native.vlanId))) {
+      KEM_TRACE(switchIntfTrace, 1, intfId_ << " Returning vlan 0 as " << native.vlanId << " does not exist");
       return 0;
    }
-   return vlanId;
+   return native.vlanId;
 }
 
 Bridging::VlanIdOrNone SwitchIntfSm::routedPortVlan() {
@@ -155,11 +142,6 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
 
 // --- Changes of the port's copy.
 
-bool SwitchIntfSm::isConfiguredTrunkLike() const {
-   InputMode const mode = config_->switchportMode();
-   return mode == InputMode::trunk_ || mode == InputMode::tap_ || mode == InputMode::tool_;
-}
-
 void SwitchIntfSm::handleSwitchIntfConfig() {
    if (!initialized_)
       return;
@@ -186,7 +168,7 @@ void SwitchIntfSm::handleSwitchportMode() {
    if (!initialized_ || !config_->enabled())
       return;
    doComputeAsymVlans();
-   if (isConfiguredTrunkLike())
+   if (hasAllowedVlans(config_->switchportMode()))
       doComputeTrunkAllowedVlans();
    doSyncSwitchportModeAndNativeVlan();
    doSyncAllVlans();
@@ -206,7 +188,7 @@ void SwitchIntfSm::handleAccessVlan() {
 }
 
 void SwitchIntfSm::handleTrunkNativeVlan() {
-   if (initialized_ && config_->enabled() && isConfiguredTrunkLike())
+   if (initialized_ && config_->enabled() && hasAllowedVlans(config_->switchportMode()))
       doSyncSwitchportModeAndNativeVlan();
 }
 
@@ -214,7 +196,7 @@ void SwitchIntfSm::handleTrunkAllowedVlans() {
    if (!initialized_)
       return;
    doComputeTrunkAllowedVlans();
-   if (config_->enabled() && isConfiguredTrunkLike())
+   if (config_->enabled() && hasAllowedVlans(config_->switchportMode()))
       doSyncAllVlans();
 }
 

@@ -132,10 +132,9 @@ class SwitchIntfSm final : public Kem::PtrInterface {
 
    // --- Helpers.
    void dropNotifications();
-   Bridging::VlanIdOrNone switchportVlan(Bridging::Input::SwitchportMode mode) const;
+   Bridging::VlanIdOrNone switchportVlan(Bridging::SwitchportMode mode) const;
    Bridging::VlanIdOrNone routedPortVlan();
-   bool mayLearnAndFlood() const;      // a switchport that is neither a tap nor a tool
-   bool isConfiguredTrunkLike() const; // trunk, tap or tool, whether it is enabled or not
+   bool mayLearnAndFlood() const; // a switchport that is neither a tap nor a tool
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
    void syncEachVlan();
    void syncOrdinaryVlans();

@@ -1,5 +1,5 @@
-// The sets of VLANs that membership rests on, as a port's record gives them: the allowed VLANs of a trunk, tap
-// or tool port, and the VLANs of an asymmetric access port.
+// The sets of VLANs that membership rests on, as a port's record gives them: the allowed VLANs of a trunk,
+// tap or tool port, and the VLANs of an asymmetric access port.
 //
 // Functions of the record alone. A subinterface has neither set.
 #pragma once

@@ -1,11 +1,13 @@
 // Whether a port is a member of a VLAN, by which rule, and how it is one.
 //
-// The rules are applied in the order of the enumerators of MembershipRule, and the first that applies decides.
-// Their order is their meaning: a VLAN that isn't active comes before all else, a routed port before internal
-// VLANs. Functions of the records and sets that they are given: the agent and vornctl ask the same ones.
-// membershipRule() is the agent's hottest step, millions of times for one bulk change, and so it is inline.
+// The rules are applied in the order of the enumerators of MembershipRule, and the first that applies
+// decides. Their order is their meaning: a VLAN that isn't active comes before all else, a routed port before
+// internal VLANs. Functions of the records and sets that they are given: the agent and vornctl ask the same
+// ones. membershipRule() is the agent's hottest step, taken millions of times in one bulk change, and so it
+// is inline.
 #pragma once
 
+#include "Vorn/Rules/PortMode.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
@@ -27,9 +29,9 @@ enum class MembershipRule : uint8_t {
    asymNotListed,       // no: its list lacks it
    accessNoNative,      // no: an access port without a native VLAN is a member of none
    primaryOfNative,     // yes: the native VLAN is a secondary of this VLAN
-   mappedToSecondaries, // yes: this VLAN is a secondary of the native VLAN, and the port has all of them
-   mappedToSecondary,   // yes: this VLAN is a secondary of the native VLAN, and the port has this one
-   unmappedSecondary,   // no: this VLAN is a secondary of the native VLAN, and the port hasn't got it
+   mappedToSecondaries, // yes: a secondary of the native VLAN, and the port is mapped to all of them
+   mappedToSecondary,   // yes: a secondary of the native VLAN, and the port is mapped to it
+   unmappedSecondary,   // no: a secondary of the native VLAN, and the port isn't mapped to it
    accessNative,        // yes: an access port in its native VLAN
    accessPort,          // no: it is a member of its native VLAN only
    unknownMode,         // no: no mode has that number
@@ -97,7 +99,7 @@ inline MembershipRule membershipRule(Bridging::VlanConfig const& vlan, Membershi
                                         : MembershipRule::asymNotListed;
    if (mode == Mode::access_)
       return accessPortRule(vlan, port, native);
-   if (mode != Mode::trunk_ && mode != Mode::tap_ && mode != Mode::tool_)
+   if (!hasAllowedVlans(mode))
       return MembershipRule::unknownMode;
    if (!port.allowedVlans.vlan(vid))
       return MembershipRule::notAllowed;

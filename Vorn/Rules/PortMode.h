@@ -22,6 +22,10 @@ constexpr bool hasAllowedVlans(Bridging::SwitchportMode mode) {
    return mode == Mode::trunk_ || mode == Mode::tap_ || mode == Mode::tool_;
 }
 
+constexpr bool hasAllowedVlans(Bridging::Input::SwitchportMode mode) {
+   return hasAllowedVlans(static_cast<Bridging::SwitchportMode>(mode));
+}
+
 struct NativeVlan {
    Bridging::VlanIdOrNone vlanId; // 0 for none
    bool mustExist = false;        // a port has none while that VLAN isn't resolved

@@ -138,6 +138,24 @@ TEST_F(VornctlTest, rulesAndResolvedStateAgreeOnTheWholeExample) {
    EXPECT_GT(members, 10u);
 }
 
+// What dynamic sources publish counts in the answer exactly as far as the agent applies it.
+TEST_F(VornctlTest, dynamicSourcesCountForTheRulesAsForTheAgent) {
+   Agent agent(database);
+   configure();
+   done({"create", "bridging/input/dynvlan/vlan/mvrp", "Bridging::Input::VlanIdSet"});
+   done({"set", "bridging/input/dynvlan/vlan/mvrp.vlans", "10,99-102"});
+   std::string const fabric = "bridging/input/dynvlan/allowedvlan/fabric";
+   done({"create", fabric, "Bridging::Input::AllowedVlans"});
+   done({"set", fabric + ".vlans[Ethernet8]", "10"});
+   done({"set", fabric + ".trunkGroup", R"({"storage-fabric": {"intfList": {"Ethernet33": true}}})"});
+   settle();
+   for (auto const& [port, vlan] :
+        {std::pair("Ethernet8", "10"), {"Ethernet8", "100"}, {"Ethernet33", "30"}}) {
+      auto const answer = json::parse(vornctl({"why", port, vlan, "--json"}).output);
+      EXPECT_EQ(answer["isMember"], answer["isMemberByRules"]) << port << ' ' << vlan;
+   }
+}
+
 TEST_F(VornctlTest, backlogIsThatOfTheRunningAgent) {
    std::string const status = "cell/1/agent/status/Vorn";
    EXPECT_EQ(shownJson({"show", "backlog"})["agent"], "absent");

@@ -4,6 +4,9 @@
 // Rules behind the deciding one are not reached, and don't appear.
 #pragma once
 
+#include "records/Bridging/types.h"
+
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +23,8 @@ struct Explanation {
    std::vector<Rule> rules;
    bool isMember = false;           // by the rules
    std::vector<std::string> advice; // what would make the port a member; empty where it is one
+   // How the port is a member by the rules; nothing where it is none, and for the processor's port.
+   std::optional<Bridging::VlanPortConfig> member;
 
    void note(std::string name, std::string finding) {
       rules.push_back({std::move(name), std::move(finding)});

@@ -2,32 +2,32 @@
 
 #include "Words.h"
 
+#include "Vorn/Rules/BestInput.h"
+
 #include <algorithm>
 
 namespace Vornctl {
 
 std::vector<Input> inputsOf(SwitchState const& state) {
    std::vector<Input> inputs;
-   for (auto const& [name, entity] : state.inputs->entities())
-      if (auto const config = Kem::ptrCast<Bridging::Input::Config>(entity))
-         inputs.push_back({name.str(), config});
+   Vorn::forEachInput(*state.inputs, [&](Kem::Ptr<Bridging::Input::Config> const& config) {
+      inputs.push_back({config->name().str(), config});
+   });
    return inputs;
 }
 
-size_t vlanWinner(std::vector<Input> const& inputs) {
-   size_t best = inputs.size();
-   uint32_t bestPriority = 0;
-   for (size_t i = 0; i < inputs.size(); ++i)
-      if (inputs[i].vlanPriority() > bestPriority) {
-         best = i;
-         bestPriority = inputs[i].vlanPriority();
-      }
-   return best;
+size_t vlanWinner(SwitchState const& state, std::vector<Input> const& inputs) {
+   auto const best = Vorn::bestVlanInput(*state.inputs);
+   auto const at =
+       std::find_if(inputs.begin(), inputs.end(), [&](Input const& input) { return input.config == best; });
+   return static_cast<size_t>(at - inputs.begin());
 }
 
 PortChoice choiceOf(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port) {
    PortChoice choice;
    choice.record = state.chosen->switchIntfConfig(port);
+   if (auto const best = Vorn::bestPortRecord(*state.inputs, port).input)
+      choice.byRule = best->name().str();
    for (Input const& input : inputs) {
       auto const record = input.config->switchIntfConfig(port);
       if (!record)

@@ -1,8 +1,7 @@
 // How the inputs of the publishers compete: for the VLANs as wholes, and for each port by their records.
 //
-// The greatest number wins, and 0 takes no part; among equal ones the first in the order of names. Who has
-// won a port is what the agent says (SwitchState::chosen); who has won the VLANs it doesn't say, so that is
-// reckoned here by its rule.
+// The rules are those of the agent (Vorn/Rules/BestInput.h). Who has won a port is what the agent says
+// (SwitchState::chosen); who has won the VLANs it doesn't say, so its rule is asked here.
 #pragma once
 
 #include "SwitchState.h"
@@ -26,7 +25,7 @@ struct Input {
 std::vector<Input> inputsOf(SwitchState const& state);
 
 // Position of the input that gives the VLANs; the number of inputs when none takes part.
-size_t vlanWinner(std::vector<Input> const& inputs);
+size_t vlanWinner(SwitchState const& state, std::vector<Input> const& inputs);
 
 // One port, seen from the inputs.
 struct PortChoice {
@@ -34,6 +33,7 @@ struct PortChoice {
    std::string winner;                                 // name of its input; empty when there is none
    uint32_t priority = 0;
    std::vector<Input> losers; // that hold a record for the port too, the greatest number first
+   std::string byRule; // name of the input that wins by the rule; another one while a choice is on its way
 };
 PortChoice choiceOf(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port);
 

@@ -1,11 +1,13 @@
 #include "Membership.h"
 
-#include "AllowedVlans.h"
-#include "Inputs.h"
 #include "Json.h"
 #include "RoutedPort.h"
 #include "Words.h"
 
+#include "Vorn/Rules/AllowedVlans.h"
+#include "Vorn/Rules/BestInput.h"
+#include "Vorn/Rules/Membership.h"
+#include "Vorn/Rules/PortMode.h"
 #include "records/Bridging/Input/VlanConfig.h"
 
 namespace Vornctl {
@@ -13,7 +15,26 @@ namespace Vornctl {
 namespace {
 
 using Bridging::SwitchportMode;
-using Bridging::VlanType;
+using Vorn::MembershipRule;
+
+// What the rules look at, with the sets that it refers to. No dynamic source gives a port trunk groups yet.
+class PortFacts {
+  public:
+   PortFacts(SwitchState const& state, Bridging::Input::SwitchIntfConfig const& record,
+             Bridging::SwitchIntfConfig const& resolved)
+       : state_(state), record_(record), resolved_(resolved), allowed_(Vorn::allowedVlans(record).vlans),
+         asym_(Vorn::asymVlans(record).vlans) {}
+   Vorn::MembershipFacts facts() const {
+      return {record_, resolved_, allowed_, asym_, dynTrunkGroup_, *state_.config};
+   }
+
+  private:
+   SwitchState const& state_;
+   Bridging::Input::SwitchIntfConfig const& record_;
+   Bridging::SwitchIntfConfig const& resolved_;
+   VornUtils::VlanIdSet const allowed_, asym_;
+   Vorn::TrunkGroups const dynTrunkGroup_;
+};
 
 // One question: the rules share what they are asked about.
 class Question {
@@ -24,17 +45,21 @@ class Question {
    void explain();
 
   private:
+   void explainRule();
+   void notActive();
+   void internalVlan();
    void routed();
    void tunnel();
    void asymmetric();
    void access();
-   void trunk();
+   void privateVlan();
+   void allowed();
+   void notAllowed();
    void trunkGroups();
 
-   SwitchportMode mode() const { return port_.resolved.switchportModeAndNativeVlan().switchportMode; }
+   void decide(char const* name, std::string const& finding) { out_.decide(isMember_, name, finding); }
    uint16_t native() const { return port_.resolved.switchportModeAndNativeVlan().nativeVlan.value(); }
    uint16_t vid() const { return vlan_.vlanId().value(); }
-   bool isNative() const { return native() == vid(); }
    std::string vlanText() const { return "VLAN " + std::to_string(vid()); }
    std::string nativeText() const {
       return native() == 0 ? "the port has no native VLAN" : "its native VLAN is " + std::to_string(native());
@@ -48,51 +73,88 @@ class Question {
    SwitchState const& state_;
    Port const& port_;
    Bridging::VlanConfig const& vlan_;
+   MembershipRule rule_ = {};
+   bool isMember_ = false;
 };
 
 void Question::explain() {
-   if (vlan_.adminState() != Bridging::VlanAdminState::active) {
-      out_.decide(false, "VLAN status", statusText(vlan_.adminState()) + ": no port is a member of it");
-      auto const inputs = inputsOf(state_);
-      size_t const winner = vlanWinner(inputs);
-      auto const wanted =
-          winner < inputs.size() ? inputs[winner].config->vlanConfig(vlan_.vlanId()) : nullptr;
-      out_.advise(wanted ? "set " + wanted->fullName() + ".adminState to active"
-                         : "have it made active by " + vlan_.configSource().str() + ", which it comes from");
-      return;
-   }
-   out_.note("VLAN status", "active");
-   if (mode() == SwitchportMode::routed_)
+   PortFacts const port(state_, port_.record, port_.resolved);
+   rule_ = membershipRule(vlan_, port.facts(), native());
+   isMember_ = isMember(rule_);
+   if (rule_ != MembershipRule::vlanNotActive)
+      out_.note("VLAN status", "active");
+   explainRule();
+   // A secondary VLAN without a primary is a publisher's mistake, for which there is no such answer.
+   auto const role = vlan_.vlanTypeAndPrimaryVlan();
+   if (isMember_ && (role.vlanType == Bridging::VlanType::primary_ || role.primaryVlan != 0))
+      out_.member = vlanPortConfig(port.facts(), Bridging::VlanIdOrNone(vlan_.vlanId()), role);
+}
+
+// The deciding rule, behind those before it that are worth a line.
+void Question::explainRule() {
+   switch (rule_) {
+   case MembershipRule::vlanNotActive:
+      return notActive();
+   case MembershipRule::internalVlanOfPort:
+   case MembershipRule::routedPort:
       return routed();
-   if (vlan_.internal()) {
-      out_.decide(false, "Internal VLAN",
-                  vlanText() + " is the internal VLAN of " + vlan_.configuredName().str() +
-                      ", and that port is its only member");
-      out_.advise("choose another VLAN number, or configure " + vlanText() +
-                  " in the input that gives the VLANs: the routed port then takes another number");
-      return;
-   }
-   if (mode() == SwitchportMode::dot1qTunnel_)
+   case MembershipRule::internalVlan:
+      return internalVlan();
+   case MembershipRule::tunnelNative:
+   case MembershipRule::tunnelPort:
       return tunnel();
-   if (port_.resolved.asymVlanEnabled())
+   case MembershipRule::asymListed:
+   case MembershipRule::asymNotListed:
       return asymmetric();
-   if (mode() == SwitchportMode::access_)
+   case MembershipRule::accessNoNative:
+   case MembershipRule::accessNative:
+   case MembershipRule::accessPort:
       return access();
-   trunk();
+   case MembershipRule::primaryOfNative:
+   case MembershipRule::mappedToSecondaries:
+   case MembershipRule::mappedToSecondary:
+   case MembershipRule::unmappedSecondary:
+      return privateVlan();
+   case MembershipRule::notAllowed:
+      return notAllowed();
+   case MembershipRule::noTrunkGroups:
+   case MembershipRule::trunkGroup:
+   case MembershipRule::dynTrunkGroup:
+   case MembershipRule::noneOfItsTrunkGroups:
+      allowed();
+      return trunkGroups();
+   case MembershipRule::asymNotAccess:
+   case MembershipRule::unknownMode:
+      break;
+   }
+   decide("Mode", "no rule is for a port that is resolved like this: the agent is changing it");
+   out_.advise("ask again; if that doesn't help, see whether the agent is running (vornctl show backlog)");
+}
+
+void Question::notActive() {
+   decide("VLAN status", statusText(vlan_.adminState()) + ": no port is a member of it");
+   auto const winner = Vorn::bestVlanInput(*state_.inputs);
+   auto const wanted = winner ? winner->vlanConfig(vlan_.vlanId()) : nullptr;
+   out_.advise(wanted ? "set " + wanted->fullName() + ".adminState to active"
+                      : "have it made active by " + vlan_.configSource().str() + ", which it comes from");
+}
+
+void Question::internalVlan() {
+   decide("Internal VLAN", vlanText() + " is the internal VLAN of " + vlan_.configuredName().str() +
+                               ", and that port is its only member");
+   out_.advise("choose another VLAN number, or configure " + vlanText() +
+               " in the input that gives the VLANs: the routed port then takes another number");
 }
 
 void Question::routed() {
-   if (isNative()) {
-      out_.decide(true, "Routed port", vlanText() + " is its internal VLAN");
-      return;
-   }
+   char const* const name = "Routed port";
+   if (isMember_)
+      return decide(name, vlanText() + " is its internal VLAN");
    if (native() != 0) {
-      out_.decide(false, "Routed port",
-                  "it is a member of its internal VLAN " + std::to_string(native()) + " and of no other");
+      decide(name, "it is a member of its internal VLAN " + std::to_string(native()) + " and of no other");
    } else {
       auto const why = whyNoInternalVlan(state_, port_.intfId);
-      out_.decide(false, "Routed port",
-                  "it would be a member of its internal VLAN only, and has none: " + why.reason);
+      decide(name, "it would be a member of its internal VLAN only, and has none: " + why.reason);
       if (vlan_.internal())
          out_.advise(why.advice);
    }
@@ -105,120 +167,90 @@ void Question::routed() {
 }
 
 void Question::tunnel() {
-   out_.decide(isNative(), "Tunnel port", "it is a member of its native VLAN only; " + nativeText());
-   if (!isNative())
+   decide("Tunnel port", "it is a member of its native VLAN only; " + nativeText());
+   if (!isMember_)
       out_.advise(accessAdvice());
 }
 
 void Question::asymmetric() {
-   VornUtils::VlanIdSet vlans;
-   VornUtils::computeVlanSet(vlans, port_.record.asymVlans().view());
-   bool const holds = vlans.vlan(vid());
-   out_.decide(holds, "Asymmetric VLANs",
-               "the list " + port_.record.asymVlans().str() + (holds ? " has " : " lacks ") + vlanText());
-   if (!holds)
+   decide("Asymmetric VLANs",
+          "the list " + port_.record.asymVlans().str() + (isMember_ ? " has " : " lacks ") + vlanText());
+   if (!isMember_)
       out_.advise("add " + std::to_string(vid()) + " to " + attribute("asymVlans"));
 }
 
 void Question::access() {
    char const* const name = "Access port";
-   if (native() == 0) {
-      out_.decide(false, name, "a port without a native VLAN is a member of no VLAN");
-      if (uint16_t const wanted = port_.record.accessVlan().value(); wanted != vid())
+   if (rule_ != MembershipRule::accessNoNative) {
+      decide(name, "it is a member of its native VLAN only; " + nativeText());
+      if (!isMember_)
          out_.advise(accessAdvice());
-      else
-         out_.advise("the port is to be taken up by " + vlanText() +
-                     ", which stands by now: see whether the agent is "
-                     "running and has work waiting (vornctl show backlog)");
       return;
    }
-   auto const nativeVlan = state_.config->vlanConfig(Bridging::VlanId(native()));
-   if (nativeVlan && nativeVlan->adminState() == Bridging::VlanAdminState::active) {
-      auto const nativeRole = nativeVlan->vlanTypeAndPrimaryVlan();
-      auto const role = vlan_.vlanTypeAndPrimaryVlan();
-      if (nativeRole.primaryVlan == vid() && role.vlanType == VlanType::primary_) {
-         out_.decide(true, "Private VLAN",
-                     "its native VLAN " + std::to_string(native()) + " is a secondary of " + vlanText());
-         return;
-      }
-      if (role.primaryVlan == native() && nativeRole.vlanType == VlanType::primary_) {
-         std::string const relation =
-             vlanText() + " is a secondary of its native VLAN " + std::to_string(native());
-         if (port_.record.defaultPrivateVlanMapping()) {
-            out_.decide(true, "Private VLAN", relation + ", and the port is mapped to all secondaries");
-            return;
-         }
-         bool const isMapped = port_.record.privateVlanMapping().find(vlan_.vlanId()) != nullptr;
-         out_.decide(
-             isMapped, "Private VLAN",
-             relation + (isMapped ? ", and the port is mapped to it" : ", and the port is not mapped to it"));
-         if (!isMapped)
-            out_.advise("map the port to it: set " + attribute("privateVlanMapping") + '[' +
-                        std::to_string(vid()) + "] to true");
-         return;
-      }
-   }
-   out_.decide(isNative(), name, "it is a member of its native VLAN only; " + nativeText());
-   if (!isNative())
+   decide(name, "a port without a native VLAN is a member of no VLAN");
+   if (port_.record.accessVlan() != vid())
       out_.advise(accessAdvice());
+   else
+      out_.advise("the port is to be taken up by " + vlanText() +
+                  ", which stands by now: see whether the agent is "
+                  "running and has work waiting (vornctl show backlog)");
 }
 
-void Question::trunk() {
-   auto const allowed = allowedVlans(state_, port_.record);
-   std::string const list = allowed.list.empty() ? "the empty list" : "the list " + allowed.list;
-   std::string finding = list + " (" + allowed.attribute + ')';
-   if (allowed.vlans.vlan(vid())) {
-      std::vector<std::string> sources;
-      for (auto const& addition : allowed.additions)
-         if (addition.vlans.vlan(vid()))
-            sources.push_back(addition.source);
-      VornUtils::VlanIdSet configured;
-      VornUtils::computeVlanSet(configured, allowed.list);
-      bool const isListed = configured.vlan(vid()) && !allowed.learned.vlan(vid());
-      out_.note("Allowed VLANs", (isListed ? finding + " has "
-                                           : "not by " + finding + ", but " + joined(sources) +
-                                                 (sources.size() == 1 ? " allows " : " allow ")) +
-                                     vlanText());
-      return trunkGroups();
-   }
-   if (allowed.learned.vlan(vid()))
-      finding += " has " + vlanText() +
-                 ", but that is a VLAN that MVRP learned and nobody configured, which the list "
-                 "can't allow";
-   else
-      finding += " lacks " + vlanText();
-   if (!allowed.leftOut.empty())
+void Question::privateVlan() {
+   char const* const name = "Private VLAN";
+   std::string const native = std::to_string(this->native());
+   if (rule_ == MembershipRule::primaryOfNative)
+      return decide(name, "its native VLAN " + native + " is a secondary of " + vlanText());
+   std::string const relation =
+       vlanText() + " is a secondary of its native VLAN " + native + ", and the port is ";
+   if (rule_ == MembershipRule::mappedToSecondaries)
+      return decide(name, relation + "mapped to all secondaries");
+   decide(name, relation + (isMember_ ? "mapped to it" : "not mapped to it"));
+   if (!isMember_)
+      out_.advise("map the port to it: set " + attribute("privateVlanMapping") + '[' + std::to_string(vid()) +
+                  "] to true");
+}
+
+void Question::allowed() {
+   auto const allowed = Vorn::allowedVlans(port_.record);
+   out_.note("Allowed VLANs",
+             "the list " + allowed.list.str() + " (" + allowed.attribute + ") has " + vlanText());
+}
+
+void Question::notAllowed() {
+   auto const allowed = Vorn::allowedVlans(port_.record);
+   std::string const list = allowed.list.empty() ? "the empty list" : "the list " + allowed.list.str();
+   std::string finding = list + " (" + allowed.attribute + ") lacks " + vlanText();
+   if (!Vorn::hasVlanSets(port_.intfId))
+      finding = "a subinterface has no allowed VLANs";
+   else if (!allowed.leftOut.empty())
       finding += "; these items of it are no VLAN numbers and say nothing: " + allowed.leftOut;
-   out_.decide(false, "Allowed VLANs", finding);
-   if (allowed.learned.vlan(vid()))
-      out_.advise("configure " + vlanText() + " in the input that gives the VLANs");
-   else
+   decide("Allowed VLANs", finding);
+   if (Vorn::hasVlanSets(port_.intfId))
       out_.advise("add " + std::to_string(vid()) + " to " + attribute(allowed.attribute));
+   else
+      out_.advise("ask about the port itself, which is above its subinterfaces");
 }
 
 void Question::trunkGroups() {
    char const* const name = "Trunk groups";
-   if (vlan_.trunkGroup().empty()) {
-      out_.decide(true, name, vlanText() + " has none, so it is open to every trunk");
-      return;
-   }
-   std::vector<std::string> wanted, own = sortedTexts(port_.record.trunkGroup());
+   if (rule_ == MembershipRule::noTrunkGroups)
+      return decide(name, vlanText() + " has none, so it is open to every trunk");
+   std::vector<std::string> wanted;
+   std::vector<std::string> const own = sortedTexts(port_.record.trunkGroup());
    for (std::string const& group : sortedTexts(vlan_.trunkGroup()))
       if (vlan_.trunkGroup(Kem::String8(group)))
          wanted.push_back(group);
-   auto const dynamic = dynTrunkGroups(state_, port_.intfId);
-   own.insert(own.end(), dynamic.begin(), dynamic.end());
-   for (std::string const& group : own)
-      if (vlan_.trunkGroup(Kem::String8(group))) {
-         out_.decide(true, name,
-                     vlanText() + " is open to trunks of group " + group + ", which the port has");
-         return;
-      }
+   if (isMember_) {
+      auto const shared = std::find_first_of(own.begin(), own.end(), wanted.begin(), wanted.end());
+      return decide(name, vlanText() + " is open to trunks of " +
+                              (shared != own.end() ? "group " + *shared + ", which the port has"
+                                                   : "a group that a dynamic source gave the port"));
+   }
    std::string const open =
        wanted.empty() ? " is open to no trunk" : " is open to trunks of " + joined(wanted) + " only";
-   out_.decide(false, name,
-               vlanText() + open +
-                   (own.empty() ? "; the port has no group" : "; the port has " + joined(own)));
+   decide(name,
+          vlanText() + open + (own.empty() ? "; the port has no group" : "; the port has " + joined(own)));
    if (!wanted.empty())
       out_.advise("add one of the groups to " + attribute("trunkGroup"));
    out_.advise("or take the groups from " + vlanText() + " in the input that it comes from");
@@ -229,6 +261,21 @@ void Question::trunkGroups() {
 void explainMembership(Explanation& out, SwitchState const& state, Port const& port,
                        Bridging::VlanConfig const& vlan) {
    Question(out, state, port, vlan).explain();
+}
+
+bool wouldBeMember(SwitchState const& state, Bridging::Input::SwitchIntfConfig const& record,
+                   Bridging::VlanConfig const& vlan) {
+   SwitchportMode const mode = Vorn::effectiveMode(record);
+   if (mode == SwitchportMode::routed_)
+      return false;
+   auto native = Vorn::configuredNativeVlan(record, mode);
+   if (native.mustExist && native.vlanId != 0 &&
+       !state.config->vlanConfig().find(Bridging::VlanId(native.vlanId)))
+      native.vlanId = 0;
+   auto const resolved = Bridging::SwitchIntfConfig::make(record.intfId());
+   resolved->switchportModeAndNativeVlanIs({.switchportMode = mode, .nativeVlan = native.vlanId});
+   resolved->asymVlanEnabledIs(Vorn::isAsymmetric(record));
+   return isMember(membershipRule(vlan, PortFacts(state, record, *resolved).facts(), native.vlanId));
 }
 
 } // namespace Vornctl

@@ -1,6 +1,5 @@
-// The rules by which a port is a member of a VLAN that exists, in the order in which the agent applies them:
-// the state of the VLAN, routed ports, internal VLANs, tunnels, asymmetric access ports, access ports, and
-// trunk, tap and tool ports with their allowed VLANs and trunk groups.
+// The rule by which a port is a member of a VLAN that exists, in words. The rules themselves are those that
+// the agent applies (Vorn/Rules/Membership.h); here is only what they say to a person, and what helps.
 #pragma once
 
 #include "Explanation.h"
@@ -20,8 +19,13 @@ struct Port {
 };
 
 // Adds the rules up to the one that decides, and advice where the port is no member. Needs the parts config,
-// inputs, dynamic, interfaces and causes of the state.
+// inputs, interfaces and causes of the state.
 void explainMembership(Explanation& out, SwitchState const& state, Port const& port,
                        Bridging::VlanConfig const& vlan);
+
+// Whether the port would be a member if the agent followed that record. A routed port never: its internal
+// VLAN is for the agent to choose.
+bool wouldBeMember(SwitchState const& state, Bridging::Input::SwitchIntfConfig const& record,
+                   Bridging::VlanConfig const& vlan);
 
 } // namespace Vornctl

@@ -2,23 +2,12 @@
 
 #include "Words.h"
 
+#include "Vorn/Rules/InternalVlan.h"
 #include "records/Errdisable/CauseStatus.h"
 #include "records/Interface/EthIntfConfig.h"
 #include "records/Interface/EthIntfStatus.h"
 
 namespace Vornctl {
-
-namespace {
-
-bool isShutDown(Interface::EthIntfConfig const& config) {
-   return config.enabledStateLocal() == Interface::EnabledState::enabledStateShutdown;
-}
-
-bool isRouted(Interface::EthIntfStatus const& status) {
-   return status.forwardingModel() == Interface::IntfForwardingModel::intfForwardingModelRouted;
-}
-
-} // namespace
 
 std::string agoText(Kem::Seconds now, Kem::Seconds then) {
    return then <= now ? durationText(now - then) + " ago" : "at an unknown time";
@@ -49,22 +38,27 @@ NoInternalVlan whyNoInternalVlan(SwitchState const& state, Sulvi::IntfId port) {
               "interface of that number keeps it from routed ports (vornctl show internal-vlan); the "
               "agent looks again by itself"};
    auto const config = state.ethIntfConfig->intfConfig(port);
-   if (!config)
+   auto const status = state.ethIntfStatus->intfStatus(port);
+   using Obstacle = Vorn::InternalVlanObstacle;
+   switch (Vorn::internalVlanObstacle(config.ptr(), status.ptr())) {
+   case Obstacle::notConfigured:
       return {.reason = "it has no record in interface/config/eth/intf, and counts as shut down",
               .advice = "configure it: interface/config/eth/intf.intfConfig" + key};
-   if (isShutDown(*config))
+   case Obstacle::shutDown:
       return {.reason = "it is shut down",
               .advice = "bring it up: set interface/config/eth/intf.intfConfig" + key +
                         ".enabledStateLocal to enabledStateEnabled"};
-   auto const status = state.ethIntfStatus->intfStatus(port);
-   if (!status)
+   case Obstacle::noStatus:
       return {.reason =
                   "it has no record in interface/status/eth/intf: the interface manager doesn't know it",
               .advice = "see why the interface manager has not brought it up"};
-   if (!isRouted(*status))
+   case Obstacle::notRouted:
       return {.reason = "the interface manager doesn't route it: its forwarding model is not "
                         "intfForwardingModelRouted",
               .advice = "see what interface/status/eth/intf.intfStatus" + key + ".forwardingModel waits for"};
+   case Obstacle::none:
+      break;
+   }
    return {.reason = "nothing speaks against one: the agent gives it out when it next looks at the port",
            .advice = "see whether the agent is running and has work waiting (vornctl show backlog)"};
 }

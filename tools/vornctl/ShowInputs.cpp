@@ -35,7 +35,7 @@ struct Outcome {
 Outcome outcomeOf(SwitchState const& state) {
    Outcome outcome;
    outcome.inputs = inputsOf(state);
-   outcome.vlanWinner = vlanWinner(outcome.inputs);
+   outcome.vlanWinner = vlanWinner(state, outcome.inputs);
    // Also ports that nobody won, or whose record is gone from the inputs.
    std::set<Sulvi::IntfId> ports;
    for (Input const& input : outcome.inputs)

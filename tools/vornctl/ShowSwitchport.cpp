@@ -1,12 +1,12 @@
 #include "Show.h"
 
-#include "AllowedVlans.h"
 #include "Failures.h"
 #include "Inputs.h"
 #include "Json.h"
 #include "Table.h"
 #include "Words.h"
 
+#include "Vorn/Rules/AllowedVlans.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
 
@@ -72,7 +72,7 @@ Json portJson(PortRow const& port) {
                 {"input", port.choice.winner.empty() ? Json() : Json(port.choice.winner)},
                 {"inputPriority", port.choice.priority}};
    if (port.choice.record) {
-      json["allowedVlans"] = allowedVlans({}, *port.choice.record).list;
+      json["allowedVlans"] = Vorn::allowedVlans(*port.choice.record).list.str();
       json["trunkGroups"] = sortedTexts(port.choice.record->trunkGroup());
    }
    json["asymmetricVlans"] = out.asymVlanEnabled();
@@ -114,8 +114,7 @@ std::string portText(PortRow const& port, Format const& format) {
    line("Tagged in VLANs", spaced(vlanList(port.tagged)));
    line("Untagged in VLANs", spaced(vlanList(port.untagged)));
    if (choice.record) {
-      auto const allowed = allowedVlans({}, *choice.record);
-      line("Configured VLAN list", allowed.list);
+      line("Configured VLAN list", Vorn::allowedVlans(*choice.record).list.str());
       line("Trunk groups", joined(sortedTexts(choice.record->trunkGroup())));
       if (out.asymVlanEnabled())
          line("Asymmetric VLANs", choice.record->asymVlans().str());

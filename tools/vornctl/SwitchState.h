@@ -21,10 +21,8 @@ struct SwitchState {
    // --- What the bridging agent resolved.
    Kem::Ptr<Bridging::Config> config;
    Kem::Ptr<Bridging::SwitchIntfConfigDir> chosen; // the record that won for each port
-   // --- What publishers want; directories of Bridging::Input::Config, VlanIdSet and AllowedVlans.
+   // --- What publishers want; a directory of Bridging::Input::Config.
    Kem::Ptr<Kem::Dir> inputs;
-   Kem::Ptr<Kem::Dir> dynVlans;
-   Kem::Ptr<Kem::Dir> dynAllowedVlans;
    // --- Interfaces.
    Kem::Ptr<Interface::EthIntfConfigDir> ethIntfConfig;
    Kem::Ptr<Interface::EthIntfStatusDir> ethIntfStatus;
@@ -43,11 +41,10 @@ enum class Part : uint32_t {
    config = 1 << 0,
    chosen = 1 << 1,
    inputs = 1 << 2,
-   dynamic = 1 << 3, // dynVlans and dynAllowedVlans
-   interfaces = 1 << 4,
-   causes = 1 << 5, // causes and errdisable
-   agentStatus = 1 << 6,
-   agentPid = 1 << 7,
+   interfaces = 1 << 3,
+   causes = 1 << 4, // causes and errdisable
+   agentStatus = 1 << 5,
+   agentPid = 1 << 6,
 };
 constexpr Part operator|(Part a, Part b) {
    return static_cast<Part>(static_cast<uint32_t>(a) | static_cast<uint32_t>(b));

@@ -7,12 +7,9 @@
 
 #include "SwitchState.h"
 
-#include "records/Bridging/Input/AllowedVlans.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
-#include "records/Bridging/Input/TrunkGroup.h"
 #include "records/Bridging/Input/VlanConfig.h"
-#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
 #include "records/Errdisable/CauseStatus.h"
@@ -31,8 +28,6 @@ struct TestWorld {
    TestWorld() {
       // The directories on the way give the inputs their place: "bridging/input/config/cli".
       state.inputs = below(below(below(root, "bridging"), "input"), "config");
-      state.dynVlans = below(root, "vlan");
-      state.dynAllowedVlans = below(root, "allowedvlan");
       state.causes = below(root, "cause");
       state.config = Bridging::Config::make();
       state.chosen = Bridging::SwitchIntfConfigDir::make();

@@ -1,6 +1,5 @@
 #include "Why.h"
 
-#include "AllowedVlans.h"
 #include "Failures.h"
 #include "Inputs.h"
 #include "Json.h"
@@ -9,6 +8,7 @@
 #include "Table.h"
 #include "Words.h"
 
+#include "Vorn/Rules/PortMode.h"
 #include "records/Bridging/Input/VlanConfig.h"
 #include "records/Interface/EthIntfConfig.h"
 #include "records/Interface/EthIntfStatus.h"
@@ -40,11 +40,6 @@ bool isKnown(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::
    return false;
 }
 
-// What the record asks for.
-SwitchportMode wantedMode(SwitchIntfConfig const& record) {
-   return record.enabled() ? static_cast<SwitchportMode>(record.switchportMode()) : SwitchportMode::routed_;
-}
-
 // --- The input that decides the port.
 
 void explainNoInput(Explanation& out, PortChoice const& choice, Sulvi::IntfId port) {
@@ -53,7 +48,7 @@ void explainNoInput(Explanation& out, PortChoice const& choice, Sulvi::IntfId po
       out.advise("list the port in interface/config/eth/intf, which gives it a default record, or publish "
                  "switchIntfConfig[" +
                  nameOf(port) + "] in an input");
-   } else if (choice.losers[0].portPriority() == 0) {
+   } else if (choice.byRule.empty()) {
       out.decide(false, "Input",
                  "no input takes part with a record for the port: " + losersText(choice.losers));
       out.advise("set switchIntfConfigPriority of bridging/input/config/" + choice.losers[0].name +
@@ -72,13 +67,16 @@ void explainInput(Explanation& out, PortChoice const& choice, Sulvi::IntfId port
    if (choice.winner.empty())
       out.note("Input", "a record that no input holds any more" + lost);
    else
-      out.note("Input", choice.winner + " decides the port" + byNumber(choice.priority) + lost);
+      out.note("Input", choice.winner + " decides the port" + byNumber(choice.priority) + lost +
+                            (choice.byRule.empty() || choice.byRule == choice.winner
+                                 ? ""
+                                 : "; that " + choice.byRule + " is to decide it is on its way"));
 }
 
 // --- What the port is.
 
 std::string modeFinding(SwitchIntfConfig const& record, SwitchportMode resolved) {
-   SwitchportMode const wanted = wantedMode(record);
+   SwitchportMode const wanted = Vorn::effectiveMode(record);
    std::string finding = modeText(resolved);
    if (resolved == SwitchportMode::routed_ && !record.enabled())
       finding += ": the record says that it is no switchport (enabled is false)";
@@ -92,23 +90,12 @@ std::string nativeFinding(SwitchState const& state, SwitchIntfConfig const& reco
    if (resolved.nativeVlan != 0)
       return std::to_string(resolved.nativeVlan.value()) +
              (resolved.switchportMode == SwitchportMode::routed_ ? ", its internal VLAN" : "");
-   uint16_t configured = 0;
-   switch (resolved.switchportMode) {
-   case SwitchportMode::access_:
-   case SwitchportMode::dot1qTunnel_:
-      configured = record.accessVlan().value();
-      break;
-   case SwitchportMode::trunk_:
-      configured = record.trunkNativeVlan().value();
-      break;
-   default:
-      break;
-   }
-   if (configured == 0)
+   auto const configured = Vorn::configuredNativeVlan(record, resolved.switchportMode);
+   if (configured.vlanId == 0)
       return "none";
-   bool const stands = state.config->vlanConfig().find(Bridging::VlanId(configured)) != nullptr;
-   return "none: VLAN " + std::to_string(configured) + ", which it is configured for, " +
-          (stands ? "has not been taken up yet" : "doesn't exist");
+   bool const exists = state.config->vlanConfig().find(Bridging::VlanId(configured.vlanId)) != nullptr;
+   return "none: VLAN " + std::to_string(configured.vlanId.value()) + ", which it is configured for, " +
+          (exists || !configured.mustExist ? "has not been taken up yet" : "doesn't exist");
 }
 
 // --- What is known of the VLAN.
@@ -121,10 +108,11 @@ std::string vlanFinding(Bridging::VlanConfig const& vlan) {
    return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
 }
 
-void explainMissingVlan(Explanation& out, std::vector<Input> const& inputs, Bridging::VlanId vlanId) {
+void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
+                        Bridging::VlanId vlanId) {
    std::string const number = std::to_string(vlanId.value());
    std::string const place = ".vlanConfig[" + number + ']';
-   size_t const winner = vlanWinner(inputs);
+   size_t const winner = vlanWinner(state, inputs);
    std::vector<std::string> others;
    for (size_t i = 0; i < inputs.size(); ++i)
       if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
@@ -156,19 +144,14 @@ void explainMissingVlan(Explanation& out, std::vector<Input> const& inputs, Brid
 
 // A loser that asks for the membership is often the answer to the question behind the question.
 void adviseLosers(Explanation& out, SwitchState const& state, PortChoice const& choice, Sulvi::IntfId port,
-                  Bridging::VlanId vlanId) {
+                  Bridging::VlanConfig const& vlan) {
    for (Input const& loser : choice.losers) {
       auto const record = loser.config->switchIntfConfig(port);
-      SwitchportMode const mode = wantedMode(*record);
-      bool const isWanted = mode == SwitchportMode::access_ || mode == SwitchportMode::dot1qTunnel_
-                                ? record->accessVlan() == vlanId
-                            : mode == SwitchportMode::trunk_
-                                ? allowedVlans(state, *record).vlans.vlan(vlanId.value())
-                                : false;
-      if (isWanted && loser.name != "eth")
+      if (loser.name != "eth" && wouldBeMember(state, *record, vlan))
          out.advise("or raise switchIntfConfigPriority of " + loser.name + ", which asks for VLAN " +
-                    std::to_string(vlanId.value()) + " on the port (" + modeText(mode) + "), above " +
-                    std::to_string(choice.priority) + "; all its ports then weigh more");
+                    std::to_string(vlan.vlanId().value()) + " on the port (" +
+                    modeText(Vorn::effectiveMode(*record)) + "), above " + std::to_string(choice.priority) +
+                    "; all its ports then weigh more");
    }
 }
 
@@ -218,6 +201,13 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
               paragraph("The agent is not connected to the database: what stands there is what it left, and "
                         "follows no input.",
                         0, width);
+   if (explanation.member && member && *explanation.member != *member)
+      text +=
+          "\n" +
+          paragraph(
+              "By these rules it would be a member in another way: " + membershipText(*explanation.member) +
+                  ". The resolved configuration hasn't followed the inputs yet (vornctl show backlog).",
+              0, width);
    if (explanation.isMember != (member != nullptr))
       text += "\n" +
               paragraph(std::string("By these rules it would ") + (explanation.isMember ? "be" : "not be") +
@@ -257,7 +247,7 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
       out.note("Native VLAN", nativeFinding(state, *choice.record, modeAndVlan));
    }
    if (!vlan) {
-      explainMissingVlan(out, inputs, vlanId);
+      explainMissingVlan(out, state, inputs, vlanId);
       return out;
    }
    out.note("VLAN", vlanFinding(*vlan));
@@ -273,7 +263,7 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
    }
    explainMembership(out, state, {port, *choice.record, *resolved}, *vlan);
    if (!out.isMember)
-      adviseLosers(out, state, choice, port, vlanId);
+      adviseLosers(out, state, choice, port, *vlan);
    return out;
 }
 

@@ -2,8 +2,9 @@
 // lost, what the port is at the moment, what is known of the VLAN, and then the rules of
 // membership, up to the one that decides.
 //
-// Whether the port is a member is what the resolved configuration says; the rules are worked out here from
-// the inputs. Where the two differ, which they do while a change is on its way, that is told.
+// Whether the port is a member is what the resolved configuration says; the rules, which are those of the
+// agent itself (Vorn/Rules), are asked here about the chosen record. Where the two differ, which they do
+// while a change is on its way, the answer says so.
 #pragma once
 
 #include "Explanation.h"
@@ -11,8 +12,8 @@
 
 namespace Vornctl {
 
-inline constexpr Part whyParts = Part::config | Part::chosen | Part::inputs | Part::dynamic |
-                                 Part::interfaces | Part::causes | Part::agentPid;
+inline constexpr Part whyParts =
+    Part::config | Part::chosen | Part::inputs | Part::interfaces | Part::causes | Part::agentPid;
 
 struct WhyAnswer {
    bool isMember = false; // in the resolved configuration

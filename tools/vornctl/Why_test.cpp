@@ -1,6 +1,5 @@
 #include "Why.h"
 
-#include "AllowedVlans.h"
 #include "Failures.h"
 #include "TestWorld.h"
 
@@ -117,6 +116,25 @@ TEST_F(WhyTest, resolvedStateCountsAndADifferenceToTheRulesIsTold) {
    EXPECT_THAT(coming.text, HasSubstr("By these rules it would be a member"));
 }
 
+TEST_F(WhyTest, memberInAnotherWayThanByTheRulesIsTold) {
+   world.vlan(10);
+   world.trunkPort("Ethernet1", "10");
+   world.member(10, "Ethernet1", true);
+   EXPECT_THAT(why(state, "Ethernet1", 10, {}).text, Not(HasSubstr("By these rules")));
+   world.resolve("Ethernet1", SwitchportMode::trunk_, 10);
+   WhyAnswer const answer = why(state, "Ethernet1", 10, {});
+   EXPECT_THAT(answer.text, StartsWith("Ethernet1 is a member of VLAN 10: tagged.\n"));
+   EXPECT_THAT(answer.text, HasSubstr("By these rules it would be a member in another way: untagged."));
+}
+
+TEST_F(WhyTest, secondaryWithoutAPrimaryIsExplainedAllTheSame) {
+   world.vlan(10)->vlanTypeAndPrimaryVlanIs({.vlanType = VlanType::secondary_, .primaryVlan = 0});
+   world.accessPort("Ethernet1", 10);
+   world.member(10, "Ethernet1", false);
+   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("yes, Access port"));
+   EXPECT_TRUE(why(state, "Ethernet1", 10, {}).isMember);
+}
+
 TEST_F(WhyTest, absentAgentIsTold) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
@@ -162,6 +180,41 @@ TEST_F(WhyTest, recordThatNoInputHoldsAnyMoreIsTold) {
    EXPECT_EQ(finding("Ethernet1", 10, "Input"), "a record that no input holds any more");
 }
 
+TEST_F(WhyTest, choiceThatIsOnItsWayIsTold) {
+   world.vlan(10);
+   world.accessPort("Ethernet1", 10);
+   EXPECT_EQ(finding("Ethernet1", 10, "Input"), "cli decides the port by its number 50");
+   world.record(world.input("lab", 0, 60), "Ethernet1", InputMode::access_);
+   EXPECT_EQ(finding("Ethernet1", 10, "Input"),
+             "cli decides the port by its number 50; lost: lab 60; that lab is to decide it is on its way");
+}
+
+TEST_F(WhyTest, onlyLosersThatWouldHelpAreNamed) {
+   world.vlan(10);
+   world.vlan(20);
+   world.trunkPort("Ethernet1", "20");
+   auto const lab = world.record(world.input("lab", 0, 40), "Ethernet1", InputMode::access_);
+   auto const namesLab = [&] {
+      for (std::string const& each : advice("Ethernet1", 10))
+         if (each.find("raise switchIntfConfigPriority of lab") != each.npos)
+            return true;
+      return false;
+   };
+   lab->accessVlanIs(10);
+   EXPECT_TRUE(namesLab());
+   lab->asymVlansIs("20"); // an asymmetric port is in its list only
+   EXPECT_FALSE(namesLab());
+   lab->asymVlansIs("10");
+   EXPECT_TRUE(namesLab());
+   lab->enabledIs(false);
+   EXPECT_FALSE(namesLab());
+   lab->enabledIs(true);
+   lab->switchportModeIs(InputMode::tap_);
+   EXPECT_TRUE(namesLab());
+   lab->tapAllowedVlansIs("20");
+   EXPECT_FALSE(namesLab());
+}
+
 // --- Mode and native VLAN.
 
 TEST_F(WhyTest, modeThatIsOnItsWayIsTold) {
@@ -171,6 +224,25 @@ TEST_F(WhyTest, modeThatIsOnItsWayIsTold) {
    EXPECT_EQ(finding("Ethernet1", 10, "Mode"), "trunk; the record asks for access, which is on its way");
    world.cli->switchIntfConfig("Ethernet1")->enabledIs(false);
    EXPECT_EQ(finding("Ethernet1", 10, "Mode"), "trunk; the record asks for routed, which is on its way");
+}
+
+// Between two writes of the agent; nothing of it may end vornctl.
+TEST_F(WhyTest, portThatIsResolvedInContradictionIsExplained) {
+   world.vlan(10);
+   world.trunkPort("Ethernet1", "10");
+   state.config->switchIntfConfig("Ethernet1")->asymVlanEnabledIs(true);
+   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("no, Mode: no rule is for a port"));
+}
+
+TEST_F(WhyTest, nativeVlanOfATapNeedNotExist) {
+   world.vlan(10);
+   auto const record = world.record(world.cli, "Ethernet1", InputMode::tap_);
+   record->tapNativeVlanIs(777);
+   world.resolve(record, SwitchportMode::tap_, 777);
+   EXPECT_EQ(finding("Ethernet1", 10, "Native VLAN"), "777");
+   world.resolve(record, SwitchportMode::tap_, 0);
+   EXPECT_EQ(finding("Ethernet1", 10, "Native VLAN"),
+             "none: VLAN 777, which it is configured for, has not been taken up yet");
 }
 
 TEST_F(WhyTest, accessPortWhoseVlanDoesNotExistIsInNone) {
@@ -358,6 +430,12 @@ TEST_F(WhyTest, eachModeHasItsOwnList) {
    }
 }
 
+TEST_F(WhyTest, subinterfaceHasNoAllowedVlans) {
+   world.vlan(10);
+   world.trunkPort("Ethernet1.7", "1-4094");
+   EXPECT_EQ(decision("Ethernet1.7", 10), "no, Allowed VLANs: a subinterface has no allowed VLANs");
+}
+
 TEST_F(WhyTest, vlanWithTrunkGroupsIsClosedToPortsWithoutOne) {
    auto const vlan = world.vlan(10);
    vlan->trunkGroupIs("red", true);
@@ -371,49 +449,6 @@ TEST_F(WhyTest, vlanWithTrunkGroupsIsClosedToPortsWithoutOne) {
    record->trunkGroupIs("red", true);
    EXPECT_EQ(decision("Ethernet1", 10),
              "yes, Trunk groups: VLAN 10 is open to trunks of group red, which the port has");
-}
-
-// --- Dynamic sources.
-
-TEST_F(WhyTest, dynamicSourceGivesAPortATrunkGroup) {
-   world.vlan(10)->trunkGroupIs("red", true);
-   world.trunkPort("Ethernet1", "1-4094");
-   auto const source = TestWorld::entity<Bridging::Input::AllowedVlans>(state.dynAllowedVlans, "fabric");
-   source->trunkGroupIs("red")->intfListIs("Ethernet2", true);
-   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("no, Trunk groups"));
-   source->trunkGroup("red")->intfListIs("Ethernet1", true);
-   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("yes, Trunk groups"));
-}
-
-TEST_F(WhyTest, vlanThatOnlyMvrpKnowsIsNotForTheListToAllow) {
-   state.config->vlanConfigIs(10)->configSourceIs("mvrp");
-   world.trunkPort("Ethernet1", "1-4094");
-   TestWorld::entity<Bridging::Input::VlanIdSet>(state.dynVlans, "other")->vlansIs("10");
-   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("yes,"));
-   TestWorld::entity<Bridging::Input::VlanIdSet>(state.dynVlans, "mvrp")->vlansIs("10");
-   EXPECT_THAT(decision("Ethernet1", 10), HasSubstr("a VLAN that MVRP learned and nobody configured"));
-   // The dynamic list of the port brings it back.
-   auto const source = TestWorld::entity<Bridging::Input::AllowedVlans>(state.dynAllowedVlans, "mvrp");
-   source->vlansIs("Ethernet1", "10");
-   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("yes,"));
-   EXPECT_EQ(finding("Ethernet1", 10, "Allowed VLANs"),
-             "not by the list 1-4094 (trunkAllowedVlans), but mvrp allows VLAN 10");
-   source->vlansDel("Ethernet1");
-   world.cli->vlanConfigIs(10);
-   EXPECT_THAT(decision("Ethernet1", 10), StartsWith("yes,")) << "it is configured now";
-}
-
-TEST_F(WhyTest, dynamicSourcesDoNotReachTapsUnconnectedPortsAndRecirculation) {
-   auto const source = TestWorld::entity<Bridging::Input::AllowedVlans>(state.dynAllowedVlans, "fabric");
-   for (char const* const port : {"Ethernet1", "Ethernet65536", "Port-Channel65536"}) {
-      source->vlansIs(port, "10");
-      auto const trunk = world.trunkPort(port, "20");
-      bool const isReached = std::string_view(port) == "Ethernet1";
-      EXPECT_EQ(allowedVlans(state, *trunk).vlans.vlan(10), isReached) << port;
-   }
-   auto const tap = world.record(world.eth, "Ethernet1", InputMode::tap_);
-   tap->tapAllowedVlansIs("20");
-   EXPECT_FALSE(allowedVlans(state, *tap).vlans.vlan(10));
 }
 
 // --- The processor's port.
