@@ -92,9 +92,11 @@ class Runner::SignalWatch final : public Kem::FileDescriptorWatch {
 // Says "ready" once what the start has written is on its way.
 class Runner::Ready final {
   public:
-   explicit Ready(Runner& r) : runner(r) { Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this); }
-   ~Ready() { Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this); }
-   static void onDeliveryEnd(void* self) { static_cast<Ready*>(self)->check(); }
+   explicit Ready(Runner& r) : runner(r) {
+      Kem::activityManager()->deliveryEndHookAdd(Kem::DeliveryEnd::report, hook());
+   }
+   ~Ready() { Kem::activityManager()->deliveryEndHookDel(hook()); }
+   Kem::FunctionRef<void()> hook() { return Kem::FunctionRef<void()>::of<&Ready::check>(*this); }
    void check() {
       if (isTold || !runner.agent_->startupReady() || runner.entityManager_->attributeLog()->isHeld())
          return;

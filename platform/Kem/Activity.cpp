@@ -2,15 +2,10 @@
 
 #include "Kem/Assert.h"
 #include "Kem/Clock.h"
-#include "Kem/FileDescriptor.h"
 #include "Kem/Notifiee.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cmath>
-#include <sys/epoll.h>
 #include <unistd.h>
-#include <utility>
 
 namespace Kem {
 
@@ -40,11 +35,12 @@ void ActivitySm::forget(Notifiee& reactor) {
    dequeue(reactor);
 }
 
-bool ActivitySm::runBatch(ActivityConfig const& activity) {
+bool ActivitySm::runBatch(ActivityConfig const& activity, bool const& isOver) {
    if (isEmpty())
       return false;
    KEM_ASSERT(!isRunning_);
-   // Also on the way out of an exception: what is still pending for that reactor comes in the next batch.
+   // Also on the way out of an exception, and when the turn is over: what is still pending for that reactor
+   // comes in the next batch.
    struct End {
       ActivitySm& sm;
       ~End() {
@@ -57,11 +53,11 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
    isRunning_ = true;
    // Those that join from here on wait for the next batch.
    ++batch_;
-   while (head_ && head_->queueBatch_ != batch_) {
+   while (head_ && head_->queueBatch_ != batch_ && !isOver) {
       current_ = head_;
       dequeue(*current_);
       while (current_ && !current_->isQueued_ && current_->hasPending() && !current_->isZombie() &&
-             current_->hasNotificationActive()) {
+             current_->hasNotificationActive() && !isOver) {
          ++deliveredCount_;
          try {
             current_->handleNotification(activity);
@@ -72,7 +68,6 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
          }
       }
    }
-   current_ = nullptr;
    return true;
 }
 
@@ -103,13 +98,6 @@ ActivityManager::~ActivityManager() {
       close(epollFd_);
 }
 
-int ActivityManager::epollFd() {
-   if (epollFd_ < 0)
-      epollFd_ = epoll_create1(EPOLL_CLOEXEC);
-   KEM_ASSERT(epollFd_ >= 0);
-   return epollFd_;
-}
-
 // --- Turns.
 
 void ActivityManager::run() {
@@ -118,49 +106,47 @@ void ActivityManager::run() {
    isStopped_ = false;
 }
 
+void ActivityManager::stop() {
+   isStopped_ = true;
+   isTurnOver_ = isInTurn_;
+}
+
 bool ActivityManager::runTurn(Seconds maxWait) {
+   KEM_ASSERT(!isInTurn_);
+   struct Turn {
+      ActivityManager& manager;
+      ~Turn() { manager.isInTurn_ = manager.isTurnOver_ = false; }
+   } const turn{*this};
+   isInTurn_ = true;
+
    Seconds wait = std::min(maxWait, 3600.0);
    if (!activitySm_.isEmpty() || isTimeVirtual())
       wait = 0;
    else if (Seconds const next = nextTarget(); next != never)
       wait = std::clamp(next - now(), 0.0, wait);
 
-   bool didAnything = false;
-   epoll_event events[64];
-   int const count = epoll_wait(epollFd(), events, 64, static_cast<int>(std::ceil(wait * 1000)));
-   for (int i = 0; i < count; ++i) {
-      // An earlier one may have ended this watch, and another may stand on the same descriptor number by now.
-      auto const watch = [&, tag = events[i].data.u64]() -> FileDescriptorWatch* {
-         auto const fd = static_cast<size_t>(tag & 0xffffffff);
-         FileDescriptorWatch* const there = fd < watches_.size() ? watches_[fd] : nullptr;
-         return there && there->serial_ == tag >> 32 ? there : nullptr;
-      };
-      didAnything = true;
-      if (events[i].events & EPOLLOUT)
-         if (auto* const w = watch())
-            w->onWritable();
-      if (events[i].events & ~uint32_t(EPOLLOUT))
-         if (auto* const w = watch())
-            w->onReadable();
-   }
+   bool didAnything = callReadyWatches(wait);
    didAnything |= deliverAndSend();
-   didAnything |= fireDueTimers();
+   if (!isTurnOver_)
+      didAnything |= fireDueTimers();
    return didAnything || !activitySm_.isEmpty(); // a handler or a hook may have queued something
 }
 
 bool ActivityManager::deliverAndSend() {
-   bool const hasDelivered = activitySm_.runBatch(*config_);
+   bool const hasDelivered = !isTurnOver_ && activitySm_.runBatch(*config_, isTurnOver_);
    runDeliveryEndHooks();
    return hasDelivered;
 }
 
 void ActivityManager::runDeliveryEndHooks() {
    areHooksRunning_ = true;
-   for (size_t i = 0; i < deliveryEndHooks_.size(); ++i)
-      if (auto const [hook, context] = deliveryEndHooks_[i]; hook)
-         hook(context);
+   for (auto& hooks : deliveryEndHooks_)
+      for (size_t i = 0; i < hooks.size(); ++i)
+         if (auto const hook = hooks[i])
+            hook();
    areHooksRunning_ = false;
-   std::erase_if(deliveryEndHooks_, [](auto const& entry) { return !entry.first; });
+   for (auto& hooks : deliveryEndHooks_)
+      std::erase(hooks, FunctionRef<void()>());
 }
 
 void ActivityManager::runUntilIdle(size_t maxTurns) {
@@ -172,7 +158,7 @@ void ActivityManager::runUntilIdle(size_t maxTurns) {
 }
 
 void ActivityManager::deliverQueued() {
-   while (activitySm_.runBatch(*config_)) {
+   while (!isTurnOver_ && activitySm_.runBatch(*config_, isTurnOver_)) {
    }
 }
 
@@ -183,61 +169,21 @@ bool ActivityManager::isSettled() const {
                        [](auto const* w) { return w->hasWork(); });
 }
 
-void ActivityManager::deliveryEndHookAdd(void (*hook)(void*), void* context) {
-   deliveryEndHooks_.emplace_back(hook, context);
+void ActivityManager::deliveryEndHookAdd(DeliveryEnd step, FunctionRef<void()> hook) {
+   deliveryEndHooks_[static_cast<size_t>(step)].push_back(hook);
 }
 
-void ActivityManager::deliveryEndHookDel(void (*hook)(void*), void* context) {
-   auto const at = std::find(deliveryEndHooks_.begin(), deliveryEndHooks_.end(), std::pair(hook, context));
-   if (at == deliveryEndHooks_.end())
-      return;
-   if (areHooksRunning_)
-      at->first = nullptr; // its place stays until they are through
-   else
-      deliveryEndHooks_.erase(at);
-}
-
-// --- Timers.
-
-Seconds ActivityManager::nextTarget() const {
-   return timers_.empty() ? never : timers_.begin()->first;
-}
-
-bool ActivityManager::fireDueTimers() {
-   Seconds const time = now();
-   if (nextTarget() > time)
-      return false;
-   // Those due now, and not those that they set to a time that is due: these come in the next turn.
-   std::vector<ClockReactor*> due;
-   for (auto at = timers_.begin(); at != timers_.end() && at->first <= time; ++at)
-      due.push_back(at->second);
-   std::vector<std::pair<ClockReactor*, Seconds>> order;
-   for (auto* reactor : due)
-      order.emplace_back(reactor, reactor->target_);
-   for (Seconds lastTarget = order.front().second; auto const& [reactor, target] : order) {
-      if (std::exchange(lastTarget, target) != target)
-         deliverAndSend();
-      // A handler before it may have destroyed it, stopped it or set it anew.
-      auto const range = timers_.equal_range(target);
-      auto const at =
-          std::find_if(range.first, range.second, [r = reactor](auto const& t) { return t.second == r; });
-      if (at == range.second)
+void ActivityManager::deliveryEndHookDel(FunctionRef<void()> hook) {
+   for (auto& hooks : deliveryEndHooks_) {
+      auto const at = std::find(hooks.begin(), hooks.end(), hook);
+      if (at == hooks.end())
          continue;
-      reactor->isScheduled_ = false;
-      reactor->target_ = never;
-      timers_.erase(at);
-      firing_ = reactor;
-      try {
-         reactor->onTime();
-      } catch (...) {
-         if (!firing_)
-            throw;
-         std::exchange(firing_, nullptr)->onNotificationException(std::current_exception());
-      }
-      firing_ = nullptr;
+      if (areHooksRunning_)
+         *at = {}; // its place stays until they are through
+      else
+         hooks.erase(at);
+      return;
    }
-   deliverAndSend();
-   return true;
 }
 
 void ActivityManager::advanceTo(Seconds time) {
@@ -250,112 +196,6 @@ void ActivityManager::advanceTo(Seconds time) {
    }
    VirtualTime::advanceTo(time);
    runUntilIdle();
-}
-
-ClockReactor::ClockReactor() {
-   flagIs(notificationActiveFlag, true);
-}
-
-ClockReactor::ClockReactor(Ptr<Clock const> clock) : ClockReactor() {
-   clock_ = std::move(clock);
-}
-
-ClockReactor::~ClockReactor() {
-   auto* const manager = activityManager();
-   if (isScheduled_)
-      manager->timers_.erase(place_);
-   if (manager->firing_ == this)
-      manager->firing_ = nullptr;
-}
-
-void ClockReactor::onNotificationException(std::exception_ptr exception) {
-   std::rethrow_exception(std::move(exception));
-}
-
-void ClockReactor::notifierIs(Ptr<Clock const> clock) {
-   clock_ = std::move(clock);
-   schedule();
-}
-
-void ClockReactor::timeMinIs(Seconds target) {
-   target_ = target;
-   schedule();
-}
-
-void ClockReactor::hasNotificationActiveIs(bool isActive) {
-   flagIs(notificationActiveFlag, isActive);
-   schedule();
-}
-
-void ClockReactor::kemDoZombieReactors(bool areZombies) {
-   flagIs(zombieFlag, areZombies);
-   schedule();
-}
-
-void ClockReactor::schedule() {
-   auto& timers = activityManager()->timers_;
-   if (isScheduled_)
-      timers.erase(place_);
-   isScheduled_ = mayFire() && target_ != never;
-   if (isScheduled_)
-      place_ = timers.emplace(target_, this);
-}
-
-// --- Descriptors.
-
-FileDescriptorWatch::~FileDescriptorWatch() {
-   descriptorIs(-1);
-}
-
-void FileDescriptorWatch::descriptorIs(int descriptor) {
-   auto& watches = activityManager()->watches_;
-   if (descriptor_ >= 0) {
-      if (isAdded_)
-         epoll_ctl(activityManager()->epollFd(), EPOLL_CTL_DEL, descriptor_, nullptr);
-      isAdded_ = false;
-      watches[static_cast<size_t>(descriptor_)] = nullptr;
-   }
-   descriptor_ = descriptor;
-   serial_ = ++activityManager()->watchSerial_;
-   wantsReadable_ = descriptor >= 0;
-   wantsWritable_ = false;
-   if (descriptor < 0)
-      return;
-   auto const index = static_cast<size_t>(descriptor);
-   if (index >= watches.size())
-      watches.resize(index + 1);
-   KEM_ASSERT(!watches[index]);
-   watches[index] = this;
-   apply();
-}
-
-void FileDescriptorWatch::wantsReadableIs(bool wants) {
-   if (wants == wantsReadable_)
-      return;
-   wantsReadable_ = wants;
-   apply();
-}
-
-void FileDescriptorWatch::wantsWritableIs(bool wants) {
-   if (wants == wantsWritable_)
-      return;
-   wantsWritable_ = wants;
-   apply();
-}
-
-void FileDescriptorWatch::apply() {
-   if (descriptor_ < 0)
-      return;
-   epoll_event event{};
-   event.events = (wantsReadable_ ? uint32_t(EPOLLIN) : 0u) | (wantsWritable_ ? uint32_t(EPOLLOUT) : 0u);
-   event.data.u64 = uint64_t(serial_) << 32 | static_cast<uint32_t>(descriptor_);
-   // Out of the set when nothing is wanted: a hang-up would else be told again and again.
-   int const operation = !isAdded_ ? EPOLL_CTL_ADD : event.events ? EPOLL_CTL_MOD : EPOLL_CTL_DEL;
-   if (operation == EPOLL_CTL_ADD && !event.events)
-      return;
-   int const result = epoll_ctl(activityManager()->epollFd(), operation, descriptor_, &event);
-   KEM_ASSERT(result == 0);
-   isAdded_ = operation != EPOLL_CTL_DEL;
 }
 
 // --- Deferred work.

@@ -4,17 +4,25 @@
 // descriptor watches that are ready, and delivers: to every reactor that is queued by then, all that is
 // pending for it; what was written leaves. Then it fires the timers that are due, by their targets, and
 // delivers again after those of one target. So timers whose work takes long, such as slices of a bulk change,
-// don't hold up what came before them. What handlers queue comes with the next delivery. Nothing here is
-// re-entrant: a handler must not run the loop. The one exception is deliverQueued(), for the client of the
-// state database between two steps of taking in one frame, outside of any handler.
+// don't hold up what came before them. What handlers queue comes with the next delivery.
+//
+// Behind each delivery the hooks run, by their steps (DeliveryEnd).
+//
+// stop() ends the turn: what is being called returns, the hooks run once more so that what was written by
+// then can leave, and nothing else is called.
+//
+// Nothing here is re-entrant: a handler must not run the loop. The one exception is deliverQueued(), for the
+// client of the state database between two steps of taking in one frame, outside of any handler.
 //
 // Tests run the loop one turn at a time, or until idle, and move virtual time with advanceTo().
 #pragma once
 
+#include "Kem/FunctionRef.h"
 #include "Kem/Ptr.h"
 #include "Kem/PtrInterface.h"
 #include "Kem/Time.h"
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -40,8 +48,8 @@ class ActivitySm {
 
   private:
    friend class ActivityManager;
-   // Delivers to the reactors queued now; returns whether there was any.
-   bool runBatch(class ActivityConfig const& activity);
+   // Delivers to the reactors queued now, until `isOver`; returns whether there was any.
+   bool runBatch(class ActivityConfig const& activity, bool const& isOver);
    Notifiee* takeFirst();
 
    Notifiee* head_ = nullptr;
@@ -74,6 +82,15 @@ class DeferredWork {
    virtual bool hasWork() const = 0;
 };
 
+// The steps behind each delivery of a turn, in this order; each relies on those before it. A new kind of
+// output finds its place among them (docs/architecture.md, "The end of a delivery").
+enum class DeliveryEnd : uint8_t {
+   encode, // what handlers changed becomes operations: the attribute log
+   settle, // what has to wait until everything is written: a held log is let go, probes are answered
+   send,   // what has been gathered for others leaves for the kernel
+   report, // what may be said only of what has left: "ready"
+};
+
 class ActivityManager {
   public:
    ActivityManager();
@@ -82,9 +99,10 @@ class ActivityManager {
    Ptr<ActivityConfig> config() const { return config_; }
    ActivitySm& activitySm() { return activitySm_; }
 
-   // Runs turns until stop(); a second stop before run counts too.
+   // Runs turns until stop(), also one that came before.
    void run();
-   void stop() { isStopped_ = true; }
+   // Ends the turn that runs: no handler, timer or descriptor watch is called in it any more.
+   void stop();
    // One turn, waiting at most so long for something to happen. Returns whether anything was done.
    bool runTurn(Seconds maxWait = 0);
    // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an
@@ -99,10 +117,10 @@ class ActivityManager {
 
    // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
    bool isSettled() const;
-   // Called after each delivery of a turn, in order; for what gathers output. A
-   // hook may add and remove hooks.
-   void deliveryEndHookAdd(void (*hook)(void*), void* context);
-   void deliveryEndHookDel(void (*hook)(void*), void* context);
+   // Called behind each delivery of a turn: by the steps, and within one in the order of adding. A hook may
+   // add and remove hooks; it runs no handlers, and what it queues comes with the next delivery.
+   void deliveryEndHookAdd(DeliveryEnd step, FunctionRef<void()> hook);
+   void deliveryEndHookDel(FunctionRef<void()> hook); // nothing where it wasn't added
 
   private:
    friend class ClockReactor;
@@ -112,9 +130,14 @@ class ActivityManager {
    bool deliverAndSend(); // returns whether anything was delivered
    void runDeliveryEndHooks();
 
+   // Clock.cpp
    using Timers = std::multimap<Seconds, ClockReactor*>;
    bool fireDueTimers();
+   void fire(ClockReactor& reactor);
    Seconds nextTarget() const;
+   // FileDescriptor.cpp
+   bool callReadyWatches(Seconds wait);
+   FileDescriptorWatch* watchOf(uint64_t tag) const;
    int epollFd();
 
    Ptr<ActivityConfig> config_;
@@ -123,12 +146,13 @@ class ActivityManager {
    ClockReactor* firing_ = nullptr;            // the one whose handler runs; null once it has been destroyed
    std::vector<FileDescriptorWatch*> watches_; // by descriptor
    std::set<DeferredWork*> deferredWork_;
-   std::vector<std::pair<void (*)(void*), void*>>
-       deliveryEndHooks_; // null for one that was removed while they run
+   std::array<std::vector<FunctionRef<void()>>, 4> deliveryEndHooks_; // by step; of nothing where removed
    uint32_t watchSerial_ = 0;
-   bool areHooksRunning_ = false;
    int epollFd_ = -1;
-   bool isStopped_ = false;
+   bool areHooksRunning_ = false;
+   bool isStopped_ = false; // since run() began, or before it
+   bool isInTurn_ = false;
+   bool isTurnOver_ = false; // stop() was called in the turn that runs
 };
 
 // The one of this process.

@@ -72,12 +72,12 @@ struct OnLabel final : Box::NotifieeConst {
 
 // A function object as a hook behind deliveries.
 struct Hook {
-   explicit Hook(std::function<void()> f) : what(std::move(f)) {
-      Kem::activityManager()->deliveryEndHookAdd(run, this);
+   explicit Hook(std::function<void()> f, Kem::DeliveryEnd step = Kem::DeliveryEnd::send)
+       : what(std::move(f)) {
+      Kem::activityManager()->deliveryEndHookAdd(step, what);
    }
    ~Hook() { remove(); }
-   void remove() { Kem::activityManager()->deliveryEndHookDel(run, this); }
-   static void run(void* context) { static_cast<Hook*>(context)->what(); }
+   void remove() { Kem::activityManager()->deliveryEndHookDel(what); }
    std::function<void()> what;
 };
 
@@ -205,6 +205,88 @@ TEST_F(ActivityTest, hooksRunInOrderAtTheEndOfEveryTurn) {
    a.remove();
    loop().runTurn();
    EXPECT_EQ(order.size(), 5u);
+}
+
+TEST_F(ActivityTest, hooksRunByTheirStepsWhateverTheOrderOfAdding) {
+   using Kem::DeliveryEnd;
+   Calls order;
+   Hook report([&] { order.push_back("report"); }, DeliveryEnd::report);
+   Hook send([&] { order.push_back("send"); }, DeliveryEnd::send);
+   std::unique_ptr<Hook> early, late;
+   Hook settle(
+       [&] {
+          order.push_back("settle");
+          if (early)
+             return;
+          early = std::make_unique<Hook>([&] { order.push_back("encode too"); }, DeliveryEnd::encode);
+          late = std::make_unique<Hook>([&] { order.push_back("send too"); }, DeliveryEnd::send);
+       },
+       DeliveryEnd::settle);
+   Hook encode([&] { order.push_back("encode"); }, DeliveryEnd::encode);
+   loop().runTurn();
+   EXPECT_EQ(order, (Calls{"encode", "settle", "send", "send too", "report"}));
+   order.clear();
+   loop().runTurn();
+   EXPECT_EQ(order, (Calls{"encode", "encode too", "settle", "send", "send too", "report"}));
+}
+
+// --- The end of the loop.
+
+TEST_F(ActivityTest, turnEndsWhenTheLoopWasToldToStop) {
+   auto const box = Box::make(), other = Box::make();
+   Calls order;
+   OnLabel first(box, [&] {
+      order.push_back("reactor");
+      loop().stop();
+   });
+   OnLabel second(other, [&] { order.push_back("second reactor"); });
+   Alarm timer([&] { order.push_back("timer"); });
+   Hook hook([&] { order.push_back("hook"); });
+   box->labelIs("x");
+   other->labelIs("x");
+   timer.timeMinIs(0.0);
+   loop().run();
+   EXPECT_EQ(order, (Calls{"reactor", "hook"})) << "what was written by then leaves, and nothing else runs";
+   order.clear();
+   loop().runTurn();
+   EXPECT_EQ(order, (Calls{"second reactor", "hook", "timer", "hook"})) << "it wasn't lost";
+}
+
+TEST_F(ActivityTest, stopByADescriptorOrATimerLeavesTheOthersUncalled) {
+   Pair pair, otherPair;
+   Calls order;
+   Watch watch(pair.ends[0]), other(otherPair.ends[0]);
+   watch.then = other.then = [&] {
+      order.push_back("descriptor");
+      loop().stop();
+   };
+   pair.put("x");
+   otherPair.put("x");
+   loop().run();
+   EXPECT_EQ(order, Calls{"descriptor"});
+   loop().run();
+   EXPECT_EQ(order.size(), 2u) << "the other one comes in a later turn";
+   order.clear();
+   Alarm a([&] {
+      order.push_back("timer");
+      loop().stop();
+   });
+   Alarm b([&] { order.push_back("timer"); });
+   a.timeMinIs(0.0);
+   b.timeMinIs(Kem::now());
+   loop().run();
+   EXPECT_EQ(order, Calls{"timer"});
+}
+
+TEST_F(ActivityTest, stopOutsideATurnHoldsNoDeliveryBack) {
+   auto const box = Box::make();
+   int heard = 0;
+   OnLabel reactor(box, [&] { ++heard; });
+   loop().stop();
+   box->labelIs("x");
+   loop().deliverQueued();
+   EXPECT_EQ(heard, 1);
+   loop().run(); // at once
 }
 
 TEST_F(ActivityTest, hookMayRemoveItselfAndOthersAndAdd) {

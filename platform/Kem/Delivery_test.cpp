@@ -1,6 +1,7 @@
 // The queue of reactors: what comes when, how often, and what handlers may do to it.
 #include "Kem/Activity.h"
 #include "Kem/TestRecords.h"
+#include "Kem/TestTrace.h"
 #include "Kem/Trace.h"
 
 #include <functional>
@@ -268,7 +269,7 @@ TEST_F(DeliveryTest, handlersDoNotRunTheLoop) {
           box->labelIs("x");
           loop().runTurn();
        },
-       "!isRunning_");
+       "!isInTurn_");
 }
 
 TEST_F(DeliveryTest, deliverQueuedLeavesTimersAlone) {
@@ -316,13 +317,30 @@ TEST_F(DeliveryTest, whatWasTakenFromTheQueueCanBeQueuedAgain) {
    EXPECT_EQ(reactor.take(), Calls{"label=x"});
 }
 
+TEST_F(DeliveryTest, zombieIsDeliveredNothingByAnyWay) {
+   Acts reactor(box);
+   reactor.kemDoZombieReactors(true);
+   reactor.handleDefault(*loop().config(), Box::kLabel, false);
+   reactor.handleNotification(*loop().config());
+   EXPECT_EQ(reactor.labels, 0);
+}
+
+TEST_F(DeliveryTest, reactorThatStopsTheLoopKeepsWhatElseIsPendingForIt) {
+   Acts reactor(box);
+   reactor.label = [&] { loop().stop(); };
+   box->labelIs("x");
+   box->weightIs(7, 1);
+   loop().run();
+   EXPECT_EQ(reactor.labels, 1);
+   EXPECT_EQ(reactor.keys, std::vector<uint32_t>());
+   loop().runTurn();
+   EXPECT_EQ(reactor.keys, std::vector<uint32_t>{7});
+}
+
 // --- Exceptions.
 
 TEST_F(DeliveryTest, exceptionIsTracedWithThePlaceThatTheReactorFollows) {
-   static std::vector<std::string> lines;
-   lines.clear();
-   Kem::traceToStandardErrorIs(false);
-   Kem::traceSinkIs([](Kem::TraceLine const& line) { lines.emplace_back(line.text); });
+   Kem::TestTrace trace;
    Acts reactor(box);
    reactor.label = [] { throw std::runtime_error("bad label"); };
    box->labelIs("x");
@@ -333,9 +351,7 @@ TEST_F(DeliveryTest, exceptionIsTracedWithThePlaceThatTheReactorFollows) {
    };
    box->labelIs("y");
    loop().runUntilIdle();
-   Kem::traceSinkIs(nullptr);
-   Kem::traceToStandardErrorIs(true);
-   EXPECT_EQ(lines,
+   EXPECT_EQ(trace.take(),
              (Calls{"a reactor on box raised: bad label", "a reactor on nothing any more raised: late"}));
 }
 

@@ -56,8 +56,8 @@ bool Dir::placeChild(AttrId id, Ptr<Entity> const& child) {
    return true;
 }
 
-void Dir::forEachChild(void (*visit)(Entity&, void*), void* context) {
-   entities_.forEach([&](Name const&, Ptr<Entity> const& child) { visit(*child, context); });
+void Dir::forEachChild(FunctionRef<void(Entity&)> visit) {
+   entities_.forEach([&](Name const&, Ptr<Entity> const& child) { visit(*child); });
 }
 
 void Dir::NotifieeConst::notifierIs(Ptr<Dir const> const& dir) {

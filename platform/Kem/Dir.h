@@ -40,7 +40,7 @@ class Dir final : public Record {
    bool applyErase(AttrId id, Wire::Reader& in) override;
    Entity* childByKey(AttrId id, Wire::Reader& key) override;
    bool placeChild(AttrId id, Ptr<Entity> const& child) override;
-   void forEachChild(void (*visit)(Entity&, void*), void* context) override;
+   void forEachChild(FunctionRef<void(Entity&)> visit) override;
 
   private:
    using Record::Record;

@@ -30,12 +30,10 @@ Entity::~Entity() {
 
 void Entity::onZeroReferences() {
    // A child that somebody still holds outlives its parent, and must not point back to it.
-   forEachChild(
-       [](Entity& child, void* context) {
-          if (child.parent_ == context)
-             child.leaveParent();
-       },
-       static_cast<Entity*>(this));
+   forEachChild([this](Entity& child) {
+      if (child.parent_ == this)
+         child.leaveParent();
+   });
    PtrInterface::onZeroReferences();
 }
 
@@ -84,16 +82,7 @@ void Entity::sinkIs(AttributeSink* sink, bool isWritable) {
       return;
    sink_ = sink;
    isWritable_ = isWritable;
-   struct Values {
-      AttributeSink* sink;
-      bool isWritable;
-   } values{sink, isWritable};
-   forEachChild(
-       [](Entity& child, void* context) {
-          auto const& v = *static_cast<Values*>(context);
-          child.sinkIs(v.sink, v.isWritable);
-       },
-       &values);
+   forEachChild([&](Entity& child) { child.sinkIs(sink, isWritable); });
 }
 
 bool Entity::encodeAddress(Wire::Writer& out) const {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "Kem/Collections.h"
+#include "Kem/FunctionRef.h"
 #include "Kem/PtrInterface.h"
 #include "Kem/String.h"
 #include "Kem/Wire.h"
@@ -79,17 +80,15 @@ class Entity : public PtrInterface {
    virtual bool decodeKey(Wire::Reader& in);        // of a new entity, before it is placed
    virtual bool encodeScalar(AttrId id, Wire::Writer& out) const { return false; } // false for a collection
    virtual bool isDefault(AttrId id) const { return false; }
-   virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const {
-      return false;
-   } // key and value
+   // Writes key and value.
+   virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const { return false; }
    virtual void encodeMemberKey(AttrId id, void const* key, Wire::Writer& out) const {}
    // Tells `out` of every scalar that isn't at its default, and of every member and child: the whole record.
    virtual void encodeContents(AttributeSink& out) const = 0;
    // Tells `out` of what makes `before` into this record.
    virtual void encodeDifference(Entity const& before, AttributeSink& out) const = 0;
-   // Decodes the key of a collection and calls visit(&key, context); false when it can't be decoded.
-   virtual bool visitMemberKey(AttrId id, Wire::Reader& key, void (*visit)(void const*, void*),
-                               void* context) const {
+   // Decodes the key of a collection and calls visit(&key); false when it can't be decoded.
+   virtual bool visitMemberKey(AttrId id, Wire::Reader& key, FunctionRef<void(void const*)> visit) const {
       return false;
    }
    virtual bool applySet(AttrId id, Wire::Reader& in) { return false; }
@@ -99,7 +98,7 @@ class Entity : public PtrInterface {
    virtual Entity* childByKey(AttrId id, Wire::Reader& key) { return nullptr; }
    // Places the entity that was made for `create` under its decoded key; a standing one is replaced.
    virtual bool placeChild(AttrId id, Ptr<Entity> const& child) { return false; }
-   virtual void forEachChild(void (*visit)(Entity&, void*), void* context) {}
+   virtual void forEachChild(FunctionRef<void(Entity&)> visit) {}
 
   protected:
    explicit Entity(Name name = {}) : name_(std::move(name)) {}

@@ -130,6 +130,8 @@ void Notifiee::handleNotification(ActivityConfig const& activity) {
 }
 
 void Notifiee::handleDefault(ActivityConfig const&, AttrId attributeId, bool isWhole) {
+   if (isZombie())
+      return;
    // Each branch ends in the handler: it may destroy this reactor.
    uint64_t const bit = uint64_t(1) << attributeId;
    if (isWhole) {

@@ -127,7 +127,7 @@ class Notifiee : public PtrInterface {
    // Called by the activity loop.
    virtual void handleNotification(ActivityConfig const& activity);
    // Delivers what is pending of one attribute and clears it: the collection as a whole, or else its next
-   // key, or else onX().
+   // key, or else onX(). Nothing to a zombie.
    virtual void handleDefault(ActivityConfig const& activity, AttrId attributeId, bool isWhole);
    bool hasPending() const { return pending_.all() != 0; }
    // Queues it at `activitySm`, unless it is queued or has nothing that may be delivered now.

@@ -1,8 +1,9 @@
 // A message for the operator that many things may have to say at once: what its rate leaves out is counted,
 // and the next line that comes through tells how many.
 //
-//    static Kem::LogHandle const intfDown("INTF_DOWN", 4, {"%s is down"}, Kem::NoActionRequired, 10.0,
-//    100.0); Kem::PacedLog intfDownLog_{intfDown}; intfDownLog_({intfId.stringValue().str()});
+//    static Kem::LogHandle const intfDown("INTF_DOWN", 4, {"%s is down"}, NoActionRequired, 10.0, 100.0);
+//    Kem::PacedLog intfDownLog_{intfDown};
+//    intfDownLog_({intfId.stringValue().str()});
 //
 // The rate is the handle's, which may be shared; the count is this object's.
 #pragma once

@@ -165,8 +165,8 @@ class Box final : public Kem::Record {
       encodeMemberDifference(before.tag_, tag_, kTag, out);
       encodeChildDifference(before.item_, item_, kItem, out);
    }
-   void forEachChild(void (*visit)(Entity&, void*), void* context) override {
-      item_.forEach([&](uint16_t, Ptr<Item> const& child) { visit(*child, context); });
+   void forEachChild(Kem::FunctionRef<void(Entity&)> visit) override {
+      item_.forEach([&](uint16_t, Ptr<Item> const& child) { visit(*child); });
    }
 
   private:

@@ -249,8 +249,8 @@ class HeaderEmitter {
       if (hasOwn(collection))
          out_.put(
              R"(   void encodeMemberKey(Kem::AttrId id, void const* key, Wire::Writer& out) const override;
-   bool visitMemberKey(Kem::AttrId id, Wire::Reader& key, void (*visit)(void const*, void*),
-                       void* context) const override;
+   bool visitMemberKey(Kem::AttrId id, Wire::Reader& key,
+                       Kem::FunctionRef<void(void const*)> visit) const override;
    bool applyErase(Kem::AttrId id, Wire::Reader& in) override;
 )");
       if (hasOwn(references))
@@ -259,7 +259,7 @@ class HeaderEmitter {
       if (hasOwn(children))
          out_.put(R"(   Kem::Entity* childByKey(Kem::AttrId id, Wire::Reader& key) override;
    bool placeChild(Kem::AttrId id, Kem::Ptr<Kem::Entity> const& child) override;
-   void forEachChild(void (*visit)(Kem::Entity&, void*), void* context) override;
+   void forEachChild(Kem::FunctionRef<void(Kem::Entity&)> visit) override;
 )");
    }
 

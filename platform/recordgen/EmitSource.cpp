@@ -374,12 +374,11 @@ bool $C::decodeKey(Wire::Reader& in) {
                 entity_.base ? "$Base::encodeMemberKey(id, key, out);" : "break;", [](Attribute const&) {
                    return "   case $id: Records::encode(out, *static_cast<$K const*>(key)); break;";
                 });
-      putSwitch(
-          isCollection,
-          "bool $C::visitMemberKey(Kem::AttrId id, Wire::Reader& key, void (*visit)(void const*, void*),\n"
-          "                        void* context) const {",
-          "return $Base::visitMemberKey(id, key, visit, context);",
-          [](Attribute const&) { return "   case $id: return Records::visitKey<$K>(key, visit, context);"; });
+      putSwitch(isCollection,
+                "bool $C::visitMemberKey(Kem::AttrId id, Wire::Reader& key,\n"
+                "                        Kem::FunctionRef<void(void const*)> visit) const {",
+                "return $Base::visitMemberKey(id, key, visit);",
+                [](Attribute const&) { return "   case $id: return Records::visitKey<$K>(key, visit);"; });
    }
 
    void putApply() {
@@ -436,11 +435,11 @@ bool $C::decodeKey(Wire::Reader& in) {
          if (!isChildren(a))
             continue;
          if (!isOpen)
-            out_.put("void $C::forEachChild(void (*visit)(Kem::Entity&, void*), void* context) {", words_);
+            out_.put("void $C::forEachChild(Kem::FunctionRef<void(Kem::Entity&)> visit) {", words_);
          if (!isOpen && entity_.base)
-            out_.put("   $Base::forEachChild(visit, context);", words_);
+            out_.put("   $Base::forEachChild(visit);", words_);
          isOpen = true;
-         out_.put("   $x~_.forEach([&](auto const&, auto const& child) { visit(*child, context); });",
+         out_.put("   $x~_.forEach([&](auto const&, auto const& child) { visit(*child); });",
                   wordsOf(names_, entity_, a));
       }
       if (isOpen)

@@ -71,11 +71,11 @@ bool encodeReference(Wire::Writer& out, Map const& map, Key const& key) {
 
 // For visitMemberKey: decodes a key and shows it.
 template <class Key>
-bool visitKey(Wire::Reader& in, void (*visit)(void const*, void*), void* context) {
+bool visitKey(Wire::Reader& in, Kem::FunctionRef<void(void const*)> visit) {
    Key const key = decode<Key>(in);
    if (!in.good())
       return false;
-   visit(&key, context);
+   visit(&key);
    return true;
 }
 

@@ -120,10 +120,11 @@ void Connection::isWatchedIs(bool isWatched) {
       return;
    isWatched_ = isWatched;
    descriptorIs(isWatched ? socket_ : -1);
+   auto const hook = Kem::FunctionRef<void()>::of<&Connection::onDeliveryEnd>(*this);
    if (isWatched)
-      Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
+      Kem::activityManager()->deliveryEndHookAdd(Kem::DeliveryEnd::send, hook);
    else
-      Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
+      Kem::activityManager()->deliveryEndHookDel(hook);
 }
 
 void Connection::onReadable() {
@@ -134,8 +135,8 @@ void Connection::onWritable() {
    flush();
 }
 
-void Connection::onDeliveryEnd(void* connection) {
-   static_cast<Connection*>(connection)->flush();
+void Connection::onDeliveryEnd() {
+   flush();
 }
 
 bool Connection::wait(Kem::Seconds timeout) {

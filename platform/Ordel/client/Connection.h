@@ -91,7 +91,7 @@ class Connection : private Kem::FileDescriptorWatch {
   private:
    void onReadable() override;
    void onWritable() override;
-   static void onDeliveryEnd(void* connection);
+   void onDeliveryEnd();
 
    bool takeFrame(Frame frame, std::string_view payload);
    void end(std::string const& reason);

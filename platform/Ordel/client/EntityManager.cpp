@@ -28,11 +28,11 @@ EntityManager::EntityManager(Records::Schema const& schema, Kem::TypeFinder type
       log_(Kem::makePtr<Kem::NboAttrLog::SocketOutSm>(static_cast<Kem::NboAttrLog::Link&>(*this))) {
    tree_.logIs(log_);
    Kem::NboAttrLog::top()->outManagerSm()->socketOutSmIs(name_, log_);
-   Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
+   Kem::activityManager()->deliveryEndHookAdd(Kem::DeliveryEnd::settle, deliveryEndHook());
 }
 
 EntityManager::~EntityManager() {
-   Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
+   Kem::activityManager()->deliveryEndHookDel(deliveryEndHook());
    Kem::NboAttrLog::top()->outManagerSm()->socketOutSmDel(name_);
    log_->linkDel();
 }
@@ -175,10 +175,6 @@ void EntityManager::releaseLog() {
    log_->isHeldIs(false);
    // The timer may be the one that calls.
    holdTimer_->timeMinIs(Kem::never);
-}
-
-void EntityManager::onDeliveryEnd(void* self) {
-   static_cast<EntityManager*>(self)->handleDeliveryEnd();
 }
 
 void EntityManager::handleDeliveryEnd() {

@@ -90,8 +90,10 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
 
    void sendMounts(MountGroup& group);
    void releaseLog();
-   static void onDeliveryEnd(void* self);
    void handleDeliveryEnd();
+   Kem::FunctionRef<void()> deliveryEndHook() {
+      return Kem::FunctionRef<void()>::of<&EntityManager::handleDeliveryEnd>(*this);
+   }
 
    std::string const name_;
    std::string systemName_;

@@ -19,8 +19,7 @@ std::string keyBytes(Kem::Entity const& entity, AttrId id, void const* key) {
 template <class Visit>
 void withKey(Kem::Entity const& entity, AttrId id, std::string const& key, Visit visit) {
    Wire::Reader in(key);
-   entity.visitMemberKey(
-       id, in, [](void const* k, void* context) { (*static_cast<Visit*>(context))(k); }, &visit);
+   entity.visitMemberKey(id, in, visit);
 }
 
 } // namespace
@@ -162,8 +161,7 @@ void HeldChanges::rollBack(Kem::Entity& entity) {
             entity.applyErase(id, in);
       }
    }
-   entity.forEachChild(
-       [](Kem::Entity& child, void* self) { static_cast<HeldChanges*>(self)->rollBack(child); }, this);
+   entity.forEachChild([this](Kem::Entity& child) { rollBack(child); });
 }
 
 } // namespace Ordel

@@ -13,10 +13,6 @@ namespace {
 // database works while the agent writes.
 constexpr size_t blockBytes = 64u << 10;
 
-void flushAfterDelivery(void* out) {
-   static_cast<NboAttrLog::SocketOutSm*>(out)->flush();
-}
-
 } // namespace
 
 NboAttrLog::NboAttrLog() : outManagerSm_(std::make_unique<OutManagerSm>()) {}
@@ -40,11 +36,12 @@ void NboAttrLog::OutManagerSm::socketOutSmDel(std::string const& name) {
 }
 
 NboAttrLog::SocketOutSm::SocketOutSm(Link& link) : link_(&link) {
-   activityManager()->deliveryEndHookAdd(flushAfterDelivery, this);
+   activityManager()->deliveryEndHookAdd(DeliveryEnd::encode,
+                                         FunctionRef<void()>::of<&SocketOutSm::flush>(*this));
 }
 
 NboAttrLog::SocketOutSm::~SocketOutSm() {
-   activityManager()->deliveryEndHookDel(flushAfterDelivery, this);
+   activityManager()->deliveryEndHookDel(FunctionRef<void()>::of<&SocketOutSm::flush>(*this));
 }
 
 void NboAttrLog::SocketOutSm::linkDel() {

@@ -30,19 +30,9 @@ void References::apply(Place const& place, Target& target) {
       target.holder->applyReference(attribute, nullptr, found);
       return;
    }
-   struct Call {
-      Kem::Entity& holder;
-      Kem::AttrId attribute;
-      Kem::Ptr<Kem::Entity> const& target;
-   } call{*target.holder, attribute, found};
    Wire::Reader in(key);
    target.holder->visitMemberKey(
-       attribute, in,
-       [](void const* k, void* context) {
-          auto const& c = *static_cast<Call*>(context);
-          c.holder.applyReference(c.attribute, k, c.target);
-       },
-       &call);
+       attribute, in, [&, id = attribute](void const* k) { target.holder->applyReference(id, k, found); });
 }
 
 void References::resolve() {

@@ -69,7 +69,8 @@ bool Listener::listen(std::string const& path, std::string& error) {
    }
    spare_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
    descriptorIs(socket_);
-   Kem::activityManager()->deliveryEndHookAdd(onDeliveryEnd, this);
+   Kem::activityManager()->deliveryEndHookAdd(Kem::DeliveryEnd::send,
+                                              Kem::FunctionRef<void()>::of<&Listener::onDeliveryEnd>(*this));
    return true;
 }
 
@@ -123,7 +124,7 @@ bool Listener::bindSafely(std::string& error) {
 Listener::~Listener() {
    if (socket_ < 0)
       return;
-   Kem::activityManager()->deliveryEndHookDel(onDeliveryEnd, this);
+   Kem::activityManager()->deliveryEndHookDel(Kem::FunctionRef<void()>::of<&Listener::onDeliveryEnd>(*this));
    links_.clear();
    descriptorIs(-1);
    struct stat standing;
@@ -160,11 +161,10 @@ void Listener::refuseForWantOfDescriptors() {
    errno = EAGAIN;
 }
 
-void Listener::onDeliveryEnd(void* listener) {
-   auto& links = static_cast<Listener*>(listener)->links_;
-   for (auto const& link : links)
+void Listener::onDeliveryEnd() {
+   for (auto const& link : links_)
       link->flush();
-   links.remove_if([](auto const& link) { return link->isClosed(); });
+   links_.remove_if([](auto const& link) { return link->isClosed(); });
 }
 
 // --- One connection

@@ -51,7 +51,7 @@ class Listener : private Kem::FileDescriptorWatch {
    void onReadable() override;
    bool bindSafely(std::string& error);
    void refuseForWantOfDescriptors();
-   static void onDeliveryEnd(void* listener);
+   void onDeliveryEnd();
 
    Server& server_;
    std::string path_;
