@@ -1,7 +1,9 @@
 // The base of everything that is counted: a virtual table and one 32-bit word.
 //
 //    bit 31      zombie: marked for deletion, so the word reads negative
+//    bit 30      isNondestructing, of a state machine
 //    bit 29      hasNotificationActive: delivery is switched on
+//    bit 28      initialized, of a state machine
 //    bits 0..27  number of references
 //
 // A new object starts with one reference, held by the factory that made it, which hands it over (Ptr::adopt).
@@ -34,7 +36,9 @@ class PtrInterface {
 
   protected:
    static constexpr uint32_t zombieFlag = 1u << 31;
+   static constexpr uint32_t nondestructingFlag = 1u << 30;
    static constexpr uint32_t notificationActiveFlag = 1u << 29;
+   static constexpr uint32_t initializedFlag = 1u << 28;
    static constexpr uint32_t countMask = (1u << 28) - 1;
    static constexpr uint32_t dyingBias = 1u << 27; // added to the count of an object that is being deleted
 
@@ -44,6 +48,8 @@ class PtrInterface {
    // The last reference has gone; deletes the object.
    virtual void onZeroReferences();
 
+   uint32_t word() const noexcept { return word_.load(std::memory_order_relaxed); }
+   bool hasFlag(uint32_t flag) const noexcept { return word() & flag; }
    void flagIs(uint32_t flag, bool on) noexcept {
       if (on)
          word_.fetch_or(flag, std::memory_order_relaxed);
