@@ -1,6 +1,6 @@
 #include "Vorn/Pacing/AttrLogCheck.h"
 
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -179,20 +179,13 @@ TEST_F(AttrLogCheckTest, usageOfAnOutputWithoutAThresholdIsAboveItEvenWhenItIsZe
 }
 
 TEST_F(AttrLogCheckTest, socketAndMeasurementsAboveTheThresholdAreTraced) {
-   static std::vector<std::string> lines;
-   lines.clear();
-   Kem::traceSettingIs("VornAttrLog/0-9");
-   Kem::traceToStandardErrorIs(false);
-   Kem::traceSinkIs([](Kem::TraceLine const& line) { lines.emplace_back(line.text); });
+   Kem::TestTrace trace("VornAttrLog/0-9");
    start();
    socket.fill();
    check.isAttrLogReady();
-   Kem::traceSinkIs(nullptr);
-   Kem::traceToStandardErrorIs(true);
-   Kem::traceSettingIs("");
    std::string const fd = std::to_string(socket.socketFd()), size = std::to_string(socket.sendBuffer());
    std::string const half = std::to_string(socket.sendBuffer() / 2);
-   EXPECT_EQ(lines,
+   EXPECT_EQ(trace.take(),
              (std::vector<std::string>{"attrLogCodefInit fd:" + fd,
                                        "handleAttrLogSockFd sockFd:" + fd + ", kernBufferSize:" + size +
                                            ", kernBufferThreshold:" + half,

@@ -1,6 +1,6 @@
 #include "Vorn/VornAgent/NetlinkSocket.h"
 
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -11,24 +11,17 @@
 
 namespace {
 
-std::vector<std::string> theLines;
 std::vector<int> theClosed;
 
 struct NetlinkSocketTest : testing::Test {
    void SetUp() override {
-      theLines.clear();
       theClosed.clear();
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
       calls.closeSocket = [](int fd) {
          theClosed.push_back(fd);
          return ::close(fd);
       };
    }
-   void TearDown() override {
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
-   }
+   Kem::TestTrace trace;
    Vorn::NetlinkSocketCalls calls;
 };
 
@@ -52,7 +45,7 @@ TEST_F(NetlinkSocketTest, isARouteSocketThatIsBoundAndSubscribedToNothing) {
    EXPECT_NE(address.nl_pid, 0u);
    EXPECT_EQ(address.nl_groups, 0u);
    close(fd);
-   EXPECT_TRUE(theLines.empty());
+   EXPECT_TRUE(trace.lines().empty());
 }
 
 TEST_F(NetlinkSocketTest, asksForItsBuffersAndForNoGroup) {
@@ -89,7 +82,7 @@ TEST_F(NetlinkSocketTest, asksForItsBuffersAndForNoGroup) {
 TEST_F(NetlinkSocketTest, failedSocketIsReturnedWithoutATrace) {
    calls.openSocket = [](int, int, int) { return -1; };
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
-   EXPECT_TRUE(theLines.empty());
+   EXPECT_TRUE(trace.lines().empty());
    EXPECT_TRUE(theClosed.empty());
 }
 
@@ -98,7 +91,7 @@ TEST_F(NetlinkSocketTest, failedBufferSizesAreTracedAndTheSocketClosed) {
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
    calls.setOption = [](int, int, int name, void const*, socklen_t) { return name == SO_RCVBUF ? -1 : 0; };
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
-   EXPECT_EQ(theLines,
+   EXPECT_EQ(trace.take(),
              (std::vector<std::string>{"setsockopt SO_SNDBUF failure", "setsockopt SO_RCVBUF failure"}));
    EXPECT_EQ(theClosed.size(), 2u);
 }
@@ -110,7 +103,7 @@ TEST_F(NetlinkSocketTest, failedBindIsTracedWithTheErrorNumber) {
       return -1;
    };
    EXPECT_EQ(Vorn::openNetlinkSocket(calls), -1);
-   EXPECT_EQ(theLines, std::vector<std::string>{"bind failed: " + std::to_string(EADDRINUSE)});
+   EXPECT_EQ(trace.take(), std::vector<std::string>{"bind failed: " + std::to_string(EADDRINUSE)});
    EXPECT_EQ(theClosed.size(), 1u);
 }
 

@@ -2,7 +2,7 @@
 
 #include "Kem/Dir.h"
 #include "Kem/Log.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/testing/TestSwitch.h"
 #include "Zivlog/Zivlog.h"
@@ -53,19 +53,8 @@ struct VornAgentTest : testing::Test {
       return sw.publish<Stage::AgentConfig>(stageConfigPath)->stageComplete(stage) != nullptr;
    }
    // What the agent itself has traced, on all levels, since it was asked last.
-   static std::vector<std::string> traced() { return std::exchange(theLines, {}); }
-   VornAgentTest() {
-      theLines.clear();
-      Kem::traceSettingIs("Vorn/0-9");
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
-   }
-   ~VornAgentTest() override {
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
-      Kem::traceSettingIs("");
-   }
-   static inline std::vector<std::string> theLines;
+   std::vector<std::string> traced() { return trace.take(); }
+   Kem::TestTrace trace{"Vorn/0-9"};
    TestSwitch sw;
 };
 

@@ -291,6 +291,9 @@ class TestBridge {
    Kem::Ptr<InputSelectorSm> selector;
 };
 
-using TestTrace = Kem::TestTrace;
+// Keeps what the agent's facilities trace, on all levels.
+struct TestTrace : Kem::TestTrace {
+   TestTrace() : Kem::TestTrace("Vorn*/0-9") {}
+};
 
 } // namespace Vorn

@@ -1,7 +1,7 @@
 #include "AgentBase/CAgent.h"
 
 #include "Kem/Activity.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 
 #include <gmock/gmock.h>
 
@@ -9,8 +9,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<std::string> theLines;
 
 struct Agent final : AgentBase::CAgent {
    Agent() : CAgent("Sample") {}
@@ -28,17 +26,9 @@ struct Agent final : AgentBase::CAgent {
 };
 
 struct CAgentTest : testing::Test {
-   CAgentTest() {
-      theLines.clear();
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) { theLines.emplace_back(line.text); });
-   }
-   ~CAgentTest() override {
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
-   }
-   static std::vector<std::string> traced() { return std::exchange(theLines, {}); }
+   std::vector<std::string> traced() { return trace.take(); }
 
+   Kem::TestTrace trace;
    Kem::VirtualTime time;
    Kem::Ptr<Agent> const agent = Kem::makePtr<Agent>();
 };

@@ -1,17 +1,20 @@
-// What is traced while a test runs: the one way for tests to look at traces.
+// What is traced while it exists, for tests: lines are kept here and standard error stays quiet.
 //
-//    Kem::TestTrace trace;                          // all levels of the facilities Vorn*
+//    Kem::TestTrace trace("Vorn*/0-9");
 //    ...
-//    EXPECT_TRUE(trace.has("Deleting Vlan 10"));
+//    EXPECT_EQ(trace.take(), (std::vector<std::string>{"Adding Vlan: 10 to backlog"}));
 //
-// While it exists it also keeps the traces off standard error. One at a time.
+// One at a time. At its end what it found is gone: the trace setting is empty and there is no sink.
 #pragma once
 
+#include "Kem/Assert.h"
 #include "Kem/Trace.h"
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Kem {
@@ -19,53 +22,80 @@ namespace Kem {
 class TestTrace {
   public:
    struct Line {
+      std::string facility;
       int level;
       std::string text;
    };
 
-   // `setting` as for traceSettingIs.
-   explicit TestTrace(std::string_view setting = "Vorn*/0-9") {
-      theLines.clear();
+   // Beside level 0 of all facilities, the levels of the setting.
+   explicit TestTrace(std::string_view setting = {}) {
+      KEM_ASSERT(!theOne);
+      theOne = this;
       traceSettingIs(setting);
       traceToStandardErrorIs(false);
-      traceSinkIs([](TraceLine const& line) { theLines.push_back({line.level, std::string(line.text)}); });
+      traceSinkIs([](TraceLine const& line) { theOne->add(line); });
    }
    ~TestTrace() {
       traceSinkIs(nullptr);
       traceToStandardErrorIs(true);
       traceSettingIs("");
+      theOne = nullptr;
    }
    TestTrace(TestTrace const&) = delete;
    TestTrace& operator=(TestTrace const&) = delete;
 
-   void clear() { theLines.clear(); }
-   // All lines so far, in order.
-   static std::vector<Line> const& lines() { return theLines; }
+   // Called with each line as it is traced, for what has to happen at that moment.
+   void onLine(std::function<void(Line const&)> f) { onLine_ = std::move(f); }
+
+   std::vector<Line> const& lines() const { return lines_; }
+   void clear() { lines_.clear(); }
+   // The texts so far, in order; from then on only what comes later is here.
+   std::vector<std::string> take() {
+      std::vector<std::string> texts;
+      for (auto& line : std::exchange(lines_, {}))
+         texts.push_back(std::move(line.text));
+      return texts;
+   }
+   // The texts so far, a line each.
+   std::string text() const {
+      std::string all;
+      for (auto const& line : lines_)
+         all += line.text + '\n';
+      return all;
+   }
    // How many lines have the text as a part, or as the whole.
-   static size_t count(std::string_view part) {
-      return static_cast<size_t>(std::count_if(theLines.begin(), theLines.end(), [&](Line const& line) {
+   size_t count(std::string_view part) const {
+      return static_cast<size_t>(std::count_if(lines_.begin(), lines_.end(), [&](Line const& line) {
          return line.text.find(part) != std::string::npos;
       }));
    }
-   static bool has(std::string_view part) { return count(part) != 0; }
-   // The level of the first line that has it; -1 when there is none.
-   static int level(std::string_view part) {
-      for (auto const& line : theLines)
+   bool has(std::string_view part) const { return count(part) != 0; }
+   // The level of the first line that has it; -1 for none.
+   int level(std::string_view part) const {
+      for (auto const& line : lines_)
          if (line.text.find(part) != std::string::npos)
             return line.level;
       return -1;
    }
    // The texts that begin so, in order.
-   static std::vector<std::string> from(std::string_view start) {
+   std::vector<std::string> from(std::string_view start) const {
       std::vector<std::string> texts;
-      for (auto const& line : theLines)
+      for (auto const& line : lines_)
          if (line.text.starts_with(start))
             texts.push_back(line.text);
       return texts;
    }
 
   private:
-   static inline std::vector<Line> theLines;
+   void add(TraceLine const& line) {
+      lines_.push_back({line.facility, line.level, std::string(line.text)});
+      if (onLine_)
+         onLine_(lines_.back());
+   }
+
+   static inline TestTrace* theOne = nullptr;
+   std::vector<Line> lines_;
+   std::function<void(Line const&)> onLine_;
 };
 
 } // namespace Kem

@@ -18,6 +18,9 @@ namespace {
 void (*theSink)(TraceLine const&) = nullptr;
 bool isToStandardError = true;
 
+constexpr uint8_t bySetting = 1;
+constexpr uint8_t forSink = 2;
+
 // Both are functions, since facilities of other files are made before this file's statics.
 std::vector<TraceFacility*>& facilities() {
    static auto* const all = new std::vector<TraceFacility*>;
@@ -99,50 +102,69 @@ std::string& setting() {
    return *text;
 }
 
+std::string& sinkSetting() {
+   static auto* const text = new std::string;
+   return *text;
+}
+
 } // namespace
 
 TraceFacility::TraceFacility(char const* name) : name_(name) {
    facilities().push_back(this);
-   apply(setting());
+   apply();
 }
 
 TraceFacility::~TraceFacility() {
    std::erase(facilities(), this);
 }
 
-void TraceFacility::apply(std::string_view text) {
+void TraceFacility::apply() {
+   auto const add = [this](std::string_view text, uint8_t bit) {
+      forEachEntry(text, [&](std::string_view item) {
+         auto const entry = parseEntry(item);
+         if (!entry || !matches(entry->pattern, name_))
+            return;
+         for (int level = 0; level < traceLevelCount; ++level) {
+            bool const isEnabled = level >= entry->first && level <= entry->last;
+            levels_[level] = static_cast<uint8_t>(isEnabled ? levels_[level] | bit : levels_[level] & ~bit);
+         }
+      });
+   };
    std::memset(levels_, 0, sizeof levels_);
-   levels_[0] = 1;
-   forEachEntry(text, [this](std::string_view item) {
-      auto const entry = parseEntry(item);
-      if (!entry || !matches(entry->pattern, name_))
-         return;
-      for (int level = 0; level < traceLevelCount; ++level)
-         levels_[level] = level >= entry->first && level <= entry->last;
-   });
+   levels_[0] = bySetting;
+   add(setting(), bySetting);
+   if (theSink)
+      add(sinkSetting(), forSink);
+}
+
+void applyToAll() {
+   for (auto* facility : facilities())
+      facility->apply();
 }
 
 void traceSettingIs(std::string_view text) {
    reportUnreadable(text);
    setting() = text;
-   for (auto* facility : facilities())
-      facility->apply(text);
+   applyToAll();
 }
 
-void traceSinkIs(void (*sink)(TraceLine const&)) {
+void traceSinkIs(void (*sink)(TraceLine const&), std::string_view text) {
+   reportUnreadable(text);
    theSink = sink;
+   sinkSetting() = text;
+   applyToAll();
 }
 
 void traceToStandardErrorIs(bool on) {
    isToStandardError = on;
 }
 
-void traceHelper(TraceFacility const&, char const* name, std::ostringstream& stream, int level, bool flag,
-                 char const* file, int line, char const* function) {
+void traceHelper(TraceFacility const& facility, char const* name, std::ostringstream& stream, int level,
+                 bool flag, char const* file, int line, char const* function) {
    std::string const text = std::move(stream).str();
    if (!flag)
       return;
-   if (isToStandardError) {
+   if (isToStandardError && (facility.levels_[level] & bySetting)) {
       timespec time{};
       clock_gettime(CLOCK_REALTIME, &time);
       tm parts{};

@@ -9,7 +9,8 @@
 //
 // It comes from the environment variable KEM_TRACE at start, and while the process runs from traceSettingIs,
 // which the agent's runner and the database call with what stands in the state tree. Lines go to standard
-// error, and to the trace sink (the circular file) once there is one.
+// error, and to the trace sink (the circular file) once there is one. The sink can have a mask of its own, so
+// that the file holds the flow that led to a crash while standard error stays quiet.
 #pragma once
 
 #include <cstdint>
@@ -30,13 +31,15 @@ class TraceFacility {
    TraceFacility& operator=(TraceFacility const&) = delete;
 
    char const* name() const { return name_; }
-   bool isEnabled(int level) const { return levels_[level] != 0; }
+   bool isEnabled(int level) const { return levels_[level] != 0; } // for standard error, the sink or both
 
   private:
-   friend void traceSettingIs(std::string_view setting);
-   void apply(std::string_view setting);
+   friend void traceHelper(TraceFacility const& facility, char const* name, std::ostringstream& stream,
+                           int level, bool flag, char const* file, int line, char const* function);
+   friend void applyToAll();
+   void apply();
 
-   uint8_t levels_[traceLevelCount] = {1};
+   uint8_t levels_[traceLevelCount] = {}; // bit 0: by the setting, bit 1: for the sink alone
    char const* name_;
 };
 
@@ -56,8 +59,9 @@ struct TraceLine {
    std::string_view text;
 };
 
-// Also gets each line; null for none.
-void traceSinkIs(void (*sink)(TraceLine const& line));
+// Also gets each line; null for none. `setting` names further lines that the sink gets, and standard error
+// doesn't; those of the other setting come to it in any case.
+void traceSinkIs(void (*sink)(TraceLine const& line), std::string_view setting = {});
 // Whether lines go to standard error too. On at first.
 void traceToStandardErrorIs(bool on);
 

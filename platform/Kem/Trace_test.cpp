@@ -165,4 +165,46 @@ TEST_F(TraceTest, macroIsOneStatement) {
    EXPECT_EQ(sunk, std::vector<std::string>{"VornVlan 0 this one"});
 }
 
+// --- The sink's own mask.
+
+TEST_F(TraceTest, sinkWithAMaskOfItsOwnGetsMoreThanStandardError) {
+   Kem::traceToStandardErrorIs(true);
+   Kem::traceSinkIs(sink, "Vorn*/0-5");
+   EXPECT_EQ(levels(vlan), "012345");
+   EXPECT_EQ(levels(ordel), "0");
+   ::testing::internal::CaptureStderr();
+   KEM_TRACE(vlan, 5, "for the file");
+   KEM_TRACE(vlan, 0, "for both");
+   KEM_TRACE(ordel, 1, "for nobody");
+   std::string const errors = ::testing::internal::GetCapturedStderr();
+   EXPECT_EQ(sunk, (std::vector<std::string>{"VornVlan 5 for the file", "VornVlan 0 for both"}));
+   EXPECT_EQ(errors.find("for the file"), std::string::npos);
+   EXPECT_NE(errors.find("for both"), std::string::npos);
+}
+
+TEST_F(TraceTest, settingGoesToTheSinkAsWell) {
+   Kem::traceSinkIs(sink, "Vorn*/-,Ordel/1-1");
+   Kem::traceSettingIs("Vorn*/8-8");
+   EXPECT_EQ(levels(vlan), "8");
+   EXPECT_EQ(levels(ordel), "01");
+   KEM_TRACE(vlan, 8, "by the setting");
+   EXPECT_EQ(sunk, std::vector<std::string>{"VornVlan 8 by the setting"});
+}
+
+TEST_F(TraceTest, withoutASinkItsMaskCostsNothing) {
+   Kem::traceSinkIs(sink, "*/0-9");
+   Kem::TraceFacility const late("Late");
+   EXPECT_EQ(levels(late), "0123456789") << "facilities that are made later have it too";
+   Kem::traceSinkIs(nullptr, "*/0-9");
+   EXPECT_EQ(levels(vlan), "0");
+   EXPECT_EQ(levels(late), "0");
+}
+
+TEST_F(TraceTest, unreadableMaskOfTheSinkIsNamed) {
+   ::testing::internal::CaptureStderr();
+   Kem::traceSinkIs(sink, "Vorn");
+   EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+             "trace setting \"Vorn\": expected PATTERN/LEVELS, such as Vorn*/0-5\n");
+}
+
 } // namespace

@@ -5,7 +5,7 @@
 #include "Plaze/TestTable.h"
 #include "Plaze/Writer.h"
 
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include <gmock/gmock.h>
 #include <map>
 
@@ -41,19 +41,10 @@ LearnedHost hostAt(uint8_t last, char const* intf) {
    return host;
 }
 
-std::string theTraces;
-
 class MountTest : public testing::Test {
   protected:
-   MountTest() {
-      theTraces.clear();
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) { theTraces += std::string(line.text) + "\n"; });
-   }
-   ~MountTest() override {
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
-   }
+   Kem::TestTrace trace_;
+
    Writer hostWriter() { return Writer(hostsFile_, tableType("Plaze::Bridging::Status")->shape()); }
    Kem::Ptr<Bridging::Status> mountHosts() {
       return Kem::ptrCast<Bridging::Status>(mount_.doMount("bridging/status", "Plaze::Bridging::Status",
@@ -154,22 +145,22 @@ TEST_F(MountTest, AbsentTableIsEmptyAndIsPickedUpWhenItsWriterComes) {
 TEST_F(MountTest, UnknownTypesPathsAndModesGiveNullAndATrace) {
    KemPlaze::MountInfo const info(KemPlaze::keyShadow);
    EXPECT_EQ(mount_.doMount("bridging/status", "Plaze::Bridging::Other", info), nullptr);
-   EXPECT_THAT(theTraces, HasSubstr("mount of bridging/status as Plaze::Bridging::Other refused: "
-                                    "there is no such type of table"));
+   EXPECT_THAT(trace_.text(), HasSubstr("mount of bridging/status as Plaze::Bridging::Other refused: "
+                                        "there is no such type of table"));
    for (char const* path : {"", "/bridging", "bridging/", "a//b", "../status", "a/../b", ".", "status~"}) {
-      theTraces.clear();
+      trace_.clear();
       EXPECT_EQ(mount_.doMount(path, "Plaze::Bridging::Status", info), nullptr) << path;
-      EXPECT_THAT(theTraces, HasSubstr("is no path of a table"));
+      EXPECT_THAT(trace_.text(), HasSubstr("is no path of a table"));
    }
-   theTraces.clear();
+   trace_.clear();
    EXPECT_EQ(mount_.doMount("bridging/status", "Plaze::Bridging::Status", KemPlaze::MountInfo(2)), nullptr);
-   EXPECT_THAT(theTraces, HasSubstr("no mode 2, only 3"));
+   EXPECT_THAT(trace_.text(), HasSubstr("no mode 2, only 3"));
    EXPECT_EQ(mount_.getEntity("bridging/status"), nullptr);
 
-   theTraces.clear();
+   trace_.clear();
    KemPlaze::Mount nameless("", directory_.root());
    EXPECT_EQ(nameless.doMount("bridging/status", "Plaze::Bridging::Status", info), nullptr);
-   EXPECT_THAT(theTraces, HasSubstr("\"\" is no system name"));
+   EXPECT_THAT(trace_.text(), HasSubstr("\"\" is no system name"));
 }
 
 TEST_F(MountTest, MountingAgainGivesTheSameEntityAndOnlyAsItsType) {
@@ -178,7 +169,7 @@ TEST_F(MountTest, MountingAgainGivesTheSameEntityAndOnlyAsItsType) {
    EXPECT_EQ(mount_.doMount("bridging/status", "Plaze::Interface::AllIntfCounterDir",
                             KemPlaze::MountInfo(KemPlaze::keyShadow)),
              nullptr);
-   EXPECT_THAT(theTraces, HasSubstr("it is mounted as Plaze::Bridging::Status"));
+   EXPECT_THAT(trace_.text(), HasSubstr("it is mounted as Plaze::Bridging::Status"));
 }
 
 TEST_F(MountTest, EntityLivesOnWithoutItsMount) {
@@ -250,13 +241,13 @@ TEST_F(MountTest, RowThatStaysTornIsSaidOnceWithItsWriter) {
    writer.put(wire(keyOf(10, 1)), wire(hostAt(1, "Ethernet1")));
    writer.onMidEntryIs([&] {
       settle();
-      EXPECT_THAT(theTraces,
+      EXPECT_THAT(trace_.text(),
                   HasSubstr(hostsFile_ +
                             ": 1 entries can't be read: torn, or damaged. Last written by process " +
                             std::to_string(getpid())));
-      theTraces.clear();
+      trace_.clear();
       Kem::activityManager()->advance(30);
-      EXPECT_EQ(theTraces, "");
+      EXPECT_EQ(trace_.text(), "");
    });
    writer.put(wire(keyOf(10, 2)), wire(hostAt(2, "Ethernet2")));
    EXPECT_EQ(hosts->size(), 1u);
@@ -270,7 +261,7 @@ TEST_F(MountTest, BytesThatAreNoRowAreNotHandedOn) {
    writer.put(wire(keyOf(10, 1)), "no host");                    // a key, no value
    writer.put(wire(keyOf(10, 2)), wire(hostAt(2, "Ethernet2"))); // good
    auto const hosts = mountHosts();
-   EXPECT_THAT(theTraces, HasSubstr("entry 0x73686f7274 is no row of Plaze::Bridging::Status"));
+   EXPECT_THAT(trace_.text(), HasSubstr("entry 0x73686f7274 is no row of Plaze::Bridging::Status"));
    hosts->corruptionDetectedIs(false);
    EXPECT_EQ(hostsOf(*hosts), (std::map<std::string, std::string>{{"10/00:1c:73:00:00:02", "Ethernet2"}}));
    EXPECT_TRUE(hosts->corruptionDetected());
@@ -283,7 +274,7 @@ TEST_F(MountTest, FileOfAnotherReleaseIsTakenAsEmptyUntilItIsReplaced) {
    auto const hosts = mountHosts();
    ASSERT_TRUE(hosts);
    EXPECT_EQ(hosts->size(), 0u);
-   EXPECT_THAT(theTraces, HasSubstr("holds Plaze::Bridging::Status of another release; taken as empty"));
+   EXPECT_THAT(trace_.text(), HasSubstr("holds Plaze::Bridging::Status of another release; taken as empty"));
    auto writer = hostWriter();
    writer.put(wire(keyOf(10, 1)), wire(hostAt(1, "Ethernet1")));
    settle();

@@ -1,7 +1,7 @@
 #include "KernelNetNsInfo/Manager.h"
 
 #include "Kem/Activity.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -15,22 +15,15 @@ namespace fs = std::filesystem;
 using KernelNetNsInfo::Manager;
 using Names = std::set<std::string>;
 
-std::string theTraces;
-
 class KernelNetNsInfoManagerTest : public testing::Test {
   protected:
    KernelNetNsInfoManagerTest() {
       std::string pattern = testing::TempDir() + "/netns-XXXXXX";
       place_ = mkdtemp(pattern.data());
       folder_ = place_ + "/run/netns";
-      theTraces.clear();
-      Kem::traceToStandardErrorIs(false);
-      Kem::traceSinkIs([](Kem::TraceLine const& line) { theTraces += std::string(line.text) + "\n"; });
    }
    ~KernelNetNsInfoManagerTest() override {
       manager_ = nullptr;
-      Kem::traceSinkIs(nullptr);
-      Kem::traceToStandardErrorIs(true);
       fs::remove_all(place_);
    }
    void start() { manager_ = Kem::makePtr<Manager>(Kem::activityManager()->config(), root_, folder_); }
@@ -49,6 +42,7 @@ class KernelNetNsInfoManagerTest : public testing::Test {
       return names();
    }
 
+   Kem::TestTrace trace_;
    Kem::VirtualTime time_;
    std::string place_, folder_;
    Kem::Ptr<KernelNetNsInfo::Root> root_ = KernelNetNsInfo::Root::make();
@@ -166,15 +160,15 @@ TEST_F(KernelNetNsInfoManagerTest, nameThatIsTooLongIsLeftOutAndSaidOnce) {
    start();
    EXPECT_EQ(names(), Names{longest});
    std::string const said = "namespace " + longest + "x is left out: a name has at most 150 bytes\n";
-   EXPECT_EQ(theTraces, said);
+   EXPECT_EQ(trace_.text(), said);
    put("red");
    EXPECT_EQ(settled(), (Names{longest, "red"}));
-   EXPECT_EQ(theTraces, said);
+   EXPECT_EQ(trace_.text(), said);
    del(longest + "x");
    settled();
    put(longest + "x");
    settled();
-   EXPECT_EQ(theTraces, said + said) << "it is another file of that name";
+   EXPECT_EQ(trace_.text(), said + said) << "it is another file of that name";
 }
 
 TEST_F(KernelNetNsInfoManagerTest, looksByItselfWhereWatchingIsNotPossible) {

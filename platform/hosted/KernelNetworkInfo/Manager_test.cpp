@@ -1,7 +1,7 @@
 #include "KernelNetworkInfo/Manager.h"
 
 #include "Kem/Activity.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include "Netlink/TestChannel.h"
 #include "Netlink/TestNamespace.h"
 
@@ -28,11 +28,7 @@ Devices devicesOf(KernelNetworkInfo::Root const& root) {
 // --- With a kernel that the test plays.
 
 struct KernelNetworkInfoManagerTest : testing::Test {
-   KernelNetworkInfoManagerTest() { Kem::traceToStandardErrorIs(false); }
-   ~KernelNetworkInfoManagerTest() override {
-      manager = nullptr;
-      Kem::traceToStandardErrorIs(true);
-   }
+   ~KernelNetworkInfoManagerTest() override { manager = nullptr; }
    // Each dump is answered with these, in two datagrams, before send() returns as the kernel does.
    void start(Devices const& devices) {
       kernel = devices;
@@ -51,6 +47,7 @@ struct KernelNetworkInfoManagerTest : testing::Test {
    size_t dumps() const { return channel->sent.size(); }
    Devices devices() const { return devicesOf(*root); }
 
+   Kem::TestTrace trace;
    Kem::VirtualTime time;
    Devices kernel;
    Netlink::TestChannel* channel = nullptr;
@@ -187,17 +184,11 @@ TEST_F(KernelNetworkInfoManagerTest, unreadableMessageLeadsToAPacedDump) {
 }
 
 TEST_F(KernelNetworkInfoManagerTest, missingNamespaceIsTracedAndLeavesTheRecord) {
-   static std::string traces;
-   traces.clear();
-   Kem::traceSinkIs([](Kem::TraceLine const& line) { traces += line.text; });
    manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, nullptr, nullptr,
                                    "kni-test-no-such-namespace");
-   Kem::traceSinkIs(nullptr);
    manager->handleInitialized();
    run();
-   EXPECT_NE(traces.find("devices of namespace \"kni-test-no-such-namespace\" can't be read: "),
-             std::string::npos)
-       << traces;
+   EXPECT_TRUE(trace.has("devices of namespace \"kni-test-no-such-namespace\" can't be read: "));
    EXPECT_FALSE(manager->isFollowing());
    EXPECT_EQ(devices(), Devices{});
 }
@@ -259,18 +250,10 @@ TEST_F(RealKernelTest, stormBeyondTheSocketsRoomIsMadeUp) {
       ASSERT_EQ(ns.upIs("lo", i % 2 == 0), 0);
    ASSERT_EQ(ns.pairIs("left1", "right1"), 0);
    ASSERT_EQ(ns.remove("left0"), 0);
-   static bool wasLost;
-   wasLost = false;
-   Kem::traceToStandardErrorIs(false);
-   Kem::traceSettingIs("KernelNetworkInfo/0-1");
-   Kem::traceSinkIs([](Kem::TraceLine const& line) {
-      wasLost |= line.text.find("messages were lost: No buffer space") == 0;
-   });
+   Kem::TestTrace trace("KernelNetworkInfo/0-1");
    run();
-   Kem::traceSinkIs(nullptr);
-   Kem::traceSettingIs("");
-   Kem::traceToStandardErrorIs(true);
-   EXPECT_TRUE(wasLost) << "the storm was too small to test anything";
+   EXPECT_FALSE(trace.from("messages were lost: No buffer space").empty())
+       << "the storm was too small to test anything";
    EXPECT_EQ(isUp("left1"), false);
    EXPECT_EQ(isUp("left0"), std::nullopt);
    EXPECT_EQ(isUp("lo"), false);

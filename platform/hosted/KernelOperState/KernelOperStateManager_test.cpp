@@ -1,6 +1,6 @@
 #include "KernelOperState/KernelOperStateManager.h"
 
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include "KernelOperState/TestKernel.h"
 #include "Netlink/TestNamespace.h"
 
@@ -42,23 +42,18 @@ TEST(KernelOperStateManager, namespaceIsEnteredForEachRequestAndTheOwnOneOnce) {
 }
 
 TEST(KernelOperStateManager, failuresAreTracedAndAnswered) {
-   static std::string traces;
-   traces.clear();
-   Kem::traceToStandardErrorIs(false);
-   Kem::traceSettingIs("KernelOperState/0-1");
-   Kem::traceSinkIs([](Kem::TraceLine const& line) { traces += std::string(line.text) + "\n"; });
+   Kem::TestTrace trace("KernelOperState/0-1");
    KernelOperState::TestKernel kernel;
    auto const kosm = kernel.manager();
    kernel.error = EOPNOTSUPP;
    EXPECT_EQ(kosm->doSetOperState("vlan10", IntfOperStatus::intfOperUp), EOPNOTSUPP);
    kernel.hasNamespaces = false;
    EXPECT_EQ(kosm->doSetOperState("vlan10", IntfOperStatus::intfOperUp, "red"), ENOENT);
-   Kem::traceSinkIs(nullptr);
-   Kem::traceSettingIs("");
-   Kem::traceToStandardErrorIs(true);
-   EXPECT_EQ(traces,
-             "state of device vlan10 in namespace \"\" can't be set to 6: Operation not supported\n"
-             "state of device vlan10 in namespace \"red\" can't be set to 6: No such file or directory\n");
+   EXPECT_EQ(
+       trace.take(),
+       (std::vector<std::string>{
+           "state of device vlan10 in namespace \"\" can't be set to 6: Operation not supported",
+           "state of device vlan10 in namespace \"red\" can't be set to 6: No such file or directory"}));
 }
 
 TEST(KernelOperStateManager, nameThatIsNoDeviceIsNotAskedFor) {

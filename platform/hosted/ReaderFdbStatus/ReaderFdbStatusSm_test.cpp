@@ -1,7 +1,7 @@
 #include "ReaderFdbStatus/ReaderFdbStatusSm.h"
 
 #include "Kem/Activity.h"
-#include "Kem/Trace.h"
+#include "Kem/TestTrace.h"
 #include "Plaze/Mount.h"
 #include "Plaze/TestTable.h"
 #include "Plaze/Writer.h"
@@ -163,18 +163,14 @@ TEST_F(ReaderFdbStatusSmTest, tornReadIsRepeatedInTheSamePass) {
    });
    writing = std::thread([this] { put(10, 1, "Ethernet2"); });
    isMidEntry.get_future().wait();
-   Kem::traceToStandardErrorIs(false);
-   Kem::traceSettingIs("ReaderFdbStatus/0-5");
-   Kem::traceSinkIs([](Kem::TraceLine const& line) {
+   Kem::TestTrace trace("ReaderFdbStatus/0-5");
+   trace.onLine([](Kem::TestTrace::Line const& line) {
       if (line.text == "read 1 of the table was torn") {
          mayGoOn.set_value();
          writing.join();
       }
    });
    sm_->handlePlazeFdbStatuses();
-   Kem::traceSinkIs(nullptr);
-   Kem::traceSettingIs("");
-   Kem::traceToStandardErrorIs(true);
    ASSERT_FALSE(writing.joinable());
    EXPECT_EQ(hosts(), (Hosts{{"10/1", "Ethernet2"}}));
 }
