@@ -117,6 +117,8 @@ class ActivityManager {
 
    // Nothing queued, no timer due, no deferred work. Descriptors are not asked.
    bool isSettled() const;
+   // When the next timer is due; `never` while none is set: then only descriptors wake the loop.
+   Seconds nextTarget() const;
    // Called behind each delivery of a turn: by the steps, and within one in the order of adding. A hook may
    // add and remove hooks; it runs no handlers, and what it queues comes with the next delivery.
    void deliveryEndHookAdd(DeliveryEnd step, FunctionRef<void()> hook);
@@ -134,7 +136,6 @@ class ActivityManager {
    using Timers = std::multimap<Seconds, ClockReactor*>;
    bool fireDueTimers();
    void fire(ClockReactor& reactor);
-   Seconds nextTarget() const;
    // FileDescriptor.cpp
    bool callReadyWatches(Seconds wait);
    FileDescriptorWatch* watchOf(uint64_t tag) const;
