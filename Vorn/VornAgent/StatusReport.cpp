@@ -1,5 +1,6 @@
 #include "Vorn/VornAgent/StatusReport.h"
 
+#include "Kem/Activity.h"
 #include "Kem/Time.h"
 #include "Vorn/VornAgent/VornAgent.h"
 
@@ -11,12 +12,35 @@ StatusReport::StatusReport(Kem::Ptr<::Agent::Status> status, Agent& agent)
     : status_(std::move(status)), agent_(agent) {
    status_->pidIs(static_cast<uint32_t>(getpid()));
    handleTime();
+   Kem::activityManager()->deliveryEndHookAdd(Kem::DeliveryEnd::report, deliveryEndHook());
+}
+
+StatusReport::~StatusReport() {
+   Kem::activityManager()->deliveryEndHookDel(deliveryEndHook());
 }
 
 void StatusReport::handleTime() {
    reportStages();
    reportLog();
-   kemClock_.timeMinIs(Kem::now() + interval);
+   activityAfterReport_ = activity();
+}
+
+void StatusReport::handleDeliveryEnd() {
+   if (kemClock_.timeMin() == Kem::never && activity() != activityAfterReport_)
+      kemClock_.timeMinIs(Kem::now() + interval);
+}
+
+// A sum of what only grows: another one means that there is something to report.
+uint64_t StatusReport::activity() const {
+   auto const& out = agent_.attrLogCheck().nboAttrLogOutSm();
+   uint64_t sum = out ? out->operationsWritten() : 0;
+   if (auto const& sm = agent_.bridgingConfigSm()) {
+      sum += 1; // the stages themselves came
+      for (Ulm::CodefBase const* stage : {static_cast<Ulm::CodefBase*>(sm->vlanConfigCodef().ptr()),
+                                          static_cast<Ulm::CodefBase*>(sm->switchIntfConfigCodef().ptr())})
+         sum += stage->updatesSeen() + stage->dispatchCount();
+   }
+   return sum;
 }
 
 void StatusReport::reportStages() {

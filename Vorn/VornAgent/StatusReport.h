@@ -1,15 +1,19 @@
 // Tells others how far the agent is: its deferred stages, and its attribute log, in the record Agent::Status.
 //
-// Looks once when it is made and then once a second, and writes what differs from what the record
-// holds. What it writes itself would change the figures of the log again, so these are left alone while
-// nothing else has been written: an agent that has nothing to do writes nothing. The first report waits
-// with the rest of a held log, so that the number of the process in the record is that of the last
-// agent that finished its start.
+// Reports once when it is made, and then what differs from what the record holds, a second after something
+// has happened and once a second while it goes on:
+//
+//    asleep --a stage did something, or something was written--> timer, 1 s --> report --> asleep
+//
+// So an agent that has nothing to do sleeps. What it writes itself would change the figures of the log again,
+// so these are left alone while nothing else has been written. The first report waits with the rest of a held
+// log, so that the number of the process in the record is that of the last agent that finished its start.
 //
 // Owned by the agent, which it reads and does not change.
 #pragma once
 
 #include "Kem/Clock.h"
+#include "Kem/FunctionRef.h"
 #include "Ulm/CodefBase.h"
 #include "records/Agent/Status.h"
 
@@ -24,6 +28,7 @@ class StatusReport {
    static constexpr Kem::Seconds interval = 1.0;
 
    StatusReport(Kem::Ptr<::Agent::Status> status, Agent& agent);
+   ~StatusReport();
 
   private:
    struct KemClock final : Kem::Clock::NotifieeConst {
@@ -32,6 +37,11 @@ class StatusReport {
       StatusReport& report;
    };
    void handleTime();
+   void handleDeliveryEnd();
+   Kem::FunctionRef<void()> deliveryEndHook() {
+      return Kem::FunctionRef<void()>::of<&StatusReport::handleDeliveryEnd>(*this);
+   }
+   uint64_t activity() const;
    void reportStages();
    void reportStage(char const* name, Ulm::CodefBase const* stage); // null: there is no such stage
    void reportLog();
@@ -40,6 +50,7 @@ class StatusReport {
    Agent& agent_;
    // Of the log, the report's own included; before the first one no number that it can have.
    uint64_t operationsAfterReport_ = UINT64_MAX;
+   uint64_t activityAfterReport_ = 0;
    KemClock kemClock_{*this};
 };
 

@@ -106,6 +106,20 @@ TEST_F(StatusReportTest, agentThatHasNothingToDoWritesNothing) {
    EXPECT_EQ(seen->attributeLog(), told);
 }
 
+TEST_F(StatusReportTest, agentThatHasNothingToDoSleeps) {
+   start();
+   vlansArePublished(1, 3);
+   pass(2);
+   EXPECT_EQ(Kem::activityManager()->nextTarget(), Kem::never);
+   vlansArePublished(4, 4);
+   EXPECT_EQ(Kem::activityManager()->nextTarget(), Kem::now() + StatusReport::interval);
+   pass(1);
+   EXPECT_EQ(seen->deferredStage("VlanConfigCodef")->updatesSeen,
+             sw.agent->bridgingConfigSm()->vlanConfigCodef()->updatesSeen());
+   pass(2);
+   EXPECT_EQ(Kem::activityManager()->nextTarget(), Kem::never);
+}
+
 TEST_F(StatusReportTest, figuresOfTheRunBeforeAreReplacedByTheFirstReport) {
    auto const left = sw.publish<Agent::Status>(statusPath);
    left->pidIs(4);

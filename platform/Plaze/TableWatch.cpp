@@ -36,16 +36,43 @@ TableWatch::~TableWatch() {
       close(inotify_);
 }
 
-// Whether the watch is a new one.
-bool TableWatch::watchDirectory() {
-   if (inotify_ < 0 || watch_ >= 0)
+// Watches the directory, or the nearest one above it that exists. Whether the watch is a new one.
+bool TableWatch::watchNearest() {
+   int const before = watch_;
+   for (;;) {
+      std::filesystem::path path = directory_;
+      std::string awaited = name_;
+      while (!watch(path, awaited)) {
+         bool const isAbsent = errno == ENOENT || errno == ENOTDIR;
+         if (!isAbsent || !path.has_relative_path()) {
+            if (before >= 0 || !isPollTraced_)
+               KEM_TRACE(watchTrace, 1, directory_ << " is polled: no watch: " << std::strerror(errno));
+            isPollTraced_ = true;
+            return false;
+         }
+         awaited = path.filename();
+         path = path.parent_path();
+      }
+      // Where the next one came into being between the two: once more, from the directory itself.
+      std::error_code error;
+      if (path == directory_ || !std::filesystem::is_directory(path / awaited, error))
+         return watch_ != before;
+   }
+}
+
+// False, with errno, where there is no such directory or no watch left.
+bool TableWatch::watch(std::string const& path, std::string const& awaited) {
+   int const watch = inotify_add_watch(inotify_, path.c_str(),
+                                       IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM |
+                                           IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+   if (watch < 0)
       return false;
-   watch_ = inotify_add_watch(inotify_, directory_.c_str(),
-                              IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM | IN_MODIFY |
-                                  IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
-   if (watch_ < 0 && errno != ENOENT && errno != ENOTDIR)
-      KEM_TRACE(watchTrace, 1, directory_ << " is polled: no watch: " << std::strerror(errno));
-   return watch_ >= 0;
+   // The same directory again gives the same number. Another one takes the place of the old, which may be gone.
+   if (watch_ >= 0 && watch != watch_)
+      inotify_rm_watch(inotify_, watch_);
+   watch_ = watch;
+   awaited_ = awaited;
+   return true;
 }
 
 void TableWatch::handleBell() {
@@ -55,10 +82,10 @@ void TableWatch::handleBell() {
       for (char const* at = events; at < events + got;) {
          auto const& event = *reinterpret_cast<inotify_event const*>(at);
          at += sizeof(event) + event.len;
-         // A queue that ran over may have dropped ours. A directory that moved
-         // away is another one from now on.
-         isOurs |= (event.mask & IN_Q_OVERFLOW) || (event.len > 0 && name_ == event.name);
+         // A queue that ran over may have dropped ours.
+         isOurs |= (event.mask & IN_Q_OVERFLOW) || (event.len > 0 && awaited_ == event.name);
          if (event.wd == watch_ && (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED))) {
+            // A directory that moved away is another one from now on.
             if (event.mask & IN_MOVE_SELF)
                inotify_rm_watch(inotify_, watch_);
             watch_ = -1;
@@ -72,7 +99,7 @@ void TableWatch::handleBell() {
 
 void TableWatch::look(bool isRung) {
    // Before the look: what changes after it is heard.
-   bool const isNew = watchDirectory();
+   bool const isNew = inotify_ >= 0 && watchNearest();
    bool const wantsSoon = onMaybeChanged_();
    clock_.timeMinIs(Kem::now() + (isRung || isNew || wantsSoon ? followUpDelay
                                   : isWatching()               ? safetyInterval

@@ -14,10 +14,12 @@
 //
 //    latency   of a single change: one wake of the process and one pass; in a burst: at most 5 ms
 //    cost      writer: one utimensat for each 2 ms in which it writes. Reader: one more look for each
-//              wake, and one each second (safetyInterval)
+//              wake, and one each 10 s (safetyInterval), against what can't be watched: a directory far
+//              above that is moved away
 //
-// Where the directory can't be watched, because it is absent or the system has no watch left, it is a poll
-// each 100 ms (pollInterval).
+// While the directory is absent, the nearest one above it that exists is watched until the next one on the way
+// comes: waiting for a table costs nothing. Only where the system has no watch left it is a poll each 100 ms
+// (pollInterval).
 #pragma once
 
 #include "Kem/Clock.h"
@@ -31,7 +33,7 @@ namespace Plaze {
 class TableWatch {
   public:
    static constexpr Kem::Seconds followUpDelay = 0.005;
-   static constexpr Kem::Seconds safetyInterval = 1.0;
+   static constexpr Kem::Seconds safetyInterval = 10.0;
    static constexpr Kem::Seconds pollInterval = 0.1;
 
    // `onMaybeChanged` looks at the table, and answers whether it wants to look again soon: because it found
@@ -41,7 +43,7 @@ class TableWatch {
    TableWatch(TableWatch const&) = delete;
    TableWatch& operator=(TableWatch const&) = delete;
 
-   bool isWatching() const { return watch_ >= 0; }
+   bool isWatching() const { return watch_ >= 0; } // the directory, or one above it
 
   private:
    struct Bell final : Kem::FileDescriptorWatch {
@@ -57,13 +59,16 @@ class TableWatch {
 
    void handleBell();
    void look(bool isRung);
-   bool watchDirectory();
+   bool watchNearest();
+   bool watch(std::string const& path, std::string const& awaited);
 
    std::string const directory_;
    std::string const name_; // of the table in it
    std::function<bool()> const onMaybeChanged_;
    int inotify_ = -1;
-   int watch_ = -1; // on the directory
+   int watch_ = -1;      // on the directory, or the nearest one above it
+   std::string awaited_; // the name in it that matters: of the table, or of the next directory on the way
+   bool isPollTraced_ = false;
    Bell bell_{*this};
    KemClock clock_{*this};
 };
