@@ -1,12 +1,14 @@
 #include "AgentBase/Respawn.h"
 
 #include "Kem/Time.h"
+#include "Process/Failure.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,12 +45,15 @@ int superviseOnce(pid_t pid, sigset_t const& set, bool& isEnding) {
 }
 
 void describeEnd(int status, Kem::Seconds pause) {
+   std::string what;
    if (WIFSIGNALED(status))
-      std::fprintf(stderr, "agent-runner[%d]: the agent was ended by signal %d (%s); next start in %.1f s\n",
-                   getpid(), WTERMSIG(status), strsignal(WTERMSIG(status)), pause);
+      what = "was ended by signal " + std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) +
+             ")";
    else
-      std::fprintf(stderr, "agent-runner[%d]: the agent ended with status %d; next start in %.1f s\n",
-                   getpid(), WEXITSTATUS(status), pause);
+      what = "ended with status " + std::to_string(WEXITSTATUS(status));
+   char when[32];
+   std::snprintf(when, sizeof when, "; next start in %.1f s", pause);
+   Process::sayWithPid("agent-runner", "the agent " + what + when);
 }
 
 } // namespace
@@ -64,7 +69,7 @@ int respawn(int (*child)(void*), void* context) {
       Kem::Seconds const started = Kem::now();
       pid_t const pid = fork();
       if (pid < 0) {
-         std::fprintf(stderr, "agent-runner[%d]: fork: %s\n", getpid(), std::strerror(errno));
+         Process::sayWithPid("agent-runner", std::string("fork: ") + std::strerror(errno));
          return 1;
       }
       if (pid == 0) {

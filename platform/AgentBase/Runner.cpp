@@ -1,19 +1,16 @@
 #include "AgentBase/Runner.h"
 
-#include "AgentBase/ServiceNotify.h"
 #include "Kem/Activity.h"
 #include "Kem/Clock.h"
-#include "Kem/FileDescriptor.h"
 #include "Kem/Trace.h"
 #include "Ordel/client/Cell.h"
+#include "Process/Failure.h"
+#include "Process/ServiceNotify.h"
+#include "Process/StopSignals.h"
 #include "Zivlog/Zivlog.h"
 #include "records/TypeInfo.h"
 
-#include <csignal>
-#include <cstdio>
 #include <dlfcn.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace AgentBase {
 
@@ -28,7 +25,7 @@ constexpr Kem::Seconds holdLimit = 30.0;
 constexpr Kem::Seconds warmupReports = 10.0;
 
 void say(std::string const& line) {
-   std::fprintf(stderr, "agent-runner[%d]: %s\n", getpid(), line.c_str());
+   Process::sayWithPid("agent-runner", line);
 }
 
 } // namespace
@@ -65,28 +62,12 @@ struct Runner::KemAgentConfig final : Agent::AgentConfig::NotifieeConst {
    void handleTraceSetting() { Kem::traceSettingIs(notifier()->traceSetting()); }
 };
 
-class Runner::SignalWatch final : public Kem::FileDescriptorWatch {
+// Time goes on while the database is looked for.
+class Runner::ConnectTimer final : public Kem::Clock::NotifieeConst {
   public:
-   explicit SignalWatch(Runner& r) : runner(r) {
-      sigset_t set;
-      sigemptyset(&set);
-      sigaddset(&set, SIGTERM);
-      sigaddset(&set, SIGINT);
-      sigprocmask(SIG_BLOCK, &set, nullptr);
-      fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-      descriptorIs(fd);
-   }
-   ~SignalWatch() override {
-      descriptorIs(-1);
-      close(fd);
-   }
-   void onReadable() override {
-      signalfd_siginfo info{};
-      if (read(fd, &info, sizeof info) == sizeof info)
-         runner.end(ExitStatus::stopped, "stopped by signal " + std::to_string(info.ssi_signo));
-   }
+   explicit ConnectTimer(Runner& r) : NotifieeConst(Kem::ActivityFacility::clock()), runner(r) {}
+   void onTime() override { runner.connect(); }
    Runner& runner;
-   int fd;
 };
 
 // Says "ready" once what the start has written is on its way.
@@ -103,7 +84,7 @@ class Runner::Ready final {
       isTold = true;
       runner.agent_->warmIs(true);
       say(runner.options_.name + " is ready");
-      serviceNotify("READY=1");
+      Process::serviceNotify("READY=1");
    }
    Runner& runner;
    bool isTold = false;
@@ -132,48 +113,84 @@ int Runner::load() {
    return ExitStatus::stopped;
 }
 
-int Runner::connect() {
+// --- To the database.
+
+// Called again by its timer, until the database has welcomed the agent or the time is over.
+void Runner::connect() {
+   if (entityManager_ && entityManager_->isConnected()) {
+      if (!hasAnswered())
+         end(ExitStatus::noDatabase, options_.socketPath + ": no answer");
+      return;
+   }
+   // The one before goes first: both have the same name in the attribute log.
+   agent_->entityManagerIs(nullptr);
+   entityManager_ = nullptr;
    entityManager_ = Kem::makePtr<Ordel::EntityManager>(Records::schema(), Records::typeInfo,
                                                        agent_->agentOrdelName(), Ordel::Role::agent);
-   Kem::Seconds const giveUp = Kem::now() + connectTimeout;
-   for (;;) {
-      std::string const error = entityManager_->connect(options_.socketPath, connectTimeout);
-      if (error.empty())
-         break;
-      if (entityManager_->isRefused() || Kem::now() > giveUp) {
-         say(error);
-         return ExitStatus::noDatabase;
-      }
-      usleep(static_cast<useconds_t>(connectRetry * 1e6));
-   }
-   entityManager_->closedHookIs([this](std::string const& reason) {
-      end(ExitStatus::lostDatabase, "the connection to the state database has ended: " + reason);
-   });
+   entityManager_->closedHookIs([this](std::string const& reason) { handleClosed(reason); });
    entityManager_->groupCompleteHookIs(
        [this](Ordel::MountGroup const& group) { handleGroupComplete(group); });
    agent_->entityManagerIs(entityManager_);
-   return ExitStatus::stopped;
+   // The loop takes the answer in: it looks at signals too.
+   if (std::string const error = entityManager_->connect(options_.socketPath, 0); !error.empty()) {
+      connectLater(error);
+      return;
+   }
+   connectTimer_->timeMinIs(giveUpConnecting_);
+   mountCell();
+}
+
+void Runner::connectLater(std::string const& reason) {
+   if (Kem::now() >= giveUpConnecting_) {
+      end(ExitStatus::noDatabase, reason);
+      return;
+   }
+   if (!isWaitTold_)
+      say(options_.name + ": waiting for the state database: " + reason);
+   isWaitTold_ = true;
+   connectTimer_->timeMinIs(Kem::now() + connectRetry);
+}
+
+void Runner::handleClosed(std::string const& reason) {
+   if (hasAnswered())
+      end(ExitStatus::lostDatabase, "the connection to the state database has ended: " + reason);
+   else if (entityManager_->isRefused())
+      end(ExitStatus::noDatabase, options_.socketPath + ": " + reason);
+   else
+      connectLater(options_.socketPath + ": " + reason); // perhaps it was just ending, and another one starts
+}
+
+bool Runner::hasAnswered() const {
+   return !entityManager_->systemName().empty();
 }
 
 int Runner::run() {
    if (int const status = load())
       return status;
-   signals_ = std::make_unique<SignalWatch>(*this);
-   if (int const status = connect())
-      return status;
-   cellMounter_ = Kem::makePtr<BaseMounter>(*this, &Runner::handleCellMounted);
-   auto const group = entityManager_->getMountGroup(*cellMounter_);
-   group->doMount({"r", "Redundancy::RedundancyStatus", Cell::path("redundancy/status", 0)});
-   group->doClose(false, "cell", 0.0);
+   Process::StopSignals const stopSignals(
+       [this](int signal) { end(ExitStatus::stopped, "stopped by signal " + std::to_string(signal)); });
+   giveUpConnecting_ = Kem::now() + connectTimeout;
+   connectTimer_ = std::make_unique<ConnectTimer>(*this);
+   connect();
    try {
       Kem::activityManager()->run();
    } catch (std::exception const& exception) {
       end(ExitStatus::exception, std::string("uncaught exception: ") + exception.what());
    }
-   serviceNotify("STOPPING=1");
-   entityManager_->attributeLog()->flush();
+   Process::serviceNotify("STOPPING=1");
+   if (entityManager_)
+      entityManager_->attributeLog()->flush();
    Zivlog::close();
    return status_;
+}
+
+// --- Mounts.
+
+void Runner::mountCell() {
+   cellMounter_ = Kem::makePtr<BaseMounter>(*this, &Runner::handleCellMounted);
+   auto const group = entityManager_->getMountGroup(*cellMounter_);
+   group->doMount({"r", "Redundancy::RedundancyStatus", Cell::path("redundancy/status", 0)});
+   group->doClose(false, "cell", 0.0);
 }
 
 void Runner::handleCellMounted() {

@@ -35,12 +35,16 @@ class Runner {
 
   private:
    class BaseMounter;
-   class SignalWatch;
+   class ConnectTimer;
    class Ready;
    struct KemAgentConfig;
 
    int load();
-   int connect();
+   void connect();
+   void connectLater(std::string const& reason);
+   void handleClosed(std::string const& reason);
+   bool hasAnswered() const; // the database, on the connection there is
+   void mountCell();
    void handleCellMounted();
    void handleBaseMounted();
    void handleGroupComplete(Ordel::MountGroup const& group);
@@ -52,7 +56,9 @@ class Runner {
    Kem::Ptr<BaseMounter> cellMounter_;
    Kem::Ptr<BaseMounter> baseMounter_;
    std::unique_ptr<KemAgentConfig> kemAgentConfig_;
-   std::unique_ptr<SignalWatch> signals_;
+   std::unique_ptr<ConnectTimer> connectTimer_;
+   Kem::Seconds giveUpConnecting_ = 0;
+   bool isWaitTold_ = false;
    std::unique_ptr<Ready> ready_;
    int status_ = ExitStatus::stopped;
 };

@@ -1,6 +1,7 @@
 // Loads an agent module and runs it on the state database.
 #include "AgentBase/Respawn.h"
 #include "AgentBase/Runner.h"
+#include "Process/StopSignals.h"
 
 #include <cerrno>
 #include <csignal>
@@ -116,5 +117,7 @@ int main(int argc, char** argv) {
       return AgentBase::ExitStatus::usage;
    }
    signal(SIGPIPE, SIG_IGN);
+   // Until the agent's loop looks at the signals itself, and beside that in the process that starts it again.
+   Process::stopEndsProcess();
    return options.isRespawning ? AgentBase::respawn(runOnce, &options) : runOnce(&options);
 }

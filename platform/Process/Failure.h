@@ -29,12 +29,16 @@ class Failure : public std::runtime_error {
    int exitStatus_;
 };
 
-// A kind of failure by its status: class Absent is FailureOf<exitNo>.
-template <int status>
+// The kinds of failure that tools have in common.
+template <ExitStatus status>
 class FailureOf : public Failure {
   public:
    explicit FailureOf(std::string const& text) : Failure(status, text) {}
 };
+using Absent = FailureOf<exitNo>;               // what is asked for isn't there: a VLAN, a port
+using UsageError = FailureOf<exitUsage>;        // the command line, or the input that it names
+using Refused = FailureOf<exitRefused>;         // by the database
+using Unreachable = FailureOf<exitUnreachable>; // the database; also where it doesn't answer or goes
 
 // Writes the line "who: text" to standard error, whatever is in the text. What standard output still has in its
 // buffer comes first.

@@ -5,27 +5,20 @@
 // as a Failure, or as the Plaze::Error of the table.
 #pragma once
 
+#include "Process/Failure.h"
+
 #include <cstdint>
 #include <iosfwd>
-#include <stdexcept>
 #include <string>
 
 namespace Plazectl {
 
-inline constexpr int exitDone = 0;
-inline constexpr int exitNo = 1; // absent
-inline constexpr int exitUsage = 2;
-inline constexpr int exitRefused = 3; // no such table, another writer, or a value that can't be
-inline constexpr int exitSystem = 4;  // rights, room
-
-class Failure : public std::runtime_error {
-  public:
-   Failure(int exitStatus, std::string const& text) : std::runtime_error(text), exitStatus_(exitStatus) {}
-   int exitStatus() const { return exitStatus_; }
-
-  private:
-   int exitStatus_;
-};
+using Process::exitDone;
+using Process::exitNo;      // absent
+using Process::exitRefused; // no such table, another writer, or a value that can't be
+using Process::exitUsage;
+inline constexpr int exitSystem = Process::exitUnreachable; // rights, room
+using Process::Failure;
 
 struct Place {
    std::string root;

@@ -4,6 +4,7 @@
 #include "Plaze/TableFile.h"
 #include "Plaze/TablePath.h"
 #include "Plaze/Writer.h"
+#include "Process/Failure.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -78,28 +79,24 @@ int main(int argc, char** argv) {
    } catch (CLI::ParseError const& error) {
       return app.exit(error) == 0 ? 0 : Plazectl::exitUsage;
    }
-   try {
-      if (ls->parsed())
-         return Plazectl::ls(place, std::cout);
-      if (info->parsed())
-         return Plazectl::info(place, path, std::cout);
-      if (get->parsed())
-         return oneKey ? Plazectl::get(place, path, *oneKey, std::cout)
-                       : Plazectl::get(place, path, std::cout);
-      if (put->parsed())
-         return Plazectl::put(place, path, key, json);
-      if (del->parsed())
-         return Plazectl::del(place, path, key);
-      if (create->parsed())
-         return Plazectl::create(place, path, type, capacity);
-      if (watch->parsed())
+   return Process::runTool("plazectl", [&] {
+      try {
+         if (ls->parsed())
+            return Plazectl::ls(place, std::cout);
+         if (info->parsed())
+            return Plazectl::info(place, path, std::cout);
+         if (get->parsed())
+            return oneKey ? Plazectl::get(place, path, *oneKey, std::cout)
+                          : Plazectl::get(place, path, std::cout);
+         if (put->parsed())
+            return Plazectl::put(place, path, key, json);
+         if (del->parsed())
+            return Plazectl::del(place, path, key);
+         if (create->parsed())
+            return Plazectl::create(place, path, type, capacity);
          Plazectl::watch(place, path, std::cout);
-   } catch (Plazectl::Failure const& failure) {
-      std::cerr << "plazectl: " << failure.what() << '\n';
-      return failure.exitStatus();
-   } catch (Plaze::Error const& error) {
-      std::cerr << "plazectl: " << error.what() << '\n';
-      return exitStatusOf(error);
-   }
-   return Plazectl::exitDone;
+      } catch (Plaze::Error const& error) {
+         throw Process::Failure(exitStatusOf(error), error.what());
+      }
+   });
 }

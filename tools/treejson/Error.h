@@ -1,33 +1,35 @@
 // What goes wrong between JSON and the tree. The text of each is one line that names place and reason.
 #pragma once
 
-#include <stdexcept>
+#include "Process/Failure.h"
+
 #include <string>
+#include <utility>
 
 namespace TreeJson {
 
-class Error : public std::runtime_error {
+class Error : public Process::Failure {
   public:
-   using std::runtime_error::runtime_error;
+   using Failure::Failure;
 };
 
 // The text is no JSON: "line 3, column 7: expected ',' or '}'".
 class SyntaxError : public Error {
   public:
-   using Error::Error;
+   explicit SyntaxError(std::string const& text) : Error(Process::exitUsage, text) {}
 };
 
 // The JSON can't be what its place in the tree holds: "bridging/config.hostAgingTime: true is no double;
 // expected a number".
 class Refusal : public Error {
   public:
-   using Error::Error;
+   explicit Refusal(std::string const& text) : Error(Process::exitRefused, text) {}
 };
 
 // What the selector names, or what it stands in, is not there.
 class Absent : public Error {
   public:
-   using Error::Error;
+   explicit Absent(std::string const& text) : Error(Process::exitNo, text) {}
 };
 
 // A Refusal before its place is known: the field of a record, such as
@@ -35,7 +37,7 @@ class Absent : public Error {
 class ValueError : public Error {
   public:
    ValueError(std::string fieldText, std::string const& reason)
-       : Error(reason), field(std::move(fieldText)) {}
+       : Error(Process::exitRefused, reason), field(std::move(fieldText)) {}
    std::string field;
 };
 

@@ -2,6 +2,8 @@
 #include "Printer.h"
 #include "TraceSet.h"
 
+#include "Process/Failure.h"
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <iostream>
@@ -9,9 +11,6 @@
 #include <thread>
 
 namespace {
-
-constexpr int exitNothing = 1;
-constexpr int exitUsage = 2;
 
 constexpr char const* footer =
     "A line is: time, level, facility, text, and where it was traced. Levels: 0 failures, 1 missing\n"
@@ -64,10 +63,10 @@ int main(int argc, char** argv) {
       if (facility)
          selection.facility.emplace(*facility, std::regex::extended);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? 0 : exitUsage;
+      return app.exit(error) == 0 ? 0 : Process::exitUsage;
    } catch (std::regex_error const& error) {
-      std::cerr << "zivcat: --facility: not a regular expression: " << *facility << '\n';
-      return exitUsage;
+      Process::say("zivcat", "--facility: not a regular expression: " + *facility);
+      return Process::exitUsage;
    }
 
    std::ios::sync_with_stdio(false);
@@ -83,5 +82,5 @@ int main(int argc, char** argv) {
       follow(traces, selection, printer);
    if (traces.failure() != 0)
       return traces.failure();
-   return printed == 0 ? exitNothing : 0;
+   return printed == 0 ? Process::exitNo : 0;
 }

@@ -5,20 +5,18 @@
 #include "Ordel/server/Server.h"
 #include "Ordel/store/Snapshot.h"
 #include "Ordel/store/Tree.h"
+#include "Process/Failure.h"
+#include "Process/ServiceNotify.h"
+#include "Process/StopSignals.h"
 #include "records/Schema.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <getopt.h>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
-#include <sys/signalfd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -73,7 +71,7 @@ Options optionsOf(int argc, char** argv) {
       }
    }
    if (optind < argc) {
-      std::fprintf(stderr, "ordeld: %s: no such argument\n", argv[optind]);
+      Process::say("ordeld", std::string(argv[optind]) + ": no such argument");
       std::exit(badUsage);
    }
    return options;
@@ -87,30 +85,11 @@ std::unique_ptr<Ordel::Tree> treeAtStart(std::string const& snapshotFile) {
       auto tree = Ordel::Snapshot::read(Records::schema(), snapshotFile, error, isAbsent);
       if (tree || !isAbsent) {
          if (!tree)
-            std::fprintf(stderr, "ordeld: %s\n", error.c_str());
+            Process::say("ordeld", error);
          return tree;
       }
    }
    return std::make_unique<Ordel::Tree>(Records::schema(), cell);
-}
-
-// Tells the service manager, where there is one, by the protocol of sd_notify(3).
-void notifyServiceManager(char const* state) {
-   char const* const path = std::getenv("NOTIFY_SOCKET");
-   sockaddr_un address{};
-   if (!path || (path[0] != '/' && path[0] != '@') || std::strlen(path) >= sizeof address.sun_path)
-      return;
-   address.sun_family = AF_UNIX;
-   std::memcpy(address.sun_path, path, std::strlen(path));
-   if (path[0] == '@') // an abstract name
-      address.sun_path[0] = '\0';
-   int const socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-   auto const size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
-   if (socket < 0 || sendto(socket, state, std::strlen(state), MSG_NOSIGNAL,
-                            reinterpret_cast<sockaddr const*>(&address), size) < 0)
-      std::fprintf(stderr, "ordeld: %s: %s\n", path, std::strerror(errno));
-   if (socket >= 0)
-      close(socket);
 }
 
 // A descriptor for each client, and some for itself.
@@ -123,31 +102,13 @@ void raiseDescriptorLimit() {
    }
 }
 
-// SIGTERM and SIGINT end the event loop.
-class StopSignals final : public Kem::FileDescriptorWatch {
-  public:
-   StopSignals() {
-      sigset_t signals;
-      sigemptyset(&signals);
-      sigaddset(&signals, SIGTERM);
-      sigaddset(&signals, SIGINT);
-      sigprocmask(SIG_BLOCK, &signals, nullptr);
-      descriptorIs(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-   }
-   void onReadable() override {
-      signalfd_siginfo info;
-      if (read(descriptor(), &info, sizeof info) == sizeof info)
-         Kem::activityManager()->stop();
-   }
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
    Options const options = optionsOf(argc, argv);
    std::signal(SIGPIPE, SIG_IGN);
+   Process::stopEndsProcess();
    raiseDescriptorLimit();
-   StopSignals stopSignals;
 
    std::unique_ptr<Ordel::Tree> tree = treeAtStart(options.snapshotFile);
    if (!tree)
@@ -168,17 +129,18 @@ int main(int argc, char** argv) {
       Ordel::Listener listener(server);
       std::string error;
       if (!listener.listen(options.socketPath, error)) {
-         std::fprintf(stderr, "ordeld: %s\n", error.c_str());
+         Process::say("ordeld", error);
          return noSocket;
       }
-      std::fprintf(stderr, "ordeld: ready on %s\n", options.socketPath.c_str());
-      notifyServiceManager("READY=1");
+      Process::StopSignals const stopSignals([](int) { Kem::activityManager()->stop(); });
+      Process::say("ordeld", "ready on " + options.socketPath);
+      Process::serviceNotify("READY=1");
       Kem::activityManager()->run();
-      notifyServiceManager("STOPPING=1");
+      Process::serviceNotify("STOPPING=1");
    }
    if (!options.snapshotFile.empty()) {
       if (std::string const error = writeSnapshot(); !error.empty()) {
-         std::fprintf(stderr, "ordeld: %s\n", error.c_str());
+         Process::say("ordeld", error);
          status = snapshotNotWritten;
       }
    }
