@@ -231,6 +231,38 @@ TEST(RunnerTest, databaseThatCanNotBeReachedIsNamed) {
    EXPECT_THAT(result.errors, HasSubstr("absent.sock"));
 }
 
+TEST(RunnerTest, stopIsLookedAtWhileTheDatabaseIsWaitedFor) {
+   TempFolder folder;
+   Process agent({program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so", "--socket",
+                  folder.file("absent.sock")});
+   ASSERT_TRUE(agent.errors().waitFor("waiting for the state database: ", limit)) << agent.errors().text();
+   agent.signal(SIGTERM);
+   EXPECT_EQ(agent.wait(), 0) << "and not 4, with which it ends when it has waited long enough";
+   EXPECT_THAT(agent.errors().text(), HasSubstr("stopped by signal 15"));
+}
+
+// It takes connections, and says nothing: a database that is stopped, or busy with a large snapshot.
+TEST(RunnerTest, stopIsLookedAtWhileTheDatabaseDoesNotAnswer) {
+   TempFolder folder;
+   std::string const path = folder.file("silent.sock");
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   ASSERT_LT(path.size(), sizeof address.sun_path);
+   path.copy(address.sun_path, path.size());
+   int const listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+   ASSERT_EQ(::bind(listening, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+   ASSERT_EQ(::listen(listening, 8), 0);
+   Process agent(
+       {program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so", "--socket", path});
+   int const client = ::accept(listening, nullptr, nullptr);
+   ASSERT_GE(client, 0);
+   agent.signal(SIGTERM);
+   EXPECT_EQ(agent.wait(), 0);
+   EXPECT_THAT(agent.errors().text(), HasSubstr("stopped by signal 15"));
+   ::close(client);
+   ::close(listening);
+}
+
 // A database that was built with other records says so; nothing is gained by asking it again.
 TEST(RunnerTest, databaseOfOtherRecordsEndsItAtOnce) {
    TempFolder folder;
