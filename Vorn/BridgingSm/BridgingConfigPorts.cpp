@@ -52,12 +52,10 @@ void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
       switchIntfSmIs(intfId, copy, ethIntfConfig, in_.config, ethIntfStatus);
       return;
    }
-   auto const sm = switchIntfSm(intfId);
-   if (!sm)
+   if (!switchIntfSm(intfId))
       return;
    KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
-   sm->doPrepareToDie();
-   switchIntfSm_.erase(intfId);
+   childDel(switchIntfSm_, intfId);
    config().switchIntfConfigDel(intfId);
 }
 

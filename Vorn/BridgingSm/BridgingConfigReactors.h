@@ -56,6 +56,11 @@ struct BridgingConfigSm::Reactors {
       kemEthIntfStatusDir.notifierIs(in.ethIntfStatusDir);
    }
 
+   void forEachPart(Kem::PartVisitor const& visit) {
+      visit(kemConfig, kemVlanIntfConfig, kemDynVlanIntfList, kemEthIntfConfigDir, kemRecoveryTimer,
+            kemCliConfig, kemEthIntfStatusDir);
+   }
+
    KemConfig kemConfig;
    KemVlanIntfConfig kemVlanIntfConfig;
    KemDynVlanIntfList kemDynVlanIntfList;

@@ -10,9 +10,7 @@
 namespace Vorn {
 
 Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) {
-   auto sm = Kem::makePtr<BridgingConfigSm>(std::move(inputs));
-   sm->handleInitialized();
-   return sm;
+   return Kem::makeInitialized<BridgingConfigSm>(std::move(inputs));
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
@@ -22,11 +20,15 @@ BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
 
 BridgingConfigSm::~BridgingConfigSm() = default;
 
+void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
+   visit(*reactors_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_);
+}
+
 // --- Start.
 
 void BridgingConfigSm::handleInitialized() {
    KEM_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
-   initialized_ = true;
+   initializedIs(true);
    resolvedVlans_.handleInitialized();
    auto const clock = Kem::ActivityFacility::clock();
    vlanConfigCodef_ = Kem::makePtr<VlanConfigCodef>(clock, in_.configIn, *this);

@@ -18,6 +18,7 @@
 
 #include "Kem/Clock.h"
 #include "Kem/Dir.h"
+#include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
@@ -65,7 +66,7 @@ struct BridgingConfigInputs {
    Kem::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir;
 };
 
-class BridgingConfigSm final : public Kem::PtrInterface,
+class BridgingConfigSm final : public Kem::StateMachine,
                                public VlanConfigOutput,
                                public SwitchIntfConfigOutput {
   public:
@@ -75,8 +76,7 @@ class BridgingConfigSm final : public Kem::PtrInterface,
    explicit BridgingConfigSm(BridgingConfigInputs inputs);
    ~BridgingConfigSm() override;
    // The first full evaluation; the factory runs it. Asserts "dynVlanIntfList()".
-   void handleInitialized();
-   bool initialized() const { return initialized_; }
+   void handleInitialized() override;
 
    // --- Inputs and outputs.
    Kem::Ptr<Bridging::Input::Config const> const& configIn() const override { return in_.configIn; }
@@ -155,6 +155,7 @@ class BridgingConfigSm final : public Kem::PtrInterface,
 
   private:
    struct Reactors;
+   void forEachPart(Kem::PartVisitor const& visit) override;
 
    // --- Reactions, by the file in which they are.
    void handleVlanIntfConfig(Sulvi::IntfId intfId);
@@ -172,7 +173,6 @@ class BridgingConfigSm final : public Kem::PtrInterface,
    void releaseVanishedRoutedPort(SwitchIntfSm& sm);
 
    BridgingConfigInputs in_;
-   bool initialized_ = false;
    VlanConfigAfterCodef vlanConfigAfterCodef_;
    Kem::HashMap<Bridging::Input::SwitchIntfConfig, Sulvi::IntfId> switchIntfConfigAfterCodef_;
    VlanInterfaces const vlanInterfaces_{in_.vlanIntfConfig, in_.dynVlanIntfList};

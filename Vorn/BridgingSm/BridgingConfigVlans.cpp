@@ -60,17 +60,16 @@ void BridgingConfigSm::vlanConfigAfterCodefDel(Bridging::VlanId vlanId) {
 // --- Children.
 
 void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const copy = vlanConfigAfterCodef(vlanId);
    if (copy) {
       vlanConfigSmIs(vlanId, copy);
       return;
    }
-   if (auto const sm = vlanConfigSm(vlanId)) {
+   if (vlanConfigSm(vlanId)) {
       KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfigSm for vlan " << vlanId);
-      sm->doPrepareToDie();
-      vlanConfigSm_.erase(vlanId);
+      childDel(vlanConfigSm_, vlanId);
    }
    KEM_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
    KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfig for vlan " << vlanId);

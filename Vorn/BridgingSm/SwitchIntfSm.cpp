@@ -46,7 +46,7 @@ void SwitchIntfSm::ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> cons
 // --- Life.
 
 void SwitchIntfSm::handleInitialized() {
-   initialized_ = true;
+   initializedIs(true);
    bool const hadNumber = parent_.startupInternalVlanId(intfId_) != 0;
    auto const modeAndVlan = switchportModeAndNativeVlan();
    out_ = bridgingConfig_->switchIntfConfigIs(intfId_);
@@ -73,10 +73,10 @@ void SwitchIntfSm::handleInitialized() {
 // What the copy reported while it was filled belongs to the pass that has just ended. Handled in the next turn,
 // it would give a routed port that lost its number in this one another number at once.
 void SwitchIntfSm::dropNotifications() {
-   initialized_ = false; // so that the new binding evaluates nothing
+   initializedIs(false); // so that the new binding evaluates nothing
    kemSwitchIntfConfig_.notifierIs(nullptr);
    kemSwitchIntfConfig_.notifierIs(config_);
-   initialized_ = true;
+   initializedIs(true);
 }
 
 void SwitchIntfSm::doPrepareToDie() {
@@ -143,7 +143,7 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
 // --- Changes of the port's copy.
 
 void SwitchIntfSm::handleSwitchIntfConfig() {
-   if (!initialized_)
+   if (!isReady())
       return;
    doComputeTrunkAllowedVlans();
    handleEnabled();
@@ -151,7 +151,7 @@ void SwitchIntfSm::handleSwitchIntfConfig() {
 }
 
 void SwitchIntfSm::handleEnabled() {
-   if (!initialized_)
+   if (!isReady())
       return;
    doComputeAsymVlans();
    doSyncSwitchportModeAndNativeVlan();
@@ -165,7 +165,7 @@ void SwitchIntfSm::handleAsymVlans() {
 }
 
 void SwitchIntfSm::handleSwitchportMode() {
-   if (!initialized_ || !config_->enabled())
+   if (!isReady() || !config_->enabled())
       return;
    doComputeAsymVlans();
    if (hasAllowedVlans(config_->switchportMode()))
@@ -177,7 +177,7 @@ void SwitchIntfSm::handleSwitchportMode() {
 }
 
 void SwitchIntfSm::handleAccessVlan() {
-   if (!initialized_ || !config_->enabled())
+   if (!isReady() || !config_->enabled())
       return;
    doComputeAsymVlans();
    InputMode const mode = config_->switchportMode();
@@ -188,12 +188,12 @@ void SwitchIntfSm::handleAccessVlan() {
 }
 
 void SwitchIntfSm::handleTrunkNativeVlan() {
-   if (initialized_ && config_->enabled() && hasAllowedVlans(config_->switchportMode()))
+   if (isReady() && config_->enabled() && hasAllowedVlans(config_->switchportMode()))
       doSyncSwitchportModeAndNativeVlan();
 }
 
 void SwitchIntfSm::handleTrunkAllowedVlans() {
-   if (!initialized_)
+   if (!isReady())
       return;
    doComputeTrunkAllowedVlans();
    if (config_->enabled() && hasAllowedVlans(config_->switchportMode()))
@@ -201,14 +201,14 @@ void SwitchIntfSm::handleTrunkAllowedVlans() {
 }
 
 void SwitchIntfSm::handleTrunkGroup(Kem::String8 const& name) {
-   if (!initialized_ || !config_->enabled() || config_->switchportMode() != InputMode::trunk_)
+   if (!isReady() || !config_->enabled() || config_->switchportMode() != InputMode::trunk_)
       return;
    KEM_TRACE(switchIntfTrace, 8, intfId_ << " trunk group " << name);
    doSyncAllVlans();
 }
 
 void SwitchIntfSm::handleVlanTpid() {
-   if (initialized_ && out_)
+   if (isReady() && out_)
       out_->vlanTpidIs(config_->vlanTpid());
 }
 
@@ -218,19 +218,19 @@ bool SwitchIntfSm::mayLearnAndFlood() const {
 }
 
 void SwitchIntfSm::handleMacLearningEnabled() {
-   if (initialized_)
+   if (isReady())
       out_->macLearningEnabledIs(config_->macLearningEnabled() && mayLearnAndFlood());
 }
 
 void SwitchIntfSm::handleFloodingEnabled() {
-   if (initialized_)
+   if (isReady())
       out_->floodingEnabledIs(config_->floodingEnabled() && mayLearnAndFlood());
 }
 
 // --- Changes of the interface.
 
 void SwitchIntfSm::handleEthIntfConfig() {
-   if (initialized_)
+   if (isReady())
       handleEnabledStateLocal();
 }
 
@@ -245,7 +245,7 @@ void SwitchIntfSm::handleEnabledStateLocal() {
 }
 
 void SwitchIntfSm::handleEthIntfForwardingModel() {
-   if (!initialized_ || !out_ || !ethIntfStatus())
+   if (!isReady() || !out_ || !ethIntfStatus())
       return;
    auto const resolved = out_->switchportModeAndNativeVlan();
    if (hasRoutedForwardingModel(*ethIntfStatus())) {

@@ -11,6 +11,7 @@
 // and written whole.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "Vorn/Rules/Membership.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
@@ -26,7 +27,7 @@ namespace Vorn {
 
 class BridgingConfigSm;
 
-class SwitchIntfSm final : public Kem::PtrInterface {
+class SwitchIntfSm final : public Kem::StateMachine {
   public:
    // `ethIntfConfig` and `ethIntfStatus` may be null.
    SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
@@ -49,7 +50,6 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    VornUtils::VlanIdSet const& trunkAllowedVlanSet() const { return trunkAllowedVlanSet_; }
    VornUtils::VlanIdSet const& asymVlanSet() const { return asymVlanSet_; }
    Kem::ValueMap<Kem::String8, bool> const& dynTrunkGroup() const { return dynTrunkGroup_; }
-   bool initialized() const { return initialized_; }
    BridgingConfigSm& parent() const { return parent_; }
    // What the rules of membership look at; to be initialized first.
    MembershipFacts membershipFacts() const {
@@ -57,10 +57,10 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    }
 
    // --- What others call.
-   void handleInitialized();
+   void handleInitialized() override;
    // Before it is deleted: takes the port out of all VLANs and gives up its internal VLAN. The resolved
    // record is left to the parent.
-   void doPrepareToDie();
+   void doPrepareToDie() override;
    // What the port is now. Not free of consequences: a routed port takes an
    // internal VLAN here, or gives it up.
    Bridging::SwitchportModeAndNativeVlan switchportModeAndNativeVlan();
@@ -115,6 +115,9 @@ class SwitchIntfSm final : public Kem::PtrInterface {
       void onForwardingModel() override { sm.handleEthIntfForwardingModel(); }
       SwitchIntfSm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemSwitchIntfConfig_, kemEthIntfConfig_, kemEthIntfStatus_);
+   }
    // Another record: all that follows from it.
    void handleSwitchIntfConfig();
    void handleEthIntfConfig();
@@ -147,7 +150,6 @@ class SwitchIntfSm final : public Kem::PtrInterface {
    VornUtils::VlanIdSet trunkAllowedVlanSet_; // of a port in trunk, tap or tool mode
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
-   bool initialized_ = false;
    // What this port wrote last into each VLAN, by number, so that a pass over all of them leaves alone,
    // without a look-up, those where nothing changes. No other step reads it. See memberCode.
    static constexpr uint8_t unknownMember = 0xff;

@@ -37,7 +37,7 @@ Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
 // --- Life.
 
 void VlanConfigSm::handleInitialized() {
-   initialized_ = true;
+   initializedIs(true);
    parent_.handleInternalVlanIdInUse(vlanId_);
    // This deletes an internal VLAN of the previous run, whose port hasn't claimed it yet: the user's claim wins.
    auto const out = parent_.resolvedVlans().vlanIs(vlanId_);
@@ -73,21 +73,21 @@ void VlanConfigSm::handleVlanConfigIn() {
 }
 
 void VlanConfigSm::handleConfiguredName() {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const out = vlanOut();
    parent_.resolvedVlans().configuredNameIs(*out, in_->configuredName());
 }
 
 void VlanConfigSm::handleVlanTypeAndPrimaryVlan() {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const out = vlanOut();
    parent_.resolvedVlans().vlanTypeAndPrimaryVlanIs(*out, in_->vlanTypeAndPrimaryVlan());
 }
 
 void VlanConfigSm::handleTrunkGroup() {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const out = vlanOut();
    for (auto const& [name, value] : out->trunkGroup())
@@ -103,7 +103,7 @@ void VlanConfigSm::handleTrunkGroup() {
 }
 
 void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const out = vlanOut();
    bool const stands = out->trunkGroup().find(name);
@@ -118,7 +118,7 @@ void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
 }
 
 void VlanConfigSm::handleAdminState() {
-   if (!initialized_)
+   if (!isReady())
       return;
    auto const out = vlanOut();
    parent_.resolvedVlans().adminStateIs(*out, in_->adminState());

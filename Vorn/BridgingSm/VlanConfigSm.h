@@ -5,6 +5,7 @@
 // handleInitialized() once the copy is complete, and before that every handler returns at once.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/Bridging/Input/VlanConfig.h"
 #include "records/Bridging/VlanConfig.h"
 
@@ -12,7 +13,7 @@ namespace Vorn {
 
 class BridgingConfigSm;
 
-class VlanConfigSm final : public Kem::PtrInterface {
+class VlanConfigSm final : public Kem::StateMachine {
   public:
    VlanConfigSm(BridgingConfigSm& parent, Bridging::VlanId vlanId,
                 Kem::Ptr<Bridging::Input::VlanConfig const> const& vlanConfigIn);
@@ -20,11 +21,10 @@ class VlanConfigSm final : public Kem::PtrInterface {
    Bridging::VlanId vlanId() const { return vlanId_; }
    Bridging::Input::VlanConfig const& vlanConfigIn() const { return *in_; }
    void vlanConfigInIs(Kem::Ptr<Bridging::Input::VlanConfig const> const& in);
-   bool initialized() const { return initialized_; }
 
-   void handleInitialized();
+   void handleInitialized() override;
    // Before it is deleted: switchports lose it as their native VLAN. The resolved record is left to the parent.
-   void doPrepareToDie();
+   void doPrepareToDie() override;
 
   private:
    // --- Reactions.
@@ -38,6 +38,7 @@ class VlanConfigSm final : public Kem::PtrInterface {
       void onTrunkGroupkemImmediate() override { sm.handleTrunkGroup(); }
       VlanConfigSm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemVlanConfigIn_); }
    // Another record: all that follows from it.
    void handleVlanConfigIn();
    // The central pass: the state, and then every port's mode and membership.
@@ -56,7 +57,6 @@ class VlanConfigSm final : public Kem::PtrInterface {
    BridgingConfigSm& parent_;
    Bridging::VlanId const vlanId_;
    Kem::Ptr<Bridging::Input::VlanConfig const> in_;
-   bool initialized_ = false;
    KemVlanConfigIn kemVlanConfigIn_{*this};
 };
 

@@ -15,6 +15,7 @@
 #pragma once
 
 #include "Kem/Dir.h"
+#include "Kem/StateMachine.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/FdbConfigDir.h"
 #include "records/Bridging/HwCapabilities.h"
@@ -40,7 +41,7 @@ struct InputSelectorInputs {
    Kem::Ptr<Bridging::HwCapabilities const> bridgingHwCapabilities;
 };
 
-class InputSelectorSm final : public Kem::PtrInterface {
+class InputSelectorSm final : public Kem::StateMachine {
   public:
    explicit InputSelectorSm(InputSelectorInputs inputs);
    ~InputSelectorSm() override;
@@ -105,6 +106,9 @@ class InputSelectorSm final : public Kem::PtrInterface {
       void onSupportedForwardingModekemImmediate() override { sm.handleForwardingMode(); }
       InputSelectorSm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemInputDir_, kemEthIntfConfigDir_, kemCliConfig_, kemBridgingHwCapabilities_, config_);
+   }
    void handleInput();
    void handleInput(Kem::Name const& name);
    void handleSwitchIntfPriority(Bridging::Input::Config const& input);

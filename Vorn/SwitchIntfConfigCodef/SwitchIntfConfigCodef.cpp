@@ -20,7 +20,7 @@ SwitchIntfConfigCodef::SwitchIntfConfigCodef(Kem::Ptr<Kem::Clock const> const& c
 
 void SwitchIntfConfigCodef::handleInitialized() {
    KEM_INVARIANT(!initialized(), "!initialized()");
-   initialized_ = true;
+   initializedIs(true);
    handleSwitchIntfConfig();
 }
 

@@ -21,9 +21,8 @@ class SwitchIntfConfigCodef final : public Ulm::CodefBase {
                          Kem::Ptr<Bridging::SwitchIntfConfigDir const> const& configIn,
                          SwitchIntfConfigOutput& configOut);
    // Takes in all ports there are. Asserts "!initialized()". The owner calls it once it holds the stage.
-   void handleInitialized();
+   void handleInitialized() override;
 
-   char const* fwkType() const override { return "Vorn::SwitchIntfConfigCodef"; }
    uint64_t backlogSize() const override { return backlog_.size(); }
    uint64_t processBacklog(Kem::Seconds const& startTime) override;
 
@@ -45,8 +44,7 @@ class SwitchIntfConfigCodef final : public Ulm::CodefBase {
    switchIntfConfigEntrySmIs(Sulvi::IntfId intfId,
                              Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in,
                              Kem::Ptr<Bridging::Input::SwitchIntfConfig> const& out);
-   void switchIntfConfigEntrySmDel(Sulvi::IntfId intfId) { switchIntfConfigEntrySm_.erase(intfId); }
-   bool initialized() const { return initialized_; }
+   void switchIntfConfigEntrySmDel(Sulvi::IntfId intfId) { childDel(switchIntfConfigEntrySm_, intfId); }
 
   private:
    // --- Reactions.
@@ -56,13 +54,17 @@ class SwitchIntfConfigCodef final : public Ulm::CodefBase {
       SwitchIntfConfigCodef& codef;
    };
 
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      CodefBase::forEachPart(visit);
+      visit(kemConfigIn_, switchIntfConfigEntrySm_);
+   }
+
    // --- Helpers.
    void createEntry(Sulvi::IntfId intfId, Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in);
 
    SwitchIntfConfigOutput& configOut_;
    Kem::HashMap<SwitchIntfConfigEntrySm, Sulvi::IntfId> switchIntfConfigEntrySm_;
    Ulm::Backlog<Sulvi::IntfId> backlog_;
-   bool initialized_ = false;
    KemConfigIn kemConfigIn_{*this};
 };
 

@@ -59,7 +59,7 @@ SwitchIntfConfigEntrySm::SwitchIntfConfigEntrySm(SwitchIntfConfigCodef& parent, 
 // --- The first copy.
 
 void SwitchIntfConfigEntrySm::handleInitialized() {
-   initialized_ = true;
+   initializedIs(true);
    copyWhole();
    parent_.configOut().switchIntfSmInitialize(intfId_);
 }

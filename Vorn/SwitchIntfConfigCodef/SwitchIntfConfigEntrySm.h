@@ -7,6 +7,7 @@
 // SwitchIntfConfigCodef.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchportAttributes.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchportBitMap.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
@@ -15,7 +16,7 @@ namespace Vorn {
 
 class SwitchIntfConfigCodef;
 
-class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
+class SwitchIntfConfigEntrySm final : public Kem::StateMachine {
   public:
    using Config = Bridging::Input::SwitchIntfConfig;
    using SwitchportBitMap = Vorn::SwitchportBitMap; // its text form begins with this class
@@ -23,13 +24,12 @@ class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
    SwitchIntfConfigEntrySm(SwitchIntfConfigCodef& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Config const> const& configIn, Kem::Ptr<Config> configOut);
    // Makes the copy, and has SwitchIntfSm evaluate it. The owner calls it once, when it holds the entry.
-   void handleInitialized();
+   void handleInitialized() override;
 
    Sulvi::IntfId intfId() const { return intfId_; }
    Kem::Ptr<Config const> configIn() const { return kemConfigIn_.notifier(); }
    Kem::Ptr<Config> const& configOut() const { return configOut_; }
    SwitchportBitMap pendingOps() const { return pendingOps_; }
-   bool initialized() const { return initialized_; }
 
    // Applies one waiting attribute; the list of a tool port and the mode may go together. True when none is
    // left.
@@ -52,6 +52,9 @@ class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
 #undef ON_MEMBER
       SwitchIntfConfigEntrySm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemConfigIn_);
+   }
    // One for each attribute, with its name behind `handle`.
 #define HANDLE_WAITING(Name, attribute, bit)                                                                 \
    void handle##Name() {                                                                                     \
@@ -76,7 +79,6 @@ class SwitchIntfConfigEntrySm final : public Kem::PtrInterface {
    Sulvi::IntfId const intfId_;
    Kem::Ptr<Config> const configOut_;
    SwitchportBitMap pendingOps_; // attributes that differ and wait
-   bool initialized_ = false;
    KemConfigIn kemConfigIn_{*this};
 };
 

@@ -21,13 +21,13 @@ VlanConfigCodef::VlanConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
 
 void VlanConfigCodef::handleInitialized() {
    KEM_INVARIANT(!initialized(), "!initialized()");
-   initialized_ = true;
+   initializedIs(true);
 }
 
 // --- Into the backlog, or out of it.
 
 void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
-   if (!initialized_)
+   if (!isReady())
       return;
    updatesSeenInc(1);
    auto const source = configIn();
@@ -47,7 +47,7 @@ void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
 }
 
 void VlanConfigCodef::handleVlanConfig() {
-   if (!initialized_)
+   if (!isReady())
       return;
    backlogDelAll();
    backlog_.bookmarkIs(1);
@@ -84,7 +84,7 @@ void VlanConfigCodef::backlogDel(Bridging::VlanId vlanId) {
 // --- Slices.
 
 uint64_t VlanConfigCodef::processBacklog(Kem::Seconds const& startTime) {
-   if (!initialized_)
+   if (!isReady())
       return 0;
    AttrLogCheck* const log = configOut_.attrLogCheck();
    return processSlice(

@@ -22,9 +22,8 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    VlanConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
                    Kem::Ptr<Bridging::Input::Config const> const& configIn, VlanConfigOutput& configOut);
    // Asserts "!initialized()". Does not walk the input: the first handleVlanConfig() does.
-   void handleInitialized();
+   void handleInitialized() override;
 
-   char const* fwkType() const override { return "Vorn::VlanConfigCodef"; }
    uint64_t backlogSize() const override { return backlog_.size(); }
    uint64_t processBacklog(Kem::Seconds const& startTime) override;
 
@@ -41,8 +40,7 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    Kem::Ptr<VlanConfigEntrySm> vlanConfigEntrySmIs(Bridging::VlanId vlanId,
                                                    Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
                                                    Kem::Ptr<Bridging::Input::VlanConfig> const& out);
-   void vlanConfigEntrySmDel(Bridging::VlanId vlanId) { vlanConfigEntrySm_.erase(vlanId); }
-   bool initialized() const { return initialized_; }
+   void vlanConfigEntrySmDel(Bridging::VlanId vlanId) { childDel(vlanConfigEntrySm_, vlanId); }
 
   private:
    // --- Reactions.
@@ -51,6 +49,11 @@ class VlanConfigCodef final : public Ulm::CodefBase {
       void onVlanConfig(Bridging::VlanId vlanId) override { codef.handleVlanConfig(vlanId); }
       VlanConfigCodef& codef;
    };
+
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      CodefBase::forEachPart(visit);
+      visit(kemConfigIn_, vlanConfigEntrySm_);
+   }
 
    // --- Helpers.
    void recreateEntry(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
@@ -62,7 +65,6 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    VlanConfigOutput& configOut_;
    Kem::HashMap<VlanConfigEntrySm, Bridging::VlanId> vlanConfigEntrySm_;
    Ulm::Backlog<Bridging::VlanId> backlog_{1};
-   bool initialized_ = false;
    KemConfigIn kemConfigIn_{*this};
 };
 

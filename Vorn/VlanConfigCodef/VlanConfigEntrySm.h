@@ -2,11 +2,12 @@
 // stands as long as the copy does; another input takes another entry. Owned by VlanConfigCodef.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/Bridging/Input/VlanConfig.h"
 
 namespace Vorn {
 
-class VlanConfigEntrySm final : public Kem::PtrInterface {
+class VlanConfigEntrySm final : public Kem::StateMachine {
   public:
    VlanConfigEntrySm(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig const> const& vcfgIn,
                      Kem::Ptr<Bridging::Input::VlanConfig> vcfgOut);
@@ -24,6 +25,7 @@ class VlanConfigEntrySm final : public Kem::PtrInterface {
       void onVlanTypeAndPrimaryVlan() override { sm.handleVlanTypeAndPrimaryVlan(); }
       VlanConfigEntrySm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemVcfgIn_); }
    void handleConfiguredName();
    void handleAdminState();
    void handleTrunkGroup(Kem::String8 const& name);

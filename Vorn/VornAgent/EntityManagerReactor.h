@@ -4,13 +4,14 @@
 // Evaluates in its constructor, when it is bound, and on each change of the mode.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/Redundancy/RedundancyStatus.h"
 
 namespace Vorn {
 
 class Agent;
 
-class EntityManagerReactor final : public Kem::PtrInterface {
+class EntityManagerReactor final : public Kem::StateMachine {
   public:
    // `redundancyStatus` may be null: then the role stays as it is.
    EntityManagerReactor(Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus, Agent* vornAgent);
@@ -22,6 +23,7 @@ class EntityManagerReactor final : public Kem::PtrInterface {
       void onMode() override { reactor.handleRedundancyStatus(); }
       EntityManagerReactor& reactor;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemRedundancyStatus_); }
    void handleRedundancyStatus();
 
    Kem::Ptr<Redundancy::RedundancyStatus const> redundancyStatus_;

@@ -83,12 +83,14 @@ TEST_F(StatusReportTest, changesAreToldAfterASecondAndNotBefore) {
 TEST_F(StatusReportTest, keysThatWaitAreTold) {
    start();
    auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
-   sw.agent->bridgingConfigSm()->vlanConfigCodef()->hasNotificationActiveIs(false);
+   auto const& codef = sw.agent->bridgingConfigSm()->vlanConfigCodef();
+   auto const clock = codef->clock();
+   codef->clockDel();
    vlansArePublished(1, 7);
    pass(1);
    EXPECT_EQ(seen->deferredStage("VlanConfigCodef")->backlog, 7u);
    EXPECT_EQ(seen->deferredStage("SwitchIntfConfigCodef")->backlog, 0u);
-   sw.agent->bridgingConfigSm()->vlanConfigCodef()->hasNotificationActiveIs(true);
+   codef->clockIs(clock);
    pass(1);
    EXPECT_EQ(seen->deferredStage("VlanConfigCodef")->backlog, 0u);
 }

@@ -6,16 +6,6 @@ CodefBase::CodefBase(Kem::Ptr<Kem::Clock const> clock) {
    kemClock_.notifierIs(std::move(clock));
 }
 
-void CodefBase::hasNotificationActiveIs(bool isActive) {
-   flagIs(notificationActiveFlag, isActive);
-   kemClock_.hasNotificationActiveIs(isActive);
-}
-
-void CodefBase::kemDoZombieReactors(bool areZombies) {
-   flagIs(zombieFlag, areZombies);
-   kemClock_.kemDoZombieReactors(areZombies);
-}
-
 void CodefBase::handleTime() {
    isPausedForRoom_ = false;
    Kem::Seconds const startTime = Kem::now();

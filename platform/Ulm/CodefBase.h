@@ -5,13 +5,14 @@
 //                                                 slice --time is up--> slice, the next turn, behind others
 //                                                 slice --no room to write--> pause, 1 ms --> slice
 //
-// A subclass keeps the backlog (Ulm::Backlog) and does the entries. The base owns the notification on the
-// clock, counts, and arms the clock again while the backlog is not empty. A stage with a backlog counts as
-// deferred work: the process has not settled before it is empty.
+// A subclass keeps the backlog (Ulm::Backlog), does the entries, and names its parts beside the base's. The
+// base owns the notification on the clock, counts, and arms the clock again while the backlog is not empty. A
+// stage with a backlog counts as deferred work: the process has not settled before it is empty.
 #pragma once
 
 #include "Kem/Activity.h"
 #include "Kem/Clock.h"
+#include "Kem/StateMachine.h"
 #include "Kem/Trace.h"
 #include "Ulm/Backlog.h"
 
@@ -19,7 +20,7 @@
 
 namespace Ulm {
 
-class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
+class CodefBase : public Kem::StateMachine, private Kem::DeferredWork {
   public:
    // How soon a slice that ended for want of room is tried again. The kernel takes what a socket holds in
    // some tens of microseconds when the peer reads.
@@ -28,9 +29,6 @@ class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
    // A null clock stands for none: nothing runs before one is set.
    explicit CodefBase(Kem::Ptr<Kem::Clock const> clock);
 
-   virtual void hasNotificationActiveIs(bool isActive);
-   // Name of the class.
-   virtual char const* fwkType() const = 0;
    // Number of keys that wait.
    virtual uint64_t backlogSize() const = 0;
    // One slice: entries in turn until backlogQuantum seconds after `startTime`, or until there is no room.
@@ -52,7 +50,6 @@ class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
    virtual void timeUsedInc(Kem::Seconds const& seconds) { timeUsed_ += seconds; }
    virtual void dispatchCountInc(uint64_t const& n) { dispatchCount_ += n; }
    virtual void yieldBeforeFinishingCountInc(uint64_t const& n) { yieldBeforeFinishingCount_ += n; }
-   virtual void kemDoZombieReactors(bool areZombies);
    virtual void clockDel() { clockIs(nullptr); }
    virtual void clockIs(Kem::Ptr<Kem::Clock const> const& clock) { kemClock_.notifierIs(clock); }
    Kem::Ptr<Kem::Clock const> const& clock() const { return kemClock_.notifier(); }
@@ -66,6 +63,7 @@ class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
    Kem::Seconds timeMin() const { return kemClock_.timeMin(); }
 
   protected:
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemClock_); }
    // A slice in the next turn of the loop.
    void armClock() { kemClock_.timeMinIs(0.0); }
    // The slice itself, for processBacklog: see Backlog::processSlice. Says in the traces of `facility` what
@@ -96,7 +94,7 @@ class CodefBase : public Kem::PtrInterface, private Kem::DeferredWork {
       CodefBase& codef;
    };
    void handleTime();
-   bool hasWork() const override { return backlogSize() != 0; }
+   bool hasWork() const override { return backlogSize() != 0 && !isZombie(); }
 
    KemClock kemClock_{*this};
    Kem::Seconds backlogQuantum_ = 0.01;

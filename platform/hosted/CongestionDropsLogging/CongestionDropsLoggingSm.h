@@ -14,6 +14,7 @@
 #pragma once
 
 #include "Kem/Clock.h"
+#include "Kem/StateMachine.h"
 #include "records/Interface/AllEthPhyIntfConfigDir.h"
 #include "records/Interface/AllEthPhyIntfStatusDir.h"
 #include "records/Interface/EthPhyIntfGlobalDefaultConfigDir.h"
@@ -24,7 +25,7 @@
 
 namespace Interface {
 
-class CongestionDropsLoggingSm final : public Kem::PtrInterface {
+class CongestionDropsLoggingSm final : public Kem::StateMachine {
   public:
    // Any record may be null, and is not watched then: without `intfHwStatus` nothing is known to be counted,
    // and without `ethPhyIntfDefaultConfigDir` its defaults hold. The rounds run on `syslogTimer`.
@@ -51,7 +52,10 @@ class CongestionDropsLoggingSm final : public Kem::PtrInterface {
       void onTime() override { sm.handleRound(); }
       CongestionDropsLoggingSm& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemIntfHwStatus_, kemDefaultConfigDir_, kemSyslogTimer_);
+   }
+   void handleInitialized() override;
    void handleRound();
 
    // --- Helpers.

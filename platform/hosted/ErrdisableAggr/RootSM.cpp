@@ -28,6 +28,8 @@ struct RootSM::Cause {
       Cause& cause;
    };
 
+   void forEachPart(Kem::PartVisitor const& visit) { visit(kemCauseStatus, kemCauseGroup); }
+
    Kem::Ptr<Errdisable::CauseStatus const> status() const { return kemCauseStatus.notifier(); } // never null
    Kem::Ptr<Errdisable::CauseGroup const> group() const { return kemCauseGroup.notifier(); }
 
@@ -47,6 +49,10 @@ RootSM::RootSM(Kem::Ptr<Kem::ActivityConfig> const&, Kem::Ptr<Kem::Dir const> ca
 }
 
 RootSM::~RootSM() = default;
+
+void RootSM::forEachPart(Kem::PartVisitor const& visit) {
+   visit(kemCauseDir_, kemCauseGroupDir_, causes_);
+}
 
 void RootSM::handleInitialized() {
    if (causeDir_)

@@ -19,6 +19,7 @@
 
 #include "Kem/Activity.h"
 #include "Kem/Dir.h"
+#include "Kem/StateMachine.h"
 #include "records/Errdisable/CauseGroup.h"
 #include "records/Errdisable/CauseStatus.h"
 #include "records/Errdisable/Status.h"
@@ -29,7 +30,7 @@
 
 namespace ErrdisableAggr {
 
-class RootSM final : public Kem::PtrInterface {
+class RootSM final : public Kem::StateMachine {
   public:
    // Any record may be null, and is then not watched, or not written. The activity is that of the process;
    // its reactors know it themselves.
@@ -54,7 +55,8 @@ class RootSM final : public Kem::PtrInterface {
       void onEntityPtr() override { sm.handleAllIntfs(); }
       RootSM& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override;
+   void handleInitialized() override;
    void handleCause(Kem::Name const& name);
    void handleCauseGroup(Kem::Name const& name);
    // Reckons one port anew, and writes what came out.

@@ -26,6 +26,7 @@
 #include "Kem/Clock.h"
 #include "Kem/Dir.h"
 #include "Kem/PacedLog.h"
+#include "Kem/StateMachine.h"
 #include "Ordel/client/EntityManager.h"
 #include "records/Errdisable/CauseGroup.h"
 #include "records/Errdisable/CauseStatus.h"
@@ -37,7 +38,7 @@
 
 namespace ErrdisableLib {
 
-class CauseAgentSM final : public Kem::PtrInterface {
+class CauseAgentSM final : public Kem::StateMachine {
   public:
    // Any record may be null, and is not watched then. With a null `causeStatus` the status is the entry
    // `causeName` of `causeDir`, whenever there is one. The group is the entry `groupName` of `causeGroupDir`.
@@ -98,6 +99,9 @@ class CauseAgentSM final : public Kem::PtrInterface {
    void handleIntfStatus(Sulvi::IntfId intfId);
    // Brings back the ports whose time is over, and sets the timer for the next one.
    void handleRecovery();
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemCauseStatus_, kemCauseDir_, kemCauseGroup_, kemCauseGroupDir_, kemConfig_, kemRecoveryTimer_);
+   }
 
    // --- Helpers.
    void causeStatusIs(Kem::Ptr<Errdisable::CauseStatus> const& causeStatus);

@@ -14,12 +14,13 @@
 // can't, because doOnTableEnabled() isn't the derived one yet.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/EventMon/Config.h"
 #include "records/EventMon/TableConfig.h"
 
 namespace EventMon {
 
-class EventMonConfigSm : public Kem::PtrInterface {
+class EventMonConfigSm : public Kem::StateMachine {
   public:
    Kem::Name const& tableName() const { return tableName_; }
 
@@ -61,6 +62,7 @@ class EventMonConfigSm : public Kem::PtrInterface {
       EventMonConfigSm& sm;
    };
    void handleTable(Kem::Name const& name);
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemEventMonConfig_, table_); }
 
    Kem::Name const tableName_;
    Kem::Ptr<Config const> eventMonConfig_;

@@ -46,7 +46,8 @@ void Manager::handleBell() {
    alignas(inotify_event) char events[16384];
    while (read(inotify_, events, sizeof events) > 0) {
    }
-   handleInitialized();
+   if (!isZombie())
+      handleInitialized();
 }
 
 void Manager::handleInitialized() {

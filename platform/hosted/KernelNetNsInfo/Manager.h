@@ -16,6 +16,7 @@
 
 #include "Kem/Clock.h"
 #include "Kem/FileDescriptor.h"
+#include "Kem/StateMachine.h"
 #include "Sulvi/SocketAt.h"
 #include "records/KernelNetNsInfo/NetNs.h"
 #include "records/KernelNetNsInfo/Root.h"
@@ -25,7 +26,7 @@
 
 namespace KernelNetNsInfo {
 
-class Manager final : public Kem::PtrInterface {
+class Manager final : public Kem::StateMachine {
   public:
    // Time between two looks where the folder can't be watched.
    static constexpr Kem::Seconds pollInterval = 1.0;
@@ -36,7 +37,7 @@ class Manager final : public Kem::PtrInterface {
    ~Manager() override;
 
    // Looks at the folder now. Run by the constructor; may be run again at any time.
-   void handleInitialized();
+   void handleInitialized() override;
 
   private:
    // --- Reactions.
@@ -50,6 +51,7 @@ class Manager final : public Kem::PtrInterface {
       void onTime() override { owner.handleInitialized(); }
       Manager& owner;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(clock_); }
    void handleBell();
 
    // --- Helpers.

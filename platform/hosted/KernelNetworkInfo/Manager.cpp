@@ -51,6 +51,10 @@ void Manager::handleInitialized() {
 }
 
 void Manager::handleReadable() {
+   if (isZombie()) {
+      bell_.descriptorIs(-1); // for good: what is left unread would ring again and again
+      return;
+   }
    for (int count = 0; count < maxDatagramsPerTurn && readOne(); ++count) {
    }
 }

@@ -19,6 +19,7 @@
 
 #include "Kem/Clock.h"
 #include "Kem/FileDescriptor.h"
+#include "Kem/StateMachine.h"
 #include "KernelNetworkInfo/DeviceTable.h"
 #include "Netlink/Channel.h"
 #include "Sulvi/NamespaceName.h"
@@ -27,7 +28,7 @@
 
 namespace KernelNetworkInfo {
 
-class Manager final : public Kem::PtrInterface {
+class Manager final : public Kem::StateMachine {
   public:
    // Time from a dump that failed to the next one.
    static constexpr Kem::Seconds retryInterval = 0.1;
@@ -42,7 +43,7 @@ class Manager final : public Kem::PtrInterface {
 
    // Brings the record up to what the kernel has said by now: the first dump, or what came since. Run by the
    // constructor; may be run again at any time.
-   void handleInitialized();
+   void handleInitialized() override;
 
    // Whether a whole dump has been taken and nothing was lost since.
    bool isFollowing() const { return state_ == State::following; }
@@ -67,6 +68,7 @@ class Manager final : public Kem::PtrInterface {
    };
    void handleReadable();
 
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(clock_); }
    // --- Helpers.
    bool readOne();
    void take(std::string_view datagram);

@@ -15,6 +15,7 @@
 // The agent owns it, through Root. It writes no record.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "KernelOperState/KernelOperStateManager.h"
 #include "records/Interface/IntfStatus.h"
 #include "records/Interface/IntfStatusLocal.h"
@@ -29,7 +30,7 @@ class ActivityConfig;
 
 namespace KernelOperState {
 
-class IntfStatusOperStatusSm final : public Kem::PtrInterface {
+class IntfStatusOperStatusSm final : public Kem::StateMachine {
   public:
    // Its reactors run in the one loop of the process, which is the activity. `netNsCollection` may be null;
    // the directories may be null, and then no interface takes part.
@@ -77,6 +78,10 @@ class IntfStatusOperStatusSm final : public Kem::PtrInterface {
    void handleIntfStatusLocal(Sulvi::IntfId intfId);
    void handleNetNs(Sulvi::NamespaceName const& netNs);
    void handleChange(Sulvi::IntfId intfId);
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemIntfStatusDir_, kemIntfStatusLocalDir_, kemNetNsCollection_, kemIntfStatus_,
+            kemIntfStatusLocal_);
+   }
 
    // --- Helpers.
    struct Told {

@@ -7,12 +7,13 @@
 // and the root its parts.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "KernelNetNsInfo/Manager.h"
 #include "KernelOperState/IntfStatusOperStatusSm.h"
 
 namespace KernelOperState {
 
-class Root final : public Kem::PtrInterface {
+class Root final : public Kem::StateMachine {
   public:
    // The name is for identification only.
    explicit Root(Kem::Name name) : name_(std::move(name)) {}
@@ -42,6 +43,8 @@ class Root final : public Kem::PtrInterface {
    Kem::Ptr<IntfStatusOperStatusSm> const& intfStatusOperStatusSm() const { return intfStatusOperStatusSm_; }
 
   private:
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(netNsManager_, intfStatusOperStatusSm_); }
+
    Kem::Name const name_;
    Kem::Ptr<IntfStatusDir> intfStatusDir_;
    Kem::Ptr<IntfStatusLocalDir> intfStatusLocalDir_;

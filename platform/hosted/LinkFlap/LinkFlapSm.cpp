@@ -28,6 +28,7 @@ class LinkFlapSm::PortSm {
       isComingBack_ = !isWatched(config().ptr());
    }
    Kem::Ptr<Interface::EthPhyIntfStatus const> const& status() const { return status_; }
+   void forEachPart(Kem::PartVisitor const& visit) { visit(kemIntfStatus_); }
 
   private:
    struct KemIntfStatus final : Interface::EthPhyIntfStatus::NotifieeConst {
@@ -144,6 +145,10 @@ LinkFlapSm::LinkFlapSm(Kem::Ptr<Kem::ActivityConfig> const&,
 }
 
 LinkFlapSm::~LinkFlapSm() = default;
+
+void LinkFlapSm::forEachPart(Kem::PartVisitor const& visit) {
+   visit(kemEthPhyIntfStatusDir_, ports_);
+}
 
 void LinkFlapSm::handleInitialized() {
    if (ethPhyIntfStatusDir_)

@@ -20,6 +20,7 @@
 #pragma once
 
 #include "Kem/Activity.h"
+#include "Kem/StateMachine.h"
 #include "Kem/String.h"
 #include "records/Errdisable/CauseStatus.h"
 #include "records/Errdisable/Config.h"
@@ -34,7 +35,7 @@
 
 namespace LinkFlap {
 
-class LinkFlapSm final : public Kem::PtrInterface {
+class LinkFlapSm final : public Kem::StateMachine {
   public:
    // Any record may be null, and is not watched then. Without `causeStatus` nothing is disabled.
    LinkFlapSm(Kem::Ptr<Kem::ActivityConfig> const& activity,
@@ -53,7 +54,8 @@ class LinkFlapSm final : public Kem::PtrInterface {
       void onIntfStatus(Sulvi::IntfId intfId) override { sm.handleIntfStatus(intfId); }
       LinkFlapSm& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override;
+   void handleInitialized() override;
    void handleIntfStatus(Sulvi::IntfId intfId);
 
    // --- What a port asks.
@@ -78,7 +80,7 @@ class LinkFlapSm final : public Kem::PtrInterface {
 };
 
 // The owner of the link flap machine.
-class Root final : public Kem::PtrInterface {
+class Root final : public Kem::StateMachine {
   public:
    explicit Root(Kem::Name name) : name_(std::move(name)) {}
 
@@ -94,6 +96,8 @@ class Root final : public Kem::PtrInterface {
                 Kem::Ptr<Errdisable::CauseStatus> const& causeStatus, Kem::Name const& causeName);
 
   private:
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(linkFlapSm_); }
+
    Kem::Name const name_;
    Kem::Ptr<LinkFlapSm> linkFlapSm_;
 };

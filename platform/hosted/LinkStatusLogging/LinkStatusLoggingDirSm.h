@@ -11,6 +11,7 @@
 
 #include "Kem/Activity.h"
 #include "Kem/PacedLog.h"
+#include "Kem/StateMachine.h"
 #include "records/Interface/AllIntfConfigDir.h"
 #include "records/Interface/AllIntfStatusDir.h"
 #include "records/Interface/GlobalIntfConfig.h"
@@ -21,7 +22,7 @@
 
 namespace Interface {
 
-class LinkStatusLoggingDirSm final : public Kem::PtrInterface {
+class LinkStatusLoggingDirSm final : public Kem::StateMachine {
   public:
    // Any record may be null, and is not watched then. The activity is that of the process;
    // its reactors know it themselves.
@@ -48,7 +49,8 @@ class LinkStatusLoggingDirSm final : public Kem::PtrInterface {
       IntfOperStatus last = IntfOperStatus::intfOperUnknown; // when it was last looked at
       bool isKnown = false;                                  // something has been known of it
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemAllIntfStatusDir_, kemIntfStatus_); }
+   void handleInitialized() override;
    void handleIntfStatus(Sulvi::IntfId intfId);
    void handleOperStatus(KemIntfStatus& reactor);
 

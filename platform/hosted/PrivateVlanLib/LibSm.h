@@ -21,6 +21,7 @@
 // The agent owns it. It is the only writer of LibState and drops what stood there before it.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/VlanConfig.h"
 #include "records/PrivateVlanLib/LibState.h"
@@ -30,7 +31,7 @@
 
 namespace PrivateVlanLib {
 
-class LibSm final : public Kem::PtrInterface {
+class LibSm final : public Kem::StateMachine {
   public:
    // `bridgingConfig` may be null: then there are no VLANs.
    LibSm(Kem::Ptr<Bridging::Config const> bridgingConfig, Kem::Ptr<LibState> libState);
@@ -57,7 +58,10 @@ class LibSm final : public Kem::PtrInterface {
       void onSecondaryVlan() override { sm.handleSecondariesTold(notifier()->vlanId()); }
       LibSm& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override {
+      visit(kemBridgingConfig_, kemVlanConfig_, kemPrimaryVlanState_);
+   }
+   void handleInitialized() override;
    void handleVlanConfig(Bridging::VlanId vlanId);
    void handleVlanTypeAndPrimaryVlan(Bridging::VlanId vlanId);
    void handleSecondariesTold(Bridging::VlanId primary);

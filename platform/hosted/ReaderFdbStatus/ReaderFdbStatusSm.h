@@ -15,6 +15,7 @@
 // whoever made it. The agent owns it; it is the only writer of Bridging::Status.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "Plaze/BridgingStatus.h"
 #include "records/Bridging/FdbStatus.h"
 #include "records/Bridging/Status.h"
@@ -23,7 +24,7 @@
 
 namespace Bridging {
 
-class ReaderFdbStatusSm final : public Kem::PtrInterface {
+class ReaderFdbStatusSm final : public Kem::StateMachine {
   public:
    // Reads of the table in one pass before rows that can't be read are left out.
    static constexpr unsigned maxReads = 4;
@@ -42,6 +43,7 @@ class ReaderFdbStatusSm final : public Kem::PtrInterface {
       void onLearnedHost() override { sm.handlePlazeFdbStatuses(); }
       ReaderFdbStatusSm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemPlazeStatus_); }
 
    // --- Helpers.
    struct Row {

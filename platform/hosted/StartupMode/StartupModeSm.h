@@ -9,6 +9,7 @@
 // writes startupModeStatus, and startupStatus where that is mounted.
 #pragma once
 
+#include "Kem/StateMachine.h"
 #include "records/Agent/StartupConfig.h"
 #include "records/Agent/StartupModeConfig.h"
 #include "records/Agent/StartupModeStatus.h"
@@ -19,7 +20,7 @@ namespace Agent {
 // A configuration that lays down nothing.
 Kem::Ptr<StartupConfig> nullStartupConfigFactory();
 
-class StartupModeSm final : public Kem::PtrInterface {
+class StartupModeSm final : public Kem::StateMachine {
   public:
    // `startupStatus` may be null.
    StartupModeSm(Kem::Ptr<StartupModeConfig const> startupModeConfig,
@@ -33,7 +34,8 @@ class StartupModeSm final : public Kem::PtrInterface {
       void onStartupComplete() override { sm.handleStartupComplete(); }
       StartupModeSm& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemStartupModeConfig_); }
+   void handleInitialized() override;
    void handleStartupComplete();
 
    StartupMode decidedMode() const;

@@ -20,6 +20,7 @@ struct UplinkFailureDetectionSm::Group {
       void onDownlink() override { sm.evaluateSoon(); }
       UplinkFailureDetectionSm& sm;
    };
+   void forEachPart(Kem::PartVisitor const& visit) { visit(kemGroupConfig); }
    Kem::Ptr<GroupConfig const> config() const { return kemGroupConfig.notifier(); } // never null
 
    KemGroupConfig kemGroupConfig;
@@ -38,6 +39,10 @@ UplinkFailureDetectionSm::UplinkFailureDetectionSm(
 }
 
 UplinkFailureDetectionSm::~UplinkFailureDetectionSm() = default;
+
+void UplinkFailureDetectionSm::forEachPart(Kem::PartVisitor const& visit) {
+   visit(kemConfig_, kemEthIntfStatusDir_, kemTimer_, groups_, uplinks_);
+}
 
 void UplinkFailureDetectionSm::handleInitialized() {
    // What an earlier run disabled is ours to release.

@@ -21,6 +21,7 @@
 #pragma once
 
 #include "Kem/Clock.h"
+#include "Kem/StateMachine.h"
 #include "records/Errdisable/CauseStatus.h"
 #include "records/Interface/EthIntfStatus.h"
 #include "records/Interface/EthIntfStatusDir.h"
@@ -34,7 +35,7 @@
 
 namespace UplinkFailureDetection {
 
-class UplinkFailureDetectionSm final : public Kem::PtrInterface {
+class UplinkFailureDetectionSm final : public Kem::StateMachine {
   public:
    // Any record may be null, and is then not watched, or not written. Without `ethIntfStatusDir` nothing is
    // known of uplinks, and no group fails.
@@ -68,7 +69,8 @@ class UplinkFailureDetectionSm final : public Kem::PtrInterface {
       void onTime() override { sm.evaluate(); }
       UplinkFailureDetectionSm& sm;
    };
-   void handleInitialized();
+   void forEachPart(Kem::PartVisitor const& visit) override;
+   void handleInitialized() override;
    void evaluateSoon() { kemTimer_.timeMinIs(0.0); }
    void evaluate();
 
@@ -96,7 +98,7 @@ class UplinkFailureDetectionSm final : public Kem::PtrInterface {
 };
 
 // The owner of the uplink failure machine.
-class Root final : public Kem::PtrInterface {
+class Root final : public Kem::StateMachine {
   public:
    explicit Root(Kem::Name name) : name_(std::move(name)) {}
 
@@ -111,6 +113,8 @@ class Root final : public Kem::PtrInterface {
                               Kem::Ptr<Interface::EthIntfStatusDir const> const& ethIntfStatusDir);
 
   private:
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(sm_); }
+
    Kem::Name const name_;
    Kem::Ptr<UplinkFailureDetectionSm> sm_;
 };
