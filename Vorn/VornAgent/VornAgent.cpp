@@ -26,6 +26,8 @@ constexpr char bootStageClass[] = "bootStageClass";
 // A switchover that doesn't settle is shown to the others all the same.
 constexpr Kem::Seconds switchoverHoldLimit = 30.0;
 constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
+// What the file gets besides what is traced in any case: the flow, and not each handler.
+constexpr char traceFileSetting[] = "*/0-5";
 
 char const* const attributeNames[] = {"entityManagerReactor",
                                       "standbyMode",
@@ -246,10 +248,13 @@ void Agent::openTraceFile() {
       return;
    if (!Zivlog::initialize(traceFileName(name(), std::getenv("ZIVLOGDIR") != nullptr), traceFileSizes))
       return;
-   Kem::traceSinkIs([](Kem::TraceLine const& line) {
-      Zivlog::text(static_cast<unsigned>(line.level), line.facility, line.file,
-                   static_cast<uint32_t>(line.line), line.function, line.text);
-   });
+   char const* const setting = std::getenv("KEM_TRACE_FILE");
+   Kem::traceSinkIs(
+       [](Kem::TraceLine const& line) {
+          Zivlog::text(static_cast<unsigned>(line.level), line.facility, line.file,
+                       static_cast<uint32_t>(line.line), line.function, line.text);
+       },
+       setting ? setting : traceFileSetting);
 }
 
 std::string Agent::traceFileName(std::string_view agentName, bool hasFolder) {

@@ -28,6 +28,7 @@ char const usageText[] =
     "\n"
     "Environment:\n"
     "  KEM_TRACE            what is traced, such as Vorn*/0-5,Ordel*/0-3 (facility pattern/levels)\n"
+    "  KEM_TRACE_FILE       what the trace file gets besides (default: */0-5)\n"
     "  ZIVLOG_DISABLE       set: no trace file\n"
     "  ZIVLOGDIR            folder of the trace file\n"
     "  FABRIC_DEVICE_NAME   kernel device below VLAN interfaces (default: fabric)\n"

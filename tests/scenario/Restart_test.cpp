@@ -11,6 +11,7 @@ namespace {
 
 using namespace Scenario;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 std::string const boot = "cell/1/stage/boot/status";
 std::string const vorn = "cell/1/stage/boot/config/inputDir/Vorn";
@@ -143,6 +144,19 @@ TEST_F(RestartTest, traceSettingOfARunningAgentIsSetInTheTree) {
    Result const trace = run({program("zivcat"), database.folder().file("Vorn.zv")});
    EXPECT_EQ(trace.status, 0) << trace.errors;
    EXPECT_THAT(trace.output, HasSubstr("doStage NetworkAgent"));
+}
+
+TEST_F(RestartTest, traceFileHoldsTheFlowThatLedToACrashWithoutAnySetting) {
+   Agent agent(database);
+   done({"set", "bridging/input/config/cli.vlanConfig[10].configuredName", "crash"});
+   done({"set", "bridging/input/config/cli.vlanConfigPriority", "100"});
+   done({"settle", "--timeout", "20"});
+   agent.process().signal(SIGKILL);
+   agent.process().wait();
+   Result const trace = run({program("zivcat"), database.folder().file("Vorn.zv")});
+   EXPECT_THAT(trace.output, HasSubstr("Adding Vlan: 10 to output"));
+   EXPECT_THAT(trace.output, Not(HasSubstr("backlog processing 10"))) << "handlers are not in it: level 8";
+   EXPECT_THAT(agent.process().errors().text(), Not(HasSubstr("Adding Vlan")));
 }
 
 TEST(SnapshotRestartTest, databaseThatWasStoppedComesBackTheSame) {
