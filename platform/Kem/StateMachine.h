@@ -136,8 +136,10 @@ void childDel(Ptr<Machine>& child) {
 }
 template <class Children>
 void childDelAll(Children& children) {
-   for (auto const& [key, child] : children)
-      childDel(children, key);
+   for (auto const& [key, child] : children) {
+      auto const gone = key; // doPrepareToDie may change the table
+      childDel(children, gone);
+   }
 }
 
 } // namespace Kem
