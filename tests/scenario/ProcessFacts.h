@@ -32,6 +32,16 @@ inline constexpr bool isMemoryTold = true;
 inline constexpr bool isMemoryTold = true;
 #endif
 
+// Whether the process has the file, or the folder, open now.
+inline bool hasOpen(pid_t pid, std::string const& path) {
+   std::error_code error;
+   for (auto const& entry :
+        std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
+      if (std::filesystem::read_symlink(entry.path(), error) == path)
+         return true;
+   return false;
+}
+
 inline size_t descriptorCount(pid_t pid) {
    std::filesystem::directory_iterator const folder("/proc/" + std::to_string(pid) + "/fd");
    return static_cast<size_t>(std::distance(begin(folder), end(folder)));

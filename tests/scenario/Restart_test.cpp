@@ -1,9 +1,12 @@
 // The agent and the database come and go: what was written stands, and nobody else is disturbed.
 #include "Ordel/wire/Frames.h"
+#include "ProcessFacts.h"
 #include "Processes.h"
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -208,6 +211,22 @@ TEST_F(RestartTest, secondSupervisorsAgentIsStandbyUntilItsCellSaysOtherwise) {
    active->process().wait();
    done({"set", second + ".mode", "modeActive"});
    done({"wait", ethPriority, "10", "--timeout", "20"});
+}
+
+// Another process holds the lock that a database takes at its start.
+TEST(DatabaseStartTest, stopIsLookedAtWhileTheStartWaits) {
+   TempFolder folder;
+   int const lock = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+   ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+   Process database({program("ordeld"), "--socket", folder.file("ordel.sock")});
+   auto const end = std::chrono::steady_clock::now() + limit;
+   while (!hasOpen(database.pid(), folder.path()) && std::chrono::steady_clock::now() < end)
+      ::usleep(1000);
+   ASSERT_TRUE(hasOpen(database.pid(), folder.path())) << "it is where it waits for the lock";
+   database.signal(SIGTERM);
+   EXPECT_EQ(database.wait(), 0);
+   EXPECT_THAT(database.errors().text(), Not(HasSubstr("ready")));
+   ::close(lock);
 }
 
 // --- agent-runner by itself.
