@@ -1,8 +1,9 @@
 // The agent at scale, through real processes: a publisher (this one), the state database, the agent and a
 // subscriber. See bench/README.md.
 //
-//    scale_bench [--vlans N] [--ports N] [--repeat N]     bulk, single changes, memory and restart at that
-//    size scale_bench --growth                                 time of the bulk at several sizes
+//    scale_bench [--vlans N] [--ports N] [--repeat N] [--trace-file]   bulk, single changes, memory and
+//                                                                      restart at that size
+//    scale_bench --growth                                              time of the bulk at several sizes
 #include "../database/Relay.h"
 #include "Counter.h"
 
@@ -22,6 +23,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sys/wait.h>
@@ -31,6 +33,7 @@
 namespace {
 
 std::string binFolder;
+bool hasTraceFile = false; // of the agent, as it has in service
 
 // --- Processes.
 
@@ -40,10 +43,15 @@ class AgentProcess {
       int ends[2];
       if (pipe2(ends, O_CLOEXEC) != 0)
          std::exit(1);
+      if (hasTraceFile)
+         std::filesystem::create_directory(traceFolder(socketPath));
       pid_ = fork();
       if (pid_ == 0) {
          dup2(ends[1], 2);
-         setenv("ZIVLOG_DISABLE", "1", 1);
+         if (hasTraceFile)
+            setenv("ZIVLOGDIR", traceFolder(socketPath).c_str(), 1);
+         else
+            setenv("ZIVLOG_DISABLE", "1", 1);
          std::string const program = binFolder + "/agent-runner";
          execl(program.c_str(), program.c_str(), "--socket", socketPath.c_str(), nullptr);
          _exit(127);
@@ -60,6 +68,7 @@ class AgentProcess {
       }
    }
    ~AgentProcess() { end(SIGTERM); }
+   static std::string traceFolder(std::string const& socketPath) { return socketPath + ".trace"; }
    void end(int signal) {
       if (pid_ < 0)
          return;
@@ -165,6 +174,7 @@ class Switch {
       agent_.reset();
       Bench::stop(database_);
       unlink(socketPath_.c_str());
+      std::filesystem::remove_all(AgentProcess::traceFolder(socketPath_));
    }
 
    // Seconds from publishing all VLANs and trunks until the subscriber has seen the last membership.
@@ -303,6 +313,8 @@ int main(int argc, char** argv) {
       std::string_view const option = argv[i];
       if (option == "--growth") {
          growth = true;
+      } else if (option == "--trace-file") {
+         hasTraceFile = true;
       } else if (i + 1 < argc && (option == "--vlans" || option == "--ports" || option == "--repeat")) {
          int const number = std::atoi(argv[++i]);
          if (option == "--vlans")
@@ -312,7 +324,8 @@ int main(int argc, char** argv) {
          else
             repeat = std::max(1, number);
       } else {
-         std::fprintf(stderr, "Usage: scale_bench [--vlans N] [--ports N] [--repeat N] | --growth\n");
+         std::fprintf(stderr,
+                      "Usage: scale_bench [--vlans N] [--ports N] [--repeat N] [--trace-file] | --growth\n");
          return 2;
       }
    }
