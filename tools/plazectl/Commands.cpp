@@ -213,7 +213,7 @@ void watch(Place const& place, std::string const& path, std::ostream& out) {
    std::string told; // the last reason why the table can't be read
    auto tell = [&](std::string const& reason) {
       if (!reason.empty() && reason != told)
-         std::cerr << "plazectl: " << reason << '\n';
+         Process::say("plazectl", reason);
       told = reason;
    };
    Plaze::TableType const* type = nullptr; // null while the rows can't be read; then nothing is told of them
