@@ -229,6 +229,8 @@ TEST_F(OrdelctlTest, deleteTakesEntitiesAndMembersAway) {
    EXPECT_EQ(ctl({"ls", "bridging/input/config"}).output, "cli\neth\n");
    verifyFails(3, cli + ".hostAgingTime: is no entity and no member of a collection, so it can't be deleted",
                {"delete", cli + ".hostAgingTime"});
+   verifyFails(3, cli + ": is a place of the schema and can't be deleted", {"delete", cli});
+   verifyFails(3, "cell/1: is a place of the schema and can't be deleted", {"delete", "cell/1"});
 }
 
 // --- load, dump

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Ordel {
@@ -110,6 +111,9 @@ class Store {
    Records::EntityType const* formerType(uint32_t node) const;
    Records::EntityType const* formerType(uint32_t directory, std::string_view name) const;
 
+   // It is a place of the schema, or holds one: a cell's places stand below "cell/" and any number.
+   bool isDeclared(Entity const& entity) const;
+
    static std::string path(Entity const& entity); // of its node
    static void encodeAt(Entity const& entity, Wire::Writer& out);
    static void encodeCreate(Entity const& entity, Wire::Writer& out);
@@ -146,7 +150,8 @@ class Store {
    static constexpr size_t maxFormerNames = 100000; // beyond, all are forgotten
 
    Codecs codecs_;
-   std::vector<Layout> layouts_; // by type
+   std::unordered_set<std::string_view> places_, cellPlaces_; // paths of the schema's
+   std::vector<Layout> layouts_;                              // by type
    std::unordered_map<uint32_t, Entity*> nodes_;
    std::unordered_map<uint32_t, uint16_t> formerTypes_;
    std::unordered_map<std::string, uint16_t> formerNames_; // directory's number and name
