@@ -1,8 +1,8 @@
 // The right to write a table: one process at a time has it.
 //
-// The lock is on a file of its own beside the table, "status.lock~" beside "status", which only its owner can open.
-// On the table itself, which all may read, any reader could hold the lock and so keep the writer out. The file
-// stays when the writer goes; the lock goes with the process.
+// The lock is on a file of its own beside the table, "status.lock~" beside "status", which only its owner can
+// open. On the table itself, which all may read, any reader could hold the lock and so keep the writer out.
+// The file stays when the writer goes; the lock goes with the process.
 #pragma once
 
 #include <string>

@@ -45,8 +45,8 @@ class Writer {
    // Opens the table of whatever type it is; raises Error where there is none.
    explicit Writer(std::string path);
 
-   // Whether anything changed. Raises Error where the table can't grow, and then nothing has changed; also where
-   // somebody has cut the file short, and then the table is of no use: another Writer refuses it. A key
+   // Whether anything changed. Raises Error where the table can't grow, and then nothing has changed; also
+   // where somebody has cut the file short, and then the table is of no use: another Writer refuses it. A key
    // or a value longer than the shape allows, or an empty key, is a mistake of the caller: assertion.
    bool put(std::string_view key, std::string_view value);
    bool del(std::string_view key);
