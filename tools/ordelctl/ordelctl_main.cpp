@@ -1,6 +1,8 @@
 // ordelctl: reads, writes, watches and loads the tree of the state database.
 #include "CommandLine.h"
 #include "Failures.h"
+#include "Kem/Printable.h"
+#include "Kem/StandardStreams.h"
 #include "treejson/Error.h"
 
 #include <csignal>
@@ -18,18 +20,16 @@ enum ExitStatus {
 
 // One line, whatever names are in it.
 int fail(std::exception const& error, ExitStatus status) {
-   std::string text = error.what();
-   for (char& c : text)
-      if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-         c = '?';
    std::fflush(stdout);
-   std::fprintf(stderr, "ordelctl: %s\n", text.c_str());
+   std::fprintf(stderr, "ordelctl: %s\n", Kem::printable(error.what()).c_str());
    return status;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return exitUsage;
    // Whoever reads the output may go; like other tools of its kind this one then ends without a word, also
    // where it was started with the signal ignored.
    std::signal(SIGPIPE, SIG_DFL);

@@ -1,7 +1,9 @@
 // vornctl: shows what the bridging agent resolved, and why.
 #include "CommandLine.h"
 #include "Failures.h"
-#include "Table.h"
+
+#include "Kem/Printable.h"
+#include "Kem/StandardStreams.h"
 
 #include <csignal>
 #include <cstdio>
@@ -18,13 +20,15 @@ enum ExitStatus {
 // One line, whatever names are in it.
 int fail(std::exception const& error, ExitStatus status) {
    std::fflush(stdout);
-   std::fprintf(stderr, "vornctl: %s\n", Vornctl::printable(error.what()).c_str());
+   std::fprintf(stderr, "vornctl: %s\n", Kem::printable(error.what()).c_str());
    return status;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return exitUsage;
    // Whoever reads the output may go; like other tools of its kind this one then ends without a word, also
    // where it was started with the signal ignored.
    std::signal(SIGPIPE, SIG_DFL);

@@ -2,6 +2,8 @@
 #include "Printer.h"
 #include "TraceSet.h"
 
+#include "Kem/StandardStreams.h"
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <iostream>
@@ -20,11 +22,20 @@ constexpr char const* footer =
     "Exit status: 0 done; 1 nothing matched; 2 wrong usage; 3 a file is no trace file or damaged;\n"
     "4 a file can't be read. The other files are printed all the same.";
 
-// Prints what is new, four times a second, until a signal ends the program.
-[[noreturn]] void follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection,
-                         Zivcat::Printer& printer) {
+// The exit status of what has been printed: `status`, or another one where it can't be written.
+int finished(int status) {
+   std::string const why = Kem::whyOutputFailed();
+   if (why.empty())
+      return status;
+   std::cerr << "zivcat: standard output: " << why << '\n';
+   return exitUsage;
+}
+
+// Prints what is new, four times a second, until a signal ends the program, or nobody takes it.
+int follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection, Zivcat::Printer& printer) {
    for (;;) {
-      std::cout.flush();
+      if (int const status = finished(0); status != 0)
+         return status;
       std::this_thread::sleep_for(std::chrono::milliseconds(250));
       traces.refresh(std::cerr);
       traces.print(selection, std::nullopt, printer);
@@ -34,6 +45,8 @@ constexpr char const* footer =
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return exitUsage;
    CLI::App app(
        "Prints trace files (.zv): the records of all levels, oldest first, several files merged by time.",
        "zivcat");
@@ -64,9 +77,14 @@ int main(int argc, char** argv) {
       if (facility)
          selection.facility.emplace(*facility, std::regex::extended);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? 0 : exitUsage;
+      if (error.get_exit_code() == 0) {
+         app.exit(error); // prints the help, or the version
+         return finished(0);
+      }
+      std::cerr << "zivcat: " << Zivcat::escaped(error.what()) << "; see zivcat --help\n";
+      return exitUsage;
    } catch (std::regex_error const& error) {
-      std::cerr << "zivcat: --facility: not a regular expression: " << *facility << '\n';
+      std::cerr << "zivcat: --facility: not a regular expression: " << Zivcat::escaped(*facility) << '\n';
       return exitUsage;
    }
 
@@ -76,12 +94,12 @@ int main(int argc, char** argv) {
    traces.refresh(std::cerr);
    if (wantsInfo) {
       traces.printInfo(printer);
-      return traces.failure();
+      return finished(traces.failure());
    }
    size_t const printed = traces.print(selection, tail, printer);
    if (wantsFollow && !traces.empty())
-      follow(traces, selection, printer);
+      return follow(traces, selection, printer);
    if (traces.failure() != 0)
-      return traces.failure();
-   return printed == 0 ? exitNothing : 0;
+      return finished(traces.failure());
+   return finished(printed == 0 ? exitNothing : 0);
 }

@@ -1,5 +1,6 @@
 // ordeld: the state database as a process.
 #include "Kem/Activity.h"
+#include "Kem/StandardStreams.h"
 #include "Ordel/client/Connection.h"
 #include "Ordel/server/Listener.h"
 #include "Ordel/server/Server.h"
@@ -144,6 +145,8 @@ class StopSignals final : public Kem::FileDescriptorWatch {
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return EXIT_FAILURE;
    Options const options = optionsOf(argc, argv);
    std::signal(SIGPIPE, SIG_IGN);
    raiseDescriptorLimit();
