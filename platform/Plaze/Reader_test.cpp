@@ -263,11 +263,12 @@ TEST_F(ReaderTest, FileThatIsCutAndMendedAgainIsNotBelieved) {
 // --- Whose files are taken
 
 TEST_F(ReaderTest, SymbolicLinkIsRefused) {
+   std::string const link = directory_.path("link");
    Writer(directory_.path("real"), testShape).put("key", "value");
-   std::filesystem::create_symlink(directory_.path("real"), path_);
-   Reader reader(path_);
+   std::filesystem::create_symlink(directory_.path("real"), link);
+   Reader reader(link);
    EXPECT_EQ(reader.refresh(), State::refused);
-   EXPECT_THAT(reader.reason(), HasSubstr(path_ + ": is a symbolic link"));
+   EXPECT_THAT(reader.reason(), HasSubstr(link + ": is a symbolic link"));
 }
 
 TEST_F(ReaderTest, FileWithASecondNameIsRefused) {
