@@ -200,11 +200,15 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
       refuse(place(slot, &key), "too deep");
       return;
    }
+   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
+   if (getsNumber && store_.nextNode == UINT32_MAX) {
+      refuse(place(slot, &key), "the database has no number left for it");
+      return;
+   }
    if (standing)
       erase(*standing);
 
    auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
    Entity& made = store_.create(type, entity, attribute, probe, getsNumber ? store_.nextNode : node);
    if (isLoading_)
       return;

@@ -266,8 +266,10 @@ Entity* Store::reach(std::string_view path, std::string_view& rest) const {
 void Store::remember(Entity const& entity) {
    if (!entity.isNode() || !entity.parent_)
       return;
-   if (entity.node_)
-      formerTypes_[entity.node_] = entity.type_->id;
+   if (entity.node_ && formerTypes_.insert_or_assign(entity.node_, entity.type_->id).second)
+      formerNodes_.push_back(entity.node_);
+   for (; formerNodes_.size() > maxFormerNodes; formerNodes_.pop_front())
+      formerTypes_.erase(formerNodes_.front());
    if (formerNames_.size() >= maxFormerNames)
       formerNames_.clear();
    formerNames_[formerKey(entity.parent_->node_, entity.name())] = entity.type_->id;
