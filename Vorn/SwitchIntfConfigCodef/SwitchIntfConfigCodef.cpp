@@ -28,7 +28,7 @@ void SwitchIntfConfigCodef::handleInitialized() {
 
 void SwitchIntfConfigCodef::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    auto const dir = kemConfigIn_.notifier();
-   auto const in = dir->switchIntfConfig(intfId);
+   auto const in = dir ? dir->switchIntfConfig(intfId) : nullptr; // without a directory nothing is chosen
    if (!in) {
       backlog_.del(intfId);
       KEM_TRACE(switchCodefTrace, 5,

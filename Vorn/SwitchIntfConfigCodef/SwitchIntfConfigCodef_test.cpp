@@ -79,6 +79,19 @@ Operation const operations[] = {
      [](Config const& a, Config const& b) { return a.switchportMode() == b.switchportMode(); }},
 };
 
+// A stage that has no directory, or has lost it, is asked all the same.
+TEST_F(SwitchIntfConfigCodefTest, withoutADirectoryNothingIsChosen) {
+   start();
+   ASSERT_TRUE(copy());
+   auto const without =
+       Kem::makePtr<Vorn::SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), nullptr, *bridge.sm);
+   without->handleSwitchIntfConfig();
+   ASSERT_TRUE(copy());
+   without->handleSwitchIntfConfig("Ethernet1");
+   EXPECT_FALSE(copy());
+   EXPECT_FALSE(without->switchIntfConfigEntrySm("Ethernet1"));
+}
+
 // --- Attributes that wait.
 
 TEST_F(SwitchIntfConfigCodefTest, eachOfTheNineWaitsForItsSlice) {

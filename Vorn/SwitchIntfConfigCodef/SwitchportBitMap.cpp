@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <optional>
 
 namespace Vorn {
 
@@ -42,6 +43,19 @@ std::string_view takeUntil(std::string_view& text, char end) {
    return taken;
 }
 
+// Decimal, or hexadecimal behind "0x". A number that is too wide for the type counts as one that is too
+// great.
+uint32_t numberFrom(std::string_view word) {
+   bool const isHex = word.starts_with("0x");
+   std::string_view const digits = word.substr(isHex ? 2 : 0);
+   uint32_t number = 0;
+   auto const [stop, error] =
+       std::from_chars(digits.data(), digits.data() + digits.size(), number, isHex ? 16 : 10);
+   if (error == std::errc::invalid_argument || stop != digits.data() + digits.size())
+      Kem::throwRange("SwitchportBitMap::value is no number: " + std::string(word));
+   return error == std::errc() ? number : UINT32_MAX;
+}
+
 } // namespace
 
 SwitchportBitMap::SwitchportBitMap(uint32_t value) : value_(value) {
@@ -58,7 +72,8 @@ std::string SwitchportBitMap::valueToStrep() const {
 
 SwitchportBitMap SwitchportBitMap::valueFromStrep(std::string_view text) {
    take(text, opening);
-   uint32_t value = 0;
+   uint32_t bits = 0, named = 0; // those that are True, those that are given
+   std::optional<SwitchportBitMap> number;
    while (true) {
       take(text, "'");
       auto const name = takeUntil(text, '\'');
@@ -69,18 +84,15 @@ SwitchportBitMap SwitchportBitMap::valueFromStrep(std::string_view text) {
       auto const word = text.substr(0, end);
       text.remove_prefix(end);
       if (name == "value") {
-         uint32_t number = 0;
-         auto const [stop, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-         if (error != std::errc() || stop != word.data() + word.size())
-            Kem::throwRange("SwitchportBitMap::value is no number: " + std::string(word));
-         value |= SwitchportBitMap(number).value();
+         number = SwitchportBitMap(numberFrom(word));
       } else {
          auto const* const known = std::find_if(std::begin(namedBits), std::end(namedBits),
                                                 [&](auto const& n) { return n.name == name; });
          if (known == std::end(namedBits))
             Kem::throwRange("SwitchportBitMap has no such attribute: " + std::string(name));
+         named |= known->bit;
          if (word == "True")
-            value |= known->bit;
+            bits |= known->bit;
          else if (word != "False")
             Kem::throwRange("SwitchportBitMap::" + std::string(name) +
                             " is neither True nor False: " + std::string(word));
@@ -90,7 +102,12 @@ SwitchportBitMap SwitchportBitMap::valueFromStrep(std::string_view text) {
       take(text, ", ");
    }
    take(text, closing);
-   return SwitchportBitMap(value);
+   if (!text.empty())
+      Kem::throwRange("SwitchportBitMap has something behind its end: " + std::string(text));
+   if (number && (number->value() & named) != bits)
+      Kem::throwRange("SwitchportBitMap::value is " + std::to_string(number->value()) +
+                      ", which its attributes contradict");
+   return number ? *number : SwitchportBitMap(bits);
 }
 
 } // namespace Vorn

@@ -24,6 +24,10 @@ constexpr char emptyText[] =
     "'switchportAsymVlans': False, 'switchportTapAllowedVlans': False, "
     "'switchportToolAllowedVlans': False, 'switchportTapNativeVlan': False, 'value': 0})";
 
+std::string onlyValue(std::string const& number) {
+   return "Value('Vorn::SwitchIntfConfigEntrySm::SwitchportBitMap', ** {'value': " + number + "})";
+}
+
 TEST(SwitchportBitMap, bitsHaveTheirValues) {
    std::vector<std::pair<SwitchportBitMap::Bit, uint32_t>> const bits = {
        {SwitchportBitMap::switchportEnabled, 0x001},
@@ -111,9 +115,37 @@ TEST(SwitchportBitMap, valueBeyondItsBitsInATextRaises) {
    std::string text = emptyText;
    text.replace(text.find("'value': 0"), 10, "'value': 512");
    EXPECT_EQ(raised(text), "SwitchportBitMap::value > 0x1ff not allowed");
-   text = emptyText;
+   text.replace(text.find("'value': 512"), 12, "'value': 0x200");
+   EXPECT_EQ(raised(text), "SwitchportBitMap::value > 0x1ff not allowed");
+   for (char const* wide : {"4294967296", "0x1ffffffff", "99999999999999999999999"})
+      EXPECT_EQ(raised(onlyValue(wide)), "SwitchportBitMap::value > 0x1ff not allowed") << wide;
+   EXPECT_EQ(raised(onlyValue("511")), "nothing");
+}
+
+TEST(SwitchportBitMap, numberInATextMayBeHexadecimal) {
+   EXPECT_EQ(SwitchportBitMap::valueFromStrep(onlyValue("0x102")).value(), 0x102u);
+   EXPECT_EQ(SwitchportBitMap::valueFromStrep(onlyValue("0x1FF")).value(), 0x1ffu);
+   for (char const* bad : {"0x", "x1", "1x", "0x1g", " 1", ""})
+      EXPECT_EQ(raised(onlyValue(bad)), std::string("SwitchportBitMap::value is no number: ") + bad) << bad;
+}
+
+TEST(SwitchportBitMap, textBehindTheEndRaises) {
+   EXPECT_EQ(raised(std::string(emptyText) + ")"), "SwitchportBitMap has something behind its end: )");
+   EXPECT_EQ(raised(std::string(emptyText) + emptyText),
+             std::string("SwitchportBitMap has something behind its end: ") + emptyText);
+}
+
+TEST(SwitchportBitMap, bitsThatContradictTheNumberRaise) {
+   std::string text = emptyText;
    text.replace(text.find("'value': 0"), 10, "'value': 511");
-   EXPECT_EQ(raised(text), "nothing");
+   EXPECT_EQ(raised(text), "SwitchportBitMap::value is 511, which its attributes contradict");
+   text = emptyText;
+   text.replace(text.find("False"), 5, "True");
+   EXPECT_EQ(raised(text), "SwitchportBitMap::value is 0, which its attributes contradict");
+   // What is left out contradicts nothing.
+   std::string const head = "Value('Vorn::SwitchIntfConfigEntrySm::SwitchportBitMap', ** {";
+   EXPECT_EQ(SwitchportBitMap::valueFromStrep(head + "'switchportMode': True, 'value': 3})").value(), 3u);
+   EXPECT_EQ(SwitchportBitMap::valueFromStrep(head + "'switchportMode': True})").value(), 2u);
 }
 
 TEST(SwitchportBitMap, wordsThatAreNeitherBitsNorNumbersRaise) {

@@ -1,6 +1,7 @@
 // Loads an agent module and runs it on the state database.
 #include "AgentBase/Respawn.h"
 #include "AgentBase/Runner.h"
+#include "Kem/StandardStreams.h"
 #include "Process/StopSignals.h"
 
 #include <cerrno>
@@ -69,6 +70,8 @@ int runOnce(void* options) {
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return EXIT_FAILURE;
    AgentBase::RunnerOptions options;
    options.socketPath = Ordel::Connection::defaultSocketPath();
    options.module = defaultModule();

@@ -1,22 +1,15 @@
 #include "Kem/Brackets.h"
+#include "Kem/Printable.h"
 
 #include <cstdint>
 
 namespace Kem {
 
-namespace {
-
-bool isControl(char c) {
-   return static_cast<uint8_t>(c) < 0x20 || c == 0x7f;
-}
-
-} // namespace
-
 bool needsQuotes(std::string_view key) {
    if (key.empty() || key.front() == '"')
       return true;
-   for (char const c : key)
-      if (c == ']' || isControl(c))
+   for (std::string_view rest = key; !rest.empty(); rest.remove_prefix(printableLength(rest)))
+      if (rest.front() == ']' || printableLength(rest) == 0)
          return true;
    return false;
 }
@@ -27,16 +20,19 @@ std::string bracketed(std::string_view key) {
       return text.append(key).append("]");
    text += '"';
    constexpr char digits[] = "0123456789abcdef";
-   for (char const c : key) {
-      if (isControl(c)) {
+   while (!key.empty()) {
+      size_t const printable = printableLength(key);
+      if (printable == 0) {
          text += "\\x";
-         text += digits[static_cast<uint8_t>(c) >> 4];
-         text += digits[static_cast<uint8_t>(c) & 15];
+         text += digits[static_cast<uint8_t>(key.front()) >> 4];
+         text += digits[static_cast<uint8_t>(key.front()) & 15];
+         key.remove_prefix(1);
          continue;
       }
-      if (c == '"' || c == '\\')
+      if (key.front() == '"' || key.front() == '\\')
          text += '\\';
-      text += c;
+      text += key.substr(0, printable);
+      key.remove_prefix(printable);
    }
    return text + "\"]";
 }

@@ -15,10 +15,15 @@ Reader::State Reader::stateIs(State state, std::string reason) {
 
 Reader::State Reader::refresh() {
    struct stat status;
-   if (stat(path_.c_str(), &status) != 0)
+   if (lstat(path_.c_str(), &status) != 0)
       return errno == ENOENT || errno == ENOTDIR
                  ? stateIs(State::absent)
                  : stateIs(State::refused, path_ + ": can't be read: " + std::strerror(errno));
+   if (file_ && file_->isSame(status) && file_->isLost()) {
+      // Whoever cuts the file and mends it again is not to be followed in that.
+      refused_ = status;
+      return stateIs(State::refused, path_ + ": was cut short while it was read");
+   }
    if (file_ && file_->isSame(status) && static_cast<uint64_t>(status.st_size) >= file_->places().fileBytes())
       return state_;
    if (state_ == State::refused && status.st_ino == refused_.st_ino && status.st_dev == refused_.st_dev &&
@@ -53,8 +58,6 @@ Reader::Result Reader::read(uint32_t slot, Entry& entry, uint64_t& sequence) con
    uint64_t const valueOffset = keyOffset + Layout::wordsFor(maxKey) * Layout::wordBytes;
    auto const word = file_->sequence(slot);
    sequence = 0;
-   if (!file_->hasItsSize())
-      return Result::damaged;
    for (unsigned tries = 0; tries < maxTries; ++tries) {
       if (tries >= busyTries)
          sched_yield();
@@ -73,7 +76,10 @@ Reader::Result Reader::read(uint32_t slot, Entry& entry, uint64_t& sequence) con
       if (onMidRead_) [[unlikely]]
          onMidRead_();
       std::atomic_thread_fence(std::memory_order_acquire);
-      if (word.load(std::memory_order_relaxed) != sequence)
+      bool const isSame = word.load(std::memory_order_relaxed) == sequence;
+      if (file_->isLost()) [[unlikely]]
+         return Result::damaged; // what was read are zeros that nobody wrote
+      if (!isSame)
          continue;
       return !head ? Result::damaged : head->isUsed ? Result::entry : Result::free;
    }

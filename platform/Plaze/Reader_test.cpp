@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <map>
 #include <random>
+#include <unistd.h>
 
 namespace Plaze {
 namespace {
@@ -216,7 +217,105 @@ TEST_F(ReaderTest, FileCutShortAfterItWasOpenedIsNotTouched) {
    uint64_t sequence;
    EXPECT_EQ(reader.read(999, entry, sequence), Result::damaged);
    EXPECT_EQ(reader.refresh(), State::refused);
-   EXPECT_THAT(reader.reason(), HasSubstr("is cut short"));
+   EXPECT_THAT(reader.reason(), HasSubstr("was cut short while it was read"));
+   EXPECT_EQ(Reader(path_).refresh(), State::refused) << "who opens it now finds the size wrong";
+   // It is a table again when another file is there.
+   std::filesystem::remove(path_);
+   Writer(path_, testShape).put("key", "value");
+   EXPECT_EQ(reader.refresh(), State::good);
+   EXPECT_EQ(contents(reader).size(), 1u);
+}
+
+TEST_F(ReaderTest, FileCutShortWhileASlotIsCopiedIsAnErrorOfThatTable) {
+   Writer writer(path_, testShape, 1000);
+   for (int i = 0; i < 1000; ++i)
+      writer.put("key" + std::to_string(i), std::string(200, 'v'));
+   Reader reader(path_);
+   ASSERT_EQ(reader.refresh(), State::good);
+   Entry entry;
+   uint64_t sequence;
+   ASSERT_EQ(reader.read(0, entry, sequence), Result::entry);
+   reader.onMidReadIs([&] { std::filesystem::resize_file(path_, 4096); });
+   for (uint32_t slot = 0; slot < 1000; ++slot)
+      EXPECT_EQ(reader.read(slot, entry, sequence), Result::damaged) << slot;
+   EXPECT_EQ(reader.refresh(), State::refused);
+   // The rest of the process doesn't notice.
+   std::string const other = directory_.path("other");
+   Writer(other, testShape).put("key", "value");
+   Reader second(other);
+   EXPECT_EQ(second.refresh(), State::good);
+   EXPECT_EQ(contents(second).size(), 1u);
+}
+
+TEST_F(ReaderTest, FileThatIsCutAndMendedAgainIsNotBelieved) {
+   Writer(path_, testShape, 1000).put("key", "value");
+   auto const size = std::filesystem::file_size(path_);
+   Reader reader(path_);
+   ASSERT_EQ(reader.refresh(), State::good);
+   std::filesystem::resize_file(path_, 4096);
+   Entry entry;
+   uint64_t sequence;
+   EXPECT_EQ(reader.read(999, entry, sequence), Result::damaged);
+   std::filesystem::resize_file(path_, size);
+   EXPECT_EQ(reader.refresh(), State::refused);
+}
+
+// --- Whose files are taken
+
+TEST_F(ReaderTest, SymbolicLinkIsRefused) {
+   std::string const link = directory_.path("link");
+   Writer(directory_.path("real"), testShape).put("key", "value");
+   std::filesystem::create_symlink(directory_.path("real"), link);
+   Reader reader(link);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr(link + ": is a symbolic link"));
+}
+
+TEST_F(ReaderTest, FileWithASecondNameIsRefused) {
+   Writer(path_, testShape).put("key", "value");
+   std::filesystem::create_hard_link(path_, directory_.path("second"));
+   Reader reader(path_);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr("has 2 names"));
+}
+
+TEST_F(ReaderTest, FileThatOthersMayWriteIsRefused) {
+   Writer(path_, testShape).put("key", "value");
+   std::filesystem::permissions(path_, std::filesystem::perms(0666));
+   Reader reader(path_);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr("can be written by all users"));
+}
+
+TEST_F(ReaderTest, DirectoryThatOthersMayWriteIsRefused) {
+   std::string const below = directory_.path("open/way/table");
+   Writer(below, testShape).put("key", "value");
+   std::filesystem::permissions(directory_.path("open"), std::filesystem::perms(0777));
+   Reader reader(below);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr(directory_.path("open") + " can be written by all users"));
+}
+
+TEST_F(ReaderTest, FileAndDirectoryOfAnotherUserAreRefused) {
+   if (geteuid() != 0)
+      GTEST_SKIP() << "only root can give files away";
+   std::string const below = directory_.path("theirs/table");
+   Writer(below, testShape).put("key", "value");
+   ASSERT_EQ(chown(below.c_str(), 1234, 0), 0);
+   Reader reader(below);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr("belongs to user 1234, who is neither root nor this process's"));
+   ASSERT_EQ(chown(below.c_str(), 0, 0), 0);
+   ASSERT_EQ(chown(directory_.path("theirs").c_str(), 1234, 0), 0);
+   Reader other(below);
+   EXPECT_EQ(other.refresh(), State::refused);
+   EXPECT_THAT(other.reason(), HasSubstr(directory_.path("theirs") + " belongs to user 1234"));
+   // A link of theirs on the way, to what is in order otherwise.
+   ASSERT_EQ(chown(directory_.path("theirs").c_str(), 0, 0), 0);
+   std::filesystem::create_symlink(directory_.path("theirs"), directory_.path("link"));
+   EXPECT_EQ(Reader(directory_.path("link/table")).refresh(), State::good) << "our own link";
+   ASSERT_EQ(lchown(directory_.path("link").c_str(), 1234, 0), 0);
+   EXPECT_EQ(Reader(directory_.path("link/table")).refresh(), State::refused);
 }
 
 TEST_F(ReaderTest, SlotThatNoWriterMakesIsToldAsDamaged) {

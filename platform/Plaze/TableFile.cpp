@@ -1,10 +1,10 @@
 #include "Plaze/TableFile.h"
 
+#include "Plaze/Trust.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
-#include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -27,6 +27,21 @@ std::string descriptorPath(int fd) {
 
 } // namespace
 
+void makeDirectoryOf(std::string const& path) {
+   std::string const directory = directoryOf(path);
+   if (std::string const why = whyNotTrustedWay(directory); !why.empty())
+      throw Error(Error::Kind::refused, path, why);
+   // With rights that the next one who looks trusts, whatever the mask of this process.
+   std::filesystem::path at;
+   for (auto const& part : std::filesystem::path(directory)) {
+      at /= part;
+      if (mkdir(at.c_str(), 0755) != 0 && errno != EEXIST && errno != EISDIR)
+         throwSystem(at, "can't be made");
+   }
+   if (std::string const why = whyNotTrustedWay(directory); !why.empty())
+      throw Error(Error::Kind::refused, path, why); // somebody was faster
+}
+
 uint64_t randomNumber() {
    uint64_t number = 0;
    if (getrandom(&number, sizeof(number), 0) != sizeof(number))
@@ -36,8 +51,12 @@ uint64_t randomNumber() {
 
 std::unique_ptr<TableFile> TableFile::open(std::string const& path, bool isWritable) {
    std::unique_ptr<TableFile> file(new TableFile(path));
+   if (std::string const why = whyNotTrustedWay(directoryOf(path)); !why.empty())
+      file->refuse(why);
    // Not blocking: a pipe of that name must not hold us up.
-   file->fd_ = ::open(path.c_str(), (isWritable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
+   file->fd_ = ::open(path.c_str(), (isWritable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+   if (file->fd_ < 0 && errno == ELOOP)
+      file->refuse("is a symbolic link");
    if (file->fd_ < 0 && (errno == ENOENT || errno == ENOTDIR))
       throw Error(Error::Kind::absent, path, "there is no table of that name");
    if (file->fd_ < 0)
@@ -46,6 +65,10 @@ std::unique_ptr<TableFile> TableFile::open(std::string const& path, bool isWrita
       throwSystem(path, "can't be read");
    if (!S_ISREG(file->status_.st_mode))
       file->refuse("is no file");
+   if (std::string const why = whyNotTrusted(file->status_); !why.empty())
+      file->refuse(why);
+   if (file->status_.st_nlink > 1)
+      file->refuse("has " + std::to_string(file->status_.st_nlink) + " names");
    file->checkHeader();
    file->map(isWritable);
    return file;
@@ -98,10 +121,6 @@ std::unique_ptr<TableFile> TableFile::create(std::string const& path, Shape cons
    header.check = Layout::headerCheck(header);
    file->places_ = places;
 
-   std::error_code error;
-   std::filesystem::create_directories(directoryOf(path), error);
-   if (error)
-      throwSystem(directoryOf(path), "can't be made", error.value());
    // The file has no name until it is whole, and goes by itself where this process dies before that.
    file->fd_ = ::open(directoryOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0644);
    if (file->fd_ < 0)
@@ -113,21 +132,16 @@ std::unique_ptr<TableFile> TableFile::create(std::string const& path, Shape cons
    if (fstat(file->fd_, &file->status_) != 0)
       throwSystem(path, "can't be read");
    file->map(true);
-   std::memcpy(file->base_, &header, sizeof(header));
+   std::memcpy(file->base(), &header, sizeof(header));
    return file;
 }
 
 void TableFile::map(bool isWritable) {
-   int const protection = isWritable ? PROT_READ | PROT_WRITE : PROT_READ;
-   void* const memory = mmap(nullptr, places_.fileBytes(), protection, MAP_SHARED, fd_, 0);
-   if (memory == MAP_FAILED)
+   if (!mapping_.map(fd_, places_.fileBytes(), isWritable))
       throwSystem(path_, "can't be mapped");
-   base_ = static_cast<char*>(memory);
 }
 
 TableFile::~TableFile() {
-   if (base_)
-      munmap(base_, places_.fileBytes());
    if (fd_ >= 0)
       close(fd_);
 }
@@ -141,21 +155,13 @@ bool TableFile::linkAs(std::string const& path) {
 }
 
 void TableFile::replace(std::string const& path) {
-   // Only the holder of the lock of the standing file comes here, so the name beside it is nobody else's.
+   // Only the holder of the table's lock comes here, so the name beside it is nobody else's.
    std::string const beside = path + "~";
    unlink(beside.c_str());
    if (!linkAs(beside))
       refuse("another process makes it at the same time");
    if (rename(beside.c_str(), path.c_str()) != 0)
       throwSystem(path, "can't be replaced");
-}
-
-bool TableFile::lock() {
-   if (flock(fd_, LOCK_EX | LOCK_NB) == 0)
-      return true;
-   if (errno != EWOULDBLOCK)
-      throwSystem(path_, "can't be locked");
-   return false;
 }
 
 mode_t TableFile::mode() const {
@@ -166,16 +172,6 @@ mode_t TableFile::mode() const {
 void TableFile::modeIs(mode_t mode) {
    if (fchmod(fd_, mode) != 0)
       throwSystem(path_, "the rights can't be set");
-}
-
-bool TableFile::isAt(std::string const& path) const {
-   struct stat status;
-   return stat(path.c_str(), &status) == 0 && isSame(status);
-}
-
-bool TableFile::hasItsSize() const {
-   struct stat status;
-   return fstat(fd_, &status) == 0 && static_cast<uint64_t>(status.st_size) >= places_.fileBytes();
 }
 
 Shape TableFile::shape() const {

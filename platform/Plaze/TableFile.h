@@ -1,15 +1,13 @@
 // One file of a table, mapped: what Writer and Reader stand on. It checks that the file is a table, and knows
 // nothing of sequences or of what stands in the slots.
 //
-// A mapped file that somebody cuts short ends a process that touches what is gone (SIGBUS). Only whoever may
-// write the file can do that, and our own writer never does: a table that grows is a new file. Against others
-// the size is checked when the file is opened and before each look at it (hasItsSize). What remains is the
-// moment between this check and the look: a process with the right to cut the file, which could as well kill
-// the writer, can end a reader if it hits that moment. Copying with pread would close it at the price of a
-// system call for each word of the sequence lock, and is not done.
+// Only files of trusted owners are opened (Trust.h), and none through a symbolic link. Even such a file may
+// be cut short by whoever may write it: the mapping then reads as zeros, and isLost() tells (Mapping.h). Our
+// own writer never does that: a table that grows is a new file.
 #pragma once
 
 #include "Plaze/Layout.h"
+#include "Plaze/Mapping.h"
 
 #include "Kem/Exception.h"
 
@@ -39,8 +37,7 @@ class TableFile {
   public:
    // Opens and maps the file, for reading or for both. Raises Error.
    static std::unique_ptr<TableFile> open(std::string const& path, bool isWritable);
-   // A new file that has no name yet, with room on the disk for all of it. The
-   // directory is made where it is absent.
+   // A new file that has no name yet, with room on the disk for all of it. Its directory must exist.
    static std::unique_ptr<TableFile> create(std::string const& path, Shape const& shape, uint32_t capacity,
                                             uint64_t generation, uint64_t lineage);
    ~TableFile();
@@ -51,15 +48,12 @@ class TableFile {
    bool linkAs(std::string const& path);
    // Takes the place of the file of that name, in one step.
    void replace(std::string const& path);
-   // Keeps other writers out for as long as the file is open. False where another one holds it.
-   bool lock();
-   // Whether the path still names this file.
-   bool isAt(std::string const& path) const;
    bool isSame(struct stat const& status) const {
       return status.st_dev == status_.st_dev && status.st_ino == status_.st_ino;
    }
-   // Whether the file is still as long as its header says.
-   bool hasItsSize() const;
+   // Part of it was gone when it was touched. Nothing that was read since the last time that this was asked
+   // counts.
+   bool isLost() const { return mapping_.isLost(); }
 
    Layout::Header const& header() const { return header_; }
    Shape shape() const;
@@ -67,23 +61,23 @@ class TableFile {
    mode_t mode() const;
    void modeIs(mode_t mode);
 
-   char const* base() const { return base_; }
-   char* base() { return base_; }
+   char const* base() const { return mapping_.base(); }
+   char* base() { return mapping_.base(); }
    std::atomic_ref<uint64_t> change() const { return counter(offsetof(Layout::Counters, change)); }
    std::atomic_ref<uint64_t> entries() const { return counter(offsetof(Layout::Counters, entries)); }
    std::atomic_ref<uint64_t> writerPid() const { return counter(offsetof(Layout::Counters, writerPid)); }
    std::atomic_ref<uint64_t> sequence(uint32_t slot) const {
-      return Layout::wordAt(base_, Layout::sequencesOffset + uint64_t(slot) * Layout::wordBytes);
+      return Layout::wordAt(mapping_.base(), Layout::sequencesOffset + uint64_t(slot) * Layout::wordBytes);
    }
    std::atomic_ref<uint64_t> mark(uint32_t block) const {
-      return Layout::wordAt(base_, places_.marksOffset() + uint64_t(block) * Layout::wordBytes);
+      return Layout::wordAt(mapping_.base(), places_.marksOffset() + uint64_t(block) * Layout::wordBytes);
    }
    uint64_t slotOffset(uint32_t slot) const { return places_.slotsOffset() + slot * places_.slotBytes(); }
 
   private:
    explicit TableFile(std::string path) : path_(std::move(path)) {}
    std::atomic_ref<uint64_t> counter(size_t at) const {
-      return Layout::wordAt(base_, Layout::countersOffset + at);
+      return Layout::wordAt(mapping_.base(), Layout::countersOffset + at);
    }
    void checkHeader();
    void map(bool isWritable);
@@ -96,8 +90,12 @@ class TableFile {
    struct stat status_ = {};
    Layout::Header header_ = {}; // a copy: what it says can't change under us
    Layout::Places places_ = {};
-   char* base_ = nullptr;
+   Mapping mapping_;
 };
+
+// Makes the directory of the file and those above it where they are absent. Raises Error, also where one of
+// them isn't trusted.
+void makeDirectoryOf(std::string const& path);
 
 // A number that no other table has.
 uint64_t randomNumber();

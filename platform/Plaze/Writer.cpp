@@ -21,53 +21,50 @@ Kem::Seconds realNow() {
 } // namespace
 
 Writer::Writer(std::string path, Shape const& shape, uint32_t capacity) : path_(std::move(path)) {
-   for (;;) {
-      file_ = openLocked();
-      if (!file_) {
-         auto made = TableFile::create(path_, shape, capacity, 1, randomNumber());
-         made->lock();
-         if (!made->linkAs(path_))
-            continue; // another process was faster
-         file_ = std::move(made);
-      } else if (file_->shape() != shape) {
-         if (file_->shape().typeName != shape.typeName)
-            throw Error(Error::Kind::refused, path_,
-                        "holds " + file_->shape().typeName + ", not " + shape.typeName);
-         auto made = TableFile::create(path_, shape, capacity, 1, randomNumber());
-         made->lock();
-         made->replace(path_);
-         file_ = std::move(made);
-      }
-      break;
+   makeDirectoryOf(path_);
+   lock_.emplace(path_);
+   file_ = openIfThere();
+   if (!file_) {
+      auto made = TableFile::create(path_, shape, capacity, 1, randomNumber());
+      if (!made->linkAs(path_))
+         throw Error(Error::Kind::refused, path_,
+                     "another process makes it at the same time, without the lock");
+      file_ = std::move(made);
+   } else if (file_->shape() != shape) {
+      if (file_->shape().typeName != shape.typeName)
+         throw Error(Error::Kind::refused, path_,
+                     "holds " + file_->shape().typeName + ", not " + shape.typeName);
+      auto made = TableFile::create(path_, shape, capacity, 1, randomNumber());
+      made->replace(path_);
+      file_ = std::move(made);
    }
    takeOver();
 }
 
-Writer::Writer(std::string path) : path_(std::move(path)), file_(openLocked()) {
+Writer::Writer(std::string path) : path_(std::move(path)), file_(openIfThere()) {
+   if (!file_)
+      throw Error(Error::Kind::absent, path_, "there is no table of that name");
+   lock_.emplace(path_);
+   file_ = openIfThere(); // it may have been replaced before we had the lock
    if (!file_)
       throw Error(Error::Kind::absent, path_, "there is no table of that name");
    takeOver();
 }
 
 // Null where there is no file of that name.
-std::unique_ptr<TableFile> Writer::openLocked() const {
-   for (;;) {
-      std::unique_ptr<TableFile> file;
-      try {
-         file = TableFile::open(path_, true);
-      } catch (Error const& error) {
-         if (error.kind() == Error::Kind::absent)
-            return nullptr;
-         throw;
-      }
-      if (!file->lock())
-         throw Error(Error::Kind::refused, path_,
-                     "process " + std::to_string(file->writerPid().load(std::memory_order_relaxed)) +
-                         " writes it");
-      // Another writer may have replaced the file between our opening and our lock.
-      if (file->isAt(path_))
-         return file;
+std::unique_ptr<TableFile> Writer::openIfThere() const {
+   try {
+      return TableFile::open(path_, true);
+   } catch (Error const& error) {
+      if (error.kind() == Error::Kind::absent)
+         return nullptr;
+      throw;
    }
+}
+
+void Writer::checkNotLost() const {
+   if (file_->isLost())
+      throw Error(Error::Kind::refused, path_, "was cut short while it was written");
 }
 
 void Writer::takeOver() {
@@ -97,6 +94,7 @@ void Writer::takeOver() {
       file_->mark(block).fetch_add(1, std::memory_order_release);
    file_->change().fetch_add(1, std::memory_order_release);
    ring();
+   checkNotLost();
 }
 
 void Writer::write(uint32_t slot, Layout::Head head, std::string_view key, std::string_view value) {
@@ -139,6 +137,7 @@ bool Writer::put(std::string_view key, std::string_view value) {
    write(at->second, {static_cast<uint16_t>(key.size()), static_cast<uint32_t>(value.size()), true}, key,
          value);
    file_->entries().store(slots_.size(), std::memory_order_relaxed);
+   checkNotLost();
    ring();
    return true;
 }
@@ -152,6 +151,7 @@ bool Writer::del(std::string_view key) {
    free_.push_back(slot);
    write(slot, {}, {}, {});
    file_->entries().store(slots_.size(), std::memory_order_relaxed);
+   checkNotLost();
    ring();
    return true;
 }
@@ -195,7 +195,7 @@ void Writer::grow() {
                from.blocks() * Layout::wordBytes);
    std::memcpy(grown->base() + grown->places().slotsOffset(), file_->base() + from.slotsOffset(),
                before * from.slotBytes());
-   grown->lock();
+   checkNotLost();
    grown->replace(path_);
    file_ = std::move(grown);
    for (uint32_t slot = capacity(); slot-- > before;)

@@ -15,10 +15,12 @@
 #pragma once
 
 #include "Plaze/TableFile.h"
+#include "Plaze/TableLock.h"
 
 #include "Kem/Time.h"
 
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -43,7 +45,8 @@ class Writer {
    // Opens the table of whatever type it is; raises Error where there is none.
    explicit Writer(std::string path);
 
-   // Whether anything changed. Raises Error where the table can't grow, and then nothing has changed. A key
+   // Whether anything changed. Raises Error where the table can't grow, and then nothing has changed; also
+   // where somebody has cut the file short, and then the table is of no use: another Writer refuses it. A key
    // or a value longer than the shape allows, or an empty key, is a mistake of the caller: assertion.
    bool put(std::string_view key, std::string_view value);
    bool del(std::string_view key);
@@ -62,13 +65,15 @@ class Writer {
    void onMidEntryIs(std::function<void()> fault) { onMidEntry_ = std::move(fault); }
 
   private:
-   std::unique_ptr<TableFile> openLocked() const;
+   std::unique_ptr<TableFile> openIfThere() const;
+   void checkNotLost() const;
    void takeOver();
    void write(uint32_t slot, Layout::Head head, std::string_view key, std::string_view value);
    void grow();
    void ring();
 
    std::string path_;
+   std::optional<TableLock> lock_;
    std::unique_ptr<TableFile> file_;
    std::unordered_map<std::string, uint32_t, BytesHash, std::equal_to<>> slots_; // of each key
    std::vector<uint32_t> free_;                                                  // taken from the back

@@ -4,7 +4,9 @@
 #include "Plaze/TestTable.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -57,6 +59,53 @@ TEST_F(WriterTest, SecondWriterIsRefusedByTheNameOfTheFirst) {
    for (int i = 0; i < 2000; ++i)
       writer.put("key" + std::to_string(i), "value");
    EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("writes it"));
+}
+
+TEST_F(WriterTest, LockOfAReaderKeepsNoWriterOut) {
+   Writer(path_, testShape).put("key", "value");
+   int const fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+   ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+   EXPECT_TRUE(Writer(path_, testShape).put("key", "other"));
+   close(fd);
+   struct stat status;
+   ASSERT_EQ(stat((path_ + ".lock~").c_str(), &status), 0);
+   EXPECT_EQ(status.st_mode & 0777, 0600u) << "nobody else can open what the writers lock";
+}
+
+TEST_F(WriterTest, LockThatIsNotOursIsRefused) {
+   std::filesystem::create_symlink("elsewhere", path_ + ".lock~");
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("its lock " + path_ + ".lock~"));
+   EXPECT_FALSE(std::filesystem::exists(path_));
+   std::filesystem::remove(path_ + ".lock~");
+   fileBytesIs(path_ + ".lock~", "");
+   std::filesystem::permissions(path_ + ".lock~", std::filesystem::perms(0666));
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("can be written by all users"));
+}
+
+TEST_F(WriterTest, TableOfAnotherUserOrBehindALinkIsNotTakenOver) {
+   Writer(directory_.path("real"), testShape).put("key", "value");
+   std::filesystem::create_symlink(directory_.path("real"), path_);
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("is a symbolic link"));
+   std::filesystem::remove(path_);
+   Writer(path_, testShape).put("key", "value");
+   std::filesystem::permissions(path_, std::filesystem::perms(0666));
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("can be written by all users"));
+   std::filesystem::create_directory(directory_.path("open"));
+   std::filesystem::permissions(directory_.path("open"), std::filesystem::perms(0777));
+   EXPECT_THAT(errorOf([&] { Writer(directory_.path("open/table"), testShape); }),
+               HasSubstr(directory_.path("open") + " can be written by all users"));
+}
+
+TEST_F(WriterTest, FileCutShortUnderTheWriterIsAnErrorOfThatTable) {
+   Writer writer(path_, testShape, 1000);
+   writer.put("key", "value");
+   std::filesystem::resize_file(path_, 4096);
+   EXPECT_EQ(errorOf([&] {
+                for (int i = 0; i < 1000; ++i)
+                   writer.put("key" + std::to_string(i), "value");
+             }),
+             path_ + ": was cut short while it was written");
+   EXPECT_THAT(errorOf([&] { Writer again(path_); }), HasSubstr("is cut short"));
 }
 
 TEST_F(WriterTest, TableOfAnotherTypeIsLeftAlone) {

@@ -1,6 +1,8 @@
 #include "Process/Failure.h"
 
-#include <algorithm>
+#include "Kem/Printable.h"
+#include "Kem/StandardStreams.h"
+
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -11,8 +13,7 @@ namespace Process {
 void say(std::string_view who, std::string_view text) {
    std::string line(who);
    line.append(": ").append(text);
-   std::replace_if(
-       line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+   line = Kem::printable(line);
    line += '\n';
    std::cout.flush();
    std::fflush(stdout);
@@ -24,6 +25,8 @@ void sayWithPid(std::string_view who, std::string_view text) {
 }
 
 int runTool(char const* program, Kem::FunctionRef<int()> command) {
+   if (!Kem::openStandardStreams())
+      return exitUsage;
    // Also where it was started with the signal ignored.
    std::signal(SIGPIPE, SIG_DFL);
    try {

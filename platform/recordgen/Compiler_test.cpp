@@ -104,14 +104,14 @@ TEST(CompilerTest, namesAreResolvedFromTheInside) {
 
 TEST(CompilerTest, nothingIsDeclaredTwice) {
    expectError("namespace N;\n/// A.\ntype T : u8;\n/// B.\ntype T : u8;\n", "5:6: `N::T` is declared twice");
-   expectError("namespace N;\n/// A.\nentity T {\n}\n/// B.\nenum T : u8 {\n   a = 0;\n}\n",
+   expectError("namespace N;\n/// A.\nentity T {\n}\n/// B.\nenum T : u8 { /// A.\n   a = 0;\n}\n",
                "6:6: `N::T` is declared twice");
    expectError("namespace N;\n/// A.\ntype M : u8;\nnamespace N::M;\n/// B.\ntype T : u8;\n",
                "3:6: `N::M` is a namespace, too");
    expectError(attribute("a : u8; /// B.\n a : u16;"), "6:2: `a` is declared twice");
-   expectError("namespace N;\n/// A.\nenum T : u8 {\n   a = 0;\n   a = 1;\n}\n",
+   expectError("namespace N;\n/// A.\nenum T : u8 { /// A.\n   a = 0; /// B.\n   a = 1;\n}\n",
                "5:4: `a` is declared twice");
-   expectError("namespace N;\n/// A.\nenum T : u8 {\n   a = 1;\n   b = 1;\n}\n",
+   expectError("namespace N;\n/// A.\nenum T : u8 { /// A.\n   a = 1; /// B.\n   b = 1;\n}\n",
                "5:4: `b` has the number of `a`");
    expectError("namespace N;\n/// A.\nstruct T {\n/// F.\n   f : u8;\n/// F.\n   f : u8;\n}\n",
                "7:4: `f` is declared twice");
@@ -122,7 +122,7 @@ TEST(CompilerTest, generatedNamesMustNotMeet) {
    expectError(attribute("a : map u8 -> bool; /// B.\n aDel : u16;"), "6:2: `aDel` and `a` both make `aDel`");
    expectError(attribute("parent : u8;"), "5:4: every record has something named `parent`");
    expectError(attribute("class : u8;"), "5:4: `class` is a word of C++");
-   expectError("namespace N;\n/// E.\nenum T : u8 {\n   new = 0;\n}\n", "4:4: `new` is a word of C++");
+   expectError("namespace N;\n/// E.\nenum T : u8 { /// A.\n   new = 0;\n}\n", "4:4: `new` is a word of C++");
    expectError(attribute("a__b : u8;"),
                "5:4: `a__b` is reserved in C++: a name neither begins with _ nor has two of them");
    expectError(attribute("Upper : u8;"), "5:4: the name of an attribute begins with a small letter");
@@ -136,9 +136,10 @@ TEST(CompilerTest, rangesFitTheirBase) {
                "3:23: bad default: 5 is outside the range of `N::T`, 1 to 4");
    expectError("namespace N;\n/// T.\ntype T : s16;\n",
                "3:10: `s16` can't be the base: of a type it is u8, u16, u32 or u64");
-   expectError("namespace N;\n/// T.\nenum T : u16 {\n   a = 0;\n}\n",
+   expectError("namespace N;\n/// T.\nenum T : u16 { /// A.\n   a = 0;\n}\n",
                "3:10: `u16` can't be the base: of an enumeration it is u8 or u32");
-   expectError("namespace N;\n/// T.\nenum T : u8 {\n   a = 256;\n}\n", "4:4: 256 does not fit into u8");
+   expectError("namespace N;\n/// T.\nenum T : u8 { /// A.\n   a = 256;\n}\n",
+               "4:4: 256 does not fit into u8");
 }
 
 TEST(CompilerTest, defaultsAreValuesOfTheirType) {
@@ -155,9 +156,9 @@ TEST(CompilerTest, defaultsAreValuesOfTheirType) {
                "5:31: bad default: longer than 150 bytes");
    expectError(attribute("a : map u8 -> bool = 1;"), "5:25: only an attribute of one value has a default");
    expectError(attribute("key a : u8 = 1;"), "5:17: a key has no default");
-   expectError(
-       "namespace N;\n/// T.\nenum T : u8 {\n   a = 0;\n}\n/// S.\nstruct S {\n   /// F.\n   f : T = b;\n}\n",
-       "9:12: bad default: `b` is no enumerator of `N::T`");
+   expectError("namespace N;\n/// T.\nenum T : u8 { /// A.\n   a = 0;\n}\n/// S.\nstruct S {\n   /// F.\n   "
+               "f : T = b;\n}\n",
+               "9:12: bad default: `b` is no enumerator of `N::T`");
 }
 
 TEST(CompilerTest, keysMustFit) {
@@ -171,6 +172,44 @@ TEST(CompilerTest, keysMustFit) {
    expectError("namespace N;\n/// S.\nstruct S {\n   /// F.\n   f : u8;\n}\n/// E.\nentity E {\n   /// A.\n"
                "   a : map S -> bool;\n}\n",
                "10:12: the record `N::S` is no key: it says not what its fields are joined by");
+}
+
+TEST(CompilerTest, numbersOfAClosedEnumerationFollowOneAnother) {
+   std::string const gap =
+       "namespace N;\n/// T.\nenum T : u8 {\n   /// A.\n   a = 3;\n   /// B.\n   b = 5;\n}\n";
+   expectError(gap,
+               "3:6: `T` leaves a gap: the numbers of an enumeration that isn't open follow one another");
+   std::string const open = std::string(gap).replace(gap.find(" {"), 1, " open ");
+   auto const c = compile(open);
+   EXPECT_THAT(c.errors, ElementsAre());
+   EXPECT_EQ(c.model.types.back()->rangeText, "") << "an open one takes any number";
+   auto const closed = compile(std::string(gap).replace(gap.find('5'), 1, "2"));
+   EXPECT_THAT(closed.errors, ElementsAre());
+   EXPECT_EQ(closed.model.types.back()->rangeText, "T::value < 2 or > 3 not allowed");
+   EXPECT_THAT(document(c.model), HasSubstr("A `u8`; any other number is legal, too."));
+   EXPECT_THAT(document(closed.model), HasSubstr("A `u8`; any other number is refused."));
+}
+
+TEST(CompilerTest, everyEnumeratorHasAMeaning) {
+   expectError("namespace N;\n/// T.\nenum T : u8 {\n   a = 0;\n}\n",
+               "4:4: `a` has no meaning: say it in a line before, behind ///");
+}
+
+TEST(CompilerTest, keyOfAMemberIsTheFirstFieldAndOfTheTypeOfTheCollectionsKey) {
+   auto const schemaOf = [](std::string const& fields, std::string const& key) {
+      return "namespace N;\n/// S.\nstruct S {\n" + fields + "}\n/// E.\nentity E {\n   /// A.\n   a : map " +
+             key + " -> S;\n}\n";
+   };
+   std::string const number = "   /// K.\n   key k : u8;\n";
+   std::string const other = "   /// F.\n   f : u8;\n";
+   EXPECT_THAT(compile(schemaOf(number + other, "u8")).errors, ElementsAre());
+   expectError(schemaOf(number + other, "u16"), "12:12: the key is a `u16`, that of `N::S` is a `u8`");
+   expectError(schemaOf(other + number, "u8"), "7:8: the key comes first among the fields");
+   expectError(schemaOf("   /// K.\n   key k : string;\n", "string"),
+               "5:12: a key in a record has a type of fixed size, unlike `string`");
+   expectError(schemaOf("   /// K.\n   key k : u8 = 3;\n", "u8"), "5:17: a key has no default");
+   EXPECT_NE(fingerprint(compile(schemaOf(number, "u8")).model),
+             fingerprint(compile(schemaOf("   /// K.\n   k : u8;\n", "u8")).model));
 }
 
 TEST(CompilerTest, formsMustMakeSense) {
@@ -296,6 +335,20 @@ TEST(CompilerTest, referenceTellsEachThing) {
    EXPECT_THAT(text, HasSubstr("| `b` | map `u8` -> `bool` |  |  | B. |"));
    EXPECT_THAT(
        text, HasSubstr("A `u8` from 1 to 9; any other is refused with \"T::value < 1 or > 9 not allowed\"."));
+}
+
+TEST(CompilerTest, headerTellsRangeDefaultUnitAndWhatIsNotified) {
+   auto const c = compile("namespace N;\n/// T.\ntype T : u8 in 1..9 = 4;\n/// E.\nentity E {\n   /// A.\n"
+                          "   a : T unit \"s\";\n   /// B.\n   b : map u8 -> bool;\n}\n");
+   ASSERT_THAT(c.errors, ElementsAre());
+   std::string const header = entityHeader(Names(c.model), *c.model.entities[1]);
+   EXPECT_THAT(header, HasSubstr("   // A. Range 1 to 9, default 4, unit s.\n   T a() const"));
+   EXPECT_THAT(header, HasSubstr("   // B.\n   using BMap"));
+   EXPECT_THAT(header,
+               testing::ContainsRegex("// onX\\(key\\) +[^\n]+\n(   //[^\n]*\n)*   virtual void onA"));
+   auto const plain = compile(attribute("a : u8;"));
+   EXPECT_THAT(entityHeader(Names(plain.model), *plain.model.entities[1]), Not(HasSubstr("onX(key)")))
+       << "nothing to explain where there is no collection";
 }
 
 TEST(CompilerTest, classOfANameNearbyIsNotTakenForANamespace) {

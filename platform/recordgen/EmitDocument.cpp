@@ -25,6 +25,8 @@ afterwards) and attributes. An attribute holds one value, or a collection:
 | `refs K -> T` | entities that stand elsewhere, by key |
 
 Collections marked *ordered* iterate in the order of their keys. A reader sees the default until somebody has written.
+A field marked *key* in a value record holds the key that the record stands under in a map: it is filled in where a
+document leaves it out, and refused where it differs.
 )";
 
 // A mark of a table can't stand in a cell as it is.
@@ -166,7 +168,9 @@ class DocumentEmitter {
       char const* const kind = type.isEnum() ? "Enumeration" : type.isStruct() ? "Value record" : "Number";
       putHead(kind, type.fullName(), type.meaning);
       if (type.isEnum()) {
-         out_.put("A " + code(type.baseName.text) + "; any other number is legal, too.").gap();
+         std::string const others =
+             type.isOpen ? "; any other number is legal, too." : "; any other number is refused.";
+         out_.put("A " + code(type.baseName.text) + others).gap();
          out_.put("| number | name | meaning |\n|---|---|---|");
          for (auto const& e : type.enumerators)
             out_.put("| " + std::to_string(e.number) + " | " + code(e.name) + " | " + cell(e.meaning) + " |");
@@ -175,8 +179,9 @@ class DocumentEmitter {
             out_.put("As a key in text, its fields stand with " + code(type.joint) + " between them.").gap();
          out_.put("| field | type | default | meaning |\n|---|---|---|---|");
          for (auto const& f : type.fields)
-            out_.put("| " + code(f.name) + " | " + link(*f.type) + " | " +
-                     cell(code(valueText(*f.type, f.initial))) + " | " + cell(f.meaning) + " |");
+            out_.put("| " + code(f.name) + (f.isKey ? " *key*" : "") + " | " + link(*f.type) + " | " +
+                     (f.isKey ? "" : cell(code(valueText(*f.type, f.initial)))) + " | " + cell(f.meaning) +
+                     " |");
       } else {
          std::string text = "A " + code(type.baseName.text);
          if (!type.rangeText.empty())

@@ -1,6 +1,7 @@
 // The header of an entity: the class, and the base of its reactors.
 #include "Emit.h"
 #include "EntityWords.h"
+#include "Values.h"
 
 namespace RecordGen {
 
@@ -97,7 +98,7 @@ class HeaderEmitter {
 
    void putAttribute(Attribute const& a) {
       Words words = wordsOf(names_, entity_, a);
-      out_.gap().comment(a.meaning + (a.unit.empty() ? "" : " Unit: " + a.unit + '.'), 3);
+      out_.gap().comment(a.meaning + limits(a), 3);
       switch (a.form) {
       case Form::scalar:
          putScalar(a, words);
@@ -118,6 +119,23 @@ class HeaderEmitter {
       }
    }
 
+   // " Range 1 to 4094, default 1, unit s.", as far as there is something to say.
+   static std::string limits(Attribute const& a) {
+      std::vector<std::string> parts;
+      if (a.value && a.value->isNumber && !a.value->rangeText.empty())
+         parts.push_back("range " + (a.value->minText.text + " to ") + a.value->maxText.text);
+      if (a.form == Form::scalar && !a.isKey)
+         if (std::string const initial = valueText(*a.value, a.initial); !initial.empty())
+            parts.push_back("default " + initial);
+      parts.push_back(unitOf(a.unit));
+      return sentence(parts);
+   }
+   static std::string unitOf(std::string const& unit) { return unit.empty() ? "" : "unit " + unit; }
+   static std::string sentence(std::vector<std::string> parts) {
+      std::erase(parts, "");
+      return parts.empty() ? "" : ' ' + capital(join(parts, ", ")) + '.';
+   }
+
    void putScalar(Attribute const& a, Words const& words) {
       out_.put("   $in $x() const { return $x~_; }", words);
       if (!a.isReadOnly())
@@ -127,7 +145,7 @@ class HeaderEmitter {
    }
 
    void putComputed(Computed const& c) {
-      out_.gap().comment(c.meaning + (c.unit.empty() ? "" : " Unit: " + c.unit + '.'), 3);
+      out_.gap().comment(c.meaning + sentence({unitOf(c.unit)}), 3);
       out_.put("   $T $x() const { return $from() > $less ? $from() - $less : 0; }",
                {{"T", names_.of(*c.value, entity_.nameSpace)},
                 {"x", c.name},
@@ -297,6 +315,12 @@ class HeaderEmitter {
                      "class $C::NotifieeConst : public $Parent {\n public:\n   ~NotifieeConst() override;",
                      words);
       out_.gap();
+      if (hasOwn([](Attribute const& a) { return a.isCollection(); }))
+         out_.put(R"(   // Of a collection x there are three, all delivered in a later turn of the loop:
+   // onX(key)           The member of this key came, went or changed. Once a key, however many changes.
+   // onX()              Something in the collection changed. Once, behind the keyed ones.
+   // onXkemImmediate()  Look at the whole collection: changes were missed, by a reactor that was registered
+   //                    again or, in the place of the other two, by one whose delivery was off.)");
       for (auto const& a : entity_.own)
          if (a.isCollection())
             out_.put("   virtual void on$X($kin key) {}\n   virtual void on$X() {}\n"

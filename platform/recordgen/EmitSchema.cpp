@@ -93,7 +93,7 @@ Schema const& schema() {
    }
 
    void putTypes() {
-      out_.gap().put("// name, kind, size, min, max, range, enumerators, fields, joint, zero, meaning\n"
+      out_.gap().put("// name, kind, size, min, max, range, enumerators, fields, joint, zero, meaning, key\n"
                      "constinit ValueType const types[" +
                      std::to_string(model_.types.size()) + "] = {");
       for (auto const& type : model_.types) {
@@ -109,7 +109,8 @@ Schema const& schema() {
                                                  type->isStruct() ? "fields" + number : "{}",
                                                  type->joint.empty() ? "0" : "'" + type->joint + "'",
                                                  view(wireForm(*type, {})),
-                                                 cppString(type->meaning)};
+                                                 cppString(type->meaning),
+                                                 type->keyField() ? "true" : "false"};
          out_.put("   {" + join(parts, ", ") + "}, // " + number);
       }
       out_.put("};");
@@ -192,7 +193,7 @@ uint64_t fingerprint(Model const& model) {
       for (auto const& e : type->enumerators)
          add(e.name), add(std::to_string(e.number));
       for (auto const& f : type->fields)
-         add(f.name), add(f.type->fullName());
+         add(f.name), add(f.type->fullName()), add(f.isKey ? "key" : "");
    }
    for (auto const& entity : model.entities) {
       add(entity->fullName());

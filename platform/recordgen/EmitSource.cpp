@@ -127,17 +127,19 @@ Kem::Ptr<$C> $C::make($parameters) {)",
    }
 
    void putMap(Attribute const& a) {
+      Words words = words_;
+      words["member"] = a.value->keyField() ? "value.under(key)" : "value";
       if (a.value->kind == Kind::boolean)
          out_.put("bool $C::$x($kin key) const {\n   auto const* value = $x~_.find(key);\n"
                   "   return value && *value;\n}",
                   words_);
       else
          out_.put("$T const* $C::$x($kin key) const { return $x~_.find(key); }", words_);
-      out_.put(R"(void $C::$x~Is($kin key, $in value) { memberIs($x~_, $id, key, value); }
+      out_.put(R"(void $C::$x~Is($kin key, $in value) { memberIs($x~_, $id, key, $member); }
 void $C::$x~Del($kin key) { memberDel($x~_, $id, key); }
 void $C::$x~DelAll() { memberDelAll($x~_, $id); }
 )",
-               words_)
+               words)
           .gap();
    }
 
@@ -391,9 +393,11 @@ bool $C::decodeKey(Wire::Reader& in) {
                           store + "\n      return in.good();\n   }";
                 });
       putSwitch(isMap, "bool $C::applyPut(Kem::AttrId id, Wire::Reader& in) {",
-                "return $Base::applyPut(id, in);", [](Attribute const&) {
+                "return $Base::applyPut(id, in);", [](Attribute const& a) {
+                   Field const* const own = a.value->keyField();
                    return "   case $id: {\n      auto const key = Records::decode<$K>(in);\n"
-                          "      auto const value = Records::decode<$T>(in);\n"
+                          "      auto const value = Records::decode<$T>(in);\n" +
+                          (own ? "      if (!(value." + own->name + " == key))\n         in.fail();\n" : "") +
                           "      if (in.good())\n         $x~Is(key, value);\n      return in.good();\n   }";
                 });
       putSwitch(isCollection, "bool $C::applyErase(Kem::AttrId id, Wire::Reader& in) {",

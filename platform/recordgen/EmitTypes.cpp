@@ -59,6 +59,17 @@ char const* toString($name value);
 std::ostream& operator<<(std::ostream& out, $name value);
 )",
            {{"name", type.name}});
+   if (type.isOpen)
+      return;
+   Words words = {{"name", type.name}, {"min", std::to_string(type.min)}, {"max", std::to_string(type.max)}};
+   words["test"] = fill(type.min > 0 ? "number >= $min && number <= $max" : "number <= $max", words);
+   out.put(R"(// Whether it is one of the enumerators: no other number is legal.
+constexpr bool isEnumerator($name value) {
+   auto const number = static_cast<uint64_t>(value);
+   return $test;
+}
+)",
+           words);
 }
 
 void putStruct(Text& out, Names const& names, ValueType const& type) {
@@ -80,6 +91,12 @@ void putStruct(Text& out, Names const& names, ValueType const& type) {
            {{"name", type.name}});
    if (!type.joint.empty())
       out.put("   uint32_t hash() const;");
+   if (auto const* key = type.keyField())
+      out.put("   // As a member under the key: $key is filled in where it was left out, at its default. A "
+              "different one\n"
+              "   // raises a range exception.\n"
+              "   $name under($K key) const;",
+              {{"name", type.name}, {"key", key->name}, {"K", names.passed(*key->type, type.nameSpace)}});
    out.put("};\nstd::ostream& operator<<(std::ostream& out, $name const& value);", {{"name", type.name}});
 }
 
@@ -120,6 +137,21 @@ void putStructSource(Text& out, Names const& names, ValueType const& type) {
       for (auto const& f : type.fields)
          out.put("   hash = Records::mixHash(hash, Records::hashPart($f));", {{"f", f.name}});
       out.put("   return hash;\n}\n");
+   }
+   if (auto const* key = type.keyField()) {
+      words.insert({{"key", key->name},
+                    {"K", names.passed(*key->type, type.nameSpace)},
+                    {"T", names.of(*key->type, type.nameSpace)}});
+      out.put(R"($name $name::under($K key) const {
+   $name member = *this;
+   if ($key == $T())
+      member.$key = key;
+   else if (!($key == key))
+      Kem::throwRange("$name::$key differs from the key");
+   return member;
+}
+)",
+              words);
    }
    out.put("std::ostream& operator<<(std::ostream& out, $name const& value) { return out << value.text(); }",
            words);

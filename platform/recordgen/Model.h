@@ -63,6 +63,7 @@ struct Field {
    std::string name;
    std::string meaning;
    SourcePoint at;
+   bool isKey = false; // as a member of a map, the record stands under this value
    TypeName typeName;
    Literal initial;
    ValueType const* type = nullptr;
@@ -77,6 +78,7 @@ struct ValueType {
    Kind kind = Kind::boolean; // of a `type` or `enum` that of its wire form
    bool isBuiltIn = false;
    bool isNumber = false;    // a `type`: a number with a class of its own
+   bool isOpen = false;      // an `enum`: numbers without a name are legal, too
    TypeName baseName;        // of a `type` and an `enum`
    std::string cppBase;      // the C++ number under a `type` or an `enum`; of a built-in type its C++ name
    Literal minText, maxText; // range as written, none without one
@@ -90,6 +92,10 @@ struct ValueType {
    std::string fullName() const { return nameSpace.empty() ? name : nameSpace + "::" + name; }
    bool isStruct() const { return kind == Kind::record; }
    bool isEnum() const { return kind == Kind::enumeration; }
+   // The field that holds the key of a member, null without one. The resolver makes sure that it is the first.
+   Field const* keyField() const {
+      return !fields.empty() && fields.front().isKey ? &fields.front() : nullptr;
+   }
    Enumerator const* findEnumerator(std::string const& enumerator) const {
       for (auto const& e : enumerators)
          if (e.name == enumerator)

@@ -154,6 +154,7 @@ class Parser {
       type.kind = Kind::enumeration;
       expectMark(":");
       type.baseName = expectType();
+      type.isOpen = takeWord("open");
       expectMark("{");
       while (!takeMark("}")) {
          Enumerator e;
@@ -186,6 +187,7 @@ class Parser {
       while (!takeMark("}")) {
          Field f;
          f.meaning = token().meaning;
+         f.isKey = takeModifier("key");
          f.at = token().at;
          f.name = expectName("the name of a field, or `}`").text;
          expectMark(":");

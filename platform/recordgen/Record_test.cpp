@@ -2,6 +2,7 @@
 // records are those of sample.schema.
 #include "Kem/Dir.h"
 #include "SampleWorld.h"
+#include "records/Codec.h"
 #include "records/Sample.h"
 #include "records/Sample/Deep.h"
 #include "records/TypeInfo.h"
@@ -36,7 +37,7 @@ static_assert(HasLabelIs<Box>, "what is only initially given can be changed");
 static_assert(std::is_final_v<Store> && !std::is_final_v<Place>);
 static_assert(!std::is_constructible_v<Box, Level> && !std::is_copy_constructible_v<Box>);
 static_assert(std::is_same_v<Box::Label, Label>, "a record has a second name beside its attribute");
-static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 15);
+static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 16);
 static_assert(sizeof(Level) == 2 && sizeof(Percent) == 1 && std::is_trivially_copyable_v<Level>);
 
 Label someLabel() {
@@ -289,7 +290,7 @@ class WireTest : public testing::Test {
       box->markIs("fragile", true);
       box->markIs("", false);
       store->boxIs(100);
-      store->materialIs(static_cast<Material>(77));
+      store->materialIs(Material::steel);
       store->sloganIs(std::string(300, 'x'));
       store->portIs("Ethernet3/1.100");
       store->doorIs(Sulvi::EthAddr(0, 0x1c, 0x73, 0, 0, 1));
@@ -298,6 +299,7 @@ class WireTest : public testing::Test {
       store->labelIs({3, Material::steel}, someLabel());
       store->levelIs("Vlan10", 42);
       store->levelIs("an odd name", 43);
+      store->countIs(7, {.things = 3, .purpose = static_cast<Purpose>(77)});
       auto const room = Store::make("inner");
       room->sloganIs("");
       store->roomIs(room);
@@ -322,7 +324,8 @@ TEST_F(WireTest, contentsMakeAnEqualRecord) {
    auto const other = copy();
    ASSERT_TRUE(isEqual(*store, *other));
    ASSERT_TRUE(isEqual(*other, *store));
-   EXPECT_EQ(other->material(), static_cast<Material>(77)) << "enumerations are open";
+   EXPECT_EQ(other->material(), Material::steel);
+   EXPECT_EQ(*other->count(7), (Count{7, 3, static_cast<Purpose>(77)})) << "the enumeration is open";
    EXPECT_EQ(other->box(1)->origin(), (Spot{3, Material::wood}));
    EXPECT_FALSE(other->box(1)->sealed());
    ASSERT_NE(other->level("an odd name"), nullptr);
@@ -454,6 +457,22 @@ TEST_F(WireTest, referencesAreSetByTheirTarget) {
    bytes.string("somewhere");
    EXPECT_FALSE(apply(*store, &Kem::Entity::applyPut, Store::kLeaving, bytes))
        << "who keeps the tree resolves it";
+}
+
+TEST_F(WireTest, memberThatKnowsItsKeyGoesUnderNoOther) {
+   auto const put = [&](uint16_t key, uint16_t number) {
+      Wire::Writer bytes;
+      bytes.u16(key);
+      Records::encode(bytes, Count{.number = number, .things = 3});
+      return apply(*store, &Kem::Entity::applyPut, Store::kCount, bytes);
+   };
+   EXPECT_TRUE(put(7, 7));
+   EXPECT_FALSE(put(7, 8));
+   store->countIs(9, {.things = 4}); // left out, so filled in
+   EXPECT_THAT([&] { store->countIs(9, {.number = 8}); },
+               ThrowsMessage<Kem::RangeException>("Count::number differs from the key"));
+   EXPECT_EQ(*store->count(7), (Count{7, 3}));
+   EXPECT_EQ(*store->count(9), (Count{9, 4}));
 }
 
 TEST_F(WireTest, badBytesChangeNothingAndThrowNothing) {

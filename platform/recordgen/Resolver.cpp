@@ -254,6 +254,7 @@ class Resolver {
       std::map<uint64_t, std::string> numbers;
       for (auto const& e : type.enumerators) {
          checkName(e.name, e.at);
+         checkMeaning(e.meaning, e.name, e.at);
          if (!names.insert(e.name).second)
             model_.error(e.at, '`' + e.name + "` is declared twice");
          if (e.number > type.max)
@@ -261,6 +262,23 @@ class Resolver {
          if (auto const [at, isNew] = numbers.emplace(e.number, e.name); !isNew)
             model_.error(e.at, '`' + e.name + "` has the number of `" + at->second + '`');
       }
+      if (!type.isOpen && !numbers.empty())
+         closeRange(type, numbers);
+   }
+
+   // The legal numbers of a closed enumeration are a range, so that checking one is two comparisons.
+   void closeRange(ValueType& type, std::map<uint64_t, std::string> const& numbers) {
+      type.min = numbers.begin()->first;
+      type.max = numbers.rbegin()->first;
+      if (type.max - type.min >= numbers.size())
+         model_.error(type.at, '`' + type.name +
+                                   "` leaves a gap: the numbers of an enumeration that isn't open "
+                                   "follow one another");
+      type.rangeText = rangeText(type, std::to_string(type.min), std::to_string(type.max));
+   }
+
+   static std::string rangeText(ValueType const& type, std::string const& min, std::string const& max) {
+      return type.name + "::value" + (type.min > 0 ? " < " + min + " or" : "") + " > " + max + " not allowed";
    }
 
    void resolveRange(ValueType& type, ValueType const& base) {
@@ -278,8 +296,7 @@ class Resolver {
                          "the range is empty: " + type.minText.text + " is above " + type.maxText.text);
             return;
          }
-         std::string const tooLow = type.min > 0 ? " < " + type.minText.text + " or" : "";
-         type.rangeText = type.name + "::value" + tooLow + " > " + type.maxText.text + " not allowed";
+         type.rangeText = rangeText(type, type.minText.text, type.maxText.text);
       }
       checkLiteral(type, type.initial);
    }
@@ -317,6 +334,19 @@ class Resolver {
       for (auto const& f : type.fields)
          if (!type.joint.empty() && f.type && (f.type->isStruct() || f.type->kind == Kind::float64))
             model_.error(f.at, "a record that is a key can't hold a `" + f.type->fullName() + '`');
+      for (auto const& f : type.fields) {
+         if (!f.isKey || !f.type)
+            continue;
+         checkKeyType(*f.type, f.typeName.at);
+         // The store compares the first bytes of the record with those of the key.
+         if (&f != &type.fields.front())
+            model_.error(f.at, "the key comes first among the fields");
+         else if (wireSize(*f.type) == 0)
+            model_.error(f.typeName.at,
+                         "a key in a record has a type of fixed size, unlike `" + f.type->fullName() + '`');
+         if (f.initial)
+            model_.error(f.initial.at, "a key has no default");
+      }
    }
 
    // The value types of a namespace stand in one header, which includes those of the namespaces that it uses.
@@ -499,6 +529,10 @@ class Resolver {
    }
 
    void checkKey(Attribute const& a) {
+      Field const* const own = a.form == Form::map ? a.value->keyField() : nullptr;
+      if (own && own->type != a.key)
+         model_.error(a.keyName.at, "the key is a `" + a.key->fullName() + "`, that of `" +
+                                        a.value->fullName() + "` is a `" + own->type->fullName() + '`');
       if (!a.target || !a.isCollection() || !a.key)
          return;
       if (!a.target->key)

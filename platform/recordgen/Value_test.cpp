@@ -125,12 +125,33 @@ TEST(ValueTest, everyTypeGoesThroughBytes) {
    expectRoundTrip(Kem::String8("text"), 5);
    expectRoundTrip(Kem::Name("name"), 5);
    expectRoundTrip(Level(100), 2);
-   expectRoundTrip(Material(200), 1);
+   expectRoundTrip(Material::steel, 1);
+   expectRoundTrip(Purpose(200), 4); // an open enumeration
    expectRoundTrip(Sulvi::IntfId("Ethernet1"), 4);
    expectRoundTrip(Sulvi::EthAddr(1, 2, 3, 4, 5, 6), 6);
    expectRoundTrip(Sulvi::NamespaceName("blue"), 5);
    expectRoundTrip(Spot{9, Material::wood}, 3);
    expectRoundTrip(Label{"tea", 1, 2, 3}, 4 + 4 + 1 + 8);
+}
+
+TEST(ValueTest, numberThatAClosedEnumerationHasNotFailsTheReader) {
+   for (char const number : {'\0', '\3', '\xff'}) {
+      Wire::Reader in(std::string_view(&number, 1));
+      Records::decode<Material>(in);
+      EXPECT_FALSE(in.good()) << int{number};
+   }
+   EXPECT_TRUE(isEnumerator(Material::wood));
+   EXPECT_FALSE(isEnumerator(Material(3)));
+}
+
+TEST(ValueTest, memberIsFilledInWithItsKey) {
+   EXPECT_EQ((Count{.things = 3}.under(7)), (Count{7, 3}));
+   EXPECT_EQ((Count{7, 3}.under(7)), (Count{7, 3}));
+   EXPECT_THAT(
+       [] {
+          (Count{8, 3}.under(7));
+       },
+       ThrowsMessage<Kem::RangeException>("Count::number differs from the key"));
 }
 
 TEST(ValueTest, fieldOutsideItsRangeFailsTheReader) {

@@ -39,6 +39,10 @@ T decode(Wire::Reader& in) {
       std::string_view const bytes = in.raw(sizeof value);
       if (bytes.size() == sizeof value)
          std::memcpy(&value, bytes.data(), sizeof value);
+      if constexpr (requires { isEnumerator(value); }) {
+         if (!isEnumerator(value))
+            in.fail();
+      }
       return value;
    } else if constexpr (Text<T>) {
       return T(in.string());

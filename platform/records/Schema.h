@@ -26,7 +26,7 @@ enum class Kind : uint8_t {
    namespaceName, // a string of at most 150 bytes
    intfId,        // Sulvi::IntfId: u32 number, or 0xffffffff and a string
    ethAddr,       // 6 bytes
-   enumeration,   // as its base u8 or u32; every number is legal
+   enumeration,   // as its base u8 or u32; a closed one has a range
    record,        // its fields one after the other
 };
 
@@ -48,13 +48,15 @@ struct ValueType {
    std::string_view name; // "Bridging::VlanId", "bool"
    Kind kind;
    uint8_t size;          // bytes on the wire; 0 where it varies
-   uint64_t min, max;     // range of an unsigned number, bounds included
+   uint64_t min, max;     // range of an unsigned number or a closed enumeration, bounds included
    char const* rangeText; // what a value outside the range is refused with; null without a range
    std::span<EnumValue const> enumerators;
    std::span<Field const> fields;
    char joint;            // a record used as a key: what stands between its fields in text; 0 for none
    std::string_view zero; // wire form of the default value
    std::string_view meaning;
+   bool hasKey =
+       false; // of a record: its first field, of fixed size, equals the key that it stands under in a map
 };
 
 enum class Form : uint8_t {

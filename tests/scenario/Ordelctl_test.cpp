@@ -1,6 +1,7 @@
 // Every command of ordelctl against a real database: what it prints, its exit status,
 // and what it says of bad input.
 #include "Processes.h"
+#include "RawClient.h"
 
 #include <gmock/gmock.h>
 
@@ -229,6 +230,8 @@ TEST_F(OrdelctlTest, deleteTakesEntitiesAndMembersAway) {
    EXPECT_EQ(ctl({"ls", "bridging/input/config"}).output, "cli\neth\n");
    verifyFails(3, cli + ".hostAgingTime: is no entity and no member of a collection, so it can't be deleted",
                {"delete", cli + ".hostAgingTime"});
+   verifyFails(3, cli + ": is a place of the schema and can't be deleted", {"delete", cli});
+   verifyFails(3, "cell/1: is a place of the schema and can't be deleted", {"delete", "cell/1"});
 }
 
 // --- load, dump
@@ -580,6 +583,50 @@ TEST_F(BatchTest, endsWithTheDatabase) {
    database.stop();
    batch->write("[\"settle\"]\n");
    EXPECT_EQ(batch->wait(), 4);
+}
+
+// --- What is printed, and where
+
+TEST_F(OrdelctlTest, whatIsPrintedSteersNoTerminal) {
+   std::string const odd = "a\x1b"
+                           "c\nb\xc2\x9b\xff";
+   verifyDone({"create", "bridging/input/config/" + odd, "Bridging::Input::Config"});
+   EXPECT_EQ(ctl({"ls", "bridging/input/config"}).output, "\"a\\x1bc\\x0ab\\xc2\\x9b\\xff\"\ncli\neth\n");
+   Result const failed = ctl({"get", "bridging/input/config/" + odd + "/x"});
+   EXPECT_EQ(failed.status, 1);
+   EXPECT_THAT(failed.errors, HasSubstr("a\\x1bc\\nb\\xc2\\x9b\\xff"));
+   std::string const all = failed.errors + ctl({"get", "bridging/input"}).output + ctl({"dump"}).output;
+   EXPECT_EQ(all.find('\x1b'), std::string::npos);
+   EXPECT_EQ(all.find("\xc2\x9b"), std::string::npos);
+   // What clients call themselves.
+   RawClient client(database.socket());
+   client.welcomed("evil\x1b[2J\x7f");
+   for (std::vector<std::string> const& command :
+        {std::vector<std::string>{"clients"}, {"clients", "--mounts"}, {"clients", "--json"}}) {
+      std::string const output = ctl(command).output;
+      EXPECT_THAT(output, HasSubstr("evil"));
+      EXPECT_EQ(output.find_first_of("\x1b\x7f"), std::string::npos) << output;
+   }
+}
+
+TEST_F(OrdelctlTest, closedStandardStreamsAreNotTheDatabasesSocket) {
+   std::string const tool = program("ordelctl") + " --socket " + database.socket() + " ";
+   EXPECT_EQ(run({"/bin/sh", "-c", tool + "ls bridging >&-"}).status, 0);
+   EXPECT_EQ(run({"/bin/sh", "-c", tool + "ls bridging >&- 2>&- <&-"}).status, 0);
+   EXPECT_EQ(run({"/bin/sh", "-c", tool + "ls nowhere 2>&-"}).status, 1);
+   EXPECT_EQ(get("bridging/config.hostAgingTime"), "300");
+   EXPECT_EQ(database.process().errors().text().find("refused"), std::string::npos)
+       << "the database was sent nothing but frames";
+}
+
+TEST_F(OrdelctlTest, outputThatIsNotWrittenIsAFailure) {
+   std::string const tool = program("ordelctl") + " --socket " + database.socket() + " ";
+   for (char const* command :
+        {"ls bridging", "get bridging/config", "dump", "clients", "--help", "ls --help"}) {
+      Result const result = run({"/bin/sh", "-c", tool + command + " >/dev/full"});
+      EXPECT_EQ(result.status, 2) << command;
+      EXPECT_EQ(result.errors, "ordelctl: standard output: No space left on device\n") << command;
+   }
 }
 
 // --- clients, snapshot

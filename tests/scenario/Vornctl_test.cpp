@@ -244,12 +244,4 @@ TEST_F(VornctlTest, databaseThatEndsIsTold) {
    EXPECT_THAT(result.errors, StartsWith("vornctl: " + database.socket() + ": "));
 }
 
-// A record that every database has was taken away, as by a snapshot of another build.
-TEST_F(VornctlTest, databaseWithoutTheRecordIsRefused) {
-   done({"delete", "bridging/config"});
-   Result const result = vornctl({"show", "vlan"});
-   EXPECT_EQ(result.status, 3);
-   EXPECT_EQ(result.errors, "vornctl: bridging/config: there is no Bridging::Config\n");
-}
-
 } // namespace

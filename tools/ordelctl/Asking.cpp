@@ -1,5 +1,6 @@
 #include "Asking.h"
 #include "Failures.h"
+#include "Kem/Printable.h"
 #include "treejson/Error.h"
 
 #include <algorithm>
@@ -25,9 +26,10 @@ std::string clientTable(std::string const& json) {
    std::vector<Row> rows{{"NAME", "ROLE", "PID", "UID", "MOUNTS", "PENDING BYTES"}};
    try {
       for (nlohmann::json const& client : nlohmann::json::parse(json))
-         rows.push_back({client.at("name").get<std::string>(), client.at("role").get<std::string>(),
-                         client.at("pid").dump(), client.at("uid").dump(),
-                         std::to_string(client.at("mounts").size()), client.at("pendingBytes").dump()});
+         rows.push_back({Kem::printable(client.at("name").get<std::string>()),
+                         Kem::printable(client.at("role").get<std::string>()), client.at("pid").dump(),
+                         client.at("uid").dump(), std::to_string(client.at("mounts").size()),
+                         client.at("pendingBytes").dump()});
    } catch (nlohmann::json::exception const& error) {
       throw Unreachable(std::string("the database's answer can't be read: ") + error.what());
    }
@@ -54,13 +56,13 @@ std::string mountList(std::string const& json) {
       for (nlohmann::json const& client : nlohmann::json::parse(json)) {
          if (client.at("mounts").empty())
             continue;
-         text += '\n' + client.at("name").get<std::string>() + ' ' + client.at("pid").dump() + ", " +
-                 std::to_string(client.at("mounts").size()) + " mounts:\n";
+         text += '\n' + Kem::printable(client.at("name").get<std::string>()) + ' ' + client.at("pid").dump() +
+                 ", " + std::to_string(client.at("mounts").size()) + " mounts:\n";
          for (nlohmann::json const& mount : client.at("mounts")) {
             std::string mode = mount.at("mode").get<std::string>();
             mode.resize(std::max<size_t>(mode.size(), 4), ' ');
-            text += "  " + mode + "  " + mount.at("path").get<std::string>() + "  " +
-                    mount.at("type").get<std::string>() + '\n';
+            text += "  " + mode + "  " + Kem::printable(mount.at("path").get<std::string>()) + "  " +
+                    Kem::printable(mount.at("type").get<std::string>()) + '\n';
          }
       }
    } catch (nlohmann::json::exception const& error) {

@@ -3,6 +3,7 @@
 #include "Batch.h"
 #include "Changing.h"
 #include "Failures.h"
+#include "Kem/StandardStreams.h"
 #include "Reading.h"
 #include "Timeouts.h"
 #include "Watching.h"
@@ -42,6 +43,11 @@ void printLine(std::string_view text) {
    print(text);
    print("\n");
    std::fflush(stdout);
+}
+
+void finishOutput() {
+   if (std::string const why = Kem::whyOutputFailed(); !why.empty())
+      throw UsageError("standard output: " + why);
 }
 
 std::string readFile(std::string const& name) {
@@ -298,7 +304,9 @@ int runCommandLine(int argc, char** argv) {
    try {
       app.parse(protectNumbers(argc, argv));
    } catch (CLI::Success const& helpOrVersion) {
-      return app.exit(helpOrVersion);
+      app.exit(helpOrVersion);
+      finishOutput();
+      return 0;
    } catch (CLI::ParseError const& error) {
       if (app.get_subcommands().empty() && !app.remaining().empty())
          throw UsageError("there is no command " + app.remaining().front() + "; see ordelctl --help");
@@ -307,8 +315,7 @@ int runCommandLine(int argc, char** argv) {
 
    Session session(options.socketPath);
    options.action(session);
-   if (std::fflush(stdout) != 0 || std::ferror(stdout))
-      throw UsageError(std::string("standard output: ") + std::strerror(errno));
+   finishOutput();
    return 0;
 }
 

@@ -3,6 +3,8 @@
 #include "RowText.h"
 
 #include "Kem/Activity.h"
+#include "Kem/Printable.h"
+#include "Kem/StandardStreams.h"
 #include "Kem/String.h"
 #include "Plaze/KeyShadow.h"
 #include "Plaze/TablePath.h"
@@ -26,7 +28,11 @@ struct NaturalOrder {
 };
 
 std::string quoted(std::string const& text) {
-   return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+   return Kem::printableJson(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+std::string dumped(Json const& json) {
+   return Kem::printableJson(json.dump(3, ' ', false, Json::error_handler_t::replace));
 }
 
 // Opens a table for reading; raises what can't be.
@@ -131,21 +137,21 @@ int ls(Place const& place, std::ostream& out) {
       else if (place.wantsJson)
          all.push_back({{"path", path}, {"file", reader.path()}, {"error", reader.reason()}});
       if (!place.wantsJson)
-         out << path << '\n';
+         out << Kem::printable(path) << '\n';
    }
    if (place.wantsJson)
-      out << all.dump(3) << '\n';
+      out << dumped(all) << '\n';
    return exitDone;
 }
 
 int info(Place const& place, std::string const& path, std::ostream& out) {
    Json const info = infoOf(opened(place.file(path)), path);
    if (place.wantsJson) {
-      out << info.dump(3) << '\n';
+      out << dumped(info) << '\n';
       return exitDone;
    }
    for (auto const& [name, value] : info.items()) {
-      std::string const text = value.is_string() ? value.get<std::string>() : value.dump();
+      std::string const text = value.is_string() ? Kem::printable(value.get<std::string>()) : value.dump();
       out << name << std::string(20 - name.size(), ' ') << text << '\n';
    }
    return exitDone;
@@ -243,7 +249,8 @@ void watch(Place const& place, std::string const& path, std::ostream& out) {
                   entry.key == key && isRow(*type, key, entry.value))
             out << "{\"key\": " << text << ", \"value\": " << valueJson(*type, entry.value) << "}\n";
       });
-      out.flush();
+      if (std::string const why = Kem::whyOutputFailed(); !why.empty())
+         throw Failure(exitSystem, "standard output: " + why);
       return outcome.changes > 0;
    };
    look();

@@ -1,6 +1,7 @@
 // plazectl: shows, follows and writes the shared-memory tables of a system.
 #include "Commands.h"
 
+#include "Kem/StandardStreams.h"
 #include "Plaze/TableFile.h"
 #include "Plaze/TablePath.h"
 #include "Plaze/Writer.h"
@@ -33,9 +34,22 @@ int exitStatusOf(Plaze::Error const& error) {
    return Plazectl::exitSystem;
 }
 
+int failed(std::string const& reason, int status) {
+   Process::say("plazectl", reason);
+   return status;
+}
+
+// The exit status of what has been printed: `status`, or another one where it can't be written.
+int finished(int status) {
+   std::string const why = Kem::whyOutputFailed();
+   return why.empty() ? status : failed("standard output: " + why, Plazectl::exitSystem);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return Plazectl::exitSystem;
    CLI::App app("Shows, follows and writes shared-memory tables.", "plazectl");
    Plazectl::Place place{.root = Plaze::defaultRoot(), .system = Plaze::defaultSystemName()};
    std::string path, key, json, type;
@@ -77,17 +91,21 @@ int main(int argc, char** argv) {
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? 0 : Plazectl::exitUsage;
+      if (error.get_exit_code() == 0) {
+         app.exit(error); // prints the help, or the version
+         return finished(Plazectl::exitDone);
+      }
+      return failed(std::string(error.what()) + "; see plazectl --help", Plazectl::exitUsage);
    }
    return Process::runTool("plazectl", [&] {
       try {
          if (ls->parsed())
-            return Plazectl::ls(place, std::cout);
+            return finished(Plazectl::ls(place, std::cout));
          if (info->parsed())
-            return Plazectl::info(place, path, std::cout);
+            return finished(Plazectl::info(place, path, std::cout));
          if (get->parsed())
-            return oneKey ? Plazectl::get(place, path, *oneKey, std::cout)
-                          : Plazectl::get(place, path, std::cout);
+            return finished(oneKey ? Plazectl::get(place, path, *oneKey, std::cout)
+                                   : Plazectl::get(place, path, std::cout));
          if (put->parsed())
             return Plazectl::put(place, path, key, json);
          if (del->parsed())

@@ -211,6 +211,50 @@ TEST_F(PlazectlTest, ErrorsAreOneLineAndNameThePlace) {
    EXPECT_EQ(out_, "plazectl " VORN_VERSION "\n");
 }
 
+TEST_F(PlazectlTest, WhatCouldSteerATerminalIsEscaped) {
+   createHosts();
+   EXPECT_EQ(run({"get", "no\x1b[31m\ntable"}), 1);
+   EXPECT_THAT(err_, HasSubstr("/no\\x1b[31m\\ntable: there is no table of that name\n"));
+   EXPECT_EQ(run({"put", "bridging/status", "te\x1bn", "{}"}), 3);
+   EXPECT_THAT(err_, HasSubstr("key te\\x1bn: "));
+   EXPECT_EQ(run({"--no\x1bsuch"}), 2);
+   EXPECT_EQ(err_.find('\x1b'), err_.npos);
+   // A table that somebody gave such a name.
+   Plaze::Writer(directory_.path("ar/Plaze/o\xc2\x9b"
+                                 "dd"),
+                 Plaze::tableType("Plaze::Bridging::Status")->shape());
+   EXPECT_EQ(run({"ls"}), 0);
+   EXPECT_EQ(out_, "bridging/status\no\\xc2\\x9bdd\n");
+   EXPECT_EQ(run({"--json", "ls"}), 0);
+   EXPECT_THAT(out_, HasSubstr("\"path\": \"o\\u009bdd\""));
+}
+
+TEST_F(PlazectlTest, OutputThatIsNotWrittenIsAFailure) {
+   createHosts();
+   std::string const tool = std::string(TOOL_PATH) + " --root " + directory_.root() + " --system ar ";
+   std::string const errors = directory_.path("errors");
+   for (char const* command :
+        {"ls", "info bridging/status", "get bridging/status", "watch bridging/status", "--help"}) {
+      // What watch prints first is nothing here, so that it goes on; a row makes it print.
+      ASSERT_EQ(run({"put", "bridging/status", "10/00:1c:73:00:00:01", "{}"}), 0) << err_;
+      int const status = std::system((tool + command + " >/dev/full 2>" + errors).c_str());
+      EXPECT_EQ(WEXITSTATUS(status), 4) << command;
+      EXPECT_EQ(Plaze::fileBytes(errors), "plazectl: standard output: No space left on device\n") << command;
+   }
+}
+
+TEST_F(PlazectlTest, TableOfAnotherUserIsToldAsThatTablesError) {
+   createHosts();
+   std::filesystem::rename(file_, directory_.path("elsewhere"));
+   std::filesystem::create_symlink(directory_.path("elsewhere"), file_);
+   for (char const* command : {"get", "info"}) {
+      EXPECT_EQ(run({command, "bridging/status"}), 3);
+      EXPECT_EQ(err_, "plazectl: " + file_ + ": is a symbolic link\n");
+   }
+   EXPECT_EQ(run({"put", "bridging/status", "10/00:1c:73:00:00:01", "{}"}), 3);
+   EXPECT_EQ(err_, "plazectl: " + file_ + ": is a symbolic link\n");
+}
+
 TEST_F(PlazectlTest, TableOfALiveWriterIsReadButNotWritten) {
    Plaze::Writer writer(file_, Plaze::tableType("Plaze::Bridging::Status")->shape());
    EXPECT_EQ(run({"get", "bridging/status"}), 0);

@@ -350,7 +350,7 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
       if (descriptor.form == Form::references)
          readReference(in, out_);
       else
-         readValue(*descriptor.value, in, out_);
+         TreeJson::readMember(*descriptor.value, key, in, out_);
    } catch (ValueError const& error) {
       refuseAt("." + std::string(descriptor.name) + Ordel::bracketed(keyText) + error.field, error.what());
    }

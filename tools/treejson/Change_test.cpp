@@ -4,6 +4,7 @@
 #include "treejson/Error.h"
 #include "treejson/Writer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -174,7 +175,7 @@ TEST_F(LoadTest, errorsNamePlaceAndReason) {
                    "config.vlanConfig[5000]: VlanId::value < 1 or > 4094 not allowed");
    verifyNotLoaded(R"({"config": {"vlan": 5000}})", "config.vlan: VlanId::value < 1 or > 4094 not allowed");
    verifyNotLoaded(R"({"input/config/cli": {"mode": "up"}})",
-                   "input/config/cli.mode: \"up\" is no Mode; expected access_, trunk_ or a number");
+                   "input/config/cli.mode: \"up\" is no Mode; expected access_ or trunk_");
    verifyNotLoaded(R"({"config": {"port": []}})",
                    "config.port: a list is no collection; expected an object of members");
    verifyNotLoaded(R"({"config": {"vlanConfig": {"10": true}}})",
@@ -314,6 +315,35 @@ TEST_F(SetTest, deletesEntitiesAndMembers) {
    EXPECT_EQ(get("input/dir"), R"({"$type": "Kem::Dir", "entityPtr": {}})");
 }
 
+TEST_F(SetTest, memberTakesItsKeyWhereItIsLeftOut) {
+   EXPECT_EQ(set("config.host[00:1c:73:00:00:01]", R"({"intf": "Ethernet1"})"), "");
+   EXPECT_EQ(load(R"({"config": {"host": {"00:1c:73:00:00:02": {},
+                                          "00:1c:73:00:00:03": {"addr": "00:1c:73:00:00:03"}}}})"),
+             "");
+   for (char const* addr : {"00:1c:73:00:00:01", "00:1c:73:00:00:02", "00:1c:73:00:00:03"})
+      EXPECT_THAT(get(std::string("config.host[") + addr + "]"),
+                  testing::HasSubstr(std::string("\"addr\": \"") + addr + "\""));
+   EXPECT_EQ(set("config.host[00:1c:73:00:00:01]", R"({"addr": "00:1c:73:00:00:02"})"),
+             "config.host[00:1c:73:00:00:01].addr: 00:1c:73:00:00:02 differs from the key");
+   EXPECT_EQ(
+       load(R"({"config": {"count": 7, "host": {"00:1c:73:00:00:04": {"addr": "00:00:00:00:00:00"}}}})"),
+       "config.host[00:1c:73:00:00:04].addr: 00:00:00:00:00:00 differs from the key");
+   EXPECT_EQ(get("config.count"), "0") << "a refused document leaves nothing";
+}
+
+TEST_F(SetTest, numbersOutsideAClosedEnumerationAreRefused) {
+   EXPECT_EQ(set("input/config/cli.mode", "7"),
+             "input/config/cli.mode: 7 is no Mode; expected access_ or trunk_");
+   EXPECT_EQ(load(R"({"input/config/cli": {"mode": 2}})"),
+             "input/config/cli.mode: 2 is no Mode; expected access_ or trunk_");
+   EXPECT_EQ(set("config.host[00:1c:73:00:00:01]", R"({"mode": 7})"), "") << "this one is open";
+}
+
+TEST_F(SetTest, placesOfTheSchemaCannotBeDeleted) {
+   EXPECT_EQ(erase("input/config/cli"), "input/config/cli: is a place of the schema and can't be deleted");
+   EXPECT_EQ(erase("input.entityPtr[config]"), "input/config: is a place of the schema and can't be deleted");
+}
+
 TEST_F(SetTest, onlyEntitiesAndMembersCanBeDeleted) {
    EXPECT_EQ(erase("/"), "/: is the root and can't be deleted");
    EXPECT_EQ(erase("config.count"),
@@ -394,7 +424,7 @@ class RandomTree {
       Block block;
       block.at(node, steps);
       if (attribute.form == Form::map)
-         return apply(tree, block.put(number, key, value(*attribute.value)));
+         return apply(tree, block.put(number, key, valueUnder(key, *attribute.value)));
       if (attribute.form == Form::references)
          return apply(tree, block.put(number, key, reference()));
       if (depth == 2)
@@ -408,6 +438,11 @@ class RandomTree {
       Ordel::Applied const& applied = tree.apply(block);
       if (applied.isDone()) // else one of the other type stands there
          fillEntity(tree, path, steps, type, depth + 1);
+   }
+
+   std::string valueUnder(std::string const& key, ValueType const& type) {
+      std::string const wire = value(type);
+      return type.hasKey ? key + wire.substr(key.size()) : wire;
    }
 
    std::string reference() {
@@ -447,9 +482,12 @@ class RandomTree {
       default:
          break;
       }
-      if (type.rangeText)
-         return u16Bytes(
-             static_cast<uint16_t>(type.min + random_() % (random_() % 2 ? 20 : type.max - type.min + 1)));
+      if (type.rangeText) {
+         uint64_t const count = type.max - type.min + 1;
+         return u16Bytes(static_cast<uint16_t>(
+                             type.min + random_() % (random_() % 2 ? std::min<uint64_t>(20, count) : count)))
+             .substr(0, type.size);
+      }
       std::string wire;
       for (int i = 0; i < type.size; ++i)
          wire += static_cast<char>(random_());

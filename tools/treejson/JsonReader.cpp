@@ -1,4 +1,5 @@
 #include "treejson/JsonReader.h"
+#include "Kem/Printable.h"
 #include "treejson/Error.h"
 #include "treejson/JsonText.h"
 
@@ -261,7 +262,7 @@ void JsonReader::readString(std::string* out) {
       } else {
          if (static_cast<unsigned char>(text_[at_]) < 0x20)
             fail("a control character in a string; write it as \\u00XX");
-         size_t const length = utf8Length(text_.substr(at_));
+         size_t const length = Kem::utf8Length(text_.substr(at_));
          if (length == 0)
             fail("bytes that are no UTF-8");
          character = static_cast<unsigned char>(text_[at_]) & (0xffu >> (length + 1));

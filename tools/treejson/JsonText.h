@@ -11,13 +11,9 @@
 
 namespace TreeJson {
 
-// Bytes of the UTF-8 character that the text begins with; 0 where none does, also at the end of the text.
-size_t utf8Length(std::string_view text);
-
 void appendUtf8(std::string& out, uint32_t character);
 
-// Appends the bytes as a JSON string, quotes included. Control characters are
-// escaped, those beyond ASCII too.
+// Appends the bytes as a JSON string, quotes included. What isn't printable (Kem/Printable.h) is escaped.
 void appendQuoted(std::string& out, std::string_view bytes);
 
 // The byte that the private character stands for, or -1.

@@ -34,7 +34,7 @@ void appendDouble(std::string& out, double number) {
       out += std::isnan(number) ? "null" : number > 0 ? "\"inf\"" : "\"-inf\"";
 }
 
-// "expected active, suspended or a number"; a long list is cut.
+// "active, suspended or a number"; a closed enumeration takes names only. A long list is cut.
 std::string enumeratorList(ValueType const& type) {
    constexpr size_t maxNames = 12;
    std::string text;
@@ -44,7 +44,12 @@ std::string enumeratorList(ValueType const& type) {
    }
    if (type.enumerators.size() > maxNames)
       text += ", ...";
-   return text + (text.empty() ? "a number" : " or a number");
+   bool const isOpen = !type.rangeText;
+   if (isOpen)
+      return text + (text.empty() ? "a number" : " or a number");
+   if (size_t const comma = text.rfind(", "); comma != std::string::npos && !text.ends_with("..."))
+      text.replace(comma, 2, " or ");
+   return text;
 }
 
 struct Bounds {
@@ -149,13 +154,16 @@ void readEnumeration(ValueType const& type, JsonReader& in, Wire::Writer& out) {
             return putUnsigned(type, enumerator.number, out);
    } else if (in.kind() == JsonKind::number) {
       uint64_t number = 0;
-      if (parseWhole(in.number(), number) == Whole::fits && number <= boundsOf(type).max)
+      Bounds const bounds = boundsOf(type);
+      if (parseWhole(in.number(), number) == Whole::fits && number >= bounds.min && number <= bounds.max)
          return putUnsigned(type, number, out);
    }
    refuse(type, value, enumeratorList(type));
 }
 
-void readRecord(ValueType const& type, JsonReader& in, Wire::Writer& out) {
+// `key` is that of the member, empty for a record that is none: it fills the field that holds the key, where
+// that is left out.
+void readRecord(ValueType const& type, std::string_view key, JsonReader& in, Wire::Writer& out) {
    if (in.kind() != JsonKind::object) {
       std::string names;
       for (Records::Field const& field : type.fields)
@@ -184,7 +192,9 @@ void readRecord(ValueType const& type, JsonReader& in, Wire::Writer& out) {
    for (size_t i = 0; i < values.size(); ++i) {
       char const* const begin = zero.position();
       Ordel::skipValue(*type.fields[i].type, zero);
-      if (values[i].empty())
+      if (values[i].empty() && i == 0 && type.hasKey && !key.empty())
+         out.raw(key.data(), key.size());
+      else if (values[i].empty())
          out.raw(begin, static_cast<size_t>(zero.position() - begin));
       else
          out.raw(values[i].data(), values[i].size());
@@ -310,8 +320,14 @@ void readValue(ValueType const& type, JsonReader& in, Wire::Writer& out) {
    case Kind::enumeration:
       return readEnumeration(type, in, out);
    case Kind::record:
-      return readRecord(type, in, out);
+      return readRecord(type, {}, in, out);
    }
+}
+
+void readMember(ValueType const& type, std::string_view key, JsonReader& in, Wire::Writer& out) {
+   if (type.kind == Kind::record)
+      return readRecord(type, key, in, out);
+   readValue(type, in, out);
 }
 
 void readReference(JsonReader& in, Wire::Writer& out) {

@@ -1,8 +1,8 @@
 // Single values: their wire form as JSON, and JSON as their wire form, by the descriptor of their type.
 //
 //    numbers, booleans, strings    the same; of a double the infinities as "inf" and "-inf"
-//    enumeration                   its enumerator's name, the number where it has none; read by name or
-//    number record                        object by field name; a field that isn't given has its default
+//    enumeration                   its enumerator's name, or the number where it has none; read as either
+//    record                        object by field name; a field that isn't given has its default
 //    IntfId, Name, NamespaceName   string
 //    EthAddr                       "00:1c:73:00:00:01", lower case; read in either case
 //    reference                     {"$ref": "selector"}, or null
@@ -25,6 +25,8 @@ void writeReference(std::string_view wire, std::string& out);
 
 // Appends the wire form of the value that is read. Raises ValueError.
 void readValue(Records::ValueType const& type, JsonReader& in, Wire::Writer& out);
+// The same for a member of a map under the key, in wire form: a record that has a field for it gets it there.
+void readMember(Records::ValueType const& type, std::string_view key, JsonReader& in, Wire::Writer& out);
 void readReference(JsonReader& in, Wire::Writer& out);
 
 // The JSON that a word on a command line means: itself where it is JSON, else, as a bare word, a

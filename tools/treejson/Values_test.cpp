@@ -129,13 +129,15 @@ TEST(ValuesTest, addressesComeOutInLowerCase) {
 TEST(ValuesTest, enumerationsByNameAndByNumber) {
    verifyBothWays(t.mode, "\1", "\"trunk_\"");
    EXPECT_EQ(hex(read(t.mode, "1")), "01");
-   // Every number is legal; one without a name is a number both ways.
-   verifyBothWays(t.mode, "\7", "7");
+   // Of an open one every number is legal; one without a name is a number both ways.
+   verifyBothWays(t.openMode, "\7", "7");
+   EXPECT_EQ(read(t.openMode, "256"), ": 256 is no OpenMode; expected access_, trunk_ or a number");
+   EXPECT_EQ(read(t.mode, "2"), ": 2 is no Mode; expected access_ or trunk_");
    verifyBothWays(wideEnum, wireOf(0x80000000u), "\"big\"");
    verifyBothWays(wideEnum, wireOf(4294967295u), "4294967295");
-   EXPECT_EQ(read(t.mode, "\"up\""), ": \"up\" is no Mode; expected access_, trunk_ or a number");
-   EXPECT_EQ(read(t.mode, "256"), ": 256 is no Mode; expected access_, trunk_ or a number");
-   EXPECT_EQ(read(t.mode, "true"), ": true is no Mode; expected access_, trunk_ or a number");
+   EXPECT_EQ(read(t.mode, "\"up\""), ": \"up\" is no Mode; expected access_ or trunk_");
+   EXPECT_EQ(read(t.mode, "256"), ": 256 is no Mode; expected access_ or trunk_");
+   EXPECT_EQ(read(t.mode, "true"), ": true is no Mode; expected access_ or trunk_");
 }
 
 TEST(ValuesTest, recordsAreObjectsInNaturalOrderOfTheirFields) {

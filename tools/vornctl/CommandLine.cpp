@@ -6,6 +6,7 @@
 #include "Why.h"
 #include "Words.h"
 
+#include "Kem/StandardStreams.h"
 #include "Ordel/client/Connection.h"
 
 #include <CLI/CLI.hpp>
@@ -35,6 +36,11 @@ size_t lineWidth() {
    winsize size{};
    bool const isTerminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
    return isTerminal ? std::max<size_t>(size.ws_col, usualWidth) : usualWidth;
+}
+
+void finishOutput() {
+   if (std::string const why = Kem::whyOutputFailed(); !why.empty())
+      throw UsageError("standard output: " + why);
 }
 
 struct Options {
@@ -149,7 +155,9 @@ int runCommandLine(int argc, char** argv) {
       vlanOf(options);
       portOf(options);
    } catch (CLI::Success const& helpOrVersion) {
-      return app.exit(helpOrVersion);
+      app.exit(helpOrVersion);
+      finishOutput();
+      return 0;
    } catch (CLI::ParseError const& error) {
       auto const commands = app.get_subcommands();
       bool const isShow = !commands.empty() && commands[0]->get_name() == "show";
@@ -160,8 +168,7 @@ int runCommandLine(int argc, char** argv) {
       throw UsageError(std::string(error.what()) + "; see vornctl --help");
    }
    int const status = options.action();
-   if (std::fflush(stdout) != 0 || std::ferror(stdout))
-      throw UsageError(std::string("standard output: ") + std::strerror(errno));
+   finishOutput();
    return status;
 }
 

@@ -2,6 +2,7 @@
 // made into some.
 #pragma once
 
+#include "Kem/Printable.h"
 #include "Kem/String.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ namespace Vornctl {
 using Json = nlohmann::ordered_json;
 
 inline std::string jsonText(Json const& json) {
-   return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+   return Kem::printableJson(json.dump(2, ' ', false, Json::error_handler_t::replace)) + '\n';
 }
 
 // Key and value of each member of a collection of records, in the order of the keys.

@@ -6,6 +6,7 @@
 #include "Table.h"
 #include "Words.h"
 
+#include "Kem/Printable.h"
 #include "Vorn/Rules/AllowedVlans.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
@@ -100,7 +101,8 @@ std::string portText(PortRow const& port, Format const& format) {
    std::string text;
    auto const line = [&](std::string const& name, std::string const& value) {
       text += name + ':' +
-              paragraph(printable(value.empty() ? "-" : value), indent, format.width).substr(name.size() + 1);
+              paragraph(Kem::printable(value.empty() ? "-" : value), indent, format.width)
+                  .substr(name.size() + 1);
    };
    auto const flag = [&](char const* name, bool is) { line(name, is ? "yes" : "no"); };
    line("Port", port.intfId.stringValue().str());

@@ -5,6 +5,7 @@
 #include "Table.h"
 #include "Words.h"
 
+#include "Kem/Printable.h"
 #include "records/Bridging/VlanConfig.h"
 
 namespace Vornctl {
@@ -66,12 +67,12 @@ std::string vlanTable(std::vector<std::pair<Bridging::VlanId, Kem::Ptr<VlanConfi
 
 std::string membersTable(VlanConfig const& vlan, Format const& format) {
    auto const role = vlan.vlanTypeAndPrimaryVlan();
-   std::string text = "\nConfigured by: " + printable(vlan.configSource().view()) + '\n';
+   std::string text = "\nConfigured by: " + Kem::printable(vlan.configSource().view()) + '\n';
    if (role.vlanType != Bridging::VlanType::primary_)
       text += "Private VLAN: " + std::string(typeText(vlan)) + " of VLAN " +
               std::to_string(role.primaryVlan.value()) + '\n';
    if (auto const groups = trunkGroups(vlan); !groups.empty())
-      text += "Trunk groups that a trunk needs one of: " + printable(joined(groups)) + '\n';
+      text += "Trunk groups that a trunk needs one of: " + Kem::printable(joined(groups)) + '\n';
    Table table({{"Port"}, {"Membership"}});
    for (auto const& [port, member] : sortedMembers(vlan.intf()))
       table.add({port.shortName().str()}, {std::string(membershipText(member))});

@@ -1,6 +1,7 @@
 #include "Table.h"
 
 #include "Kem/Assert.h"
+#include "Kem/Printable.h"
 
 #include <algorithm>
 
@@ -28,14 +29,6 @@ void endLine(std::string& text, std::string line) {
 }
 
 } // namespace
-
-std::string printable(std::string_view text) {
-   std::string out(text);
-   for (char& c : out)
-      if (static_cast<unsigned char>(c) < ' ' || c == 0x7f)
-         c = '?';
-   return out;
-}
 
 size_t characters(std::string_view text) {
    return static_cast<size_t>(
@@ -90,7 +83,7 @@ void Table::add(std::vector<std::string> cells, std::vector<std::string> list) {
    KEM_ASSERT(cells.size() + 1 == columns_.size());
    for (auto* const part : {&cells, &list})
       for (std::string& cell : *part)
-         cell = printable(cell);
+         cell = Kem::printable(cell);
    rows_.push_back({std::move(cells), std::move(list)});
 }
 

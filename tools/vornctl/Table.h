@@ -6,7 +6,7 @@
 //    10    servers  active  Et1, Et2, Et3,
 //                           Po5
 //
-// Cells hold what publishers wrote: control characters in them come out as '?'.
+// Cells hold what publishers wrote: what isn't printable comes out escaped (Kem/Printable.h).
 // Widths count characters of UTF-8.
 #pragma once
 
@@ -50,8 +50,6 @@ std::vector<std::string> folded(std::vector<std::string> const& items, size_t wi
 // The words of a text on such lines, each behind `indent` blanks and with its line's end.
 std::string paragraph(std::string_view text, size_t indent, size_t width);
 
-// Without control characters.
-std::string printable(std::string_view text);
 // Characters, of UTF-8.
 size_t characters(std::string_view text);
 // At most so many characters, with "..." for the rest.

@@ -8,6 +8,7 @@
 #include "Table.h"
 #include "Words.h"
 
+#include "Kem/Printable.h"
 #include "Vorn/Rules/PortMode.h"
 #include "records/Bridging/Input/VlanConfig.h"
 #include "records/Interface/EthIntfConfig.h"
@@ -184,7 +185,7 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
                        Bridging::VlanPortConfig const* member, Sulvi::IntfId port, Bridging::VlanId vlanId,
                        size_t width) {
    std::string text =
-       printable(nameOf(port)) + (member ? " is a member of VLAN " : " is not a member of VLAN ") +
+       Kem::printable(nameOf(port)) + (member ? " is a member of VLAN " : " is not a member of VLAN ") +
        std::to_string(vlanId.value()) + (member ? ": " + membershipText(*member) : "") + ".\n\n";
    size_t ruleWidth = 0;
    for (Rule const& rule : explanation.rules)
@@ -192,7 +193,7 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
    size_t const indent = ruleWidth + 4;
    for (Rule const& rule : explanation.rules) {
       std::string const finding =
-          paragraph(printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
+          paragraph(Kem::printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
       std::string const head = (rule.decides ? "> " : "  ") + rule.name;
       text += head + finding.substr(characters(head));
    }
@@ -217,7 +218,7 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
    if (!explanation.advice.empty() && !member) {
       text += "\nWhat to do:\n";
       for (std::string const& advice : explanation.advice)
-         text += "  - " + paragraph(printable(advice), 4, width).substr(4);
+         text += "  - " + paragraph(Kem::printable(advice), 4, width).substr(4);
    }
    return text;
 }

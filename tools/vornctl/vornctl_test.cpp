@@ -35,9 +35,9 @@ TEST(TableTest, columnsAreAsWideAsTheirWidestCellAndListsFold) {
 TEST(TableTest, controlCharactersOfPublishersDoNotReachTheTerminal) {
    Table table({{"Name"}, {"Ports"}});
    table.add({"a\x1b[2Jb\x7f"}, {"E\tt"});
-   EXPECT_EQ(table.text(80), "Name     Ports\n"
-                             "-------  -----\n"
-                             "a?[2Jb?  E?t\n");
+   EXPECT_EQ(table.text(80), "Name           Ports\n"
+                             "-------------  -----\n"
+                             "a\\x1b[2Jb\\x7f  E\\tt\n");
 }
 
 TEST(TableTest, widthsCountCharactersAndNotBytes) {

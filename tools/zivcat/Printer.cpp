@@ -1,5 +1,7 @@
 #include "Printer.h"
 
+#include "Kem/Printable.h"
+
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -13,45 +15,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr int64_t nsOfSecond = 1'000'000'000;
 
-// The bytes of the UTF-8 character that begins the text; 0 if none does.
-size_t utf8Length(std::string_view text) {
-   auto const byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
-   size_t const length = byte(0) < 0x80       ? 1
-                         : byte(0) >> 5 == 6  ? 2
-                         : byte(0) >> 4 == 14 ? 3
-                         : byte(0) >> 3 == 30 ? 4
-                                              : 0;
-   if (length == 0 || length > text.size())
-      return 0;
-   for (size_t i = 1; i < length; ++i) {
-      if (byte(i) >> 6 != 2)
-         return 0;
-   }
-   // The shortest form only, no surrogates, nothing beyond the last plane.
-   uint8_t const second = length > 1 ? byte(1) : uint8_t{0};
-   if ((length == 2 && byte(0) < 0xc2) || (byte(0) == 0xe0 && second < 0xa0) ||
-       (byte(0) == 0xed && second > 0x9f) || (byte(0) == 0xf0 && second < 0x90) ||
-       (byte(0) == 0xf4 && second > 0x8f) || byte(0) > 0xf4)
-      return 0;
-   return length;
-}
-
-// C1 controls, U+0080 to U+009F, steer some terminals just as the ASCII ones do.
-bool isControl(std::string_view character) {
-   uint8_t const first = static_cast<uint8_t>(character[0]);
-   if (character.size() == 1)
-      return first < 0x20 || first == 0x7f;
-   return first == 0xc2 && static_cast<uint8_t>(character[1]) < 0xa0;
-}
-
-void appendHex(std::string& out, std::string_view bytes) {
-   for (char const byte : bytes) {
-      char code[5];
-      std::snprintf(code, sizeof(code), "\\x%02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-      out += code;
-   }
-}
-
 // RFC 3339 in UTC with nanoseconds, for scripts.
 std::string jsonTime(int64_t wallNs) {
    std::string const text = timeText(wallNs, true); // ends in microseconds and 'Z'
@@ -62,7 +25,7 @@ std::string jsonTime(int64_t wallNs) {
 }
 
 void printLine(std::ostream& out, Json const& json) {
-   out << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+   out << Kem::printableJson(json.dump(-1, ' ', false, Json::error_handler_t::replace)) << '\n';
 }
 
 Json recordJson(std::string const& source, Zivlog::Reader const& reader, Zivlog::Record const& record) {
@@ -109,24 +72,7 @@ std::string timeText(int64_t wallNs, bool isUtc) {
 }
 
 std::string escaped(std::string_view text) {
-   std::string out;
-   out.reserve(text.size());
-   while (!text.empty()) {
-      size_t const length = utf8Length(text);
-      std::string_view const character = text.substr(0, length == 0 ? 1 : length);
-      if (text[0] == '\n')
-         out += "\\n";
-      else if (text[0] == '\t')
-         out += "\\t";
-      else if (text[0] == '\\')
-         out += "\\\\";
-      else if (length == 0 || isControl(character))
-         appendHex(out, character);
-      else
-         out += character;
-      text.remove_prefix(character.size());
-   }
-   return out;
+   return Kem::printable(text, Kem::Backslashes::doubled);
 }
 
 void Printer::record(std::string const& source, Zivlog::Reader const& reader, Zivlog::Record const& record) {
@@ -135,7 +81,7 @@ void Printer::record(std::string const& source, Zivlog::Reader const& reader, Zi
       return;
    }
    if (!source.empty())
-      out_ << source << ": ";
+      out_ << escaped(source) << ": ";
    out_ << timeText(record.wallNs, isUtc_) << ' ' << record.level << ' ';
    if (!record.facility.empty())
       out_ << escaped(record.facility) << ": ";
@@ -181,7 +127,7 @@ void Printer::info(std::string const& path, Zivlog::Reader const& reader, bool i
       printLine(out_, json);
       return;
    }
-   out_ << path << ": " << escaped(header.program) << ", pid " << header.pid << ", "
+   out_ << escaped(path) << ": " << escaped(header.program) << ", pid " << header.pid << ", "
         << stateOf(header, isBeingWritten) << '\n';
    out_ << "started " << timeText(header.startWallNs, isUtc_);
    if (header.closedWallNs != 0)

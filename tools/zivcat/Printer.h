@@ -19,7 +19,7 @@ enum class Form {
 // "2026-11-21 02:41:22.123456" in local time, or in UTC with a 'Z' behind it.
 std::string timeText(int64_t wallNs, bool isUtc);
 
-// The text with control characters, backslashes and invalid UTF-8 as \n, \t, \\ or \xNN.
+// What isn't printable escaped (Kem/Printable.h), backslashes too, so that no two texts look alike.
 std::string escaped(std::string_view text);
 
 class Printer {

@@ -1,5 +1,7 @@
 #include "TraceSet.h"
 
+#include "Printer.h"
+
 #include <algorithm>
 #include <limits>
 #include <ostream>
@@ -44,7 +46,7 @@ void TraceSet::refresh(std::ostream& errors) {
          trace.failure =
              error.cause() == Zivlog::ReadError::Cause::unreadable ? exitUnreadable : exitNotTraceFile;
          if (trace.error != before)
-            errors << "zivcat: " << trace.path << ": " << trace.error << '\n';
+            errors << "zivcat: " << escaped(trace.path) << ": " << escaped(trace.error) << '\n';
       }
    }
 }
@@ -58,11 +60,11 @@ void TraceSet::load(Trace& trace, std::ostream& errors) {
       return;
    auto reader = Zivlog::Reader::ofFile(trace.path);
    if (trace.reader && reader.header().seed != trace.reader->header().seed) {
-      errors << "zivcat: " << trace.path << ": new file of pid " << reader.header().pid << '\n';
+      errors << "zivcat: " << escaped(trace.path) << ": new file of pid " << reader.header().pid << '\n';
       trace.seenSequence = 0;
    }
    if (reader.missingBytes() != 0)
-      errors << "zivcat: " << trace.path << ": cut short, " << reader.missingBytes()
+      errors << "zivcat: " << escaped(trace.path) << ": cut short, " << reader.missingBytes()
              << " bytes are missing\n";
    trace.completeTo = isGrowing ? stamp.sequence : std::numeric_limits<uint64_t>::max();
    trace.reader = std::move(reader);

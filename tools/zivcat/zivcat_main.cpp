@@ -2,6 +2,7 @@
 #include "Printer.h"
 #include "TraceSet.h"
 
+#include "Kem/StandardStreams.h"
 #include "Process/Failure.h"
 
 #include <CLI/CLI.hpp>
@@ -19,11 +20,20 @@ constexpr char const* footer =
     "Exit status: 0 done; 1 nothing matched; 2 wrong usage; 3 a file is no trace file or damaged;\n"
     "4 a file can't be read. The other files are printed all the same.";
 
-// Prints what is new, four times a second, until a signal ends the program.
-[[noreturn]] void follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection,
-                         Zivcat::Printer& printer) {
+// The exit status of what has been printed: `status`, or another one where it can't be written.
+int finished(int status) {
+   std::string const why = Kem::whyOutputFailed();
+   if (why.empty())
+      return status;
+   Process::say("zivcat", "standard output: " + why);
+   return Process::exitUsage;
+}
+
+// Prints what is new, four times a second, until a signal ends the program, or nobody takes it.
+int follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection, Zivcat::Printer& printer) {
    for (;;) {
-      std::cout.flush();
+      if (int const status = finished(0); status != 0)
+         return status;
       std::this_thread::sleep_for(std::chrono::milliseconds(250));
       traces.refresh(std::cerr);
       traces.print(selection, std::nullopt, printer);
@@ -33,6 +43,8 @@ constexpr char const* footer =
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return Process::exitUsage;
    CLI::App app(
        "Prints trace files (.zv): the records of all levels, oldest first, several files merged by time.",
        "zivcat");
@@ -63,7 +75,12 @@ int main(int argc, char** argv) {
       if (facility)
          selection.facility.emplace(*facility, std::regex::extended);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? 0 : Process::exitUsage;
+      if (error.get_exit_code() == 0) {
+         app.exit(error); // prints the help, or the version
+         return finished(0);
+      }
+      Process::say("zivcat", std::string(error.what()) + "; see zivcat --help");
+      return Process::exitUsage;
    } catch (std::regex_error const& error) {
       Process::say("zivcat", "--facility: not a regular expression: " + *facility);
       return Process::exitUsage;
@@ -75,12 +92,12 @@ int main(int argc, char** argv) {
    traces.refresh(std::cerr);
    if (wantsInfo) {
       traces.printInfo(printer);
-      return traces.failure();
+      return finished(traces.failure());
    }
    size_t const printed = traces.print(selection, tail, printer);
    if (wantsFollow && !traces.empty())
-      follow(traces, selection, printer);
+      return follow(traces, selection, printer);
    if (traces.failure() != 0)
-      return traces.failure();
-   return printed == 0 ? Process::exitNo : 0;
+      return finished(traces.failure());
+   return finished(printed == 0 ? Process::exitNo : 0);
 }

@@ -120,6 +120,31 @@ TEST_F(ZivcatTool, whatCouldSteerATerminalIsEscaped) {
    EXPECT_EQ(escaped("\xe2\x82\xac \xf0\x9f\x98\x80"), "\xe2\x82\xac \xf0\x9f\x98\x80");
 }
 
+TEST_F(ZivcatTool, whatCouldSteerATerminalIsEscapedInJsonAndInErrorsToo) {
+   Zivlog::TraceFile trace(steppedClocks);
+   open(trace, "a.zv");
+   say(trace, 0, "F",
+       "a\xc2\x9b"
+       "31m");
+   EXPECT_THAT(run("--json " + file("a.zv")).out, HasSubstr("\"text\":\"a\\u009b31m\""));
+   std::string const odd = "\"$(printf 'no\\033[31m\\nfile')\"";
+   EXPECT_EQ(run(odd).err, "zivcat: no\\x1b[31m\\nfile: can't be opened: No such file or directory\n");
+   EXPECT_EQ(run("x --level " + odd).err.find_first_of("\x1b\n"), run("x --level " + odd).err.size() - 1)
+       << "one line";
+}
+
+TEST_F(ZivcatTool, outputThatIsNotWrittenIsAFailure) {
+   Zivlog::TraceFile trace(steppedClocks);
+   open(trace, "a.zv");
+   say(trace, 0, "F", "text");
+   for (char const* option : {"", "--json ", "--info ", "--follow "}) {
+      Outcome const outcome = run(option + file("a.zv") + " >/dev/full");
+      EXPECT_EQ(outcome.status, 2) << option;
+      EXPECT_EQ(outcome.err, "zivcat: standard output: No space left on device\n") << option;
+   }
+   EXPECT_EQ(run("--help >/dev/full").status, 2);
+}
+
 TEST_F(ZivcatTool, selectsByLevelAndFacility) {
    Zivlog::TraceFile trace(steppedClocks);
    open(trace, "a.zv");

@@ -1,5 +1,6 @@
 // ordeld: the state database as a process.
 #include "Kem/Activity.h"
+#include "Kem/StandardStreams.h"
 #include "Ordel/client/Connection.h"
 #include "Ordel/server/Listener.h"
 #include "Ordel/server/Server.h"
@@ -105,6 +106,8 @@ void raiseDescriptorLimit() {
 } // namespace
 
 int main(int argc, char** argv) {
+   if (!Kem::openStandardStreams())
+      return EXIT_FAILURE;
    Options const options = optionsOf(argc, argv);
    std::signal(SIGPIPE, SIG_IGN);
    Process::stopEndsProcess();

@@ -107,7 +107,8 @@ void Applier::readAt(Wire::Reader& in) {
       EntityType const* const former = store_.formerType(number);
       std::string const text = "node " + std::to_string(number);
       if (!former) {
-         refuse(text, "there never was one of this number");
+         refuse(text,
+                number < store_.nextNode ? "was erased long ago" : "there never was one of this number");
          return;
       }
       target_.place = text;

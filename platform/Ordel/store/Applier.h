@@ -47,6 +47,7 @@ class Applier {
    Slot const* slotOfDerived(Layout const& layout, unsigned attribute) const;
 
    void store(Entity& entity, Slot const& slot, char* place, Packed const& value);
+   static bool isUnderItsKey(Slot const& slot, Packed const& key, char const* value);
    bool isStored(Slot const& slot, char const* place, Packed const& value) const;
    void erase(Entity& entity);
    void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);

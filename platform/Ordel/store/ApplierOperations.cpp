@@ -1,5 +1,6 @@
 // The four operations: each is read and checked, changes the store, and leaves in the log what it displaced.
 #include "Ordel/store/Applier.h"
+#include "Ordel/wire/KeyText.h"
 #include "Ordel/wire/Selector.h"
 
 #include <cstring>
@@ -54,8 +55,17 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
       return;
    }
    Packed key, value;
-   if (!readKey(in, *slot, key) || !readValue(in, *slot, &key, value))
+   if (!readKey(in, *slot, key))
       return;
+   char const* const valueBegin = in.position();
+   if (!readValue(in, *slot, &key, value))
+      return;
+   if (!isUnderItsKey(*slot, key, valueBegin)) {
+      Records::Field const& field = slot->value->type().fields.front();
+      refuse(place(slot, &key) + "." + std::string(field.name),
+             keyText(*field.type, {valueBegin, field.type->size}) + " differs from the key");
+      return;
+   }
    if (!target_.entity) {
       dropped(begin);
       return;
@@ -105,6 +115,11 @@ void Applier::readErase(Wire::Reader& in, char const* begin) {
          dropped(begin);
       return;
    }
+   if (slot->holdsEntities() && !store_.isMirror)
+      if (Entity const& below = *Store::entityAt(*members, position); store_.isDeclared(below)) {
+         refuse(place(slot, &key), "is a place of the schema and can't be deleted");
+         return;
+      }
    effective(in, begin); // before the change: it names the entity by what still stands
    if (slot->holdsEntities()) {
       erase(*Store::entityAt(*members, position));
@@ -185,11 +200,15 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
       refuse(place(slot, &key), "too deep");
       return;
    }
+   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
+   if (getsNumber && store_.nextNode == UINT32_MAX) {
+      refuse(place(slot, &key), "the database has no number left for it");
+      return;
+   }
    if (standing)
       erase(*standing);
 
    auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
    Entity& made = store_.create(type, entity, attribute, probe, getsNumber ? store_.nextNode : node);
    if (isLoading_)
       return;
@@ -214,6 +233,14 @@ void Applier::erase(Entity& entity) {
 }
 
 // --- Values
+
+// A value that has a field for its key has the right one in it. `value` is its wire form.
+bool Applier::isUnderItsKey(Slot const& slot, Packed const& key, char const* value) {
+   if (slot.form != Form::map || !slot.value->type().hasKey)
+      return true;
+   // Both are of the same type, of fixed size, which is kept as it stands on the wire.
+   return areEqualBytes(key.bytes, value, key.size);
+}
 
 bool Applier::isStored(Slot const& slot, char const* place, Packed const& value) const {
    if (!slot.value->isText())

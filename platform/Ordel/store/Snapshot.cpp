@@ -177,6 +177,16 @@ std::unique_ptr<Tree> Snapshot::decode(Records::Schema const& schema, std::strin
    Applied const& applied = tree->applier_->load(body);
    if (!applied.isDone())
       return refuse("damaged: " + applied.error);
+   for (Records::Place const& place : schema.places) {
+      if (place.isCell)
+         continue; // the image doesn't say of which cell it is
+      Entity const* const standing = tree->find(place.path);
+      if (!standing)
+         return refuse("damaged: " + std::string(place.path) + " is missing");
+      if (&standing->type() != place.type)
+         return refuse("damaged: " + std::string(place.path) + " is a " + std::string(standing->type().name) +
+                       " and should be a " + std::string(place.type->name));
+   }
    return tree;
 }
 

@@ -48,7 +48,6 @@ struct SnapshotTest : testing::Test {
                          .set(Vlan::internal, "\1"sv)
                          .put(Vlan::intf, intfBytes("Ethernet2"), portBytes(0, 1, 2)))
               .isDone());
-      tree.apply(Block().at(tree.root().node()).erase(0, stringBytes("cell")));
    }
    ~SnapshotTest() override { std::filesystem::remove_all(folder); }
 
@@ -75,6 +74,28 @@ struct SnapshotTest : testing::Test {
    }
 };
 
+TEST_F(SnapshotTest, imageWithoutAPlaceIsRefused) {
+   auto declared = tables().places;
+   declared.push_back({"input/added", &tables().entities[configType], false, {}});
+   Records::Schema const larger = {tables().entities, declared, schema().fingerprint};
+   EXPECT_EQ(Snapshot::decode(larger, image(), error), nullptr);
+   EXPECT_EQ(error, "damaged: input/added is missing");
+   declared.back() = {"input/dir/a", &tables().entities[groupType], false, {}};
+   Records::Schema const other = {tables().entities, declared, schema().fingerprint};
+   EXPECT_EQ(Snapshot::decode(other, image(), error), nullptr);
+   EXPECT_EQ(error, "damaged: input/dir/a is a Test::Config and should be a Test::Group");
+}
+
+TEST_F(SnapshotTest, imageWithANumberThatAnEnumerationHasNotIsRefused) {
+   tree.apply(Block().at(tree.find("input/config/cli")->node()).set(Config::mode, "\1"sv));
+   std::string const good = image();
+   std::string const operation = "\2" + std::string(1, static_cast<char>(Config::mode)) + "\1";
+   size_t const at = good.find(operation);
+   ASSERT_NE(at, std::string::npos);
+   EXPECT_EQ(errorOf(patched(good, at, operation.substr(0, 2) + "\2")),
+             "damaged: input/config/cli.mode: Mode::value > 1 not allowed");
+}
+
 TEST_F(SnapshotTest, checksumIsThatOfTheStandard) {
    EXPECT_EQ(Ordel::crc32c("123456789"), 0xe3069283u);           // the check value of CRC-32C
    EXPECT_EQ(Ordel::crc32c(std::string(32, '\0')), 0x8a9136aau); // RFC 3720, B.4
@@ -88,7 +109,7 @@ TEST_F(SnapshotTest, givesBackTheSameTree) {
    EXPECT_EQ(again->nextNode(), tree.nextNode());
    EXPECT_EQ(again->entityCount(), tree.entityCount());
    EXPECT_FALSE(again->isMirror());
-   EXPECT_EQ(again->find("cell"), nullptr);
+   EXPECT_EQ(again->find("input/dir/gone"), nullptr);
    // It is a database's tree: numbers go on, inputs stay.
    ASSERT_TRUE(again->apply(Block().at(again->find("input")->node()).createNode("new", dirType)).isDone());
    EXPECT_EQ(again->find("input/new")->node(), tree.nextNode());

@@ -42,6 +42,8 @@ Store::Store(Records::Schema const& ofSchema, bool isOfMirror) : schema(ofSchema
    entityCount = 1;
    if (!isMirror)
       numberIs(*root, nextNode);
+   for (Records::Place const& place : schema.places)
+      (place.isCell ? cellPlaces_ : places_).insert(place.path);
 }
 
 Store::~Store() {
@@ -264,8 +266,10 @@ Entity* Store::reach(std::string_view path, std::string_view& rest) const {
 void Store::remember(Entity const& entity) {
    if (!entity.isNode() || !entity.parent_)
       return;
-   if (entity.node_)
-      formerTypes_[entity.node_] = entity.type_->id;
+   if (entity.node_ && formerTypes_.insert_or_assign(entity.node_, entity.type_->id).second)
+      formerNodes_.push_back(entity.node_);
+   for (; formerNodes_.size() > maxFormerNodes; formerNodes_.pop_front())
+      formerTypes_.erase(formerNodes_.front());
    if (formerNames_.size() >= maxFormerNames)
       formerNames_.clear();
    formerNames_[formerKey(entity.parent_->node_, entity.name())] = entity.type_->id;
@@ -289,6 +293,27 @@ std::string Store::path(Entity const& entity) {
    if (!path.empty())
       path += '/';
    return path.append(top.name());
+}
+
+bool Store::isDeclared(Entity const& entity) const {
+   if (!entity.isNode())
+      return false;
+   std::string const place = path(entity);
+   if (places_.contains(place))
+      return true;
+   // "cell", "cell/1", and what is below it.
+   std::string_view rest = place;
+   if (rest != "cell" && !rest.starts_with("cell/"))
+      return false;
+   rest.remove_prefix(std::min(rest.size(), std::string_view("cell/").size()));
+   size_t const number = std::min(rest.find_first_not_of("0123456789"), rest.size());
+   if (number > 0 && number < rest.size() && rest[number] == '/')
+      return cellPlaces_.contains(rest.substr(number + 1));
+   bool holdsOne = false;
+   if (number == rest.size())
+      eachChild(entity, layout(entity).slots[dirEntities],
+                [&](Entity const& below) { holdsOne = holdsOne || isDeclared(below); });
+   return holdsOne;
 }
 
 void Store::encodeAt(Entity const& entity, Wire::Writer& out) {

@@ -11,8 +11,10 @@
 #include "Ordel/store/Tree.h"
 
 #include <cstring>
+#include <deque>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Ordel {
@@ -104,11 +106,15 @@ class Store {
    // The node at the path, or the deepest one on the way with what is left of the path in `rest`.
    Entity* reach(std::string_view path, std::string_view& rest) const;
    Entity* reachStep(Entity const& directory, std::string_view name) const;
-   // Types of nodes that were erased, by number and by place, so that late
-   // operations on them can still be read.
+   // Types of nodes that were erased, by number and by place, so that late operations on them can still be read.
+   // Of the last maxFormerNodes: what comes later than that is refused.
+   static constexpr size_t maxFormerNodes = 100000;
    void remember(Entity const& node);
    Records::EntityType const* formerType(uint32_t node) const;
    Records::EntityType const* formerType(uint32_t directory, std::string_view name) const;
+
+   // It is a place of the schema, or holds one: a cell's places stand below "cell/" and any number.
+   bool isDeclared(Entity const& entity) const;
 
    static std::string path(Entity const& entity); // of its node
    static void encodeAt(Entity const& entity, Wire::Writer& out);
@@ -146,9 +152,11 @@ class Store {
    static constexpr size_t maxFormerNames = 100000; // beyond, all are forgotten
 
    Codecs codecs_;
-   std::vector<Layout> layouts_; // by type
+   std::unordered_set<std::string_view> places_, cellPlaces_; // paths of the schema's
+   std::vector<Layout> layouts_;                              // by type
    std::unordered_map<uint32_t, Entity*> nodes_;
    std::unordered_map<uint32_t, uint16_t> formerTypes_;
+   std::deque<uint32_t> formerNodes_;                      // those in formerTypes_, the oldest first
    std::unordered_map<std::string, uint16_t> formerNames_; // directory's number and name
    std::vector<Entity*> graveyard_;
 };

@@ -49,6 +49,7 @@ enum : uint8_t {
    source,
    limits,
    ns,
+   host,
    mode, // CliConfig only
 };
 }
@@ -80,12 +81,17 @@ struct Tables {
        "Test::VlanId", Kind::u16, 2, 1, 4094, "VlanId::value < 1 or > 4094 not allowed", {}, {}, 0,
        "\1\0"sv,       {}};
    Records::EnumValue modes[2]{{"access_", 0}, {"trunk_", 1}};
-   ValueType mode{"Test::Mode", Kind::enumeration, 1, 0, UINT64_MAX, nullptr, modes, {}, 0, "\0"sv, {}};
+   ValueType mode{
+       "Test::Mode", Kind::enumeration, 1, 0, 1, "Mode::value > 1 not allowed", modes, {}, 0, "\0"sv, {}};
+   ValueType openMode{"Test::OpenMode", Kind::enumeration, 1, 0, 255, nullptr, modes, {}, 0, "\0"sv, {}};
    Records::Field portFields[3]{{"tagged", &boolean, {}}, {"shut", &boolean, {}}, {"direction", &u32, {}}};
    ValueType port{"Test::Port", Kind::record, 6, 0, 0, nullptr, {}, portFields, 0, "\0\0\0\0\0\0"sv, {}};
    Records::Field learnedFields[3]{{"intf", &intfId, {}}, {"vlan", &vlanId, {}}, {"tag", &string, {}}};
    ValueType learned{
        "Test::Learned", Kind::record, 0, 0, 0, nullptr, {}, learnedFields, 0, "\0\0\0\0\1\0\0"sv, {}};
+   Records::Field hostFields[3]{{"addr", &ethAddr, {}}, {"intf", &intfId, {}}, {"mode", &openMode, {}}};
+   ValueType host{"Test::Host", Kind::record, 0, 0, 0, nullptr, {}, hostFields, 0, "\0\0\0\0\0\0\0\0\0\0\0"sv,
+                  {},           true};
    Records::Field xlateFields[2]{{"outer", &u16, {}}, {"inner", &u16, {}}};
    ValueType xlate{"Test::Xlate", Kind::record, 4, 0, 0, nullptr, {}, xlateFields, '/', "\0\0\0\0"sv, {}};
    Records::Field limitFields[2]{{"low", &u64, {}}, {"high", &u64, {}}};
@@ -146,6 +152,7 @@ struct Tables {
           collection("source", Form::references, intfId, nullptr, &entities[vlanType]),
           scalar("limits", limits),
           scalar("ns", nsName),
+          collection("host", Form::map, ethAddr, &host, nullptr),
       };
       cliAttributes = configAttributes;
       cliAttributes.push_back(scalar("mode", mode));

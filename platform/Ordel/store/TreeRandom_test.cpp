@@ -143,7 +143,7 @@ struct RandomTest : testing::TestWithParam<unsigned> {
          return bytes;
       }
       std::string bytes(type.size, '\0');
-      bytes[0] = static_cast<char>(below(12));
+      bytes[0] = static_cast<char>(below(type.rangeText ? static_cast<unsigned>(type.max + 1) : 12));
       return bytes;
    }
 
@@ -248,9 +248,13 @@ struct RandomTest : testing::TestWithParam<unsigned> {
             return false;
          }
          std::string value = randomValue(*attribute.value);
-         bool const isBad = attribute.value == &tables().port && below(100) == 0;
+         bool isBad = attribute.value == &tables().port && below(100) == 0;
          if (isBad)
             value[1] = 2;
+         if (attribute.value->hasKey && below(30) != 0)
+            value.replace(0, key.size(), key);
+         else if (attribute.value->hasKey)
+            isBad = !value.starts_with(key);
          block.put(number, key, value);
          target.members[number][key] = value;
          return isBad;

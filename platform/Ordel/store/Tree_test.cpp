@@ -2,6 +2,7 @@
 #include "Ordel/store/Tree.h"
 #include "Ordel/wire/Operations.h"
 #include "Ordel/wire/Selector.h"
+#include "Sulvi/IntfId.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -382,8 +383,73 @@ TEST_F(TreeTest, refusesTheWrongForm) {
    verifyRefused(Block().at(config.node(), {{Config::port, intfBytes("Ethernet1")}}),
                  "config.port: holds no entities");
    verifyRefused(Block().at(config.node()).set(Config::mode, "\0"sv),
-                 "config: Test::Config has no attribute of number 17");
-   EXPECT_TRUE(apply(Block().at(cli.node()).set(Config::mode, "\7"sv)).isDone()); // enumerations are open
+                 "config: Test::Config has no attribute of number 18");
+}
+
+TEST_F(TreeTest, refusesNumbersThatAnEnumerationHasNot) {
+   verifyRefused(Block().at(cli.node()).set(Config::mode, "\7"sv),
+                 "input/config/cli.mode: Mode::value > 1 not allowed");
+   EXPECT_TRUE(apply(Block().at(cli.node()).set(Config::mode, "\1"sv)).isDone());
+   // An open one takes any number.
+   Block open;
+   open.at(config.node()).put(Config::host, "abcdef"sv, "abcdef" + intfBytes("Ethernet1") + "\7");
+   verifyPassedOn(open, open);
+}
+
+TEST_F(TreeTest, refusesMembersUnderAnotherKeyThanTheirOwn) {
+   std::string const rest = intfBytes("Ethernet1") + std::string(1, '\0');
+   verifyRefused(Block().at(config.node()).put(Config::host, "abcdef"sv, "abcdeg" + rest),
+                 "config.host[61:62:63:64:65:66].addr: 61:62:63:64:65:67 differs from the key");
+   verifyRefused(Block().at(config.node()).put(Config::host, "abcdef"sv, std::string(6, '\0') + rest),
+                 "config.host[61:62:63:64:65:66].addr: 00:00:00:00:00:00 differs from the key");
+   EXPECT_TRUE(apply(Block().at(config.node()).put(Config::host, "abcdef"sv, "abcdef" + rest)).isDone());
+}
+
+TEST_F(TreeTest, refusesBareNumbersAsNamesOfInterfaces) {
+   Wire::Writer name;
+   Sulvi::IntfId("4711").encode(name);
+   verifyRefused(Block().at(config.node()).put(Config::port, name.view(), portBytes(0, 0, 0)),
+                 "config.port[4711]: a bare number is no name of an interface");
+   EXPECT_TRUE(
+       apply(Block().at(config.node()).put(Config::port, intfBytes("4711a"), portBytes(0, 0, 0))).isDone());
+}
+
+TEST_F(TreeTest, placesOfTheSchemaCannotBeDeleted) {
+   auto const verifyStays = [&](char const* directory, char const* name) {
+      std::string const path = *directory ? std::string(directory) + "/" + name : name;
+      verifyRefused(Block().at(tree.find(directory)->node()).erase(0, stringBytes(name)),
+                    path + ": is a place of the schema and can't be deleted");
+   };
+   verifyStays("input/config", "cli");
+   verifyStays("input", "config"); // a directory
+   verifyStays("", "input");       // one on the way
+   verifyStays("", "config");
+   verifyStays("cell/1", "status");
+   verifyStays("cell", "1"); // holds places
+   verifyStays("", "cell");
+}
+
+TEST_F(TreeTest, whatOthersCreatedCanBeDeleted) {
+   apply(Block()
+             .at(tree.root().node())
+             .createNode("status", groupType) // the name of a place, but one of a cell
+             .at(tree.find("input")->node())
+             .createNode("cell", dirType)
+             .at(tree.find("input/config")->node())
+             .createNode("lag", configType)
+             .at(tree.find("cell")->node())
+             .createNode("2", dirType)
+             .createNode("x1", dirType)
+             .at(tree.find("cell/1")->node())
+             .createNode("config", configType));
+   std::pair<char const*, char const*> const made[] = {{"", "status"},          {"input", "cell"},
+                                                       {"input/config", "lag"}, {"cell", "2"},
+                                                       {"cell", "x1"},          {"cell/1", "config"}};
+   for (auto const& [directory, name] : made) {
+      Applied const& applied = apply(Block().at(tree.find(directory)->node()).erase(0, stringBytes(name)));
+      EXPECT_EQ(applied.error, "");
+      EXPECT_FALSE(applied.bytes.empty()) << name;
+   }
 }
 
 TEST_F(TreeTest, refusesTypesThatDoNotFit) {
@@ -547,8 +613,8 @@ TEST_F(TreeTest, aRefusalTakesEverythingBack) {
                      .createNode("b", configType)
                      .at(dir.node(), {{0, stringBytes("b")}})
                      .put(Config::named, stringBytes("x"), "\1"sv)
-                     .at(tree.root().node())
-                     .erase(0, stringBytes("input"))
+                     .at(dir.node())
+                     .erase(0, stringBytes("a"))
                      .at(config.node())
                      .set(Config::vlan, u16Bytes(0)),
                  "config.vlan: VlanId::value < 1 or > 4094 not allowed");

@@ -30,6 +30,11 @@ bool passString(Wire::Reader& in, size_t& size) {
    return static_cast<size_t>(in.position() - before) == size + (size < 255 ? 1 : 5);
 }
 
+// Such a name is a number in the wrong place: interfaces are named, and a regular id has a number of its own.
+bool isBareNumber(std::string_view name) {
+   return !name.empty() && name.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 bool isFloatNan(uint64_t bits) {
    return (bits & 0x7fffffffffffffffu) > 0x7ff0000000000000u;
 }
@@ -148,10 +153,11 @@ void Codec::addChecks(ValueType const& type, size_t offset) {
 
 bool Codec::readVarying(Wire::Reader& in, Packed& out) const {
    if (storage_ == Storage::intf) {
-      out.rep = Sulvi::IntfId::decode(in).rep();
+      auto const id = Sulvi::IntfId::decode(in);
+      out.rep = id.rep();
       out.bytes = reinterpret_cast<char const*>(&out.rep);
       out.size = 4;
-      return in.good();
+      return in.good() && (id.isRegular() || use_ != Use::key || !isBareNumber(id.stringValue().view()));
    }
    out.bytes = in.position();
    if (!passValue(type_, in, nullptr))
@@ -169,7 +175,11 @@ bool Codec::readVarying(Wire::Reader& in, Packed& out) const {
 Problem Codec::explain(std::string_view bytes) const {
    Problem problem;
    Wire::Reader in(bytes);
-   if (passValue(type_, in, &problem) && use_ == Use::selector) {
+   bool const isPassed = passValue(type_, in, &problem);
+   if (isPassed && use_ == Use::key && type_.kind == Kind::intfId) {
+      problem.isMalformed = false;
+      problem.reason = "a bare number is no name of an interface";
+   } else if (isPassed && use_ == Use::selector) {
       Wire::Reader again(bytes);
       Selector selector;
       if (!Selector::parse(again.string(), selector, problem.reason))

@@ -139,7 +139,7 @@ class Parser {
       case Kind::namespaceName:
          return parseBy<Sulvi::NamespaceName>(text);
       case Kind::intfId:
-         return parseBy<Sulvi::IntfId>(text);
+         return parseIntf(text);
       case Kind::ethAddr:
          return parseBy<Sulvi::EthAddr>(text);
       case Kind::record:
@@ -194,6 +194,19 @@ class Parser {
       } catch (Kem::Exception const& e) {
          return e.what();
       }
+   }
+
+   // By name, or by the number that a regular id has.
+   std::string parseIntf(std::string_view text) {
+      if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos)
+         return parseBy<Sulvi::IntfId>(text);
+      uint32_t number = 0;
+      if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc() || number == 0 ||
+          !Sulvi::IntfId::isRegularRep(number))
+         return "no interface has this number; expected a name, such as Ethernet3/1, or the number that "
+                "stands for it";
+      Sulvi::u32ToIntfId(number).encode(out_);
+      return {};
    }
 
    std::string parseRecord(ValueType const& type, std::string_view text) {

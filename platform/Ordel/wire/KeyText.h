@@ -23,7 +23,8 @@ struct KeyBytes {
 // The value must be well formed; what is not comes out as hexadecimal digits behind "0x".
 std::string keyText(Records::ValueType const& type, std::string_view wire);
 
-// Takes what keyText makes; enumerations also by number, addresses in either case. Ranges are checked.
+// Takes what keyText makes; enumerations and interfaces also by number, addresses in either case. Ranges are
+// checked.
 KeyBytes keyFromText(Records::ValueType const& type, std::string_view text);
 
 } // namespace Ordel

@@ -1,5 +1,6 @@
 #include "Ordel/store/TestRecords.h"
 #include "Ordel/wire/KeyText.h"
+#include "Sulvi/IntfId.h"
 
 #include <gtest/gtest.h>
 
@@ -40,7 +41,7 @@ TEST(KeyTextTest, everyKindHasItsTextForm) {
    verifyBothWays(t.intfId, "Odd one", "\xff\xff\xff\xff\7Odd one"sv);
    verifyBothWays(t.ethAddr, "00:1c:73:00:00:0a", "\0\x1c\x73\0\0\x0a"sv);
    verifyBothWays(t.mode, "trunk_", "\1"sv);
-   verifyBothWays(t.mode, "9", "\x09"sv);
+   verifyBothWays(t.openMode, "9", "\x09"sv);
    verifyBothWays(t.xlate, "100/7", "\x64\0\7\0"sv);
 }
 
@@ -75,6 +76,20 @@ TEST(KeyTextTest, bytesThatAreNoValueComeOutAsDigits) {
    EXPECT_EQ(keyText(t.u16, "\1\2\3"sv), "0x010203");
    EXPECT_EQ(keyText(t.string, "\5ab"sv), "0x056162");
    EXPECT_EQ(keyText(t.port, "\1\0\0\0\0\0"sv), "0x010000000000");
+}
+
+TEST(KeyTextTest, interfaceIsAlsoGivenByItsNumber) {
+   uint32_t const number = Sulvi::intfToU32("Ethernet3/1");
+   EXPECT_EQ(keyFromText(t.intfId, std::to_string(number)).bytes, intfBytes("Ethernet3/1"));
+   for (char const* text : {"0", "5", "4711", "4294967295", "99999999999"})
+      verifyError(t.intfId, text,
+                  "no interface has this number; expected a name, such as Ethernet3/1, or the number that "
+                  "stands for it");
+   EXPECT_EQ(keyFromText(t.intfId, "").error, "");
+}
+
+TEST(KeyTextTest, closedEnumerationHasNoOtherNumbers) {
+   verifyError(tables().mode, "2", "Mode::value > 1 not allowed");
 }
 
 } // namespace

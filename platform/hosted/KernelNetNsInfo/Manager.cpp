@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,6 +27,13 @@ std::string parentOf(std::string const& path) {
 }
 
 } // namespace
+
+bool isFolder(int folder, char const* name, unsigned char type) {
+   if (type != DT_UNKNOWN)
+      return type == DT_DIR;
+   struct stat status;
+   return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+}
 
 Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root, std::string folder)
     : root_(std::move(root)), folder_(std::move(folder)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
@@ -99,7 +107,7 @@ std::set<std::string> Manager::names() {
    std::set<std::string> found, tooLong;
    if (DIR* const folder = opendir(folder_.c_str())) {
       while (auto const* const entry = readdir(folder)) {
-         if (entry->d_type == DT_DIR)
+         if (isFolder(dirfd(folder), entry->d_name, entry->d_type))
             continue;
          std::string const name = entry->d_name;
          (name.size() > Sulvi::NamespaceName::maxBytes ? tooLong : found).insert(name);

@@ -26,6 +26,10 @@
 
 namespace KernelNetNsInfo {
 
+// Whether the entry of the open folder is a folder itself, and so no namespace. `type` is what readdir says,
+// which on some file systems is DT_UNKNOWN for all; then the file system is asked once more.
+bool isFolder(int folder, char const* name, unsigned char type);
+
 class Manager final : public Kem::StateMachine {
   public:
    // Time between two looks where the folder can't be watched.

@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -57,6 +60,22 @@ TEST_F(KernelNetNsInfoManagerTest, namespacesThatStandAreThereWhenItIsMade) {
    root_->netNsByNameIs("stale");
    start();
    EXPECT_EQ(names(), (Names{"red", "blue"}));
+}
+
+TEST_F(KernelNetNsInfoManagerTest, folderIsToldAlsoWhereTheListDoesNotSay) {
+   fs::create_directories(folder_ + "/below");
+   put("red");
+   fs::create_symlink("below", folder_ + "/link");
+   int const fd = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+   using KernelNetNsInfo::isFolder;
+   EXPECT_TRUE(isFolder(fd, "below", DT_DIR));
+   EXPECT_TRUE(isFolder(fd, "below", DT_UNKNOWN));
+   EXPECT_TRUE(isFolder(fd, ".", DT_UNKNOWN));
+   EXPECT_FALSE(isFolder(fd, "red", DT_REG));
+   EXPECT_FALSE(isFolder(fd, "red", DT_UNKNOWN));
+   EXPECT_FALSE(isFolder(fd, "link", DT_UNKNOWN)) << "what it leads to doesn't count, as with DT_LNK";
+   EXPECT_FALSE(isFolder(fd, "gone", DT_UNKNOWN));
+   close(fd);
 }
 
 TEST_F(KernelNetNsInfoManagerTest, namespacesComeAndGo) {

@@ -16,6 +16,7 @@ Kem::TraceFacility managerTrace("KernelNetworkInfo");
 
 // Datagrams in one turn of the loop, so that a storm of them doesn't keep everything else waiting.
 constexpr int maxDatagramsPerTurn = 64;
+constexpr int maxLosses = 16; // one after the other, before the socket counts as failed
 
 std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
    auto socket = std::make_unique<Netlink::Socket>(netNs, RTMGRP_LINK);
@@ -34,15 +35,13 @@ Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<R
 Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
                  std::unique_ptr<Netlink::Channel> channel)
     : channel_(std::move(channel)), devices_(std::move(root)), clock_(*this, kemFwkActivity->clock()) {
-   if (channel_->descriptor() < 0)
-      return;
-   bell_.descriptorIs(channel_->descriptor());
    handleInitialized();
 }
 
 void Manager::handleInitialized() {
    if (channel_->descriptor() < 0)
       return;
+   bell_.descriptorIs(channel_->descriptor()); // again, after a failure
    if (state_ == State::idle)
       dumpBegin();
    // The kernel puts more of a dump in line as it is read, and is never waited for.
@@ -63,9 +62,17 @@ bool Manager::readOne() {
    auto const received = channel_->receive();
    switch (received.kind) {
    case Netlink::Received::datagram:
+      losses_ = 0;
       take(received.bytes);
       return true;
    case Netlink::Received::lost:
+      if (received.isFailure() || ++losses_ > maxLosses) {
+         // The descriptor would go on ringing, so it isn't listened to until the next try.
+         losses_ = 0;
+         bell_.descriptorIs(-1);
+         dumpFailed("the socket fails", received.error);
+         return false;
+      }
       handleLost(received.error);
       return true;
    case Netlink::Received::nothing:

@@ -81,6 +81,7 @@ class Manager final : public Kem::StateMachine {
    State state_ = State::idle;
    bool wantsAnotherDump_ = false; // something was lost while this one runs
    uint32_t dumpSequence_ = 0;
+   int losses_ = 0; // one after the other, without a datagram between them
    Bell bell_{*this};
    KemClock clock_;
 };

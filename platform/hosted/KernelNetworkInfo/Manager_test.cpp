@@ -65,6 +65,22 @@ TEST_F(KernelNetworkInfoManagerTest, devicesAreThereWhenItIsMade) {
    EXPECT_EQ(header.nlmsg_flags, NLM_F_REQUEST | NLM_F_DUMP);
 }
 
+TEST_F(KernelNetworkInfoManagerTest, socketThatFailsIsTriedAgainLater) {
+   start({{"lo", 1}});
+   for (int const error : {EBADF, ENOBUFS}) {
+      channel->failureCount = 0;
+      channel->lastingError = error;
+      channel->deliver(linkMessage(RTM_NEWLINK, 1, "lo", 1)); // rings
+      run();
+      EXPECT_FALSE(manager->isFollowing()) << error;
+      EXPECT_LT(channel->failureCount, 50) << error;
+      channel->lastingError = 0;
+      Kem::activityManager()->advance(Manager::retryInterval * 1.1);
+      EXPECT_TRUE(manager->isFollowing()) << error;
+      EXPECT_EQ(devices(), kernel) << error;
+   }
+}
+
 TEST_F(KernelNetworkInfoManagerTest, notificationsAreFollowedWithoutAnotherDump) {
    start({{"lo", 1}});
    channel->deliver(linkMessage(RTM_NEWLINK, 9, "vlan10", 0, 4711));

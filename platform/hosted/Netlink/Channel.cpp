@@ -6,6 +6,10 @@
 
 namespace Netlink {
 
+bool Received::isFailure() const {
+   return kind == lost && error != ENOBUFS && error != EMSGSIZE;
+}
+
 int transact(Channel& channel, MessageBuilder request) {
    static uint32_t sequence = 0;
    ++sequence;
@@ -13,10 +17,13 @@ int transact(Channel& channel, MessageBuilder request) {
    request.flagsAdd(NLM_F_REQUEST | NLM_F_ACK);
    if (int const error = channel.send(request.bytes()))
       return error;
-   for (;;) {
+   constexpr int maxLosses = 16;
+   for (int losses = 0;;) {
       auto const received = channel.receive();
       if (received.kind == Received::nothing)
          return ENODATA;
+      if (received.isFailure() || (received.kind == Received::lost && ++losses > maxLosses))
+         return received.error;
       if (received.kind == Received::lost)
          continue; // perhaps of an earlier request; an answer that is missing is told as ENODATA
       std::optional<int> answer;

@@ -16,6 +16,10 @@ struct Received {
    Kind kind = nothing;
    std::string_view bytes = {};
    int error = 0; // errno
+
+   // Of what was lost: the channel itself fails, and the next call would say the same. Otherwise the kernel
+   // dropped messages or cut one off, and goes on.
+   bool isFailure() const;
 };
 
 class Channel {
@@ -34,8 +38,9 @@ class MessageBuilder;
 
 // Sends the request and answers what the kernel says to it: 0 when it was done, else an errno. The kernel
 // answers a request before send() returns, so this doesn't wait; ENODATA says that it did not answer after
-// all, EPROTO that its answer can't be read. Other messages that wait in the channel are dropped, so a
-// channel for notifications is not the one to use.
+// all, EPROTO that its answer can't be read; the error of a channel that fails, or that goes on losing
+// messages, is given as it is. Other messages that wait in the channel are dropped, so a channel for
+// notifications is not the one to use.
 int transact(Channel& channel, MessageBuilder request);
 
 } // namespace Netlink

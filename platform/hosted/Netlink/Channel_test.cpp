@@ -46,6 +46,15 @@ TEST_F(TransactTest, failuresOfTheChannelAreErrors) {
    EXPECT_EQ(ask(), EPERM);
 }
 
+TEST_F(TransactTest, lastingErrorOfTheChannelIsTheAnswer) {
+   channel.lastingError = EBADF;
+   EXPECT_EQ(ask(), EBADF);
+   EXPECT_EQ(channel.failureCount, 1);
+   channel.lastingError = ENOBUFS; // goes on losing
+   EXPECT_EQ(ask(), ENOBUFS);
+   EXPECT_LT(channel.failureCount, 30);
+}
+
 TEST(NetlinkSocket, socketOfAMissingNamespaceIsNotOpen) {
    Socket socket("netlink-test-no-such-namespace", 0);
    EXPECT_FALSE(socket.isOpen());

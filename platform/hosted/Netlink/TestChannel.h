@@ -5,6 +5,7 @@
 #include "Netlink/Channel.h"
 #include "Netlink/Message.h"
 
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <net/if.h>
@@ -32,6 +33,11 @@ class TestChannel final : public Channel {
       return sendError;
    }
    Received receive() override {
+      if (lastingError) {
+         if (++failureCount > 1000)
+            std::abort(); // who asks for ever would not end
+         return {Received::lost, {}, lastingError};
+      }
       if (waiting_.empty())
          return {};
       uint64_t one;
@@ -46,6 +52,8 @@ class TestChannel final : public Channel {
    std::vector<std::string> sent;
    std::function<void(uint32_t sequence)> onSend;
    int sendError = 0;
+   int lastingError = 0; // what each receive() fails with, while it isn't 0
+   int failureCount = 0;
 
   private:
    void put(Received received, std::string bytes) {

@@ -21,6 +21,7 @@ std::vector<ReaderFdbStatusSm::Row> ReaderFdbStatusSm::readRows() {
       plazeStatus_->corruptionDetectedIs(false);
       plazeStatus_->forEachLearnedHost([&](HostKey const& key, LearnedHost const& host) {
          rows.push_back({key, host});
+         rows.back().host.addr = key.addr; // whatever the row says: another process wrote it
       });
       if (!plazeStatus_->corruptionDetected())
          return rows;

@@ -108,6 +108,15 @@ TEST_F(ReaderFdbStatusSmTest, hostsComeMoveAndGo) {
    EXPECT_EQ(settled(), Hosts{}) << "with its filtering database";
 }
 
+TEST_F(ReaderFdbStatusSmTest, rowThatNamesAnotherAddressIsTakenUnderItsKey) {
+   LearnedHost host;
+   host.addr = mac(99);
+   host.intf = "Ethernet1";
+   writer_.put(wire(keyOf(10, 1)), wire(host));
+   start();
+   EXPECT_EQ(hosts(), (Hosts{{"10/1", "Ethernet1"}})) << "another process wrote it; it ends no agent";
+}
+
 TEST_F(ReaderFdbStatusSmTest, staleEntriesOfTheStatusGo) {
    status_->fdbStatusIs(30)->learnedHostIs(mac(9), {});
    status_->fdbStatusIs(31);
