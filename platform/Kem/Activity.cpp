@@ -41,7 +41,7 @@ void ActivitySm::forget(Notifiee& reactor) {
 }
 
 bool ActivitySm::runBatch(ActivityConfig const& activity) {
-   if (isEmpty())
+   if (isEmpty() || isStopped_)
       return false;
    KEM_ASSERT(!isRunning_);
    // Also on the way out of an exception: what is still pending for that reactor comes in the next batch.
@@ -57,11 +57,11 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
    isRunning_ = true;
    // Those that join from here on wait for the next batch.
    ++batch_;
-   while (head_ && head_->queueBatch_ != batch_) {
+   while (head_ && head_->queueBatch_ != batch_ && !isStopped_) {
       current_ = head_;
       dequeue(*current_);
-      while (current_ && !current_->isQueued_ && current_->hasPending() && !current_->isZombie() &&
-             current_->hasNotificationActive()) {
+      while (current_ && !isStopped_ && !current_->isQueued_ && current_->hasPending() &&
+             !current_->isZombie() && current_->hasNotificationActive()) {
          ++deliveredCount_;
          try {
             current_->handleNotification(activity);
@@ -72,6 +72,8 @@ bool ActivitySm::runBatch(ActivityConfig const& activity) {
          }
       }
    }
+   if (isStopped_)
+      return true; // what is left of the current one is queued again
    current_ = nullptr;
    return true;
 }
@@ -113,9 +115,9 @@ int ActivityManager::epollFd() {
 // --- Turns.
 
 void ActivityManager::run() {
-   while (!isStopped_)
+   while (!isStopped())
       runTurn(3600);
-   isStopped_ = false;
+   activitySm_.isStopped_ = false;
 }
 
 bool ActivityManager::runTurn(Seconds maxWait) {
@@ -128,7 +130,7 @@ bool ActivityManager::runTurn(Seconds maxWait) {
    bool didAnything = false;
    epoll_event events[64];
    int const count = epoll_wait(epollFd(), events, 64, static_cast<int>(std::ceil(wait * 1000)));
-   for (int i = 0; i < count; ++i) {
+   for (int i = 0; i < count && !isStopped(); ++i) {
       // An earlier one may have ended this watch, and another may stand on the same descriptor number by now.
       auto const watch = [&, tag = events[i].data.u64]() -> FileDescriptorWatch* {
          auto const fd = static_cast<size_t>(tag & 0xffffffff);
@@ -140,12 +142,14 @@ bool ActivityManager::runTurn(Seconds maxWait) {
          if (auto* const w = watch())
             w->onWritable();
       if (events[i].events & ~uint32_t(EPOLLOUT))
-         if (auto* const w = watch())
+         if (auto* const w = isStopped() ? nullptr : watch())
             w->onReadable();
    }
    didAnything |= deliverAndSend();
-   didAnything |= fireDueTimers();
-   return didAnything || !activitySm_.isEmpty(); // a handler or a hook may have queued something
+   if (!isStopped())
+      didAnything |= fireDueTimers();
+   return didAnything ||
+          (!isStopped() && !activitySm_.isEmpty()); // a handler or a hook may have queued something
 }
 
 bool ActivityManager::deliverAndSend() {
@@ -217,6 +221,8 @@ bool ActivityManager::fireDueTimers() {
    for (Seconds lastTarget = order.front().second; auto const& [reactor, target] : order) {
       if (std::exchange(lastTarget, target) != target)
          deliverAndSend();
+      if (isStopped())
+         break;
       // A handler before it may have destroyed it, stopped it or set it anew.
       auto const range = timers_.equal_range(target);
       auto const at =

@@ -49,6 +49,7 @@ class ActivitySm {
    Notifiee* current_ = nullptr; // the one whose handler runs; null once it has been destroyed
    uint32_t batch_ = 0;          // number of the batch that runs, or ran last
    bool isRunning_ = false;
+   bool isStopped_ = false; // nothing is delivered while the loop has been told to stop
    uint64_t deliveredCount_ = 0;
 };
 
@@ -82,9 +83,11 @@ class ActivityManager {
    Ptr<ActivityConfig> config() const { return config_; }
    ActivitySm& activitySm() { return activitySm_; }
 
-   // Runs turns until stop(); a second stop before run counts too.
+   // Runs turns until stop(). A stop before run counts too: then there is no turn.
    void run();
-   void stop() { isStopped_ = true; }
+   // Ends the turn: no watch, reactor or timer is called behind the one that says this, only what the end of a
+   // delivery sends is still sent. Turns go on when run() has returned.
+   void stop() { activitySm_.isStopped_ = true; }
    // One turn, waiting at most so long for something to happen. Returns whether anything was done.
    bool runTurn(Seconds maxWait = 0);
    // Turns until nothing is queued, due or ready. At most `maxTurns`; more is an
@@ -113,6 +116,7 @@ class ActivityManager {
    void runDeliveryEndHooks();
 
    using Timers = std::multimap<Seconds, ClockReactor*>;
+   bool isStopped() const { return activitySm_.isStopped_; }
    bool fireDueTimers();
    Seconds nextTarget() const;
    int epollFd();
@@ -128,7 +132,6 @@ class ActivityManager {
    uint32_t watchSerial_ = 0;
    bool areHooksRunning_ = false;
    int epollFd_ = -1;
-   bool isStopped_ = false;
 };
 
 // The one of this process.
