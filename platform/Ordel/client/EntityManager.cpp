@@ -5,6 +5,7 @@
 #include "Kem/Dir.h"
 #include "Kem/Trace.h"
 
+#include <malloc.h>
 #include <tuple>
 #include <utility>
 
@@ -210,6 +211,9 @@ void EntityManager::releaseLogWhenSettled() {
 
 void EntityManager::releaseLog() {
    log_->isHeldIs(false);
+   // What was held were whole records beside those that replaced them. They lie in between in memory, which the
+   // allocator gives back only when it is told to.
+   malloc_trim(0);
    // The timer may be the one that calls.
    holdTimer_->timeMinIs(Kem::never);
 }

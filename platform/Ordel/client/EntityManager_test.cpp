@@ -237,6 +237,50 @@ TEST_F(EntityManagerTest, readEntityInsideAFollowedDirectoryComesBackAsTheSameOb
    EXPECT_EQ(mvrp->vlanConfigPriority(), 60u);
 }
 
+// --- The end of the database.
+
+TEST_F(EntityManagerTest, endOfTheDatabaseWithinAHandlerWaitsForTheLoop) {
+   // 1. A handler writes more than a block, so that the log leaves while the handler runs.
+   // 2. The database has ended, and what it sent before is still to be read: it has a new input in it, which
+   //    would run the queue.
+   struct KemConfig final : Bridging::Config::NotifieeConst {
+      explicit KemConfig(std::function<void()> then) : NotifieeConst(this), then(std::move(then)) {}
+      void onHostAgingTime() override { then(); }
+      std::function<void()> then;
+   };
+   auto const config = agent.mount<Bridging::Config>("w", SteppedDatabase::configPath);
+   auto const inputs = agent.mount<Kem::Dir>("ri", SteppedDatabase::inputPath);
+   auto const theirs = operatorClient().mount<Bridging::Config>("w", SteppedDatabase::configPath);
+   auto const theirInputs = operatorClient().mount<Kem::Dir>("wi", SteppedDatabase::inputPath);
+   bool hasRun = false;
+   KemConfig reactor([&] {
+      auto const made = Config::make();
+      made->nameIs("mvrp");
+      theirInputs->entityPtrIs(made);
+      operatorClient().manager->attributeLog()->flush();
+      database.toServer(operatorClient());
+      EXPECT_TRUE(database.toClient(agent));
+      agent.hangUp();
+      for (uint16_t vlan = 1; vlan <= 4000; ++vlan)
+         config->newVlanConfig(VlanId(vlan), false)->configuredNameIs("a name that fills the log");
+      EXPECT_GE(agent.manager->attributeLog()->socketFd(), 0) << "it can still be measured";
+      EXPECT_EQ(agent.closedCount, 0u);
+      EXPECT_FALSE(inputs->entityPtr("mvrp"));
+      hasRun = true;
+   });
+   reactor.notifierIs(config);
+   theirs->hostAgingTimeIs(5);
+   operatorClient().manager->attributeLog()->flush();
+   database.toServer(operatorClient());
+   database.toClient(agent);
+   database.turn();
+   ASSERT_TRUE(hasRun);
+   database.turn();
+   database.turn();
+   EXPECT_EQ(agent.closedCount, 1u);
+   EXPECT_TRUE(inputs->entityPtr("mvrp")) << "what it sent before its end";
+}
+
 // --- Two writers, one value.
 
 struct TwoWritersTest : EntityManagerTest {
