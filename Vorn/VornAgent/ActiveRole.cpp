@@ -21,6 +21,9 @@ ActiveRole::ActiveRole(Agent& agent)
    linkFlapRoot_ = Kem::makePtr<LinkFlap::Root>("linkFlapRoot");
    makeErrdisable();
    makeBridging();
+   // From here on this process decides about references. Those of the previous run whose records have gone are
+   // wanted by nobody: the selection has chosen again for each port that is still asked for.
+   em_.danglingReferencesDel();
    linkStatusLoggingDirSm_ = Kem::makePtr<Interface::LinkStatusLoggingDirSm>(
        Kem::activityManager()->config(), em_.entity<Interface::GlobalIntfConfig>("interface/config/global"),
        em_.entity<Interface::AllIntfConfigDir>("interface/config/all"),

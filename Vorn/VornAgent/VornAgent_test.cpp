@@ -94,6 +94,42 @@ TEST_F(VornAgentTest, pathThatIsNotMountedGivesNull) {
    EXPECT_FALSE(sw.agentManager->entity<Oxa::OxaStatus>("bridging/config")) << "the cast to another type";
 }
 
+// The database starts without one of the places. What the agent writes is made by its mount; without what it
+// reads it starts all the same.
+struct PlaceAbsentTest : testing::TestWithParam<size_t> {
+   PlaceAbsentTest() {
+      std::string path = mount.path;
+      bool const isCell = path.starts_with("cell/1/");
+      if (isCell)
+         path.erase(0, 7);
+      for (auto const& place : Records::schema().places)
+         if (place.isCell != isCell || (place.path != path && !place.path.starts_with(path + "/")))
+            places.push_back(place);
+      schema.places = places;
+   }
+   Ordel::Mount const mount = Vorn::agentMounts("cell/1")[GetParam()];
+   std::vector<Records::Place> places;
+   Records::Schema schema = Records::schema();
+};
+
+TEST_P(PlaceAbsentTest, agentStartsWithoutIt) {
+   TestSwitch sw(schema);
+   ASSERT_FALSE(sw.server().tree().find(mount.path)) << mount.path;
+   if (mount.path == "bridging/input/config") {
+      EXPECT_DEATH(sw.startAgent(), "cliInput") << "the one presence that is asserted";
+      return;
+   }
+   sw.startAgent();
+   EXPECT_TRUE(sw.agent->initialized());
+   auto const entity = sw.agentManager->getEntity(mount.path);
+   EXPECT_EQ(entity != nullptr, mount.isCreating()) << mount.path;
+   EXPECT_EQ(sw.server().tree().find(mount.path) != nullptr, mount.isCreating()) << mount.path;
+   if (entity)
+      EXPECT_EQ(entity->typeInfo().name, mount.type);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, PlaceAbsentTest, testing::Range(size_t(0), size_t(57)));
+
 // --- Factory.
 
 TEST_F(VornAgentTest, factoryHandsOverTheOneReference) {

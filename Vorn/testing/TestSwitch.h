@@ -45,7 +45,9 @@ class TestMounter final : public Ordel::Mounter {
 
 class TestSwitch {
   public:
-   TestSwitch() {
+   // `places`: the schema whose places the database starts with; it must outlive the switch.
+   explicit TestSwitch(Records::Schema const& places = Records::schema())
+       : server_(std::make_unique<Ordel::Tree>(places, 1), "sys") {
       setenv("ZIVLOG_DISABLE", "1", 1);
       std::string error;
       EXPECT_TRUE(listener_.listen(socketPath_, error)) << error;
@@ -122,7 +124,7 @@ class TestSwitch {
 
    Kem::VirtualTime time_;
    std::string const socketPath_ = testing::TempDir() + "/vorn-test-" + std::to_string(getpid()) + ".sock";
-   Ordel::Server server_{std::make_unique<Ordel::Tree>(Records::schema(), 1), "sys"};
+   Ordel::Server server_;
    Ordel::Listener listener_{server_};
    Kem::Ptr<Ordel::EntityManager> publisher_;
    Kem::Ptr<Ordel::EntityManager> subscriber_;

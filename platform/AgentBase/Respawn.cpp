@@ -58,7 +58,7 @@ void describeEnd(int status, Kem::Seconds pause) {
 
 } // namespace
 
-int respawn(int (*child)(void*), void* context) {
+int respawn(int (*child)(void*), void* context, pid_t (*fork)()) {
    sigset_t set, before;
    sigemptyset(&set);
    for (int signal : {SIGTERM, SIGINT, SIGCHLD})
@@ -68,22 +68,23 @@ int respawn(int (*child)(void*), void* context) {
    for (bool isEnding = false;;) {
       Kem::Seconds const started = Kem::now();
       pid_t const pid = fork();
-      if (pid < 0) {
-         Process::sayWithPid("agent-runner", std::string("fork: ") + std::strerror(errno));
-         return 1;
-      }
       if (pid == 0) {
          // A child whose parent is killed must not go on beside the next one.
          prctl(PR_SET_PDEATHSIG, SIGTERM);
          sigprocmask(SIG_SETMASK, &before, nullptr);
          _exit(child(context));
       }
-      int const status = superviseOnce(pid, set, isEnding);
-      if (isEnding)
-         return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
-      if (Kem::now() - started >= stableAfter)
-         pause = firstPause;
-      describeEnd(status, pause);
+      if (pid < 0) {
+         std::fprintf(stderr, "agent-runner[%d]: fork: %s; next start in %.1f s\n", getpid(),
+                      std::strerror(errno), pause);
+      } else {
+         int const status = superviseOnce(pid, set, isEnding);
+         if (isEnding)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+         if (Kem::now() - started >= stableAfter)
+            pause = firstPause;
+         describeEnd(status, pause);
+      }
       for (Kem::Seconds const until = Kem::now() + pause; Kem::now() < until;) {
          int const signal = waitSignal(set, std::max(until - Kem::now(), 0.0));
          if (signal == SIGTERM || signal == SIGINT)

@@ -158,6 +158,40 @@ TEST_F(ActivityTest, runEndsAtStopAlsoAtOneThatCameBefore) {
    loop().run();
 }
 
+TEST_F(ActivityTest, turnEndsWhenTheLoopIsToldToStop) {
+   // Who said it may have closed what the others would use.
+   auto const box = Box::make();
+   Calls heard;
+   OnLabel first(box, [&] {
+      heard.emplace_back("first");
+      loop().stop();
+   });
+   OnLabel second(box, [&] { heard.emplace_back("second"); });
+   Alarm timer([&] { heard.emplace_back("timer"); });
+   timer.timeMinIs(0.0);
+   box->labelIs("x");
+   loop().run();
+   EXPECT_EQ(heard, Calls{"first"});
+   // Nothing is lost.
+   loop().runUntilIdle();
+   EXPECT_EQ(heard, (Calls{"first", "second", "timer"}));
+}
+
+TEST_F(ActivityTest, turnEndsWithTheTimerThatStopsTheLoop) {
+   Calls heard;
+   Alarm first([&] {
+      heard.emplace_back("first");
+      loop().stop();
+   });
+   Alarm second([&] { heard.emplace_back("second"); });
+   first.timeMinIs(0.0);
+   second.timeMinIs(0.0);
+   loop().run();
+   EXPECT_EQ(heard, Calls{"first"});
+   loop().runUntilIdle();
+   EXPECT_EQ(heard, (Calls{"first", "second"}));
+}
+
 // --- Settled.
 
 TEST_F(ActivityTest, isNotSettledWhileSomethingIsQueuedOrDue) {

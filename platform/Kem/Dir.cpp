@@ -36,6 +36,14 @@ void Dir::encodeDifference(Entity const& before, AttributeSink& out) const {
    encodeChildDifference(static_cast<Dir const&>(before).entities_, entities_, kEntityPtr, out);
 }
 
+bool Dir::visitMemberKey(AttrId id, Wire::Reader& key, FunctionRef<void(void const*)> visit) const {
+   Name const name(key.string());
+   if (id != kEntityPtr || !key.good())
+      return false;
+   visit(&name);
+   return true;
+}
+
 bool Dir::applyErase(AttrId id, Wire::Reader& in) {
    Name const name(in.string());
    if (id != kEntityPtr || !in.good())

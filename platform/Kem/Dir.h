@@ -37,6 +37,7 @@ class Dir final : public Record {
    void encodeMemberKey(AttrId id, void const* key, Wire::Writer& out) const override;
    void encodeContents(AttributeSink& out) const override;
    void encodeDifference(Entity const& before, AttributeSink& out) const override;
+   bool visitMemberKey(AttrId id, Wire::Reader& key, FunctionRef<void(void const*)> visit) const override;
    bool applyErase(AttrId id, Wire::Reader& in) override;
    Entity* childByKey(AttrId id, Wire::Reader& key) override;
    bool placeChild(AttrId id, Ptr<Entity> const& child) override;

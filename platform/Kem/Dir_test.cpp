@@ -48,6 +48,19 @@ TEST_F(DirTest, nullChildIsRefused) {
    }
 }
 
+TEST_F(DirTest, memberKeyCanBeShownFromItsWireForm) {
+   Wire::Writer key;
+   key.string("mlag");
+   Wire::Reader in(key.view());
+   std::string shown;
+   EXPECT_TRUE(dir->visitMemberKey(Dir::kEntityPtr, in, [&](void const* name) {
+      shown = static_cast<Kem::Name const*>(name)->str();
+   }));
+   EXPECT_EQ(shown, "mlag");
+   Wire::Reader none("");
+   EXPECT_FALSE(dir->visitMemberKey(Dir::kEntityPtr, none, [](void const*) { FAIL(); }));
+}
+
 TEST_F(DirTest, followerFindsWhatStandsAndHearsWhatComesAndGoes) {
    dir->entityPtrIs(Box::make("a"));
    Follower follower(dir);

@@ -228,6 +228,31 @@ TEST_F(BridgingFaultsTest, stoppedDatabaseMakesTheAgentWaitNotGrow) {
    }
 }
 
+// At whatever moment: while the agent waits for room, and while it writes.
+TEST_F(BridgingFaultsTest, databaseThatEndsWhileTheAgentHasABacklogEndsItWithItsStatus) {
+   constexpr int lostDatabase = 5;
+   loadInputs(1000, 128, true);
+   stop(bridge.agentProcess());
+   manyIs(true);
+   stop(bridge.database().process());
+   bridge.agentProcess().signal(SIGCONT);
+   awaitIdle(bridge.agentProcess().pid());
+   bridge.database().kill();
+   EXPECT_EQ(bridge.agentProcess().wait(), lostDatabase) << bridge.agentProcess().errors().text();
+
+   for (size_t const memberships : {1u, 2000u, 20'000u, 60'000u}) {
+      bridge.database().start();
+      bridge.startAgent();
+      loadInputs(1000, 128, true);
+      auto const seen = subscriber();
+      manyIs(true);
+      while (seen->memberships() < 4 * 128 + memberships && seen->receive()) {
+      }
+      bridge.database().kill();
+      EXPECT_EQ(bridge.agentProcess().wait(), lostDatabase) << bridge.agentProcess().errors().text();
+   }
+}
+
 TEST_F(BridgingFaultsTest, settleWaitsForDeferredStages) {
    loadInputs(600, 100, true);
    for (bool const isMany : {true, false, true, false}) {

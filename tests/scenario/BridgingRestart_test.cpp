@@ -146,6 +146,62 @@ TEST_F(BridgingRestartTest, settingsThatWentMeanwhileGo) {
    EXPECT_THAT(bridge.keys("bridging/config.ieeeReservedForwarding"), IsEmpty());
 }
 
+TEST_F(BridgingRestartTest, portWhoseOnlyRecordWentMeanwhileGoes) {
+   // It has no default record.
+   bridge.set(cliPort("Port-Channel9"), "{}");
+   bridge.load(Json{{"bridging/input/config/mvrp",
+                     {{"$type", "Bridging::Input::Config"},
+                      {"switchIntfConfig", {{"Port-Channel8", Json::object()}}},
+                      {"switchIntfConfigPriority", 11}}}});
+   bridge.settle();
+   ASSERT_THAT(bridge.keys("bridging/switchIntfConfig.switchIntfConfig"),
+               ElementsAre("Port-Channel8", "Port-Channel9"));
+   bridge.killAgent();
+   bridge.erase(cliPort("Port-Channel9"));
+   bridge.erase("bridging/input/config/mvrp");
+   comeBack();
+   EXPECT_THAT(bridge.keys("bridging/switchIntfConfig.switchIntfConfig"), IsEmpty());
+   EXPECT_EQ(bridge.port("Port-Channel8"), "none");
+   EXPECT_EQ(bridge.port("Port-Channel9"), "none");
+}
+
+// --- What happens afterwards.
+
+// 1. The agent is started again: which record each port follows comes from the database.
+// 2. The port's record is deleted; the default record takes over.
+// 3. Somebody makes a VLAN that has nothing to do with it.
+TEST_F(BridgingRestartTest, portThatChangedHandsAfterARestartStays) {
+   bridge.load(leafSwitch);
+   bridge.settle();
+   bridge.killAgent();
+   comeBack();
+   bridge.erase(cliPort("Ethernet35"));
+   bridge.settle();
+   std::string const chosen = "bridging/switchIntfConfig.switchIntfConfig[Ethernet35]";
+   std::string const record = bridge.get(chosen), port = bridge.port("Ethernet35");
+   ASSERT_NE(port, "none");
+   bridge.set(cliVlan(301), "{}");
+   bridge.settle();
+   EXPECT_EQ(bridge.get(chosen), record);
+   EXPECT_EQ(bridge.port("Ethernet35"), port);
+   bridge.set(cliPort("Ethernet35") + ".accessVlan", "301");
+   bridge.settle();
+   EXPECT_EQ(bridge.members(301).find("Ethernet35") != std::string::npos, true);
+}
+
+TEST_F(BridgingRestartTest, portThatIsDeletedByItsLastPublisherAfterARestartGoes) {
+   bridge.set(cliPort("Port-Channel9"), "{}");
+   bridge.settle();
+   bridge.killAgent();
+   comeBack();
+   bridge.erase(cliPort("Port-Channel9"));
+   bridge.settle();
+   EXPECT_THAT(bridge.keys("bridging/switchIntfConfig.switchIntfConfig"), IsEmpty());
+   EXPECT_EQ(bridge.port("Port-Channel9"), "none");
+}
+
+// --- Scale.
+
 TEST_F(BridgingRestartTest, everyVlanThereIsStandsUntouched) {
    constexpr int vlanCount = 4094;
    constexpr int portCount = 12;

@@ -59,6 +59,7 @@ bool Connection::connect(std::string const& socketPath, std::string& error) {
    ++link_;
    isWelcome_ = false;
    isRefused_ = false;
+   sendError_ = 0;
    sequence_ = 0;
    Wire::Writer& out = output_.begin(Frame::hello);
    out.u32(protocolMagic);
@@ -140,8 +141,7 @@ void Connection::onDeliveryEnd() {
 }
 
 bool Connection::wait(Kem::Seconds timeout) {
-   if (!flush())
-      return false;
+   flush();
    uint64_t const framesBefore = frameCount_;
    uint32_t const link = link_;
    Kem::Seconds const end = Kem::now() + timeout;
@@ -149,12 +149,13 @@ bool Connection::wait(Kem::Seconds timeout) {
       pollfd poll{socket_, static_cast<short>(output_.size() > 0 ? POLLIN | POLLOUT : POLLIN), 0};
       double const milliseconds = std::ceil(std::clamp(end - Kem::now(), 0.0, 1e6) * 1000);
       int const ready = ::poll(&poll, 1, static_cast<int>(milliseconds));
-      if (ready > 0 && (poll.revents & POLLOUT) && !flush())
-         return false;
+      if (ready > 0 && (poll.revents & POLLOUT))
+         flush();
       if (ready > 0 && (poll.revents & ~POLLOUT) && !receive())
          return false;
-      if (frameCount_ != framesBefore || (isConnected() && !flush()))
+      if (frameCount_ != framesBefore)
          break;
+      flush();
       if (Kem::now() >= end)
          break;
    }
@@ -162,7 +163,7 @@ bool Connection::wait(Kem::Seconds timeout) {
 }
 
 bool Connection::flush() {
-   while (isConnected() && output_.size() > 0) {
+   while (isConnected() && sendError_ == 0 && output_.size() > 0) {
       std::string_view const bytes = output_.view();
       ssize_t const count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
       if (count >= 0) {
@@ -173,22 +174,17 @@ bool Connection::flush() {
          continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK)
          break;
-      // The database may have said why before it closed; what it sent can still be read.
-      int const sendError = errno;
-      output_.clear();
-      uint32_t const link = link_;
-      while (isConnected() && link == link_ && receive()) {
-         pollfd poll{socket_, POLLIN, 0};
-         if (::poll(&poll, 1, 0) <= 0)
-            break;
-      }
-      if (isConnected() && link == link_)
-         end(std::strerror(sendError));
-      return false;
+      // The database may have said why before it closed; what it sent can still be read, but not from here: the
+      // caller may be a handler.
+      sendError_ = errno;
+      if (isWatched_)
+         wantsWritableIs(false);
    }
+   if (sendError_ != 0)
+      output_.clear();
    if (isConnected() && isWatched_)
       wantsWritableIs(output_.size() > 0);
-   return isConnected();
+   return isConnected() && sendError_ == 0;
 }
 
 bool Connection::receive() {
@@ -210,7 +206,7 @@ bool Connection::receive() {
       if (!isGood && isConnected() && link == link_)
          end("the database sent a frame of a size that can't be");
    } else if (count == 0) {
-      end("the database closed the connection");
+      end(sendError_ != 0 ? std::strerror(sendError_) : "the database closed the connection");
    } else if (receiveError != EAGAIN && receiveError != EWOULDBLOCK && receiveError != EINTR) {
       end(std::strerror(receiveError));
    }

@@ -57,7 +57,8 @@ class Connection : private Kem::FileDescriptorWatch {
    // Waits until something comes, at most so long; sends and takes in what there is. Returns whether a frame
    // came. False also when the connection has ended.
    bool wait(Kem::Seconds timeout);
-   // Sends what the kernel takes now. False when the connection has ended (onClosed has been called then).
+   // Sends what the kernel takes now; calls no handler. False when nothing can be sent any more: the connection
+   // has ended, or its end is found by the next receive(), behind what the database sent before.
    bool flush();
    // Takes in what has come, a bounded amount. False when the connection has ended.
    bool receive();
@@ -105,6 +106,7 @@ class Connection : private Kem::FileDescriptorWatch {
    bool isRefused_ = false;
    bool isWatched_ = false;
    bool isConnecting_ = false; // connectAndWait runs
+   int sendError_ = 0;         // sending has failed: what is left to do is to read what came before
    uint32_t link_ = 0;         // counts the connections made: a handler may have ended one
    uint64_t frameCount_ = 0;   // taken in
    uint64_t sequence_ = 0;

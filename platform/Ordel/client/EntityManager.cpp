@@ -5,6 +5,10 @@
 #include "Kem/Dir.h"
 #include "Kem/Trace.h"
 
+#include <malloc.h>
+#include <tuple>
+#include <utility>
+
 namespace Ordel {
 
 namespace {
@@ -73,60 +77,88 @@ Kem::Ptr<Kem::Entity> EntityManager::getEntity(std::string_view path) const {
 void EntityManager::sendMounts(MountGroup& group) {
    Kem::Ptr<MountGroup> const self(&group);
    groups_.push_back(self);
-   for (auto const& mount : group.mounts()) {
-      uint32_t const number = ++lastMount_;
-      pendingMounts_.emplace(number, PendingMount{mount, self});
-      uint8_t const flags = static_cast<uint8_t>((mount.isWritable() ? mountWrite : 0) |
-                                                 (mount.isCreating() ? mountCreate : 0));
-      Connection::mount(number, mount.path, mount.type, flags);
-   }
+   // What was written before must be in the database when it tells what is there.
+   log_->flush();
+   for (auto const& mount : group.mounts())
+      sendMount({mount, self}, mount.isCreating() ? mountCreate : 0);
    // Not left to the end of a turn: a process may close its first group before
    // its loop runs, which then waits.
    Connection::flush();
 }
 
+void EntityManager::sendMount(SentMount mount, uint8_t flags) {
+   uint32_t const number = ++lastMount_;
+   auto const& [path, type] = std::tie(mount.mount.path, mount.mount.type);
+   Connection::mount(number, path, type,
+                     static_cast<uint8_t>(flags | (mount.mount.isWritable() ? mountWrite : 0)));
+   sentMounts_.emplace(number, std::move(mount));
+}
+
 void EntityManager::onMounted(uint32_t mount, uint32_t node, uint16_t type, std::string_view path) {
-   auto const at = pendingMounts_.find(mount);
-   bool const isWritable = at != pendingMounts_.end() && at->second.mount.isWritable();
-   if (!tree_.mount(node, type, path, isWritable)) {
+   auto const at = sentMounts_.find(mount);
+   if (at == sentMounts_.end() || node == 0) // 0: it waits for what was lost
+      return;
+   if (!tree_.mount(node, type, path, at->second.mount.isWritable())) {
       KEM_TRACE(clientTrace, 0, path << " is of a type that this program doesn't have");
       return;
    }
-   mountedNodes_[node] = path;
-   if (at != pendingMounts_.end()) {
-      at->second.isMounted = true;
-      mountedPaths_.emplace(std::string(path), at->second.mount);
-   }
+   at->second.isMounted = true;
+   mountedPaths_.emplace(std::string(path), at->second.mount);
 }
 
 void EntityManager::onMountDone(uint32_t mount) {
-   auto const at = pendingMounts_.find(mount);
-   if (at == pendingMounts_.end())
+   auto const at = sentMounts_.find(mount);
+   if (at == sentMounts_.end())
       return;
-   auto const pending = std::move(at->second);
-   pendingMounts_.erase(at);
-   pending.group->mountEnded(pending.isMounted, pending.mount, "its type has no class");
+   auto& sent = at->second;
+   if (sent.isPutBack && sent.isMounted) {
+      sent.isPutBack = false;
+      --putBack_.count;
+      if (auto const entity = tree_.find(sent.mount.path))
+         log_->contentsIs(*entity);
+   }
+   if (auto const group = std::exchange(sent.group, nullptr))
+      group->mountEnded(sent.isMounted, sent.mount, "its type has no class");
 }
 
 void EntityManager::onMountFailed(uint32_t mount, Status, std::string_view reason) {
-   auto const at = pendingMounts_.find(mount);
-   if (at == pendingMounts_.end())
+   auto const at = sentMounts_.find(mount);
+   if (at == sentMounts_.end())
       return;
-   auto const pending = std::move(at->second);
-   pendingMounts_.erase(at);
-   pending.group->mountEnded(false, pending.mount, std::string(reason));
+   auto const sent = std::move(at->second);
+   sentMounts_.erase(at);
+   putBack_.count -= sent.isPutBack;
+   if (sent.group)
+      sent.group->mountEnded(false, sent.mount, std::string(reason));
+   else
+      KEM_TRACE(clientTrace, 0, sent.mount.path << " can't be mounted again: " << reason);
 }
 
-void EntityManager::onUnmounted(uint32_t) {
-   // What was mounted by its own path has been deleted by another client: its state
-   // machines keep the last values.
-   KEM_TRACE(clientTrace, 0, "a mounted entity was deleted from the state database");
+void EntityManager::onUnmounted(uint32_t mount) {
+   auto const at = sentMounts_.find(mount);
+   if (at == sentMounts_.end())
+      return;
+   auto sent = std::move(at->second);
+   sentMounts_.erase(at);
+   putBack_.count -= sent.isPutBack;
+   bool const isPutBack = sent.mount.isWritable();
+   KEM_TRACE(clientTrace, 0,
+             sent.mount.path << ", which is mounted, was deleted from the state database: "
+                             << (isPutBack ? "it is put back as it was"
+                                           : "it is taken as empty until it exists again"));
+   tree_.lost(sent.mount.path);
+   sent.isMounted = false;
+   sent.isPutBack = isPutBack;
+   putBack_.count += isPutBack;
+   sendMount(std::move(sent), isPutBack ? mountCreate : mountAwait);
 }
 
 // --- Changes.
 
 void EntityManager::onChanges(uint64_t, std::string_view operations) {
    std::string const error = tree_.apply(operations);
+   // What handlers wrote while it was taken in was written before the rest of it was known.
+   log_->flush();
    if (error.empty())
       return;
    // The database checks what it sends by the same schema; going on would leave
@@ -139,12 +171,18 @@ void EntityManager::onChanges(uint64_t, std::string_view operations) {
 void EntityManager::writeOperations(std::string_view operations) {
    if (!isConnected())
       return;
-   write(0, sequence(), 0, operations);
+   // The answer says that the nodes which the block removes won't be mentioned any more.
+   uint32_t const request = tree_.hasUnsentRemovals() ? ++lastRequest_ : 0;
+   if (request != 0)
+      tree_.removalsSent(request);
+   write(request, log_->seen(), 0, operations);
    Connection::flush();
 }
 
 void EntityManager::onReply(uint32_t request, Status status, std::string_view text) {
-   if (request == 0 && status != Status::done)
+   if (request != 0)
+      tree_.removalsDone(request, status == Status::done);
+   if (status != Status::done)
       KEM_TRACE(clientTrace, 0, "the state database refused a write: " << text);
 }
 
@@ -173,11 +211,15 @@ void EntityManager::releaseLogWhenSettled() {
 
 void EntityManager::releaseLog() {
    log_->isHeldIs(false);
+   // What was held were whole records beside those that replaced them. They lie in between in memory, which the
+   // allocator gives back only when it is told to.
+   malloc_trim(0);
    // The timer may be the one that calls.
    holdTimer_->timeMinIs(Kem::never);
 }
 
 void EntityManager::handleDeliveryEnd() {
+   tree_.resolveReferences();
    bool const isHeld = log_->isHeld();
    if ((!isHeld || !isReleaseWanted_) && probes_.empty())
       return;

@@ -8,10 +8,14 @@
 // ends, and is started anew on the tree as it stands. Entities stay alive for those who hold them; from the
 // end of the connection on their changes go nowhere.
 //
+// What was mounted may be deleted by somebody else all the same; the trace names it. What the process writes is
+// put back, with all that it holds. What it reads is back at its defaults until it exists again.
+//
 // At start the log can be held (holdLog): what the process writes until it has settled is compared with what
 // stands in the database, and only the differences are sent.
 #pragma once
 
+#include "Kem/Activity.h"
 #include "Ordel/client/Connection.h"
 #include "Ordel/client/Mount.h"
 #include "Ordel/client/NboAttrLog.h"
@@ -63,13 +67,26 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    void holdLog(Kem::Seconds limit);
    void releaseLogWhenSettled();
 
+   // Takes away the references in what this process writes whose targets aren't there; it doesn't see them, so it
+   // can't delete them one by one. For a process that has become the one that decides about them.
+   void danglingReferencesDel() { tree_.danglingReferencesDel(); }
+   // Nodes of the database that the client remembers.
+   size_t nodeCount() const { return tree_.nodeCount(); }
+
   private:
    friend class MountGroup;
    class HoldTimer;
-   struct PendingMount {
+   // A mount that the database knows of.
+   struct SentMount {
       Mount mount;
-      Kem::Ptr<MountGroup> group;
-      bool isMounted = false; // `mounted` has come, `mountDone` not yet
+      Kem::Ptr<MountGroup> group; // null once the group has counted it
+      bool isMounted = false;     // something is there, of a type that has a class
+      bool isPutBack = false;     // it was lost, and its contents are sent when it is there again
+   };
+   // What is being put back isn't in the database yet.
+   struct PutBack final : Kem::DeferredWork {
+      bool hasWork() const override { return count > 0; }
+      size_t count = 0;
    };
 
    // Connection.
@@ -87,8 +104,10 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    int socketFd() const override { return descriptor(); }
    void writeOperations(std::string_view operations) override;
    size_t unsentBytes() const override { return Connection::unsentBytes(); }
+   uint64_t sequence() const override { return Connection::sequence(); }
 
    void sendMounts(MountGroup& group);
+   void sendMount(SentMount mount, uint8_t flags);
    void releaseLog();
    void handleDeliveryEnd();
    Kem::FunctionRef<void()> deliveryEndHook() {
@@ -99,16 +118,17 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
    std::string systemName_;
    TypedTree tree_;
    Kem::Ptr<Kem::NboAttrLog::SocketOutSm> log_;
-   std::map<uint32_t, PendingMount> pendingMounts_;         // by the number of the mount
-   std::map<uint32_t, std::string> mountedNodes_;           // path of each mount that stands
+   std::map<uint32_t, SentMount> sentMounts_;               // by the number of the mount
    std::map<std::string, Mount, std::less<>> mountedPaths_; // what getEntity answers for
    std::vector<Kem::Ptr<MountGroup>> groups_;               // closed and not yet complete
    std::vector<uint32_t> probes_;                           // unanswered
    std::function<void(std::string const&)> closedHook_;
    std::function<void(MountGroup const&)> groupCompleteHook_;
    std::unique_ptr<HoldTimer> holdTimer_;
+   PutBack putBack_;
    uint32_t lastMount_ = 0;
    bool isReleaseWanted_ = false;
+   uint32_t lastRequest_ = 0;
 };
 
 } // namespace Ordel

@@ -7,22 +7,11 @@ namespace Ordel {
 using Kem::AttrId;
 using Kem::Ptr;
 
-namespace {
-
-std::string keyBytes(Kem::Entity const& entity, AttrId id, void const* key) {
+std::string HeldChanges::keyBytes(Kem::Entity const& entity, AttrId id, void const* key) {
    Wire::Writer out;
    entity.encodeMemberKey(id, key, out);
    return std::string(out.view());
 }
-
-// Calls visit with the key as the class has it.
-template <class Visit>
-void withKey(Kem::Entity const& entity, AttrId id, std::string const& key, Visit visit) {
-   Wire::Reader in(key);
-   entity.visitMemberKey(id, in, visit);
-}
-
-} // namespace
 
 bool HeldChanges::isNew(Kem::Entity const& entity) const {
    if (!new_.empty())
@@ -47,7 +36,7 @@ void HeldChanges::scalarChanging(Kem::Entity const& entity, AttrId id) {
       return;
    Wire::Writer value;
    entity.encodeScalar(id, value);
-   at->second = {true, std::string(value.view()), nullptr};
+   at->second = {true, false, std::string(value.view()), nullptr};
    ++count_;
 }
 
@@ -62,13 +51,31 @@ void HeldChanges::memberChanging(Kem::Entity const& entity, AttrId id, void cons
    // the old entity, if there was one.
    Wire::Writer value;
    bool const wasThere = entity.encodeMember(id, key, value);
-   at->second = {wasThere, std::string(value.view()), nullptr};
+   at->second = {wasThere, false, std::string(value.view()), nullptr};
    ++count_;
 }
 
-void HeldChanges::childAdded(Kem::Entity const& parent, AttrId, Kem::Entity const& child) {
+void HeldChanges::isInDatabase(Kem::Entity const& entity, AttrId id, std::string const& key,
+                               std::string value) {
+   if (isNew(entity))
+      return;
+   auto const [at, isFirst] = thingsOf(entity).try_emplace({id, key});
+   if (!isFirst)
+      return;
+   at->second = {true, false, std::move(value), nullptr};
+   ++count_;
+}
+
+void HeldChanges::childAdded(Kem::Entity const& parent, AttrId id, Kem::Entity const& child) {
    if (isNew(parent))
       return;
+   // The removed entity itself comes back: what was done to it meanwhile has not been seen.
+   if (auto const old = places_.find(&child); old != places_.end()) {
+      Wire::Writer key;
+      child.encodeKey(key);
+      if (old->second.first == &parent)
+         foreignChange(parent, id, key.view());
+   }
    new_.insert(&child);
    kept_.emplace_back(&child);
 }
@@ -77,10 +84,48 @@ void HeldChanges::childRemoved(Kem::Entity const& parent, AttrId id, void const*
                                Ptr<Kem::Entity> const& child) {
    if (isNew(parent) || new_.contains(child.ptr()))
       return;
-   Before& before = thingsOf(parent)[{id, keyBytes(parent, id, key)}];
+   Thing const thing(id, keyBytes(parent, id, key));
+   Before& before = thingsOf(parent)[thing];
    before.wasThere = true;
    before.entity = child;
+   places_[child.ptr()] = {&parent, thing};
 }
+
+// --- Other writers.
+
+void HeldChanges::foreignChange(Kem::Entity const& entity, AttrId id, std::string_view key) {
+   auto const at = index_.find(&entity);
+   if (at == index_.end())
+      return;
+   Things& things = touched_[at->second].things;
+   if (auto const thing = things.find({id, std::string(key)}); thing != things.end())
+      thing->second.isStale = true;
+}
+
+void HeldChanges::foreignChangeIn(Kem::Entity const& removed) {
+   Kem::Entity const* top = &removed;
+   while (top->parent())
+      top = top->parent();
+   if (auto const at = places_.find(top); at != places_.end())
+      foreignChange(*at->second.first, at->second.second.first, at->second.second.second);
+}
+
+Ptr<Kem::Entity> HeldChanges::removed(Kem::Entity const& parent, AttrId id, std::string_view key) const {
+   auto const at = index_.find(&parent);
+   if (at == index_.end())
+      return nullptr;
+   Things const& things = touched_[at->second].things;
+   auto const thing = things.find({id, std::string(key)});
+   return thing == things.end() ? nullptr : thing->second.entity;
+}
+
+void HeldChanges::foreignChangeOfAll() {
+   for (auto& touched : touched_)
+      for (auto& [thing, before] : touched.things)
+         before.isStale = true;
+}
+
+// --- Release.
 
 void HeldChanges::release() {
    // Told in the order of the first change, so that what was written first is sent first. What is told of an
@@ -92,6 +137,7 @@ void HeldChanges::release() {
    }
    touched_.clear();
    index_.clear();
+   places_.clear();
    new_.clear();
    kept_.clear();
    count_ = 0;
@@ -103,6 +149,10 @@ void HeldChanges::tellDifference(Kem::Entity& entity, Things const& things) {
       Kem::AttrId const id = item.first.first;
       std::string const& key = item.first.second;
       Before const& before = item.second;
+      if (before.isStale) {
+         tellStale(entity, id, key, before);
+         continue;
+      }
       now.clear();
       if (key.empty() && entity.encodeScalar(id, now)) {
          if (now.view() != before.value)
@@ -123,6 +173,29 @@ void HeldChanges::tellDifference(Kem::Entity& entity, Things const& things) {
    }
 }
 
+void HeldChanges::tellStale(Kem::Entity& entity, AttrId id, std::string const& key, Before const& before) {
+   Wire::Writer now;
+   if (key.empty() && entity.encodeScalar(id, now)) {
+      log_.scalarChanged(entity, id);
+      return;
+   }
+   Wire::Reader in(key);
+   Ptr<Kem::Entity> const child(entity.childByKey(id, in));
+   withKey(entity, id, key, [&](void const* k) {
+      if (!child && !before.entity) {
+         log_.memberChanged(entity, id, k);
+         return;
+      }
+      // Either may have become a node of the database meanwhile. To erase what isn't there does no harm.
+      if (before.entity)
+         log_.childRemoved(entity, id, k, before.entity);
+      if (child) {
+         log_.childRemoved(entity, id, k, child);
+         log_.childAdded(entity, id, *child);
+      }
+   });
+}
+
 void HeldChanges::tellEntity(Kem::Entity& parent, AttrId id, std::string const& key, Before const& before) {
    Wire::Reader in(key);
    Kem::Entity* const now = parent.childByKey(id, in);
@@ -133,8 +206,8 @@ void HeldChanges::tellEntity(Kem::Entity& parent, AttrId id, std::string const& 
       rollBack(*old);
    if (old && now && &old->typeInfo() == &now->typeInfo() &&
        static_cast<Kem::Record const&>(*now).hasSameInputs(*old)) {
-      // The node of a directory's entity lives on under the new object.
-      now->nodeNumberIs(old->nodeNumber());
+      // A node lives on under the new object.
+      replaced_(*old, *now);
       now->encodeDifference(*old, log_);
       return;
    }

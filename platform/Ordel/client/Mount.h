@@ -6,7 +6,7 @@
 //    when all are done
 //
 // A mode is a run of letters:
-//    r  read only: the process never changes what it gets      w  the process writes
+//    r  read only: the process never changes what it gets      w  the process writes; created where it is absent
 //    i  a directory whose children come and go, each with all that stands below it
 //    c  created where it is absent
 //    f  local to this supervisor: created where it is absent, since each supervisor has its own
@@ -34,7 +34,7 @@ struct Mount {
    std::string path;
 
    bool isWritable() const { return mode.find('w') != std::string::npos; }
-   bool isCreating() const { return mode.find_first_of("cf") != std::string::npos; }
+   bool isCreating() const { return mode.find_first_of("wcf") != std::string::npos; }
 };
 
 // How the mounts of a group ended.

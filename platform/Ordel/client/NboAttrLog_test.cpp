@@ -68,6 +68,44 @@ TEST_F(NboAttrLogTest, largeOutputLeavesInPiecesBeforeTheTurnEnds) {
    EXPECT_TRUE(database.value("bridging/config.vlanConfig[11].intf[Ethernet20000]"));
 }
 
+TEST_F(NboAttrLogTest, blockOfNewRecordsOrOfScalarsIsCutToo) {
+   size_t const before = client.blocks().size();
+   for (uint16_t vlan = 100; vlan < 4000; ++vlan)
+      config->newVlanConfig(VlanId(vlan), false);
+   for (uint16_t vlan = 100; vlan < 4000; ++vlan)
+      config->vlanConfig(VlanId(vlan))->configuredNameIs("a name of some length, as users choose them");
+   EXPECT_GT(client.blocks().size(), before + 2);
+   for (size_t i = before; i < client.blocks().size(); ++i)
+      EXPECT_LT(client.blocks()[i].size(), 65u << 10);
+   client.flush();
+   EXPECT_TRUE(database.value("bridging/config.vlanConfig[3999]"));
+}
+
+TEST_F(NboAttrLogTest, blockIsNotCutBetweenARecordAndItsInputs) {
+   // The database refuses inputs that don't come with the creation.
+   for (uint16_t vlan = 11; vlan < 4095; ++vlan)
+      config->vlanConfigIs(VlanId(vlan), true)->configuredNameIs(std::string(vlan % 97, 'n'));
+   client.flush();
+   for (uint16_t vlan = 11; vlan < 4095; ++vlan)
+      ASSERT_EQ(database.value("bridging/config.vlanConfig[" + std::to_string(vlan) + "].internal"), "\x01");
+}
+
+TEST_F(NboAttrLogTest, inputsOfARecordComeBeforeItsCollections) {
+   // Of which a block may be cut. A record writes its base first, so a base with a collection can't have inputs
+   // in a derived one.
+   for (auto const& type : Records::schema().entities) {
+      bool hasCollection = false;
+      size_t const inherited = type.base ? type.base->attributes.size() : 0;
+      for (size_t i = 0; i < type.attributes.size(); ++i) {
+         auto const& attribute = type.attributes[i];
+         if (i < inherited)
+            hasCollection |= attribute.key != nullptr;
+         else
+            EXPECT_FALSE(hasCollection && attribute.isInput) << type.name << "." << attribute.name;
+      }
+   }
+}
+
 TEST_F(NboAttrLogTest, entityThatStandsNowhereIsNotWritten) {
    auto const loose = Bridging::VlanConfig::make(VlanId(9), false);
    loose->configuredNameIs("loose");

@@ -1,6 +1,7 @@
 #include "Ordel/client/TypedTree.h"
 
 #include "Kem/Activity.h"
+#include "Ordel/client/HeldChanges.h"
 #include "Ordel/wire/KeyText.h"
 #include "Ordel/wire/Operations.h"
 #include "Ordel/wire/Selector.h"
@@ -11,18 +12,64 @@ using Kem::Dir;
 using Kem::Name;
 using Kem::Ptr;
 
+namespace {
+
+// Calls with the entity and the nodes below it.
+template <class Use>
+void eachNodeBelow(Kem::Entity& entity, Use const& use) {
+   use(entity);
+   if (entity.typeInfo().id == Dir::typeInfo_.id)
+      entity.forEachChild(
+          [](Kem::Entity& child, void* context) { eachNodeBelow(child, *static_cast<Use const*>(context)); },
+          const_cast<Use*>(&use));
+}
+
+// Brings an entity back to the defaults of its class: takes what makes it into a fresh one and applies it.
+class Resetting final : public Kem::AttributeSink {
+  public:
+   explicit Resetting(Kem::Entity& entity) : entity_(entity) {}
+   void scalarChanged(Kem::Entity const& fresh, Kem::AttrId id) override {
+      Wire::Writer value;
+      fresh.encodeScalar(id, value);
+      Wire::Reader in(value.view());
+      if (!entity_.applySet(id, in))
+         entity_.applyReference(id, nullptr, nullptr);
+   }
+   void memberChanged(Kem::Entity const& fresh, Kem::AttrId id, void const* key) override {
+      Wire::Writer bytes;
+      fresh.encodeMemberKey(id, key, bytes);
+      Wire::Reader in(bytes.view());
+      entity_.applyErase(id, in);
+   }
+   void childAdded(Kem::Entity const&, Kem::AttrId, Kem::Entity const&) override {}
+   void childRemoved(Kem::Entity const& fresh, Kem::AttrId id, void const* key,
+                     Ptr<Kem::Entity> const&) override {
+      memberChanged(fresh, id, key);
+   }
+
+  private:
+   Kem::Entity& entity_;
+};
+
+} // namespace
+
 TypedTree::TypedTree(Records::Schema const& schema, Kem::TypeFinder types)
     : schema_(schema), types_(types), root_(Dir::make()),
-      references_(
-          [](void* self, std::string const& s) { return static_cast<TypedTree*>(self)->findSelected(s); },
-          this) {}
+      references_(schema, [this](std::string const& selector) { return findSelected(selector); }) {}
 
 TypedTree::~TypedTree() {
+   if (log_)
+      log_->watcherIs(nullptr);
    // State machines may outlive the tree with references of their own: these entities stay, without a log.
    root_->sinkIs(nullptr, false);
    for (auto const& [number, node] : nodes_)
       if (node.entity)
          node.entity->sinkIs(nullptr, false);
+}
+
+void TypedTree::logIs(Ptr<Kem::NboAttrLog::SocketOutSm> log) {
+   log_ = std::move(log);
+   log_->watcherIs(this);
 }
 
 // --- Finding.
@@ -80,11 +127,15 @@ Dir& TypedTree::directoryFor(std::string_view path) {
    return *at;
 }
 
-void TypedTree::nodeIs(uint32_t number, Ptr<Kem::Entity> const& entity, Records::EntityType const& type,
-                       bool isWritable) {
-   nodes_[number] = {entity, &type, isWritable};
+void TypedTree::place(std::string_view path, Ptr<Kem::Entity> const& entity) {
+   size_t const slash = path.rfind('/');
+   entity->nameIs(Name(slash == std::string_view::npos ? path : path.substr(slash + 1)));
+   directoryFor(path).entityPtrIs(entity);
+}
+
+void TypedTree::nodeIs(uint32_t number, Ptr<Kem::Entity> const& entity, Records::EntityType const& type) {
+   nodes_[number] = {entity, &type};
    entity->nodeNumberIs(number);
-   hasStructureChanged_ = true;
 }
 
 Ptr<Kem::Entity> TypedTree::mount(uint32_t node, uint16_t type, std::string_view path, bool isWritable) {
@@ -95,44 +146,169 @@ Ptr<Kem::Entity> TypedTree::mount(uint32_t node, uint16_t type, std::string_view
    Ptr<Kem::Entity> entity = find(path);
    if (entity && &entity->typeInfo() != info) {
       directoryFor(path).entityPtrDel(entity->name());
+      erased(entity);
       entity = nullptr;
    }
+   auto const lost = mounted_.find(path);
    if (!entity) {
-      size_t const slash = path.rfind('/');
-      entity = info->make();
-      entity->nameIs(Name(slash == std::string_view::npos ? path : path.substr(slash + 1)));
-      directoryFor(path).entityPtrIs(entity);
+      entity = lost != mounted_.end() && &lost->second.entity->typeInfo() == info ? lost->second.entity
+                                                                                  : info->make();
+      place(path, entity);
    }
-   nodeIs(node, entity, schema_.entities[type], isWritable);
-   if (isWritable)
-      writable_[node] = entity;
-   if (isWritable || !entity->isWritable())
-      entity->sinkIs(log_.ptr(), isWritable);
-   // A directory passes its own mode down to everything in it; those mounted for writing keep theirs.
-   for (auto const& [number, e] : writable_)
-      e->sinkIs(log_.ptr(), true);
+   nodeIs(node, entity, schema_.entities[type]);
+   bool const isWritten = isWritable || (lost != mounted_.end() && lost->second.isWritable);
+   mounted_[std::string(path)] = {entity, isWritten};
+   if (isWritten || !entity->isWritable())
+      entity->sinkIs(log_.ptr(), isWritten);
+   keepWritable();
+   references_.came(entity);
    log_->isMutedIs(false);
    return entity;
 }
 
-void TypedTree::unmount(uint32_t node) {
-   auto const at = nodes_.find(node);
-   if (at == nodes_.end() || !at->second.entity)
+// A directory passes its own mode down to everything in it; those mounted for writing keep theirs.
+void TypedTree::keepWritable() {
+   for (auto const& [path, mounted] : mounted_)
+      if (mounted.isWritable && mounted.entity->parent())
+         mounted.entity->sinkIs(log_.ptr(), true);
+}
+
+Ptr<Kem::Entity> TypedTree::lost(std::string_view path) {
+   auto const at = mounted_.find(path);
+   if (at == mounted_.end())
+      return nullptr;
+   auto const entity = at->second.entity;
+   log_->isMutedIs(true);
+   forgetNumbers(*entity);
+   if (at->second.isWritable) {
+      if (find(path) != entity)
+         place(path, entity);
+      entity->sinkIs(log_.ptr(), true);
+      log_->foreignChangeOfAll();
+   } else {
+      if (auto* const dir = dynamic_cast<Dir*>(entity->parent()); dir && dir->sink())
+         dir->entityPtrDel(entity->name());
+      Resetting resetting(*entity);
+      entity->typeInfo().make()->encodeDifference(*entity, resetting);
+   }
+   references_.resolve();
+   log_->isMutedIs(false);
+   return entity;
+}
+
+// The object of a mount that waits for its entity to come into that directory again.
+Ptr<Kem::Entity> TypedTree::lostOne(Kem::Entity const& directory, std::string_view key,
+                                    Kem::TypeInfo const& type) {
+   Wire::Reader in(key);
+   std::string const above = directory.fullName();
+   auto const at =
+       mounted_.find(above.empty() ? std::string(in.string()) : above + '/' + std::string(in.string()));
+   if (at == mounted_.end() || at->second.entity->parent() || &at->second.entity->typeInfo() != &type)
+      return nullptr;
+   return at->second.entity;
+}
+
+// --- Numbers.
+
+void TypedTree::forgetNumbers(Kem::Entity& entity) {
+   eachNodeBelow(entity, [&](Kem::Entity& node) {
+      if (node.nodeNumber() != 0)
+         nodes_.erase(node.nodeNumber());
+      node.nodeNumberIs(0);
+   });
+}
+
+void TypedTree::erased(Ptr<Kem::Entity> const& entity) {
+   references_.went(entity);
+   forgetNumbers(*entity);
+}
+
+void TypedTree::removalsSent(uint32_t request) {
+   for (auto at = removed_.rbegin(); at != removed_.rend() && at->request == 0; ++at)
+      at->request = request;
+}
+
+void TypedTree::removalsDone(uint32_t request, bool wereTaken) {
+   while (!removed_.empty() && removed_.front().request != 0 && removed_.front().request <= request) {
+      if (wereTaken)
+         nodes_.erase(removed_.front().node);
+      removed_.pop_front();
+   }
+}
+
+// --- What the process does.
+
+std::optional<std::string> TypedTree::ownPlaceChanging(Kem::Entity const& entity, Kem::AttrId id,
+                                                       void const* key) {
+   std::string value = key ? HeldChanges::keyBytes(entity, id, key) : std::string();
+   auto const selector = references_.taken(entity, id, value);
+   if (!selector)
+      return {};
+   wantsPlacesUpdate();
+   Wire::Writer text;
+   text.string(*selector);
+   return value.append(text.view());
+}
+
+void TypedTree::ownChildAdded(Kem::Entity const& child) {
+   references_.came(Ptr<Kem::Entity>(const_cast<Kem::Entity*>(&child)));
+}
+
+void TypedTree::ownChildRemoved(Kem::Entity const& parent, Ptr<Kem::Entity> const& child, bool isHeld) {
+   references_.went(child);
+   if (isHeld || parent.typeInfo().id != Dir::typeInfo_.id)
+      return;
+   eachNodeBelow(*child, [&](Kem::Entity& node) {
+      if (auto const at = nodes_.find(node.nodeNumber()); at != nodes_.end()) {
+         at->second.entity = nullptr;
+         removed_.push_back({0, node.nodeNumber()});
+      }
+      node.nodeNumberIs(0);
+   });
+}
+
+void TypedTree::ownChildReplaced(Kem::Entity& before, Kem::Entity& now) {
+   if (auto const at = nodes_.find(before.nodeNumber()); at != nodes_.end()) {
+      at->second.entity = Ptr<Kem::Entity>(&now);
+      now.nodeNumberIs(before.nodeNumber());
+   }
+   before.nodeNumberIs(0);
+   auto* const directory = dynamic_cast<Dir*>(&before);
+   auto* const newDirectory = dynamic_cast<Dir*>(&now);
+   if (!directory || !newDirectory)
+      return;
+   directory->entities().forEach([&](Name const& name, Ptr<Kem::Entity> const& old) {
+      auto const child = newDirectory->entityPtr(name);
+      if (child && &child->typeInfo() == &old->typeInfo() &&
+          static_cast<Kem::Record const&>(*child).hasSameInputs(*old))
+         ownChildReplaced(*old, *child);
+   });
+}
+
+void TypedTree::resolveReferences() {
+   if (!references_.hasNews())
       return;
    log_->isMutedIs(true);
-   auto const entity = std::move(at->second.entity);
-   writable_.erase(node);
-   if (auto* dir = dynamic_cast<Dir*>(entity->parent()))
-      dir->entityPtrDel(entity->name());
+   references_.resolve();
    log_->isMutedIs(false);
-   hasStructureChanged_ = true;
+   wantsPlacesUpdate();
+}
+
+void TypedTree::danglingReferencesDel() {
+   for (auto const& [place, selector] : references_.takeDangling()) {
+      Wire::Writer text;
+      text.string(selector);
+      log_->takeAway(*place.holder, place.attribute, place.key, place.key + std::string(text.view()));
+   }
+   wantsPlacesUpdate();
 }
 
 // --- Taking in changes.
 
 void TypedTree::runQueue() {
-   log_->isMutedIs(false);
    references_.resolve();
+   wantsPlacesUpdate();
+   log_->isMutedIs(false);
    Kem::activityManager()->deliverQueued();
    log_->isMutedIs(true);
 }
@@ -163,24 +339,13 @@ std::string TypedTree::apply(std::string_view operations) {
          isGood = false;
       }
    }
-   if (hasStructureChanged_) {
-      forgetRemoved();
-      references_.resolve();
-      hasStructureChanged_ = false;
-   }
+   references_.resolve();
+   wantsPlacesUpdate();
    log_->isMutedIs(false);
    if (isGood && in.good())
       return {};
    return (at.entity ? at.entity->fullName() : std::string("(no entity)")) + ": operation before byte " +
           std::to_string(in.position() - operations.data()) + " does not fit the schema";
-}
-
-void TypedTree::forgetRemoved() {
-   // What was removed has no sink any more. Its number stays: changes may still be on their way.
-   for (auto& [number, node] : nodes_)
-      if (node.entity && !node.entity->sink())
-         node.entity = nullptr;
-   std::erase_if(writable_, [](auto const& item) { return !item.second->sink(); });
 }
 
 Records::Attribute const* TypedTree::attribute(Cursor const& at, uint8_t id) const {
@@ -194,6 +359,11 @@ bool TypedTree::applyAt(Wire::Reader& in, Cursor& at) {
    if (node == nodes_.end())
       return false;
    at = {node->second.entity, node->second.type};
+   if (at.entity && !at.entity->sink()) {
+      // The process has removed it, and the held log doesn't tell yet.
+      log_->foreignChangeIn(*at.entity);
+      at.entity = nullptr;
+   }
    for (unsigned i = 0; i < steps; ++i) {
       uint8_t const id = in.u8();
       auto const* member = attribute(at, id);
@@ -203,7 +373,10 @@ bool TypedTree::applyAt(Wire::Reader& in, Cursor& at) {
       skipValue(*member->key, in);
       if (!in.good())
          return false;
-      Wire::Reader keyIn(std::string_view(key, static_cast<size_t>(in.position() - key)));
+      std::string_view const bytes(key, static_cast<size_t>(in.position() - key));
+      if (at.entity)
+         log_->foreignChange(*at.entity, id, bytes);
+      Wire::Reader keyIn(bytes);
       Kem::Entity* const child = at.entity ? at.entity->childByKey(id, keyIn) : nullptr;
       at = {Ptr<Kem::Entity>(child), child && child->typeInfo().id < schema_.entities.size()
                                          ? &schema_.entities[child->typeInfo().id]
@@ -219,14 +392,18 @@ bool TypedTree::applySet(Wire::Reader& in, Cursor& at) {
       return false;
    if (member->form == Records::Form::reference) {
       auto const selector = in.string();
-      if (at.entity && in.good())
-         references_.referenceIs(at.entity, id, {}, std::string(selector));
+      if (at.entity && in.good()) {
+         log_->foreignChange(*at.entity, id, {});
+         references_.referenceIs({at.entity, id, {}}, std::string(selector));
+      }
       return in.good();
    }
    if (member->form != Records::Form::scalar)
       return false;
-   if (at.entity)
+   if (at.entity) {
+      log_->foreignChange(*at.entity, id, {});
       return at.entity->applySet(id, in);
+   }
    skipValue(*member->value, in);
    return in.good();
 }
@@ -241,14 +418,23 @@ bool TypedTree::applyPut(Wire::Reader& in, Cursor& at) {
       skipValue(*member->key, in);
       std::string key(start, static_cast<size_t>(in.position() - start));
       auto const selector = in.string();
-      if (at.entity && in.good())
-         references_.referenceIs(at.entity, id, std::move(key), std::string(selector));
+      if (at.entity && in.good()) {
+         log_->foreignChange(*at.entity, id, key);
+         references_.referenceIs({at.entity, id, std::move(key)}, std::string(selector));
+      }
       return in.good();
    }
    if (member->form != Records::Form::map)
       return false;
-   if (at.entity)
+   if (at.entity) {
+      if (log_->isHeld()) {
+         Wire::Reader key = in;
+         skipValue(*member->key, key);
+         log_->foreignChange(*at.entity, id,
+                             {in.position(), static_cast<size_t>(key.position() - in.position())});
+      }
       return at.entity->applyPut(id, in);
+   }
    skipValue(*member->key, in);
    skipValue(*member->value, in);
    return in.good();
@@ -266,12 +452,24 @@ bool TypedTree::applyErase(Wire::Reader& in, Cursor& at) {
    std::string const key(start, static_cast<size_t>(in.position() - start));
    if (!at.entity)
       return true;
+   log_->foreignChange(*at.entity, id, key);
    if (member->form == Records::Form::references)
-      references_.referenceDel(*at.entity, id, key);
-   if (member->form == Records::Form::children)
-      hasStructureChanged_ = true;
+      references_.referenceDel({at.entity, id, key});
+   Ptr<Kem::Entity> child;
+   if (member->form == Records::Form::children) {
+      Wire::Reader childKey(key);
+      child = Ptr<Kem::Entity>(at.entity->childByKey(id, childKey));
+      if (auto const removed = log_->removedWhileHeld(*at.entity, id, key))
+         forgetNumbers(*removed);
+      // One that was made here, and which the database doesn't know yet: an earlier one is meant.
+      if (child && at.type->isDirectory() && child->nodeNumber() == 0)
+         return true;
+   }
    Wire::Reader keyIn(key);
-   return at.entity->applyErase(id, keyIn);
+   bool const isGood = at.entity->applyErase(id, keyIn);
+   if (child)
+      erased(child);
+   return isGood;
 }
 
 bool TypedTree::applyCreate(Wire::Reader& in, Cursor& at) {
@@ -289,22 +487,35 @@ bool TypedTree::applyCreate(Wire::Reader& in, Cursor& at) {
    if (!in.good() || !info || type >= schema_.entities.size())
       return false;
    if (!at.entity) {
-      if (isInDirectory)
-         nodes_[node] = {nullptr, &schema_.entities[type], false};
+      // Goes with the directory that the process has removed.
+      if (isInDirectory && nodes_.try_emplace(node, Node{nullptr, &schema_.entities[type]}).second)
+         removed_.push_back({0, node});
       return true;
    }
+   // What the process made, and has removed while the log is held, gets its number all the same.
+   if (auto const removed = isInDirectory ? log_->removedWhileHeld(*at.entity, id, key) : nullptr;
+       removed && removed->nodeNumber() == 0 && &removed->typeInfo() == info) {
+      nodeIs(node, removed, schema_.entities[type]);
+      return true;
+   }
+   log_->foreignChange(*at.entity, id, key);
    Wire::Reader keyIn(key);
    Ptr<Kem::Entity> child(at.entity->childByKey(id, keyIn));
    bool const isOwn = child && &child->typeInfo() == info; // made here: the database tells its number
    if (!isOwn) {
-      child = info->make();
+      auto const before = child;
+      child = isInDirectory ? lostOne(*at.entity, key, *info) : nullptr;
+      if (!child)
+         child = info->make();
       Wire::Reader childKey(key);
       if (!child->decodeKey(childKey) || !at.entity->placeChild(id, child))
          return false;
+      if (before)
+         erased(before);
+      references_.came(child);
    }
-   hasStructureChanged_ = true;
    if (isInDirectory) {
-      nodeIs(node, child, schema_.entities[type], at.entity->isWritable());
+      nodeIs(node, child, schema_.entities[type]);
       if (!isOwn && runsQueueOnCreation_)
          runQueue();
    }
