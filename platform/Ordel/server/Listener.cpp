@@ -160,11 +160,16 @@ void Listener::refuseForWantOfDescriptors() {
    errno = EAGAIN;
 }
 
+// A client that goes may leave answers for others behind, so links are removed before the rest is written; and
+// again, because writing may be the end of one.
 void Listener::onDeliveryEnd(void* listener) {
    auto& links = static_cast<Listener*>(listener)->links_;
-   for (auto const& link : links)
-      link->flush();
-   links.remove_if([](auto const& link) { return link->isClosed(); });
+   auto const isClosed = [](auto const& link) { return link->isClosed(); };
+   do {
+      links.remove_if(isClosed);
+      for (auto const& link : links)
+         link->flush();
+   } while (std::any_of(links.begin(), links.end(), isClosed));
 }
 
 // --- One connection

@@ -29,8 +29,9 @@ using ::testing::HasSubstr;
 
 // Keeps a mirror of what it mounts.
 struct Mirror : Connection {
-   explicit Mirror(std::string const& name = "mirror", Records::Schema const& ofSchema = schema())
-       : Connection(ofSchema, name, Role::tool) {}
+   explicit Mirror(std::string const& name = "mirror", Records::Schema const& ofSchema = schema(),
+                   Role role = Role::tool)
+       : Connection(ofSchema, name, role) {}
 
    void onWelcome(std::string_view systemName) override { system = systemName; }
    void onMounted(uint32_t, uint32_t node, uint16_t type, std::string_view path) override {
@@ -204,6 +205,24 @@ TEST_F(ListenerTest, clientThatGoesIsForgottenAfterItsWrites) {
       Kem::activityManager()->runTurn(0);
    EXPECT_TRUE(server.clients().empty());
    EXPECT_EQ(server.tree().count(*server.tree().find("config"), Config::named), 1000u);
+}
+
+// An agent that dies while it is asked: nothing else may happen for long, so the answer leaves in that turn.
+TEST_F(ListenerTest, answerThatAClientLeavesBehindIsSentInTheTurnInWhichItGoes) {
+   Mirror asking("asking");
+   join(asking);
+   auto agent = std::make_unique<Mirror>("agent", schema(), Role::agent);
+   join(*agent);
+   asking.settle(7, 0);
+   asking.flush();
+   Kem::activityManager()->runTurn(0);
+   agent.reset();
+   for (int i = 0; i < 1000 && server.clients().size() > 1; ++i)
+      Kem::activityManager()->runTurn(0);
+   ASSERT_EQ(server.clients().size(), 1u);
+   asking.receive();
+   EXPECT_EQ(asking.lastReply, 7u);
+   EXPECT_EQ(asking.lastStatus, Status::done);
 }
 
 TEST_F(ListenerTest, refusedClientIsToldWhyAndClosed) {

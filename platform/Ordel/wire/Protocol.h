@@ -62,6 +62,7 @@ inline constexpr size_t maxStepCount = 8;          // of one `at`
 inline constexpr size_t maxSelectorBytes = 4096;
 inline constexpr size_t maxMountsPerClient = 4096;
 inline constexpr size_t maxClients = 1024;
+inline constexpr size_t maxQuestionsPerClient = 16; // `settle` that wait for their replies
 
 enum class Frame : uint8_t {
    hello = 1,
