@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -132,6 +133,17 @@ TEST_F(ListenerTest, socketThatWasLeftBehindIsReplaced) {
    close(socket);
    Listener second(server);
    EXPECT_TRUE(second.listen(left, error)) << error;
+}
+
+// Anybody who can read the folder can lock it, and keep it locked.
+TEST_F(ListenerTest, folderThatStaysLockedIsTold) {
+   int const lock = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+   ASSERT_EQ(flock(lock, LOCK_EX), 0);
+   Listener second(server);
+   EXPECT_FALSE(second.listen(folder + "/second", error));
+   EXPECT_EQ(error, folder + "/second: another process keeps " + folder + " locked");
+   close(lock);
+   EXPECT_TRUE(second.listen(folder + "/second", error)) << error;
 }
 
 TEST_F(ListenerTest, fileThatIsNoSocketIsLeftAlone) {

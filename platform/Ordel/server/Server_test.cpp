@@ -140,12 +140,12 @@ struct MalformedTest : ServerTest {
 
 TEST_F(MalformedTest, emptyFrame) {
    client.sendRaw("\0\0\0\0"sv);
-   verifyEnded("a frame is empty or larger than the limit of 67108864 bytes");
+   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, frameOverTheLimit) {
-   client.sendRaw("\x01\0\0\x04"sv);
-   verifyEnded("a frame is empty or larger than the limit of 67108864 bytes");
+   client.sendRaw("\x01\0\0\x02"sv);
+   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, unknownType) {

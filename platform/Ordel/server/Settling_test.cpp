@@ -97,6 +97,16 @@ TEST_F(SettleTest, agentThatGoesIsNotWaitedFor) {
    EXPECT_EQ(asking.replies[1].status, Status::done);
 }
 
+// Its leaving ends a round, and another one begins at once.
+TEST_F(SettleTest, agentThatGoesIsNotAskedInTheNextRound) {
+   server.disconnect(*std::exchange(agent.link, nullptr));
+   asking.settle(1);
+   asking.settle(2);
+   server.disconnect(*std::exchange(other.link, nullptr));
+   asking.take();
+   EXPECT_EQ(asking.replies.size(), 2u);
+}
+
 TEST_F(SettleTest, timeLimitNamesWhoHasNotSettled) {
    asking.settle(1, 500);
    answer(agent);

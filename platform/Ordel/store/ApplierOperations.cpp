@@ -185,11 +185,20 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
       refuse(place(slot, &key), "too deep");
       return;
    }
+   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
+   if (getsNumber && store_.nextNode == Store::noMoreNodes) {
+      refuse(place(slot, &key), "the database has given all numbers of nodes");
+      return;
+   }
+   if (!isLoading_ && !store_.isMirror && ++creationCount_ > maxCreationsPerWrite) {
+      refuse(place(slot, &key),
+             "more than " + std::to_string(maxCreationsPerWrite) + " entities are created in one write");
+      return;
+   }
    if (standing)
       erase(*standing);
 
    auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-   bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
    Entity& made = store_.create(type, entity, attribute, probe, getsNumber ? store_.nextNode : node);
    if (isLoading_)
       return;
