@@ -53,7 +53,7 @@ TEST_F(LimitsTest, requestsWaitWhenTheirAnswersAreNotRead) {
       asking.mount(static_cast<uint32_t>(i), longName(i), Ordel::mountAwait);
    asking.take();
    Ordel::FrameBuffer requests;
-   constexpr uint32_t count = 100;
+   constexpr uint32_t count = 45;
    for (uint32_t i = 1; i <= count; ++i) {
       requests.begin(Frame::clients).u32(i);
       requests.end();
