@@ -59,17 +59,22 @@ class RawClient {
       }
       return true;
    }
+   // From then on `send` returns false, too, when the other side takes nothing for so long.
+   void sendTimeoutIs(unsigned milliseconds) {
+      timeval const time{milliseconds / 1000, static_cast<suseconds_t>(milliseconds % 1000 * 1000)};
+      ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+   }
    void endSending() { ::shutdown(socket_, SHUT_WR); }
 
    void hello(std::string_view name, uint32_t magic = Ordel::protocolMagic,
-              uint16_t version = Ordel::protocolVersion,
-              uint64_t fingerprint = Records::schema().fingerprint) {
+              uint16_t version = Ordel::protocolVersion, uint64_t fingerprint = Records::schema().fingerprint,
+              Ordel::Role role = Ordel::Role::tool) {
       Wire::Writer& out = begin(Ordel::Frame::hello);
       out.u32(magic);
       out.u16(version);
       out.u64(fingerprint);
       out.string(name);
-      out.u8(static_cast<uint8_t>(Ordel::Role::tool));
+      out.u8(static_cast<uint8_t>(role));
       send();
    }
    // Says hello and takes the welcome.

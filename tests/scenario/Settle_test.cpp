@@ -1,5 +1,6 @@
 // settle with a real agent: waits for it, and says so when it doesn't answer.
 #include "Processes.h"
+#include "RawClient.h"
 
 #include <gmock/gmock.h>
 
@@ -32,6 +33,41 @@ TEST(SettleTest, answersNoWhileAnAgentDoesNot) {
    EXPECT_EQ(database.ctl({"batch"}, "[\"settle\", \"--timeout\", 0.2]\n").output.find("{\"ok\": false"), 0u);
    agent.process().signal(SIGCONT);
    EXPECT_EQ(database.ctl({"settle"}).status, 0);
+}
+
+// The agent dies while it is asked, and nothing else happens: there is no agent left to wait for.
+TEST(SettleTest, isAnsweredWhenTheAgentDiesMeanwhile) {
+   Database const database;
+   Agent agent(database);
+   ASSERT_EQ(database.ctl({"settle"}).status, 0);
+   agent.process().signal(SIGSTOP);
+   RawClient asking(database.socket());
+   asking.welcomed("asking");
+   Wire::Writer& question = asking.begin(Ordel::Frame::settle);
+   question.u32(1);
+   question.u32(0); // no time limit
+   asking.send();
+   asking.begin(Ordel::Frame::clients).u32(2);
+   asking.send();
+   ASSERT_TRUE(asking.read(Ordel::Frame::reply)); // the question has been taken
+   agent.process().signal(SIGKILL);
+   auto const reply = asking.read(Ordel::Frame::reply);
+   ASSERT_TRUE(reply);
+   Wire::Reader in(reply->payload);
+   EXPECT_EQ(in.u32(), 1u);
+   EXPECT_EQ(in.u8(), static_cast<uint8_t>(Ordel::Status::done));
+}
+
+// A database that stands still: the tool has a deadline of its own.
+TEST(SettleTest, answersNoWhileTheDatabaseStandsStill) {
+   Database database;
+   auto const batch = database.startCtl({"batch"});
+   batch->write("[\"get\", \"bridging/config.hostAgingTime\"]\n");
+   ASSERT_TRUE(batch->output().readLine(limit));
+   database.process().signal(SIGSTOP);
+   batch->write("[\"settle\", \"--timeout\", 0.1]\n");
+   EXPECT_EQ(batch->output().readLine(limit), "{\"ok\": false, \"error\": \"the database doesn't answer\"}");
+   database.process().signal(SIGCONT);
 }
 
 } // namespace

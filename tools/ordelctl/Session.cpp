@@ -12,6 +12,7 @@ namespace {
 
 constexpr Kem::Seconds connectTimeout = 5;
 constexpr Kem::Seconds longestWait = 3600; // at a time
+constexpr Kem::Seconds settleGrace = 1;    // behind the time limit, for the database's own answer
 
 } // namespace
 
@@ -36,9 +37,10 @@ bool Session::waitUntil(std::function<bool()> const& condition, Kem::Seconds dea
    return true;
 }
 
-Session::Reply Session::reply() {
+Session::Reply Session::reply(Kem::Seconds deadline) {
    isReplied_ = false;
-   waitUntil([this] { return isReplied_; });
+   if (!waitUntil([this] { return isReplied_; }, deadline))
+      return {Ordel::Status::absent, "the database doesn't answer"};
    if (reply_.status == Ordel::Status::refused)
       throw TreeJson::Refusal(reply_.text);
    return std::move(reply_);
@@ -55,8 +57,9 @@ Session::Reply Session::write(std::string_view operations) {
 }
 
 Session::Reply Session::settle(Kem::Seconds timeout) {
+   Kem::Seconds const deadline = timeout > 0 ? Kem::now() + timeout + settleGrace : Kem::never;
    Connection::settle(++lastRequest_, static_cast<uint32_t>(std::ceil(timeout * 1000)));
-   return reply();
+   return reply(deadline);
 }
 
 Session::Reply Session::clients() {

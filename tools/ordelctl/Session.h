@@ -32,7 +32,7 @@ class Session : private Ordel::Connection {
 
    // One strict write: all of it, or nothing. The reply is done or absent; a refusal is raised.
    Reply write(std::string_view operations);
-   // A timeout of 0 is none.
+   // Absent, too, where the database itself doesn't answer in time. A timeout of 0 is none.
    Reply settle(Kem::Seconds timeout);
    Reply clients();
    Reply snapshot();
@@ -43,7 +43,8 @@ class Session : private Ordel::Connection {
 
   private:
    friend class View;
-   Reply reply(); // to the request that was sent last
+   // To the request that was sent last; absent at the deadline.
+   Reply reply(Kem::Seconds deadline = Kem::never);
 
    void onMounted(uint32_t mount, uint32_t node, uint16_t type, std::string_view path) override;
    void onMountDone(uint32_t mount) override;

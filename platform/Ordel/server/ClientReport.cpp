@@ -2,6 +2,7 @@
 
 #include "Ordel/server/Server.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Ordel {
@@ -67,6 +68,8 @@ std::string modeOf(ServerMount const& mount) {
 } // namespace
 
 std::string clientReport(Server const& server) {
+   constexpr size_t allMountsBytes = 2u << 20; // shared evenly
+   size_t const mountsBytes = allMountsBytes / std::max<size_t>(server.clients().size(), 1);
    std::string out = "[";
    for (auto const& client : server.clients()) {
       if (!client->isWelcome())
@@ -77,14 +80,20 @@ std::string clientReport(Server const& server) {
       out += ", \"uid\": " + std::to_string(client->peer().uid);
       out += std::string(", \"role\": ") + (client->role() == Role::agent ? "\"agent\"" : "\"tool\"");
       out += ", \"mounts\": [";
-      bool isFirst = true;
+      size_t shownCount = 0;
+      size_t const mountsEnd = out.size() + mountsBytes;
       for (auto const& [number, mount] : client->mounts()) {
-         out += isFirst ? "" : ", ";
-         isFirst = false;
-         out += "{\"path\": " + quoted(mount->text) + ", \"type\": " + quoted(mount->type) +
-                ", \"mode\": " + quoted(modeOf(*mount)) + "}";
+         std::string const text = "{\"path\": " + quoted(mount->text) + ", \"type\": " + quoted(mount->type) +
+                                  ", \"mode\": " + quoted(modeOf(*mount)) + "}";
+         if (out.size() + text.size() > mountsEnd)
+            break;
+         out += (shownCount > 0 ? ", " : "") + text;
+         ++shownCount;
       }
-      out += "], \"pendingBytes\": " + std::to_string(client->pendingBytes());
+      out += "]";
+      if (shownCount < client->mounts().size())
+         out += ", \"mountsLeftOut\": " + std::to_string(client->mounts().size() - shownCount);
+      out += ", \"pendingBytes\": " + std::to_string(client->pendingBytes());
       out += ", \"pendingMarks\": " + std::to_string(client->pending().markCount());
       out += ", \"receivedBytes\": " + std::to_string(client->receivedBytes());
       out += ", \"receivedOperations\": " + std::to_string(client->receivedOperations());

@@ -6,7 +6,8 @@
 //      "sentBytes": 3000}]
 //
 // The letters of a mode: r or w, then c creates, a awaits, s shallow. pendingMarks counts what the client
-// will be sent when it has read what waits; receivedOperations those that took effect.
+// will be sent when it has read what waits; receivedOperations those that took effect. The report has some 4 MiB
+// at most: of a client with many mounts it shows the first ones, and "mountsLeftOut" says how many more there are.
 #pragma once
 
 #include <string>

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -34,6 +35,18 @@ sockaddr_un addressOf(std::string const& path) {
    address.sun_family = AF_UNIX;
    std::memcpy(address.sun_path, path.data(), path.size());
    return address;
+}
+
+// Locks against another database that starts at the same time. Anybody who can read the folder can lock it too,
+// so there is a limit to it.
+bool lockWithin(int descriptor, int milliseconds) {
+   constexpr int stepMilliseconds = 20;
+   for (int waited = 0; flock(descriptor, LOCK_EX | LOCK_NB) < 0; waited += stepMilliseconds) {
+      if (waited >= milliseconds)
+         return false;
+      poll(nullptr, 0, stepMilliseconds);
+   }
+   return true;
 }
 
 // Whether somebody takes connections at the path.
@@ -83,7 +96,11 @@ bool Listener::bindSafely(std::string& error) {
       error = path_ + ": " + std::strerror(errno);
       return false;
    }
-   flock(lock, LOCK_EX); // against another database that starts at the same time
+   if (!lockWithin(lock, lockMilliseconds)) {
+      error = path_ + ": another process keeps " + folder + " locked";
+      close(lock);
+      return false;
+   }
    std::string const firstPath = path_ + "~";
    bool const isBound = [&] {
       struct stat standing;
@@ -161,22 +178,37 @@ void Listener::refuseForWantOfDescriptors() {
    errno = EAGAIN;
 }
 
+// A client that goes may leave answers for others behind, so links are removed before the rest is written; and
+// again, because writing may be the end of one.
 void Listener::onDeliveryEnd() {
-   for (auto const& link : links_)
-      link->flush();
-   links_.remove_if([](auto const& link) { return link->isClosed(); });
+   auto const isClosed = [](auto const& link) { return link->isClosed(); };
+   do {
+      links_.remove_if(isClosed);
+      for (auto const& link : links_)
+         link->flush();
+   } while (std::any_of(links_.begin(), links_.end(), isClosed));
+   server_.answersAreSent();
 }
 
 // --- One connection
 
 namespace {
 
+// Whether the other end has been closed; what it sent may still be there to be read.
+bool hasHungUp(int socket) {
+   pollfd state{socket, 0, 0};
+   return poll(&state, 1, 0) > 0 && (state.revents & POLLHUP);
+}
+
 ServerClient::Peer peerOf(int socket) {
+   ServerClient::Peer peer{-1, static_cast<uid_t>(-1), [socket] { return hasHungUp(socket); }};
    ucred credentials{};
    socklen_t size = sizeof credentials;
-   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) < 0)
-      return {-1, static_cast<uid_t>(-1)};
-   return {credentials.pid, credentials.uid};
+   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
+      peer.pid = credentials.pid;
+      peer.uid = credentials.uid;
+   }
+   return peer;
 }
 
 } // namespace
@@ -197,6 +229,8 @@ void Listener::Link::onReadable() {
    static std::string buffer(turnBytes, '\0');
    if (isClosed_ || !client_.wantsReading()) {
       wantsReadableIs(false);
+      if (hasHungUp(socket_)) // which the loop would say again and again
+         descriptorIs(-1);
       return;
    }
    ssize_t const count = recv(socket_, buffer.data(), buffer.size(), 0);
@@ -227,6 +261,8 @@ void Listener::Link::flush() {
          break;
       }
    }
+   if (descriptor() < 0 && client_.wantsReading())
+      descriptorIs(socket_);
    wantsWritableIs(client_.hasOutput());
    wantsReadableIs(client_.wantsReading());
    if (client_.isRefused() && (client_.isOver() || !client_.hasOutput()))

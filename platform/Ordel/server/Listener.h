@@ -24,7 +24,10 @@ class Listener : private Kem::FileDescriptorWatch {
    explicit Listener(Server& server) : server_(server) {}
    ~Listener() override;
 
-   // False with "path: reason" in `error`.
+   // Another database that starts at the same time holds the socket's folder locked for a moment.
+   static constexpr int lockMilliseconds = 2000;
+
+   // False with "path: reason" in `error`, also when somebody keeps the folder locked for longer.
    bool listen(std::string const& path, std::string& error);
 
   private:

@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -29,8 +30,9 @@ using ::testing::HasSubstr;
 
 // Keeps a mirror of what it mounts.
 struct Mirror : Connection {
-   explicit Mirror(std::string const& name = "mirror", Records::Schema const& ofSchema = schema())
-       : Connection(ofSchema, name, Role::tool) {}
+   explicit Mirror(std::string const& name = "mirror", Records::Schema const& ofSchema = schema(),
+                   Role role = Role::tool)
+       : Connection(ofSchema, name, role) {}
 
    void onWelcome(std::string_view systemName) override { system = systemName; }
    void onMounted(uint32_t, uint32_t node, uint16_t type, std::string_view path) override {
@@ -133,6 +135,17 @@ TEST_F(ListenerTest, socketThatWasLeftBehindIsReplaced) {
    EXPECT_TRUE(second.listen(left, error)) << error;
 }
 
+// Anybody who can read the folder can lock it, and keep it locked.
+TEST_F(ListenerTest, folderThatStaysLockedIsTold) {
+   int const lock = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+   ASSERT_EQ(flock(lock, LOCK_EX), 0);
+   Listener second(server);
+   EXPECT_FALSE(second.listen(folder + "/second", error));
+   EXPECT_EQ(error, folder + "/second: another process keeps " + folder + " locked");
+   close(lock);
+   EXPECT_TRUE(second.listen(folder + "/second", error)) << error;
+}
+
 TEST_F(ListenerTest, fileThatIsNoSocketIsLeftAlone) {
    std::string const file = folder + "/file";
    ASSERT_EQ(close(::open(file.c_str(), O_CREAT | O_WRONLY, 0600)), 0);
@@ -204,6 +217,24 @@ TEST_F(ListenerTest, clientThatGoesIsForgottenAfterItsWrites) {
       Kem::activityManager()->runTurn(0);
    EXPECT_TRUE(server.clients().empty());
    EXPECT_EQ(server.tree().count(*server.tree().find("config"), Config::named), 1000u);
+}
+
+// An agent that dies while it is asked: nothing else may happen for long, so the answer leaves in that turn.
+TEST_F(ListenerTest, answerThatAClientLeavesBehindIsSentInTheTurnInWhichItGoes) {
+   Mirror asking("asking");
+   join(asking);
+   auto agent = std::make_unique<Mirror>("agent", schema(), Role::agent);
+   join(*agent);
+   asking.settle(7, 0);
+   asking.flush();
+   Kem::activityManager()->runTurn(0);
+   agent.reset();
+   for (int i = 0; i < 1000 && server.clients().size() > 1; ++i)
+      Kem::activityManager()->runTurn(0);
+   ASSERT_EQ(server.clients().size(), 1u);
+   asking.receive();
+   EXPECT_EQ(asking.lastReply, 7u);
+   EXPECT_EQ(asking.lastStatus, Status::done);
 }
 
 TEST_F(ListenerTest, refusedClientIsToldWhyAndClosed) {

@@ -25,7 +25,7 @@ constexpr std::string_view traceSettingAttribute = "traceSetting";
 
 Server::Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot)
     : tree_(std::move(tree)), systemName_(std::move(systemName)), writeSnapshot_(std::move(writeSnapshot)),
-      subscriptions_(*tree_), settling_(*this) {
+      subscriptions_(*tree_), memoryReturn_(*tree_), refusals_(serverTrace), settling_(*this) {
    config_ = tree_->find(configPath);
    if (config_ && config_->type().find(traceSettingAttribute) < 0)
       config_ = nullptr;
@@ -54,16 +54,30 @@ ServerClient& Server::connect(ServerClient::Peer peer) {
 
 void Server::disconnect(ServerClient& client) {
    if (client.isInFrame())
-      KEM_TRACE(serverTrace, 0, client.label() << " is gone in the middle of a frame");
+      refusals_.line(client.label() + " is gone in the middle of a frame");
    else
       KEM_TRACE(serverTrace, 3, client.label() << " is gone");
+   // Out of the list first: what its leaving causes must not ask it any more.
+   std::list<std::unique_ptr<ServerClient>> gone;
+   gone.splice(gone.end(), clients_, std::find_if(clients_.begin(), clients_.end(), [&](auto const& other) {
+                  return other.get() == &client;
+               }));
    release(client);
-   clients_.remove_if([&](auto const& other) { return other.get() == &client; });
+   constexpr size_t markBytes = 64; // about
+   memoryReturn_.freed(client.pendingBytes() + client.pending().markCount() * markBytes +
+                       client.partialBytes());
 }
 
 void Server::refused(ServerClient& client, std::string_view reason) {
-   KEM_TRACE(serverTrace, 0, client.label() << " is refused: " << reason);
+   refusals_.line(client.label() + " is refused: " + std::string(reason));
    release(client);
+}
+
+bool Server::isNameOfAgent(std::string_view name) const {
+   return std::any_of(clients_.begin(), clients_.end(), [&](auto const& client) {
+      return client->isWelcome() && !client->isRefused() && client->role() == Role::agent &&
+             client->name() == name && !(client->peer().hasHungUp && client->peer().hasHungUp());
+   });
 }
 
 void Server::release(ServerClient& client) {
@@ -84,6 +98,13 @@ void Server::mount(ServerClient& client, uint32_t number, std::string_view text,
    if (client.mounts().size() >= maxMountsPerClient) {
       client.mountFailed(number, Status::refused,
                          "more than " + std::to_string(maxMountsPerClient) + " mounts");
+      return;
+   }
+   size_t const textBytes = client.mountTextBytes() + text.size() + type.size();
+   if (textBytes > maxMountTextPerClient) {
+      client.mountFailed(number, Status::refused,
+                         "the selectors of all mounts have more than " +
+                             std::to_string(maxMountTextPerClient) + " bytes");
       return;
    }
    auto made = std::make_unique<ServerMount>();
@@ -284,13 +305,18 @@ void Server::arrived(Entity const& node) {
 
 void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
                    std::string_view operations) {
+   size_t const entitiesBefore = tree_->entityCount();
    Applied const& applied = tree_->apply(operations, flags);
+   followMemory(operations.size(), entitiesBefore);
    if (applied.isMalformed) {
       client.refuse("a write can't be read: " + applied.error);
       return;
    }
    if (!applied.isDone()) {
-      KEM_TRACE(serverTrace, (request == 0 ? 0 : 3), client.label() << ": write refused: " << applied.error);
+      if (request == 0) // nobody else says it
+         refusals_.line(client.label() + ": write refused: " + applied.error);
+      else
+         KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
       client.pending().subscriberWrote();
       client.reply(request, applied.status, applied.error);
       return;
@@ -299,6 +325,16 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+}
+
+// A large write leaves its frame and what it displaced; a refused one all that it had made.
+void Server::followMemory(size_t writtenBytes, size_t entitiesBefore) {
+   constexpr size_t entityBytes = 512; // about, with what it holds
+   size_t const entities = tree_->entityCount();
+   if (writtenBytes >= MemoryReturn::muchBytes)
+      memoryReturn_.freed(writtenBytes);
+   if (entities < entitiesBefore)
+      memoryReturn_.freed((entitiesBefore - entities) * entityBytes);
 }
 
 void Server::publish(Applied const& applied, ServerClient* writer, uint64_t seen) {

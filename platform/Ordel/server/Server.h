@@ -12,9 +12,13 @@
 // names, or a base of it.
 #pragma once
 
+#include "Ordel/server/LargeFrames.h"
+#include "Ordel/server/MemoryReturn.h"
+#include "Ordel/server/PacedTrace.h"
 #include "Ordel/server/ServerClient.h"
 #include "Ordel/server/Settling.h"
 #include "Ordel/server/Subscriptions.h"
+#include "Ordel/server/Turns.h"
 #include "Ordel/store/Tree.h"
 
 #include <functional>
@@ -41,12 +45,23 @@ class Server {
    // A connection has been made. Too many: the client is refused from the start. Good until `disconnect`.
    ServerClient& connect(ServerClient::Peer peer);
    void disconnect(ServerClient& client);
+   // All that could be sent has been; whoever has the sockets says so after each delivery of a turn.
+   void answersAreSent() { turns_.answersAreSent(); }
 
    Tree const& tree() const { return *tree_; }
    std::string const& systemName() const { return systemName_; }
    uint64_t sequence() const { return subscriptions_.sequence(); }
    uint64_t blockCount() const { return subscriptions_.blockCount(); } // that changed something
    std::list<std::unique_ptr<ServerClient>> const& clients() const { return clients_; }
+
+   // --- Called by ServerClient.
+
+   Turns& turns() { return turns_; }
+   LargeFrames& largeFrames() { return largeFrames_; }
+   size_t outputBytes() const { return outputBytes_; } // that wait for all clients
+   void outputBytesChanged(size_t before, size_t now) { outputBytes_ += now - before; }
+   // An agent that is still there has it.
+   bool isNameOfAgent(std::string_view name) const;
 
    // --- Called by ServerClient, for the frames that it takes.
 
@@ -72,6 +87,7 @@ class Server {
       bool isNone() const { return status == Status::done; }
    };
 
+   void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
    // The mount as it can be made now; `node` 0 stays where it has to wait.
    Refusal place(ServerMount& mount);
@@ -88,6 +104,11 @@ class Server {
    std::string const systemName_;
    WriteSnapshot writeSnapshot_;
    Subscriptions subscriptions_;
+   Turns turns_;
+   LargeFrames largeFrames_;
+   MemoryReturn memoryReturn_;
+   PacedTrace refusals_; // lines about what clients did wrong
+   size_t outputBytes_ = 0;
    std::list<std::unique_ptr<ServerClient>> clients_;
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path

@@ -29,13 +29,20 @@ ServerClient::ServerClient(Server& server, uint32_t serial, Peer peer)
    timer_.timeMinIs(Kem::now() + helloTimeout);
 }
 
-ServerClient::~ServerClient() = default;
+ServerClient::~ServerClient() {
+   server_.turns().forget(*this);
+   server_.largeFrames().end(*this);
+   output_.clear();
+   account();
+}
 
 void ServerClient::Timer::onTime() {
    if (client.isRefused())
       client.isOver_ = true;
    else
-      client.refuse("no hello came in time");
+      client.refuse(client.isWelcome() ? "the rest of a large frame did not come in time"
+                                       : "no hello came in time");
+   client.input_.clear();
 }
 
 std::string ServerClient::label() const {
@@ -43,25 +50,72 @@ std::string ServerClient::label() const {
           std::to_string(peer_.pid) + ", uid " + std::to_string(peer_.uid) + ")";
 }
 
+size_t ServerClient::mountTextBytes() const {
+   size_t bytes = 0;
+   for (auto const& [number, mount] : mounts_)
+      bytes += mount->text.size() + mount->type.size();
+   return bytes;
+}
+
 // --- Coming in
 
+bool ServerClient::hasRoom() const {
+   size_t const most =
+       server_.outputBytes() > allOutputLimit ? fillBytes : changesLimit + bonus_ + answersRoom;
+   return output_.size() < most && (pending_.strayCount() < straysLimit || output_.size() < fillBytes);
+}
+
 bool ServerClient::wantsReading() const {
-   return !isRefused_ && output_.size() < changesLimit + bonus_ + answersRoom &&
-          (pending_.strayCount() < straysLimit || output_.size() < fillBytes);
+   return !isRefused_ && !input_.isHeld() && large_ != Large::waits && hasRoom();
 }
 
 void ServerClient::receive(std::string_view bytes) {
    receivedBytes_ += bytes.size();
    if (isRefused_)
       return;
-   bool const isGood = input_.read(bytes, [&](Frame frame, std::string_view payload) {
-      return takeFrame(frame, payload) && !isRefused_;
-   });
+   constexpr unsigned framesBetween = 32; // two looks at the time, where they are quick
+   Kem::Seconds const end = server_.turns().begin();
+   unsigned count = 0;
+   isAnswerLarge_ = true;
+   bool const isGood = input_.read(
+       bytes,
+       [&] {
+          if (!hasRoom())
+             return false;
+          return (!isAnswerLarge_ && ++count % framesBetween != 0) || Kem::now() < end;
+       },
+       [&](Frame frame, std::string_view payload) { return takeFrame(frame, payload) && !isRefused_; });
    if (!isGood)
       refuse("a frame is empty or larger than the limit of " +
              std::to_string(isWelcome_ ? maxFrameBytes : maxHelloBytes) + " bytes");
    if (isRefused_)
       input_.clear();
+   goOnIfHeld();
+   followLargeFrame();
+}
+
+void ServerClient::goOnIfHeld() {
+   if (input_.isHeld() && hasRoom())
+      server_.turns().wait(*this);
+}
+
+void ServerClient::followLargeFrame() {
+   bool const isLarge = isWelcome_ && input_.partialBytes() > LargeFrames::largeBytes;
+   if (isLarge == (large_ != Large::none))
+      return;
+   if (isLarge) {
+      large_ = Large::waits;
+      server_.largeFrames().begin(*this);
+      return;
+   }
+   large_ = Large::none;
+   timer_.timeMinIs(Kem::never);
+   server_.largeFrames().end(*this);
+}
+
+void ServerClient::largeFrameBegins() {
+   large_ = Large::goesOn;
+   timer_.timeMinIs(Kem::now() + LargeFrames::timeLimit);
 }
 
 // False when the connection ends.
@@ -72,6 +126,8 @@ bool ServerClient::takeFrame(Frame frame, std::string_view payload) {
       refuse("the first frame has to be a hello");
       return false;
    }
+   constexpr size_t quickBytes = 4096;
+   isAnswerLarge_ = frame != Frame::write || payload.size() > quickBytes;
    Wire::Reader in(payload);
    switch (frame) {
    case Frame::mount: {
@@ -166,6 +222,10 @@ bool ServerClient::takeHello(std::string_view payload) {
       refuse("there is no role of number " + std::to_string(role));
       return false;
    }
+   if (server_.isNameOfAgent(name)) {
+      refuse("an agent of the name " + printable(name) + " is connected");
+      return false;
+   }
    name_ = name;
    role_ = static_cast<Role>(role);
    isWelcome_ = true;
@@ -176,6 +236,18 @@ bool ServerClient::takeHello(std::string_view payload) {
 }
 
 // --- Going out
+
+void ServerClient::account() {
+   server_.outputBytesChanged(accountedBytes_, output_.size());
+   accountedBytes_ = output_.size();
+}
+
+void ServerClient::blockBegins(uint64_t block, size_t bytes) {
+   account();
+   size_t const most = server_.outputBytes() > allOutputLimit ? fillBytes : changesLimit + bonus_;
+   block_ = block;
+   isBehind_ = !pending_.empty() || output_.size() + bytes > most;
+}
 
 void ServerClient::changesBegin() {
    Wire::Writer& out = output_.begin(Frame::changes);
@@ -215,6 +287,13 @@ void ServerClient::fill() {
    hasTaken_ = false;
    if (output_.isOpen())
       changesEnd(server_.sequence());
+   if (output_.size() > outputLimit && !isRefused_) {
+      refuse("it takes nothing in, and " + std::to_string(output_.size()) + " bytes wait for it");
+      isOver_ = true;
+      input_.clear();
+      discardOutput();
+      return;
+   }
    sendLater();
    while (!pending_.empty() && output_.size() < fillBytes) {
       changesBegin();
@@ -225,6 +304,8 @@ void ServerClient::fill() {
       sendLater();
    }
    wasOffered_ = output_.size() > 0;
+   account();
+   goOnIfHeld(); // there may be room for strays again
 }
 
 void ServerClient::forgetDone(uint32_t mount) {
@@ -267,7 +348,7 @@ void ServerClient::mountFailed(uint32_t mount, Status status, std::string_view r
    Wire::Writer& out = begin(Frame::mountFailed);
    out.u32(mount);
    out.u8(static_cast<uint8_t>(status));
-   out.string(reason);
+   out.string(reason.substr(0, maxReasonBytes));
    end();
 }
 
@@ -281,7 +362,7 @@ void ServerClient::reply(uint32_t request, Status status, std::string_view text)
    Wire::Writer& out = begin(Frame::reply);
    out.u32(request);
    out.u8(static_cast<uint8_t>(status));
-   out.string(text);
+   out.string(status == Status::done ? text : text.substr(0, maxReasonBytes));
    end();
 }
 
@@ -291,6 +372,8 @@ void ServerClient::refuse(std::string_view reason) {
    begin(Frame::refused).string(reason);
    end();
    isRefused_ = true;
+   large_ = Large::none;
+   server_.largeFrames().end(*this);
    timer_.timeMinIs(Kem::now() + refusedTimeout);
    server_.refused(*this, reason);
 }

@@ -5,6 +5,10 @@
 // Changes are appended to the buffer while it is below a limit and nothing is pending; else they are marked
 // in the pending tree. So a client that doesn't read costs the buffer and the marks.
 //
+// Frames that come in are worked on while their answers have room in the buffer and it is the client's turn
+// (Turns.h); else they wait, and nothing more is read. So a client that asks and doesn't read costs the buffer
+// and what one `receive` brought. A large frame needs leave to go on (LargeFrames.h).
+//
 // Made and ended by the server.
 #pragma once
 
@@ -18,6 +22,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -34,7 +39,13 @@ class ServerClient {
    static constexpr size_t changesLimit = 4u << 20;
    // A client that takes bytes, or has just come, may have so many more waiting: appending is cheaper than
    // marking. It loses this while it takes nothing.
-   static constexpr size_t readerBonus = 28u << 20;
+   static constexpr size_t readerBonus = 20u << 20;
+   // Bytes that wait for all clients: while there are more, each may have only fillBytes.
+   static constexpr size_t allOutputLimit = 256u << 20;
+   // A client with more ends: it takes nothing, and what is told of its mounts comes whether it does or not.
+   static constexpr size_t outputLimit = 64u << 20;
+   // The longest text of a reply that says why something is refused; the rest is left out.
+   static constexpr size_t maxReasonBytes = 16u << 10;
    // Bytes beyond these at which the client's frames have to wait, because their
    // answers add to what it doesn't read.
    static constexpr size_t answersRoom = 4u << 20;
@@ -48,6 +59,8 @@ class ServerClient {
    struct Peer {
       pid_t pid = 0;
       uid_t uid = 0;
+      // Whether the other end has been closed, though what it sent may not have been read yet. Empty: never.
+      std::function<bool()> hasHungUp = {};
    };
 
    ServerClient(Server& server, uint32_t serial, Peer peer);
@@ -57,6 +70,7 @@ class ServerClient {
 
    // --- For the one that has the socket.
 
+   // Works on the frames that wait, and on those that have come with these bytes.
    void receive(std::string_view bytes);
    // Whether more may be received now.
    bool wantsReading() const;
@@ -67,9 +81,15 @@ class ServerClient {
       output_.consumed(count);
       bonus_ = std::min(bonus_ + count, readerBonus);
       hasTaken_ = true;
+      account();
+      goOnIfHeld();
    }
    // Nobody reads any more.
-   void discardOutput() { output_.clear(); }
+   void discardOutput() {
+      output_.clear();
+      account();
+      goOnIfHeld();
+   }
    bool hasOutput() const { return output_.size() > 0 || !pending_.empty() || !later_.empty(); }
    // It has been refused: close when the output has been sent, or at once when isOver.
    bool isRefused() const { return isRefused_; }
@@ -81,10 +101,13 @@ class ServerClient {
    Peer const& peer() const { return peer_; }
    bool isWelcome() const { return isWelcome_; }
    bool isInFrame() const { return !isRefused_ && input_.partialBytes() > 0; } // one has come in part
+   size_t partialBytes() const { return input_.partialBytes(); }
+   void largeFrameBegins(); // it may go on
    std::string const& name() const { return name_; }
    Role role() const { return role_; }
    std::map<uint32_t, std::unique_ptr<ServerMount>>& mounts() { return mounts_; } // by the client's numbers
    std::map<uint32_t, std::unique_ptr<ServerMount>> const& mounts() const { return mounts_; }
+   size_t mountTextBytes() const; // of the selectors and types of its mounts
    PendingTree& pending() { return pending_; }
    PendingTree const& pending() const { return pending_; }
    size_t pendingBytes() const { return output_.size(); }
@@ -96,10 +119,8 @@ class ServerClient {
 
    // Whether the changes of the block are to be marked; the answer is the same for all of one block.
    bool isBehind(uint64_t block, size_t bytes) {
-      if (block_ != block) {
-         block_ = block;
-         isBehind_ = !pending_.empty() || output_.size() + bytes > changesLimit + bonus_;
-      }
+      if (block_ != block)
+         blockBegins(block, bytes);
       return isBehind_;
    }
    void appendChanges(std::string_view at, std::string_view operations) {
@@ -128,7 +149,8 @@ class ServerClient {
    void refuse(std::string_view reason);
 
   private:
-   // Ends the client when it hasn't said hello, or hasn't taken the reason of its refusal.
+   // Ends the client when it hasn't said hello, hasn't sent the rest of a large frame, or hasn't taken the
+   // reason of its refusal.
    struct Timer final : Kem::Clock::NotifieeConst {
       explicit Timer(ServerClient& owner) : client(owner) {}
       void onTime() override;
@@ -141,8 +163,15 @@ class ServerClient {
       uint32_t number;
    };
 
+   enum class Large : uint8_t { none, waits, goesOn }; // the frame that has come in part
+
+   bool hasRoom() const; // for answers
+   void goOnIfHeld();
+   void followLargeFrame();
    bool takeFrame(Frame frame, std::string_view payload);
    bool takeHello(std::string_view payload);
+   void blockBegins(uint64_t block, size_t bytes);
+   void account();
    void changesBegin();
    void changesEnd(uint64_t sequence, bool isWanted = false);
    Wire::Writer& begin(Frame frame);
@@ -165,6 +194,8 @@ class ServerClient {
    FrameReader input_;
    uint64_t receivedBytes_ = 0;
    uint64_t receivedOperations_ = 0;
+   Large large_ = Large::none;
+   bool isAnswerLarge_ = false; // the frame taken last may have cost much time
 
    // Going out. The only frame that stays open is `changes`.
    FrameBuffer output_;
@@ -179,6 +210,7 @@ class ServerClient {
    std::deque<Later> later_;
    std::vector<uint32_t> drained_; // kept for its memory
    uint64_t sentBytes_ = 0;
+   size_t accountedBytes_ = 0; // of the output, in the server's sum
 };
 
 } // namespace Ordel

@@ -2,6 +2,7 @@
 // everything. The server must keep its promises: it never breaks, the other client stays, and its mirror ends
 // as the tree.
 #include "Kem/Assert.h"
+#include "Kem/Time.h"
 #include "Kem/Trace.h"
 #include "Ordel/server/Server.h"
 #include "Ordel/store/TestRecords.h"
@@ -43,6 +44,7 @@ void sendMount(Ordel::ServerClient& client, std::string_view selector) {
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
    Kem::traceSettingIs("*/-");
+   Kem::VirtualTime const time; // so that no frame waits because others have taken long
    Ordel::Server server(std::make_unique<Ordel::Tree>(schema(), 1), "switch1");
    Ordel::ServerClient& other = server.connect({});
    sendHello(other, "other");

@@ -3,7 +3,7 @@
 #include "Kem/Activity.h"
 #include "Kem/Time.h"
 #include "Kem/Trace.h"
-#include "Ordel/server/TestClient.h"
+#include "Ordel/server/TestServer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,30 +22,6 @@ using Ordel::Tree;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-struct ServerTest : testing::Test {
-   ServerTest() { Kem::traceSettingIs("*/-"); }
-
-   Kem::VirtualTime time;
-   std::string snapshotError;
-   int snapshotCount = 0;
-   Server server{std::make_unique<Tree>(schema(), 1), "switch1", [this] {
-                    ++snapshotCount;
-                    return snapshotError;
-                 }};
-   uint32_t const config = server.tree().find("config")->node();
-   uint32_t const dir = server.tree().find("input/dir")->node();
-
-   Step vlan(uint16_t id) const { return {Config::vlanConfig, u16Bytes(id)}; }
-   static Block putNamed(uint32_t node, std::string_view name, bool value) {
-      Block block;
-      block.at(node).put(Config::named, stringBytes(name), value ? "\1"sv : "\0"sv);
-      return block;
-   }
-   void verifyMirrored(TestClient const& client, std::string_view path) {
-      EXPECT_EQ(mirrored(client, path), standing(server, path));
-   }
-};
 
 // --- Handshake
 
@@ -164,12 +140,12 @@ struct MalformedTest : ServerTest {
 
 TEST_F(MalformedTest, emptyFrame) {
    client.sendRaw("\0\0\0\0"sv);
-   verifyEnded("a frame is empty or larger than the limit of 67108864 bytes");
+   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, frameOverTheLimit) {
-   client.sendRaw("\x01\0\0\x04"sv);
-   verifyEnded("a frame is empty or larger than the limit of 67108864 bytes");
+   client.sendRaw("\x01\0\0\x02"sv);
+   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, unknownType) {
@@ -1058,114 +1034,6 @@ TEST_F(SlowTest, disconnectingWhileBehindIsFine) {
    server.disconnect(*std::exchange(slow.link, nullptr));
    writer.write(putNamed(config, "a", true));
    EXPECT_EQ(server.clients().size(), 1u);
-}
-
-// --- Settling
-
-struct SettleTest : ServerTest {
-   TestClient asking{server, "asking"};
-   TestClient agent{server, "Vorn", Role::agent};
-   TestClient other{server, "Other", Role::agent};
-
-   static void answer(TestClient& client) {
-      client.take();
-      for (uint32_t const probe : std::exchange(client.probes, {}))
-         client.request(Frame::settled, probe);
-   }
-   bool isAnswered() {
-      asking.take();
-      return asking.replies.count(1) > 0;
-   }
-};
-
-TEST_F(SettleTest, isDoneWhenAllAgentsHaveAnswered) {
-   asking.settle(1);
-   answer(agent);
-   EXPECT_FALSE(isAnswered());
-   answer(other);
-   EXPECT_TRUE(isAnswered());
-   EXPECT_EQ(asking.replies[1].status, Status::done);
-}
-
-TEST_F(SettleTest, isDoneAtOnceWithoutAgents) {
-   server.disconnect(*std::exchange(agent.link, nullptr));
-   server.disconnect(*std::exchange(other.link, nullptr));
-   asking.settle(1);
-   EXPECT_TRUE(isAnswered());
-   EXPECT_EQ(asking.replies[1].status, Status::done);
-}
-
-TEST_F(SettleTest, toolsAreNotAsked) {
-   asking.settle(1);
-   asking.take();
-   EXPECT_THAT(asking.probes, IsEmpty());
-}
-
-TEST_F(SettleTest, writeDuringARoundMakesAnotherRound) {
-   asking.settle(1);
-   answer(agent);
-   other.write(putNamed(config, "a", true));
-   answer(other);
-   EXPECT_FALSE(isAnswered());
-   answer(agent);
-   answer(other);
-   EXPECT_TRUE(isAnswered());
-}
-
-TEST_F(SettleTest, writeThatChangesNothingDoesNot) {
-   other.write(putNamed(config, "a", true));
-   asking.settle(1);
-   other.write(putNamed(config, "a", true));
-   answer(agent);
-   answer(other);
-   EXPECT_TRUE(isAnswered());
-}
-
-TEST_F(SettleTest, probeComesBehindWhatWasPublished) {
-   agent.mount(1, "config");
-   agent.take();
-   std::string const large(1'000'000, 'x');
-   for (int i = 0; i < 40 && agent.link->pending().empty(); ++i)
-      asking.write(Block().at(config).set(Config::text, stringBytes(large + std::to_string(i))));
-   asking.settle(1);
-   EXPECT_FALSE(agent.link->pending().empty());
-   agent.take(3u << 20);
-   EXPECT_THAT(agent.probes, IsEmpty());
-   agent.take();
-   EXPECT_EQ(agent.probes.size(), 1u);
-   verifyMirrored(agent, "config");
-}
-
-TEST_F(SettleTest, agentThatGoesIsNotWaitedFor) {
-   asking.settle(1);
-   answer(agent);
-   server.disconnect(*std::exchange(other.link, nullptr));
-   EXPECT_TRUE(isAnswered());
-   EXPECT_EQ(asking.replies[1].status, Status::done);
-}
-
-TEST_F(SettleTest, timeLimitNamesWhoHasNotSettled) {
-   asking.settle(1, 500);
-   answer(agent);
-   Kem::activityManager()->advance(0.4);
-   EXPECT_FALSE(isAnswered());
-   Kem::activityManager()->advance(0.2);
-   EXPECT_TRUE(isAnswered());
-   EXPECT_EQ(asking.replies[1].status, Status::absent);
-   EXPECT_EQ(asking.replies[1].text, "not settled: Other (pid 1000, uid 0)");
-   answer(other); // too late
-   EXPECT_FALSE(other.link->isRefused());
-}
-
-TEST_F(SettleTest, askingClientMayGo) {
-   {
-      TestClient brief(server, "brief");
-      brief.settle(1, 1000);
-   }
-   answer(agent);
-   answer(other);
-   Kem::activityManager()->advance(2);
-   EXPECT_FALSE(agent.link->isRefused());
 }
 
 // --- Other requests

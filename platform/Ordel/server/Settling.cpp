@@ -4,74 +4,89 @@
 #include "Ordel/server/Server.h"
 
 #include <algorithm>
-#include <string>
 
 namespace Ordel {
 
 void Settling::begin(ServerClient& client, uint32_t request, uint32_t milliseconds) {
-   Question& question = questions_.emplace_back(*this, client, request);
+   std::list<Question>& ofClient = questions_[&client];
+   if (ofClient.size() >= maxQuestionsPerClient) {
+      client.reply(request, Status::refused,
+                   "more than " + std::to_string(maxQuestionsPerClient) + " open questions");
+      return;
+   }
+   Question& question = ofClient.emplace_back(*this, client, request);
    if (milliseconds > 0) {
       question.notifierIs(Kem::ActivityFacility::clock());
       question.timeMinIs(Kem::now() + milliseconds / 1000.0);
    }
-   beginRound(question);
+   if (!isRoundOpen())
+      beginRound();
 }
 
-void Settling::beginRound(Question& question) {
-   question.probe = ++lastProbe_;
-   question.blockCount = server_.blockCount();
-   question.waiting.clear();
+std::vector<ServerClient*> Settling::agents() const {
+   std::vector<ServerClient*> agents;
    for (auto const& client : server_.clients())
-      if (client->isWelcome() && !client->isRefused() && client->role() == Role::agent) {
-         question.waiting.push_back(client.get());
-         client->probe(question.probe);
-      }
-   endRoundIfAnswered(question);
+      if (client->isWelcome() && !client->isRefused() && client->role() == Role::agent)
+         agents.push_back(client.get());
+   return agents;
 }
 
-void Settling::endRoundIfAnswered(Question& question) {
-   if (!question.waiting.empty())
-      return;
-   bool const hasAgents =
-       std::any_of(server_.clients().begin(), server_.clients().end(), [](auto const& client) {
-          return client->isWelcome() && !client->isRefused() && client->role() == Role::agent;
-       });
-   if (hasAgents && server_.blockCount() != question.blockCount) {
-      beginRound(question);
-      return;
+void Settling::beginRound() {
+   ++probe_;
+   blockCount_ = server_.blockCount();
+   for (auto& [client, ofClient] : questions_)
+      for (Question& question : ofClient)
+         question.isInRound = true;
+   for (ServerClient* const agent : agents()) {
+      waiting_.insert(agent);
+      agent->probe(probe_);
    }
-   question.client.reply(question.request, Status::done, "");
-   remove(question);
+   endRoundIfAnswered();
+}
+
+void Settling::endRoundIfAnswered() {
+   if (isRoundOpen())
+      return;
+   if (server_.blockCount() == blockCount_ || agents().empty())
+      answerRound();
+   if (!questions_.empty())
+      beginRound();
+}
+
+void Settling::answerRound() {
+   for (auto& [client, ofClient] : questions_)
+      ofClient.remove_if([](Question& question) {
+         if (question.isInRound)
+            question.client.reply(question.request, Status::done, "");
+         return question.isInRound;
+      });
+   std::erase_if(questions_, [](auto const& item) { return item.second.empty(); });
 }
 
 void Settling::settled(ServerClient const& client, uint32_t probe) {
-   auto const at = std::find_if(questions_.begin(), questions_.end(),
-                                [&](Question const& question) { return question.probe == probe; });
-   if (at == questions_.end())
-      return; // answered by then
-   if (std::erase(at->waiting, &client) > 0)
-      endRoundIfAnswered(*at);
+   if (probe == probe_ && waiting_.erase(&client) > 0)
+      endRoundIfAnswered();
 }
 
 void Settling::clientGone(ServerClient const& client) {
-   questions_.remove_if([&](Question const& question) { return &question.client == &client; });
-   for (auto at = questions_.begin(); at != questions_.end();) {
-      Question& question = *at++; // it may be removed
-      if (std::erase(question.waiting, &client) > 0)
-         endRoundIfAnswered(question);
-   }
+   questions_.erase(&client);
+   if (waiting_.erase(&client) > 0)
+      endRoundIfAnswered();
 }
 
 void Settling::timeOut(Question& question) {
+   std::vector<std::string> labels;
+   for (ServerClient const* const agent : waiting_)
+      labels.push_back(agent->label());
+   std::sort(labels.begin(), labels.end());
    std::string names;
-   for (ServerClient const* const client : question.waiting)
-      names += (names.empty() ? "" : ", ") + client->label();
+   for (std::string const& label : labels)
+      names += (names.empty() ? "" : ", ") + label;
    question.client.reply(question.request, Status::absent, "not settled: " + names);
-   remove(question);
-}
-
-void Settling::remove(Question& question) {
-   questions_.remove_if([&](Question const& other) { return &other == &question; });
+   auto const at = questions_.find(&question.client);
+   at->second.remove_if([&](Question const& other) { return &other == &question; });
+   if (at->second.empty())
+      questions_.erase(at);
 }
 
 } // namespace Ordel

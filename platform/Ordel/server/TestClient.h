@@ -135,6 +135,7 @@ class TestClient {
    Wire::Writer& begin(Ordel::Frame frame) { return output_.begin(frame); }
    void send() {
       output_.end();
+      server.answersAreSent(); // another turn
       link->receive(output_.view());
       output_.clear();
    }

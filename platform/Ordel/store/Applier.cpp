@@ -50,6 +50,7 @@ void Applier::run(std::string_view operations) {
    UndoLog::clearBuffer(nodes_);
    UndoLog::clearBuffer(isNew_);
    target_ = {};
+   creationCount_ = 0;
    isGroupOpen_ = false;
    runBegin_ = nullptr;
    blockBegin_ = operations.data();
@@ -105,14 +106,13 @@ void Applier::readAt(Wire::Reader& in) {
       target_.layout = &Store::layout(*target_.entity);
    } else {
       EntityType const* const former = store_.formerType(number);
-      std::string const text = "node " + std::to_string(number);
-      if (!former) {
-         refuse(text,
-                number < store_.nextNode ? "was erased long ago" : "there never was one of this number");
+      target_.place = "node " + std::to_string(number);
+      if (!former && (number == 0 || number >= store_.nextNode || store_.isMirror)) {
+         refuse(target_.place, "there never was one of this number");
          return;
       }
-      target_.place = text;
-      target_.layout = &store_.layout(*former);
+      target_.isUnknown = !former; // erased so long ago that its type is forgotten
+      target_.layout = former ? &store_.layout(*former) : nullptr;
    }
    if (steps > maxStepCount) {
       refuse(place(), "more than " + std::to_string(maxStepCount) + " steps below a node");
@@ -121,7 +121,7 @@ void Applier::readAt(Wire::Reader& in) {
    for (unsigned i = 0; i < steps; ++i)
       if (!stepInto(in))
          return;
-   if (!target_.entity)
+   if (!target_.entity && !target_.isUnknown)
       notThere(target_.place);
 }
 

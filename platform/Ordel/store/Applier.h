@@ -70,6 +70,7 @@ class Applier {
    bool isLoading_ = false;
 
    // Of the block.
+   size_t creationCount_ = 0;
    char const* blockBegin_ = nullptr;
    Target target_;
 

@@ -201,8 +201,13 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
       return;
    }
    bool const getsNumber = isInDirectory && node == 0 && !store_.isMirror;
-   if (getsNumber && store_.nextNode == UINT32_MAX) {
-      refuse(place(slot, &key), "the database has no number left for it");
+   if (getsNumber && store_.nextNode == Store::noMoreNodes) {
+      refuse(place(slot, &key), "the database has given all numbers of nodes");
+      return;
+   }
+   if (!isLoading_ && !store_.isMirror && ++creationCount_ > maxCreationsPerWrite) {
+      refuse(place(slot, &key),
+             "more than " + std::to_string(maxCreationsPerWrite) + " entities are created in one write");
       return;
    }
    if (standing)

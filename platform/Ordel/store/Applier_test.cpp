@@ -157,35 +157,6 @@ TEST_F(ApplierTest, lateOperationIsReadOverByTheTypeThatStoodThere) {
    EXPECT_TRUE(strict.bytes.empty()) << "a strict block is refused as a whole";
 }
 
-TEST_F(ApplierTest, numbersOfNodesNeverComeRoundAgain) {
-   store.nextNode = UINT32_MAX - 1;
-   Block block;
-   block.at(node("dir")).createNode("last", configType);
-   EXPECT_TRUE(apply(block).isDone());
-   Applied const& applied = apply(Block().at(node("dir")).createNode("beyond", configType));
-   EXPECT_EQ(applied.error, "dir/beyond: the database has no number left for it");
-   EXPECT_EQ(store.nextNode, UINT32_MAX);
-   EXPECT_TRUE(apply(Block().at(node("a")).create(Config::group, stringBytes("g"), groupType)).isDone())
-       << "what is no node needs none";
-}
-
-TEST_F(ApplierTest, onlyTheLastErasedNodesAreRemembered) {
-   uint32_t const first = store.nextNode;
-   auto const comeAndGo = [&] {
-      apply(Block().at(node("dir")).createNode("x", configType).erase(0, stringBytes("x")));
-   };
-   comeAndGo();
-   Block late;
-   late.at(first).set(Config::count, u32Bytes(1));
-   EXPECT_TRUE(apply(late).isDone());
-   for (size_t i = 0; i < Store::maxFormerNodes; ++i)
-      comeAndGo();
-   EXPECT_EQ(apply(late).error, "node " + std::to_string(first) + ": was erased long ago");
-   Block lessLate;
-   lessLate.at(first + 1).set(Config::count, u32Bytes(1));
-   EXPECT_TRUE(apply(lessLate).isDone());
-}
-
 TEST_F(ApplierTest, bytesThatAreNoOperationsAreMalformed) {
    std::string const cut(Block().at(node("a")).set(Config::count, u32Bytes(7)).view().substr(0, 9));
    Applied const& applied = applier.apply(cut, 0);

@@ -72,11 +72,10 @@ bool writeAll(int fd, std::string_view bytes) {
    return true;
 }
 
+// Fills the bytes; a file that has become shorter meanwhile gives fewer.
 bool readAll(int fd, std::string& bytes) {
    size_t size = 0;
-   for (;;) {
-      if (size == bytes.size())
-         bytes.resize(size + (1u << 16));
+   while (size < bytes.size()) {
       ssize_t const count = ::read(fd, bytes.data() + size, bytes.size() - size);
       if (count < 0 && errno == EINTR)
          continue;
@@ -99,7 +98,9 @@ std::string directoryOf(std::string const& file) {
 
 bool writeBeside(std::string const& file, std::string const& beside, std::string_view image,
                  std::string& error) {
-   File out(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0640);
+   unlink(
+       beside.c_str()); // whatever it is: what a run that was killed left, or a pipe that would be waited for
+   File out(beside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0640);
    if (!out.isOpen())
       return failed(beside, "can't be created", error);
    if (!writeAll(out.fd(), image))
@@ -207,13 +208,27 @@ bool Snapshot::write(Tree const& tree, std::string const& file, std::string& err
 
 std::unique_ptr<Tree> Snapshot::read(Records::Schema const& schema, std::string const& file,
                                      std::string& error, bool& isAbsent) {
-   File in(file, O_RDONLY);
+   File in(file, O_RDONLY | O_NONBLOCK | O_NOCTTY); // opening a pipe would wait for its writer
    isAbsent = !in.isOpen() && errno == ENOENT;
    if (!in.isOpen()) {
       failed(file, "can't be opened", error);
       return nullptr;
    }
-   std::string image;
+   struct stat status;
+   if (fstat(in.fd(), &status) != 0) {
+      failed(file, "can't be read", error);
+      return nullptr;
+   }
+   if (!S_ISREG(status.st_mode)) {
+      error = file + ": is no regular file";
+      return nullptr;
+   }
+   if (static_cast<size_t>(status.st_size) > maxFileBytes) {
+      error = file + ": has " + std::to_string(status.st_size) + " bytes, more than the " +
+              std::to_string(maxFileBytes) + " that are read";
+      return nullptr;
+   }
+   std::string image(static_cast<size_t>(status.st_size), '\0');
    if (!readAll(in.fd(), image)) {
       failed(file, "can't be read", error);
       return nullptr;

@@ -17,6 +17,8 @@ namespace Ordel {
 
 class Snapshot {
   public:
+   static constexpr size_t maxFileBytes = size_t{1} << 30; // a larger file isn't read
+
    static void encode(Tree const& tree, Wire::Writer& out);
    // Null with the reason in `error` when the image is not a whole and undamaged one of this schema.
    static std::unique_ptr<Tree> decode(Records::Schema const& schema, std::string_view image,
@@ -25,8 +27,8 @@ class Snapshot {
    // Writes beside the file and renames. False with file and reason in `error`:
    // the old file is then untouched.
    static bool write(Tree const& tree, std::string const& file, std::string& error);
-   // Null with file and reason in `error`; `isAbsent` tells that there is no
-   // such file. Never changes the file.
+   // Null with file and reason in `error`, also for what is no regular file or too large; `isAbsent` tells that
+   // there is no such file. Never changes the file, never waits for one.
    static std::unique_ptr<Tree> read(Records::Schema const& schema, std::string const& file,
                                      std::string& error, bool& isAbsent);
 };

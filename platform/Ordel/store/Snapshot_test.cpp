@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -153,6 +154,51 @@ TEST_F(SnapshotTest, saysWhatDoesNotFit) {
                HasSubstr("the number of a node is given by the database"));
 }
 
+// The number of the next node stands behind magic, version and fingerprint.
+TEST_F(SnapshotTest, numbersOfNodesThatAreUsedUpAreNotGivenAgain) {
+   std::string bytes = image();
+   bytes.replace(20, 4, u32Bytes(UINT32_MAX - 1));
+   bytes.resize(bytes.size() - 4);
+   bytes += u32Bytes(Ordel::crc32c(bytes));
+   auto const last = Snapshot::decode(schema(), bytes, error);
+   ASSERT_TRUE(last) << error;
+   uint32_t const dir = last->find("input/dir")->node();
+   ASSERT_TRUE(last->apply(Block().at(dir).createNode("one", configType)).isDone());
+   EXPECT_EQ(last->find("input/dir/one")->node(), UINT32_MAX - 1);
+   std::string const before = dump(*last);
+   Ordel::Applied const& applied = last->apply(Block().at(dir).createNode("two", configType));
+   EXPECT_EQ(applied.status, Ordel::Status::refused);
+   EXPECT_EQ(applied.error, "input/dir/two: the database has given all numbers of nodes");
+   EXPECT_EQ(dump(*last), before);
+   // What has no number is made as before.
+   EXPECT_TRUE(last->apply(Block()
+                               .at(last->find("input/dir/one")->node())
+                               .create(Config::vlanConfig, u16Bytes(10), wideVlanType))
+                   .isDone());
+}
+
+TEST_F(SnapshotTest, whatIsNoRegularFileIsRefused) {
+   ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+   EXPECT_FALSE(Snapshot::read(schema(), file, error, isAbsent));
+   EXPECT_EQ(error, file + ": is no regular file");
+   EXPECT_FALSE(isAbsent);
+   EXPECT_FALSE(Snapshot::read(schema(), "/dev/zero", error, isAbsent));
+   EXPECT_EQ(error, "/dev/zero: is no regular file");
+}
+
+TEST_F(SnapshotTest, fileThatIsTooLargeIsRefusedUnread) {
+   std::ofstream(file) << "ORDLSNAP";
+   std::filesystem::resize_file(file, Snapshot::maxFileBytes + 1); // a hole
+   EXPECT_FALSE(Snapshot::read(schema(), file, error, isAbsent));
+   EXPECT_EQ(error, file + ": has 1073741825 bytes, more than the 1073741824 that are read");
+}
+
+TEST_F(SnapshotTest, pipeThatStandsInTheWayOfWritingIsReplaced) {
+   ASSERT_EQ(mkfifo((file + ".new").c_str(), 0600), 0);
+   EXPECT_TRUE(Snapshot::write(tree, file, error)) << error;
+   EXPECT_TRUE(Snapshot::read(schema(), file, error, isAbsent)) << error;
+}
+
 TEST_F(SnapshotTest, writesAndReadsAFile) {
    ASSERT_TRUE(Snapshot::write(tree, file, error)) << error;
    auto const again = Snapshot::read(schema(), file, error, isAbsent);
@@ -168,7 +214,7 @@ TEST_F(SnapshotTest, namesTheFileThatIsNotThere) {
    EXPECT_EQ(error, file + ": can't be opened: No such file or directory");
    EXPECT_EQ(Snapshot::read(schema(), folder.string(), error, isAbsent), nullptr);
    EXPECT_FALSE(isAbsent);
-   EXPECT_EQ(error, folder.string() + ": can't be read: Is a directory");
+   EXPECT_EQ(error, folder.string() + ": is no regular file");
    EXPECT_FALSE(Snapshot::write(tree, file + "/no/such", error));
    EXPECT_THAT(error, HasSubstr("can't be created: No such file or directory"));
 }

@@ -20,11 +20,6 @@ std::string nameBytes(std::string_view name) {
    return std::string(out.view());
 }
 
-std::string formerKey(uint32_t directory, std::string_view name) {
-   std::string key(reinterpret_cast<char const*>(&directory), 4);
-   return key.append(name);
-}
-
 } // namespace
 
 std::string_view Entity::name() const {
@@ -155,7 +150,7 @@ void Store::numberIs(Entity& entity, uint32_t node) {
    entity.node_ = node;
    nodes_[node] = &entity;
    if (node >= nextNode)
-      nextNode = node + 1;
+      nextNode = node < noMoreNodes ? node + 1 : noMoreNodes;
 }
 
 void Store::takeOut(Entity& entity) {
@@ -264,25 +259,18 @@ Entity* Store::reach(std::string_view path, std::string_view& rest) const {
 }
 
 void Store::remember(Entity const& entity) {
-   if (!entity.isNode() || !entity.parent_)
-      return;
-   if (entity.node_ && formerTypes_.insert_or_assign(entity.node_, entity.type_->id).second)
-      formerNodes_.push_back(entity.node_);
-   for (; formerNodes_.size() > maxFormerNodes; formerNodes_.pop_front())
-      formerTypes_.erase(formerNodes_.front());
-   if (formerNames_.size() >= maxFormerNames)
-      formerNames_.clear();
-   formerNames_[formerKey(entity.parent_->node_, entity.name())] = entity.type_->id;
+   if (entity.isNode() && entity.parent_)
+      former_.add(entity.node_, entity.parent_->node_, entity.name(), entity.type_->id);
 }
 
 EntityType const* Store::formerType(uint32_t node) const {
-   auto const found = formerTypes_.find(node);
-   return found == formerTypes_.end() ? nullptr : &schema.entities[found->second];
+   auto const type = former_.type(node);
+   return type ? &schema.entities[*type] : nullptr;
 }
 
 EntityType const* Store::formerType(uint32_t directory, std::string_view name) const {
-   auto const found = formerNames_.find(formerKey(directory, name));
-   return found == formerNames_.end() ? nullptr : &schema.entities[found->second];
+   auto const type = former_.type(directory, name);
+   return type ? &schema.entities[*type] : nullptr;
 }
 
 std::string Store::path(Entity const& entity) {

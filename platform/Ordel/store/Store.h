@@ -7,6 +7,7 @@
 #pragma once
 
 #include "Ordel/store/Entity.h"
+#include "Ordel/store/FormerNodes.h"
 #include "Ordel/store/Layout.h"
 #include "Ordel/store/Tree.h"
 
@@ -26,7 +27,8 @@ class Store {
    Store(Store const&) = delete;
    Store& operator=(Store const&) = delete;
 
-   static constexpr unsigned dirEntities = 0; // the attribute of a directory that holds its entities
+   static constexpr uint32_t noMoreNodes = UINT32_MAX; // of nextNode: all numbers have been given
+   static constexpr unsigned dirEntities = 0;          // the attribute of a directory that holds its entities
 
    Records::Schema const& schema;
    bool isMirror;
@@ -106,10 +108,7 @@ class Store {
    // The node at the path, or the deepest one on the way with what is left of the path in `rest`.
    Entity* reach(std::string_view path, std::string_view& rest) const;
    Entity* reachStep(Entity const& directory, std::string_view name) const;
-   // Types of nodes that were erased, by number and by place, so that late operations on them can still be read.
-   // Of the last maxFormerNodes: what comes later than that is refused.
-   static constexpr size_t maxFormerNodes = 100000;
-   void remember(Entity const& node);
+   void remember(Entity const& node); // its type, because it is erased
    Records::EntityType const* formerType(uint32_t node) const;
    Records::EntityType const* formerType(uint32_t directory, std::string_view name) const;
 
@@ -149,15 +148,11 @@ class Store {
    Entity* allocate(Layout const& layout);
    static void fillKeyAttribute(Entity& entity);
 
-   static constexpr size_t maxFormerNames = 100000; // beyond, all are forgotten
-
    Codecs codecs_;
    std::unordered_set<std::string_view> places_, cellPlaces_; // paths of the schema's
    std::vector<Layout> layouts_;                              // by type
    std::unordered_map<uint32_t, Entity*> nodes_;
-   std::unordered_map<uint32_t, uint16_t> formerTypes_;
-   std::deque<uint32_t> formerNodes_;                      // those in formerTypes_, the oldest first
-   std::unordered_map<std::string, uint16_t> formerNames_; // directory's number and name
+   FormerNodes former_;
    std::vector<Entity*> graveyard_;
 };
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Ordel {
 
@@ -77,11 +78,25 @@ class FrameReader {
    // what is left is then lost. False when a frame is empty or larger than the limit.
    template <class Take>
    bool read(std::string_view bytes, Take const& take) {
+      return read(
+          bytes, [] { return true; }, take);
+   }
+   // The same, but asks `wants()` before each frame. Once it says no, this frame and what follows it are held
+   // for the next call, which may come without new bytes.
+   template <class Wants, class Take>
+   bool read(std::string_view bytes, Wants const& wants, Take const& take) {
+      if (isHeld_) {
+         std::string const held = std::exchange(partial_, {}).append(bytes);
+         isHeld_ = false;
+         return cut(held, wants, take);
+      }
       while (!partial_.empty()) {
          size_t const wanted = partial_.size() < sizeof(uint32_t) ? frameHeaderBytes : wholeBytes(partial_);
          if (wanted == 0)
             return false;
          if (partial_.size() < wanted && !bytes.empty()) {
+            if (partial_.size() > reservedBeyond)
+               partial_.reserve(wanted); // once, and memory only as it is filled
             size_t const count = std::min(wanted - partial_.size(), bytes.size());
             partial_.append(bytes.substr(0, count));
             bytes.remove_prefix(count);
@@ -89,17 +104,41 @@ class FrameReader {
          }
          if (partial_.size() < wanted)
             return true;
-         std::string const frame = std::move(partial_);
-         partial_.clear();
+         if (!wants()) {
+            partial_.append(bytes);
+            isHeld_ = true;
+            return true;
+         }
+         std::string const frame = std::exchange(partial_, {});
          if (!take(type(frame), std::string_view(frame).substr(frameHeaderBytes)))
             return true;
       }
+      return cut(bytes, wants, take);
+   }
+   void clear() {
+      partial_ = std::string();
+      isHeld_ = false;
+   }
+   // Whole frames wait because they were not wanted.
+   bool isHeld() const { return isHeld_; }
+   // Bytes of a frame that hasn't come whole.
+   size_t partialBytes() const { return isHeld_ ? 0 : partial_.size(); }
+
+  private:
+   static constexpr size_t reservedBeyond = 64u << 10;
+
+   template <class Wants, class Take>
+   bool cut(std::string_view bytes, Wants const& wants, Take const& take) {
       while (bytes.size() >= sizeof(uint32_t)) {
          size_t const whole = wholeBytes(bytes);
          if (whole == 0)
             return false;
          if (whole > bytes.size())
             break;
+         if (!wants()) {
+            isHeld_ = true;
+            break;
+         }
          std::string_view const frame = bytes.substr(0, whole);
          bytes.remove_prefix(whole);
          if (!take(type(frame), frame.substr(frameHeaderBytes)))
@@ -108,11 +147,6 @@ class FrameReader {
       partial_ = bytes;
       return true;
    }
-   void clear() { partial_ = std::string(); }
-   // Bytes of a frame that hasn't come whole.
-   size_t partialBytes() const { return partial_.size(); }
-
-  private:
    static Frame type(std::string_view frame) { return static_cast<Frame>(frame[sizeof(uint32_t)]); }
    // Of the frame that begins there; 0 when its size can't be right.
    size_t wholeBytes(std::string_view bytes) const {
@@ -123,6 +157,7 @@ class FrameReader {
 
    size_t limit_ = maxFrameBytes;
    std::string partial_;
+   bool isHeld_ = false; // partial_ has at least one whole frame
 };
 
 } // namespace Ordel

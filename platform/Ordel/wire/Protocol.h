@@ -53,7 +53,7 @@ inline constexpr uint32_t protocolMagic = 0x4c44524f; // "ORDL"
 inline constexpr uint16_t protocolVersion = 1;
 
 inline constexpr size_t frameHeaderBytes = 5;      // size and type
-inline constexpr size_t maxFrameBytes = 64u << 20; // a larger one ends the connection
+inline constexpr size_t maxFrameBytes = 32u << 20; // a larger one ends the connection
 inline constexpr size_t maxHelloBytes = 512;       // before the handshake
 inline constexpr size_t maxNameBytes = 255;        // of an entity in a directory, of a client
 inline constexpr size_t maxStringBytes = 1u << 20; // of one value
@@ -61,7 +61,10 @@ inline constexpr size_t maxPathDepth = 16;         // of directories below one a
 inline constexpr size_t maxStepCount = 8;          // of one `at`
 inline constexpr size_t maxSelectorBytes = 4096;
 inline constexpr size_t maxMountsPerClient = 4096;
+inline constexpr size_t maxMountTextPerClient = 1u << 20; // bytes of the selectors and types of its mounts
+inline constexpr size_t maxCreationsPerWrite = 1u << 18;  // entities
 inline constexpr size_t maxClients = 1024;
+inline constexpr size_t maxQuestionsPerClient = 16; // `settle` that wait for their replies
 
 enum class Frame : uint8_t {
    hello = 1,

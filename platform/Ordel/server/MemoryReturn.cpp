@@ -1,0 +1,26 @@
+#include "Ordel/server/MemoryReturn.h"
+
+#include "Kem/Activity.h"
+
+#include <malloc.h>
+
+namespace Ordel {
+
+MemoryReturn::MemoryReturn(Tree& tree) : tree_(tree) {
+   timer_.notifierIs(Kem::ActivityFacility::clock());
+}
+
+void MemoryReturn::freed(size_t bytes) {
+   freedBytes_ += bytes;
+   if (freedBytes_ >= muchBytes && timer_.timeMin() == Kem::never)
+      timer_.timeMinIs(Kem::now() + delay);
+}
+
+void MemoryReturn::giveBack() {
+   freedBytes_ = 0;
+   ++count_;
+   tree_.apply({}); // what the last write displaced goes with the next one
+   malloc_trim(0);
+}
+
+} // namespace Ordel
