@@ -36,7 +36,7 @@ static_assert(HasLabelIs<Box>, "what is only initially given can be changed");
 static_assert(std::is_final_v<Store> && !std::is_final_v<Place>);
 static_assert(!std::is_constructible_v<Box, Level> && !std::is_copy_constructible_v<Box>);
 static_assert(std::is_same_v<Box::Label, Label>, "a record has a second name beside its attribute");
-static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 15);
+static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 16);
 static_assert(sizeof(Level) == 2 && sizeof(Percent) == 1 && std::is_trivially_copyable_v<Level>);
 
 Label someLabel() {
@@ -108,6 +108,18 @@ TEST(RecordTest, computedNumberFollowsItsAttributeDownToZero) {
    EXPECT_EQ(box->unexplained(), 0u);
    box->takenIs(10);
    EXPECT_EQ(box->unexplained(), 7u);
+}
+
+TEST(RecordTest, attributeThatIsOverruledReadsAsFalseAndKeepsItsValue) {
+   auto const store = Store::make("hall");
+   store->materialIs(Material::wood);
+   EXPECT_TRUE(store->selling());
+   store->materialIs(Material::steel);
+   EXPECT_FALSE(store->selling());
+   store->materialIs(Material::wood);
+   EXPECT_TRUE(store->selling());
+   store->sellingIs(false);
+   EXPECT_FALSE(store->selling());
 }
 
 TEST(RecordTest, localObjectIsHeldAndToldToNobody) {
