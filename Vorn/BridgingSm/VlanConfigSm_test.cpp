@@ -436,6 +436,21 @@ TEST_F(VlanConfigSmTest, configuredInterfaceComesBeforeADynamicOne) {
    EXPECT_EQ(bridge.membership(10, "Cpu"), "");
 }
 
+TEST_F(VlanConfigSmTest, interfaceThatIsShutDownByConfigurationIsDisabled) {
+   bridge.vlan(10);
+   bridge.vlanIntf(10)->enabledStateLocalIs(TestBridge::shutDown);
+   bridge.start();
+   EXPECT_EQ(bridge.membership(10, "Cpu"), "");
+   bridge.vlanIntf(10)->enabledStateLocalIs(TestBridge::switchedOn);
+   bridge.vlan(10)->trunkGroupIs("a", true); // a pass
+   bridge.run();
+   EXPECT_EQ(bridge.membership(10, "Cpu"), "tagged");
+   bridge.vlanIntf(10)->enabledStateLocalIs(TestBridge::shutDown);
+   bridge.vlan(10)->trunkGroupIs("b", true);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(10, "Cpu"), "");
+}
+
 TEST_F(VlanConfigSmTest, suspendedVlanHasNoCpu) {
    bridge.vlan(10)->adminStateIs(VlanAdminState::suspended);
    bridge.vlanIntf(10);

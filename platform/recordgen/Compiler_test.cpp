@@ -240,6 +240,19 @@ TEST(CompilerTest, computedNumbersComeFromOneOfTheirType) {
                "7:13: every record has something named `parent`");
 }
 
+TEST(CompilerTest, onlyABoolIsOverruledAndByAnEnumeratorOnly) {
+   std::string const e =
+       "namespace N;\n/// T.\nenum T : u8 {\n   one = 1;\n}\n/// E.\nentity E {\n   /// A.\n   a : T;\n"
+       "   /// B.\n   b : ";
+   expectError(e + "bool unless c = one;\n}\n", "11:20: `E` has no attribute `c`");
+   expectError(e + "u8 unless a = one;\n}\n", "11:4: only a bool can be overruled by another attribute");
+   expectError(e + "bool unless b = one;\n}\n", "11:20: an attribute of one enumerator is expected");
+   expectError(e + "bool unless a;\n}\n", "11:21: expected `=`, found `;`");
+   expectError(e + "bool unless a = two;\n}\n", "11:24: bad default: `two` is none of `N::T`");
+   EXPECT_THAT(document(compile(e + "bool = true unless a = one;\n}\n").model),
+               HasSubstr("| `b` | `bool` | `true` |  | B. Reads as false while `a` is `one`. |"));
+}
+
 TEST(CompilerTest, localObjectsHaveNamesOfTheirOwn) {
    expectError(attribute("a : u32;\n   /// B.\n   local b : u32;"), "7:12: expected `;`, found `:`");
    expectError(attribute("a : u32;\n   /// B.\n   local a;"), "7:10: `a` is declared twice");

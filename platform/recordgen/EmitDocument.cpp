@@ -1,5 +1,6 @@
 // docs/records.md: the reference of all records, for readers of the tree and for writers of agents.
 #include "Emit.h"
+#include "EntityWords.h"
 #include "Values.h"
 
 #include <set>
@@ -137,7 +138,7 @@ class DocumentEmitter {
          std::string const initial =
              a.form == Form::scalar && !a.isKey ? code(valueText(*a.value, a.initial)) : std::string();
          out_.put("| " + code(a.name) + mark + " | " + formText(a) + " | " + cell(initial) + " | " +
-                  cell(a.unit) + " | " + cell(a.meaning) + " |");
+                  cell(a.unit) + " | " + cell(a.meaning + unlessText(a)) + " |");
       }
       for (auto const& c : entity.computed)
          out_.put("| " + code(c.name) + " *computed* | " + link(*c.value) + " | " + code(c.from.text) +

@@ -98,7 +98,7 @@ class HeaderEmitter {
 
    void putAttribute(Attribute const& a) {
       Words words = wordsOf(names_, entity_, a);
-      out_.gap().comment(a.meaning + limits(a), 3);
+      out_.gap().comment(a.meaning + unlessText(a) + limits(a), 3);
       switch (a.form) {
       case Form::scalar:
          putScalar(a, words);
@@ -137,7 +137,12 @@ class HeaderEmitter {
    }
 
    void putScalar(Attribute const& a, Words const& words) {
-      out_.put("   $in $x() const { return $x~_; }", words);
+      if (a.unless)
+         out_.put("   $in $x() const { return $x~_ && " + a.unless->name + "() != " +
+                      names_.of(*a.unless->value, entity_.nameSpace) + "::" + a.unlessValue.text + "; }",
+                  words);
+      else
+         out_.put("   $in $x() const { return $x~_; }", words);
       if (!a.isReadOnly())
          out_.put("   void $x~Is($in value);", words);
       if (a.isCounter)

@@ -18,6 +18,10 @@ Words wordsOf(Names const& names, Entity const& entity, Attribute const& a) {
    return words;
 }
 
+std::string unlessText(Attribute const& a) {
+   return a.unless ? " Reads as false while `" + a.unless->name + "` is `" + a.unlessValue.text + "`." : "";
+}
+
 std::string parameters(Names const& names, Entity const& entity, std::string const& from, Defaults defaults,
                        std::string const& keyName) {
    std::vector<std::string> parts;

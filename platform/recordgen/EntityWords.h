@@ -10,6 +10,9 @@ namespace RecordGen {
 // a parameter of it, K and kin the same of the key, Map type of the collection.
 Words wordsOf(Names const& names, Entity const& entity, Attribute const& attribute);
 
+// What a reader of the attribute has to know of the one that overrules it; empty when there is none.
+std::string unlessText(Attribute const& attribute);
+
 enum class Defaults { shown, left };
 // "VlanId vlanId, bool internal = false" of the constructor: the key, then inputs. Another name for the key
 // where it is given.

@@ -116,10 +116,14 @@ struct Attribute {
    bool isCounter = false;
    TypeName keyName, valueName; // valueName also names the target of children and references
    Literal initial;
+   TypeName
+       unlessName; // of an attribute: while that is `unlessValue`, this one reads as false; empty for none
+   Literal unlessValue;
    std::string unit;
    ValueType const* key = nullptr;
    ValueType const* value = nullptr;
    Entity* target = nullptr;
+   Attribute const* unless = nullptr;
    Entity const* owner = nullptr; // that declares it
    int number = 0;                // position in the entity, inherited ones first
 

@@ -275,6 +275,12 @@ class Parser {
       }
       if (takeMark("="))
          a.initial = expectLiteral();
+      if (takeWord("unless")) {
+         a.unlessName.at = token().at;
+         a.unlessName.text = expectName("the attribute that overrules this one").text;
+         expectMark("=");
+         a.unlessValue = expectLiteral();
+      }
       if (takeWord("unit"))
          a.unit = expectString("the unit");
       expectMark(";");

@@ -111,6 +111,18 @@ TEST(RecordTest, computedNumberFollowsItsAttributeDownToZero) {
    EXPECT_EQ(box->unexplained(), 7u);
 }
 
+TEST(RecordTest, attributeThatIsOverruledReadsAsFalseAndKeepsItsValue) {
+   auto const store = Store::make("hall");
+   store->materialIs(Material::wood);
+   EXPECT_TRUE(store->selling());
+   store->materialIs(Material::steel);
+   EXPECT_FALSE(store->selling());
+   store->materialIs(Material::wood);
+   EXPECT_TRUE(store->selling());
+   store->sellingIs(false);
+   EXPECT_FALSE(store->selling());
+}
+
 TEST(RecordTest, localObjectIsHeldAndToldToNobody) {
    auto const box = Box::make(1);
    EXPECT_FALSE(box->scale());

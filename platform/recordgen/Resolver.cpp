@@ -131,8 +131,10 @@ class Resolver {
       if (!model_.errors.empty())
          return;
       for (auto& entity : model_.entities) {
-         for (auto& attribute : entity->own)
+         for (auto& attribute : entity->own) {
             checkKey(attribute);
+            resolveUnless(*entity, attribute);
+         }
          resolveComputed(*entity);
          for (auto const& local : entity->locals)
             checkSideName(*entity, local.name, local.meaning, local.at);
@@ -466,6 +468,23 @@ class Resolver {
       for (auto const* a : entity.all)
          if (a->name == name)
             model_.error(at, '`' + name + "` is declared twice");
+   }
+
+   // After the attributes of all entities.
+   void resolveUnless(Entity const& entity, Attribute& a) {
+      if (a.unlessName.text.empty())
+         return;
+      for (auto const* other : entity.all)
+         if (other->name == a.unlessName.text)
+            a.unless = other;
+      if (a.form != Form::scalar || a.value->kind != Kind::boolean || a.isKey)
+         model_.error(a.at, "only a bool can be overruled by another attribute");
+      else if (!a.unless)
+         model_.error(a.unlessName.at, '`' + entity.name + "` has no attribute `" + a.unlessName.text + '`');
+      else if (a.unless->form != Form::scalar || !a.unless->value->isEnum())
+         model_.error(a.unlessName.at, "an attribute of one enumerator is expected");
+      else
+         checkLiteral(*a.unless->value, a.unlessValue);
    }
 
    // After the attributes of all entities.
