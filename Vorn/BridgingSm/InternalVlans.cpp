@@ -143,6 +143,11 @@ void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
 void InternalVlans::recover() {
    Kem::Seconds const now = Kem::now();
    for (auto const& [intfId, time] : cause_->intfStatus()) {
+      if (!(time <= now)) {
+         // Of another boot, or of no clock at all: it would hold the port back for as long.
+         waitBegin(intfId);
+         continue;
+      }
       if (now - time < holdOff)
          continue;
       KEM_INVARIANT(held_.vlan(intfId) == 0, "!internalVlanIdIteratorConst().isMemberOf( i.key() )");

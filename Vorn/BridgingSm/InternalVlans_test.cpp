@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+
 namespace {
 
 using testing::HasSubstr;
@@ -636,6 +638,21 @@ TEST_F(InternalVlansTest, causesOfTheRunBeforeAreLookedAtAtOnce) {
    bridge.start();
    EXPECT_FALSE(bridge.waitingSince("Ethernet1"));
    EXPECT_TRUE(bridge.waitingSince("Ethernet2"));
+}
+
+// A database that was saved on a switch that had been up for longer, or a time that is none.
+TEST_F(InternalVlansTest, timeThatIsNotOfThisBootHoldsAPortBackNoLongerThanAnother) {
+   bridge.cause->intfStatusIs("Ethernet1", startTime + 5e8);
+   bridge.cause->intfStatusIs("Ethernet2", std::numeric_limits<double>::quiet_NaN());
+   bridge.cause->intfStatusIs("Ethernet3", startTime);
+   bridge.start();
+   for (char const* name : {"Ethernet1", "Ethernet2", "Ethernet3"})
+      EXPECT_EQ(bridge.waitingSince(name), startTime) << name;
+   bridge.advance(9.9);
+   EXPECT_TRUE(bridge.waitingSince("Ethernet1"));
+   bridge.advance(0.1);
+   for (char const* name : {"Ethernet1", "Ethernet2", "Ethernet3"})
+      EXPECT_FALSE(bridge.waitingSince(name)) << name;
 }
 
 TEST_F(InternalVlansTest, waitingPortWithAVlanEndsTheAgent) {

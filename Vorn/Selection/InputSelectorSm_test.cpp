@@ -1,6 +1,7 @@
 #include "Vorn/Selection/InputSelectorSm.h"
 
 #include "Vorn/testing/TestBridge.h"
+#include "Vorn/testing/WriteOrder.h"
 
 #include <limits>
 
@@ -339,6 +340,63 @@ TEST_F(InputSelectorSmTest, portWhoseDefaultRecordIsMadeByTheStartKeepsWhatItHad
    bridge.start();
    EXPECT_EQ(bridge.resolvedPort("Ethernet1"), record);
    EXPECT_EQ(bridge.mode("Ethernet1"), "access 1");
+}
+
+// --- The order of the start, as a subscriber sees it.
+
+TEST_F(InputSelectorSmTest, startWritesInItsOrder) {
+   // What a previous run left, and what has changed since.
+   for (uint16_t const number : {10, 99})
+      bridge.config->vlanConfigIs(number);
+   bridge.config->switchIntfConfigIs("Port-Channel9");
+   bridge.config->vidToFidMapIs(30, 7);
+   bridge.config->vlanConfigSourceDetailIs("old");
+   bridge.cli->sourceDetailIs("typed");
+   bridge.eth->sourceDetailIs("defaults");
+   bridge.vlan(10);
+   bridge.access("Ethernet1", 10);
+   bridge.intf("Ethernet2");
+   bridge.cli->hostAgingTimeIs(17);
+   bridge.cli->pausePassThroughIs(true);
+   bridge.internalVlansAre(2000, 2100, 1);
+   bridge.cli->vidToFidMapIs(20, 7);
+   bridge.cli->ieeeReservedForwardingIs(Sulvi::EthAddr("01:80:c2:00:00:0e"), true);
+   supportedModesAre({2});
+   Vorn::WriteOrder order;
+   order.follow("config", *bridge.config);
+   order.follow("best", *bridge.allSwitchIntfConfigs);
+   order.follow("eth", *bridge.eth);
+   using Steps = std::vector<std::string>;
+   bridge.startBridgingOnly();
+   EXPECT_EQ(order.take(), (Steps{
+                               "config.internalVlanAllocationPolicy",
+                               "config.internalVlanRange",
+                               "config.vlanConfigSourceDetail",
+                               "-config.vlanConfig[10]",
+                               "-config.vlanConfig[99]",
+                               "config.ieeeReservedForwarding",
+                               "config.vidToFidMap",
+                           }));
+   bridge.startSelector();
+   EXPECT_EQ(order.take(), (Steps{
+                               "eth.switchIntfConfig[Ethernet2]",
+                               "config.hostAgingTime",
+                               "config.pausePassThrough",
+                               "config.forwardingMode",
+                               "best.switchIntfConfig",
+                               "config.vlanConfigSourceDetail",
+                               "-config.switchIntfConfig[Port-Channel9]",
+                           }));
+   bridge.run();
+   // Ports as they are noticed, VLANs in the slices behind.
+   EXPECT_EQ(order.take(), (Steps{
+                               "config.switchIntfConfig[Ethernet1]",
+                               "config.switchIntfConfig[Ethernet2]",
+                               "config.vlanConfig[10]",
+                               "config.vlanConfig[10].configSource",
+                               "config.switchIntfConfig[Ethernet1].switchportModeAndNativeVlan",
+                               "config.vlanConfig[10].intf",
+                           }));
 }
 
 // --- Strangers and the rest.

@@ -2,6 +2,7 @@
 
 #include "Vorn/Pacing/TestAttrLog.h"
 #include "Vorn/testing/TestBridge.h"
+#include "Vorn/testing/WriteOrder.h"
 
 #include <gmock/gmock.h>
 
@@ -308,35 +309,40 @@ TEST_F(SwitchIntfConfigCodefTest, everythingElseIsCopiedAtOnceWithoutTheBacklog)
 
 // --- Ports come, go and change their best record.
 
+// Every attribute to what isn't its default.
+void setAll(Config& in) {
+   Bridging::VlanXlateKey const key{.outerVlanId = 5};
+   for (auto const& operation : operations)
+      operation.change(in);
+   in.trunkPrivateVlanMappingIs(true);
+   in.toolIdentityTaggingIs(true);
+   in.tapIdentificationVlanIs(9);
+   in.tapMplsPopIs(true);
+   in.tapTruncationSizeIs(100);
+   in.toolTruncationSizeIs(200);
+   in.toolDot1qRemoveVlansIs("1,2");
+   in.tapGroupIs("t", true);
+   in.tapRawIntfIs("Ethernet5", true);
+   in.toolGroupIs("u", true);
+   in.trunkGroupIs("v", false);
+   in.defaultPrivateVlanMappingIs(true);
+   in.blockUnknownUnicastIs(true);
+   in.blockUnknownMulticastIs(true);
+   in.macLearningEnabledIs(false);
+   in.floodingEnabledIs(false);
+   in.privateVlanMappingIs(101, true);
+   in.egressNativeVlanXlateIs(11);
+   in.ingressNativeVlanXlateIs(12);
+   in.egressVlanXlateIs(key, {.mappedVlanId = 7});
+   in.ingressVlanXlateIs(key, {.mappedVlanId = 8});
+   in.vlanTpidIs(0x9100);
+}
+
 TEST_F(SwitchIntfConfigCodefTest, arrivingPortIsCopiedWholeAndAtOnce) {
    TestTrace trace;
    start();
    auto const in = bridge.port("Ethernet2");
-   Bridging::VlanXlateKey const key{.outerVlanId = 5};
-   for (auto const& operation : operations)
-      operation.change(*in);
-   in->trunkPrivateVlanMappingIs(true);
-   in->toolIdentityTaggingIs(true);
-   in->tapIdentificationVlanIs(9);
-   in->tapMplsPopIs(true);
-   in->tapTruncationSizeIs(100);
-   in->toolTruncationSizeIs(200);
-   in->toolDot1qRemoveVlansIs("1,2");
-   in->tapGroupIs("t", true);
-   in->tapRawIntfIs("Ethernet5", true);
-   in->toolGroupIs("u", true);
-   in->trunkGroupIs("v", false);
-   in->defaultPrivateVlanMappingIs(true);
-   in->blockUnknownUnicastIs(true);
-   in->blockUnknownMulticastIs(true);
-   in->macLearningEnabledIs(false);
-   in->floodingEnabledIs(false);
-   in->privateVlanMappingIs(101, true);
-   in->egressNativeVlanXlateIs(11);
-   in->ingressNativeVlanXlateIs(12);
-   in->egressVlanXlateIs(key, {.mappedVlanId = 7});
-   in->ingressVlanXlateIs(key, {.mappedVlanId = 8});
-   in->vlanTpidIs(0x9100);
+   setAll(*in);
    uint64_t const slices = codef->dispatchCount();
    bridge.run();
    EXPECT_EQ(codef->dispatchCount(), slices);
@@ -363,6 +369,50 @@ TEST_F(SwitchIntfConfigCodefTest, arrivingPortIsCopiedWholeAndAtOnce) {
    Differences fromDefault;
    in->encodeDifference(*Config::make("Ethernet2"), fromDefault);
    EXPECT_EQ(fromDefault.names.size(), 31u) << "the check sees every attribute but the key";
+}
+
+// SwitchIntfSm is told of each as it is written, so the order is what it sees.
+TEST_F(SwitchIntfConfigCodefTest, copyIsMadeInItsOrder) {
+   start();
+   auto const better = bridge.publish("better", 200).port("Ethernet1");
+   setAll(*better);
+   Vorn::WriteOrder order;
+   order.follow("copy", *copy());
+   std::vector<std::string> expected;
+   for (char const* name : {"switchportMode",
+                            "enabled",
+                            "accessVlan",
+                            "trunkNativeVlan",
+                            "trunkAllowedVlans",
+                            "asymVlans",
+                            "trunkPrivateVlanMapping",
+                            "tapNativeVlan",
+                            "tapAllowedVlans",
+                            "toolAllowedVlans",
+                            "toolIdentityTagging",
+                            "tapIdentificationVlan",
+                            "tapMplsPop",
+                            "tapTruncationSize",
+                            "toolTruncationSize",
+                            "toolDot1qRemoveVlans",
+                            "tapGroup",
+                            "tapRawIntf",
+                            "toolGroup",
+                            "trunkGroup",
+                            "defaultPrivateVlanMapping",
+                            "blockUnknownUnicast",
+                            "blockUnknownMulticast",
+                            "macLearningEnabled",
+                            "floodingEnabled",
+                            "privateVlanMapping",
+                            "egressNativeVlanXlate",
+                            "ingressNativeVlanXlate",
+                            "egressVlanXlate",
+                            "ingressVlanXlate",
+                            "vlanTpid"})
+      expected.push_back(std::string("copy.") + name);
+   bridge.run();
+   EXPECT_EQ(order.take(), expected);
 }
 
 TEST_F(SwitchIntfConfigCodefTest, portThatGoesLosesItsEntryAndItsCopyAtOnce) {

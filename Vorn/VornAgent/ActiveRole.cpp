@@ -3,6 +3,7 @@
 #include "Kem/Activity.h"
 #include "Kem/Assert.h"
 #include "Kem/Dir.h"
+#include "Vorn/VornAgent/Made.h"
 #include "Vorn/VornAgent/VornAgent.h"
 #include "records/Errdisable/Config.h"
 #include "records/LinkFlap/Config.h"
@@ -18,31 +19,38 @@ ActiveRole::ActiveRole(Agent& agent)
       noInternalVlanIdCauseStatus_(em_.entity<CauseStatus>("interface/errdisable/cause/no-internal-vlan")),
       reloadDownErrdisableCauseStatus_(
           em_.entity<CauseStatus>("interface/errdisable/cause/hitless-reload-down")) {
-   linkFlapRoot_ = Kem::makePtr<LinkFlap::Root>("linkFlapRoot");
+   linkFlapRoot_ = made("linkFlapRoot", Kem::makePtr<LinkFlap::Root>("linkFlapRoot"));
    makeErrdisable();
    makeBridging();
    // From here on this process decides about references. Those of the previous run whose records have gone are
    // wanted by nobody: the selection has chosen again for each port that is still asked for.
    em_.danglingReferencesDel();
-   linkStatusLoggingDirSm_ = Kem::makePtr<Interface::LinkStatusLoggingDirSm>(
-       Kem::activityManager()->config(), em_.entity<Interface::GlobalIntfConfig>("interface/config/global"),
-       em_.entity<Interface::AllIntfConfigDir>("interface/config/all"),
-       em_.entity<Interface::AllIntfStatusDir>("interface/status/all"));
+   linkStatusLoggingDirSm_ =
+       made("linkStatusLoggingDirSm", Kem::makePtr<Interface::LinkStatusLoggingDirSm>(
+                                          Kem::activityManager()->config(),
+                                          em_.entity<Interface::GlobalIntfConfig>("interface/config/global"),
+                                          em_.entity<Interface::AllIntfConfigDir>("interface/config/all"),
+                                          em_.entity<Interface::AllIntfStatusDir>("interface/status/all")));
+   agent_.makeNetNsManager();
    makePortWatchers();
 }
 
 Kem::Ptr<ErrdisableLib::CauseAgentSM> ActiveRole::cause(char const* name,
                                                         Kem::Ptr<CauseStatus> const& status) const {
-   return ErrdisableLib::CauseSMInit(&agent_, em_, name, name, status, nullptr, nullptr);
+   return made(name, ErrdisableLib::CauseSMInit(&agent_, em_, name, name, status, nullptr, nullptr));
 }
 
 void ActiveRole::makeErrdisable() {
    auto const causeDir = em_.entity<Kem::Dir>("interface/errdisable/cause");
    intfAggrStatus_ = ErrdisableAggr::IntfAggrStatus::make();
    intfAggrStatus_->nameIs("intfAggrStatus");
-   errdisableAggrSm_ = Kem::makePtr<ErrdisableAggr::RootSM>(
-       Kem::activityManager()->config(), causeDir, em_.entity<Kem::Dir>("interface/errdisable/causegroup"),
-       em_.entity<Errdisable::Status>("interface/errdisable/status"), intfAggrStatus_);
+   traceMade("intfAggrStatus");
+   errdisableAggrSm_ =
+       made("errdisableAggrSm",
+            Kem::makePtr<ErrdisableAggr::RootSM>(
+                Kem::activityManager()->config(), causeDir,
+                em_.entity<Kem::Dir>("interface/errdisable/causegroup"),
+                em_.entity<Errdisable::Status>("interface/errdisable/status"), intfAggrStatus_));
    if (causeDir && causeDir->entityPtr("test"))
       testErrdisableCauseSm_ = cause("test", nullptr);
 }
@@ -52,49 +60,55 @@ void ActiveRole::makeBridging() {
    // priority that the agent writes.
    auto const bridgingInputEth = em_.entity<Bridging::Input::Config>("bridging/input/config/eth");
    bridgingInputEth->switchIntfConfigPriorityIs(10);
+   traceMade("rank of the default records");
 
    auto const inputDir = em_.entity<Kem::Dir>("bridging/input/config");
    auto const cliInput = inputDir ? inputDir->entity<Bridging::Input::CliConfig>("cli") : nullptr;
    KEM_ASSERT(cliInput);
 
-   dynVlanSrcTable_ = Bridging::Input::DynVlanSrcTable::make();
+   dynVlanSrcTable_ = made("dynVlanSrcTable", Bridging::Input::DynVlanSrcTable::make());
    noInternalVlanErrdisableCauseSm_ = cause("no-internal-vlan", noInternalVlanIdCauseStatus_);
 
    auto const config = em_.entity<Bridging::Config>("bridging/config");
-   privateVlanLibSm_ = Kem::makePtr<PrivateVlanLib::LibSm>(config, agent_.privateVlanLibState());
+   privateVlanLibSm_ =
+       made("privateVlanLibSm", Kem::makePtr<PrivateVlanLib::LibSm>(config, agent_.privateVlanLibState()));
 
    auto const allSwitchIntfConfigDir = em_.entity<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig");
    auto const fdbConfigDir = em_.entity<Bridging::FdbConfigDir>("bridging/fdbConfigDir");
    auto const ethIntfConfigDir = em_.entity<Interface::EthIntfConfigDir>("interface/config/eth/intf");
-   bridgingConfigSm_ = bridgingConfigSmFactory({
-       .configIn = bridgingInputEth,
-       .allSwitchIntfConfigs = allSwitchIntfConfigDir,
-       .fdbConfigDir = fdbConfigDir,
-       .config = config,
-       .vlanIntfConfig = em_.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan"),
-       .dynVlanIntfList = agent_.dynVlanIntfList(),
-       .ethIntfConfigDir = ethIntfConfigDir,
-       .dynAllowedVlanDir = em_.entity<Kem::Dir>("bridging/input/dynvlan/allowedvlan"),
-       .dynVlanDir = em_.entity<Kem::Dir>("bridging/input/dynvlan/vlan"),
-       .dynVlanSrcTable = dynVlanSrcTable_,
-       .noInternalVlanIdCauseStatus = noInternalVlanIdCauseStatus_,
-       .recoveryTimer = Kem::ActivityFacility::clock(),
-       .cliConfig = cliInput,
-       .privateVlanLibState = agent_.privateVlanLibState(),
-       .attrLogCheck = &agent_.attrLogCheck(),
-       .ethIntfStatusDir = em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
-   });
-   inputSelectorSm_ = inputSelectorSmFactory({
-       .inputDir = inputDir,
-       .bridgingConfigSm = bridgingConfigSm_,
-       .ethIntfConfigDir = ethIntfConfigDir,
-       .bridgingInputEth = bridgingInputEth,
-       .allSwitchIntfConfigDir = allSwitchIntfConfigDir,
-       .fdbConfigDir = fdbConfigDir,
-       .bridgingConfig = config,
-       .cliConfig = cliInput,
-       .bridgingHwCapabilities = em_.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
-   });
+   bridgingConfigSm_ =
+       made("bridgingConfigSm",
+            bridgingConfigSmFactory({
+                .configIn = bridgingInputEth,
+                .allSwitchIntfConfigs = allSwitchIntfConfigDir,
+                .fdbConfigDir = fdbConfigDir,
+                .config = config,
+                .vlanIntfConfig = em_.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan"),
+                .dynVlanIntfList = agent_.dynVlanIntfList(),
+                .ethIntfConfigDir = ethIntfConfigDir,
+                .dynAllowedVlanDir = em_.entity<Kem::Dir>("bridging/input/dynvlan/allowedvlan"),
+                .dynVlanDir = em_.entity<Kem::Dir>("bridging/input/dynvlan/vlan"),
+                .dynVlanSrcTable = dynVlanSrcTable_,
+                .noInternalVlanIdCauseStatus = noInternalVlanIdCauseStatus_,
+                .recoveryTimer = Kem::ActivityFacility::clock(),
+                .cliConfig = cliInput,
+                .privateVlanLibState = agent_.privateVlanLibState(),
+                .attrLogCheck = &agent_.attrLogCheck(),
+                .ethIntfStatusDir = em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
+            }));
+   inputSelectorSm_ =
+       made("inputSelectorSm",
+            inputSelectorSmFactory({
+                .inputDir = inputDir,
+                .bridgingConfigSm = bridgingConfigSm_,
+                .ethIntfConfigDir = ethIntfConfigDir,
+                .bridgingInputEth = bridgingInputEth,
+                .allSwitchIntfConfigDir = allSwitchIntfConfigDir,
+                .fdbConfigDir = fdbConfigDir,
+                .bridgingConfig = config,
+                .cliConfig = cliInput,
+                .bridgingHwCapabilities = em_.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
+            }));
 }
 
 // What watches ports and disables them, or tells the operator of them.
@@ -106,24 +120,30 @@ void ActiveRole::makePortWatchers() {
        em_.entity<Interface::AllEthPhyIntfStatusDir>("interface/status/eth/phy/all");
 
    linkFlapErrdisableCauseSm_ = cause("link-flap", linkFlapCauseStatus_);
-   linkFlapRoot_->linkFlapSmIs(activity, ethPhyIntfConfigDir, ethPhyIntfStatusDir,
-                               em_.entity<Errdisable::Config>("interface/errdisable/config"),
-                               em_.entity<LinkFlap::Config>("interface/errdisable/linkFlapConfig"),
-                               linkFlapCauseStatus_, "link-flap");
+   made("linkFlapSm",
+        linkFlapRoot_->linkFlapSmIs(activity, ethPhyIntfConfigDir, ethPhyIntfStatusDir,
+                                    em_.entity<Errdisable::Config>("interface/errdisable/config"),
+                                    em_.entity<LinkFlap::Config>("interface/errdisable/linkFlapConfig"),
+                                    linkFlapCauseStatus_, "link-flap"));
 
    auto const uplinkCauseStatus =
        em_.entity<CauseStatus>("interface/errdisable/cause/uplink-failure-detection");
    uplinkFailureDetectionErrdisableCauseSm_ = cause("uplink-failure-detection", uplinkCauseStatus);
-   uplinkFailureDetectionRoot_ = Kem::makePtr<UplinkFailureDetection::Root>("uplinkFailureDetectionRoot");
-   uplinkFailureDetectionRoot_->uplinkFailureDetectionSmIs(
-       em_.entity<UplinkFailureDetection::Config>("interface/errdisable/uplinkFailureDetection/config"),
-       em_.entity<UplinkFailureDetection::Status>("interface/errdisable/uplinkFailureDetection/status"),
-       uplinkCauseStatus, em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"));
+   uplinkFailureDetectionRoot_ =
+       made("uplinkFailureDetectionRoot",
+            Kem::makePtr<UplinkFailureDetection::Root>("uplinkFailureDetectionRoot"));
+   made("uplinkFailureDetectionSm",
+        uplinkFailureDetectionRoot_->uplinkFailureDetectionSmIs(
+            em_.entity<UplinkFailureDetection::Config>("interface/errdisable/uplinkFailureDetection/config"),
+            em_.entity<UplinkFailureDetection::Status>("interface/errdisable/uplinkFailureDetection/status"),
+            uplinkCauseStatus, em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf")));
 
-   congestionDropsLoggingSm_ = Kem::makePtr<Interface::CongestionDropsLoggingSm>(
-       ethPhyIntfConfigDir, ethPhyIntfStatusDir,
-       em_.entity<Interface::EthPhyIntfGlobalDefaultConfigDir>("interface/config/eth/phy/globalDefault"),
-       em_.entity<Interface::HwStatus>("interface/hwstatus"), Kem::ActivityFacility::clock());
+   congestionDropsLoggingSm_ = made(
+       "congestionDropsLoggingSm",
+       Kem::makePtr<Interface::CongestionDropsLoggingSm>(
+           ethPhyIntfConfigDir, ethPhyIntfStatusDir,
+           em_.entity<Interface::EthPhyIntfGlobalDefaultConfigDir>("interface/config/eth/phy/globalDefault"),
+           em_.entity<Interface::HwStatus>("interface/hwstatus"), Kem::ActivityFacility::clock()));
 }
 
 void ActiveRole::makeReloadDownCause() {

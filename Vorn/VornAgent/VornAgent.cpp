@@ -5,6 +5,7 @@
 #include "Kem/Trace.h"
 #include "Ordel/client/Cell.h"
 #include "Plaze/Mount.h"
+#include "Vorn/VornAgent/Made.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/VornAgent/NetlinkSocket.h"
 #include "Zivlog/Zivlog.h"
@@ -81,9 +82,14 @@ void localIs(Kem::Ptr<T>& record, char const* name) {
       return;
    record = T::make();
    record->nameIs(name);
+   traceMade(name);
 }
 
 } // namespace
+
+void traceMade(char const* name) {
+   KEM_TRACE(agentTrace, 5, "made " << name);
+}
 
 Kem::Ptr<Agent> agentFactory(Kem::Name const& name) {
    auto agent = Kem::makePtr<Agent>(name);
@@ -129,7 +135,8 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
 
    // From here on the role is known: true on a standby supervisor. On an active
    // one nothing has been called yet.
-   entityManagerReactor_ = Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this);
+   entityManagerReactor_ =
+       made("entityManagerReactor", Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this));
 
    localIs(privateVlanLibState_, "privateVlanLibState");
    localIs(netNsCollection_, "kns");
@@ -143,7 +150,8 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    followKernel();
 
    bootStagesHelper_ =
-       Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus, progressDir, agentConfig, *this);
+       made("bootStagesHelper", Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus,
+                                                                      progressDir, agentConfig, *this));
    bootStagesHelper_->waitForStage("NetworkAgent");
    bootStagesHelper_->waitForStage("ErrdisableStatusUpdate");
    if (isHitless) {
@@ -151,6 +159,7 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
       bootStagesHelper_->waitForStage("VornSubIntfUp");
       bootStagesHelper_->waitForStage("DownLinksUpdate");
       startupModeConfig_->startupCompleteIs(true);
+      KEM_TRACE(agentTrace, 5, "startupComplete");
    } else {
       recoverReloadDownPorts();
    }
@@ -172,9 +181,11 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
 void Agent::openKernelSockets() {
    int const fd = socketFd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
    KEM_ASSERT(fd >= 0);
+   traceMade("socketFd");
    setVlanDeviceNameType(fd);
    int const netlinkFd = netlinkFd_ = createNetlinkSocket();
    KEM_ASSERT(netlinkFd >= 0);
+   traceMade("netlinkFd");
 }
 
 void Agent::setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...)) {
@@ -191,28 +202,40 @@ int Agent::createNetlinkSocket() {
 void Agent::followKernel() {
    auto const activity = Kem::activityManager()->config();
    localIs(kernelNetworkInfoRoot_, "kni");
-   kernelOperStateRoot_ = Kem::makePtr<KernelOperState::Root>("kosr");
+   kernelOperStateRoot_ = made("kosr", Kem::makePtr<KernelOperState::Root>("kosr"));
    auto& kosr = *kernelOperStateRoot_;
-   kosr.intfStatusDirIs("intfStatusDir");
-   kosr.intfStatusLocalDirIs("intfStatusLocalDir");
-   kosr.netNsCollectionIs("kns");
-   kosr.netNsManagerIs(activity, kosr.netNsCollection());
-   kernelNetworkInfoManager_ = Kem::makePtr<KernelNetworkInfo::Manager>(
-       activity, kernelNetworkInfoRoot_, nullptr, nullptr, Sulvi::NamespaceName());
-   netNsManager_ = Kem::makePtr<KernelNetNsInfo::Manager>(activity, netNsCollection_);
-   auto const kosm = kosr.kosmIs();
-   kosr.intfStatusOperStatusSmIs(activity, kosr.intfStatusDir(), kosr.intfStatusLocalDir(), kosm,
-                                 netNsCollection_);
+   made("kosr intfStatusDir", kosr.intfStatusDirIs("intfStatusDir"));
+   made("kosr intfStatusLocalDir", kosr.intfStatusLocalDirIs("intfStatusLocalDir"));
+   made("kosr netNsCollection", kosr.netNsCollectionIs("kns"));
+   made("kosr netNsManager", kosr.netNsManagerIs(activity, kosr.netNsCollection()));
+   kernelNetworkInfoManager_ =
+       made("kernelNetworkInfoManager",
+            Kem::makePtr<KernelNetworkInfo::Manager>(activity, kernelNetworkInfoRoot_, nullptr, nullptr,
+                                                     Sulvi::NamespaceName()));
+   makeNetNsManager();
+   auto const kosm = made("kosm", kosr.kosmIs());
+   made("intfStatusOperStatusSm",
+        kosr.intfStatusOperStatusSmIs(activity, kosr.intfStatusDir(), kosr.intfStatusLocalDir(), kosm,
+                                      netNsCollection_));
+}
+
+void Agent::makeNetNsManager() {
+   if (!netNsManager_)
+      netNsManager_ =
+          made("netNsManager",
+               Kem::makePtr<KernelNetNsInfo::Manager>(Kem::activityManager()->config(), netNsCollection_));
 }
 
 void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
    startupStatus_ = entityManager.entity<::Agent::StartupStatus>(cellPath() + "/agent/startupStatus/Vorn");
    bool const hitlessReload = oxaStatus_ && oxaStatus_->hitlessBootValid() &&
                               oxaStatus_->hitlessBootMode() == Oxa::HitlessBootMode::bootHitless;
-   startupModeConfig_ = ::Agent::StartupModeConfig::make(false, hitlessReload);
-   startupModeStatus_ = ::Agent::StartupModeStatus::make();
-   startupModeSm_ = Kem::makePtr<::Agent::StartupModeSm>(startupModeConfig_, startupModeStatus_,
-                                                         ::Agent::nullStartupConfigFactory(), startupStatus_);
+   startupModeConfig_ = made("startupModeConfig", ::Agent::StartupModeConfig::make(false, hitlessReload));
+   startupModeStatus_ = made("startupModeStatus", ::Agent::StartupModeStatus::make());
+   startupModeSm_ =
+       made("startupModeSm",
+            Kem::makePtr<::Agent::StartupModeSm>(startupModeConfig_, startupModeStatus_,
+                                                 ::Agent::nullStartupConfigFactory(), startupStatus_));
 }
 
 void Agent::recoverReloadDownPorts() {
@@ -229,14 +252,18 @@ void Agent::recoverReloadDownPorts() {
 void Agent::mountSharedMemory(Ordel::EntityManager& entityManager) {
    KemPlaze::Mount mount(entityManager.systemName());
    KemPlaze::MountInfo const info(KemPlaze::keyShadow);
-   plazeBridgingStatus_ = Kem::ptrCast<Plaze::Bridging::Status>(
-       mount.doMount("bridging/status", "Plaze::Bridging::Status", info));
+   plazeBridgingStatus_ =
+       made("plazeBridgingStatus", Kem::ptrCast<Plaze::Bridging::Status>(
+                                       mount.doMount("bridging/status", "Plaze::Bridging::Status", info)));
    KEM_TRACE(agentTrace, 3, "Plaze::Bridging::Status initialized as keyshadow");
-   bridgingStatus_ = Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_));
-   readerShim_ = Kem::makePtr<Bridging::ReaderFdbStatusSm>(bridgingStatus_, plazeBridgingStatus_);
+   bridgingStatus_ =
+       made("bridgingStatus", Kem::ptrCast<Bridging::Status>(Kem::singletonIs(Bridging::Status::typeInfo_)));
+   readerShim_ =
+       made("readerShim", Kem::makePtr<Bridging::ReaderFdbStatusSm>(bridgingStatus_, plazeBridgingStatus_));
 
-   counterDir_ = Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(
-       mount.doMount("interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info));
+   counterDir_ = made("counterDir",
+                      Kem::ptrCast<Plaze::Interface::AllIntfCounterDir>(mount.doMount(
+                          "interface/counter/subintf/current", "Plaze::Interface::AllIntfCounterDir", info)));
    if (auto const dir = entityManager.entity<Interface::SubIntfStatusDir>("interface/status/subintf")) {
       dir->counterDirIs(counterDir_);
       dir->counterDirPathIs("/" + entityManager.systemName() + "/Plaze/interface/counter/subintf/current");
@@ -248,6 +275,7 @@ void Agent::openTraceFile() {
       return;
    if (!Zivlog::initialize(traceFileName(name(), std::getenv("ZIVLOGDIR") != nullptr), traceFileSizes))
       return;
+   traceMade("trace file");
    char const* const setting = std::getenv("KEM_TRACE_FILE");
    Kem::traceSinkIs(
        [](Kem::TraceLine const& line) {

@@ -57,6 +57,8 @@ class Agent final : public AgentBase::CAgent {
    // Whether they may write more now: false while the attribute log is more than half full.
    bool isAttrLogReady() { return attrLogCheck_.isAttrLogReady(); }
    AttrLogCheck& attrLogCheck() { return attrLogCheck_; }
+   // Of the active role and of the start, whichever comes first: the other one keeps it.
+   void makeNetNsManager();
 
    // --- Attributes, in declared order.
    bool standbyMode() const { return standbyMode_; }

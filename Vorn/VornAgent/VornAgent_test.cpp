@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
@@ -60,26 +61,83 @@ struct VornAgentTest : testing::Test {
 
 // --- Mounts.
 
-TEST_F(VornAgentTest, asksFor57MountsThatAllStandInTheSkeleton) {
-   auto const mounts = Vorn::agentMounts("cell/1");
-   ASSERT_EQ(mounts.size(), 57u);
+using MountRow = std::array<char const*, 3>; // mode, type, path
+constexpr MountRow allMounts[] = {
+    // clang-format off
+    {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/link-flap"},
+    {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/uplink-failure-detection"},
+    {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/hitless-reload-down"},
+    {"r", "Errdisable::CauseGroup", "interface/errdisable/causegroup/link-flap"},
+    {"w", "Errdisable::CauseStatus", "interface/errdisable/cause/no-internal-vlan"},
+    {"r", "Errdisable::CauseGroup", "interface/errdisable/causegroup/no-internal-vlan"},
+    {"w", "Bridging::SwitchIntfConfigDir", "bridging/switchIntfConfig"},
+    {"w", "Bridging::FdbConfigDir", "bridging/fdbConfigDir"},
+    {"ri", "Kem::Dir", "bridging/input/dynvlan/allowedvlan"},
+    {"r", "Interface::EthIntfConfigDir", "interface/config/eth/intf"},
+    {"ri", "Kem::Dir", "interface/config/eth/phy/slice"},
+    {"r", "Interface::AllEthPhyIntfConfigDir", "interface/config/eth/phy/all"},
+    {"ri", "Kem::Dir", "interface/status/eth/phy/slice"},
+    {"r", "Interface::AllEthPhyIntfStatusDir", "interface/status/eth/phy/all"},
+    {"r", "Interface::AllIntfStatusDir", "interface/status/all"},
+    {"r", "Interface::HwStatus", "interface/hwstatus"},
+    {"r", "Interface::AllEthIntfCounterPtrDir", "interface/counter/eth/phy"},
+    {"r", "LinkFlap::Config", "interface/errdisable/linkFlapConfig"},
+    {"r", "UplinkFailureDetection::Config", "interface/errdisable/uplinkFailureDetection/config"},
+    {"w", "UplinkFailureDetection::Status", "interface/errdisable/uplinkFailureDetection/status"},
+    {"r", "Interface::EthIntfStatusDir", "interface/status/eth/intf"},
+    {"r", "Interface::GlobalIntfConfig", "interface/config/global"},
+    {"w", "Bridging::Config", "bridging/config"},
+    {"r", "Errdisable::Config", "interface/errdisable/config"},
+    {"ri", "Kem::Dir", "bridging/input/dynvlan/vlan"},
+    {"wc", "Bridging::Input::Config", "bridging/input/config/eth"},
+    {"r", "Bridging::VlanStatusDir", "bridging/vlan/status"},
+    {"ri", "Kem::Dir", "bridging/input/config"},
+    {"w", "Interface::VlanIntfStatusDir", "interface/status/eth/vlan"},
+    {"ri", "Kem::Dir", "interface/input/vlan"},
+    {"wi", "Kem::Dir", "interface/input/dynvlanintf"},
+    {"wi", "Kem::Dir", "interface/inputError/dynvlanintf"},
+    {"wf", "Interface::VlanIntfStatusLocalDir", "cell/1/interface/status/eth/vlan/local"},
+    {"r", "Interface::VlanIntfConfigDir", "interface/config/eth/vlan"},
+    {"r", "Interface::AllVlanIntfAutoState", "interface/config/eth/allVlanIntfAutoState"},
+    {"w", "Interface::SubIntfStatusDir", "interface/status/subintf"},
+    {"wf", "Interface::SubIntfStatusLocalDir", "cell/1/interface/status/subintf/local"},
+    {"r", "Interface::SubIntfConfigDir", "interface/config/subintf"},
+    {"r", "Interface::Hardware::Capability", "interface/hardware/capability"},
+    {"r", "Interface::Hardware::SubIntfStatusDir", "interface/hardware/status/subintf"},
+    {"r", "Interface::AllIntfNamespaceConfigDir", "cell/1/interface/nsconfig"},
+    {"r", "Bridging::HwCapabilities", "bridging/hwcapabilities"},
+    {"r", "Interface::AllIntfConfigDir", "interface/config/all"},
+    {"ri", "Kem::Dir", "interface/errdisable/cause"},
+    {"ri", "Kem::Dir", "interface/errdisable/causegroup"},
+    {"w", "Errdisable::Status", "interface/errdisable/status"},
+    {"r", "EventMon::Config", "eventMon/config"},
+    {"w", "EventMon::TableStatus", "eventMon/mac/status"},
+    {"r", "Hardware::Phy::StatusPtrDir", "hardware/phy/status/generic/all"},
+    {"w", "Oxa::ClientStatus", "oxa/status/errdisableNotconnectIntfsStatus"},
+    {"r", "Oxa::CliConfig", "oxa/cli/config"},
+    {"r", "Oxa::OxaStatus", "oxa/hardware/status"},
+    {"wcf", "Stage::AgentConfig", "cell/1/stage/boot/config/inputDir/Vorn"},
+    {"r", "Stage::ProgressDir", "cell/1/stage/boot/progress"},
+    {"r", "Stage::Status", "cell/1/stage/boot/status"},
+    {"wf", "Agent::StartupStatus", "cell/1/agent/startupStatus/Vorn"},
+    {"r", "Interface::EthPhyIntfGlobalDefaultConfigDir", "interface/config/eth/phy/globalDefault"},
+    // clang-format on
+};
+
+// In one group and in this order, with what is never fetched.
+TEST_F(VornAgentTest, asksForItsMountsInTheirOrderAndTheSkeletonHasThemAll) {
    sw.startAgent();
-   for (auto const& mount : mounts) {
+   ASSERT_EQ(sw.agentMounts.size(), std::size(allMounts));
+   for (size_t i = 0; i < std::size(allMounts); ++i) {
+      auto const& mount = sw.agentMounts[i];
+      EXPECT_EQ((std::array{mount.mode, mount.type, mount.path}),
+                (std::array<std::string, 3>{allMounts[i][0], allMounts[i][1], allMounts[i][2]}))
+          << "row " << i + 1;
       auto const entity = sw.agentManager->getEntity(mount.path);
       ASSERT_TRUE(entity) << mount.path;
       EXPECT_EQ(entity->typeInfo().name, mount.type) << mount.path;
-      EXPECT_EQ(entity->isWritable(), mount.isWritable()) << mount.path;
+      EXPECT_EQ(entity->isWritable(), mount.mode[0] == 'w') << mount.path;
    }
-}
-
-TEST_F(VornAgentTest, mountsWhatItNeverFetchesToo) {
-   auto const mounts = Vorn::agentMounts("cell/1");
-   EXPECT_EQ(mounts[10].path, "interface/config/eth/phy/slice");
-   EXPECT_EQ(mounts[12].path, "interface/status/eth/phy/slice");
-   EXPECT_EQ(mounts[16].path, "interface/counter/eth/phy");
-   EXPECT_EQ(mounts[32].path, "cell/1/interface/status/eth/vlan/local");
-   EXPECT_EQ(mounts[55].path, "cell/1/agent/startupStatus/Vorn");
-   EXPECT_EQ(mounts[52].mode, "wcf");
 }
 
 TEST_F(VornAgentTest, sharedMemoryTableIsNoneOfTheMounts) {
@@ -157,6 +215,115 @@ TEST_F(VornAgentTest, fabricDeviceIsFabricUnlessTheEnvironmentSaysOtherwise) {
    sw.startAgent();
    EXPECT_EQ(sw.agent->fabricDeviceName(), "fab1");
    unsetenv("FABRIC_DEVICE_NAME");
+}
+
+// --- The order of the start.
+
+struct StartOrderTest : VornAgentTest {
+   StartOrderTest() { Kem::traceSettingIs("Vorn/0-9,VornAttrLog/0-9,AgentStages/0-9"); }
+   // What has been made since it was asked last, and the other steps between.
+   static std::vector<std::string> steps() {
+      std::vector<std::string> all;
+      for (auto const& line : traced())
+         for (std::string_view const word : {"made ", "takes part in stage ", "startupComplete",
+                                             "attrLogCodefInit", "handleStandbyMode with"})
+            if (line.starts_with(word)) {
+               // Only the first words of what has a number behind it.
+               all.push_back(line.substr(0, line.find_first_of(":=")));
+               break;
+            }
+      return all;
+   }
+};
+
+std::vector<std::string> const startUntilRole = {
+    "made socketFd",
+    "made netlinkFd",
+    "made entityManagerReactor",
+    "made privateVlanLibState",
+    "made kns",
+    "made startupModeConfig",
+    "made startupModeStatus",
+    "made startupModeSm",
+    "made DynVlanIntfListForVornAgent",
+};
+
+std::vector<std::string> const activeRole = {
+    "handleStandbyMode with standbyMode",
+    "made linkFlapRoot",
+    "made intfAggrStatus",
+    "made errdisableAggrSm",
+    "made test",
+    "made rank of the default records",
+    "made dynVlanSrcTable",
+    "made no-internal-vlan",
+    "made privateVlanLibSm",
+    "made bridgingConfigSm",
+    "made inputSelectorSm",
+    "made linkStatusLoggingDirSm",
+    "made netNsManager",
+    "made link-flap",
+    "made linkFlapSm",
+    "made uplink-failure-detection",
+    "made uplinkFailureDetectionRoot",
+    "made uplinkFailureDetectionSm",
+    "made congestionDropsLoggingSm",
+};
+
+std::vector<std::string> const kernelAndStages = {
+    "made kni",
+    "made kosr",
+    "made kosr intfStatusDir",
+    "made kosr intfStatusLocalDir",
+    "made kosr netNsCollection",
+    "made kosr netNsManager",
+    "made kernelNetworkInfoManager",
+    "made kosm",
+    "made intfStatusOperStatusSm",
+    "made bootStagesHelper",
+    "takes part in stage NetworkAgent",
+    "takes part in stage ErrdisableStatusUpdate",
+};
+
+using Steps = std::vector<std::string>;
+Steps operator+(Steps a, Steps const& b) {
+   a.insert(a.end(), b.begin(), b.end());
+   return a;
+}
+
+TEST_F(StartOrderTest, activeHitlessStartMakesEverythingInItsOrder) {
+   hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
+   sw.publish<Errdisable::CauseStatus>("interface/errdisable/cause/test");
+   traced();
+   sw.startAgent();
+   Steps const rest = {"takes part in stage VornStatusUpdate",
+                       "takes part in stage VornSubIntfUp",
+                       "takes part in stage DownLinksUpdate",
+                       "startupComplete",
+                       "attrLogCodefInit fd",
+                       "made plazeBridgingStatus",
+                       "made bridgingStatus",
+                       "made readerShim",
+                       "made counterDir"};
+   EXPECT_EQ(steps(), (startUntilRole + Steps{"made OxaState"} + activeRole + kernelAndStages + rest));
+}
+
+TEST_F(StartOrderTest, standbyStartLeavesTheActiveRoleToTheTakeover) {
+   roleIs(3, 4);
+   sw.publish<Errdisable::CauseStatus>("interface/errdisable/cause/test");
+   traced();
+   sw.startAgent();
+   auto kernel = kernelAndStages;
+   kernel.insert(std::find(kernel.begin(), kernel.end(), "made kosm"), "made netNsManager");
+   Steps const nothing = {"handleStandbyMode with standbyMode"};
+   // The role is found out by the reactor's making, and looked at again at its place.
+   auto first = startUntilRole;
+   first.insert(std::find(first.begin(), first.end(), "made entityManagerReactor"), nothing.front());
+   EXPECT_EQ(steps(), (first + nothing + kernel + Steps{"attrLogCodefInit fd"}));
+   roleIs(3, 5);
+   auto role = activeRole;
+   std::erase(role, "made netNsManager");
+   EXPECT_EQ(steps(), role);
 }
 
 // --- Redundancy role.

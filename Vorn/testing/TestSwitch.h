@@ -93,8 +93,10 @@ class TestSwitch {
       agent->redundancyStatusIs(
           mount<Redundancy::RedundancyStatus>(*agentManager, "r", Cell::path("redundancy/status", 0)));
       agentManager->groupCompleteHookIs([this](Ordel::MountGroup const& group) {
-         if (&group.mounter() == agent.ptr())
-            agent->initializedIs(true);
+         if (&group.mounter() != agent.ptr())
+            return;
+         agentMounts = group.mounts();
+         agent->initializedIs(true);
       });
       agent->doInit();
       run();
@@ -112,6 +114,7 @@ class TestSwitch {
 
    Kem::Ptr<Ordel::EntityManager> agentManager;
    Kem::Ptr<Agent> agent;
+   std::vector<Ordel::Mount> agentMounts; // what the agent asked for, in one group
 
   private:
    Kem::Ptr<Ordel::EntityManager> connect(char const* name, Ordel::Role role) {

@@ -59,6 +59,7 @@ StagesHelper::~StagesHelper() = default;
 void StagesHelper::waitForStage(std::string const& stage) {
    if (!agentConfig_)
       return;
+   KEM_TRACE(stagesTrace, 5, "takes part in stage " << stage);
    declared_.insert(stage);
    agentConfig_->waitForStageIs(stage, true);
    kemDeclared_->timeMinIs(0.0);

@@ -235,6 +235,53 @@ TEST_F(BridgingRestartTest, everyVlanThereIsStandsUntouched) {
    EXPECT_EQ(subscriber->memberships(), size_t(vlanCount * portCount - 1));
 }
 
+// --- An agent that was stopped hears of everything in one turn.
+
+TEST_F(BridgingRestartTest, inputThatIsMadeAgainMeanwhileIsDecidedAgain) {
+   std::string const lab = "bridging/input/config/lab";
+   auto const publish = [&](Switch& to, Json const& ports) {
+      to.done({"create", lab, "Bridging::Input::Config"});
+      to.load(Json{{lab, {{"switchIntfConfig", ports}}}});
+   };
+   Json const first = {{"Ethernet1", {{"accessVlan", 20}}}, {"Ethernet2", {{"accessVlan", 20}}}};
+   Json const second = {{"Ethernet2", {{"accessVlan", 30}}}, {"Ethernet3", {{"accessVlan", 30}}}};
+   auto const raise = [&](Switch& to) { to.set(lab + ".switchIntfConfigPriority", "500"); };
+   bridge.load(leafSwitch);
+   bridge.settle();
+   std::string const before = bridge.dump();
+   publish(bridge, first);
+   raise(bridge);
+   bridge.settle();
+   ASSERT_EQ(bridge.port("Ethernet1"), "access_ 20");
+
+   auto& agent = bridge.agentProcess();
+   agent.signal(SIGSTOP);
+   bridge.erase(lab);
+   publish(bridge, second);
+   agent.signal(SIGCONT);
+   bridge.settle();
+   for (std::string const intf : {"Ethernet1", "Ethernet2", "Ethernet3"})
+      EXPECT_EQ(bridge.read("bridging/switchIntfConfig.switchIntfConfig[" + intf + "]")["$ref"],
+                cliPort(intf));
+   agent.signal(SIGSTOP);
+   raise(bridge);
+   bridge.erase(cliPort("Ethernet3"));
+   agent.signal(SIGCONT);
+   bridge.settle();
+   EXPECT_EQ(bridge.port("Ethernet2"), "access_ 30");
+   EXPECT_EQ(bridge.port("Ethernet3"), "access_ 30");
+
+   // As in a switch that never knew the first one.
+   Switch other;
+   other.load(leafSwitch);
+   publish(other, second);
+   other.settle();
+   raise(other);
+   other.erase(cliPort("Ethernet3"));
+   other.settle();
+   EXPECT_EQ(bridge.dump(), other.dump());
+}
+
 // --- The other supervisor takes over.
 
 // An agent that is standby on a switch that an active one has set up: that one has just gone with its
