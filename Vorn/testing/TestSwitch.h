@@ -84,8 +84,16 @@ class TestSwitch {
       return manager.entity<T>(path);
    }
 
+   // From the next start on the agent's log is held until it has settled, as the agent's runner does.
+   void holdsLogIs(bool holds) { holdsLog_ = holds; }
    // Makes the agent and asks for its mounts, after what the base mounts.
    void startAgent() {
+      beginStart();
+      run();
+      EXPECT_TRUE(agent->initialized());
+   }
+   // The same, but leaves it to the caller to run the loop.
+   void beginStart() {
       agentManager = connect("Vorn", Ordel::Role::agent);
       agent = agentFactory("Vorn");
       agent->cellIdIs(1);
@@ -97,10 +105,12 @@ class TestSwitch {
             return;
          agentMounts = group.mounts();
          agent->initializedIs(true);
+         if (holdsLog_)
+            agentManager->releaseLogWhenSettled();
       });
+      if (holdsLog_)
+         agentManager->holdLog(holdLimit);
       agent->doInit();
-      run();
-      EXPECT_TRUE(agent->initialized());
    }
    // The agent's process ends; what it wrote stands.
    void stopAgent() {
@@ -111,12 +121,15 @@ class TestSwitch {
    static void run() { Kem::activityManager()->runUntilIdle(); }
 
    Ordel::Server& server() { return server_; }
+   Ordel::Server const& server() const { return server_; }
 
    Kem::Ptr<Ordel::EntityManager> agentManager;
    Kem::Ptr<Agent> agent;
    std::vector<Ordel::Mount> agentMounts; // what the agent asked for, in one group
 
   private:
+   static constexpr Kem::Seconds holdLimit = 60;
+
    Kem::Ptr<Ordel::EntityManager> connect(char const* name, Ordel::Role role) {
       auto const manager =
           Kem::makePtr<Ordel::EntityManager>(Records::schema(), Records::typeInfo, name, role);
@@ -129,6 +142,7 @@ class TestSwitch {
    std::string const socketPath_ = testing::TempDir() + "/vorn-test-" + std::to_string(getpid()) + ".sock";
    Ordel::Server server_;
    Ordel::Listener listener_{server_};
+   bool holdsLog_ = false;
    Kem::Ptr<Ordel::EntityManager> publisher_;
    Kem::Ptr<Ordel::EntityManager> subscriber_;
 };

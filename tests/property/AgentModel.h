@@ -1,0 +1,228 @@
+// A plain account of what the agent has to make of the publishers' intent, event by event: the rules of the
+// agent on structs of the standard library. It shares no code with the agent and knows nothing of how that
+// is built; where the two differ, one of them is wrong.
+//
+// It follows order where the rules let the outcome depend on it: which internal VLAN a port has, since when
+// a port waits for one, whose name a VLAN bears, what of a port's lists counts. A life of the agent starts
+// on what the previous one left in the database and on the intent of that moment, and takes in changes in
+// the order in which they are made:
+//
+//    Agent agent(intent, survivors, now, order);   // the start of a life, up to its first turn
+//    agent.changed(change);                        // after the intent was changed
+//    agent.run(now);                               // until nothing is left to do
+//    agent.outcome()
+//
+// In which order ports are walked the rules leave open; PortOrder says it.
+#pragma once
+
+#include "Outcome.h"
+
+#include <deque>
+#include <limits>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Model {
+
+// What a life of the agent leaves behind, and the next one starts on.
+struct Survivors {
+   Outcome outcome;
+   // The record that each port's choice names, null for a dead one.
+   std::map<std::string, std::shared_ptr<Port>> chosen;
+};
+
+// The place of each port among the others: in the collections that keep no order of their own, and in those
+// that are ordered by port.
+struct PortOrder {
+   std::map<std::string, int> inTable, byPort;
+};
+
+class Agent {
+  public:
+   Agent(Intent const& intent, Survivors const& survivors, double now, PortOrder const& portOrder);
+
+   void changed(Change const& change);
+   void run(double now);
+   Outcome outcome() const;
+
+  private:
+   // --- The loop (AgentLoop.cpp): who is told of what, and when.
+
+   // Who follows something; those from vlanEntry on once for each VLAN or port.
+   enum Follower {
+      inputDir, // the selector, of inputs that come and go
+      input,    // the selector, of one input
+      selectorIntfs,
+      selectorSettings,
+      selectorHardware,
+      bridgeIntfConfigs, // the bridge, of interfaces that come and go
+      bridgeIntfStatuses,
+      bridgeVlanIntfs,
+      bridgeSettings,
+      privateVlans,
+      vlanStage, // the deferred stage of VLANs, of the selected input
+      portStage, // the deferred stage of ports, of the chosen records
+      vlanEntry, // one VLAN of the selected input
+      vlanCopy,
+      portEntry, // one chosen record
+      portCopy,
+      portConfig,
+      portStatus,
+   };
+   using FollowerId = std::pair<Follower, std::string>;
+   struct Told {
+      int attribute;
+      std::string key;
+      bool operator==(Told const&) const = default;
+   };
+   void tell(FollowerId const& follower, int attribute = 0, std::string const& key = {});
+   void forget(FollowerId const& follower);
+   Told takePending(FollowerId const& follower);
+   enum class Stage { vlans, ports };
+   void arm(Stage stage);
+   void deliver(FollowerId const& follower, Told const& told);
+   bool deliverBatch();
+   void deliverAll();
+   bool fireTimers();
+
+   // --- Selection (AgentSelection.cpp).
+   void startSelection();
+   void handleInputs();
+   void handleInput(std::string const& name);
+   void hearOut(std::string const& name);
+   void followInput(std::shared_ptr<Input> const& in);
+   void followSettings();
+   void findBestVlanInput();
+   void handlePortPriority(Input const& input);
+   void decideAllPorts();
+   void decidePort(std::string const& intf);
+   void chosenIs(std::string const& intf, std::shared_ptr<Port> const& record);
+   void handleDefaultRecord(std::string const& intf);
+   void handleDefaultRecords();
+   void copySettings();
+   void copyForwardingMode();
+   std::string inputOf(std::shared_ptr<Port> const& record) const; // "" when nobody has it
+
+   // --- VLANs (AgentVlans.cpp).
+   void handleSelectedInput();
+   void handleVlan(unsigned number);
+   void resolvedVlanDel(unsigned number);
+   void stageVlan(unsigned number);
+   void stageAllVlans();
+   void processVlanBacklog();
+   void deliverVlan(unsigned number);
+   void vlanCopyDel(unsigned number);
+   void initializeVlan(unsigned number);
+   void retireVlan(unsigned number);
+   void mirrorVlan(unsigned number, Told const& told);
+   void handleVlanCopy(unsigned number, Told const& told);
+   void syncTrunkGroups(unsigned number);
+   void handleAdminState(unsigned number);
+   void syncCpuPort(unsigned number);
+   void syncSecondaryCpuPort(ResolvedVlan const& primary, ResolvedVlan& secondary);
+   void followRoles();
+   void handleVlanIntf(std::string const& intf);
+   bool hasVlanIntf(unsigned number) const;
+
+   // --- Ports (AgentPorts.cpp).
+   static inline std::set<unsigned> const noVlans;
+   struct PortState {
+      Port copy;
+      std::shared_ptr<Port const> record; // that the copy follows
+      std::set<PortAttr> pending;
+      std::shared_ptr<IntfConfig const> config;
+      std::shared_ptr<IntfStatus const> status;
+      std::set<unsigned> const* allowed = &noVlans;
+      std::set<unsigned> const* asym = &noVlans;
+      bool isInitialized = false;
+   };
+   void stagePort(std::string const& intf);
+   void createPortEntry(std::string const& intf, std::shared_ptr<Port> const& record);
+   void mirrorPort(std::string const& intf, Told const& told);
+   void processPortBacklog();
+   bool performOneOperation(std::string const& intf);
+   void portCopyDel(std::string const& intf);
+   void initializePort(std::string const& intf);
+   void retirePort(std::string const& intf);
+   void handlePortCopy(std::string const& intf, Told const& told);
+   void handleIntfConfig(std::string const& intf);
+   void handleIntfStatus(std::string const& intf);
+   void handleEnabled(std::string const& intf);
+   void handleShut(std::string const& intf);
+   void handleForwardingModel(std::string const& intf);
+   void syncModeAndNative(std::string const& intf);
+   void computeAllowed(std::string const& intf);
+   void computeAsym(std::string const& intf);
+   void syncFlags(std::string const& intf);
+   void syncAllVlans(std::string const& intf);
+   void syncVlan(std::string const& intf, unsigned number); // nothing for one that isn't resolved
+   bool isMember(std::string const& intf, unsigned number) const;
+   bool isAccessMember(Port const& copy, unsigned native, unsigned number) const;
+   Member memberOf(std::string const& intf, unsigned number) const;
+   static void sort(std::vector<std::string>& ports, std::map<std::string, int> const& order);
+   std::vector<std::string> inTableOrder(std::vector<std::string> ports) const;
+
+   // --- Internal VLANs (AgentInternalVlans.cpp).
+   struct ModeAndNative {
+      int mode;
+      unsigned native;
+   };
+   ModeAndNative modeAndNative(std::string const& intf); // takes and gives up internal VLANs
+   unsigned internalVlanOf(std::string const& intf);
+   unsigned allocate() const;
+   void release(std::string const& intf, unsigned number);
+   void claimed(unsigned number);
+   void takeOver();
+   void dropStartup(std::string const& intf);
+   void recover();
+
+   static constexpr double never = std::numeric_limits<double>::infinity();
+
+   Intent const& intent_;
+   double now_;
+   PortOrder const& portOrder_;
+
+   // What is visible.
+   std::map<unsigned, ResolvedVlan> vlans_;
+   std::map<std::string, ResolvedPort> resolved_;
+   std::map<std::string, double> waiting_;
+   std::map<std::string, std::shared_ptr<Port>> chosen_;
+   std::map<std::string, std::string> chosenFrom_;          // the input's name, also when that has gone
+   std::shared_ptr<Input> own_ = std::make_shared<Input>(); // the default records
+   Outcome settings_;                                       // the scalars and small maps of it
+
+   // The tables of internal VLANs.
+   std::map<unsigned, std::string> routedPort_, startupRoutedPort_;
+   std::map<std::string, unsigned> internalVlan_, startupInternalVlan_;
+
+   // The followers' state.
+   std::map<std::string, std::shared_ptr<Input>> followed_; // inputs, by name
+   std::shared_ptr<Settings> followedSettings_;
+   std::shared_ptr<Input> selected_; // of VLANs; may be null
+   struct VlanState {
+      Vlan copy;
+      std::shared_ptr<Vlan const> record; // that the copy follows; null for none
+      bool isInitialized = false;
+   };
+   std::map<unsigned, VlanState> vlanStates_;
+   std::map<std::string, PortState> ports_;
+   std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library has told
+   std::map<unsigned, Role> roles_;
+   std::set<unsigned> vlanBacklog_;
+   std::set<std::string> portBacklog_;
+   double recoveryTime_ = never;
+
+   std::map<FollowerId, std::map<int, std::vector<std::string>>> pending_;
+   struct Queued {
+      FollowerId follower;
+      unsigned batch; // in which it was queued
+   };
+   std::deque<Queued> queue_;
+   unsigned batch_ = 0;
+   std::vector<Stage> armed_; // stages whose clock is set
+};
+
+} // namespace Model

@@ -1,0 +1,141 @@
+// What the publishers of the property test ask for, as plain structs: the inputs of the model.
+//
+// Records are shared pointers because a record is more than what it says: one that was deleted and made
+// again is another record, and who followed the first one has to notice. A record that its publisher has
+// deleted stays as long as somebody still holds it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Model {
+
+enum Mode { access = 0, trunk = 1, tunnel = 2, tap = 3, tool = 4, routed = 5 };
+
+constexpr unsigned routedModel = 5;     // of an interface's forwarding model
+constexpr unsigned agentsPriority = 10; // of its default records
+constexpr char agentsInput[] = "eth"; // the agent's own input: a default record for each port that can bridge
+
+// Role of a VLAN among private VLANs.
+struct Role {
+   unsigned type = 0; // 1 for a secondary
+   unsigned primary = 0;
+   bool operator==(Role const&) const = default;
+};
+
+struct Vlan {
+   std::string name{};
+   bool isSuspended = false;
+   Role role{};
+   std::set<std::string> trunkGroups{};
+   bool operator==(Vlan const&) const = default;
+};
+
+struct Port {
+   bool enabled = true;
+   int mode = access;
+   unsigned accessVlan = 1, trunkNative = 1, tapNative = 1;
+   std::string trunkAllowed = "1-4094", tapAllowed = "1-4094", toolAllowed = "1-4094", asym{};
+   std::set<std::string> trunkGroups{};
+   bool learns = true, floods = true;
+   unsigned tpid = 0x8100;
+   std::set<unsigned> mappedSecondaries{};
+   bool mapsAllSecondaries = false, mapsOnTrunk = false, tagsIdentity = false;
+};
+
+// Attributes of a port's record, in the order of the record.
+enum class PortAttr {
+   enabled,
+   mode,
+   accessVlan,
+   trunkNative,
+   trunkAllowed,
+   asym,
+   trunkGroups,
+   learns,
+   floods,
+   tpid,
+   mappedSecondaries,
+   mapsAllSecondaries,
+   mapsOnTrunk,
+   tapNative,
+   tapAllowed,
+   toolAllowed,
+   tagsIdentity,
+};
+
+enum class VlanAttr { isSuspended, name, role, trunkGroups };
+
+struct Input {
+   std::string name;
+   unsigned vlanPriority = 0, portPriority = 0;
+   std::string detail{};
+   std::map<unsigned, std::shared_ptr<Vlan>> vlans{};
+   std::map<std::string, std::shared_ptr<Port>> ports{};
+};
+
+struct IntfConfig {
+   bool isShut = false;
+};
+struct IntfStatus {
+   unsigned forwardingModel = 0;
+};
+struct VlanIntf {
+   bool isEnabled = true, isShut = false;
+   // Shut down by configuration counts, whatever else is said.
+   bool isInUse() const { return isEnabled && !isShut; }
+};
+
+// Settings of the command line for the whole bridge.
+struct Settings {
+   unsigned rangeMin = 1006, rangeMax = 4094;
+   bool allocatesDescending = false;
+   double agingTime = 300;
+   bool passesPause = false;
+   unsigned forwardingMode = 0;
+   std::map<unsigned, unsigned> fids;
+   std::set<std::string> reserved;
+};
+
+struct Intent {
+   std::map<std::string, std::shared_ptr<Input>> inputs;              // by name, the order of the directory
+   std::shared_ptr<Settings> settings = std::make_shared<Settings>(); // those of the input "cli"
+   std::map<std::string, std::shared_ptr<IntfConfig>> intfConfigs;
+   std::map<std::string, std::shared_ptr<IntfStatus>> intfStatuses;
+   std::map<std::string, VlanIntf> vlanIntfs; // by name
+   std::vector<unsigned> supportedModes;      // of forwarding, by index
+   bool isRoutedByDefault = false;
+};
+
+// One change of the intent, as those who follow it are told.
+struct Change {
+   enum What {
+      inputs,         // an input came or went: `name`
+      vlanPriority,   // of the input `name`
+      portPriority,   // of the input `name`
+      inputVlan,      // VLAN `number` of the input `name` came or went
+      inputPort,      // port `key` of the input `name` came or went
+      vlanAttribute,  // `attribute` of VLAN `number` of the input `name`
+      portAttribute,  // `attribute` of port `key` of the input `name`
+      intfConfig,     // of port `key` came or went
+      intfConfigShut, // of port `key` changed
+      intfStatus,     // of port `key` came or went
+      intfStatusModel,
+      vlanIntf, // `key` came or went
+      settings, // of the command line
+      fid,      // of VLAN `number`
+      hardware,
+   } what;
+   std::string name{};
+   std::string key{};
+   unsigned number = 0;
+   int attribute = 0;
+};
+
+// The VLANs of a list; what isn't a number or a range from 1 to 4094 is no VLAN.
+std::set<unsigned> const& vlansOf(std::string const& list);
+
+} // namespace Model

@@ -1,0 +1,98 @@
+// The publishers of the property test: what they do at random, each thing in the database and in the intent
+// that the model works from.
+//
+// What an operation does follows from its kind, its seed and the intent of that moment, so that a series can
+// be shortened and repeated. One that makes no sense at that moment does nothing.
+#pragma once
+
+#include "Intent.h"
+
+#include "Vorn/testing/TestSwitch.h"
+#include "records/Bridging/HwCapabilities.h"
+#include "records/Bridging/Input/CliConfig.h"
+#include "records/Interface/EthIntfConfigDir.h"
+#include "records/Interface/EthIntfStatusDir.h"
+#include "records/Interface/VlanIntfConfigDir.h"
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <string>
+
+namespace Model {
+
+// Numbers that follow from a seed alone.
+class Dice {
+  public:
+   explicit Dice(uint64_t seed) : state_(seed) {}
+   unsigned below(unsigned limit) {
+      state_ += 0x9e3779b97f4a7c15;
+      uint64_t z = state_;
+      z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9;
+      z = (z ^ (z >> 27)) * 0x94d049bb133111eb;
+      return static_cast<unsigned>((z ^ (z >> 31)) % limit);
+   }
+   bool chance(unsigned oneIn = 2) { return below(oneIn) == 0; }
+   template <class T, size_t n>
+   T const& oneOf(T const (&choices)[n]) {
+      return choices[below(n)];
+   }
+
+  private:
+   uint64_t state_;
+};
+
+class Publishers {
+  public:
+   // All ports that they know, of every kind.
+   static constexpr char const* ports[] = {"Ethernet1",   "Ethernet2", "Ethernet3",     "Ethernet4/1",
+                                           "Ethernet5",   "Ethernet6", "Port-Channel1", "Ethernet65536",
+                                           "Ethernet1.5", "Loopback0", "Management1",   "odd name"};
+   enum class Kind { priority, publisher, vlan, port, intf, vlanIntf, setting, count };
+
+   // `tell` is called for each change, behind it.
+   Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell);
+
+   // Some interfaces, a small range of internal VLANs: what every series starts on.
+   void begin(Dice dice);
+   // Does one thing; the text says what.
+   std::string perform(Kind kind, Dice dice);
+   // The default of ports without configuration changes, which ends a running agent.
+   std::string changeDefault();
+   // After a turn of the loop: new inputs have their numbers by now, and can be written.
+   void turnIsOver() { unborn_.clear(); }
+
+  private:
+   using InputConfig = Bridging::Input::Config;
+
+   Kem::Ptr<InputConfig> record(std::string const& input) const;
+   std::string someInput(Dice& dice) const;
+   void comes(std::shared_ptr<Input> const& content);
+   void goes(std::string const& name);
+
+   std::string changePriority(Dice dice);
+   std::string changePublisher(Dice dice);
+   std::string changeVlan(Dice dice);
+   std::string changePort(Dice dice);
+   std::string changePortAttribute(Dice& dice, std::string const& input, std::string const& intf);
+   std::string changeIntf(Dice dice);
+   std::string changeVlanIntf(Dice dice);
+   std::string changeSetting(Dice dice);
+
+   void intfComes(std::string const& intf, unsigned forwardingModel);
+   void intfGoes(std::string const& intf);
+   void rangeIs(unsigned min, unsigned max);
+
+   Intent& intent_;
+   std::function<void(Change const&)> const tell_;
+   Kem::Ptr<Kem::Dir> inputDir_;
+   Kem::Ptr<Bridging::Input::CliConfig> cli_;
+   Kem::Ptr<Interface::EthIntfConfigDir> intfConfigs_;
+   Kem::Ptr<Interface::EthIntfStatusDir> intfStatuses_;
+   Kem::Ptr<Interface::VlanIntfConfigDir> vlanIntfs_;
+   Kem::Ptr<Bridging::HwCapabilities> hardware_;
+   Kem::Ptr<Bridging::Config> config_;
+   std::set<std::string> unborn_; // inputs that were made in this turn
+};
+
+} // namespace Model

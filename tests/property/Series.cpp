@@ -1,0 +1,195 @@
+#include "Series.h"
+
+#include "Kem/Trace.h"
+#include "World.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Model {
+
+Series makeSeries(uint64_t seed, unsigned length) {
+   Series series{.seed = seed, .operations = {}};
+   Dice dice(seed * 7919);
+   // How often each comes, of the publishers' kinds.
+   using Kind = Publishers::Kind;
+   static constexpr Kind kinds[] = {Kind::priority, Kind::priority, Kind::publisher, Kind::publisher,
+                                    Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::vlan,
+                                    Kind::vlan,     Kind::port,     Kind::port,      Kind::port,
+                                    Kind::port,     Kind::port,     Kind::port,      Kind::port,
+                                    Kind::intf,     Kind::intf,     Kind::vlanIntf,  Kind::setting};
+   static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
+                                   Operation::start,         Operation::kill, Operation::killAtStart,
+                                   Operation::changeDefault, Operation::fresh};
+   for (unsigned i = 0; i < length; ++i) {
+      int const kind = dice.chance(12)   ? dice.oneOf(lives)
+                       : dice.chance(40) ? int(Operation::wait)
+                                         : static_cast<int>(dice.oneOf(kinds));
+      series.operations.push_back(
+          {.kind = kind, .seed = dice.below(0x7fffffff), .endsTurn = !dice.chance(3), .number = i});
+   }
+   return series;
+}
+
+std::string numbersOf(Series const& series) {
+   std::string text;
+   for (auto const& operation : series.operations)
+      text += (text.empty() ? "" : ",") + std::to_string(operation.number);
+   return text;
+}
+
+Series only(Series series, std::string const& numbers) {
+   std::set<size_t> wanted;
+   std::istringstream in(numbers);
+   for (std::string item; std::getline(in, item, ',');)
+      wanted.insert(std::stoul(item));
+   std::erase_if(series.operations, [&](Operation const& o) { return !wanted.contains(o.number); });
+   return series;
+}
+
+namespace {
+
+std::string perform(World& world, Operation const& operation) {
+   Dice dice(operation.seed);
+   unsigned const turns = dice.below(12);
+   switch (operation.kind) {
+   case Operation::restart:
+      world.stopAgent();
+      world.startAgent();
+      return "the agent is restarted";
+   case Operation::stop:
+      world.stopAgent();
+      return "the agent stops";
+   case Operation::start:
+      world.startAgent();
+      return "the agent starts";
+   case Operation::kill:
+      world.killAgent(turns);
+      return "the agent is killed " + std::to_string(turns) + " turns later";
+   case Operation::killAtStart:
+      world.stopAgent();
+      world.startAndKillAgent(turns);
+      return "the agent starts and is killed " + std::to_string(turns) + " turns later";
+   case Operation::changeDefault: {
+      bool const wasUp = world.isAgentUp();
+      world.stopAgent();
+      std::string const text = world.publishers().changeDefault();
+      world.run();
+      if (wasUp)
+         world.startAgent();
+      return text;
+   }
+   case Operation::wait: {
+      double const seconds = dice.chance() ? 11 : 4;
+      world.pass(seconds);
+      return std::to_string(static_cast<int>(seconds)) + " seconds pass";
+   }
+   case Operation::fresh:
+      world.startFreshAgent();
+      return "a fresh agent starts";
+   default:
+      return world.publishers().perform(static_cast<Publishers::Kind>(operation.kind), dice);
+   }
+}
+
+} // namespace
+
+Verdict run(Series const& series) {
+   World world(series.seed);
+   world.startAgent();
+   Verdict verdict;
+   verdict.differences = world.differences();
+   std::ostringstream history;
+   for (auto const& operation : series.operations) {
+      if (!verdict.isGood())
+         break;
+      history << operation.number << ": " << perform(world, operation) << (operation.endsTurn ? "" : ", and")
+              << "\n";
+      bool const isLast = ++verdict.done == series.operations.size();
+      if (!operation.endsTurn && !isLast)
+         continue;
+      world.run();
+      if (isLast)
+         world.startAgent(); // what was left of the last one is looked at too
+      verdict.differences = world.differences();
+   }
+   verdict.history = history.str();
+   return verdict;
+}
+
+Verdict runApart(Series const& series) {
+   int ends[2];
+   if (pipe(ends) != 0)
+      std::abort();
+   pid_t const child = fork();
+   if (child < 0)
+      std::abort();
+   if (child == 0) {
+      close(ends[0]);
+      Verdict const verdict = run(series);
+      std::string const text = std::to_string(verdict.done) + "\n" + std::to_string(verdict.history.size()) +
+                               "\n" + verdict.history + verdict.differences;
+      for (size_t at = 0; at < text.size();) {
+         ssize_t const written = write(ends[1], text.data() + at, text.size() - at);
+         if (written <= 0)
+            _exit(1);
+         at += static_cast<size_t>(written);
+      }
+      _exit(0);
+   }
+   close(ends[1]);
+   std::string text;
+   char bytes[4096];
+   for (ssize_t got = 0; (got = read(ends[0], bytes, sizeof bytes)) > 0;)
+      text.append(bytes, static_cast<size_t>(got));
+   close(ends[0]);
+   int status = 0;
+   waitpid(child, &status, 0);
+   if (status != 0)
+      return {.history = {},
+              .differences = WIFSIGNALED(status)
+                                 ? std::string("ended by signal: ") + strsignal(WTERMSIG(status)) + "\n"
+                                 : "ended with status " + std::to_string(WEXITSTATUS(status)) + "\n",
+              .done = series.operations.size()};
+   Verdict verdict;
+   std::istringstream in(text);
+   size_t historySize = 0;
+   in >> verdict.done >> historySize;
+   in.get();
+   size_t const begin = static_cast<size_t>(in.tellg());
+   verdict.history = text.substr(begin, historySize);
+   verdict.differences = text.substr(begin + historySize);
+   return verdict;
+}
+
+// Leaves out ever smaller stretches as long as the rest still fails.
+Series shortened(Series series, size_t done, unsigned runs) {
+   auto& operations = series.operations;
+   operations.resize(std::min(done, operations.size()));
+   for (size_t size = std::max<size_t>(operations.size() / 2, 1); runs > 0;) {
+      bool hasShrunk = false;
+      for (size_t at = 0; at < operations.size() && runs > 0;) {
+         Series shorter = series;
+         auto const from = shorter.operations.begin() + static_cast<std::ptrdiff_t>(at);
+         shorter.operations.erase(from,
+                                  from + static_cast<std::ptrdiff_t>(std::min(size, operations.size() - at)));
+         --runs;
+         if (!runApart(shorter).isGood()) {
+            series = shorter;
+            hasShrunk = true;
+         } else {
+            at += size;
+         }
+      }
+      if (size == 1 && !hasShrunk)
+         break;
+      size = std::max<size_t>(size / 2, 1);
+   }
+   return series;
+}
+
+} // namespace Model

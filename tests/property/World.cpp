@@ -1,0 +1,191 @@
+#include "World.h"
+
+#include "Listing.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/SwitchIntfConfig.h"
+#include "records/Bridging/SwitchIntfConfigDir.h"
+#include "records/Bridging/VlanConfig.h"
+
+#include <utility>
+
+namespace Model {
+
+namespace {
+
+constexpr char configPath[] = "bridging/config";
+constexpr char defaultsPath[] = "bridging/input/config/eth";
+constexpr char chosenPath[] = "bridging/switchIntfConfig";
+constexpr char causePath[] = "interface/errdisable/cause/no-internal-vlan";
+
+ResolvedVlan resolvedOf(Bridging::VlanConfig const& vlan) {
+   ResolvedVlan to;
+   to.internal = vlan.internal();
+   to.isSuspended = vlan.adminState() != Bridging::VlanAdminState::active;
+   to.source = vlan.configSource().str();
+   to.name = vlan.configuredName().str();
+   to.role = {.type = static_cast<unsigned>(vlan.vlanTypeAndPrimaryVlan().vlanType),
+              .primary = vlan.vlanTypeAndPrimaryVlan().primaryVlan};
+   for (auto const& [group, value] : vlan.trunkGroup())
+      to.trunkGroups.insert(group.str() + (value ? "" : " false"));
+   for (auto const& [intf, member] : vlan.intf())
+      to.members[intf.stringValue().str()] = {member.tagged, member.mappedUntagged,
+                                              static_cast<unsigned>(member.direction)};
+   return to;
+}
+
+ResolvedPort resolvedOf(Bridging::SwitchIntfConfig const& port) {
+   return {.mode = static_cast<int>(port.switchportModeAndNativeVlan().switchportMode),
+           .native = port.switchportModeAndNativeVlan().nativeVlan,
+           .learns = port.macLearningEnabled(),
+           .floods = port.floodingEnabled(),
+           .takesTagged = port.allowTaggedPkts(),
+           .isAsym = port.asymVlanEnabled(),
+           .filters = port.enableIngressFiltering(),
+           .tpid = port.vlanTpid()};
+}
+
+// As the platform's collections have them.
+PortOrder portOrder() {
+   Kem::ValueMap<Sulvi::IntfId, int> table;
+   Kem::OrderedValueMap<Sulvi::IntfId, int> ordered;
+   for (auto const* const intf : Publishers::ports) {
+      table.findOrInsert(intf, [] { return 0; });
+      ordered.findOrInsert(intf, [] { return 0; });
+   }
+   PortOrder order;
+   for (auto const& [intf, value] : table)
+      order.inTable.emplace(intf.stringValue().str(), order.inTable.size());
+   for (auto const& [intf, value] : ordered)
+      order.byPort.emplace(intf.stringValue().str(), order.byPort.size());
+   return order;
+}
+
+} // namespace
+
+World::World(uint64_t seed) : portOrder_(portOrder()) {
+   sw_.holdsLogIs(true);
+   publishers_ = std::make_unique<Publishers>(sw_, intent_, [this](Change const& change) {
+      if (model_)
+         model_->changed(change);
+   });
+   publishers_->begin(Dice(seed));
+   config_ = sw_.subscribe<Bridging::Config>(configPath);
+   defaults_ = sw_.subscribe<Bridging::Input::Config>(defaultsPath);
+   cause_ = sw_.subscribe<Errdisable::CauseStatus>(causePath);
+   sw_.run();
+}
+
+// --- Lives of the agent.
+
+void World::startAgent() {
+   if (model_)
+      return;
+   Survivors const left = survivors();
+   double const now = Kem::now();
+   sw_.startAgent();
+   sw_.run();
+   model_ = std::make_unique<Agent>(intent_, left, now, portOrder_);
+   model_->run(now);
+}
+
+void World::stopAgent() {
+   sw_.stopAgent();
+   model_ = nullptr;
+}
+
+void World::startAndKillAgent(unsigned turns) {
+   if (model_)
+      return;
+   sw_.beginStart();
+   killAgent(turns);
+}
+
+void World::killAgent(unsigned turns) {
+   for (unsigned i = 0; i < turns; ++i)
+      Kem::activityManager()->runTurn(0);
+   stopAgent();
+}
+
+void World::startFreshAgent() {
+   stopAgent();
+   auto const config = sw_.publish<Bridging::Config>(configPath);
+   config->vlanConfigDelAll();
+   config->switchIntfConfigDelAll();
+   config->vidToFidMapDelAll();
+   config->ieeeReservedForwardingDelAll();
+   sw_.publish<Bridging::SwitchIntfConfigDir>(chosenPath)->switchIntfConfigDelAll();
+   sw_.publish<Bridging::Input::Config>(defaultsPath)->switchIntfConfigDelAll();
+   sw_.publish<Errdisable::CauseStatus>(causePath)->intfStatusDelAll();
+   sw_.run();
+   startAgent();
+}
+
+void World::pass(double seconds) {
+   double const end = Kem::now() + seconds;
+   run();
+   Kem::activityManager()->advanceTo(end);
+   run();
+}
+
+void World::run() {
+   sw_.run();
+   publishers_->turnIsOver();
+   if (model_)
+      model_->run(Kem::now());
+}
+
+// --- What there is.
+
+Outcome World::told() const {
+   Outcome all;
+   for (auto const& [vlanId, vlan] : config_->vlanConfig())
+      all.vlans[vlanId] = resolvedOf(*vlan);
+   for (auto const& [intf, port] : config_->switchIntfConfig())
+      all.ports[intf.stringValue().str()] = resolvedOf(*port);
+   for (auto const& [intf, time] : cause_->intfStatus())
+      all.waiting[intf.stringValue().str()] = time;
+   for (auto const& [intf, record] : defaults_->switchIntfConfig())
+      all.defaults[intf.stringValue().str()] = record->enabled();
+   all.chosen = chosenInputs(sw_.server().tree(), chosenPath);
+   all.detail = config_->vlanConfigSourceDetail().str();
+   all.rangeMin = config_->internalVlanRange().min;
+   all.rangeMax = config_->internalVlanRange().max;
+   all.allocatesDescending =
+       config_->internalVlanAllocationPolicy() != Bridging::InternalVlanAllocationPolicy::ascending;
+   all.agingTime = config_->hostAgingTime();
+   all.passesPause = config_->pausePassThrough();
+   all.forwardingMode = static_cast<unsigned>(config_->forwardingMode());
+   for (auto const& [vlan, fid] : config_->vidToFidMap())
+      all.fids[vlan] = fid;
+   for (auto const& [address, value] : config_->ieeeReservedForwarding())
+      all.reserved.insert(address.stringValue().str() + (value ? "" : " false"));
+   return all;
+}
+
+Survivors World::survivors() const {
+   Survivors left{.outcome = told(), .chosen = {}};
+   for (auto const& [intf, name] : left.outcome.chosen) {
+      auto& record = left.chosen[intf];
+      auto const input = intent_.inputs.find(name);
+      if (input == intent_.inputs.end())
+         continue;
+      if (auto const port = input->second->ports.find(intf); port != input->second->ports.end())
+         record = port->second;
+   }
+   return left;
+}
+
+std::string World::differences() {
+   if (!model_)
+      return "";
+   std::string text = Model::differences(model_->outcome(), told());
+   auto const& tree = sw_.server().tree();
+   for (auto const& [path, record] : {std::pair<char const*, Kem::Entity const*>{configPath, config_.ptr()},
+                                      {defaultsPath, defaults_.ptr()},
+                                      {causePath, cause_.ptr()}})
+      if (listing(tree, *tree.find(path)) != listing(*record))
+         text += std::string(path) + ": the subscriber has something else than the database\n";
+   return text;
+}
+
+} // namespace Model

@@ -1,0 +1,56 @@
+// The world of the property test: a state database, its publishers, a subscriber that has been there from the
+// start, and the agent in one life after another, each beside a life of the model.
+//
+// What is compared with the model is what the subscriber has put together from what it was told, and, byte by
+// byte with that, what the database holds; never the agent's memory.
+#pragma once
+
+#include "AgentModel.h"
+#include "Publishers.h"
+
+#include "records/Bridging/Config.h"
+#include "records/Errdisable/CauseStatus.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Model {
+
+class World {
+  public:
+   explicit World(uint64_t seed);
+
+   bool isAgentUp() const { return model_ != nullptr; }
+   void startAgent();
+   void stopAgent();
+   // Starts it and kills it after so many turns of the loop.
+   void startAndKillAgent(unsigned turns);
+   // Runs so many turns of the loop on what has been changed, and kills the agent then.
+   void killAgent(unsigned turns);
+   // A fresh agent on the same inputs: everything that agents wrote is taken away while it is down.
+   void startFreshAgent();
+   void pass(double seconds);
+
+   // Until nothing is left to do, in the world and in the model.
+   void run();
+   // Where database, subscriber and model differ; empty when they are alike.
+   std::string differences();
+
+   Publishers& publishers() { return *publishers_; }
+
+  private:
+   Survivors survivors() const;
+   Outcome told() const; // the subscriber's view
+
+   Vorn::TestSwitch sw_;
+   Intent intent_;
+   PortOrder portOrder_;
+   std::unique_ptr<Publishers> publishers_;
+   Kem::Ptr<Bridging::Config> config_;
+   Kem::Ptr<Bridging::Input::Config> defaults_;
+   Kem::Ptr<Errdisable::CauseStatus> cause_;
+   std::unique_ptr<Agent> model_; // null while the agent is down
+};
+
+} // namespace Model
