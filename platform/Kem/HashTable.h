@@ -6,6 +6,9 @@
 // found or not, ends at the first greater entry. Reversal spreads small consecutive numbers evenly
 // over the table; the low bits of a hash must be as good as its high ones.
 //
+// Entries that come in iteration order, as from another table with the same keys, go right behind the last
+// one, without a look at the others: all of them would crowd the low end of a table that is still small.
+//
 // An iterator remembers its entry and the table's version of change. When the version has moved it finds its
 // place again by key, so any entry may be removed or added during iteration: each entry that stays is visited
 // once. Memory is one array; an entry costs 4 bytes beside key and value. A table that grows is between 3/8
@@ -43,7 +46,7 @@ uint32_t hashOf(Key const& key) {
    }
 }
 
-inline uint32_t reverseBits(uint32_t v) {
+[[gnu::always_inline]] inline uint32_t reverseBits(uint32_t v) {
    v = __builtin_bswap32(v);
    v = ((v & 0x0f0f0f0fu) << 4) | ((v >> 4) & 0x0f0f0f0fu);
    v = ((v & 0x33333333u) << 2) | ((v >> 2) & 0x33333333u);
@@ -96,7 +99,7 @@ class HashTable {
       uint32_t const versionBefore = version_;
       Entry made{key, make()};
       if (size_ >= maxSize())
-         resize(bits_ < 0 ? 2 : bits_ + 1, slack_);
+         resize(bits_ < 0 ? 2 : bits_ + 1, slackBits_);
       if (version_ != versionBefore) {
          at = lowerBound(order, made.key);
          if (isAt(at, order, made.key))
@@ -108,16 +111,18 @@ class HashTable {
          ++gap;
       if (gap == slotCount()) {
          // Only a run that reaches the end of the array comes here: more room behind the last home.
-         resize(bits_, slack_ * 2);
+         resize(bits_, slackBits_ + 1);
          at = lowerBound(order, made.key);
          gap = at;
          while (slots_[gap].order != 0)
             ++gap;
       }
+      size_t const lastMoved = gap;
       for (; gap > at; --gap)
          slots_[gap].take(slots_[gap - 1]);
       new (slots_[at].memory) Entry(std::move(made));
       slots_[at].order = order;
+      end_ = std::max(end_, static_cast<uint32_t>(lastMoved + 1));
       ++size_;
       ++version_;
       return {&slots_[at].entry().value, true};
@@ -135,20 +140,23 @@ class HashTable {
          slots_[at].take(slots_[at + 1]);
          ++at;
       }
+      while (end_ > 0 && slots_[end_ - 1].order == 0)
+         --end_;
       --size_;
       ++version_;
       if (bits_ > 3 && size_ * 8 < capacity())
-         resize(bits_ - 1, defaultSlack);
+         resize(bits_ - 1, defaultSlackBits);
       return true;
    }
 
    void clear() {
       // The entries leave the table before they are destroyed: their destructors may come back here.
       Slot* const slots = std::exchange(slots_, nullptr);
-      size_t const end = slotCount();
+      size_t const end = end_;
       size_ = 0;
+      end_ = 0;
       bits_ = -1;
-      slack_ = defaultSlack;
+      slackBits_ = defaultSlackBits;
       ++version_;
       if (!slots)
          return;
@@ -184,7 +192,7 @@ class HashTable {
      private:
       void settle(size_t at) {
          version_ = table_->version_;
-         size_t const end = table_->slotCount();
+         size_t const end = table_->end_;
          while (at < end && table_->slots_[at].order == 0)
             ++at;
          at_ = at;
@@ -208,13 +216,13 @@ class HashTable {
    // the fast walk for code that doesn't.
    template <class Visit>
    void forEach(Visit&& visit) const {
-      for (size_t i = 0, end = slotCount(); i < end; ++i)
+      for (size_t i = 0, end = end_; i < end; ++i)
          if (slots_[i].order != 0)
             visit(slots_[i].entry().key, slots_[i].entry().value);
    }
 
   private:
-   static constexpr uint32_t defaultSlack = 4; // slots behind the last home
+   static constexpr uint8_t defaultSlackBits = 2; // 4 slots behind the last home
 
    struct Slot {
       uint32_t order; // bit-reversed hash with the lowest bit set; 0 in a free slot
@@ -234,14 +242,16 @@ class HashTable {
 
    static uint32_t orderOf(Key const& key) { return reverseBits(hashOf(key)) | 1; }
    size_t capacity() const { return bits_ < 0 ? 0 : size_t(1) << bits_; }
-   size_t slotCount() const { return bits_ < 0 ? 0 : capacity() + slack_; }
+   size_t slotCount() const { return bits_ < 0 ? 0 : capacity() + (size_t(1) << slackBits_); }
    size_t maxSize() const { return bits_ < 0 ? 0 : capacity() - capacity() / 4; }
    size_t home(uint32_t order) const { return bits_ < 0 ? 0 : order >> (32 - bits_); }
 
    // First slot from the key's home on that is free or holds an entry not less than the key.
    size_t lowerBound(uint32_t order, Key const& key) const {
       size_t at = home(order);
-      size_t const end = slotCount();
+      size_t const end = end_;
+      if (end == 0 || order > slots_[end - 1].order)
+         return std::max(at, end);
       while (at < end && slots_[at].order != 0 && slots_[at].order < order)
          ++at;
       while (at < end && slots_[at].order == order && slots_[at].entry().key < key)
@@ -267,15 +277,15 @@ class HashTable {
 
    // Entries are sorted, so they are laid out anew in one pass, each at its
    // home or right behind the last one.
-   void resize(int bits, uint32_t slack) {
+   void resize(int bits, uint8_t slackBits) {
       HashTable bigger;
-      bigger.bits_ = bits;
-      for (bigger.slack_ = slack;; bigger.slack_ *= 2)
+      bigger.bits_ = static_cast<int8_t>(bits);
+      for (bigger.slackBits_ = slackBits;; ++bigger.slackBits_)
          if (fits(bigger))
             break;
       bigger.allocate();
       size_t next = 0;
-      for (size_t i = 0, end = slotCount(); i < end; ++i) {
+      for (size_t i = 0, end = end_; i < end; ++i) {
          if (slots_[i].order == 0)
             continue;
          size_t const at = std::max(next, bigger.home(slots_[i].order));
@@ -283,13 +293,15 @@ class HashTable {
          next = at + 1;
       }
       bigger.size_ = std::exchange(size_, 0);
+      bigger.end_ = static_cast<uint32_t>(next);
+      end_ = 0;
       swapEntries(bigger);
       ++version_;
    }
    // Whether all entries find a slot in a table of that shape.
    bool fits(HashTable const& shape) const {
       size_t next = 0;
-      for (size_t i = 0, end = slotCount(); i < end; ++i)
+      for (size_t i = 0, end = end_; i < end; ++i)
          if (slots_[i].order != 0)
             next = std::max(next, shape.home(slots_[i].order)) + 1;
       return next < shape.slotCount();
@@ -306,14 +318,16 @@ class HashTable {
       std::swap(slots_, other.slots_);
       std::swap(size_, other.size_);
       std::swap(bits_, other.bits_);
-      std::swap(slack_, other.slack_);
+      std::swap(slackBits_, other.slackBits_);
+      std::swap(end_, other.end_);
    }
 
    Slot* slots_ = nullptr;
    uint32_t size_ = 0;
-   int8_t bits_ = -1; // capacity is 2 to this; -1 has no array
-   uint32_t slack_ = defaultSlack;
+   uint32_t end_ = 0; // behind the last entry
    uint32_t version_ = 0;
+   int8_t bits_ = -1; // capacity is 2 to this; -1 has no array
+   uint8_t slackBits_ = defaultSlackBits;
 };
 
 } // namespace Kem
