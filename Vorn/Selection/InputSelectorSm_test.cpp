@@ -358,7 +358,7 @@ TEST_F(InputSelectorSmTest, startWritesInItsOrder) {
    bridge.intf("Ethernet2");
    bridge.cli->hostAgingTimeIs(17);
    bridge.cli->pausePassThroughIs(true);
-   bridge.internalVlansAre(2000, 2100, 1);
+   bridge.internalVlansAre(2000, 2100, Bridging::InternalVlanAllocationPolicy::descending);
    bridge.cli->vidToFidMapIs(20, 7);
    bridge.cli->ieeeReservedForwardingIs(Sulvi::EthAddr("01:80:c2:00:00:0e"), true);
    supportedModesAre({2});

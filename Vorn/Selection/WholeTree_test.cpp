@@ -29,8 +29,11 @@ struct WholeTreeTest : testing::Test {
       bridge.vlanDel(40 + changes - 1);
       bridge.access("Ethernet1", changes % 2 ? 20 : 10)->vlanTpidIs(0x8100 + changes);
       bridge.trunk("Ethernet2", changes % 2 ? "10" : "20");
-      bridge.enabledStateLocalIs("Ethernet3", changes % 2 ? 1 : 0);
-      bridge.forwardingModelIs("Ethernet3", changes % 2 ? 1 : 5);
+      bridge.enabledStateLocalIs("Ethernet3", changes % 2 ? Interface::EnabledState::enabledStateEnabled
+                                                             : Interface::EnabledState::enabledStateDefault);
+      bridge.forwardingModelIs("Ethernet3", changes % 2
+                                                ? Interface::IntfForwardingModel::intfForwardingModelBridged
+                                                : Interface::IntfForwardingModel::intfForwardingModelRouted);
       bridge.intf(Sulvi::IntfId("Ethernet" + std::to_string(10 + changes)));
       bridge.vlanIntf(static_cast<uint16_t>(50 + changes));
       bridge.dynVlanIntf(static_cast<uint16_t>(60 + changes));

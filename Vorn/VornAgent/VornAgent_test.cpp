@@ -182,8 +182,9 @@ TEST_P(PlaceAbsentTest, agentStartsWithoutIt) {
    auto const entity = sw.agentManager->getEntity(mount.path);
    EXPECT_EQ(entity != nullptr, mount.isCreating()) << mount.path;
    EXPECT_EQ(sw.server().tree().find(mount.path) != nullptr, mount.isCreating()) << mount.path;
-   if (entity)
+   if (entity) {
       EXPECT_EQ(entity->typeInfo().name, mount.type);
+   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PlaceAbsentTest, testing::Range(size_t(0), size_t(57)));
@@ -222,7 +223,7 @@ TEST_F(VornAgentTest, fabricDeviceIsFabricUnlessTheEnvironmentSaysOtherwise) {
 struct StartOrderTest : VornAgentTest {
    StartOrderTest() { Kem::traceSettingIs("Vorn/0-9,VornAttrLog/0-9,AgentStages/0-9"); }
    // What has been made since it was asked last, and the other steps between.
-   static std::vector<std::string> steps() {
+   std::vector<std::string> steps() {
       std::vector<std::string> all;
       for (auto const& line : traced())
          for (std::string_view const word : {"made ", "takes part in stage ", "startupComplete",

@@ -37,7 +37,7 @@ static_assert(HasLabelIs<Box>, "what is only initially given can be changed");
 static_assert(std::is_final_v<Store> && !std::is_final_v<Place>);
 static_assert(!std::is_constructible_v<Box, Level> && !std::is_copy_constructible_v<Box>);
 static_assert(std::is_same_v<Box::Label, Label>, "a record has a second name beside its attribute");
-static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 16);
+static_assert(Store::kMaterial == 4 && Store::kBox == 3 && Store::kAttributeCount == 17);
 static_assert(sizeof(Level) == 2 && sizeof(Percent) == 1 && std::is_trivially_copyable_v<Level>);
 
 Label someLabel() {
@@ -411,14 +411,11 @@ TEST_F(WireTest, memberKeysAreShownToAVisitor) {
    store->encodeMemberKey(Store::kLabel, &spot, out);
    Wire::Reader in(out.view());
    Spot seen;
-   EXPECT_TRUE(store->visitMemberKey(
-       Store::kLabel, in,
-       [](void const* key, void* context) { *static_cast<Spot*>(context) = *static_cast<Spot const*>(key); },
-       &seen));
+   EXPECT_TRUE(store->visitMemberKey(Store::kLabel, in,
+                                     [&](void const* key) { seen = *static_cast<Spot const*>(key); }));
    EXPECT_EQ(seen, spot);
    Wire::Reader cut(out.view().substr(1));
-   EXPECT_FALSE(store->visitMemberKey(
-       Store::kLabel, cut, [](void const*, void*) { FAIL(); }, nullptr));
+   EXPECT_FALSE(store->visitMemberKey(Store::kLabel, cut, [](void const*) { FAIL(); }));
 }
 
 TEST_F(WireTest, absentMemberHasNoForm) {
@@ -519,11 +516,7 @@ TEST_F(WireTest, childrenAreFoundByKeyAndVisited) {
    Wire::Reader in(bytes.view());
    EXPECT_EQ(store->childByKey(Place::kBox, in), box.ptr());
    std::vector<std::string> seen;
-   store->forEachChild(
-       [](Kem::Entity& child, void* context) {
-          static_cast<std::vector<std::string>*>(context)->push_back(child.fullName());
-       },
-       &seen);
+   store->forEachChild([&](Kem::Entity& child) { seen.push_back(child.fullName()); });
    EXPECT_THAT(seen, ElementsAre("east.box[3]", "east.room[r]"));
 }
 

@@ -86,7 +86,7 @@ int main(int argc, char** argv) {
    create->add_option("--capacity", capacity, "Entries that it has room for before it grows")
        ->check(CLI::Range(uint32_t{1}, Plaze::Layout::maxCapacity))
        ->option_text("N");
-   auto* const watch = command("watch", "The rows, then each change, as lines of JSON, until it is ended");
+   command("watch", "The rows, then each change, as lines of JSON, until it is ended");
 
    try {
       app.parse(argc, argv);

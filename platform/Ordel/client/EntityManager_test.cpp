@@ -244,7 +244,7 @@ TEST_F(EntityManagerTest, endOfTheDatabaseWithinAHandlerWaitsForTheLoop) {
    // 2. The database has ended, and what it sent before is still to be read: it has a new input in it, which
    //    would run the queue.
    struct KemConfig final : Bridging::Config::NotifieeConst {
-      explicit KemConfig(std::function<void()> then) : NotifieeConst(this), then(std::move(then)) {}
+      explicit KemConfig(std::function<void()> f) : NotifieeConst(this), then(std::move(f)) {}
       void onHostAgingTime() override { then(); }
       std::function<void()> then;
    };

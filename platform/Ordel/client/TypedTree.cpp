@@ -19,9 +19,7 @@ template <class Use>
 void eachNodeBelow(Kem::Entity& entity, Use const& use) {
    use(entity);
    if (entity.typeInfo().id == Dir::typeInfo_.id)
-      entity.forEachChild(
-          [](Kem::Entity& child, void* context) { eachNodeBelow(child, *static_cast<Use const*>(context)); },
-          const_cast<Use*>(&use));
+      entity.forEachChild([&](Kem::Entity& child) { eachNodeBelow(child, use); });
 }
 
 // Brings an entity back to the defaults of its class: takes what makes it into a fresh one and applies it.
