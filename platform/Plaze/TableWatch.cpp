@@ -62,9 +62,10 @@ bool TableWatch::watchNearest() {
 
 // False, with errno, where there is no such directory or no watch left.
 bool TableWatch::watch(std::string const& path, std::string const& awaited) {
-   int const watch = inotify_add_watch(inotify_, path.c_str(),
-                                       IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM |
-                                           IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+   // On the way only what leads on: a busy folder above, such as that of all shared memory, wakes nobody.
+   uint32_t const onTheWay = IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+   uint32_t const ofTheTable = onTheWay | IN_ATTRIB | IN_DELETE | IN_MOVED_FROM | IN_MODIFY;
+   int const watch = inotify_add_watch(inotify_, path.c_str(), path == directory_ ? ofTheTable : onTheWay);
    if (watch < 0)
       return false;
    // The same directory again gives the same number. Another one takes the place of the old, which may be gone.

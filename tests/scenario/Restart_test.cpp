@@ -151,7 +151,7 @@ TEST_F(RestartTest, traceSettingOfARunningAgentIsSetInTheTree) {
 
 TEST_F(RestartTest, traceFileHoldsTheFlowThatLedToACrashWithoutAnySetting) {
    Agent agent(database);
-   done({"set", "bridging/input/config/cli.vlanConfig[10].configuredName", "crash"});
+   done({"set", "bridging/input/config/cli.vlanConfig[10]", R"({"configuredName": "crash"})"});
    done({"set", "bridging/input/config/cli.vlanConfigPriority", "100"});
    done({"settle", "--timeout", "20"});
    agent.process().signal(SIGKILL);
