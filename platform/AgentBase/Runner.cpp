@@ -108,7 +108,7 @@ int Runner::load() {
    Cell::localIs(options_.cell);
    agent_ = Kem::Ptr<CAgent>::adopt(factory(options_.name.c_str()));
    agent_->cellIdIs(options_.cell);
-   agent_->agentOrdelNameIs(options_.name);
+   agent_->agentOrdelNameIs(options_.clientName());
    agent_->warmupReportingIntervalIs(warmupReports);
    return ExitStatus::stopped;
 }

@@ -22,6 +22,9 @@ struct RunnerOptions {
    std::string name = "Vorn";
    uint32_t cell = 1;
    bool isRespawning = false;
+
+   // What the database knows the agent by: the supervisors' agents have one name, and connections each their own.
+   std::string clientName() const { return cell == 1 ? name : name + '@' + std::to_string(cell); }
 };
 
 class Runner {

@@ -13,7 +13,8 @@ std::string errorsOf(F&& f) {
 }
 
 TEST(Failure, isOneLineWhateverIsInIt) {
-   EXPECT_EQ(errorsOf([] { Process::say("ordeld", "a\nb\tc\x1b[2Jd\x7f"); }), "ordeld: a?b?c?[2Jd?\n");
+   EXPECT_EQ(errorsOf([] { Process::say("ordeld", "a\nb\tc\x1b[2Jd\x7f"); }),
+             "ordeld: a\\nb\\tc\\x1b[2Jd\\x7f\n");
 }
 
 TEST(Failure, ofALongRunningProgramNamesTheProcess) {

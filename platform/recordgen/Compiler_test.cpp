@@ -241,14 +241,14 @@ TEST(CompilerTest, computedNumbersComeFromOneOfTheirType) {
 }
 
 TEST(CompilerTest, onlyABoolIsOverruledAndByAnEnumeratorOnly) {
-   std::string const e =
-       "namespace N;\n/// T.\nenum T : u8 {\n   one = 1;\n}\n/// E.\nentity E {\n   /// A.\n   a : T;\n"
-       "   /// B.\n   b : ";
-   expectError(e + "bool unless c = one;\n}\n", "11:20: `E` has no attribute `c`");
-   expectError(e + "u8 unless a = one;\n}\n", "11:4: only a bool can be overruled by another attribute");
-   expectError(e + "bool unless b = one;\n}\n", "11:20: an attribute of one enumerator is expected");
-   expectError(e + "bool unless a;\n}\n", "11:21: expected `=`, found `;`");
-   expectError(e + "bool unless a = two;\n}\n", "11:24: bad default: `two` is none of `N::T`");
+   std::string const e = "namespace N;\n/// T.\nenum T : u8 {\n   /// 1.\n   one = 1;\n}\n/// E.\nentity E "
+                         "{\n   /// A.\n   a : T;\n"
+                         "   /// B.\n   b : ";
+   expectError(e + "bool unless c = one;\n}\n", "12:20: `E` has no attribute `c`");
+   expectError(e + "u8 unless a = one;\n}\n", "12:4: only a bool can be overruled by another attribute");
+   expectError(e + "bool unless b = one;\n}\n", "12:20: an attribute of one enumerator is expected");
+   expectError(e + "bool unless a;\n}\n", "12:21: expected `=`, found `;`");
+   expectError(e + "bool unless a = two;\n}\n", "12:24: bad default: `two` is no enumerator of `N::T`");
    EXPECT_THAT(document(compile(e + "bool = true unless a = one;\n}\n").model),
                HasSubstr("| `b` | `bool` | `true` |  | B. Reads as false while `a` is `one`. |"));
 }

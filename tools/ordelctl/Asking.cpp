@@ -17,7 +17,7 @@ void settle(Session& session, Kem::Seconds timeout) {
 }
 
 std::string clients(Session& session) {
-   return session.clients().text;
+   return Kem::printableJson(session.clients().text);
 }
 
 std::string clientTable(std::string const& json) {

@@ -204,8 +204,9 @@ Change::Spot Change::below(Spot const& spot, unsigned attribute, std::string_vie
    return {standing, standing ? &standing->type() : spot.type->attributes[attribute].target};
 }
 
-// Goes through the first steps of the selector, all of which must lead to entities.
-Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCount) {
+// Goes through the first steps of the selector, all of which must lead to entities: to such that exist, or to
+// members that are made with their defaults where they are missing.
+Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCount, Missing missing) {
    place_ = selector.path.empty() ? "/" : selector.path;
    steps_.clear();
    isNamed_ = false;
@@ -228,7 +229,10 @@ Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCou
       place_ += tail;
       if (isInDirectory && !spot.standing)
          throw Absent(place_ + ": not there");
+      if (missing == Missing::isMade && !isInDirectory && !spot.standing)
+         writeCreate(attribute, key, *descriptor.target, false); // changes nothing where there is one
       steps_.push_back({attribute, std::move(key)});
+      isNamed_ = false;
    }
    return spot;
 }
@@ -361,7 +365,7 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
 void Change::set(Ordel::Selector const& selector, JsonReader& in) {
    if (selector.steps.empty())
       throw Refusal(selector.text() + ": is an entity; what can be set is an attribute or a member");
-   Spot const spot = reachParent(selector, selector.steps.size() - 1);
+   Spot const spot = reachParent(selector, selector.steps.size() - 1, Missing::isMade);
    Ordel::Selector::Step const& last = selector.steps.back();
    unsigned const attribute = attributeOf(*spot.type, last.attribute);
    Attribute const& descriptor = spot.type->attributes[attribute];
@@ -388,7 +392,7 @@ void Change::erase(Ordel::Selector const& selector) {
       std::string_view const parent = parentPath(selector.path);
       Ordel::Selector directory;
       directory.path = parent;
-      reachParent(directory, 0);
+      reachParent(directory, 0, Missing::isRefused);
       if (!tree_.find(selector.path))
          throw Absent(selector.path + ": not there");
       writeAt();
@@ -397,7 +401,7 @@ void Change::erase(Ordel::Selector const& selector) {
       out_.string(std::string_view(selector.path).substr(parent.empty() ? 0 : parent.size() + 1));
       return;
    }
-   Spot const spot = reachParent(selector, selector.steps.size() - 1);
+   Spot const spot = reachParent(selector, selector.steps.size() - 1, Missing::isRefused);
    Ordel::Selector::Step const& last = selector.steps.back();
    unsigned const attribute = attributeOf(*spot.type, last.attribute);
    Attribute const& descriptor = spot.type->attributes[attribute];

@@ -28,10 +28,9 @@ class Change {
    // can't differ from what stands.
    void merge(std::string_view path, JsonReader& in);
 
-   // Sets the attribute or member that the selector names. A member that is missing is created. A
-   // collection becomes what is given: of values and references nothing else stays; entities that
-   // aren't given are deleted, those given are merged. Entities on the way are not created: whether
-   // they stand is told by a strict write.
+   // Sets the attribute or member that the selector names. A member that is missing is created, also on the
+   // way, with its defaults; an entity of a directory is not. A collection becomes what is given: of values
+   // and references nothing else stays; entities that aren't given are deleted, those given are merged.
    void set(Ordel::Selector const& selector, JsonReader& in);
 
    void create(std::string_view path, std::string_view type);
@@ -52,7 +51,8 @@ class Change {
 
    Spot reach(std::string_view path, std::string const& wantedType);
    Spot reachDirectory(std::string_view path);
-   Spot reachParent(Ordel::Selector const& selector, size_t stepCount);
+   enum class Missing { isMade, isRefused };
+   Spot reachParent(Ordel::Selector const& selector, size_t stepCount, Missing missing);
    Spot below(Spot const& spot, unsigned attribute, std::string_view key) const;
    unsigned attributeOf(Records::EntityType const& type, std::string_view name) const;
    std::string keyOf(Records::Attribute const& attribute, std::string_view text) const;

@@ -246,9 +246,16 @@ TEST_F(SetTest, setsOneMemberAndCreatesIt) {
    EXPECT_EQ(get("input/dir/x.name"), "\"x\"");
 }
 
+TEST_F(SetTest, memberOnTheWayIsMadeWithItsDefaults) {
+   EXPECT_EQ(set("config.vlanConfig[10].configuredName", "\"b\""), "");
+   EXPECT_EQ(get("config.vlanConfig[10].configuredName"), "\"b\"");
+   EXPECT_EQ(set("config.vlanConfig[11].intf[Ethernet1]", "{}"), "");
+   EXPECT_EQ(get("config.vlanConfig[11].configuredName"), "\"\"");
+   EXPECT_EQ(set("config.vlanConfig[10].intf[Ethernet1]", "{}"), "");
+   EXPECT_EQ(get("config.vlanConfig[10].configuredName"), "\"b\"") << "one that exists stays as it is";
+}
+
 TEST_F(SetTest, whatIsInNothingIsAbsent) {
-   EXPECT_EQ(set("config.vlanConfig[10].configuredName", "\"b\""),
-             "absent: config.vlanConfig[10]: not there");
    EXPECT_EQ(set("nowhere.count", "1"), "absent: nowhere: not there");
    EXPECT_EQ(set("input/dir.entityPtr[x].count", "1"), "absent: input/dir.entityPtr[x]: not there");
 }

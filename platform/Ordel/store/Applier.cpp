@@ -107,7 +107,7 @@ void Applier::readAt(Wire::Reader& in) {
    } else {
       EntityType const* const former = store_.formerType(number);
       target_.place = "node " + std::to_string(number);
-      if (!former && (number == 0 || number >= store_.nextNode || store_.isMirror)) {
+      if (!former && (number == 0 || number >= store_.nextNode || store_.isMirror || isLoading_)) {
          refuse(target_.place, "there never was one of this number");
          return;
       }
