@@ -253,7 +253,11 @@ void InputSelectorSm::handleInternalVlanAllocationPolicy() {
 void InputSelectorSm::handleForwardingMode() {
    using Mode = Bridging::SwitchForwardingMode;
    Mode const chosen = in_.cliConfig->forwardingMode();
-   auto const& supported = in_.bridgingHwCapabilities->supportedForwardingMode();
+   // Without the record of the hardware nothing is known to be supported.
+   Kem::Ptr<Bridging::HwCapabilities const> capabilities = in_.bridgingHwCapabilities;
+   if (!capabilities)
+      capabilities = Bridging::HwCapabilities::make();
+   auto const& supported = capabilities->supportedForwardingMode();
    auto const* const preferred = supported.find(0);
    bool isSupported = false;
    supported.forEach([&](uint32_t, Mode mode) { isSupported = isSupported || mode == chosen; });

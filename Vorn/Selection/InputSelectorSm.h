@@ -10,8 +10,8 @@
 // switchport, so that each has one although nobody configured it.
 //
 // Selection is synchronous: when a priority changes, all that follows has been written before the next
-// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` and
-// `bridgingHwCapabilities` must be there.
+// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` must
+// be there; `bridgingHwCapabilities` may be null.
 #pragma once
 
 #include "Kem/Dir.h"

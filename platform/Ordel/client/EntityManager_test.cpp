@@ -7,6 +7,7 @@
 #include "Ordel/client/SteppedDatabase.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/HwCapabilities.h"
+#include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/Config.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"
@@ -28,7 +29,30 @@ using testing::Contains;
 using testing::HasSubstr;
 
 struct EntityManagerTest : testing::Test {
+   // Without the places of the schema that the tests delete: nobody may delete those. They are made by somebody
+   // who has gone again.
+   static Records::Schema const& schema() {
+      static std::vector<Records::Place> const places = [] {
+         std::vector<Records::Place> kept;
+         for (auto const& place : Records::schema().places)
+            if (!place.path.starts_with(SteppedDatabase::inputPath) &&
+                place.path != SteppedDatabase::configPath && place.path != "bridging/hwcapabilities")
+               kept.push_back(place);
+         return kept;
+      }();
+      static Records::Schema const schema = [] {
+         auto copy = Records::schema();
+         copy.places = places;
+         return copy;
+      }();
+      return schema;
+   }
    EntityManagerTest() {
+      auto& maker = database.client("maker");
+      maker.mount<Bridging::Config>("wc", SteppedDatabase::configPath);
+      maker.mount<Bridging::HwCapabilities>("wc", "bridging/hwcapabilities");
+      maker.mount<Bridging::Input::CliConfig>("wc", std::string(SteppedDatabase::inputPath) + "/cli");
+      maker.hangUp();
       lines().clear();
       Kem::traceSettingIs("OrdelClient/0-9,OrdelMount/0-9");
       Kem::traceToStandardErrorIs(false);
@@ -54,6 +78,7 @@ struct EntityManagerTest : testing::Test {
       block.string(name);
       auto& client = operatorClient();
       database.server->write(*client.atServer, 0, 0, 0, block.view());
+      EXPECT_FALSE(tree.find(directory + "/" + name)) << "it can't be deleted";
    }
    SteppedDatabase::Client& operatorClient() {
       if (!operator_)
@@ -67,7 +92,7 @@ struct EntityManagerTest : testing::Test {
       EXPECT_EQ(DifferenceCount::between(*standing, *record), std::vector<std::string>{});
    }
 
-   SteppedDatabase database;
+   SteppedDatabase database{std::make_unique<Ordel::Tree>(schema(), 1)};
    SteppedDatabase::Client& agent = database.client("agent");
    SteppedDatabase::Client* operator_ = nullptr;
 };
@@ -202,7 +227,10 @@ TEST_F(EntityManagerTest, writtenEntityThatIsDeletedWhileTheLogIsHeldIsPutBackTo
 TEST_F(EntityManagerTest, readEntityThatIsDeletedIsEmptyUntilItExistsAgain) {
    auto const out = operatorClient().mount<Bridging::Config>("w", SteppedDatabase::configPath);
    out->hostAgingTimeIs(17);
-   out->newVlanConfig(VlanId(10), false);
+   for (uint16_t vlan = 10; vlan < 30; ++vlan)
+      out->newVlanConfig(VlanId(vlan), false);
+   for (uint16_t vlan = 10; vlan < 30; ++vlan)
+      out->vidToFidMapIs(VlanId(vlan), Bridging::Fid(vlan));
    auto const config = agent.mount<Bridging::Config>("r", SteppedDatabase::configPath);
    ASSERT_EQ(config->hostAgingTime(), 17);
    operatorClient().hangUp(); // he would put it back
@@ -212,6 +240,7 @@ TEST_F(EntityManagerTest, readEntityThatIsDeletedIsEmptyUntilItExistsAgain) {
    database.settle();
    EXPECT_EQ(config->hostAgingTime(), Bridging::Config::make()->hostAgingTime());
    EXPECT_TRUE(config->vlanConfig().empty());
+   EXPECT_TRUE(config->vidToFidMap().empty());
    EXPECT_THAT(lines(), Contains(HasSubstr("it is taken as empty until it exists again")));
 
    auto const again = other.mount<Bridging::Config>("w", SteppedDatabase::configPath);
@@ -235,6 +264,25 @@ TEST_F(EntityManagerTest, readEntityInsideAFollowedDirectoryComesBackAsTheSameOb
    database.settle();
    EXPECT_EQ(inputs->entity<Config>("mvrp"), mvrp);
    EXPECT_EQ(mvrp->vlanConfigPriority(), 60u);
+}
+
+TEST_F(EntityManagerTest, directoryThatIsDeletedWithWhatIsMountedInItComesBackAsItWas) {
+   auto const eth = agent.mount<Config>("wc", std::string(SteppedDatabase::inputPath) + "/eth");
+   auto const inputs = agent.mount<Kem::Dir>("ri", SteppedDatabase::inputPath);
+   eth->switchIntfConfigPriorityIs(10);
+   operatorClient().mount<Config>("wc", std::string(SteppedDatabase::inputPath) + "/mvrp");
+   operatorClient().hangUp();
+   operator_ = nullptr;
+   database.settle();
+   erase("bridging/input", "config");
+   database.settle();
+   EXPECT_EQ(agent.manager->getEntity(SteppedDatabase::inputPath), inputs);
+   EXPECT_EQ(inputs->entity<Config>("eth"), eth) << "put back";
+   EXPECT_FALSE(inputs->entityPtr("mvrp")) << "nobody has put it back";
+   operatorClient().mount<Config>("wc", std::string(SteppedDatabase::inputPath) + "/mvrp");
+   database.settle();
+   EXPECT_TRUE(inputs->entityPtr("mvrp")) << "the directory is followed as before";
+   expectSame(SteppedDatabase::inputPath, inputs);
 }
 
 // --- The end of the database.

@@ -22,31 +22,45 @@ void eachNodeBelow(Kem::Entity& entity, Use const& use) {
       entity.forEachChild([&](Kem::Entity& child) { eachNodeBelow(child, use); });
 }
 
-// Brings an entity back to the defaults of its class: takes what makes it into a fresh one and applies it.
+// Brings an entity back to the defaults of its class: notes what makes it into a fresh one, and then does it. The
+// collections can't change while they are compared.
 class Resetting final : public Kem::AttributeSink {
   public:
-   explicit Resetting(Kem::Entity& entity) : entity_(entity) {}
+   static void run(Kem::Entity& entity) {
+      Resetting resetting;
+      auto const fresh = entity.typeInfo().make();
+      fresh->encodeDifference(entity, resetting);
+      for (auto const& [id, bytes, isScalar] : resetting.changes_) {
+         Wire::Reader in(bytes);
+         if (!isScalar)
+            entity.applyErase(id, in);
+         else if (!entity.applySet(id, in))
+            entity.applyReference(id, nullptr, nullptr);
+      }
+   }
+
+  private:
+   struct Change {
+      Kem::AttrId id;
+      std::string bytes; // the value of a scalar, else the key
+      bool isScalar;
+   };
    void scalarChanged(Kem::Entity const& fresh, Kem::AttrId id) override {
       Wire::Writer value;
       fresh.encodeScalar(id, value);
-      Wire::Reader in(value.view());
-      if (!entity_.applySet(id, in))
-         entity_.applyReference(id, nullptr, nullptr);
+      changes_.push_back({id, std::string(value.view()), true});
    }
    void memberChanged(Kem::Entity const& fresh, Kem::AttrId id, void const* key) override {
       Wire::Writer bytes;
       fresh.encodeMemberKey(id, key, bytes);
-      Wire::Reader in(bytes.view());
-      entity_.applyErase(id, in);
+      changes_.push_back({id, std::string(bytes.view()), false});
    }
    void childAdded(Kem::Entity const&, Kem::AttrId, Kem::Entity const&) override {}
    void childRemoved(Kem::Entity const& fresh, Kem::AttrId id, void const* key,
                      Ptr<Kem::Entity> const&) override {
       memberChanged(fresh, id, key);
    }
-
-  private:
-   Kem::Entity& entity_;
+   std::vector<Change> changes_;
 };
 
 } // namespace
@@ -186,8 +200,8 @@ Ptr<Kem::Entity> TypedTree::lost(std::string_view path) {
    } else {
       if (auto* const dir = dynamic_cast<Dir*>(entity->parent()); dir && dir->sink())
          dir->entityPtrDel(entity->name());
-      Resetting resetting(*entity);
-      entity->typeInfo().make()->encodeDifference(*entity, resetting);
+      entity->forEachChild([&](Kem::Entity& child) { references_.went(Ptr<Kem::Entity>(&child)); });
+      Resetting::run(*entity);
    }
    references_.resolve();
    log_->isMutedIs(false);

@@ -169,6 +169,32 @@ TEST_F(TypedTreeTest, referenceFindsItsTargetWhateverBytesTheKeyHas) {
    }
 }
 
+TEST_F(TypedTreeTest, recordThatNoReferenceNamesLooksNothingUp) {
+   // Whether the references came with a mount, as after a restart, or not.
+   auto const cliOut = writer.mount<Bridging::Input::CliConfig>("bridging/input/config/cli", true);
+   auto const dirOut = writer.mount<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig", true);
+   for (int port = 1; port <= 100; ++port)
+      dirOut->switchIntfConfigIs(
+          cliOut->newSwitchIntfConfig(Sulvi::IntfId("Ethernet" + std::to_string(port))));
+   cliOut->switchIntfConfigDel(Sulvi::IntfId("Ethernet100")); // one has no target
+   writer.flush();
+   for (bool const isWritable : {true, false}) {
+      auto& restarted = database.client();
+      auto const dir =
+          restarted.mount<Bridging::SwitchIntfConfigDir>("bridging/switchIntfConfig", isWritable);
+      restarted.mount<Bridging::Input::CliConfig>("bridging/input/config/cli", false);
+      ASSERT_EQ(dir->switchIntfConfig().size(), 99u);
+      uint64_t const before = restarted.tree.references().lookupCount();
+      size_t const numbers = restarted.tree.nodeCount();
+      for (uint16_t vlan = isWritable ? 1 : 101; vlan <= (isWritable ? 100 : 200); ++vlan) {
+         cliOut->newVlanConfig(VlanId(vlan));
+         writer.flush();
+      }
+      EXPECT_EQ(restarted.tree.references().lookupCount(), before);
+      EXPECT_EQ(restarted.tree.nodeCount(), numbers);
+   }
+}
+
 TEST_F(TypedTreeTest, operationsThatDoNotFitTheSchemaAreTold) {
    auto const in = reader.mount<Bridging::Config>("bridging/config", false);
    Wire::Writer bad;
