@@ -864,6 +864,18 @@ TEST_F(InputSelectorSmTest, chosenModeWithoutAListIsZero) {
    EXPECT_TRUE(trace.has("Selected forwarding mode: 1 is not in list of supported modes."));
 }
 
+TEST_F(InputSelectorSmTest, withoutCapabilitiesThereIsNoModeToChoose) {
+   TestTrace trace;
+   bridge.config->forwardingModeIs(SwitchForwardingMode::cutThrough);
+   bridge.hwCapabilities = nullptr;
+   bridge.start();
+   EXPECT_EQ(forwardingMode(), 0u);
+   chosenModeIs(1);
+   bridge.run();
+   EXPECT_EQ(forwardingMode(), 0u);
+   EXPECT_TRUE(trace.has("Selected forwarding mode: 1 is not in list of supported modes."));
+}
+
 TEST_F(InputSelectorSmTest, listIsFollowed) {
    supportedModesAre({1});
    chosenModeIs(2);
