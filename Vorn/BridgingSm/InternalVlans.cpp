@@ -140,6 +140,13 @@ void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
 
 // --- Waiting.
 
+void InternalVlans::waitBegin(Sulvi::IntfId intfId) {
+   Kem::Seconds const now = Kem::now();
+   auto const* const since = cause_->intfStatus().find(intfId);
+   if (!since || !(*since <= now)) // the time of another boot is none
+      cause_->intfStatusIs(intfId, now);
+}
+
 void InternalVlans::recover() {
    Kem::Seconds const now = Kem::now();
    for (auto const& [intfId, time] : cause_->intfStatus()) {

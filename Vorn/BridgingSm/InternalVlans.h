@@ -76,7 +76,8 @@ class InternalVlans {
    void handleInUse(Bridging::VlanId vlanId);
 
    // --- Waiting.
-   void waitBegin(Sulvi::IntfId intfId) { cause_->intfStatusIs(intfId, Kem::now()); }
+   // From now on; a port that waits already has waited since it failed, not since it was last evaluated.
+   void waitBegin(Sulvi::IntfId intfId);
    void waitEnd(Sulvi::IntfId intfId) { cause_->intfStatusDel(intfId); }
    // Ends the waiting of those who have waited long enough, while a number is free. Assigns none: the port
    // takes its VLAN when it comes up again.

@@ -49,7 +49,7 @@ unsigned Agent::internalVlanOf(std::string const& intf) {
       number = allocate();
    }
    if (number == 0) {
-      waiting_[intf] = now_;
+      waiting_.try_emplace(intf, now_); // since it failed, not since it was last evaluated
       return 0;
    }
    waiting_.erase(intf);
@@ -94,7 +94,7 @@ void Agent::claimed(unsigned number) {
       return;
    std::string const intf = owner->second;
    release(intf, number);
-   waiting_[intf] = now_;
+   waiting_.try_emplace(intf, now_);
 }
 
 // --- A restart.
