@@ -1,5 +1,7 @@
 #include "Kem/Log.h"
 
+#include "Kem/Printable.h"
+
 #include <algorithm>
 #include <syslog.h>
 
@@ -36,7 +38,7 @@ void LogHandle::log(unsigned n, char const* const* args, unsigned count) const {
    unsigned next = 0;
    for (size_t i = 0; i < text_.size(); ++i) {
       if (text_.compare(i, 2, "%s") == 0 && next < count) {
-         line += args[next++];
+         line += printable(args[next++]); // names from others
          ++i;
       } else {
          line += text_[i];

@@ -36,6 +36,13 @@ TEST_F(LogTest, lineNamesAgentSeverityAndMessage) {
    EXPECT_EQ(logged[1].substr(0, 9), "4|%OTHER-");
 }
 
+TEST_F(LogTest, argumentsBreakNoLine) {
+   Kem::LogHandle const handle("N", 3, {"%s"}, Kem::NoActionRequired, 0.0, 1.0);
+   char const* const args[] = {"a\n%VORN-0-FAKE: b\x1b"};
+   handle.log(0, args, 1);
+   EXPECT_EQ(logged[0], "3|%VORN-3-N: a\\n%VORN-0-FAKE: b\\x1b");
+}
+
 TEST_F(LogTest, eachPercentSTakesTheNextArgument) {
    Kem::LogHandle const handle("N", 3, {"%s is %s", ", %s at 100%"}, Kem::NoActionRequired, 0.0, 1.0);
    char const* const args[] = {"Ethernet1", "%s", "full"};

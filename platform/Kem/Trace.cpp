@@ -1,4 +1,5 @@
 #include "Kem/Trace.h"
+#include "Kem/Printable.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -173,7 +174,7 @@ void traceHelper(TraceFacility const& facility, char const* name, std::ostringst
       strftime(stamp, sizeof stamp, "%F %T", &parts);
       char const* const slash = std::strrchr(file, '/');
       std::fprintf(stderr, "%s.%06ld %d %s %d %s:%d %s: %s\n", stamp, time.tv_nsec / 1000, getpid(), name,
-                   level, slash ? slash + 1 : file, line, function, text.c_str());
+                   level, slash ? slash + 1 : file, line, function, printable(text).c_str());
    }
    if (theSink)
       theSink({name, level, file, line, function, text});

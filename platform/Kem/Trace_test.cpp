@@ -156,6 +156,14 @@ TEST_F(TraceTest, lineOnStandardErrorTellsWhereItIsFrom) {
    EXPECT_EQ(sunk.size(), 1u);
 }
 
+TEST_F(TraceTest, lineOnStandardErrorIsOneLineWhateverNamesAreInIt) {
+   Kem::traceToStandardErrorIs(true);
+   ::testing::internal::CaptureStderr();
+   KEM_TRACE(vlan, 0, "port a\nb\x1b[2J");
+   EXPECT_THAT(::testing::internal::GetCapturedStderr(), ::testing::EndsWith(": port a\\nb\\x1b[2J\n"));
+   EXPECT_EQ(sunk.back(), "VornVlan 0 port a\nb\x1b[2J") << "the trace file keeps the text as it is";
+}
+
 TEST_F(TraceTest, macroIsOneStatement) {
    bool const isWanted = false;
    if (isWanted)

@@ -312,7 +312,7 @@ TEST_F(HostileTest, aNameCanNotForgeALineOfTheLog) {
    client.begin(static_cast<Frame>(99));
    client.send();
    EXPECT_EQ(client.refusal(), "there is no frame of type 99");
-   verifyLine("a?ordeld: ready?[2J (pid ");
+   verifyLine("a\\nordeld: ready\\x1b[2J (pid ");
 }
 
 TEST_F(HostileTest, aClientThatSaysNothingIsEnded) {

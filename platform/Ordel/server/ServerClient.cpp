@@ -1,4 +1,5 @@
 #include "Ordel/server/ServerClient.h"
+#include "Kem/Printable.h"
 
 #include "Kem/Activity.h"
 #include "Ordel/server/Server.h"
@@ -11,14 +12,6 @@ namespace {
 
 constexpr size_t pieceBytes = 64u << 10; // of one frame of these
 constexpr size_t changesHeaderBytes = frameHeaderBytes + sizeof(uint64_t);
-
-std::string printable(std::string_view text) {
-   std::string clean(text);
-   std::replace_if(
-       clean.begin(), clean.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 127; },
-       '?');
-   return clean;
-}
 
 } // namespace
 
@@ -46,7 +39,7 @@ void ServerClient::Timer::onTime() {
 }
 
 std::string ServerClient::label() const {
-   return (name_.empty() ? "client without a name" : printable(name_)) + " (pid " +
+   return (name_.empty() ? "client without a name" : Kem::printable(name_)) + " (pid " +
           std::to_string(peer_.pid) + ", uid " + std::to_string(peer_.uid) + ")";
 }
 
