@@ -216,7 +216,7 @@ bool ServerClient::takeHello(std::string_view payload) {
       return false;
    }
    if (server_.isNameOfAgent(name)) {
-      refuse("an agent of the name " + printable(name) + " is connected");
+      refuse("an agent of the name " + Kem::printable(name) + " is connected");
       return false;
    }
    name_ = name;
