@@ -45,8 +45,8 @@
 
 namespace Vorn {
 
-// What BridgingConfigSm is made of. A null input is not followed. fdbConfigDir, dynAllowedVlanDir and dynVlanDir
-// wait for FDB output and for dynamic VLANs, which are still to come.
+// What BridgingConfigSm is made of. A null input is not followed. fdbConfigDir, dynAllowedVlanDir and
+// dynVlanDir wait for FDB output and for dynamic VLANs, which are still to come.
 struct BridgingConfigInputs {
    Kem::Ptr<Bridging::Input::Config const> configIn;
    Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port

@@ -1,5 +1,5 @@
-// The road of a VLAN: configIn, the deferred stage, the copy, VlanConfigSm. And what else takes a VLAN's number:
-// a VLAN interface.
+// The road of a VLAN: configIn, the deferred stage, the copy, VlanConfigSm. And what else takes a VLAN's
+// number: a VLAN interface.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 

@@ -78,7 +78,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
    void doComputeTrunkAllowedVlans();
    void doComputeAsymVlans();
-   // A trunk group that a dynamic source gives to the port, besides those of its input.
+   // A trunk group that a dynamic source gives to the port, besides those of its input. Waits for the state
+   // machines of dynamic sources, which are still to come.
    void doCreateDynTrunkGroup(Kem::String8 const& name);
    void doDelDynTrunkGroup(Kem::String8 const& name);
    void handleEnabledStateLocal();

@@ -39,7 +39,7 @@ Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
 void VlanConfigSm::handleInitialized() {
    initializedIs(true);
    parent_.handleInternalVlanIdInUse(vlanId_);
-   // This deletes an internal VLAN of the previous run, whose port hasn't claimed it yet: the user's claim wins.
+   // This deletes an internal VLAN of the previous run that its port hasn't claimed yet: the user's claim wins.
    auto const out = parent_.resolvedVlans().vlanIs(vlanId_);
    parent_.resolvedVlans().configSourceIs(*out, Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
@@ -169,7 +169,8 @@ void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
    }
 }
 
-// A VLAN that only that source claims was left out of the allowed sets until it got its static entry.
+// A VLAN that only that source claims was left out of the allowed sets until it got its static entry. Waits for
+// the state machines of dynamic sources, which are still to come: until then the sets have no such VLANs.
 void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
    auto const source = parent_.dynVlanSrcTable().dynVlanSrc(vlanId_);
