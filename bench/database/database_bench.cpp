@@ -6,6 +6,7 @@
 
 #include "Kem/Time.h"
 #include "Ordel/client/Connection.h"
+#include "Ordel/wire/OperationWriter.h"
 #include "Sulvi/IntfId.h"
 
 #include <algorithm>
@@ -33,8 +34,7 @@ uint8_t attributeNumber() {
 
 void putOperation(Wire::Writer& out, uint32_t number, double value) {
    static uint8_t const attribute = attributeNumber();
-   out.u8(static_cast<uint8_t>(Ordel::Op::put));
-   out.u8(attribute);
+   Ordel::OperationWriter(out).begin(Ordel::Op::put, attribute);
    out.u32(Sulvi::IntfId("Ethernet" + std::to_string(number)).rep());
    out.f64(value);
 }
@@ -44,9 +44,7 @@ std::vector<std::string> makeBlocks(uint32_t node, uint32_t records, uint32_t re
    std::vector<std::string> blocks;
    for (uint32_t next = 1; next <= records;) {
       Wire::Writer out;
-      out.u8(static_cast<uint8_t>(Ordel::Op::at));
-      out.u32(node);
-      out.u8(0);
+      Ordel::OperationWriter(out).at(node);
       for (uint32_t i = 0; i < recordsPerFrame && next <= records; ++i)
          putOperation(out, next++, value);
       blocks.emplace_back(out.view());

@@ -378,9 +378,7 @@ TEST_F(HostileTest, aHundredThousandQuestionsHoldUpNobody) {
       constexpr size_t count = 100'000;
       Ordel::FrameBuffer questions;
       for (uint32_t i = 1; i <= count; ++i) {
-         questions.begin(Frame::settle).u32(i);
-         questions.writer().u32(0);
-         questions.end();
+         Ordel::encode(questions, Ordel::Message::Settle{.request = i});
       }
       std::thread sending([&] { asking.send(questions.view()); });
       size_t refusedCount = 0;

@@ -4,7 +4,7 @@
 // Reading gives up after the limit of Processes.h and fails the test then.
 #pragma once
 
-#include "Ordel/wire/Frames.h"
+#include "Ordel/wire/Messages.h"
 #include "Ordel/wire/Protocol.h"
 #include "Processes.h"
 #include "records/Schema.h"
@@ -41,7 +41,16 @@ class RawClient {
    RawClient(RawClient&& other)
        : socket_(std::exchange(other.socket_, -1)), input_(std::move(other.input_)) {}
 
-   // A frame: its payload goes into the writer that comes back, then `send`.
+   // A frame of Messages.h.
+   template <class M>
+   requires requires { M::frame; }
+   bool send(M const& message) {
+      Ordel::encode(output_, message);
+      bool const isSent = send(output_.view());
+      output_.clear();
+      return isSent;
+   }
+   // A frame of any bytes: its payload goes into the writer that comes back, then `send`.
    Wire::Writer& begin(Ordel::Frame frame) { return output_.begin(frame); }
    bool send() {
       output_.end();
@@ -69,13 +78,7 @@ class RawClient {
    void hello(std::string_view name, uint32_t magic = Ordel::protocolMagic,
               uint16_t version = Ordel::protocolVersion, uint64_t fingerprint = Records::schema().fingerprint,
               Ordel::Role role = Ordel::Role::tool) {
-      Wire::Writer& out = begin(Ordel::Frame::hello);
-      out.u32(magic);
-      out.u16(version);
-      out.u64(fingerprint);
-      out.string(name);
-      out.u8(static_cast<uint8_t>(role));
-      send();
+      send(Ordel::Message::Hello{magic, version, fingerprint, name, role});
    }
    // Says hello and takes the welcome.
    RawClient& welcomed(std::string_view name) {
@@ -85,20 +88,10 @@ class RawClient {
       return *this;
    }
    void mount(uint32_t number, std::string_view selector) {
-      Wire::Writer& out = begin(Ordel::Frame::mount);
-      out.u32(number);
-      out.string(selector);
-      out.string("");
-      out.u8(0);
-      send();
+      send(Ordel::Message::Mount{number, selector, "", 0});
    }
    void write(uint32_t request, std::string_view operations, uint8_t flags = 0) {
-      Wire::Writer& out = begin(Ordel::Frame::write);
-      out.u32(request);
-      out.u64(0);
-      out.u8(flags);
-      out.raw(operations.data(), operations.size());
-      send();
+      send(Ordel::Message::Write{request, 0, flags, {operations}});
    }
 
    // The next frame; nothing when the other side has ended.

@@ -43,19 +43,16 @@ TEST(SettleTest, isAnsweredWhenTheAgentDiesMeanwhile) {
    agent.process().signal(SIGSTOP);
    RawClient asking(database.socket());
    asking.welcomed("asking");
-   Wire::Writer& question = asking.begin(Ordel::Frame::settle);
-   question.u32(1);
-   question.u32(0); // no time limit
-   asking.send();
-   asking.begin(Ordel::Frame::clients).u32(2);
-   asking.send();
+   asking.send(Ordel::Message::Settle{.request = 1});
+   asking.send(Ordel::Message::Clients{2});
    ASSERT_TRUE(asking.read(Ordel::Frame::reply)); // the question has been taken
    agent.process().signal(SIGKILL);
    auto const reply = asking.read(Ordel::Frame::reply);
    ASSERT_TRUE(reply);
-   Wire::Reader in(reply->payload);
-   EXPECT_EQ(in.u32(), 1u);
-   EXPECT_EQ(in.u8(), static_cast<uint8_t>(Ordel::Status::done));
+   Ordel::Message::Reply answer;
+   ASSERT_TRUE(Ordel::decode(reply->payload, answer));
+   EXPECT_EQ(answer.request, 1u);
+   EXPECT_EQ(answer.status, Ordel::Status::done);
 }
 
 // A database that stands still: the tool has a deadline of its own.

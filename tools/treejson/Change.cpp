@@ -1,5 +1,6 @@
 #include "treejson/Change.h"
 #include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/OperationWriter.h"
 #include "treejson/Error.h"
 #include "treejson/Values.h"
 
@@ -9,6 +10,7 @@ namespace TreeJson {
 
 using Ordel::Entity;
 using Ordel::Op;
+using Ordel::OperationWriter;
 using Records::Attribute;
 using Records::EntityType;
 using Records::Form;
@@ -99,25 +101,20 @@ void Change::writeAt() {
    if (steps_.size() > Ordel::maxStepCount)
       refuse("more than " + std::to_string(Ordel::maxStepCount) +
              " levels below what stands; create the directories above it first");
-   out_.u8(static_cast<uint8_t>(Op::at));
-   out_.u32(node_);
-   out_.u8(static_cast<uint8_t>(steps_.size()));
-   for (Step const& step : steps_) {
-      out_.u8(static_cast<uint8_t>(step.attribute));
-      out_.raw(step.key.data(), step.key.size());
-   }
+   OperationWriter write(out_);
+   write.at(node_, static_cast<uint8_t>(steps_.size()));
+   for (Step const& step : steps_)
+      write.step(step.attribute, step.key);
    isNamed_ = true;
 }
 
 void Change::writeCreate(unsigned attribute, std::string_view key, EntityType const& type,
                          bool isInDirectory) {
    writeAt();
-   out_.u8(static_cast<uint8_t>(Op::create));
-   out_.u8(static_cast<uint8_t>(attribute));
-   out_.raw(key.data(), key.size());
-   out_.u16(type.id);
    if (isInDirectory)
-      out_.u32(0);
+      OperationWriter(out_).createNode(key, type.id, 0);
+   else
+      OperationWriter(out_).create(attribute, key, type.id);
 }
 
 // --- Finding the place
@@ -271,8 +268,7 @@ void Change::readAttribute(Spot const& spot, unsigned attribute, JsonReader& in)
    if (isCollection(descriptor))
       return readMembers(spot, attribute, in, false);
    writeAt();
-   out_.u8(static_cast<uint8_t>(Op::set));
-   out_.u8(static_cast<uint8_t>(attribute));
+   OperationWriter(out_).begin(Op::set, attribute);
    try {
       if (descriptor.form == Form::reference)
          readReference(in, out_);
@@ -302,9 +298,7 @@ void Change::readMembers(Spot const& spot, unsigned attribute, JsonReader& in, b
       if (given.contains(std::string(member.key())))
          continue;
       writeAt();
-      out_.u8(static_cast<uint8_t>(Op::erase));
-      out_.u8(static_cast<uint8_t>(attribute));
-      out_.raw(member.key().data(), member.key().size());
+      OperationWriter(out_).erase(attribute, member.key());
    }
 }
 
@@ -347,9 +341,7 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
       return readEntity(made, in);
    }
    writeAt();
-   out_.u8(static_cast<uint8_t>(Op::put));
-   out_.u8(static_cast<uint8_t>(attribute));
-   out_.raw(key.data(), key.size());
+   OperationWriter(out_).begin(Op::put, attribute).raw(key.data(), key.size());
    try {
       if (descriptor.form == Form::references)
          readReference(in, out_);
@@ -396,9 +388,9 @@ void Change::erase(Ordel::Selector const& selector) {
       if (!tree_.find(selector.path))
          throw Absent(selector.path + ": not there");
       writeAt();
-      out_.u8(static_cast<uint8_t>(Op::erase));
-      out_.u8(dirEntities);
-      out_.string(std::string_view(selector.path).substr(parent.empty() ? 0 : parent.size() + 1));
+      OperationWriter(out_)
+          .begin(Op::erase, dirEntities)
+          .string(std::string_view(selector.path).substr(parent.empty() ? 0 : parent.size() + 1));
       return;
    }
    Spot const spot = reachParent(selector, selector.steps.size() - 1, Missing::isRefused);
@@ -410,9 +402,7 @@ void Change::erase(Ordel::Selector const& selector) {
                "is no entity and no member of a collection, so it can't be deleted");
    std::string const key = keyOf(descriptor, last.key);
    writeAt();
-   out_.u8(static_cast<uint8_t>(Op::erase));
-   out_.u8(static_cast<uint8_t>(attribute));
-   out_.raw(key.data(), key.size());
+   OperationWriter(out_).erase(attribute, key);
 }
 
 } // namespace TreeJson

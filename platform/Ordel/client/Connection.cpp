@@ -2,6 +2,7 @@
 
 #include "Kem/Activity.h"
 #include "Kem/Assert.h"
+#include "Ordel/wire/Messages.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -61,13 +62,7 @@ bool Connection::connect(std::string const& socketPath, std::string& error) {
    isRefused_ = false;
    sendError_ = 0;
    sequence_ = 0;
-   Wire::Writer& out = output_.begin(Frame::hello);
-   out.u32(protocolMagic);
-   out.u16(protocolVersion);
-   out.u64(schema_.fingerprint);
-   out.string(name_);
-   out.u8(static_cast<uint8_t>(role_));
-   output_.end();
+   encode(output_, Message::Hello{.fingerprint = schema_.fingerprint, .name = name_, .role = role_});
    if (isWatched_)
       descriptorIs(socket_);
    return true;
@@ -216,86 +211,76 @@ bool Connection::receive() {
 
 // Calls the handler of one frame. False when no more are to be taken.
 bool Connection::takeFrame(Frame frame, std::string_view payload) {
-   Wire::Reader in(payload);
    switch (frame) {
    case Frame::welcome: {
-      uint16_t const version = in.u16();
-      uint64_t const fingerprint = in.u64();
-      std::string const systemName(in.string());
-      if (!in.good())
+      Message::Welcome welcome;
+      if (!decode(payload, welcome))
          break;
-      if (version != protocolVersion || fingerprint != schema_.fingerprint) {
+      if (welcome.version != protocolVersion || welcome.fingerprint != schema_.fingerprint) {
          isRefused_ = true;
          end("the database is of another version");
          return false;
       }
       isWelcome_ = true;
-      onWelcome(systemName);
+      onWelcome(welcome.systemName);
       return true;
    }
    case Frame::refused: {
-      std::string const reason(in.string());
+      Message::Refused refused;
       isRefused_ = true;
-      end(in.good() && !reason.empty() ? reason : "refused");
+      end(decode(payload, refused) && !refused.reason.empty() ? std::string(refused.reason) : "refused");
       return false;
    }
    case Frame::mounted: {
-      uint32_t const mount = in.u32();
-      uint32_t const node = in.u32();
-      uint16_t const type = in.u16();
-      std::string_view const path = in.string();
-      if (!in.good() || type >= schema_.entities.size())
+      Message::Mounted mounted;
+      if (!decode(payload, mounted) || mounted.type >= schema_.entities.size())
          break;
-      onMounted(mount, node, type, path);
+      onMounted(mounted.mount, mounted.node, mounted.type, mounted.path);
       return true;
    }
    case Frame::mountDone: {
-      uint32_t const mount = in.u32();
-      if (!in.good())
+      Message::MountDone done;
+      if (!decode(payload, done))
          break;
-      onMountDone(mount);
+      onMountDone(done.number);
       return true;
    }
    case Frame::mountFailed: {
-      uint32_t const mount = in.u32();
-      auto const status = static_cast<Status>(in.u8());
-      std::string_view const reason = in.string();
-      if (!in.good())
+      Message::MountFailed failed;
+      if (!decode(payload, failed))
          break;
-      onMountFailed(mount, status, reason);
+      onMountFailed(failed.mount, failed.status, failed.reason);
       return true;
    }
    case Frame::unmounted: {
-      uint32_t const mount = in.u32();
-      if (!in.good())
+      Message::Unmounted unmounted;
+      if (!decode(payload, unmounted))
          break;
-      onUnmounted(mount);
+      onUnmounted(unmounted.number);
       return true;
    }
    case Frame::changes: {
-      uint64_t const sequence = in.u64();
-      if (!in.good())
+      Message::Changes changes;
+      if (!decode(payload, changes))
          break;
       uint32_t const link = link_;
-      onChanges(sequence, in.raw(in.remaining()));
+      onChanges(changes.sequence, changes.operations.bytes);
       if (link == link_)
-         sequence_ = sequence;
+         sequence_ = changes.sequence;
       return true;
    }
    case Frame::reply: {
-      uint32_t const request = in.u32();
-      auto const status = static_cast<Status>(in.u8());
-      std::string_view const text = in.string();
-      if (!in.good())
+      Message::Reply reply;
+      if (!decode(payload, reply))
          break;
-      onReply(request, status, text);
+      onReply(reply.request, reply.status, reply.text);
       return true;
    }
    case Frame::probe: {
-      uint32_t const probe = in.u32();
-      if (!in.good())
+      Message::Probe probe;
+      if (!decode(payload, probe))
          break;
-      onProbe(probe);
+      onProbe(probe.number);
       return true;
    }
    default:
@@ -308,22 +293,18 @@ bool Connection::takeFrame(Frame frame, std::string_view payload) {
 
 // --- Frames out
 
+template <class M>
+void Connection::sendFrame(M const& message) {
+   if (isConnected())
+      encode(output_, message);
+}
+
 void Connection::mount(uint32_t mount, std::string_view selector, std::string_view type, uint8_t flags) {
-   if (!isConnected())
-      return;
-   Wire::Writer& out = output_.begin(Frame::mount);
-   out.u32(mount);
-   out.string(selector);
-   out.string(type);
-   out.u8(flags);
-   output_.end();
+   sendFrame(Message::Mount{mount, selector, type, flags});
 }
 
 void Connection::unmount(uint32_t mount) {
-   if (!isConnected())
-      return;
-   output_.begin(Frame::unmount).u32(mount);
-   output_.end();
+   sendFrame(Message::Unmount{mount});
 }
 
 void Connection::write(uint32_t request, uint64_t seen, uint8_t flags, std::string_view operations) {
@@ -332,11 +313,7 @@ void Connection::write(uint32_t request, uint64_t seen, uint8_t flags, std::stri
 }
 
 Wire::Writer& Connection::writeBegin(uint32_t request, uint64_t seen, uint8_t flags) {
-   Wire::Writer& out = output_.begin(Frame::write);
-   out.u32(request);
-   out.u64(seen);
-   out.u8(flags);
-   return out;
+   return encodeOpen(output_, Message::Write{request, seen, flags, {}});
 }
 
 void Connection::writeEnd() {
@@ -347,33 +324,19 @@ void Connection::writeEnd() {
 }
 
 void Connection::settle(uint32_t request, uint32_t milliseconds) {
-   if (!isConnected())
-      return;
-   Wire::Writer& out = output_.begin(Frame::settle);
-   out.u32(request);
-   out.u32(milliseconds);
-   output_.end();
+   sendFrame(Message::Settle{request, milliseconds});
 }
 
 void Connection::settled(uint32_t probe) {
-   if (!isConnected())
-      return;
-   output_.begin(Frame::settled).u32(probe);
-   output_.end();
+   sendFrame(Message::Settled{probe});
 }
 
 void Connection::clients(uint32_t request) {
-   if (!isConnected())
-      return;
-   output_.begin(Frame::clients).u32(request);
-   output_.end();
+   sendFrame(Message::Clients{request});
 }
 
 void Connection::snapshot(uint32_t request) {
-   if (!isConnected())
-      return;
-   output_.begin(Frame::snapshot).u32(request);
-   output_.end();
+   sendFrame(Message::Snapshot{request});
 }
 
 } // namespace Ordel

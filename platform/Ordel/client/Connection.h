@@ -94,6 +94,8 @@ class Connection : private Kem::FileDescriptorWatch {
    void onWritable() override;
    void onDeliveryEnd();
 
+   template <class M>
+   void sendFrame(M const& message); // one of Messages.h
    bool takeFrame(Frame frame, std::string_view payload);
    void end(std::string const& reason);
 

@@ -3,7 +3,7 @@
 #include "Kem/Activity.h"
 #include "Kem/Dir.h"
 #include "Ordel/client/HeldChanges.h"
-#include "Ordel/wire/Protocol.h"
+#include "Ordel/wire/OperationWriter.h"
 
 namespace Kem {
 
@@ -170,8 +170,7 @@ void NboAttrLog::SocketOutSm::scalarChanged(Entity const& entity, AttrId id) {
       cutIfFull();
    if (!beginOperation(entity))
       return;
-   operations_.u8(static_cast<uint8_t>(Ordel::Op::set));
-   operations_.u8(id);
+   Ordel::OperationWriter(operations_).begin(Ordel::Op::set, id);
    entity.encodeScalar(id, operations_);
    ++operationsWritten_;
 }
@@ -185,12 +184,10 @@ void NboAttrLog::SocketOutSm::memberChanged(Entity const& entity, AttrId id, voi
    if (!beginOperation(entity))
       return;
    size_t const start = operations_.size();
-   operations_.u8(static_cast<uint8_t>(Ordel::Op::put));
-   operations_.u8(id);
+   Ordel::OperationWriter(operations_).begin(Ordel::Op::put, id);
    if (!entity.encodeMember(id, key, operations_)) {
       operations_.truncate(start);
-      operations_.u8(static_cast<uint8_t>(Ordel::Op::erase));
-      operations_.u8(id);
+      Ordel::OperationWriter(operations_).begin(Ordel::Op::erase, id);
       entity.encodeMemberKey(id, key, operations_);
    }
    ++operationsWritten_;
@@ -208,8 +205,7 @@ void NboAttrLog::SocketOutSm::childAdded(Entity const& parent, AttrId id, Entity
    cutIfFull();
    if (!beginOperation(parent))
       return;
-   operations_.u8(static_cast<uint8_t>(Ordel::Op::create));
-   operations_.u8(id);
+   Ordel::OperationWriter(operations_).begin(Ordel::Op::create, id);
    child.encodeKey(operations_);
    operations_.u16(child.typeInfo().id);
    if (parent.typeInfo().id == Dir::typeInfo_.id)
@@ -234,8 +230,7 @@ void NboAttrLog::SocketOutSm::childRemoved(Entity const& parent, AttrId id, void
       watcher_->ownChildRemoved(parent, child, false);
    if (!hasPlace)
       return;
-   operations_.u8(static_cast<uint8_t>(Ordel::Op::erase));
-   operations_.u8(id);
+   Ordel::OperationWriter(operations_).begin(Ordel::Op::erase, id);
    parent.encodeMemberKey(id, key, operations_);
    ++operationsWritten_;
    // Its address is gone: a new entity in its memory must not be taken for it.

@@ -7,7 +7,8 @@ namespace Ordel {
 
 void PacedTrace::line(std::string const& text) {
    Kem::Seconds const now = Kem::now();
-   room_ = std::min(room_ + (now - std::exchange(refilled_, now)) * eachSecond, atOnce);
+   Kem::Seconds const elapsed = std::max(now - std::exchange(refilled_, now), 0.0);
+   room_ = std::min(room_ + elapsed * eachSecond, atOnce);
    if (room_ < 1) {
       ++leftOut_;
       return;

@@ -1,5 +1,7 @@
 #include "Ordel/server/PendingTree.h"
 
+#include "Ordel/wire/OperationWriter.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -331,9 +333,7 @@ void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, s
    bool const isReplaced = mark.isReplaced || mark.epoch < lastWrote_;
    if (mark.kind == MarkKind::renewed && isKnown && (isReplaced || !below)) {
       name(entity, out);
-      out.u8(static_cast<uint8_t>(Op::erase));
-      out.u8(mark.attribute);
-      out.raw(key.data(), key.size());
+      OperationWriter(out).erase(mark.attribute, key);
    }
    if (!below)
       return;
@@ -354,13 +354,11 @@ void PendingTree::drainMark(Level const& level, Mark& mark, Wire::Writer& out, s
 void PendingTree::create(Entity const& entity, unsigned attribute, std::string_view key, Entity const& made,
                          Wire::Writer& out) {
    name(entity, out);
-   out.u8(static_cast<uint8_t>(Op::create));
-   out.u8(static_cast<uint8_t>(attribute));
-   out.raw(key.data(), key.size());
-   out.u16(made.type().id);
-   if (!made.isNode())
+   if (!made.isNode()) {
+      OperationWriter(out).create(attribute, key, made.type().id);
       return;
-   out.u32(made.node());
+   }
+   OperationWriter(out).createNode(key, made.type().id, made.node());
    // Its scalars come with it, because constructor inputs are among them; the rest when it is its turn.
    if (auto const at = open_.find(made.node()); at != open_.end() && at->second->isFull) {
       size_t const before = out.size();

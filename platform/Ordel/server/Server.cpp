@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 #include "Ordel/server/ClientReport.h"
 #include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/OperationWriter.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -226,20 +227,14 @@ Server::Refusal Server::createPath(std::string_view path, Records::EntityType co
       }
       Wire::Writer block;
       tree_->encodeAt(*directory, block);
-      block.u8(static_cast<uint8_t>(Op::create));
-      block.u8(0);
-      block.raw(key.data(), key.size());
-      block.u16(rest.empty() ? type.id : 0);
-      block.u32(0);
+      OperationWriter(block).createNode(key.view(), rest.empty() ? type.id : uint16_t{0}, 0);
       Applied const& applied = tree_->apply(block.view());
       if (!applied.isDone()) {
          Refusal const refusal{applied.status, applied.error};
          if (topDirectory != 0) {
             Wire::Writer undo;
             tree_->encodeAt(*tree_->node(topDirectory), undo);
-            undo.u8(static_cast<uint8_t>(Op::erase));
-            undo.u8(0);
-            undo.string(topName);
+            OperationWriter(undo).begin(Op::erase, 0).string(topName);
             publish(tree_->apply(undo.view()), nullptr, 0);
          }
          return refusal;

@@ -3,6 +3,7 @@
 
 #include "Kem/Activity.h"
 #include "Ordel/server/Server.h"
+#include "Ordel/wire/Messages.h"
 
 #include <algorithm>
 
@@ -121,56 +122,36 @@ bool ServerClient::takeFrame(Frame frame, std::string_view payload) {
    }
    constexpr size_t quickBytes = 4096;
    isAnswerLarge_ = frame != Frame::write || payload.size() > quickBytes;
-   Wire::Reader in(payload);
+   bool isRead = false;
    switch (frame) {
-   case Frame::mount: {
-      uint32_t const number = in.u32();
-      std::string_view const selector = in.string();
-      std::string_view const type = in.string();
-      uint8_t const flags = in.u8();
-      if (!in.done() || !in.good())
-         break;
-      server_.mount(*this, number, selector, type, flags);
-      return true;
-   }
-   case Frame::unmount: {
-      uint32_t const number = in.u32();
-      if (!in.done() || !in.good())
-         break;
-      server_.unmount(*this, number);
-      return true;
-   }
-   case Frame::write: {
-      uint32_t const request = in.u32();
-      uint64_t const seen = in.u64();
-      uint8_t const flags = in.u8();
-      if (!in.good())
-         break;
-      server_.write(*this, request, seen, flags, in.raw(in.remaining()));
-      return true;
-   }
-   case Frame::settle: {
-      uint32_t const request = in.u32();
-      uint32_t const milliseconds = in.u32();
-      if (!in.done() || !in.good())
-         break;
-      server_.settle(*this, request, milliseconds);
-      return true;
-   }
+   case Frame::mount:
+      if (Message::Mount mount; (isRead = decode(payload, mount)))
+         server_.mount(*this, mount.mount, mount.selector, mount.type, mount.flags);
+      break;
+   case Frame::unmount:
+      if (Message::Unmount unmount; (isRead = decode(payload, unmount)))
+         server_.unmount(*this, unmount.number);
+      break;
+   case Frame::write:
+      if (Message::Write write; (isRead = decode(payload, write)))
+         server_.write(*this, write.request, write.seen, write.flags, write.operations.bytes);
+      break;
+   case Frame::settle:
+      if (Message::Settle settle; (isRead = decode(payload, settle)))
+         server_.settle(*this, settle.request, settle.milliseconds);
+      break;
    case Frame::settled:
+      if (Message::Settled settled; (isRead = decode(payload, settled)))
+         server_.settled(*this, settled.number);
+      break;
    case Frame::clients:
-   case Frame::snapshot: {
-      uint32_t const number = in.u32();
-      if (!in.done() || !in.good())
-         break;
-      if (frame == Frame::settled)
-         server_.settled(*this, number);
-      else if (frame == Frame::clients)
-         server_.clientsReport(*this, number);
-      else
-         server_.snapshot(*this, number);
-      return true;
-   }
+      if (Message::Clients clients; (isRead = decode(payload, clients)))
+         server_.clientsReport(*this, clients.number);
+      break;
+   case Frame::snapshot:
+      if (Message::Snapshot snapshot; (isRead = decode(payload, snapshot)))
+         server_.snapshot(*this, snapshot.number);
+      break;
    case Frame::hello:
       refuse("a second hello");
       return false;
@@ -178,49 +159,45 @@ bool ServerClient::takeFrame(Frame frame, std::string_view payload) {
       refuse("there is no frame of type " + std::to_string(static_cast<unsigned>(frame)));
       return false;
    }
-   refuse("a frame of type " + std::to_string(static_cast<unsigned>(frame)) + " can't be read");
-   return false;
+   if (!isRead)
+      refuse("a frame of type " + std::to_string(static_cast<unsigned>(frame)) + " can't be read");
+   return isRead;
 }
 
 bool ServerClient::takeHello(std::string_view payload) {
-   Wire::Reader in(payload);
-   uint32_t const magic = in.u32();
-   uint16_t const version = in.u16();
-   // Versions may differ in what follows.
-   if (!in.good() || magic != protocolMagic) {
+   Message::HelloHead head;
+   if (!decode(payload, head) || head.magic != protocolMagic) {
       refuse("this is no client of the state database");
       return false;
    }
-   if (version != protocolVersion) {
-      refuse("the client speaks version " + std::to_string(version) + " of the protocol, the database " +
+   if (head.version != protocolVersion) {
+      refuse("the client speaks version " + std::to_string(head.version) + " of the protocol, the database " +
              std::to_string(protocolVersion));
       return false;
    }
-   uint64_t const fingerprint = in.u64();
-   std::string_view const name = in.string();
-   uint8_t const role = in.u8();
-   if (!in.done() || !in.good()) {
+   Message::Hello hello;
+   if (!decode(payload, hello)) {
       refuse("the hello can't be read");
       return false;
    }
-   if (fingerprint != server_.tree().schema().fingerprint) {
+   if (hello.fingerprint != server_.tree().schema().fingerprint) {
       refuse("the client was built with other records than the database");
       return false;
    }
-   if (name.empty() || name.size() > maxNameBytes) {
+   if (hello.name.empty() || hello.name.size() > maxNameBytes) {
       refuse("a client's name has 1 to " + std::to_string(maxNameBytes) + " bytes");
       return false;
    }
-   if (role > static_cast<uint8_t>(Role::agent)) {
-      refuse("there is no role of number " + std::to_string(role));
+   if (hello.role > Role::agent) {
+      refuse("there is no role of number " + std::to_string(static_cast<unsigned>(hello.role)));
       return false;
    }
-   if (server_.isNameOfAgent(name)) {
-      refuse("an agent of the name " + Kem::printable(name) + " is connected");
+   if (server_.isNameOfAgent(hello.name)) {
+      refuse("an agent of the name " + Kem::printable(hello.name) + " is connected");
       return false;
    }
-   name_ = name;
-   role_ = static_cast<Role>(role);
+   name_ = hello.name;
+   role_ = hello.role;
    isWelcome_ = true;
    timer_.timeMinIs(Kem::never);
    input_.limitIs(maxFrameBytes);
@@ -243,8 +220,7 @@ void ServerClient::blockBegins(uint64_t block, size_t bytes) {
 }
 
 void ServerClient::changesBegin() {
-   Wire::Writer& out = output_.begin(Frame::changes);
-   out.u64(0); // the sequence, set at the end
+   encodeOpen(output_, Message::Changes{}); // the sequence is set at the end
    lastAtBytes_ = 0;
    lastAt_ = 0;
 }
@@ -263,15 +239,13 @@ void ServerClient::changesEnd(uint64_t sequence, bool isWanted) {
    output_.end();
 }
 
-Wire::Writer& ServerClient::begin(Frame frame) {
+template <class M>
+void ServerClient::send(M const& message) {
    if (output_.isOpen())
       changesEnd(server_.sequence());
-   return output_.begin(frame);
-}
-
-void ServerClient::end() {
-   sentBytes_ += output_.writer().size() - output_.frameStart();
-   output_.end();
+   size_t const before = output_.size();
+   encode(output_, message);
+   sentBytes_ += output_.size() - before;
 }
 
 void ServerClient::fill() {
@@ -302,68 +276,50 @@ void ServerClient::fill() {
 }
 
 void ServerClient::forgetDone(uint32_t mount) {
-   std::erase_if(later_, [&](Later const& waiting) {
-      return waiting.frame == Frame::mountDone && waiting.number == mount;
-   });
+   std::erase_if(later_, [&](Later const& waiting) { return !waiting.isProbe && waiting.number == mount; });
 }
 
-void ServerClient::later(Frame frame, uint32_t number) {
-   later_.push_back({pending_.ticket(), frame, number});
+void ServerClient::later(bool isProbe, uint32_t number) {
+   later_.push_back({pending_.ticket(), isProbe, number});
    sendLater();
 }
 
 void ServerClient::sendLater() {
    while (!later_.empty() && pending_.isSent(later_.front().ticket)) {
-      begin(later_.front().frame).u32(later_.front().number);
-      end();
+      if (later_.front().isProbe)
+         send(Message::Probe{later_.front().number});
+      else
+         send(Message::MountDone{later_.front().number});
       later_.pop_front();
    }
 }
 
 void ServerClient::welcome(std::string_view systemName) {
-   Wire::Writer& out = begin(Frame::welcome);
-   out.u16(protocolVersion);
-   out.u64(server_.tree().schema().fingerprint);
-   out.string(systemName);
-   end();
+   send(Message::Welcome{.fingerprint = server_.tree().schema().fingerprint, .systemName = systemName});
 }
 
 void ServerClient::mounted(ServerMount const& mount, Entity const* entity) {
-   Wire::Writer& out = begin(Frame::mounted);
-   out.u32(mount.number);
-   out.u32(entity ? entity->node() : 0);
-   out.u16(entity ? entity->type().id : 0);
-   out.string(mount.selector.path);
-   end();
+   send(Message::Mounted{mount.number, entity ? entity->node() : 0, entity ? entity->type().id : uint16_t{0},
+                         mount.selector.path});
 }
 
 void ServerClient::mountFailed(uint32_t mount, Status status, std::string_view reason) {
-   Wire::Writer& out = begin(Frame::mountFailed);
-   out.u32(mount);
-   out.u8(static_cast<uint8_t>(status));
-   out.string(reason.substr(0, maxReasonBytes));
-   end();
+   send(Message::MountFailed{mount, status, reason.substr(0, maxReasonBytes)});
 }
 
 void ServerClient::unmounted(uint32_t mount) {
    forgetDone(mount);
-   begin(Frame::unmounted).u32(mount);
-   end();
+   send(Message::Unmounted{mount});
 }
 
 void ServerClient::reply(uint32_t request, Status status, std::string_view text) {
-   Wire::Writer& out = begin(Frame::reply);
-   out.u32(request);
-   out.u8(static_cast<uint8_t>(status));
-   out.string(status == Status::done ? text : text.substr(0, maxReasonBytes));
-   end();
+   send(Message::Reply{request, status, status == Status::done ? text : text.substr(0, maxReasonBytes)});
 }
 
 void ServerClient::refuse(std::string_view reason) {
    if (isRefused_)
       return;
-   begin(Frame::refused).string(reason);
-   end();
+   send(Message::Refused{reason});
    isRefused_ = true;
    large_ = Large::none;
    server_.largeFrames().end(*this);

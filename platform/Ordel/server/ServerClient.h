@@ -139,9 +139,9 @@ class ServerClient {
    void welcome(std::string_view systemName);
    void mounted(ServerMount const& mount, Entity const* entity);
    // When all that waits now has been sent.
-   void mountDone(uint32_t mount) { later(Frame::mountDone, mount); }
+   void mountDone(uint32_t mount) { later(false, mount); }
    void forgetDone(uint32_t mount); // where it hasn't been told yet
-   void probe(uint32_t number) { later(Frame::probe, number); }
+   void probe(uint32_t number) { later(true, number); }
    void mountFailed(uint32_t mount, Status status, std::string_view reason);
    void unmounted(uint32_t mount);
    void reply(uint32_t request, Status status, std::string_view text);
@@ -159,7 +159,7 @@ class ServerClient {
    // A frame that is sent once the pending tree has been sent up to the ticket.
    struct Later {
       uint64_t ticket;
-      Frame frame;
+      bool isProbe; // else a `mountDone`
       uint32_t number;
    };
 
@@ -174,9 +174,10 @@ class ServerClient {
    void account();
    void changesBegin();
    void changesEnd(uint64_t sequence, bool isWanted = false);
-   Wire::Writer& begin(Frame frame);
-   void end();
-   void later(Frame frame, uint32_t number);
+   // A whole frame, behind the open one; M is one of Messages.h.
+   template <class M>
+   void send(M const& message);
+   void later(bool isProbe, uint32_t number);
    void sendLater();
 
    Server& server_;

@@ -5,6 +5,7 @@
 
 #include "Ordel/server/Server.h"
 #include "Ordel/store/TestRecords.h"
+#include "Ordel/wire/Messages.h"
 
 #include <gtest/gtest.h>
 
@@ -42,45 +43,25 @@ class TestClient {
    void hello(std::string_view name, Ordel::Role role = Ordel::Role::tool,
               uint32_t magic = Ordel::protocolMagic, uint16_t version = Ordel::protocolVersion,
               uint64_t fingerprint = schema().fingerprint) {
-      Wire::Writer& out = begin(Ordel::Frame::hello);
-      out.u32(magic);
-      out.u16(version);
-      out.u64(fingerprint);
-      out.string(name);
-      out.u8(static_cast<uint8_t>(role));
-      send();
+      send(Ordel::Message::Hello{magic, version, fingerprint, name, role});
    }
    void mount(uint32_t number, std::string_view selector, uint8_t flags = 0, std::string_view type = "") {
-      Wire::Writer& out = begin(Ordel::Frame::mount);
-      out.u32(number);
-      out.string(selector);
-      out.string(type);
-      out.u8(flags);
-      send();
+      send(Ordel::Message::Mount{number, selector, type, flags});
    }
-   void unmount(uint32_t number) {
-      begin(Ordel::Frame::unmount).u32(number);
-      send();
-   }
+   void unmount(uint32_t number) { send(Ordel::Message::Unmount{number}); }
    void write(std::string_view operations, uint32_t request = 0, uint8_t flags = 0) {
       if (appliesOwn)
          mirror.apply(operations);
-      Wire::Writer& out = begin(Ordel::Frame::write);
-      out.u32(request);
-      out.u64(seen);
-      out.u8(flags);
-      out.raw(operations.data(), operations.size());
-      send();
+      send(Ordel::Message::Write{request, seen, flags, {operations}});
    }
+   // A frame of any type that holds a number.
    void request(Ordel::Frame frame, uint32_t number) {
-      begin(frame).u32(number);
-      send();
+      output_.begin(frame).u32(number);
+      output_.end();
+      sendOutput();
    }
    void settle(uint32_t number, uint32_t milliseconds = 0) {
-      Wire::Writer& out = begin(Ordel::Frame::settle);
-      out.u32(number);
-      out.u32(milliseconds);
-      send();
+      send(Ordel::Message::Settle{number, milliseconds});
    }
    void sendRaw(std::string_view bytes) { link->receive(bytes); }
 
@@ -132,9 +113,12 @@ class TestClient {
    }
 
   private:
-   Wire::Writer& begin(Ordel::Frame frame) { return output_.begin(frame); }
-   void send() {
-      output_.end();
+   template <class M>
+   void send(M const& message) {
+      Ordel::encode(output_, message);
+      sendOutput();
+   }
+   void sendOutput() {
       server.answersAreSent(); // another turn
       link->receive(output_.view());
       output_.clear();
@@ -142,38 +126,32 @@ class TestClient {
 
    void takeFrame(Ordel::Frame frame, std::string_view payload) {
       using Ordel::Frame;
-      Wire::Reader in(payload);
+      namespace Message = Ordel::Message;
       switch (frame) {
       case Frame::welcome:
+         decoded<Message::Welcome>(payload);
          isWelcome = true;
-         in.u16();
-         in.u64();
-         in.string();
          break;
       case Frame::refused:
-         refused = in.string();
+         refused = decoded<Message::Refused>(payload).reason;
          break;
       case Frame::mounted: {
-         uint32_t const number = in.u32();
-         uint32_t const node = in.u32();
-         uint16_t const type = in.u16();
-         std::string_view const path = in.string();
-         if (node != 0)
-            mirror.mount(node, schema().entities[type], path);
-         mounted[number] = node;
+         auto const message = decoded<Message::Mounted>(payload);
+         if (message.node != 0)
+            mirror.mount(message.node, schema().entities[message.type], message.path);
+         mounted[message.mount] = message.node;
          break;
       }
       case Frame::mountDone:
-         ++done[in.u32()];
+         ++done[decoded<Message::MountDone>(payload).number];
          break;
       case Frame::mountFailed: {
-         uint32_t const number = in.u32();
-         auto const status = static_cast<Ordel::Status>(in.u8());
-         failed[number] = {status, std::string(in.string())};
+         auto const message = decoded<Message::MountFailed>(payload);
+         failed[message.mount] = {message.status, std::string(message.reason)};
          break;
       }
       case Frame::unmounted: {
-         uint32_t const number = in.u32();
+         uint32_t const number = decoded<Message::Unmounted>(payload).number;
          unmounted.push_back(number);
          if (mirror.node(mounted[number]))
             mirror.unmount(mounted[number]);
@@ -181,27 +159,31 @@ class TestClient {
          break;
       }
       case Frame::changes: {
-         uint64_t const sequence = in.u64();
-         EXPECT_GE(sequence, seen);
-         seen = sequence;
-         changes.emplace_back(in.raw(in.remaining()));
+         auto const message = decoded<Message::Changes>(payload);
+         EXPECT_GE(message.sequence, seen);
+         seen = message.sequence;
+         changes.emplace_back(message.operations.bytes);
          Ordel::Applied const& applied = mirror.apply(changes.back());
          EXPECT_TRUE(applied.isDone()) << applied.error << "\n" << hex(changes.back());
          break;
       }
       case Frame::reply: {
-         uint32_t const number = in.u32();
-         auto const status = static_cast<Ordel::Status>(in.u8());
-         replies[number] = {status, std::string(in.string())};
+         auto const message = decoded<Message::Reply>(payload);
+         replies[message.request] = {message.status, std::string(message.text)};
          break;
       }
       case Frame::probe:
-         probes.push_back(in.u32());
+         probes.push_back(decoded<Message::Probe>(payload).number);
          break;
       default:
          ADD_FAILURE() << "frame of type " << static_cast<unsigned>(frame);
       }
-      EXPECT_TRUE(in.done() && in.good());
+   }
+   template <class M>
+   static M decoded(std::string_view payload) {
+      M message;
+      EXPECT_TRUE(Ordel::decode(payload, message));
+      return message;
    }
 
    Ordel::FrameBuffer output_;

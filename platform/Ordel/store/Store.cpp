@@ -2,6 +2,7 @@
 #include "Kem/Assert.h"
 #include "Ordel/store/Walk.h"
 #include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/OperationWriter.h"
 #include "Ordel/wire/Selector.h"
 
 #include <algorithm>
@@ -305,39 +306,31 @@ bool Store::isDeclared(Entity const& entity) const {
 }
 
 void Store::encodeAt(Entity const& entity, Wire::Writer& out) {
-   out.u8(static_cast<uint8_t>(Op::at));
-   out.u32(entity.nodeEntity().node_);
-   out.u8(entity.steps_);
+   OperationWriter write(out);
+   write.at(entity.nodeEntity().node_, entity.steps_);
    Entity const* way[maxStepCount];
    size_t count = 0;
    for (Entity const* at = &entity; !at->isNode(); at = at->parent_)
       way[count++] = at;
    std::string scratch;
-   while (count-- > 0) {
-      out.u8(way[count]->attribute_);
-      std::string_view const key = keyOf(*way[count], scratch);
-      out.raw(key.data(), key.size());
-   }
+   while (count-- > 0)
+      write.step(way[count]->attribute_, keyOf(*way[count], scratch));
 }
 
 void Store::encodeCreate(Entity const& entity, Wire::Writer& out) {
    std::string scratch;
    std::string_view const key = keyOf(entity, scratch);
-   out.u8(static_cast<uint8_t>(Op::create));
-   out.u8(entity.attribute_);
-   out.raw(key.data(), key.size());
-   out.u16(entity.type_->id);
    if (entity.isNode())
-      out.u32(entity.node_);
+      OperationWriter(out).createNode(key, entity.type_->id, entity.node_);
+   else
+      OperationWriter(out).create(entity.attribute_, key, entity.type_->id);
 }
 
 void Store::encodeSet(Entity const& entity, unsigned attribute, Wire::Writer& out) {
    Slot const& slot = Store::slot(entity, attribute);
    std::string scratch;
    std::string_view const value = slot.value->view(place(entity, slot), slot.zero, scratch);
-   out.u8(static_cast<uint8_t>(Op::set));
-   out.u8(static_cast<uint8_t>(attribute));
-   out.raw(value.data(), value.size());
+   OperationWriter(out).set(attribute, value);
 }
 
 bool Store::isTold(Entity const& entity, Slot const& slot) {

@@ -8,6 +8,7 @@
 #include "Kem/Wire.h"
 #include "Ordel/store/Tree.h"
 #include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/OperationWriter.h"
 #include "Ordel/wire/Protocol.h"
 #include "Ordel/wire/Selector.h"
 #include "records/Schema.h"
@@ -215,29 +216,30 @@ using Step = std::pair<uint8_t, std::string>; // attribute, key in wire form
 class Block {
   public:
    Block& at(uint32_t node, std::vector<Step> const& steps = {}) {
-      op(Ordel::Op::at);
-      out_.u32(node);
-      out_.u8(static_cast<uint8_t>(steps.size()));
-      for (auto const& [attribute, key] : steps) {
-         out_.u8(attribute);
-         raw(key);
-      }
+      write().at(node, static_cast<uint8_t>(steps.size()));
+      for (auto const& [attribute, key] : steps)
+         write().step(attribute, key);
       return *this;
    }
-   Block& set(uint8_t attribute, std::string_view value) { return op(Ordel::Op::set, attribute).raw(value); }
-   Block& put(uint8_t attribute, std::string_view key, std::string_view value) {
-      return op(Ordel::Op::put, attribute).raw(key).raw(value);
+   Block& set(uint8_t attribute, std::string_view value) {
+      write().set(attribute, value);
+      return *this;
    }
-   Block& erase(uint8_t attribute, std::string_view key) { return op(Ordel::Op::erase, attribute).raw(key); }
+   Block& put(uint8_t attribute, std::string_view key, std::string_view value) {
+      write().put(attribute, key, value);
+      return *this;
+   }
+   Block& erase(uint8_t attribute, std::string_view key) {
+      write().erase(attribute, key);
+      return *this;
+   }
    Block& create(uint8_t attribute, std::string_view key, uint16_t type) {
-      op(Ordel::Op::create, attribute).raw(key);
-      out_.u16(type);
+      write().create(attribute, key, type);
       return *this;
    }
    // In a directory.
    Block& createNode(std::string_view name, uint16_t type, uint32_t node = 0) {
-      create(0, stringBytes(name), type);
-      out_.u32(node);
+      write().createNode(stringBytes(name), type, node);
       return *this;
    }
    Block& raw(std::string_view bytes) {
@@ -248,12 +250,7 @@ class Block {
    operator std::string_view() const { return out_.view(); }
 
   private:
-   Block& op(Ordel::Op code, int attribute = -1) {
-      out_.u8(static_cast<uint8_t>(code));
-      if (attribute >= 0)
-         out_.u8(static_cast<uint8_t>(attribute));
-      return *this;
-   }
+   Ordel::OperationWriter write() { return Ordel::OperationWriter(out_); }
    Wire::Writer out_;
 };
 

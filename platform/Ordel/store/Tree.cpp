@@ -4,6 +4,7 @@
 #include "Ordel/store/Store.h"
 #include "Ordel/store/Walk.h"
 #include "Ordel/wire/KeyText.h"
+#include "Ordel/wire/OperationWriter.h"
 #include "Ordel/wire/Selector.h"
 
 namespace Ordel {
@@ -254,16 +255,11 @@ void Tree::encodeMember(Entity const& entity, unsigned attribute, std::string_vi
    Slot const& slot = Store::slot(entity, attribute);
    std::optional<std::string_view> const value = member(entity, attribute, key);
    if (!value) {
-      out.u8(static_cast<uint8_t>(Op::erase));
-      out.u8(static_cast<uint8_t>(attribute));
-      out.raw(key.data(), key.size());
+      OperationWriter(out).erase(attribute, key);
       return;
    }
    if (!slot.holdsEntities()) {
-      out.u8(static_cast<uint8_t>(Op::put));
-      out.u8(static_cast<uint8_t>(attribute));
-      out.raw(key.data(), key.size());
-      out.raw(value->data(), value->size());
+      OperationWriter(out).put(attribute, key, *value);
       return;
    }
    Entity const& below = *child(entity, attribute, key);

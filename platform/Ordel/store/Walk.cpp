@@ -1,6 +1,7 @@
 #include "Ordel/store/Walk.h"
 #include "Kem/Assert.h"
 #include "Ordel/store/Store.h"
+#include "Ordel/wire/OperationWriter.h"
 
 #include <algorithm>
 
@@ -73,9 +74,9 @@ bool Walk::readMembers(Wire::Writer& out, size_t end) {
             levels_.push_back({&below, 0, 0, 0, true}); // `level` is gone
             return false;
          }
+         OperationWriter(out).begin(Op::put, level.attribute);
+         // One after the other: both may stand in `scratch`.
          std::string_view const key = Store::keyAt(*members, position, slot, scratch);
-         out.u8(static_cast<uint8_t>(Op::put));
-         out.u8(static_cast<uint8_t>(level.attribute));
          out.raw(key.data(), key.size());
          std::string_view const value = slot.value->view(members->value(position), slot.zero, scratch);
          out.raw(value.data(), value.size());
