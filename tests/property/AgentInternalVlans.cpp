@@ -55,6 +55,8 @@ unsigned Agent::internalVlanOf(std::string const& intf) {
    waiting_.erase(intf);
    routedPort_[number] = intf;
    internalVlan_[intf] = number;
+   if (!vlans_.contains(number))
+      ++births_.vlans[number];
    auto& vlan = vlans_[number];
    tell({privateVlans, ""});
    vlan.internal = true;

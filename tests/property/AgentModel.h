@@ -47,6 +47,7 @@ class Agent {
    void changed(Change const& change);
    void run(double now);
    Outcome outcome() const;
+   Births const& births() const { return births_; }
 
   private:
    // --- The loop (AgentLoop.cpp): who is told of what, and when.
@@ -188,6 +189,7 @@ class Agent {
    // What is visible.
    std::map<unsigned, ResolvedVlan> vlans_;
    std::map<std::string, ResolvedPort> resolved_;
+   Births births_;
    std::map<std::string, double> waiting_;
    std::map<std::string, std::shared_ptr<Port>> chosen_;
    std::map<std::string, std::string> chosenFrom_;          // the input's name, also when that has gone

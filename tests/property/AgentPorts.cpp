@@ -115,10 +115,18 @@ void Agent::createPortEntry(std::string const& intf, std::shared_ptr<Port> const
    }
    port.record = record;
    port.pending.clear();
-   for (PortAttr const attribute : allAttributes)
-      copyAttribute(attribute, *record, port.copy);
-   forget({portCopy, intf}); // it is evaluated as a whole
+   for (PortAttr const attribute : allAttributes) {
+      // Groups are cleared and filled, so the port is told of them in any case.
+      bool const isRefilled = attribute == PortAttr::trunkGroups &&
+                              !(record->trunkGroups.empty() && port.copy.trunkGroups.empty());
+      if (copyAttribute(attribute, *record, port.copy) || isRefilled)
+         tell({portCopy, intf}, static_cast<int>(attribute));
+   }
    initializePort(intf);
+   // Of a routed port it all belongs to this pass: one that lost its number in it is not given another by what
+   // its copy reports afterwards.
+   if (resolved_.at(intf).mode == routed)
+      forget({portCopy, intf});
 }
 
 void Agent::mirrorPort(std::string const& intf, Told const& told) {
@@ -185,6 +193,8 @@ void Agent::initializePort(std::string const& intf) {
    port.isInitialized = true;
    bool const hadNumber = startupInternalVlan_.contains(intf);
    auto const [mode, native] = modeAndNative(intf);
+   if (!resolved_.contains(intf))
+      ++births_.ports[intf];
    auto& out = resolved_[intf];
    out.mode = mode;
    out.native = native;

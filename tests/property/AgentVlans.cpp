@@ -136,6 +136,7 @@ void Agent::initializeVlan(unsigned number) {
    if (auto const left = vlans_.find(number); left != vlans_.end() && left->second.internal)
       resolvedVlanDel(number); // of a port that has not claimed it back: the user's claim wins
    auto& out = vlans_[number];
+   ++births_.vlans[number];
    tell({privateVlans, ""});
    out.source = selected_->name;
    out.name = state.copy.name;

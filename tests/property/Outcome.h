@@ -48,6 +48,12 @@ struct Outcome {
    std::set<std::string> reserved;
 };
 
+// How often each record has been made in a life of the agent; who is told of one that stays must not see it go.
+struct Births {
+   std::map<unsigned, unsigned> vlans;
+   std::map<std::string, unsigned> ports;
+};
+
 // Where the two differ, a line each; empty when they are alike.
 std::string differences(Outcome const& expected, Outcome const& actual);
 

@@ -9,6 +9,8 @@
 #include "Publishers.h"
 
 #include "records/Bridging/Config.h"
+#include "records/Bridging/SwitchIntfConfig.h"
+#include "records/Bridging/VlanConfig.h"
 #include "records/Errdisable/CauseStatus.h"
 
 #include <memory>
@@ -40,6 +42,15 @@ class World {
    Publishers& publishers() { return *publishers_; }
 
   private:
+   // The subscriber's records as objects, each held so that no other one can take its address.
+   struct Records {
+      std::map<unsigned, Kem::Ptr<Bridging::VlanConfig>> vlans;
+      std::map<std::string, Kem::Ptr<Bridging::SwitchIntfConfig>> ports;
+   };
+   Records records() const;
+   void rememberRecords();
+   // Those that were removed and made again before the subscriber's eyes without need.
+   std::string needlesslyMade() const;
    Survivors survivors() const;
    Outcome told() const; // the subscriber's view
 
@@ -51,6 +62,9 @@ class World {
    Kem::Ptr<Bridging::Input::Config> defaults_;
    Kem::Ptr<Errdisable::CauseStatus> cause_;
    std::unique_ptr<Agent> model_; // null while the agent is down
+   Records records_;              // as they were when all was at rest the last time
+   Births births_;                // of the model at that moment
+   bool isNewLife_ = true;        // of the agent, since then
 };
 
 } // namespace Model
