@@ -83,11 +83,11 @@ void World::startAgent() {
    Survivors const left = survivors();
    double const now = Kem::now();
    records_ = records();
-   isNewLife_ = true;
    sw_.startAgent();
    sw_.run();
    model_ = std::make_unique<Agent>(intent_, left, now, portOrder_);
    model_->run(now);
+   noteNeedlesslyMade(true);
 }
 
 void World::stopAgent() {
@@ -188,42 +188,36 @@ World::Records World::records() const {
 
 // A life that has just begun made all its records, but the subscriber sees only what differs: a VLAN that
 // stays what it was, a routed port's or not, and a port that stays are the same records as before.
-std::string World::needlesslyMade() const {
-   std::string text;
-   auto const look = [&](auto const& what, auto const& before, auto const& after, auto const& births,
-                         auto const& birthsBefore, auto&& staysIt) {
+void World::noteNeedlesslyMade(bool isStart) {
+   auto const look = [&](std::string const& what, auto const& before, auto const& after, auto const& births,
+                         auto const& birthsBefore, auto&& stays) {
       for (auto const& [key, record] : after) {
          auto const old = before.find(key);
          if (old == before.end() || old->second == record)
             continue;
          auto const birth = births.find(key), birthBefore = birthsBefore.find(key);
-         bool const isSame = isNewLife_ ? staysIt(*old->second, *record)
-                                        : birth != births.end() && birthBefore != birthsBefore.end() &&
-                                              birth->second == birthBefore->second;
+         bool const isSame = isStart ? stays(*old->second, *record)
+                                     : birth != births.end() && birthBefore != birthsBefore.end() &&
+                                           birth->second == birthBefore->second;
          if (isSame)
-            text += what + record->keyText() + " was removed and made again without need\n";
+            needlesslyMade_ += what + record->keyText() + " was removed and made again without need\n";
       }
    };
-   auto const now = records();
-   look(std::string("VLAN "), records_.vlans, now.vlans, model_->births().vlans, births_.vlans,
+   auto now = records();
+   look("VLAN ", records_.vlans, now.vlans, model_->births().vlans, births_.vlans,
         [](auto const& a, auto const& b) { return a.internal() == b.internal(); });
-   look(std::string("port "), records_.ports, now.ports, model_->births().ports, births_.ports,
+   look("port ", records_.ports, now.ports, model_->births().ports, births_.ports,
         [](auto const&, auto const&) { return true; });
-   return text;
-}
-
-void World::rememberRecords() {
-   records_ = records();
+   records_ = std::move(now);
    births_ = model_->births();
-   isNewLife_ = false;
 }
 
 std::string World::differences() {
    if (!model_)
       return "";
    std::string text = Model::differences(model_->outcome(), told());
-   text += needlesslyMade();
-   rememberRecords();
+   noteNeedlesslyMade(false);
+   text += std::exchange(needlesslyMade_, {});
    auto const& tree = sw_.server().tree();
    for (auto const& [path, record] : {std::pair<char const*, Kem::Entity const*>{configPath, config_.ptr()},
                                       {defaultsPath, defaults_.ptr()},

@@ -48,9 +48,8 @@ class World {
       std::map<std::string, Kem::Ptr<Bridging::SwitchIntfConfig>> ports;
    };
    Records records() const;
-   void rememberRecords();
-   // Those that were removed and made again before the subscriber's eyes without need.
-   std::string needlesslyMade() const;
+   // Looks for those that were removed and made again before the subscriber's eyes without need.
+   void noteNeedlesslyMade(bool isStart);
    Survivors survivors() const;
    Outcome told() const; // the subscriber's view
 
@@ -64,7 +63,7 @@ class World {
    std::unique_ptr<Agent> model_; // null while the agent is down
    Records records_;              // as they were when all was at rest the last time
    Births births_;                // of the model at that moment
-   bool isNewLife_ = true;        // of the agent, since then
+   std::string needlesslyMade_;   // what was found since differences() was asked
 };
 
 } // namespace Model
