@@ -4,8 +4,10 @@
 #include "World.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -121,15 +123,31 @@ Verdict run(Series const& series) {
    return verdict;
 }
 
+namespace {
+std::string tailOf(FILE* file) {
+   constexpr long bytes = 500;
+   std::fseek(file, 0, SEEK_END);
+   std::fseek(file, std::max(std::ftell(file) - bytes, 0L), SEEK_SET);
+   std::string text(bytes, '\0');
+   text.resize(std::fread(text.data(), 1, text.size(), file));
+   return text;
+}
+} // namespace
+
 Verdict runApart(Series const& series) {
    int ends[2];
    if (pipe(ends) != 0)
+      std::abort();
+   // What it writes to standard error is of interest only when it ends by itself.
+   FILE* const errors = std::tmpfile();
+   if (!errors)
       std::abort();
    pid_t const child = fork();
    if (child < 0)
       std::abort();
    if (child == 0) {
       close(ends[0]);
+      dup2(fileno(errors), STDERR_FILENO);
       Verdict const verdict = run(series);
       std::string const text = std::to_string(verdict.done) + "\n" + std::to_string(verdict.history.size()) +
                                "\n" + verdict.history + verdict.differences;
@@ -149,11 +167,14 @@ Verdict runApart(Series const& series) {
    close(ends[0]);
    int status = 0;
    waitpid(child, &status, 0);
+   std::string const lastWords = tailOf(errors);
+   std::fclose(errors);
    if (status != 0)
       return {.history = {},
-              .differences = WIFSIGNALED(status)
-                                 ? std::string("ended by signal: ") + strsignal(WTERMSIG(status)) + "\n"
-                                 : "ended with status " + std::to_string(WEXITSTATUS(status)) + "\n",
+              .differences =
+                  (WIFSIGNALED(status) ? std::string("ended by signal: ") + strsignal(WTERMSIG(status))
+                                       : "ended with status " + std::to_string(WEXITSTATUS(status))) +
+                  "\n" + lastWords,
               .done = series.operations.size()};
    Verdict verdict;
    std::istringstream in(text);
