@@ -1,6 +1,6 @@
 # Precompiled headers. Much of the time of a build goes into reading the same few headers, so two sets of them are read
 # once: cmake/precompiled/rooms.h for the libraries, and tests.h for the tests, which are compiled with other flags.
-# Only what nearly every source needs belongs there: what a set instantiates is made anew in each source that uses it
+# Only what nearly every source needs belongs there: what a set instantiates is made again in each source that uses it
 # (1 s in each for the JSON library, 9 s for CLI11).
 #
 # They are a matter of time alone: a source includes what it uses all the same. That is what clang, which is not given

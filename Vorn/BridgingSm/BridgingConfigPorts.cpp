@@ -1,5 +1,5 @@
-// The road of a port: the deferred stage, the copy, SwitchIntfSm, which is also given the records of the
-// interface.
+// The road of a port: the deferred stage, the copy, SwitchIntfSm, which is also
+// given the records of the interface.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 

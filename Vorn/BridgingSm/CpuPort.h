@@ -19,8 +19,8 @@ bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig con
 // its state machine, which is still to come: until then every primary has the default one.
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
-// The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
-// role.
+// The same for every pair that the VLAN is part of, as primary or as secondary;
+// nothing for a VLAN without a role.
 void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId);
 
 } // namespace Vorn

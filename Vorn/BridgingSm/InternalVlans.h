@@ -94,8 +94,8 @@ class InternalVlans {
    PortsByVlan startup_;
 };
 
-// Writes the resolved VLAN of a routed port: internal, active, named after the port, with the CPU port as its
-// member.
+// Writes the resolved VLAN of a routed port: internal, active, named after the port,
+// with the CPU port as its member.
 Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(ResolvedVlans& resolvedVlans,
                                                           Bridging::VlanId vlanId, Sulvi::IntfId intfId);
 // InternalVlans::giveUp.

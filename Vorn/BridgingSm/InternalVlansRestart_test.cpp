@@ -16,7 +16,7 @@ struct InternalVlanRestartTest : InternalVlansTest {
       bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);
       left("Ethernet1", 4001);
    }
-   // A routed port as the run before left it.
+   // A routed port as the previous run left it.
    void left(Sulvi::IntfId intfId, uint16_t vlanId) {
       bridge.intf(intfId);
       bridge.forwardingModelIs(intfId, TestBridge::routedModel);

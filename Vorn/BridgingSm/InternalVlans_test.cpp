@@ -597,7 +597,7 @@ TEST_F(InternalVlansTest, portWhoseTimeIsOfAnotherBootWaitsFromNowOn) {
 TEST_F(InternalVlansTest, portThatAnEarlierRunLeftWaitingTakesAFreeNumberAndWaitsNoMore) {
    for (char const* name : {"Ethernet1", "Ethernet2"})
       bridge.routed(name);
-   bridge.cause->intfStatusIs("Ethernet1", startTime - 60);  // by a run before
+   bridge.cause->intfStatusIs("Ethernet1", startTime - 60);  // by an earlier run
    bridge.cause->intfStatusIs("Ethernet2", startTime + 9e6); // by one on a clock that has been reset
    bridge.start();
    EXPECT_EQ(bridge.resolvedVlans(), (Numbers{4000, 4001}));

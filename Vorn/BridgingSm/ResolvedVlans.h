@@ -6,9 +6,9 @@
 // trunk groups and without a role among private VLANs. A port that looks at all VLANs passes over the ordinary
 // ones without a look-up (SwitchIntfSm::doSyncAllVlans).
 //
-// Members are not written here: each port writes its own (SwitchIntfSm), and CpuPort.h that of the processor.
-// No pass over ports is run here either; the caller does, when its changes are complete. Owned by
-// BridgingConfigSm.
+// Members are not written here: each port writes its own (SwitchIntfSm), and CpuPort.h that of the
+// processor. No pass over ports is run here either; the caller does, when its changes are
+// complete. Owned by BridgingConfigSm.
 #pragma once
 
 #include "Kem/Collections.h"

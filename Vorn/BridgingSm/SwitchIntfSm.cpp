@@ -26,7 +26,7 @@ SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus)
     : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig),
       alwaysUnknown_(intfId == cpuIntfId() ? unknownMember : 0) {
-   written_.fill(unknownMember); // of a run before there may be members left
+   written_.fill(unknownMember); // of an earlier run there may be members left
    switchIntfConfigIs(switchIntfConfig);
    ethIntfConfigIs(ethIntfConfig);
    ethIntfStatusIs(ethIntfStatus);

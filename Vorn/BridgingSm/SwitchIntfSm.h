@@ -7,7 +7,7 @@
 //
 // It follows the copy that the deferred stage made, not a publisher's record. Owned by BridgingConfigSm; the
 // deferred stage calls handleInitialized() once the copy is complete, again for each new best input, and
-// before the first call every handler returns at once. Membership is always worked out anew from the rules
+// before the first call every handler returns at once. Membership is always worked out again from the rules
 // and written whole.
 #pragma once
 

@@ -138,7 +138,7 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
          return;
       // A port whose native VLAN did not exist before gets it here. A port whose copy has just
       // changed may come by here before it is told of that, and will then find nothing changed:
-      // what hangs on it follows at once.
+      // what depends on it follows at once.
       auto& out = *sm->switchIntfConfigOut();
       auto const before = out.switchportModeAndNativeVlan();
       out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());

@@ -1,5 +1,5 @@
-// Keeps a port's membership in the resolved VLANs, and the sets that it rests on, up to date by the rules of
-// Vorn/Rules.
+// Keeps a port's membership in the resolved VLANs, and the sets that it rests on, up to
+// date by the rules of Vorn/Rules.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"

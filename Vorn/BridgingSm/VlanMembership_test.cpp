@@ -327,7 +327,7 @@ TEST_F(VlanMembershipTest, accessPortIgnoresTrunkGroupsAndAllowedLists) {
 TEST_F(VlanMembershipTest, accessPortWithoutANativeVlanIsAMemberOfNone) {
    port->accessVlanIs(20);
    start(Mode::access_);
-   // The number stands in its record, but there is no such VLAN for it.
+   // The number is in its record, but there is no such VLAN for it.
    EXPECT_FALSE(vlanMember(*bridge.resolvedVlan(20), sm(), 0));
    EXPECT_TRUE(vlanMember(*bridge.resolvedVlan(20), sm(), 20));
 }

@@ -40,7 +40,7 @@ void AttrLogCheck::handleAttrLogSockFd() {
    socklen_t length = sizeof size;
    if (getsockopt(attrLogSockFd_, SOL_SOCKET, SO_SNDBUF, &size, &length) != 0)
       size = -1;
-   // The kernel reports double the value that was set; the figure is taken as it stands.
+   // The kernel reports double the value that was set; the figure is taken as it is.
    attrLogKernBufferThreshold_ = size < 0 ? -1 : size / 2;
    KEM_TRACE(attrLogTrace, 3,
              "handleAttrLogSockFd sockFd:" << attrLogSockFd_ << ", kernBufferSize:" << size

@@ -1,8 +1,8 @@
 // Which publisher's input wins: for the VLANs, for one port, and for one static host or group.
 //
-// The inputs are the entities of the input directory that are a Bridging::Input::Config; others are passed
-// over. The order of the directory, that of names, decides between equal priorities, and not in the same way
-// everywhere:
+// The inputs are the entities of the input directory that are a Bridging::Input::Config; others
+// are passed over. The order of the directory, that of names, decides between equal priorities,
+// and not in the same way everywhere:
 //
 //    VLANs and ports     the greater priority wins, 0 takes no part, the first of equals stays
 //    hosts and groups    the greater priority wins, 0 takes part, the last of equals wins

@@ -1,10 +1,10 @@
 // Whether a port is a member of a VLAN, by which rule, and how it is one.
 //
 // The rules are applied in the order of the enumerators of MembershipRule, and the first that applies
-// decides. Their order is their meaning: a VLAN that isn't active comes before all else, a routed port before
-// internal VLANs. Functions of the records and sets that they are given: the agent and vornctl ask the same
-// ones. membershipRule() is the agent's hottest step, taken millions of times in one bulk change, and so it
-// is inline.
+// decides. Their order is their meaning: a VLAN that isn't active comes before all else, a routed
+// port before internal VLANs. Functions of the records and sets that they are given: the agent and
+// vornctl ask the same ones. membershipRule() is the agent's hottest step, taken millions of times in
+// one bulk change, and so it is inline.
 #pragma once
 
 #include "Vorn/Rules/PortMode.h"
@@ -106,9 +106,9 @@ inline MembershipRule membershipRule(Bridging::VlanConfig const& vlan, Membershi
    return vlan.trunkGroup().empty() ? MembershipRule::noTrunkGroups : trunkGroupRule(vlan, port);
 }
 
-// How the port is a member of a VLAN of that number and role, given that it is one, by its resolved native
-// VLAN. An access port asks for the primary of a secondary VLAN: one without a primary, 0, raises a range
-// exception.
+// How the port is a member of a VLAN of that number and role, given that it is one, by its
+// resolved native VLAN. An access port asks for the primary of a secondary VLAN: one without a
+// primary, 0, raises a range exception.
 Bridging::VlanPortConfig vlanPortConfig(MembershipFacts const& port, Bridging::VlanIdOrNone vlanId,
                                         Bridging::VlanTypeAndPrimaryVlan const& role);
 

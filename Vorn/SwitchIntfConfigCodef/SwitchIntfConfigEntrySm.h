@@ -31,8 +31,8 @@ class SwitchIntfConfigEntrySm final : public Kem::StateMachine {
    Kem::Ptr<Config> const& configOut() const { return configOut_; }
    SwitchportBitMap pendingOps() const { return pendingOps_; }
 
-   // Applies one waiting attribute; the list of a tool port and the mode may go together. True when none is
-   // left.
+   // Applies one waiting attribute; the list of a tool port and the mode may go
+   // together. True when none is left.
    bool performPendingOperations();
 
   private:

@@ -43,8 +43,8 @@ std::string_view takeUntil(std::string_view& text, char end) {
    return taken;
 }
 
-// Decimal, or hexadecimal behind "0x". A number that is too wide for the type counts as one that is too
-// great.
+// Decimal, or hexadecimal behind "0x". A number that is too wide for the type
+// counts as one that is too great.
 uint32_t numberFrom(std::string_view word) {
    bool const isHex = word.starts_with("0x");
    std::string_view const digits = word.substr(isHex ? 2 : 0);

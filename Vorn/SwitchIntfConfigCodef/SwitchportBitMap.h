@@ -38,9 +38,9 @@ class SwitchportBitMap {
    void set(Bit bit) { value_ |= bit; }
    void clear(Bit bit) { value_ &= ~uint32_t(bit); }
 
-   // The value with each bit by name, as reflection spells it; and the reverse, which raises a range
-   // exception that names what is wrong with the text. Attributes may be left out; given ones and the value
-   // must agree.
+   // The value with each bit by name, as reflection spells it; and the reverse, which raises a
+   // range exception that names what is wrong with the text. Attributes may be left out; given
+   // ones and the value must agree.
    std::string valueToStrep() const;
    static SwitchportBitMap valueFromStrep(std::string_view text);
 

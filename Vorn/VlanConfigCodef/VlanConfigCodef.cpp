@@ -59,8 +59,8 @@ void VlanConfigCodef::handleVlanConfig() {
          handleVlanConfig(vlanId);
 }
 
-// The same VLAN, but it may come from another input: the entry has to follow that one, and nothing else
-// changes.
+// The same VLAN, but it may come from another input: the entry has to follow that
+// one, and nothing else changes.
 void VlanConfigCodef::recreateEntry(Bridging::VlanId vlanId,
                                     Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
                                     Kem::Ptr<Bridging::Input::VlanConfig> const& out) {

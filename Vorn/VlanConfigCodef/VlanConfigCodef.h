@@ -1,5 +1,5 @@
-// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn) and the VLANs' state
-// machines.
+// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn)
+// and the VLANs' state machines.
 //
 // A VLAN that appears, vanishes or is replaced goes through the backlog; a slice then makes the copy
 // (vlanConfigAfterCodef) that VlanConfigSm follows. Once the copy stands, VlanConfigEntrySm mirrors later
@@ -70,8 +70,8 @@ class VlanConfigCodef final : public Ulm::CodefBase {
 
 // Whether both ask for the same: name, state, role and trunk groups.
 bool compareVlans(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
-// Whether both have the same trunk groups with the same values; a group that the second lacks counts as false
-// there.
+// Whether both have the same trunk groups with the same values; a group that the
+// second lacks counts as false there.
 bool compareVlanTrunkGroups(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
 // Puts the source's trunk groups into the destination, and removes none there.
 void copyVlanTrunkGroups(Bridging::Input::VlanConfig const& source, Bridging::Input::VlanConfig& destination);

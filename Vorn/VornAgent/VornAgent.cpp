@@ -74,7 +74,7 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "bootStagesHelper",
                                       "oxaStatus"};
 
-// A record of this process only, under a name that tells it apart. The one that stands is kept: a supervisor
+// A record of this process only, under a name that tells it apart. The one that exists is kept: a supervisor
 // may become active more than once.
 template <class T>
 void localIs(Kem::Ptr<T>& record, char const* name) {

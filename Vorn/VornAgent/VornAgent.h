@@ -96,7 +96,7 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<PrivateVlanLib::LibState> const& privateVlanLibState() const { return privateVlanLibState_; }
    Kem::Ptr<Plaze::Bridging::Status> const& plazeBridgingStatus() const { return plazeBridgingStatus_; }
    Kem::Ptr<Bridging::Status> const& bridgingStatus() const { return bridgingStatus_; }
-   // The shared-memory table of subinterface counters; null likewise.
+   // The shared-memory table of subinterface counters; null too.
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> const& counterDir() const { return counterDir_; }
    Kem::Ptr<AgentBase::StagesHelper> const& bootStagesHelper() const { return bootStagesHelper_; }
    std::string const& fabricDeviceName() const { return fabricDeviceName_; }

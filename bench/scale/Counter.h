@@ -17,7 +17,7 @@ class Counter {
    explicit Counter(std::string const& socketPath);
    ~Counter();
 
-   // Memberships that stand now, and changes of any kind seen since the start.
+   // Memberships that exist now, and changes of any kind seen since the start.
    int64_t memberships() const { return seen_->memberships; }
    int64_t vlan1Memberships() const { return seen_->vlan1Memberships; }
    uint64_t changes() const { return seen_->changes; }

@@ -42,7 +42,7 @@ class CAgent : public Ordel::Mounter {
    // The same with the instance of the boot; calls doStage unless overridden.
    virtual void doStageForInstance(std::string const& stageClass, std::string const& stage,
                                    uint32_t instance);
-   // The boot stages begin anew.
+   // The boot stages begin again.
    virtual void handleStageInstance(uint32_t instance) {}
 
    // --- Attributes.
@@ -88,7 +88,7 @@ class CAgent : public Ordel::Mounter {
    bool initialized() const { return initialized_; }
    virtual void initializedIs(bool initialized);
 
-   // An agent is no record: it stands in no tree and encodes nothing.
+   // An agent is no record: it is in no tree and encodes nothing.
    Kem::AttrId attributeCount() const override { return 0; }
    void encodeContents(Kem::AttributeSink& out) const override {}
    void encodeDifference(Kem::Entity const& before, Kem::AttributeSink& out) const override {}

@@ -3,7 +3,7 @@
 
 namespace AgentBase::ExitStatus {
 
-inline constexpr int stopped = 0;     // SIGTERM or SIGINT; also an agent that asks to be started anew
+inline constexpr int stopped = 0;     // SIGTERM or SIGINT; also an agent that asks to be started again
 inline constexpr int agentFailed = 1; // the agent gave up on a failure that it names
 inline constexpr int usage = 2;
 inline constexpr int noModule = 3;   // the module can't be loaded, or has no factory

@@ -10,8 +10,8 @@
 
 namespace AgentBase {
 
-// Runs `child` in a process of its own until it is to end for good; returns the status to end with. `fork` is
-// for tests.
+// Runs `child` in a process of its own until it is to end for good; returns the status to
+// end with. `fork` is for tests.
 int respawn(int (*child)(void*), void* context, pid_t (*fork)() = ::fork);
 
 } // namespace AgentBase

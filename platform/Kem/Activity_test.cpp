@@ -469,7 +469,7 @@ TEST_F(DescriptorTest, newWatchOnTheSameNumberGetsNoEventOfTheOldOne) {
    auto const replace = [&fresh](Watch& ended, Pair& its) {
       int const number = ended.descriptor();
       ended.descriptorIs(-1);
-      EXPECT_EQ(dup2(fresh.ends[0], number), number); // closes what stood there
+      EXPECT_EQ(dup2(fresh.ends[0], number), number); // closes what was there
       its.ends[0] = number;
       ended.descriptorIs(number);
    };

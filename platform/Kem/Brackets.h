@@ -1,4 +1,4 @@
-// A key as it stands in a selector: between brackets, and in quotes where it could be misread.
+// A key as it is in a selector: between brackets, and in quotes where it could be misread.
 //
 // One rule for all who write selectors: entities that tell where they stand, and the state database.
 #pragma once
@@ -11,7 +11,7 @@ namespace Kem {
 // Whether the key can't stand as it is: it is empty, begins with '"', or holds ']' or a control character.
 bool needsQuotes(std::string_view key);
 
-// "[key]", in quotes where it needs them; then \ stands before a quote or another \, and control characters
+// "[key]", in quotes where it needs them; then \ is before a quote or another \, and control characters
 // are \xHH. `key` is in text form.
 std::string bracketed(std::string_view key);
 

@@ -25,7 +25,7 @@ class Notifiee;
 // Position of an attribute in the declared order of its class, inherited ones first.
 using AttrId = uint8_t;
 
-// What a class can tell of itself. `id` is the number of the type in the schema; a class that stands in no
+// What a class can tell of itself. `id` is the number of the type in the schema; a class that is in no
 // schema has noTypeId.
 inline constexpr uint16_t noTypeId = 0xffff;
 struct TypeInfo {
@@ -56,9 +56,9 @@ class Entity : public PtrInterface {
    // Text name of a declared attribute; null for a number that the class has not.
    virtual char const* attributeString(AttrId id) const = 0;
    virtual TypeInfo const& typeInfo() const = 0;
-   // The key under which it stands in a collection, as text; a directory's child gives its name.
+   // The key under which it is in a collection, as text; a directory's child gives its name.
    virtual std::string keyText() const;
-   // Whether it stands under a key, which may be an empty text; without one its attribute names it.
+   // Whether it is under a key, which may be an empty text; without one its attribute names it.
    virtual bool hasKey() const { return !keyText().empty(); }
 
    // --- For the generated collections, the client of the state database and Dir.

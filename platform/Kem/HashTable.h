@@ -39,7 +39,7 @@ uint32_t hashOf(Key const& key) {
    } else if constexpr (sizeof(Key) <= sizeof(uint16_t)) {
       return static_cast<uint32_t>(key);
    } else {
-      // The middle of a product with the golden ratio: each of its bits hangs on
+      // The middle of a product with the golden ratio: each of its bits depends on
       // all bits of the number below it.
       uint64_t const wide = static_cast<uint64_t>(key);
       return static_cast<uint32_t>((wide ^ wide >> 32) * 0x9e3779b97f4a7c15u >> 32);
@@ -275,7 +275,7 @@ class HashTable {
       return at < slotCount() && slots_[at].order == order && slots_[at].entry().key == key;
    }
 
-   // Entries are sorted, so they are laid out anew in one pass, each at its
+   // Entries are sorted, so they are laid out again in one pass, each at its
    // home or right behind the last one.
    void resize(int bits, uint8_t slackBits) {
       HashTable bigger;

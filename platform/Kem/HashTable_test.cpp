@@ -239,7 +239,7 @@ TEST(HashTable, keyMayBeTheOneThatStandsInTheTable) {
    for (int n = 0; n < 48; ++n)
       table.findOrInsert(String8("key" + std::to_string(n)),
                          [&] { return String8("next" + std::to_string(n)); });
-   // Inserts, by references to what stands in the slots that the insertion moves.
+   // Inserts, by references to what is in the slots that the insertion moves.
    for (int n = 0; n < 48; ++n) {
       String8 const& inside = *table.find(String8("key" + std::to_string(n)));
       table.findOrInsert(inside, [&] { return inside; });

@@ -8,7 +8,7 @@
 //
 // A new object starts with one reference, held by the factory that made it, which hands it over (Ptr::adopt).
 // The object is deleted when the count reaches zero. Counts are atomic, because threads of the platform may
-// drop references; nothing else of an object may be touched from another thread. An object that stands inside
+// drop references; nothing else of an object may be touched from another thread. An object that exists inside
 // another one by value is never counted to zero: its one reference is its owner's.
 #pragma once
 

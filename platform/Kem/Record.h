@@ -54,7 +54,7 @@ class Record : public Entity {
          return;
       changing();
       memberChanging(id, &key);
-      // The key may be the one that stands in the map.
+      // The key may be the one that is in the map.
       Key const gone = key;
       map.erase(gone);
       if (isFollowed())

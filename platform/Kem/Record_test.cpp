@@ -89,7 +89,7 @@ TEST_F(RecordTest, ownedChildWithAnotherInputFails) {
    EXPECT_EQ(box->item(1), item);
    EXPECT_EQ(item->colour(), String8("red"));
    heard();
-   // As operators know it: the attribute, the value that stands, the value asked for.
+   // As operators know it: the attribute, the value that exists, the value asked for.
    try {
       Kem::throwReinstantiating("cfgIn", "old", "new");
    } catch (Kem::RangeException const& e) {

@@ -8,7 +8,7 @@
 //    "*/0,Vorn*/0-5,Ordel/9"      * matches any run of characters; LEVELS is n-m, n for 0-n, "-" for none
 //
 // It comes from the environment variable KEM_TRACE at start, and while the process runs from traceSettingIs,
-// which the agent's runner and the database call with what stands in the state tree. Lines go to standard
+// which the agent's runner and the database call with what is in the state tree. Lines go to standard
 // error, and to the trace sink (the circular file) once there is one. The sink can have a mask of its own, so
 // that the file holds the flow that led to a crash while standard error stays quiet.
 #pragma once

@@ -53,7 +53,7 @@ class Writer {
    void clear() { size_ = 0; }
    // Drops what was written behind `size`.
    void truncate(size_t size) { size_ = size; }
-   // Drops the first `count` bytes; what stands behind them moves.
+   // Drops the first `count` bytes; what is behind them moves.
    void dropFront(size_t count) {
       std::memmove(bytes_.data(), bytes_.data() + count, size_ - count);
       size_ -= count;

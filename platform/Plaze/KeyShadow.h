@@ -1,6 +1,6 @@
 // The keys of a table as a reader last saw them, and the pass that finds what has become of them since.
 //
-// It remembers, for each slot, the sequence and the key that stood there, and no values. A pass looks at the
+// It remembers, for each slot, the sequence and the key that was there, and no values. A pass looks at the
 // change counter, then at the sequences that have moved, and tells each key that was added, changed or
 // removed exactly once. A key whose value was changed and changed back is told as changed; one that went and
 // came back is told as changed too, and one that came and went not at all.

@@ -229,7 +229,7 @@ TEST_F(KeyShadowTest, FollowsRandomWritingsExactly) {
             expected[key] = Change::removed;
       ASSERT_EQ(pass(), expected) << "round " << round;
       before = now;
-      // What the shadow points at is what stands there.
+      // What the shadow points at is what is there.
       for (auto const& [key, slot] : shadow_.slots()) {
          Entry entry;
          uint64_t sequence;

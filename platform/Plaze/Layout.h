@@ -81,7 +81,7 @@ struct Header {
    uint64_t lineage;    // random; the same in all generations of one table
    uint64_t fingerprint;
    char typeName[64]; // NUL-terminated
-   uint64_t check;    // of all that stands before it
+   uint64_t check;    // of all that is before it
 };
 static_assert(sizeof(Header) == 120);
 

@@ -1,10 +1,10 @@
 // A file in memory that others may cut short while it is looked at.
 //
-// Whoever touches a mapped page that the file no longer has gets SIGBUS, which ends a process that doesn't
-// expect it. Here the handler of that signal puts empty memory in the place of what is gone, so that the look
-// goes on and reads zeros, and marks the mapping as lost: whoever looked finds that out afterwards and throws
-// away what it read. The file itself isn't touched. A SIGBUS anywhere else goes to the handler that was there
-// before.
+// Whoever touches a mapped page that the file no longer has gets SIGBUS, which ends a process that
+// doesn't expect it. Here the handler of that signal puts empty memory in the place of what is gone, so
+// that the look goes on and reads zeros, and marks the mapping as lost: whoever looked finds that out
+// afterwards and throws away what it read. The file itself isn't touched. A SIGBUS anywhere else goes to
+// the handler that was there before.
 //
 // The handler is installed with the first mapping and stays. At most `maxMappings` are there at a time.
 #pragma once

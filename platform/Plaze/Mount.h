@@ -6,7 +6,7 @@
 //        mount.doMount("bridging/status", "Plaze::Bridging::Status",
 //        KemPlaze::MountInfo(KemPlaze::keyShadow)));
 //
-// There is no group and nothing to wait for: a mount is complete on return, with the rows that stand in the
+// There is no group and nothing to wait for: a mount is complete on return, with the rows that are in the
 // memory at that moment. Where the table's file isn't there yet, the entity is empty and fills when the
 // writer comes. A mounted entity lives as long as somebody holds it, also beyond the mount.
 #pragma once

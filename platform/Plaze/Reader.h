@@ -2,7 +2,7 @@
 //
 // It maps the file for reading only, and finds the path's new file by itself when the table has grown, been
 // replaced, or come into being (refresh). A slot is copied whole or not at all: a torn copy is repeated, at
-// most maxTries times, and then told as torn. Nothing that stands in the file can make it read outside of its
+// most maxTries times, and then told as torn. Nothing that is in the file can make it read outside of its
 // mapping; TableFile.h tells the one thing that a damaged file can still do.
 //
 // It keeps nothing of what it read; KeyShadow does.
@@ -41,7 +41,7 @@ class Reader {
    // Refuses tables of other shapes.
    Reader(std::string path, Shape shape) : path_(std::move(path)), shape_(std::move(shape)) {}
 
-   // Opens the file that stands at the path now, where it isn't the open one.
+   // Opens the file that is at the path now, where it isn't the open one.
    // Costs one system call where it is.
    State refresh();
    State state() const { return state_; }
@@ -67,7 +67,7 @@ class Reader {
    std::string const path_;
    std::optional<Shape> const shape_;
    std::unique_ptr<TableFile> file_; // set while good
-   struct stat refused_ = {}; // the file that was refused, not to be opened again while it stands unchanged
+   struct stat refused_ = {}; // the file that was refused, not to be opened again while it exists unchanged
    State state_ = State::absent;
    std::string reason_;
    std::function<void()> onMidRead_;

@@ -1,5 +1,5 @@
 // One file of a table, mapped: what Writer and Reader stand on. It checks that the file is a table, and knows
-// nothing of sequences or of what stands in the slots.
+// nothing of sequences or of what is in the slots.
 //
 // Only files of trusted owners are opened (Trust.h), and none through a symbolic link. Even such a file may
 // be cut short by whoever may write it: the mapping then reads as zeros, and isLost() tells (Mapping.h). Our
@@ -51,8 +51,8 @@ class TableFile {
    bool isSame(struct stat const& status) const {
       return status.st_dev == status_.st_dev && status.st_ino == status_.st_ino;
    }
-   // Part of it was gone when it was touched. Nothing that was read since the last time that this was asked
-   // counts.
+   // Part of it was gone when it was touched. Nothing that was read since the last
+   // time that this was asked counts.
    bool isLost() const { return mapping_.isLost(); }
 
    Layout::Header const& header() const { return header_; }

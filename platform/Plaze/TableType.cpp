@@ -21,7 +21,7 @@ Records::Attribute const& attribute(std::string_view entity, std::string_view na
    return type->attributes[static_cast<size_t>(at)];
 }
 
-// The key of learned hosts serves these tables only and so stands in no entity
+// The key of learned hosts serves these tables only and so is in no entity
 // that could be asked for its type.
 ValueType const& hostKeyType() {
    static Records::Field const fields[] = {

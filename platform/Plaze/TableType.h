@@ -1,7 +1,7 @@
 // The kinds of table that there are: the name by which one is mounted, and the
 // declared types of its keys and values.
 //
-// A row stands in the file in the wire form of its record (Kem/Wire.h), so that what a value may be is
+// A row is in the file in the wire form of its record (Kem/Wire.h), so that what a value may be is
 // checked by the same declared ranges as everywhere else, and a tool can show and take rows without knowing
 // the record class. The fingerprint in the file is of the fields, in order, with their kinds: another release
 // with another record doesn't read the file.

@@ -17,9 +17,9 @@
 //              wake, and one each 10 s (safetyInterval), against what can't be watched: a directory far
 //              above that is moved away
 //
-// While the directory is absent, the nearest one above it that exists is watched until the next one on the way
-// comes: waiting for a table costs nothing. Only where the system has no watch left it is a poll each 100 ms
-// (pollInterval).
+// While the directory is absent, the nearest one above it that exists is watched until the next one on
+// the way comes: waiting for a table costs nothing. Only where the system has no watch left it is a
+// poll each 100 ms (pollInterval).
 #pragma once
 
 #include "Kem/Clock.h"

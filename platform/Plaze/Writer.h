@@ -1,6 +1,6 @@
 // The one writer of a shared-memory table.
 //
-// It takes the table over as it stands, or makes it, and keeps other writers out until it goes. Each put
+// It takes the table over as it is, or makes it, and keeps other writers out until it goes. Each put
 // and each removal is seen by readers whole or not at all, as soon as it returns; nothing orders two
 // keys. Keys and values are bytes here; what they mean is the matter of the type (Plaze/TableType.h).
 // The table outlives its writer.

@@ -141,7 +141,7 @@ class IntfId {
 
   private:
    static constexpr uint32_t irregularBit = 0x80000000u;
-   static constexpr int formShift = 27; // the code of the form stands above the numbers
+   static constexpr int formShift = 27; // the code of the form is above the numbers
 
    static std::strong_ordering compareNames(IntfId a, IntfId b) noexcept;
 

@@ -48,7 +48,7 @@ struct VlanIntfId {
    // "Vlan" with a number, whether or not it is that of a VLAN: "Vlan5000" is a
    // VLAN interface that can't come up.
    static bool isVlanIntfId(IntfId id) { return id.kind() == IntfKind::vlan; }
-   // The number of a VLAN interface as it stands in the name, 65535 when it is larger; the caller checks the
+   // The number of a VLAN interface as it is in the name, 65535 when it is larger; the caller checks the
    // range. 0, which is no VLAN, for any other id.
    static uint16_t vlanId(IntfId id);
 };

@@ -1,4 +1,4 @@
-// The base of a deferred stage: it stands between an input collection and the state machines that act on it,
+// The base of a deferred stage: it is between an input collection and the state machines that act on it,
 // and hands them the entries in slices of time, so that a bulk change never runs as one burst.
 //
 //    idle --a key is added, the clock is armed--> slice --backlog empty--> idle

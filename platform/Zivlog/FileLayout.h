@@ -52,7 +52,7 @@ struct FileHeader {
    uint64_t startMonotonicNs;
    char program[64]; // NUL-terminated
    Area area[levelCount + 1];
-   uint64_t check; // of all that stands before it
+   uint64_t check; // of all that is before it
 };
 static_assert(sizeof(FileHeader) == 112 + 16 * (levelCount + 1) + 8 && sizeof(FileHeader) <= pageBytes);
 

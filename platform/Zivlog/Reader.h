@@ -62,7 +62,7 @@ class Reader {
    };
    struct Ring {
       uint64_t bytes = 0;   // 0: the level isn't recorded
-      uint64_t held = 0;    // records that stand in the file
+      uint64_t held = 0;    // records that are in the file
       uint64_t written = 0; // records ever written, by a counter that damage can falsify
       uint64_t oldest = 0;  // index of the oldest record of this level, good if `held` isn't 0
    };

@@ -1,5 +1,5 @@
 // Fuzzes the Reader. The first byte of the input says how far it is helped past the checks, which blind
-// changes of bytes would never get through: 0 the input is the whole file; 1 a valid header stands before it;
+// changes of bytes would never get through: 0 the input is the whole file; 1 a valid header is before it;
 // 2 and above it is also cut into records, whose lengths, places and checks are made right and whose contents
 // are the input's.
 #include "Zivlog/Reader.h"

@@ -70,7 +70,7 @@ TEST(TraceFile, aFullRingKeepsTheNewestWithoutAGap) {
    Folder folder;
    TraceFile file;
    ASSERT_EQ(file.open(folder.file("a.zv"), smallSizes), "");
-   // Lengths that don't divide the ring, so that it begins anew at ever other places.
+   // Lengths that don't divide the ring, so that it begins again at ever other places.
    for (unsigned i = 1; i <= 500; ++i) {
       say(file, 2, std::to_string(i) + std::string(i * 7 % 90, '.'));
       Reader const reader = Reader::ofFile(folder.file("a.zv"));
@@ -328,7 +328,7 @@ TEST(TraceFile, allItsSpaceIsAllocatedAtOnce) {
        }());
 }
 
-// A process that traces without pause is killed at a moment that nobody chose. What stands in the file then
+// A process that traces without pause is killed at a moment that nobody chose. What is in the file then
 // must be the newest records of each level, whole and without a gap.
 TEST(TraceFile, aFileOfAKilledProcessIsReadable) {
    Folder folder;

@@ -9,7 +9,7 @@
 namespace Zivlog {
 
 // Opens the trace file of the process, and has a failed assertion flush it. `fileName` is the name alone;
-// "%d" in it becomes the process id. `sizes` are KiB for each level 0 to 9. The file stands in the directory
+// "%d" in it becomes the process id. `sizes` are KiB for each level 0 to 9. The file is in the directory
 // that the environment variable ZIVLOGDIR names; without it in /var/log/vorn if that can be written, else in
 // the working directory. Of a name with "%d", the eight newest files are kept in that directory, this one
 // among them, and older ones of ended processes removed; of another name, the file of the process before is

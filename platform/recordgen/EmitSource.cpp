@@ -219,7 +219,7 @@ void $C::$x~DelAll() { memberDelAll($x~_, $id); }
    void putKey() {
       if (!entity_.key || entity_.key->owner != &entity_)
          return;
-      // In a directory it stands under its name.
+      // In a directory it is under its name.
       out_.put(
               R"(std::string $C::keyText() const { return name().empty() ? Records::text($x~_) : Entity::keyText(); }
 void $C::encodeKey(Wire::Writer& out) const {

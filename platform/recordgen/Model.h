@@ -1,7 +1,7 @@
 // What a schema declares, after reading: value types, entities and the places of the
 // tree, in the order of declaration.
 //
-// The parser fills in what stands in the files, and names of types as they were written; the
+// The parser fills in what is in the files, and names of types as they were written; the
 // resolver fills in what they mean and checks it. The emitters only read. Everything is owned by
 // Model and lives as long as it does.
 #pragma once
@@ -18,7 +18,7 @@ namespace RecordGen {
 using Records::Form;
 using Records::Kind;
 
-// Where something stands in a schema file; line and column count from 1, line 0 is a built-in type.
+// Where something is in a schema file; line and column count from 1, line 0 is a built-in type.
 struct SourcePoint {
    std::string file;
    int line = 0;
@@ -63,7 +63,7 @@ struct Field {
    std::string name;
    std::string meaning;
    SourcePoint at;
-   bool isKey = false; // as a member of a map, the record stands under this value
+   bool isKey = false; // as a member of a map, the record is under this value
    TypeName typeName;
    Literal initial;
    ValueType const* type = nullptr;
@@ -109,7 +109,7 @@ struct Attribute {
    std::string meaning;
    SourcePoint at;
    Form form = Form::scalar;
-   bool isKey = false;     // under which the entity stands in a collection
+   bool isKey = false;     // under which the entity is in a collection
    bool isInput = false;   // given to the constructor, read-only afterwards
    bool isInitial = false; // given to the constructor, with a mutator afterwards
    bool isOrdered = false;

@@ -29,7 +29,7 @@ class Text {
    Text& put(std::string_view pattern, Words const& words);
    // As lines that begin with "//", at most 110 columns wide.
    Text& comment(std::string_view text, int indent = 0);
-   // An empty line, unless one stands there or a block has just been opened.
+   // An empty line, unless one is there or a block has just been opened.
    Text& gap();
    std::string const& str() const { return text_; }
 

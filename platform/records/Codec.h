@@ -93,7 +93,7 @@ Kem::Entity* childAt(Map const& map, Wire::Reader& in) {
 
 std::string doubleText(double value);
 
-// As it stands between the brackets of a selector; of an enumerator its name, of
+// As it is between the brackets of a selector; of an enumerator its name, of
 // one without a name the number.
 template <class T>
 std::string text(T const& value) {

@@ -52,11 +52,11 @@ struct ValueType {
    char const* rangeText; // what a value outside the range is refused with; null without a range
    std::span<EnumValue const> enumerators;
    std::span<Field const> fields;
-   char joint;            // a record used as a key: what stands between its fields in text; 0 for none
+   char joint;            // a record used as a key: what is between its fields in text; 0 for none
    std::string_view zero; // wire form of the default value
    std::string_view meaning;
    bool hasKey =
-       false; // of a record: its first field, of fixed size, equals the key that it stands under in a map
+       false; // of a record: its first field, of fixed size, equals the key that it is under in a map
 };
 
 enum class Form : uint8_t {

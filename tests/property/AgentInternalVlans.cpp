@@ -1,5 +1,5 @@
-// The VLANs that stand in for routed ports: who has which number, who waits for one, and what a restart hands
-// on.
+// The VLANs that are in for routed ports: who has which number, who waits for
+// one, and what a restart hands on.
 
 #include "AgentModel.h"
 

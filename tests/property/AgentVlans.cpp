@@ -209,7 +209,7 @@ void Agent::syncTrunkGroups(unsigned number) {
    vlans_.at(number).trunkGroups = vlanStates_.at(number).copy.trunkGroups;
 }
 
-// The pass that gives each switchport its native VLAN and its membership anew.
+// The pass that gives each switchport its native VLAN and its membership again.
 void Agent::handleAdminState(unsigned number) {
    vlans_.at(number).isSuspended = vlanStates_.at(number).copy.isSuspended;
    std::vector<std::string> ports;

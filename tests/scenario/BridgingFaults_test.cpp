@@ -90,7 +90,7 @@ struct BridgingFaultsTest : testing::Test {
       return all;
    }
    // The resolved tree, but for whom each VLAN came from: one that is the same in both inputs keeps its first
-   // source until the agent is started anew.
+   // source until the agent is started again.
    std::string dump() const {
       std::istringstream lines(bridge.dump(resolved));
       std::string text;

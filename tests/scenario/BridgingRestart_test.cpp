@@ -332,8 +332,8 @@ TEST_F(BridgingRestartTest, inputThatIsMadeAgainMeanwhileIsDecidedAgain) {
 
 // --- The other supervisor takes over.
 
-// An agent that is standby on a switch that an active one has set up: that one has just gone with its
-// supervisor.
+// An agent that is standby on a switch that an active one has set up: that one has
+// just gone with its supervisor.
 struct SwitchoverTest : BridgingRestartTest {
    std::string const role = "cell/1/redundancy/status";
 
@@ -495,7 +495,7 @@ TEST_F(RoutedRestartTest, internalVlansKeepTheirNumbers) {
 }
 
 // A port that the command line makes routed has no claim on its old number: the next agent gives numbers out
-// anew, in the order in which it comes to the ports.
+// again, in the order in which it comes to the ports.
 TEST_F(RoutedRestartTest, portsThatTheCommandLineRoutesHaveANumberEachAfterARestart) {
    loadInterfaces();
    Json ports = Json::object();

@@ -369,7 +369,7 @@ TEST_F(LeafSwitchTest, portsOfAVanishedInputGoToTheNextBest) {
    EXPECT_EQ(bridge.port("Ethernet7"), "access_ 120");
 }
 
-// Nothing decides it anew: a publisher that comes back finds the port as it left it.
+// Nothing decides it again: a publisher that comes back finds the port as it left it.
 TEST_F(LeafSwitchTest, portThatOnlyAVanishedInputHadStandsUntilSomebodyElseHasIt) {
    std::string const before = bridge.dump();
    bridge.load(leafProvisioning);

@@ -121,7 +121,7 @@ using Environment = std::map<std::string, std::string>;
 class Process {
   public:
    // Starts it; `command` begins with the path of the program. What the
-   // environment adds stands before the rest.
+   // environment adds is before the rest.
    explicit Process(std::vector<std::string> const& command, Environment const& environment = {}) {
       int in[2], out[2], err[2];
       if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) {

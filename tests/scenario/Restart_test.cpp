@@ -141,7 +141,7 @@ TEST_F(RestartTest, traceSettingOfARunningAgentIsSetInTheTree) {
    done({"settle", "--timeout", "20"});
    completeStage("NetworkAgent", 1);
    EXPECT_TRUE(agent.process().errors().waitFor("doStage NetworkAgent", limit));
-   // The same line stands in the trace file, also after a kill.
+   // The same line is in the trace file, also after a kill.
    agent.process().signal(SIGKILL);
    agent.process().wait();
    Result const trace = run({program("zivcat"), database.folder().file("Vorn.zv")});

@@ -213,7 +213,7 @@ class Writer {
    uint8_t name_ = 0;
 };
 
-// A million names of about 200 bytes are some 200 MB, of which 1 MB stands in the end.
+// A million names of about 200 bytes are some 200 MB, of which 1 MB is in the end.
 TEST(SlowClientTest, aStoppedSubscriberCostsLittleAndEndsWithTheTree) {
    constexpr uint16_t vlanCount = 4000;
    constexpr unsigned writeCount = 1'000'000;
@@ -234,7 +234,7 @@ TEST(SlowClientTest, aStoppedSubscriberCostsLittleAndEndsWithTheTree) {
    std::string const tail(190, 'x');
    for (unsigned i = 1; i <= writeCount; ++i) {
       auto const vlan = static_cast<uint16_t>(1 + random() % vlanCount);
-      if (i % 50 == 0) { // it comes anew
+      if (i % 50 == 0) { // it comes again
          writer.erase(vlan);
          writer.create(vlan);
       }

@@ -26,7 +26,7 @@ namespace Scenario {
 
 class Subscriber final : public Ordel::Connection {
   public:
-   // Returns when all that stands there has come.
+   // Returns when all that is there has come.
    Subscriber(std::string const& socket, std::string place)
        : Connection(Records::schema(), "subscriber", Ordel::Role::tool), place_(std::move(place)) {
       std::string error;

@@ -53,7 +53,7 @@ class Switch {
    void load(Json const& document) { done({"load", "-"}, document.dump()); }
    void settle() { done({"settle", "--timeout", "20"}); }
 
-   // --- What stands.
+   // --- What exists.
    std::string get(std::string const& selector) const { return database_.get(selector); }
    Json read(std::string const& selector) const {
       std::string const text = get(selector);

@@ -59,7 +59,7 @@ TEST_F(VornctlTest, showsWhatTheAgentResolved) {
    EXPECT_EQ(vlans["130"]["status"], "suspended");
    EXPECT_EQ(vlans["1006"]["isInternal"], true);
 
-   // The record that won stands in another publisher's input: the reference is followed.
+   // The record that won is in another publisher's input: the reference is followed.
    auto const port = shownJson({"show", "switchport", "Et8"})["ports"]["Ethernet8"];
    EXPECT_EQ(port["input"], "provisioning");
    EXPECT_EQ(port["inputPriority"], 60);

@@ -13,7 +13,7 @@ std::string Given::json(Records::ValueType const* type) const {
 
 void set(Nodes& nodes, std::string_view selectorText, Given const& value) {
    Ordel::Selector const selector = parseSelector(selectorText);
-   // Of a whole collection it has to be known what stands there already.
+   // Of a whole collection it has to be known what is there already.
    bool const isMember = !selector.steps.empty() && selector.steps.back().hasKey;
    Records::ValueType const* const type = TreeJson::valueTypeAt(nodes.learn(selector), selector);
    auto const depth = isMember || type ? Nodes::Depth::nodes : Nodes::Depth::contents;

@@ -25,7 +25,7 @@ void Nodes::forget() {
    listed_.clear();
 }
 
-// Learns what stands in a directory. False when there is no such directory.
+// Learns what is in a directory. False when there is no such directory.
 bool Nodes::list(std::string_view directory) {
    if (!listed_.insert(std::string(directory)).second)
       return tree_->find(directory) != nullptr;
@@ -70,7 +70,7 @@ void Nodes::send(Wire::Writer const& operations) {
 void Nodes::write(std::vector<Ordel::Selector> const& selectors, Depth depth, Build const& build) {
    if (depth == Depth::nodes && writeByNodes(selectors, build))
       return;
-   // Everything is looked at anew, contents too. These are not kept, since nobody would follow them.
+   // Everything is looked at again, contents too. These are not kept, since nobody would follow them.
    struct Forgetting {
       Nodes& nodes;
       ~Forgetting() { nodes.forget(); }

@@ -3,7 +3,7 @@
 //
 // Learned from the directories' listings and kept from one command of a batch to the next, without following
 // what changes. That is safe because every write is strict and numbers are never used again: who builds on
-// what is no longer so is told "not there", learns anew, and tries once more.
+// what is no longer so is told "not there", learns again, and tries once more.
 #pragma once
 
 #include "Ordel/store/Tree.h"
@@ -25,15 +25,15 @@ class Nodes {
    // Appends operations; may raise TreeJson::Absent and TreeJson::Refusal.
    using Build = std::function<void(Ordel::Tree const& tree, Wire::Writer& out)>;
    enum class Depth : unsigned char {
-      nodes,    // the directories above what the selectors name, and what stands in them by name and type
+      nodes,    // the directories above what the selectors name, and what is in them by name and type
       contents, // and what the selectors name, with its contents
    };
 
    explicit Nodes(Session& session);
 
-   // Builds operations against what stands at the selectors and writes them. Where they turn out
+   // Builds operations against what is at the selectors and writes them. Where they turn out
    // to depend on what the tree doesn't know, or knows wrongly, they are built again. Raises
-   // what stands in the way in the end.
+   // what is in the way in the end.
    void write(std::vector<Ordel::Selector> const& selectors, Depth depth, Build const& build);
 
    // The tree, with the node that the selector starts from where it stands. Good until the next call.

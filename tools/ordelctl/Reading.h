@@ -10,7 +10,7 @@
 
 namespace Ordelctl {
 
-// The value as JSON, without a line end. Raises TreeJson::Absent where nothing stands.
+// The value as JSON, without a line end. Raises TreeJson::Absent where nothing exists.
 void get(Session& session, std::string_view selector, TreeJson::Layout layout,
          TreeJson::Writer::Sink const& sink);
 

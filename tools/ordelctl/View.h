@@ -1,4 +1,4 @@
-// What stands at some selectors: mounts just them, and keeps a mirror of them up to date while it lives.
+// What is at some selectors: mounts just them, and keeps a mirror of them up to date while it lives.
 //
 // A session has one view at a time, since what the database sends isn't marked with the mount that it is sent
 // for. Bytes of an earlier view that are still on their way are passed over: nothing counts before the first
@@ -27,8 +27,8 @@ class View {
    struct Mount {
       Ordel::Selector selector;
       uint32_t number = 0;
-      uint32_t node = 0;     // 0 while nothing stands there
-      bool isSynced = false; // all that stands there has come
+      uint32_t node = 0;     // 0 while nothing is there
+      bool isSynced = false; // all that is there has come
       Ordel::Status status = Ordel::Status::done;
       std::string error; // for another status
    };
@@ -41,9 +41,9 @@ class View {
       virtual void gone(View const& view, size_t mount) = 0; // what was mounted has been deleted
    };
 
-   // Mounts, into the mirror given or one of its own, and waits until all has come that stands there. A
+   // Mounts, into the mirror given or one of its own, and waits until all has come that is there. A
    // selector that the schema has no place for raises TreeJson::Refusal, unless `isLenient`; one where
-   // nothing stands is told in its mount.
+   // nothing exists is told in its mount.
    View(Session& session, std::vector<Request> const& requests, Ordel::Tree* mirror = nullptr,
         Follower* follower = nullptr, bool isLenient = false);
    ~View() { end(); }

@@ -24,7 +24,7 @@ std::string selectorOf(Ordel::Tree const& tree, Ordel::Located const& place) {
       return Ordel::selectorText(tree, *place.entity, attribute);
    if (!place.entity->isDirectory())
       return Ordel::selectorText(tree, *place.entity, attribute, *place.key);
-   // What stands in a directory has a path of its own, also when it is gone.
+   // What is in a directory has a path of its own, also when it is gone.
    std::string const directory = tree.path(*place.entity);
    return directory + (directory.empty() ? "" : "/") + std::string(Wire::Reader(*place.key).string());
 }
@@ -70,7 +70,7 @@ class Lines final : public View::Follower {
       view_ = &view;
       auto const& mounts = view.mounts();
       if (std::none_of(mounts.begin(), mounts.end(), [](View::Mount const& mount) { return mount.isSynced; }))
-         return; // all this is what stood there at first
+         return; // all this is what was there at first
       gather(applied);
       // What is watched itself came, went, or has changed inside.
       std::vector<std::string const*> whole;
@@ -107,7 +107,7 @@ class Lines final : public View::Follower {
    struct Watched {
       Ordel::Selector selector;
       std::string text;      // as the tree writes it, once it has been there
-      bool isSilent = false; // what stands there at first is not told
+      bool isSilent = false; // what is there at first is not told
       bool isThere = false;
    };
    // An attribute or a member that operations of a block were said of.
@@ -185,7 +185,7 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
    std::vector<View::Request> requests;
    for (std::string const& selector : selectors) {
       parsed.push_back(parseSelector(selector));
-      // What stands in a directory has a path of its own.
+      // What is in a directory has a path of its own.
       if (parsed.back().steps.size() == 1 && parsed.back().steps[0].attribute == "entityPtr")
          parsed.back().steps.clear();
       requests.push_back({parsed.back(), {}, Ordel::mountAwait});
@@ -201,7 +201,7 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
 
 namespace {
 
-// Whether the value that stands there is the one given. Values of one type are compared in wire form, so that
+// Whether the value that is there is the one given. Values of one type are compared in wire form, so that
 // an enumerator can be given by number; what holds more is compared as JSON.
 bool isEqual(Ordel::Tree const& tree, Ordel::Selector const& selector, Ordel::Located const& located,
              Given const& given) {

@@ -37,7 +37,7 @@ int get(Place const& place, std::string const& path, std::string const& key, std
 int put(Place const& place, std::string const& path, std::string const& key, std::string const& json);
 int del(Place const& place, std::string const& path, std::string const& key);
 int create(Place const& place, std::string const& path, std::string const& type, uint32_t capacity);
-// Prints what stands there and then each change, until a signal ends the program.
+// Prints what is there and then each change, until a signal ends the program.
 // An absent table is waited for.
 [[noreturn]] void watch(Place const& place, std::string const& path, std::ostream& out);
 

@@ -1,4 +1,4 @@
-// The rows of a table in text and JSON: what stands between the bytes in the table and the command line.
+// The rows of a table in text and JSON: what is between the bytes in the table and the command line.
 #pragma once
 
 #include "Plaze/TableType.h"

@@ -1,6 +1,6 @@
 // Turns JSON into one block of operations for the database, checking it against the descriptors on the way.
 //
-// What stands is looked up in a tree that the caller keeps: a mirror that holds at least the directories and
+// What exists is looked up in a tree that the caller keeps: a mirror that holds at least the directories and
 // entities on the way to what is changed, and their numbers. What doesn't stand in it counts as missing and
 // is created where JSON gives content for it. Nothing is applied here. Every refusal names its place as a
 // selector; the operations are then to be thrown away.
@@ -25,7 +25,7 @@ class Change {
 
    // Creates what is missing of the entity at the path, directories on the way too, and sets what
    // the object gives; the rest stays. "$type" is needed for what is created in a directory, and
-   // can't differ from what stands.
+   // can't differ from what exists.
    void merge(std::string_view path, JsonReader& in);
 
    // Sets the attribute or member that the selector names. A member that is missing is created, also on the
@@ -42,7 +42,7 @@ class Change {
       unsigned attribute;
       std::string key; // wire form
    };
-   // An entity that stands, or that the operations will have created.
+   // An entity that exists, or that the operations will have created.
    struct Spot {
       Ordel::Entity const* standing; // null: created by the operations, or perhaps unknown to the tree
       Records::EntityType const* type;

@@ -153,7 +153,7 @@ TEST_F(LoadTest, derivedTypesOfMembersAreTold) {
            R"({"config": {"vlanConfig": {"10": {"$type": "Test::WideVlan", "extra": 18446744073709551615}}}})"),
        "");
    EXPECT_EQ(get("config.vlanConfig[10].extra"), "18446744073709551615");
-   // What stands is known by its type.
+   // What exists is known by its type.
    ASSERT_EQ(load(R"({"config": {"vlanConfig": {"10": {"extra": 3}}}})"), "");
    EXPECT_EQ(get("config.vlanConfig[10].extra"), "3");
 }
@@ -443,7 +443,7 @@ class RandomTree {
       if (type.find("internal") >= 0)
          block.at(node, steps).set(Vlan::internal, random_() % 2 ? "\1"sv : "\0"sv);
       Ordel::Applied const& applied = tree.apply(block);
-      if (applied.isDone()) // else one of the other type stands there
+      if (applied.isDone()) // else one of the other type is there
          fillEntity(tree, path, steps, type, depth + 1);
    }
 

@@ -24,7 +24,7 @@ class Document {
 
    std::vector<std::string> const& paths() const { return paths_; }
    // The operations that bring the document in. The tree must know the directories above each path, as far as
-   // they stand, and all entries of these directories. Raises Refusal.
+   // they exist, and all entries of these directories. Raises Refusal.
    void operations(Ordel::Tree const& tree, Wire::Writer& out) const;
 
   private:

@@ -26,7 +26,7 @@ class Refusal : public Error {
    explicit Refusal(std::string const& text) : Error(Process::exitRefused, text) {}
 };
 
-// What the selector names, or what it stands in, is not there.
+// What the selector names, or what it is in, is not there.
 class Absent : public Error {
   public:
    explicit Absent(std::string const& text) : Error(Process::exitNo, text) {}

@@ -157,7 +157,7 @@ void Writer::pathTo(Entity const& entity) {
 void Writer::document(Ordel::Located const& located) {
    isDirectoryFlat_ = true;
    openObject();
-   // All that a directory holds stands in its one attribute.
+   // All that a directory holds is in its one attribute.
    bool const isNode = located.entity->isDirectory() || (located.attribute < 0 && located.entity->isNode());
    if (isNode) {
       std::vector<Entity const*> nodes;

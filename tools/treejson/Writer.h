@@ -1,4 +1,4 @@
-// Writes what stands in a tree as JSON, streaming: of a tree of two million members never more than one piece
+// Writes what is in a tree as JSON, streaming: of a tree of two million members never more than one piece
 // is text in memory.
 //
 // Keys of every object come in natural order, attributes too, so that two outputs can be compared. An entity
@@ -36,11 +36,11 @@ class Writer {
    void attribute(Ordel::Entity const& entity, unsigned attribute);
    void member(Ordel::Entity const& entity, unsigned attribute, std::string_view key);
 
-   // A document (Document.h) that brings back what stands there, with all below it. Directories are named
-   // where nothing stands in them.
+   // A document (Document.h) that brings back what is there, with all below it. Directories are named
+   // where nothing is in them.
    void document(Ordel::Located const& located);
 
-   // Text as it is, such as what stands around a value.
+   // Text as it is, such as what exists around a value.
    void text(std::string_view text);
    // Hands on what has been gathered; pieces go out by themselves when they are large.
    void flush();
@@ -59,7 +59,7 @@ class Writer {
    std::string buffer_;
    unsigned depth_ = 0;
    bool isEmpty_ = true;          // the innermost object, so far
-   bool isDirectoryFlat_ = false; // entries of directories are left out: they stand under paths of their own
+   bool isDirectoryFlat_ = false; // entries of directories are left out: they are under paths of their own
 };
 
 // The whole on one line, and indented; for what is known to be small.

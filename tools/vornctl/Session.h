@@ -28,7 +28,7 @@ class Session {
    void wait(Mounter const& mounter);
 
    std::string const socketPath_;
-   std::string failure_; // why the connection has ended; empty while it stands
+   std::string failure_; // why the connection has ended; empty while it exists
    Kem::Ptr<Ordel::EntityManager> manager_;
 };
 

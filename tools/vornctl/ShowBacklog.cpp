@@ -10,7 +10,7 @@ namespace Vornctl {
 
 namespace {
 
-// Whose figures these are. A starting agent holds its log back, and with it its figures: those that stand
+// Whose figures these are. A starting agent holds its log back, and with it its figures: those that exist
 // there are then of the process before.
 enum class Whose { running, starting, gone, nobody };
 

@@ -25,7 +25,7 @@ std::string nameOf(Sulvi::IntfId port) {
    return port.stringValue().str();
 }
 
-// The number with which an input competes, as it stands beside the input's name.
+// The number with which an input competes, as it is beside the input's name.
 std::string byNumber(uint32_t priority) {
    return " by its number " + std::to_string(priority);
 }

@@ -22,7 +22,7 @@ std::string directionName(Bridging::VlanPortDirection direction);
 std::string membershipText(Bridging::VlanPortConfig const& member);
 
 // The port that a text names: its full name, or "Et1", "eth3/1", "po5" in either case. Any other text is a
-// name as it stands. Raises UsageError for a text that can't be a name.
+// name as it is. Raises UsageError for a text that can't be a name.
 Sulvi::IntfId portFromText(std::string_view text);
 // Raises UsageError for what is no number from 1 to 4094.
 Bridging::VlanId vlanFromText(std::string_view text);

@@ -40,7 +40,7 @@ class TraceSet {
   private:
    struct Trace {
       std::string path;
-      std::string source; // stands before each record
+      std::string source; // is before each record
       std::optional<Zivlog::Reader> reader;
       uint64_t loadedSequence = 0; // newest just before it was loaded last
       uint64_t completeTo = 0;     // no record up to this one can be missing from `reader` and turn up later

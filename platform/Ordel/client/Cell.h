@@ -1,4 +1,4 @@
-// The directory of a supervisor in the state tree: what stands below it exists once for each supervisor.
+// The directory of a supervisor in the state tree: what is below it exists once for each supervisor.
 #pragma once
 
 #include <cstdint>

@@ -5,14 +5,14 @@
 //         ──► running ──► onClosed
 //
 // One connection, driven by the event loop. It does not connect again: a process whose database goes away
-// ends, and is started anew on the tree as it stands. Entities stay alive for those who hold them; from the
+// ends, and is started again on the tree as it is. Entities stay alive for those who hold them; from the
 // end of the connection on their changes go nowhere.
 //
 // What was mounted may be deleted by somebody else all the same; the trace names it. What the process writes is
 // put back, with all that it holds. What it reads is back at its defaults until it exists again.
 //
 // At start the log can be held (holdLog): what the process writes until it has settled is compared with what
-// stands in the database, and only the differences are sent.
+// is in the database, and only the differences are sent.
 #pragma once
 
 #include "Kem/Activity.h"

@@ -26,8 +26,8 @@ namespace Ordel {
 
 class HeldChanges {
   public:
-   // `replaced(before, now)` is called on release for an entity that was removed and made again, and is one to
-   // the database.
+   // `replaced(before, now)` is called on release for an entity that was removed and made
+   // again, and is one to the database.
    using Replaced = std::function<void(Kem::Entity& before, Kem::Entity& now)>;
    HeldChanges(Kem::AttributeSink& log, Replaced replaced) : log_(log), replaced_(std::move(replaced)) {}
 

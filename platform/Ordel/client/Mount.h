@@ -7,10 +7,10 @@
 //
 // A mode is a run of letters:
 //    r  read only: the process never changes what it gets      w  the process writes; created where it is absent
-//    i  a directory whose children come and go, each with all that stands below it
+//    i  a directory whose children come and go, each with all that is below it
 //    c  created where it is absent
 //    f  local to this supervisor: created where it is absent, since each supervisor has its own
-// What can't be mounted, because nothing stands there or another type does, is told in the trace, and
+// What can't be mounted, because nothing is there or another type does, is told in the trace, and
 // getEntity gives null for it; the group is done all the same.
 #pragma once
 

@@ -6,9 +6,9 @@
 //    holder that the process writes       it waits here for its target, is set once, and belongs to the
 //                                         process from then on. Nothing is changed behind the writer's back
 //
-// A reference of the second kind whose target isn't there is dangling: the database has it, the process
-// doesn't see it. It ends when the target comes, when the process sets or deletes the place itself, or by
-// takeDangling().
+// A reference of the second kind whose target isn't there is dangling: the database has it, the
+// process doesn't see it. It ends when the target comes, when the process sets or deletes the
+// place itself, or by takeDangling().
 //
 // Only the references whose target came or went are looked up again: each is found by the target that it
 // has, or by the selector that it waits for.

@@ -32,7 +32,7 @@ class TestDatabase {
       explicit Client(TestDatabase& d) : database(d) { tree.logIs(log); }
       ~Client() { log->linkDel(); }
 
-      // The entity with all that stands in the database; of a path that the schema has.
+      // The entity with all that is in the database; of a path that the schema has.
       template <class T>
       Kem::Ptr<T> mount(std::string const& path, bool isWritable) {
          auto const* node = database.tree.find(path);

@@ -34,7 +34,7 @@ class TypedTree final : private Kem::NboAttrLog::Watcher {
    ~TypedTree();
 
    Kem::Dir& root() { return *root_; }
-   // The entity at a path; null when nothing stands there here.
+   // The entity at a path; null when nothing is there here.
    Kem::Ptr<Kem::Entity> find(std::string_view path) const;
    // The entity that a selector names; null when it is none, or names an attribute that is no owned entity.
    Kem::Ptr<Kem::Entity> findSelected(std::string const& selector) const;
@@ -42,7 +42,7 @@ class TypedTree final : private Kem::NboAttrLog::Watcher {
    // Where the changes of mounted entities go. Set before the first mount.
    void logIs(Kem::Ptr<Kem::NboAttrLog::SocketOutSm> log);
 
-   // A mount begins: the entity of that number and type stands at the path from now on. What stood there
+   // A mount begins: the entity of that number and type is at the path from now on. What was there
    // before with another type is removed. Null when the type has no class here.
    Kem::Ptr<Kem::Entity> mount(uint32_t node, uint16_t type, std::string_view path, bool isWritable);
    // The entity that was mounted by that path has been deleted by somebody else. One that the process writes

@@ -93,11 +93,11 @@ void EntityMarks::remove(Mark& mark) {
       size_t const hole = placeOf(position);
       if (position != last)
          index_[placeOf(last)] = static_cast<uint32_t>(position + 1);
-      // Closes the hole: what stands behind it moves up where it still can be found.
+      // Closes the hole: what is behind it moves up where it still can be found.
       size_t const mask = index_.size() - 1;
       size_t free_ = hole;
       for (size_t at = (hole + 1) & mask; index_[at] != free; at = (at + 1) & mask) {
-         // The last mark still stands at its old position.
+         // The last mark still is at its old position.
          Mark const& other = index_[at] == position + 1 ? marks_[last] : marks_[index_[at] - 1];
          size_t const home = hash(other.attribute, key(other)) & mask;
          if (((at - home) & mask) >= ((at - free_) & mask)) {

@@ -3,7 +3,7 @@
 // however often something changes, it has one mark.
 //
 // A member that the subscriber has never been sent and that is erased again loses its mark, so marks are
-// never more than what stands in the tree and what the subscriber has. About 32 bytes a member.
+// never more than what is in the tree and what the subscriber has. About 32 bytes a member.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ namespace Ordel {
 class EntityMarks {
   public:
    enum class Kind : uint8_t {
-      value,    // a member of a map or of references: its value as it stands, or that it's gone
+      value,    // a member of a map or of references: its value as it is, or that it's gone
       inside,   // an entity that the subscriber has: what `below` tells
       renewed,  // an entity that came, went, or both: told as gone, as made with all that it holds, or both
       announce, // an entity that the subscriber made itself: its creation only, which tells its number
@@ -32,7 +32,7 @@ class EntityMarks {
       Kind kind = Kind::value;
       bool isKnown : 1 = false; // the subscriber has, or may have, a member of this key
       bool isReplaced : 1 =
-          false; // of `renewed`: what the subscriber has is another entity than what stands there now
+          false; // of `renewed`: what the subscriber has is another entity than what is there now
       bool isPartial : 1 =
           false;               // of `renewed`: what it holds is not sent as a whole, only what `below` tells
       bool isVoid : 1 = false; // its entity is no longer the one that was marked: nothing is sent

@@ -1,4 +1,4 @@
-// Who may send a large frame now. What has come of a frame stands in memory until the rest is there, so only a
+// Who may send a large frame now. What has come of a frame is in memory until the rest is there, so only a
 // few clients send one at a time, each within a time limit; others wait, and are not read from meanwhile.
 //
 // Belongs to the server.

@@ -6,7 +6,7 @@
 // holds up another one for long. Peers are told by the credentials of their sockets.
 //
 // The socket has mode 0660. A socket that a database left behind is replaced; one on which somebody listens
-// is not. The file is removed at the end, unless another one stands there by then.
+// is not. The file is removed at the end, unless another one is there by then.
 #pragma once
 
 #include "Kem/FileDescriptor.h"

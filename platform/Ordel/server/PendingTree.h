@@ -1,6 +1,6 @@
 // What one subscriber still has to be sent, as marks on the tree: the one mechanism for what has newly been
 // mounted and for what a slow subscriber could not take. The operations are made from the marks and the tree
-// as it stands when there is room for them.
+// as it is when there is room for them.
 //
 // Nodes are sent in the order in which the first of their marks came. While one is being sent, new marks on
 // it are put behind all others, so that a node that changes all the time holds up nothing. Who takes all that
@@ -48,7 +48,7 @@ class PendingTree {
 
    // What will be marked of the node comes before what is marked of others from now on.
    void reserve(uint32_t node) { open(node); }
-   // Marks all that stands at a node; of a directory its entities, but not what these hold. `isFresh`: the
+   // Marks all that is at a node; of a directory its entities, but not what these hold. `isFresh`: the
    // subscriber has nothing of it.
    void nodeIs(Entity const& node, bool isFresh);
    // Marks one attribute, or one member (`key` not null) of an entity below a node or of the node itself, and
@@ -74,7 +74,7 @@ class PendingTree {
    struct Job {
       uint32_t node;
       uint64_t ticket;
-      bool isFull = false;  // all that stands there, after what is marked
+      bool isFull = false;  // all that is there, after what is marked
       bool isFresh = false; // and the subscriber has nothing of it, so that nothing is marked
       uint32_t epoch = 0;   // when isFresh was set
       EntityMarks marks;
@@ -84,7 +84,7 @@ class PendingTree {
       EntityMarks* marks;
       size_t position = 0;
       bool areScalarsDone = false;
-      Entity const* entity = nullptr; // found anew by each `drain`
+      Entity const* entity = nullptr; // found again by each `drain`
    };
 
    Job& open(uint32_t node);

@@ -165,7 +165,7 @@ Server::Refusal Server::place(ServerMount& mount) {
    return {};
 }
 
-// Checks the mount against what stands at its node, and finds the way inside.
+// Checks the mount against what is at its node, and finds the way inside.
 Server::Refusal Server::placeIn(ServerMount& mount, Entity const& node) {
    mount.steps.clear();
    Records::EntityType const* type = &node.type();

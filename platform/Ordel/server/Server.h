@@ -113,7 +113,7 @@ class Server {
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path
    Settling settling_;
-   Entity const* config_ = nullptr; // "ordel/config", while it stands there
+   Entity const* config_ = nullptr; // "ordel/config", while it is there
 };
 
 } // namespace Ordel

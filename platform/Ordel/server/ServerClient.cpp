@@ -266,7 +266,7 @@ void ServerClient::fill() {
       changesBegin();
       drained_.clear();
       pending_.drain(output_.writer(), pieceBytes, drained_);
-      // A client that has been told that nothing stands there must not get its own writes back for that.
+      // A client that has been told that nothing is there must not get its own writes back for that.
       changesEnd(server_.drained(*this, drained_), !drained_.empty());
       sendLater();
    }

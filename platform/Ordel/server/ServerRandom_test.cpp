@@ -35,7 +35,7 @@ struct ServerRandomTest : testing::TestWithParam<unsigned> {
    // Names are few, so that the players meet.
    unsigned number(unsigned count) { return random() % count; }
    std::string name() { return std::string(1, static_cast<char>('a' + number(4))); }
-   // Directories are named by another letter, because what stands at a place can't become of another type.
+   // Directories are named by another letter, because what is at a place can't become of another type.
    std::string directoryPath() {
       static char const* const paths[] = {"input", "input/dir", "input/dir/s", "input/dir/s/s"};
       return paths[number(4)];
@@ -110,7 +110,7 @@ struct ServerRandomTest : testing::TestWithParam<unsigned> {
           .put(Group::member, std::string(1, static_cast<char>(number(3))), u32Bytes(number(3)));
    }
 
-   // A player writes to what stands in its mirror: that is what a client knows the numbers of.
+   // A player writes to what is in its mirror: that is what a client knows the numbers of.
    void write(Player& player) {
       Tree const& mirror = player.client->mirror;
       std::vector<Entity const*> configs, directories;

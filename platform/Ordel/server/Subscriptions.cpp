@@ -158,7 +158,7 @@ void Subscriptions::wrote(Node& node, ServerClient const* writer) const {
 }
 
 // Whether the client gets this block by marks. The same for all of a block, so that what belongs together,
-// such as a creation and its inputs, stands in one frame.
+// such as a creation and its inputs, is in one frame.
 bool Subscriptions::isBehind(ServerClient& client) {
    return client.isBehind(sequence_, blockBytes_);
 }

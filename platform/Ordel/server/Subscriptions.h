@@ -44,7 +44,7 @@ struct ServerMount {
    std::string text; // the selector, as the client wrote it
    Selector selector;
    std::string type;        // "" for any
-   uint32_t node = 0;       // 0 while nothing stands there
+   uint32_t node = 0;       // 0 while nothing is there
    std::vector<Step> steps; // empty: the whole node
 
    bool isDeep() const { return steps.empty() && !(flags & mountShallow); }
@@ -59,7 +59,7 @@ class Subscriptions {
    // Blocks that changed something, since the start.
    uint64_t blockCount() const { return blockCount_; }
 
-   // The mount's node stands there, and the steps fit its type. What the client doesn't cover yet is marked
+   // The mount's node is there, and the steps fit its type. What the client doesn't cover yet is marked
    // in its pending tree.
    void add(ServerMount& mount);
    // Nothing that only this mount covered is sent any more.

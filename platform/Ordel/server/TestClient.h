@@ -104,7 +104,7 @@ class TestClient {
    std::map<uint32_t, Reply> replies;
    std::vector<uint32_t> probes;
 
-   // Number of operations taken in, `at` included where it is said anew.
+   // Number of operations taken in, `at` included where it is said again.
    size_t changesBytes() const {
       size_t bytes = 0;
       for (auto const& frame : changes)

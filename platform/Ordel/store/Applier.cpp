@@ -205,7 +205,7 @@ bool Applier::readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
       refuseMalformed(place(&slot) + ": the key: " + problem.reason);
       return false;
    }
-   // The text of the key that is refused stands in the place, so it is read
+   // The text of the key that is refused is in the place, so it is read
    // over once more without its checks.
    skipValue(slot.key->type(), again = before);
    std::string_view const bytes(before.position(), static_cast<size_t>(again.position() - before.position()));

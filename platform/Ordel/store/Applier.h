@@ -81,7 +81,7 @@ class Applier {
    std::vector<NodeChange> nodes_;
    std::vector<uint8_t> isNew_;
    bool isGroupOpen_ = false;
-   char const* runBegin_ = nullptr; // of operations that are passed on as they stand
+   char const* runBegin_ = nullptr; // of operations that are passed on as they are
 };
 
 } // namespace Ordel

@@ -129,7 +129,7 @@ void Applier::readErase(Wire::Reader& in, char const* begin) {
    undo_.record(Undone::erased, entity, attribute, undo_.keepKey(*slot, probe),
                 undo_.displace(*slot, members->value(position)));
    if (slot->value->isText())
-      std::memset(members->value(position), 0, sizeof(Text)); // its text stands in the log
+      std::memset(members->value(position), 0, sizeof(Text)); // its text is in the log
    members->erase(position);
    Store::dropTableIfEmpty(entity, *slot);
 }
@@ -243,7 +243,7 @@ void Applier::erase(Entity& entity) {
 bool Applier::isUnderItsKey(Slot const& slot, Packed const& key, char const* value) {
    if (slot.form != Form::map || !slot.value->type().hasKey)
       return true;
-   // Both are of the same type, of fixed size, which is kept as it stands on the wire.
+   // Both are of the same type, of fixed size, which is kept as it is on the wire.
    return areEqualBytes(key.bytes, value, key.size);
 }
 

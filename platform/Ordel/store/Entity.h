@@ -19,9 +19,9 @@ class Entity {
   public:
    Records::EntityType const& type() const { return *type_; }
    bool isDirectory() const { return type_->isDirectory(); }
-   // The entity whose collection it stands in; null for the root, also good on an erased entity.
+   // The entity whose collection it is in; null for the root, also good on an erased entity.
    Entity const* parent() const { return parent_; }
-   // Where in the parent it stands.
+   // Where in the parent it exists.
    unsigned attributeInParent() const { return attribute_; }
    bool isNode() const { return steps_ == 0; }
    // The entity itself, or the nearest one above it that is a node.

@@ -2,7 +2,7 @@
 //
 // Names and numbers come from any client. With a hash that is known beforehand one could choose them so that
 // they all meet, and every look-up would walk through all of them. Nothing that can be seen follows from
-// these hashes: members stand in the order in which they came.
+// these hashes: members are in the order in which they came.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct HashSeed {
 };
 inline HashSeed const theHashSeed = HashSeed::drawn();
 
-// Both halves of the product, folded: each bit of it hangs on all bits of both.
+// Both halves of the product, folded: each bit of it depends on all bits of both.
 inline uint64_t foldedProduct(uint64_t a, uint64_t b) {
    unsigned __int128 const product = static_cast<unsigned __int128>(a) * b;
    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);

@@ -1,7 +1,7 @@
 // The tree as a file: written whole and atomically, read back whole or not at all.
 //
 //    image   8 bytes magic, u32 version, u64 fingerprint of the schema, u32 next node, u64 size of the body,
-//            body: operations that build the tree from a bare root, u32 CRC-32C of all that stands before it
+//            body: operations that build the tree from a bare root, u32 CRC-32C of all that is before it
 //
 // Node numbers are kept. Nothing is merged: an image gives exactly the tree that was written.
 #pragma once
@@ -33,7 +33,7 @@ class Snapshot {
                                      std::string& error, bool& isAbsent);
 };
 
-// CRC-32C (Castagnoli), as in RFC 3720; `before` is the result for the bytes that stand before these.
+// CRC-32C (Castagnoli), as in RFC 3720; `before` is the result for the bytes that are before these.
 uint32_t crc32c(std::string_view bytes, uint32_t before = 0);
 
 } // namespace Ordel

@@ -154,7 +154,7 @@ TEST_F(SnapshotTest, saysWhatDoesNotFit) {
                HasSubstr("the number of a node is given by the database"));
 }
 
-// The number of the next node stands behind magic, version and fingerprint.
+// The number of the next node is behind magic, version and fingerprint.
 TEST_F(SnapshotTest, numbersOfNodesThatAreUsedUpAreNotGivenAgain) {
    std::string bytes = image();
    bytes.replace(20, 4, u32Bytes(UINT32_MAX - 1));

@@ -74,7 +74,7 @@ class Store {
          probe.bits = loadBytes(key.bytes, key.size);
       return probe;
    }
-   // The key under which the entity stands in its parent's table; not of the root.
+   // The key under which the entity is in its parent's table; not of the root.
    static KeyProbe probeOf(Entity const& entity);
    static Entity* child(Entity const& entity, Slot const& slot, KeyProbe const& key);
    // Wire form of the key of a child.

@@ -2,7 +2,7 @@
 //
 // Members stand in the order in which they came; a removal leaves a hole that is closed later, all at once.
 // So a position that a reader has reached stays good as long as the generation is the same, and what comes
-// later stands behind it. The index holds positions in two bytes while they fit, in four beyond; up to eight
+// later is behind it. The index holds positions in two bytes while they fit, in four beyond; up to eight
 // members have none. Sizes are known at run time only. Owns the texts of keys and values, not the entities
 // that values may point at. Private to the store.
 #pragma once
@@ -38,7 +38,7 @@ class Table {
    Table& operator=(Table const&) = delete;
 
    uint32_t count() const { return used_ - holeCount_; }
-   // All members stand below it.
+   // All members are below it.
    uint32_t end() const { return used_; }
    bool isMember(uint32_t position) const { return !holes_ || !isHole(position); }
    // Different in every table, and after every change of positions.

@@ -57,7 +57,7 @@ struct Applied {
    Status status = Status::done;
    bool isMalformed = false; // the bytes themselves were bad, not only what they say; with Status::refused
    std::string error;        // "place: reason", for a status other than done
-   std::string_view bytes;   // the effective operations in canonical form, to be passed on as they stand
+   std::string_view bytes;   // the effective operations in canonical form, to be passed on as they are
    std::span<Group const> groups;
    std::span<NodeChange const> nodes; // in the order of the block
    std::span<uint8_t const>
@@ -109,7 +109,7 @@ class Tree {
    Applied const& apply(std::string_view operations, uint8_t flags = 0);
 
    // Mirrors only. `mount` makes or finds the node at the path, with plain directories on the way; one that
-   // stands there with another number or type is replaced. `unmount` takes the node away with all below it.
+   // is there with another number or type is replaced. `unmount` takes the node away with all below it.
    Entity const& mount(uint32_t node, Records::EntityType const& type, std::string_view path);
    void unmount(uint32_t node);
 
@@ -127,7 +127,7 @@ class Tree {
    void encodeScalars(Entity const& entity,
                       Wire::Writer& out) const; // `set` of what differs from its default
    void encodeAttribute(Entity const& entity, unsigned attribute,
-                        Wire::Writer& out) const; // `set`, as it stands
+                        Wire::Writer& out) const; // `set`, as it is
    // `put`; for an entity `create` and, with `at`s of its own, all that it
    // holds; for an absent member `erase`.
    void encodeMember(Entity const& entity, unsigned attribute, std::string_view key, Wire::Writer& out) const;

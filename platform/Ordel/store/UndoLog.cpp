@@ -4,7 +4,7 @@
 
 namespace Ordel {
 
-// What stands there, for the log: a text is moved, so the place must be overwritten.
+// What is there, for the log: a text is moved, so the place must be overwritten.
 uint64_t UndoLog::displace(Slot const& slot, char const* place) {
    size_t const size = slot.value->size();
    if (size <= sizeof(uint64_t))

@@ -77,7 +77,7 @@ struct UndoLogTest : testing::Test {
       undo.record(Undone::takenOut, entity, 0, 0, 0);
    }
 
-   // --- What stands
+   // --- What exists
 
    uint32_t count() { return Ordel::loadNumber<uint32_t>(place(Config::count)); }
    std::string limits() { return {place(Config::limits), 16}; }

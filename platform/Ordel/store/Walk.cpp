@@ -97,7 +97,7 @@ void Walk::entityCreated(Entity const& entity) {
       known_.insert(&entity);
 }
 
-// Leaves it, with all that stands below it.
+// Leaves it, with all that is below it.
 void Walk::entityErased(Entity const& entity) {
    known_.erase(&entity);
    auto const level =

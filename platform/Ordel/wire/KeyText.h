@@ -1,4 +1,4 @@
-// Keys and single values as text: what stands between the brackets of a selector,
+// Keys and single values as text: what is between the brackets of a selector,
 // and as a member's name in JSON.
 //
 // Numbers in decimal, booleans as true and false, enumerators by name (by number where they have none),
@@ -23,8 +23,8 @@ struct KeyBytes {
 // The value must be well formed; what is not comes out as hexadecimal digits behind "0x".
 std::string keyText(Records::ValueType const& type, std::string_view wire);
 
-// Takes what keyText makes; enumerations and interfaces also by number, addresses in either case. Ranges are
-// checked.
+// Takes what keyText makes; enumerations and interfaces also by number, addresses in
+// either case. Ranges are checked.
 KeyBytes keyFromText(Records::ValueType const& type, std::string_view text);
 
 } // namespace Ordel

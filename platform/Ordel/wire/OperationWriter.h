@@ -4,7 +4,7 @@
 //    write.at(node, 1).step(attribute, key);
 //    write.set(name, value).put(port, key, value).erase(port, other);
 //
-// Keys and values are in wire form. Where a caller encodes them itself, `begin` writes what stands before them and
+// Keys and values are in wire form. Where a caller encodes them itself, `begin` writes what is before them and
 // the caller goes on in the buffer. Nothing is checked.
 #pragma once
 
@@ -49,7 +49,7 @@ class OperationWriter {
       out_.u16(type);
       return *this;
    }
-   // In a directory, whose entities stand in its first attribute. `node` 0: the database gives the number.
+   // In a directory, whose entities are in its first attribute. `node` 0: the database gives the number.
    OperationWriter& createNode(std::string_view key, uint16_t type, uint32_t node) {
       create(0, key, type);
       out_.u32(node);

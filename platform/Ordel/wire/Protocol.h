@@ -122,7 +122,7 @@ enum class Op : uint8_t {
 enum class Status : uint8_t {
    done = 0,
    absent = 1,  // the answer is no: not there, or timed out, or not settled
-   refused = 3, // against the schema, the limits, or the type that stands there
+   refused = 3, // against the schema, the limits, or the type that is there
 };
 
 } // namespace Ordel

@@ -4,9 +4,9 @@
 //    bridging/config.vlanConfig[10].intf[Ethernet3/1]             a member of a member
 //    bridging/input/config/cli.vlanConfig[10].configuredName      an attribute
 //
-// The path ends at the first '.'; the root is "/". A key stands in its text form (KeyText.h) up to the first
+// The path ends at the first '.'; the root is "/". A key is in its text form (KeyText.h) up to the first
 // ']'. One that is empty, begins with '"', or holds ']' or a control character is written in double quotes,
-// where \ stands before a quote or another \, and \xHH for any byte. Parsing knows no schema; Tree::locate
+// where \ is before a quote or another \, and \xHH for any byte. Parsing knows no schema; Tree::locate
 // gives the parts their meaning.
 #pragma once
 

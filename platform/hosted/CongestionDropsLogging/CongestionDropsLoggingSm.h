@@ -8,8 +8,8 @@
 // platform's word that the drops are counted at all; without that there are no rounds.
 //
 // - Whether a port is logged is read at the end of the round: its own word, else the global one.
-// - What stands in a counter when it is first read was dropped before, and is not told. One that has fallen
-//   was started anew, and all that stands in it is new.
+// - What is in a counter when it is first read was dropped before, and is not told. One that has fallen
+//   was started again, and all that is in it is new.
 // - An interval below 1 s counts as 1 s, one that is no number as the default of 60 s.
 #pragma once
 

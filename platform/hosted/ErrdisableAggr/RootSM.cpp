@@ -88,7 +88,7 @@ void RootSM::handleIntf(Sulvi::IntfId intfId) {
       double const* const time = cause->status()->intfStatus(intfId);
       if (!time)
          continue;
-      // What is no number is never equal to what stands: it would be written over and over.
+      // What is no number is never equal to what exists: it would be written over and over.
       times[name] = std::isnan(*time) ? 0 : *time;
       recoveryTime = std::max(recoveryTime, ErrdisableLib::recoveryTime(times[name], cause->group().ptr()));
    }

@@ -6,11 +6,11 @@
 //                                  ...            └► ErrdisableAggr::IntfAggrStatus, for this process
 //
 // Every Errdisable::CauseStatus in the directory counts, whoever writes it; entities of other types
-// that stand there don't. It disables and recovers nothing itself: a port leaves the sum when its last
+// that are there don't. It disables and recovers nothing itself: a port leaves the sum when its last
 // cause lets it go. It is moved by causes that come and go, by their entries, and by their groups,
 // which say when ports come back.
 //
-// What it writes for a port is always reckoned anew and written whole; a record that is right
+// What it writes for a port is always reckoned again and written whole; a record that is right
 // already is not touched. So what an earlier run left is put right at the start, and nobody is
 // disturbed where nothing has changed.
 //
@@ -59,7 +59,7 @@ class RootSM final : public Kem::StateMachine {
    void handleInitialized() override;
    void handleCause(Kem::Name const& name);
    void handleCauseGroup(Kem::Name const& name);
-   // Reckons one port anew, and writes what came out.
+   // Reckons one port again, and writes what came out.
    void handleIntf(Sulvi::IntfId intfId);
    void handleIntfsOf(Errdisable::CauseStatus const& causeStatus);
    // Also the ports that are in the sum and that no cause holds any more.

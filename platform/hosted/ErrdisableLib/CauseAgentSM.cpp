@@ -26,7 +26,7 @@ CauseAgentSM::CauseAgentSM(Kem::Name causeName, Kem::Name groupName,
     : causeName_(std::move(causeName)), groupName_(std::move(groupName)), isStatusGiven_(causeStatus),
       causeDir_(std::move(causeDir)), causeGroupDir_(std::move(causeGroupDir)), config_(std::move(config)),
       disabledLog_(intfDisabled), releasedLog_(intfReleased) {
-   // The settings first: what stands in the status is judged by them.
+   // The settings first: what is in the status is judged by them.
    kemConfig_.notifierIs(config_);
    kemCauseGroupDir_.notifierIs(causeGroupDir_);
    if (isStatusGiven_)

@@ -19,7 +19,7 @@
 //   writer still adds.
 // - What another process alone may write stays as it is: then ports are logged, and their
 //   writer brings them back.
-// - What stands at the start was logged by an earlier run, and is not logged again.
+// - What is at the start was logged by an earlier run, and is not logged again.
 #pragma once
 
 #include "AgentBase/CAgent.h"

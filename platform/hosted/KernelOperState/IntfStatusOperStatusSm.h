@@ -4,7 +4,7 @@
 //                                             ├──► doSetOperState(deviceName, operStatus, netNsName)
 //    intfStatusLocal  netNsName ──────────────┘
 //
-// An interface takes part while it stands in both directories and has a device. The kernel is told when
+// An interface takes part while it is in both directories and has a device. The kernel is told when
 // something of the three changes, and when the namespace comes into being; what it has taken once is not told
 // again. What it refused is told again with the next of these events. An interface that leaves a directory is
 // left in the state that its device has.

@@ -34,7 +34,7 @@ class KernelOperStateManager final : public Kem::PtrInterface {
    KernelOperStateManager();
    explicit KernelOperStateManager(ChannelFactory openChannel) : openChannel_(std::move(openChannel)) {}
 
-   // Tells the kernel, in the namespace that the device stands in; the empty name is the default one. Answers
+   // Tells the kernel, in the namespace that the device is in; the empty name is the default one. Answers
    // 0, or an errno: ENODEV where there is no such device. It doesn't wait for anything.
    int doSetOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status,
                       Sulvi::NamespaceName const& netNs = {});

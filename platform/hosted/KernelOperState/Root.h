@@ -2,7 +2,7 @@
 // of interfaces that the state machines of interfaces fill, the namespaces of the system, and
 // the machines that work on them.
 //
-// Each XIs() makes that part, or answers with the one that stands; what it is made of is looked at the first
+// Each XIs() makes that part, or answers with the one that exists; what it is made of is looked at the first
 // time only. The parts are made by the agent in the order of their declaration here. The agent owns the root,
 // and the root its parts.
 #pragma once

@@ -55,7 +55,7 @@ class LinkFlapSm::PortSm {
    Kem::Ptr<Interface::EthPhyIntfStatus const> const status_;
 
    // The two sources, both counted from the same point, and how far they were looked at.
-   uint32_t changes_; // linkStatusChanges as it stood
+   uint32_t changes_; // linkStatusChanges as it was
    Interface::LinkStatus lastLink_;
    uint64_t byCounter_ = 0;
    uint64_t byState_ = 0;

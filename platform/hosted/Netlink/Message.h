@@ -82,7 +82,7 @@ class MessageBuilder {
    void textAttribute(uint16_t type, std::string_view text) { attribute(type, std::string(text) + '\0'); }
    // Attributes that are added until nestEnd() stand inside of this one.
    size_t nestBegin(uint16_t type);
-   // A fixed structure that stands in front of attributes inside of another one.
+   // A fixed structure that is in front of attributes inside of another one.
    template <class T>
    void raw(T const& value) {
       append(&value, sizeof value);

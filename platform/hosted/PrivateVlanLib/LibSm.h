@@ -18,7 +18,7 @@
 // record has been told; else a follower of LibState would drop the follower of the record together with the
 // news of the secondaries that it is to clean up. The records between the two steps are the pending entries.
 //
-// The agent owns it. It is the only writer of LibState and drops what stood there before it.
+// The agent owns it. It is the only writer of LibState and drops what was there before it.
 #pragma once
 
 #include "Kem/StateMachine.h"

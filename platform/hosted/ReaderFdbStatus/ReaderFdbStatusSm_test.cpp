@@ -149,7 +149,7 @@ TEST_F(ReaderFdbStatusSmTest, tornRowNeitherChangesNorRemovesItsHost) {
    start();
    bool isTorn = false;
    writer_.onMidEntryIs([&] {
-      // The writer stands in the middle of host 2, and the reader runs a pass.
+      // The writer is in the middle of host 2, and the reader runs a pass.
       sm_->handlePlazeFdbStatuses();
       isTorn = plaze_->corruptionDetected();
       EXPECT_EQ(hosts(), (Hosts{{"10/1", "Ethernet1"}, {"10/2", "Ethernet2"}}));
@@ -163,7 +163,7 @@ TEST_F(ReaderFdbStatusSmTest, tornRowNeitherChangesNorRemovesItsHost) {
 TEST_F(ReaderFdbStatusSmTest, tornReadIsRepeatedInTheSamePass) {
    put(10, 1, "Ethernet1");
    start();
-   // A writer of another thread stands in the middle of a row until the reader says that it found it torn.
+   // A writer of another thread is in the middle of a row until the reader says that it found it torn.
    static std::promise<void> isMidEntry, mayGoOn;
    static std::thread writing;
    writer_.onMidEntryIs([] {

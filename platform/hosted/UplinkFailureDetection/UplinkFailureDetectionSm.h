@@ -14,7 +14,7 @@
 // - A port that is both in one group is an uplink: disabled, it could never come up again. In
 //   different groups it may be both, and a failure passes on from one to the next.
 // - A downlink of several groups is disabled while any of them is failed.
-// - A port that someone else takes out of the cause's status stays out until its group fails anew.
+// - A port that someone else takes out of the cause's status stays out until its group fails again.
 // - A restart goes on from what the status says: what is still failed counts as no new failure, and what no
 //   group disables any more is released. A group that is removed releases its downlinks at once.
 // - A delay that is not above 0 is none.
