@@ -151,8 +151,13 @@ TEST_F(OrdelctlTest, setOfACollectionLeavesNothingElse) {
    verifyDone({"ls", lag + ".vlanConfig"});
 }
 
+TEST_F(OrdelctlTest, setOfAnAttributeMakesTheMemberThatItBelongsTo) {
+   verifyDone({"set", cli + ".vlanConfig[10].configuredName", "a"});
+   EXPECT_EQ(get(cli + ".vlanConfig[10].configuredName"), "\"a\"");
+   EXPECT_EQ(get(cli + ".vlanConfig[10].adminState"), "\"active\"");
+}
+
 TEST_F(OrdelctlTest, setInWhatIsNotThereAnswersNo) {
-   verifyFails(1, cli + ".vlanConfig[10]: not there", {"set", cli + ".vlanConfig[10].configuredName", "a"});
    verifyFails(1, "bridging/nowhere: not there", {"set", "bridging/nowhere.colour", "1"});
 }
 
