@@ -252,6 +252,8 @@ class HashTable {
       size_t const end = end_;
       if (end == 0 || order > slots_[end - 1].order)
          return std::max(at, end);
+      if (order == slots_[end - 1].order && slots_[end - 1].entry().key == key)
+         return end - 1; // the entry that came last, which is often looked up again at once
       while (at < end && slots_[at].order != 0 && slots_[at].order < order)
          ++at;
       while (at < end && slots_[at].order == order && slots_[at].entry().key < key)

@@ -20,11 +20,11 @@ class Writer {
   public:
    Writer() = default;
 
-   void u8(uint8_t v) { raw(&v, 1); }
-   void u16(uint16_t v) { raw(&v, 2); }
-   void u32(uint32_t v) { raw(&v, 4); }
-   void u64(uint64_t v) { raw(&v, 8); }
-   void f64(double v) { raw(&v, 8); }
+   void u8(uint8_t v) { fixed(v); }
+   void u16(uint16_t v) { fixed(v); }
+   void u32(uint32_t v) { fixed(v); }
+   void u64(uint64_t v) { fixed(v); }
+   void f64(double v) { fixed(v); }
    void boolean(bool v) { u8(v ? 1 : 0); }
    void string(std::string_view v) {
       if (v.size() < 255) {
@@ -66,6 +66,14 @@ class Writer {
    size_t capacity() const { return bytes_.size(); }
 
   private:
+   // In line, also in code that is optimised for size: millions of operations consist of a few of these.
+   template <class T>
+   [[gnu::always_inline]] void fixed(T v) {
+      if (size_ + sizeof v > bytes_.size()) [[unlikely]]
+         grow(sizeof v);
+      std::memcpy(bytes_.data() + size_, &v, sizeof v);
+      size_ += sizeof v;
+   }
    void grow(size_t count) {
       size_t const twice = bytes_.size() * 2;
       bytes_.resize(twice < size_ + count + 64 ? size_ + count + 64 : twice);
