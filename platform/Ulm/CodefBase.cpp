@@ -9,7 +9,8 @@ CodefBase::CodefBase(Kem::Ptr<Kem::Clock const> clock) {
 void CodefBase::handleTime() {
    isPausedForRoom_ = false;
    Kem::Seconds const startTime = Kem::now();
-   updatesProcessedInc(processBacklog(startTime));
+   uint64_t const finishedCount = processBacklog(startTime);
+   updatesProcessedInc(finishedCount);
    Kem::Seconds const endTime = Kem::now();
    timeUsedInc(endTime - startTime);
    dispatchCountInc(1);
@@ -17,7 +18,8 @@ void CodefBase::handleTime() {
       return;
    yieldBeforeFinishingCountInc(1);
    // Behind the stages that are armed meanwhile, which have 0 as their target.
-   kemClock_.timeMinIs(isPausedForRoom_ ? endTime + roomPause : endTime);
+   Kem::Seconds const pause = finishedCount == 0 ? roomPauseOfNothing : roomPause;
+   kemClock_.timeMinIs(isPausedForRoom_ ? endTime + pause : endTime);
 }
 
 } // namespace Ulm

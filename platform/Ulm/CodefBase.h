@@ -3,7 +3,7 @@
 //
 //    idle --a key is added, the clock is armed--> slice --backlog empty--> idle
 //                                                 slice --time is up--> slice, the next turn, behind others
-//                                                 slice --no room to write--> pause, 1 ms --> slice
+//                                                 slice --no room to write--> pause, 1 ms at most --> slice
 //
 // A subclass keeps the backlog (Ulm::Backlog), does the entries, and names its parts beside the base's. The
 // base owns the notification on the clock, counts, and arms the clock again while the backlog is not empty. A
@@ -25,6 +25,9 @@ class CodefBase : public Kem::StateMachine, private Kem::DeferredWork {
    // How soon a slice that ended for want of room is tried again. The kernel takes what a socket holds in
    // some tens of microseconds when the peer reads.
    static constexpr Kem::Seconds roomPause = 0.001;
+   // The same where it had finished nothing. It comes before the stages that used up the room: a single change
+   // must not wait for the end of a bulk change that fills the log again and again.
+   static constexpr Kem::Seconds roomPauseOfNothing = 0.0001;
 
    // A null clock stands for none: nothing runs before one is set.
    explicit CodefBase(Kem::Ptr<Kem::Clock const> clock);

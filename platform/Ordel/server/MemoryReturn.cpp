@@ -2,6 +2,7 @@
 
 #include "Kem/Activity.h"
 
+#include <algorithm>
 #include <malloc.h>
 
 namespace Ordel {
@@ -12,8 +13,12 @@ MemoryReturn::MemoryReturn(Tree& tree) : tree_(tree) {
 
 void MemoryReturn::freed(size_t bytes) {
    freedBytes_ += bytes;
-   if (freedBytes_ >= muchBytes && timer_.timeMin() == Kem::never)
-      timer_.timeMinIs(Kem::now() + delay);
+   if (freedBytes_ < muchBytes)
+      return;
+   Kem::Seconds const now = Kem::now();
+   if (timer_.timeMin() == Kem::never)
+      latest_ = now + longestDelay;
+   timer_.timeMinIs(std::min(now + delay, latest_));
 }
 
 void MemoryReturn::giveBack() {

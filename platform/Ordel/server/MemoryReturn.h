@@ -14,7 +14,10 @@ namespace Ordel {
 class MemoryReturn {
   public:
    static constexpr size_t muchBytes = 4u << 20;
+   // Giving back takes some tens of milliseconds at tens of megabytes, in which nobody is served: it waits until
+   // so long nothing more has become free, which a bulk change puts off, but not for longer than the other.
    static constexpr Kem::Seconds delay = 1;
+   static constexpr Kem::Seconds longestDelay = 30;
 
    explicit MemoryReturn(Tree& tree);
 
@@ -32,6 +35,7 @@ class MemoryReturn {
 
    Tree& tree_;
    size_t freedBytes_ = 0; // since it was given back
+   Kem::Seconds latest_ = 0;
    unsigned count_ = 0;
    Timer timer_{*this};
 };
