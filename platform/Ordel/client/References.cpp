@@ -150,7 +150,8 @@ bool References::apply(Key const& key, Holder& holder, Reference& reference) {
 }
 
 void References::give(Entity& holder, Thing const& thing, Ptr<Entity> const& target) {
-   auto const& [attribute, key] = thing;
+   Kem::AttrId const attribute = thing.first;
+   std::string const& key = thing.second;
    if (key.empty()) {
       holder.applyReference(attribute, nullptr, target);
       return;

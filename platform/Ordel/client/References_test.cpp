@@ -5,6 +5,7 @@
 #include "Kem/Dir.h"
 #include "records/Bridging/Input/Config.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/Input/VlanConfig.h"
 #include "records/Bridging/SwitchIntfConfigDir.h"
 #include "records/Interface/EthIntfConfig.h"
 #include "records/Interface/EthIntfStatus.h"

@@ -11,6 +11,7 @@
 namespace {
 
 using namespace TestRecords;
+using Ordel::Frame;
 using Ordel::Role;
 using Ordel::Status;
 using ::testing::IsEmpty;
