@@ -3,7 +3,6 @@
 #include "Ordel/wire/KeyText.h"
 
 #include <algorithm>
-
 #include <utility>
 
 namespace Model {
@@ -27,9 +26,10 @@ void list(Ordel::Tree const& tree, Ordel::Entity const& entity, std::string cons
       }
       for (Ordel::Members member(tree, entity, i); member.next();) {
          std::string const key(member.key());
-         lines.push_back(placed(place, i, key + std::string(member.value())));
+         std::string const below = placed(place, i, key + std::string(member.value()));
+         lines.push_back(below);
          if (member.entity())
-            list(tree, *member.entity(), lines.back(), lines);
+            list(tree, *member.entity(), below, lines);
       }
    }
 }
