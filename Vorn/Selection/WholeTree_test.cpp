@@ -30,7 +30,7 @@ struct WholeTreeTest : testing::Test {
       bridge.access("Ethernet1", changes % 2 ? 20 : 10)->vlanTpidIs(0x8100 + changes);
       bridge.trunk("Ethernet2", changes % 2 ? "10" : "20");
       bridge.enabledStateLocalIs("Ethernet3", changes % 2 ? Interface::EnabledState::enabledStateEnabled
-                                                             : Interface::EnabledState::enabledStateDefault);
+                                                          : Interface::EnabledState::enabledStateDefault);
       bridge.forwardingModelIs("Ethernet3", changes % 2
                                                 ? Interface::IntfForwardingModel::intfForwardingModelBridged
                                                 : Interface::IntfForwardingModel::intfForwardingModelRouted);

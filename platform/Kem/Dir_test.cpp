@@ -53,9 +53,8 @@ TEST_F(DirTest, memberKeyCanBeShownFromItsWireForm) {
    key.string("mlag");
    Wire::Reader in(key.view());
    std::string shown;
-   EXPECT_TRUE(dir->visitMemberKey(Dir::kEntityPtr, in, [&](void const* name) {
-      shown = static_cast<Kem::Name const*>(name)->str();
-   }));
+   EXPECT_TRUE(dir->visitMemberKey(
+       Dir::kEntityPtr, in, [&](void const* name) { shown = static_cast<Kem::Name const*>(name)->str(); }));
    EXPECT_EQ(shown, "mlag");
    Wire::Reader none("");
    EXPECT_FALSE(dir->visitMemberKey(Dir::kEntityPtr, none, [](void const*) { FAIL(); }));
