@@ -254,7 +254,8 @@ TEST_F(BridgingFaultsTest, databaseThatEndsWhileTheAgentHasABacklogEndsItWithIts
 }
 
 TEST_F(BridgingFaultsTest, settleWaitsForDeferredStages) {
-   loadInputs(600, 100, true);
+   // So many that no machine is done with them in one slice.
+   loadInputs(4000, 200, true);
    for (bool const isMany : {true, false, true, false}) {
       manyIs(isMany);
       bridge.settle();
