@@ -14,14 +14,15 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
-    : in_(std::move(inputs)), reactors_(std::make_unique<Reactors>(*this)) {
+    : in_(std::move(inputs)), settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
+      reactors_(std::make_unique<Reactors>(*this)) {
    reactors_->notifiersAre(in_);
 }
 
 BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
-   visit(*reactors_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_);
+   visit(*reactors_, settings_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_);
 }
 
 // --- Start.
@@ -45,17 +46,14 @@ void BridgingConfigSm::handleInitialized() {
    for (auto const& [intfId, vlanIntf] : in_.dynVlanIntfList->intfConfig())
       handleVlanIntfConfig(intfId);
    reactors_->kemRecoveryTimer.timeMinIs(0);
-   handleIeeeReservedForwarding();
-   handleAllVidToFidMap();
+   settings_->handleInitialized();
 }
 
 void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig) {
    if (cliConfig == in_.cliConfig)
       return;
    in_.cliConfig = cliConfig;
-   reactors_->kemCliConfig.notifierIs(cliConfig);
-   handleIeeeReservedForwarding();
-   handleAllVidToFidMap();
+   settings_->cliConfigIs(cliConfig);
 }
 
 // --- Internal VLANs.
@@ -63,6 +61,19 @@ void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> co
 Bridging::VlanIdOrNone BridgingConfigSm::allocateInternalVlanId() const {
    KEM_ASSERT(initialized());
    return internalVlans_.allocate();
+}
+
+Sulvi::IntfId BridgingConfigSm::routedPort(Bridging::VlanId vlanId) const {
+   return internalVlans_.held().port(vlanId);
+}
+Bridging::VlanIdOrNone BridgingConfigSm::internalVlanId(Sulvi::IntfId intfId) const {
+   return internalVlans_.held().vlan(intfId);
+}
+Sulvi::IntfId BridgingConfigSm::startupRoutedPort(Bridging::VlanId vlanId) const {
+   return internalVlans_.startup().port(vlanId);
+}
+Bridging::VlanIdOrNone BridgingConfigSm::startupInternalVlanId(Sulvi::IntfId intfId) const {
+   return internalVlans_.startup().vlan(intfId);
 }
 
 void BridgingConfigSm::handleRecoveryTimer() {

@@ -5,20 +5,21 @@
 // input is configIn and calls handleVlanConfig() when that changes. Made by the agent on the active
 // supervisor, for good.
 //
-// The class is written in one file for each subject:
+// The roads of VLANs and ports through the class have a file each:
 //
 //    BridgingConfigSm.cpp         start, and look-ups
 //    BridgingConfigReactors.h     what is followed, and the handler of each notification
 //    BridgingConfigVlans.cpp      VLANs: from configIn and the copies to VlanConfigSm; VLAN interfaces
 //    BridgingConfigPorts.cpp      ports: from the copies and the interfaces' records to SwitchIntfSm
-//    BridgingConfigSettings.cpp   what is set for the bridge as a whole
 //
-// and what several of them use is a class of its own: ResolvedVlans, InternalVlans, VlanInterfaces.
+// Every other subject is a class with its tables, its children, its reactors and their handlers in files of its
+// own; here are only its member, its step of the start, and the operations that others call on this class:
+// BridgeSettingsSm, InternalVlans, ResolvedVlans, VlanInterfaces. A new subject is added in that way.
 #pragma once
 
-#include "Kem/Clock.h"
-#include "Kem/Dir.h"
 #include "Kem/StateMachine.h"
+#include "Vorn/BridgingSm/BridgeSettingsSm.h"
+#include "Vorn/BridgingSm/BridgingConfigInputs.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
@@ -28,43 +29,10 @@
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigOutput.h"
 #include "Vorn/VlanConfigCodef/VlanConfigCodef.h"
 #include "Vorn/VlanConfigCodef/VlanConfigOutput.h"
-#include "records/Bridging/Config.h"
-#include "records/Bridging/FdbConfigDir.h"
-#include "records/Bridging/Input/CliConfig.h"
-#include "records/Bridging/Input/Config.h"
-#include "records/Bridging/Input/DynVlanSrcTable.h"
-#include "records/Bridging/SwitchIntfConfigDir.h"
-#include "records/Errdisable/CauseStatus.h"
-#include "records/Interface/EthIntfConfigDir.h"
-#include "records/Interface/EthIntfStatusDir.h"
-#include "records/Interface/VlanIntfConfigDir.h"
-#include "records/PrivateVlanLib/LibState.h"
-#include "records/Vorn/DynVlanIntfList.h"
 
 #include <memory>
 
 namespace Vorn {
-
-// What BridgingConfigSm is made of. A null input is not followed. fdbConfigDir, dynAllowedVlanDir and
-// dynVlanDir wait for FDB output and for dynamic VLANs, which are still to come.
-struct BridgingConfigInputs {
-   Kem::Ptr<Bridging::Input::Config const> configIn;
-   Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port
-   Kem::Ptr<Bridging::FdbConfigDir const> fdbConfigDir;
-   Kem::Ptr<Bridging::Config> config; // the result
-   Kem::Ptr<Interface::VlanIntfConfigDir const> vlanIntfConfig;
-   Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must be there
-   Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;
-   Kem::Ptr<Kem::Dir const> dynAllowedVlanDir;
-   Kem::Ptr<Kem::Dir const> dynVlanDir;
-   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable;
-   Kem::Ptr<Errdisable::CauseStatus> noInternalVlanIdCauseStatus; // ports that wait for an internal VLAN
-   Kem::Ptr<Kem::Clock const> recoveryTimer;
-   Kem::Ptr<Bridging::Input::CliConfig const> cliConfig;
-   Kem::Ptr<PrivateVlanLib::LibState const> privateVlanLibState;
-   AttrLogCheck* attrLogCheck = nullptr; // whether the deferred stages may write; null: always
-   Kem::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir;
-};
 
 class BridgingConfigSm final : public Kem::StateMachine,
                                public VlanConfigOutput,
@@ -83,9 +51,6 @@ class BridgingConfigSm final : public Kem::StateMachine,
    // Only stores: the selector calls handleVlanConfig() next.
    void configInIs(Kem::Ptr<Bridging::Input::Config const> const& input) { in_.configIn = input; }
    Bridging::Config& config() const { return *in_.config; }
-   Bridging::SwitchIntfConfigDir const* allSwitchIntfConfigs() const {
-      return in_.allSwitchIntfConfigs.ptr();
-   }
    Bridging::Input::CliConfig const& cliConfig() const { return *in_.cliConfig; }
    // Another input of the command line: its settings replace those of the old one.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
@@ -142,31 +107,20 @@ class BridgingConfigSm final : public Kem::StateMachine,
    // --- Internal VLANs, passed on to InternalVlans, which says more.
    Bridging::VlanIdOrNone allocateInternalVlanId() const; // asserts "initialized()"
    void handleInternalVlanIdInUse(Bridging::VlanId vlanId) { internalVlans_.handleInUse(vlanId); }
-   Sulvi::IntfId routedPort(Bridging::VlanId vlanId) const { return internalVlans_.held().port(vlanId); }
-   Bridging::VlanIdOrNone internalVlanId(Sulvi::IntfId intfId) const {
-      return internalVlans_.held().vlan(intfId);
-   }
-   Sulvi::IntfId startupRoutedPort(Bridging::VlanId vlanId) const {
-      return internalVlans_.startup().port(vlanId);
-   }
-   Bridging::VlanIdOrNone startupInternalVlanId(Sulvi::IntfId intfId) const {
-      return internalVlans_.startup().vlan(intfId);
-   }
+   Sulvi::IntfId routedPort(Bridging::VlanId vlanId) const;
+   Bridging::VlanIdOrNone internalVlanId(Sulvi::IntfId intfId) const;
+   Sulvi::IntfId startupRoutedPort(Bridging::VlanId vlanId) const;
+   Bridging::VlanIdOrNone startupInternalVlanId(Sulvi::IntfId intfId) const;
 
   private:
    struct Reactors;
    void forEachPart(Kem::PartVisitor const& visit) override;
 
-   // --- Reactions, by the file in which they are.
+   // --- Reactions.
    void handleVlanIntfConfig(Sulvi::IntfId intfId);
    void handleEthIntfConfig(Sulvi::IntfId intfId);
    void handleEthIntfStatus(Sulvi::IntfId intfId);
    void handleRecoveryTimer();
-   void handleDefaultSwitchportMode();
-   void handleVidToFidMap(Bridging::VlanId vlanId);
-   void handleAllVidToFidMap();
-   void handleIeeeReservedForwarding(Sulvi::EthAddr addr);
-   void handleIeeeReservedForwarding();
 
    // --- Helpers.
    void vlanConfigSmIs(Bridging::VlanId vlanId, Kem::Ptr<Bridging::Input::VlanConfig> const& copy);
@@ -182,6 +136,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    SwitchIntfSms switchIntfSm_;
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
+   Kem::Ptr<BridgeSettingsSm> const settings_;
    std::unique_ptr<Reactors> const reactors_;
 };
 

@@ -6,6 +6,7 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/BridgingSm/SwitchIntfReactors.h"
 #include "Vorn/Rules/InternalVlan.h"
 #include "Vorn/Rules/PortMode.h"
 #include "records/Interface/VlanIntfConfig.h"
@@ -24,23 +25,34 @@ SwitchIntfSm::SwitchIntfSm(BridgingConfigSm& parent, Sulvi::IntfId intfId,
                            Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
                            Kem::Ptr<Bridging::Config> const& bridgingConfig,
                            Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus)
-    : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig),
-      alwaysUnknown_(intfId == cpuIntfId() ? unknownMember : 0) {
-   written_.fill(unknownMember); // of an earlier run there may be members left
+    : parent_(parent), intfId_(intfId), bridgingConfig_(bridgingConfig), written_(intfId == cpuIntfId()),
+      reactors_(std::make_unique<Reactors>(*this)) {
    switchIntfConfigIs(switchIntfConfig);
    ethIntfConfigIs(ethIntfConfig);
    ethIntfStatusIs(ethIntfStatus);
 }
 
+SwitchIntfSm::~SwitchIntfSm() = default;
+
+void SwitchIntfSm::forEachPart(Kem::PartVisitor const& visit) {
+   visit(*reactors_);
+}
+
 void SwitchIntfSm::switchIntfConfigIs(Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& config) {
    config_ = config;
-   kemSwitchIntfConfig_.notifierIs(config);
+   reactors_->kemSwitchIntfConfig.notifierIs(config);
+}
+Kem::Ptr<Interface::EthIntfConfig const> SwitchIntfSm::ethIntfConfig() const {
+   return reactors_->kemEthIntfConfig.notifier();
 }
 void SwitchIntfSm::ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> const& config) {
-   kemEthIntfConfig_.notifierIs(config);
+   reactors_->kemEthIntfConfig.notifierIs(config);
+}
+Kem::Ptr<Interface::EthIntfStatus const> SwitchIntfSm::ethIntfStatus() const {
+   return reactors_->kemEthIntfStatus.notifier();
 }
 void SwitchIntfSm::ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status) {
-   kemEthIntfStatus_.notifierIs(status);
+   reactors_->kemEthIntfStatus.notifierIs(status);
 }
 
 // --- Life.
@@ -74,8 +86,8 @@ void SwitchIntfSm::handleInitialized() {
 // it would give a routed port that lost its number in this one another number at once.
 void SwitchIntfSm::dropNotifications() {
    initializedIs(false); // so that the new binding evaluates nothing
-   kemSwitchIntfConfig_.notifierIs(nullptr);
-   kemSwitchIntfConfig_.notifierIs(config_);
+   reactors_->kemSwitchIntfConfig.notifierIs(nullptr);
+   reactors_->kemSwitchIntfConfig.notifierIs(config_);
    initializedIs(true);
 }
 

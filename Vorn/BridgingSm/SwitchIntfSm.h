@@ -12,6 +12,7 @@
 #pragma once
 
 #include "Kem/StateMachine.h"
+#include "Vorn/BridgingSm/WrittenMembers.h"
 #include "Vorn/Rules/Membership.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
@@ -21,7 +22,7 @@
 #include "records/Interface/EthIntfConfig.h"
 #include "records/Interface/EthIntfStatus.h"
 
-#include <array>
+#include <memory>
 
 namespace Vorn {
 
@@ -35,14 +36,15 @@ class SwitchIntfSm final : public Kem::StateMachine {
                 Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
                 Kem::Ptr<Bridging::Config> const& bridgingConfig,
                 Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
+   ~SwitchIntfSm() override;
 
    // --- Attributes.
    Sulvi::IntfId intfId() const { return intfId_; }
    Bridging::Input::SwitchIntfConfig const& switchIntfConfig() const { return *config_; }
    void switchIntfConfigIs(Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& config);
-   Kem::Ptr<Interface::EthIntfConfig const> ethIntfConfig() const { return kemEthIntfConfig_.notifier(); }
+   Kem::Ptr<Interface::EthIntfConfig const> ethIntfConfig() const;
    void ethIntfConfigIs(Kem::Ptr<Interface::EthIntfConfig const> const& config);
-   Kem::Ptr<Interface::EthIntfStatus const> ethIntfStatus() const { return kemEthIntfStatus_.notifier(); }
+   Kem::Ptr<Interface::EthIntfStatus const> ethIntfStatus() const;
    void ethIntfStatusIs(Kem::Ptr<Interface::EthIntfStatus const> const& status);
    Kem::Ptr<Bridging::Config> const& bridgingConfig() const { return bridgingConfig_; }
    // The resolved record; null until initialized.
@@ -72,7 +74,7 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // somebody else edited is put right by doSyncSingleVlan().
    void doSyncAllVlans();
    // The resolved VLAN of that number has been deleted, and its members with it.
-   void vlanDeleted(Bridging::VlanId vlanId) { written_[vlanId] = unknownMember; }
+   void vlanDeleted(Bridging::VlanId vlanId) { written_.forget(vlanId); }
    // The VLAN of that number, if it is resolved; 0 is none.
    void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
@@ -86,39 +88,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
 
   private:
    // --- Reactions.
-   struct KemSwitchIntfConfig final : Bridging::Input::SwitchIntfConfig::NotifieeConst {
-      explicit KemSwitchIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
-      void handleInitialized() override { sm.handleSwitchIntfConfig(); }
-      void onEnabled() override { sm.handleEnabled(); }
-      void onSwitchportMode() override { sm.handleSwitchportMode(); }
-      void onAccessVlan() override { sm.handleAccessVlan(); }
-      void onTrunkNativeVlan() override { sm.handleTrunkNativeVlan(); }
-      void onTapNativeVlan() override { sm.handleTrunkNativeVlan(); }
-      void onTrunkAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
-      void onTapAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
-      void onToolAllowedVlans() override { sm.handleTrunkAllowedVlans(); }
-      void onAsymVlans() override { sm.handleAsymVlans(); }
-      void onMacLearningEnabled() override { sm.handleMacLearningEnabled(); }
-      void onFloodingEnabled() override { sm.handleFloodingEnabled(); }
-      void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
-      void onVlanTpid() override { sm.handleVlanTpid(); }
-      SwitchIntfSm& sm;
-   };
-   struct KemEthIntfConfig final : Interface::EthIntfConfig::NotifieeConst {
-      explicit KemEthIntfConfig(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
-      void handleInitialized() override { sm.handleEthIntfConfig(); }
-      void onEnabledStateLocal() override { sm.handleEnabledStateLocal(); }
-      SwitchIntfSm& sm;
-   };
-   struct KemEthIntfStatus final : Interface::EthIntfStatus::NotifieeConst {
-      explicit KemEthIntfStatus(SwitchIntfSm& s) : NotifieeConst(this), sm(s) {}
-      void handleInitialized() override { sm.handleEthIntfForwardingModel(); }
-      void onForwardingModel() override { sm.handleEthIntfForwardingModel(); }
-      SwitchIntfSm& sm;
-   };
-   void forEachPart(Kem::PartVisitor const& visit) override {
-      visit(kemSwitchIntfConfig_, kemEthIntfConfig_, kemEthIntfStatus_);
-   }
+   struct Reactors; // SwitchIntfReactors.h: what is followed, and the handler of each notification
+   void forEachPart(Kem::PartVisitor const& visit) override;
    // Another record: all that follows from it.
    void handleSwitchIntfConfig();
    void handleEthIntfConfig();
@@ -151,15 +122,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    VornUtils::VlanIdSet trunkAllowedVlanSet_; // of a port in trunk, tap or tool mode
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
-   // What this port wrote last into each VLAN, by number, so that a pass over all of them leaves alone,
-   // without a look-up, those where nothing changes. No other step reads it. See memberCode.
-   static constexpr uint8_t unknownMember = 0xff;
-   std::array<uint8_t, Bridging::VlanId::max + 1> written_;
-   // The processor's membership is written by CpuPort.h too: of its port nothing is known.
-   uint8_t const alwaysUnknown_;
-   KemSwitchIntfConfig kemSwitchIntfConfig_{*this};
-   KemEthIntfConfig kemEthIntfConfig_{*this};
-   KemEthIntfStatus kemEthIntfStatus_{*this};
+   WrittenMembers written_;
+   std::unique_ptr<Reactors> const reactors_;
 };
 
 // Whether the port is a member of the VLAN, its native VLAN being `native`. Changes nothing.

@@ -17,17 +17,8 @@
 namespace Vorn {
 
 namespace {
-
 Kem::TraceFacility membershipTrace("VornMembership");
-
-// A membership as one number: 0 for none; the two flags, the direction, and a bit that says that there is one.
-constexpr uint8_t noMember = 0;
-uint8_t memberCode(Bridging::VlanPortConfig const& member) {
-   return static_cast<uint8_t>(1 | member.tagged << 1 | member.mappedUntagged << 2 |
-                               static_cast<unsigned>(member.direction) << 3);
 }
-
-} // namespace
 
 bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridging::VlanIdOrNone native) {
    auto const rule = membershipRule(vlan, sm.membershipFacts(), native);
@@ -39,10 +30,9 @@ bool vlanMember(Bridging::VlanConfig const& vlan, SwitchIntfSm const& sm, Bridgi
 
 void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    KEM_INVARIANT(initialized(), "initialized()");
-   uint8_t& written = written_[vlan.vlanId()];
    if (!vlanMember(vlan, *this, out_->switchportModeAndNativeVlan().nativeVlan)) {
       vlan.intfDel(intfId_);
-      written = noMember | alwaysUnknown_;
+      written_.codeIs(vlan.vlanId(), WrittenMembers::none);
       return;
    }
    // Meant: a line for each member of each pass, and on no trace facility.
@@ -52,7 +42,7 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
    auto const member = vlanPortConfig(membershipFacts(), Bridging::VlanIdOrNone(vlan.vlanId()),
                                       vlan.vlanTypeAndPrimaryVlan());
    vlan.intfIs(intfId_, member);
-   written = memberCode(member) | alwaysUnknown_;
+   written_.codeIs(vlan.vlanId(), WrittenMembers::code(member));
 }
 
 void SwitchIntfSm::doSyncAllVlans() {
@@ -71,23 +61,24 @@ void SwitchIntfSm::doSyncAllVlans() {
 void SwitchIntfSm::syncOrdinaryVlans() {
    auto const resolved = out_->switchportModeAndNativeVlan();
    bool const isTrunkLike = hasAllowedVlans(resolved.switchportMode);
-   uint8_t const nativeCode = memberCode(vlanPortConfig(membershipFacts(), resolved.nativeVlan, {}));
-   uint8_t const otherCode =
-       memberCode(vlanPortConfig(membershipFacts(), resolved.nativeVlan == 0 ? 1 : 0, {}));
+   auto const nativeCode = WrittenMembers::code(vlanPortConfig(membershipFacts(), resolved.nativeVlan, {}));
+   auto const otherCode =
+       WrittenMembers::code(vlanPortConfig(membershipFacts(), resolved.nativeVlan == 0 ? 1 : 0, {}));
    // An access port can be a member of its native VLAN, and of the primary of that.
    auto const* const native = resolved.nativeVlan == 0
                                   ? nullptr
                                   : bridgingConfig_->vlanConfig().find(Bridging::VlanId(resolved.nativeVlan));
    uint32_t const nativesPrimary = native ? (*native)->vlanTypeAndPrimaryVlan().primaryVlan.value() : 0u;
    parent_.resolvedVlans().ordinary().forEach([&](uint16_t vlanId) {
-      uint8_t const written = written_[vlanId];
+      auto const written = written_[vlanId];
       if (isTrunkLike) {
-         uint8_t const wanted = !trunkAllowedVlanSet_.vlan(vlanId) ? noMember
-                                : vlanId == resolved.nativeVlan    ? nativeCode
-                                                                   : otherCode;
+         auto const wanted = !trunkAllowedVlanSet_.vlan(vlanId) ? WrittenMembers::none
+                             : vlanId == resolved.nativeVlan    ? nativeCode
+                                                                : otherCode;
          if (written == wanted)
             return;
-      } else if (written == noMember && vlanId != resolved.nativeVlan && vlanId != nativesPrimary) {
+      } else if (written == WrittenMembers::none && vlanId != resolved.nativeVlan &&
+                 vlanId != nativesPrimary) {
          return;
       }
       maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId));

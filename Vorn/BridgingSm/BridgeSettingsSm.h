@@ -1,0 +1,49 @@
+// What is set for the bridge as a whole: the command line's input says which VLANs share a filtering database
+// and which reserved addresses are forwarded, and both are copied into the resolved configuration. A change of
+// the default switchport mode there is applied by starting the agent again.
+//
+// Owned by BridgingConfigSm, which initializes it as the last step of its own start.
+#pragma once
+
+#include "Kem/StateMachine.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/Input/CliConfig.h"
+
+namespace Vorn {
+
+class BridgeSettingsSm final : public Kem::StateMachine {
+  public:
+   BridgeSettingsSm(Kem::Ptr<Bridging::Config> config,
+                    Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
+   // Copies all settings.
+   void handleInitialized() override;
+   // Another input of the command line: its settings replace those of the old one.
+   void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
+
+  private:
+   // --- Reactions.
+   struct KemConfig final : Bridging::Config::NotifieeConst {
+      explicit KemConfig(BridgeSettingsSm& s) : NotifieeConst(this), sm(s) {}
+      void onDefaultSwitchportMode() override { sm.handleDefaultSwitchportMode(); }
+      BridgeSettingsSm& sm;
+   };
+   struct KemCliConfig final : Bridging::Input::CliConfig::NotifieeConst {
+      explicit KemCliConfig(BridgeSettingsSm& s) : NotifieeConst(this), sm(s) {}
+      void onVidToFidMap(Bridging::VlanId vlanId) override { sm.handleVidToFidMap(vlanId); }
+      void onIeeeReservedForwarding(Sulvi::EthAddr addr) override { sm.handleIeeeReservedForwarding(addr); }
+      BridgeSettingsSm& sm;
+   };
+   void forEachPart(Kem::PartVisitor const& visit) override { visit(kemConfig_, kemCliConfig_); }
+   void handleDefaultSwitchportMode();
+   void handleVidToFidMap(Bridging::VlanId vlanId);
+   void handleAllVidToFidMap();
+   void handleIeeeReservedForwarding(Sulvi::EthAddr addr);
+   void handleIeeeReservedForwarding();
+
+   Kem::Ptr<Bridging::Config> const config_;
+   Kem::Ptr<Bridging::Input::CliConfig const> cliConfig_;
+   KemConfig kemConfig_{*this};
+   KemCliConfig kemCliConfig_{*this};
+};
+
+} // namespace Vorn

@@ -1,0 +1,45 @@
+// What BridgingConfigSm is made of: what it follows, and where it writes. The factory and the tests fill it in;
+// the names are those that the state machine uses for the same things.
+#pragma once
+
+#include "Kem/Clock.h"
+#include "Kem/Dir.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/FdbConfigDir.h"
+#include "records/Bridging/Input/CliConfig.h"
+#include "records/Bridging/Input/Config.h"
+#include "records/Bridging/Input/DynVlanSrcTable.h"
+#include "records/Bridging/SwitchIntfConfigDir.h"
+#include "records/Errdisable/CauseStatus.h"
+#include "records/Interface/EthIntfConfigDir.h"
+#include "records/Interface/EthIntfStatusDir.h"
+#include "records/Interface/VlanIntfConfigDir.h"
+#include "records/PrivateVlanLib/LibState.h"
+#include "records/Vorn/DynVlanIntfList.h"
+
+namespace Vorn {
+
+class AttrLogCheck;
+
+// A null input is not followed. fdbConfigDir, dynAllowedVlanDir and dynVlanDir wait for FDB output and for
+// dynamic VLANs, which are still to come.
+struct BridgingConfigInputs {
+   Kem::Ptr<Bridging::Input::Config const> configIn;
+   Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port
+   Kem::Ptr<Bridging::FdbConfigDir const> fdbConfigDir;
+   Kem::Ptr<Bridging::Config> config; // the result
+   Kem::Ptr<Interface::VlanIntfConfigDir const> vlanIntfConfig;
+   Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must be there
+   Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;
+   Kem::Ptr<Kem::Dir const> dynAllowedVlanDir;
+   Kem::Ptr<Kem::Dir const> dynVlanDir;
+   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable;
+   Kem::Ptr<Errdisable::CauseStatus> noInternalVlanIdCauseStatus; // ports that wait for an internal VLAN
+   Kem::Ptr<Kem::Clock const> recoveryTimer;
+   Kem::Ptr<Bridging::Input::CliConfig const> cliConfig;
+   Kem::Ptr<PrivateVlanLib::LibState const> privateVlanLibState;
+   AttrLogCheck* attrLogCheck = nullptr; // whether the deferred stages may write; null: always
+   Kem::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir;
+};
+
+} // namespace Vorn
