@@ -97,8 +97,12 @@ Bridging::VlanIdOrNone InternalVlans::nextNumber(Sulvi::IntfId intfId) {
    auto const* const existing = config_->vlanConfig().find(vlan);
    bool const isTaken =
        (existing && !(*existing)->internal()) || vlanInterfaces_.find(vlan) || !held_.port(vlan).empty();
+   if (isTaken) {
+      startupDel(intfId);
+      return 0;
+   }
    startup_.pairDel(intfId);
-   return isTaken ? Bridging::VlanIdOrNone(0) : startup;
+   return startup;
 }
 
 void InternalVlans::startupDel(Sulvi::IntfId intfId) {

@@ -176,6 +176,21 @@ TEST_F(InternalVlanRestartTest, portWhoseModelComesLateKeepsItsNumberUntilThen) 
    expectHolds("Ethernet1", 4001);
 }
 
+// 1. The previous run left Ethernet1 with VLAN 4001; its forwarding model comes late.
+// 2. Meanwhile a VLAN interface takes the number.
+// 3. Ethernet1 comes up, and doesn't take up its VLAN: nobody else would ever delete that.
+TEST_F(InternalVlanRestartTest, vlanOfALostNumberGoesWithTheNumber) {
+   bridge.forwardingModelIs("Ethernet1", ForwardingModel::intfForwardingModelUnknown);
+   bridge.start();
+   bridge.vlanIntf(4001);
+   bridge.run();
+   ASSERT_EQ(bridge.resolvedVlans(), Numbers{4001});
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
+   bridge.run();
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+   expectLostItsNumber();
+}
+
 TEST_F(InternalVlanRestartTest, portThatIsShutOrGoneBeforeItComesUpFreesItsNumber) {
    struct Case {
       char const* what;
