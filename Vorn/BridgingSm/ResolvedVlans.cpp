@@ -8,6 +8,21 @@ void ResolvedVlans::handleInitialized() {
    config_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { classify(*vlan); });
 }
 
+void ResolvedVlans::handleForeignChange(Kem::Entity const& changed) {
+   auto const edited = [&](Bridging::VlanConfig const& vlan) {
+      classify(vlan);
+      forgetMembers(vlan.vlanId());
+   };
+   if (auto const* const vlan = dynamic_cast<Bridging::VlanConfig const*>(&changed))
+      edited(*vlan);
+   else if (&changed == config_.ptr())
+      config_->vlanConfig().forEach([&](Bridging::VlanId, auto const& each) { edited(*each); });
+}
+
+void ResolvedVlans::forgetMembers(Bridging::VlanId vlanId) {
+   ports_.forEach([&](Sulvi::IntfId, auto const& port) { port->forgetMember(vlanId); });
+}
+
 void ResolvedVlans::classify(Bridging::VlanConfig const& vlan) {
    bool const isOrdinary = vlan.adminState() == Bridging::VlanAdminState::active && !vlan.internal() &&
                            vlan.trunkGroup().empty() &&
@@ -36,7 +51,7 @@ void ResolvedVlans::vlanDel(Bridging::VlanId vlanId) {
    config_->vlanConfigDel(vlanId);
    ordinary_.doRemove(vlanId);
    special_.doRemove(vlanId);
-   ports_.forEach([&](Sulvi::IntfId, auto const& port) { port->vlanDeleted(vlanId); });
+   forgetMembers(vlanId);
 }
 
 // --- Attributes.

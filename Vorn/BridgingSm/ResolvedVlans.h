@@ -28,6 +28,9 @@ class ResolvedVlans {
        : config_(std::move(config)), ports_(ports) {}
    // Sorts the VLANs that the previous run left.
    void handleInitialized();
+   // Somebody else edited a resolved VLAN, or something else of the resolved configuration, which may be that
+   // VLANs came or went. What is remembered of them counts no more: a port's next pass looks at them.
+   void handleForeignChange(Kem::Entity const& changed);
 
    // --- Look-ups.
    // The writable record; null when there is none.
@@ -53,6 +56,7 @@ class ResolvedVlans {
 
   private:
    void classify(Bridging::VlanConfig const& vlan);
+   void forgetMembers(Bridging::VlanId vlanId);
 
    Kem::Ptr<Bridging::Config> const config_;
    SwitchIntfSms const& ports_;

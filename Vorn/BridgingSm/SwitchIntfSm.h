@@ -70,11 +70,11 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for
    // every VLAN, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
-   // The same for every resolved VLAN; looks only at those where this port has something to change. What
-   // somebody else edited is put right by doSyncSingleVlan().
+   // The same for every resolved VLAN; looks only at those where this port has something to change, or where
+   // somebody else was.
    void doSyncAllVlans();
-   // The resolved VLAN of that number has been deleted, and its members with it.
-   void vlanDeleted(Bridging::VlanId vlanId) { written_.forget(vlanId); }
+   // What this port wrote last into the VLAN of that number counts no more: the VLAN was deleted, or edited.
+   void forgetMember(Bridging::VlanId vlanId) { written_.forget(vlanId); }
    // The VLAN of that number, if it is resolved; 0 is none.
    void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.

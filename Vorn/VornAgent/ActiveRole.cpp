@@ -35,6 +35,10 @@ ActiveRole::ActiveRole(Agent& agent)
    makePortWatchers();
 }
 
+ActiveRole::~ActiveRole() {
+   em_.foreignChangeHookIs(nullptr);
+}
+
 Kem::Ptr<ErrdisableLib::CauseAgentSM> ActiveRole::cause(char const* name,
                                                         Kem::Ptr<CauseStatus> const& status) const {
    return made(name, ErrdisableLib::CauseSMInit(&agent_, em_, name, name, status, nullptr, nullptr));
@@ -96,6 +100,9 @@ void ActiveRole::makeBridging() {
                 .attrLogCheck = &agent_.attrLogCheck(),
                 .ethIntfStatusDir = em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
             }));
+   em_.foreignChangeHookIs([this](Kem::Entity const& changed) {
+      bridgingConfigSm_->resolvedVlans().handleForeignChange(changed);
+   });
    inputSelectorSm_ =
        made("inputSelectorSm",
             inputSelectorSmFactory({

@@ -21,6 +21,7 @@ class ActiveRole {
   public:
    // Asserts "cliInput": the system can't run without the input of the command line.
    explicit ActiveRole(Agent& agent);
+   ~ActiveRole();
    // The cause "hitless-reload-down", at its boot stage. The one that was made at an earlier boot is kept.
    void makeReloadDownCause();
 

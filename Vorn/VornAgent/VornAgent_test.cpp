@@ -6,7 +6,11 @@
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/testing/TestSwitch.h"
 #include "Zivlog/Zivlog.h"
+#include "records/Bridging/Config.h"
+#include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/Config.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/VlanConfig.h"
 #include "records/Interface/SubIntfStatusDir.h"
 
 #include <gmock/gmock.h>
@@ -362,6 +366,40 @@ TEST_F(VornAgentTest, supervisorThatBecomesActiveAgainKeepsWhatItHas) {
    EXPECT_FALSE(sw.agent->standbyMode());
    EXPECT_EQ(sw.agent->dynVlanSrcTable(), table);
    EXPECT_EQ(sw.agent->intfAggrStatus(), aggregate);
+}
+
+// A trunk group that no VLAN has makes the port look at all VLANs again, and at nothing else.
+TEST_F(VornAgentTest, membershipThatSomebodyElseEditedIsPutRightByThePortsNextPass) {
+   sw.startAgent();
+   auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
+   cli->vlanConfigPriorityIs(100);
+   cli->switchIntfConfigPriorityIs(100);
+   for (uint16_t const vlanId : {10, 11, 12})
+      cli->vlanConfigIs(Bridging::VlanId(vlanId));
+   auto const port = cli->switchIntfConfigIs("Ethernet1", Bridging::Input::SwitchportMode::trunk_);
+   TestSwitch::run();
+   auto const theirs = sw.publish<Bridging::Config>("bridging/config");
+   auto const vlan = [&](uint16_t vlanId) { return theirs->vlanConfig(Bridging::VlanId(vlanId)); };
+   auto const taggedIn = [&](uint16_t vlanId) {
+      auto const* const member = vlan(vlanId)->intf("Ethernet1");
+      return member && member->tagged;
+   };
+   ASSERT_TRUE(taggedIn(10) && taggedIn(11) && taggedIn(12));
+   vlan(10)->intfDel("Ethernet1");
+   vlan(11)->intfIs("Ethernet1", {});
+   vlan(12)->adminStateIs(Bridging::VlanAdminState::suspended);
+   TestSwitch::run();
+   EXPECT_FALSE(taggedIn(10)) << "nothing has looked at it";
+   port->trunkGroupIs("nobody's", true);
+   TestSwitch::run();
+   EXPECT_TRUE(taggedIn(10));
+   EXPECT_TRUE(taggedIn(11));
+   EXPECT_FALSE(taggedIn(12)) << "the state of the resolved VLAN counts";
+   theirs->newVlanConfig(Bridging::VlanId(13), false);
+   TestSwitch::run();
+   port->trunkGroupDel("nobody's");
+   TestSwitch::run();
+   EXPECT_TRUE(taggedIn(13));
 }
 
 TEST_F(VornAgentTest, roleIsTraced) {

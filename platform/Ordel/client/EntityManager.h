@@ -61,6 +61,12 @@ class EntityManager final : public Kem::PtrInterface, private Connection, privat
       groupCompleteHook_ = std::move(hook);
    }
 
+   // Called for each change by somebody else in what this process writes, once it is in the tree. It writes
+   // nothing.
+   void foreignChangeHookIs(std::function<void(Kem::Entity const&)> hook) {
+      tree_.foreignChangeHookIs(std::move(hook));
+   }
+
    Kem::Ptr<Kem::NboAttrLog::SocketOutSm> const& attributeLog() const { return log_; }
    // Holds the log now. It flows again once the process has settled after releaseLogWhenSettled(), `limit`
    // seconds from now at the latest.

@@ -359,6 +359,33 @@ TEST_F(TwoWritersTest, writeOfAHandlerWithinAFrameMeetsTheRestOfTheFrame) {
    expectSame(SteppedDatabase::configPath, otherConfig);
 }
 
+TEST_F(TwoWritersTest, changeByAnotherInWhatTheProcessWritesIsReportedOnceItIsInTheTree) {
+   auto const config = agent.mount<Bridging::Config>("w", SteppedDatabase::configPath);
+   auto const inputs = agent.mount<Kem::Dir>("ri", SteppedDatabase::inputPath);
+   auto const theirs = other.mount<Bridging::Config>("w", SteppedDatabase::configPath);
+   auto const theirInputs = other.mount<Kem::Dir>("wi", SteppedDatabase::inputPath);
+   std::vector<std::string> seen;
+   agent.manager->foreignChangeHookIs([&](Kem::Entity const& changed) {
+      auto const* const vlan = dynamic_cast<Bridging::VlanConfig const*>(&changed);
+      seen.push_back(vlan ? vlan->configuredName().str() : std::to_string(config->vlanConfig().size()));
+   });
+   config->newVlanConfig(VlanId(7), false)->configuredNameIs("own");
+   auto const made = Config::make();
+   made->nameIs("mvrp");
+   theirInputs->entityPtrIs(made);
+   database.settle();
+   EXPECT_EQ(seen, std::vector<std::string>{}) << "its own writes, and what it only reads";
+   theirs->newVlanConfig(VlanId(8), false);
+   database.settle();
+   theirs->vlanConfig(VlanId(7))->configuredNameIs("theirs");
+   database.settle();
+   theirs->vlanConfig(VlanId(7))->intfIs("Ethernet1", {});
+   database.settle();
+   theirs->vlanConfigDel(VlanId(8));
+   database.settle();
+   EXPECT_EQ(seen, (std::vector<std::string>{"2", "theirs", "theirs", "1"}));
+}
+
 TEST_F(TwoWritersTest, valueThatIsPutBackWhileTheLogIsHeldMeetsAnothersWrite) {
    auto const config = agent.mount<Bridging::Config>("w", SteppedDatabase::configPath);
    auto const otherConfig = other.mount<Bridging::Config>("w", SteppedDatabase::configPath);

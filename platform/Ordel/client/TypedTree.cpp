@@ -331,7 +331,10 @@ std::string TypedTree::apply(std::string_view operations) {
    log_->isMutedIs(true);
    bool isGood = true;
    while (isGood && in.good() && !in.done()) {
-      switch (static_cast<Op>(in.u8())) {
+      Op const op = static_cast<Op>(in.u8());
+      bool const isForeign = foreignChangeHook_ && op != Op::at && at.entity && at.entity->isWritable();
+      Kem::Ptr<Kem::Entity> const changed = isForeign ? at.entity : nullptr;
+      switch (op) {
       case Op::at:
          isGood = applyAt(in, at);
          break;
@@ -350,6 +353,8 @@ std::string TypedTree::apply(std::string_view operations) {
       default:
          isGood = false;
       }
+      if (changed)
+         foreignChangeHook_(*changed);
    }
    references_.resolve();
    wantsPlacesUpdate();

@@ -20,6 +20,7 @@
 #include "records/Schema.h"
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -69,6 +70,12 @@ class TypedTree final : private Kem::NboAttrLog::Watcher {
    void removalsDone(uint32_t request, bool wereTaken);
    // Numbers that are known, those of removed nodes included.
    size_t nodeCount() const { return nodes_.size(); }
+
+   // Called for each change by somebody else in an entity that the process writes, and in what such an entity
+   // owns, once the change is in the tree: for a process that remembers what it wrote. Writes nothing.
+   void foreignChangeHookIs(std::function<void(Kem::Entity const&)> hook) {
+      foreignChangeHook_ = std::move(hook);
+   }
 
    // Off until the first group of mounts is complete: what is mounted then is a
    // state, not a series of changes.
@@ -125,6 +132,7 @@ class TypedTree final : private Kem::NboAttrLog::Watcher {
    std::map<std::string, Mounted, std::less<>> mounted_; // by path
    References references_;
    bool runsQueueOnCreation_ = false;
+   std::function<void(Kem::Entity const&)> foreignChangeHook_;
 };
 
 } // namespace Ordel
