@@ -103,7 +103,11 @@ void Agent::claimed(unsigned number) {
 
 // The numbers of ports that the agent's own input routes are held back until the ports have been evaluated.
 void Agent::takeOver() {
-   for (auto const& [intf, port] : resolved_) {
+   std::vector<std::string> ports;
+   for (auto const& [intf, port] : resolved_)
+      ports.push_back(intf);
+   for (auto const& intf : inTableOrder(ports)) {
+      auto const& port = resolved_.at(intf);
       auto const record = own_->ports.find(intf);
       if (record == own_->ports.end() || record->second->enabled)
          continue;

@@ -114,11 +114,14 @@ void Agent::changed(Change const& change) {
    case Change::vlanIntf:
       tell({bridgeVlanIntfs, ""}, 0, change.key);
       break;
-   case Change::settings:
-      tell({selectorSettings, ""});
+   case Change::setting:
+      tell({selectorSettings, ""}, change.attribute);
       break;
    case Change::fid:
-      tell({bridgeSettings, ""});
+      tell({bridgeSettings, ""}, 0, std::to_string(change.number));
+      break;
+   case Change::reserved:
+      tell({bridgeSettings, ""}, 1, change.key);
       break;
    case Change::hardware:
       tell({selectorHardware, ""});
@@ -227,7 +230,7 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
    case selectorIntfs:
       return handleDefaultRecord(told.key);
    case selectorSettings:
-      return copySettings();
+      return copySetting(static_cast<Setting>(told.attribute));
    case selectorHardware:
       return copyForwardingMode();
    case bridgeIntfConfigs:
@@ -237,12 +240,9 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
    case bridgeVlanIntfs:
       return handleVlanIntf(told.key);
    case bridgeSettings:
-      settings_.fids.clear();
-      for (auto const& [vlan, fid] : followedSettings_->fids)
-         if (fid != 0)
-            settings_.fids[vlan] = fid;
-      settings_.reserved = followedSettings_->reserved;
-      return;
+      if (told.attribute == 0)
+         return copyFid(number(told.key));
+      return copyReserved(told.key);
    case privateVlans:
       return followRoles();
    case vlanStage:

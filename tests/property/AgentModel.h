@@ -13,11 +13,19 @@
 //    agent.outcome()
 //
 // In which order ports are walked the rules leave open; PortOrder says it.
+//
+// Somebody else may edit what the agent resolved. The agent is not told, so it is put right where the rules
+// write the same thing again, and not before: the model needs no rule for it, only the edit itself.
+//
+// To add a subject: its intent to Intent.h, its outcome to Outcome.h, who is told of its changes to Follower
+// and to Agent::changed and deliver, its rules in a file of its own, and what publishers and the neighbour do
+// with it in theirs.
 #pragma once
 
 #include "Outcome.h"
 
 #include <deque>
+#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -45,6 +53,12 @@ class Agent {
    Agent(Intent const& intent, Survivors const& survivors, double now, PortOrder const& portOrder);
 
    void changed(Change const& change);
+   // --- Edits by somebody else, of what there is (AgentEdits.cpp).
+   void vlanEdited(unsigned number, std::function<void(ResolvedVlan&)> const& edit);
+   void portEdited(std::string const& intf, std::function<void(ResolvedPort&)> const& edit);
+   void settingsEdited(std::function<void(Outcome&)> const& edit); // the scalars and small maps
+   void choiceDeleted(std::string const& intf);
+   void waitDeleted(std::string const& intf);
    void run(double now);
    Outcome outcome() const;
    Births const& births() const { return births_; }
@@ -104,7 +118,11 @@ class Agent {
    void handleDefaultRecord(std::string const& intf);
    void handleDefaultRecords();
    void copySettings();
+   void copySetting(Setting setting);
    void copyForwardingMode();
+   void copyFid(unsigned number);
+   void copyReserved(std::string const& address);
+   void copyAllFidsAndReserved();
    std::string inputOf(std::shared_ptr<Port> const& record) const; // "" when nobody has it
 
    // --- VLANs (AgentVlans.cpp).

@@ -108,7 +108,7 @@ void Agent::followSettings() {
    forget({selectorSettings, ""});
    forget({bridgeSettings, ""});
    copySettings();
-   deliver({bridgeSettings, ""}, {});
+   copyAllFidsAndReserved();
 }
 
 void Agent::findBestVlanInput() {
@@ -202,14 +202,55 @@ void Agent::handleDefaultRecords() {
       handleDefaultRecord(intf);
 }
 
+// --- Settings.
+
 void Agent::copySettings() {
+   for (auto const setting : {Setting::agingTime, Setting::passesPause, Setting::forwardingMode,
+                              Setting::allocationPolicy, Setting::range})
+      copySetting(setting);
+}
+
+void Agent::copySetting(Setting setting) {
    auto const& from = *followedSettings_;
-   settings_.agingTime = from.agingTime;
-   settings_.passesPause = from.passesPause;
-   settings_.rangeMin = from.rangeMin;
-   settings_.rangeMax = from.rangeMax;
-   settings_.allocatesDescending = from.allocatesDescending;
-   copyForwardingMode();
+   switch (setting) {
+   case Setting::agingTime:
+      settings_.agingTime = from.agingTime;
+      return;
+   case Setting::passesPause:
+      settings_.passesPause = from.passesPause;
+      return;
+   case Setting::forwardingMode:
+      return copyForwardingMode();
+   case Setting::allocationPolicy:
+      settings_.allocatesDescending = from.allocatesDescending;
+      return;
+   case Setting::range:
+      settings_.rangeMin = from.rangeMin;
+      settings_.rangeMax = from.rangeMax;
+      return;
+   }
+}
+
+void Agent::copyFid(unsigned number) {
+   auto const fid = followedSettings_->fids.find(number);
+   if (fid != followedSettings_->fids.end() && fid->second != 0)
+      settings_.fids[number] = fid->second;
+   else
+      settings_.fids.erase(number);
+}
+
+void Agent::copyReserved(std::string const& address) {
+   if (followedSettings_->reserved.contains(address))
+      settings_.reserved.insert(address);
+   else
+      settings_.reserved.erase(address);
+}
+
+void Agent::copyAllFidsAndReserved() {
+   settings_.fids.clear();
+   for (auto const& [number, fid] : followedSettings_->fids)
+      copyFid(number);
+   settings_.reserved = followedSettings_->reserved;
 }
 
 void Agent::copyForwardingMode() {

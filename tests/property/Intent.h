@@ -100,6 +100,8 @@ struct Settings {
    std::set<std::string> reserved;
 };
 
+enum class Setting { agingTime, passesPause, forwardingMode, allocationPolicy, range };
+
 struct Intent {
    std::map<std::string, std::shared_ptr<Input>> inputs;              // by name, the order of the directory
    std::shared_ptr<Settings> settings = std::make_shared<Settings>(); // those of the input "cli"
@@ -125,9 +127,10 @@ struct Change {
       intfStatus,     // of port `key` came or went
       intfStatusModel,
       vlanIntf, // `key` came or went
-      settings, // of the command line
+      setting,  // `attribute` of the command line's settings
       fid,      // of VLAN `number`
-      hardware,
+      reserved, // address `key`
+      hardware, // the list of its forwarding modes
    } what;
    std::string name{};
    std::string key{};

@@ -48,7 +48,27 @@ class Publishers {
    static constexpr char const* ports[] = {"Ethernet1",   "Ethernet2", "Ethernet3",     "Ethernet4/1",
                                            "Ethernet5",   "Ethernet6", "Port-Channel1", "Ethernet65536",
                                            "Ethernet1.5", "Loopback0", "Management1",   "odd name"};
-   enum class Kind { priority, publisher, vlan, port, intf, vlanIntf, setting, count };
+   enum class Kind {
+      priority,
+      publisher,
+      vlan,
+      port,
+      intf,
+      vlanIntf,
+      setting,
+      // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
+      plainPort,  // a port has nothing but its interface, which is up
+      modelGone,  // its forwarding model isn't known
+      modelBack,  // it is the routed one
+      othersGone, // the same of all other ports
+      othersBack,
+      numbersTaken,  // VLANs of the best input take all numbers of internal VLANs
+      numbersFreed,  // and leave them
+      trunksLook,    // each trunk port looks at its membership in all VLANs
+      bestVlan,      // a VLAN of the best input changes
+      inputReplaced, // an input of ports goes and comes back in one turn, with less
+      count
+   };
 
    // `tell` is called for each change, behind it.
    Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell);
@@ -59,14 +79,17 @@ class Publishers {
    std::string perform(Kind kind, Dice dice);
    // The default of ports without configuration changes, which ends a running agent.
    std::string changeDefault();
+   bool isRoutedByDefault() const { return intent_.isRoutedByDefault; }
    // After a turn of the loop: new inputs have their numbers by now, and can be written.
    void turnIsOver() { unborn_.clear(); }
+   bool hasNewInputs() const { return !unborn_.empty(); }
 
   private:
    using InputConfig = Bridging::Input::Config;
 
    Kem::Ptr<InputConfig> record(std::string const& input) const;
    std::string someInput(Dice& dice) const;
+   std::shared_ptr<Input> bestVlanInput() const; // null for none, and for one that has just come
    void comes(std::shared_ptr<Input> const& content);
    void goes(std::string const& name);
 
@@ -78,7 +101,19 @@ class Publishers {
    std::string changeIntf(Dice dice);
    std::string changeVlanIntf(Dice dice);
    std::string changeSetting(Dice dice);
+   std::string makePortPlain(Dice dice);
+   std::string changeModel(std::string const& intf, unsigned model);
+   std::string changeOtherModels(Dice dice, unsigned model);
+   std::string takeNumbers(bool isTaken);
+   std::string changeBestVlan(Dice dice);
+   std::string haveTrunksLook();
+   std::string replaceInput(Dice dice);
 
+   void vlanIs(std::string const& input, unsigned number, Vlan const& vlan);
+   void vlanDel(std::string const& input, unsigned number);
+   void portIs(std::string const& input, std::string const& intf, Port const& port);
+   void portDel(std::string const& input, std::string const& intf);
+   void settingChanged(Setting setting);
    void intfComes(std::string const& intf, unsigned forwardingModel);
    void intfGoes(std::string const& intf);
    void rangeIs(unsigned min, unsigned max);

@@ -14,11 +14,45 @@
 
 namespace Model {
 
+namespace {
+
+using Kind = Publishers::Kind;
+
+struct Step {
+   int kind;
+   bool endsTurn = true;
+   Step(Operation::Kind what) : kind(what) {}
+   Step(Kind what, bool ends = true) : kind(static_cast<int>(what)), endsTurn(ends) {}
+};
+using Chain = std::vector<Step>;
+
+// What only many steps in a row lead to. All steps of a chain have one seed, and so one port.
+Chain const& someChain(Dice& dice) {
+   static Chain const chains[] = {
+       // The number that the previous run left a port is another port's by the time the port comes up.
+       {Kind::numbersFreed, Kind::plainPort, Operation::routedByDefault, Operation::stop, Kind::modelGone,
+        Operation::start, Kind::numbersTaken, Kind::numbersFreed, Kind::othersGone, Kind::othersBack,
+        Kind::modelBack},
+       // The user's VLANs take all numbers and leave them, and the ports come back at different times.
+       {Kind::numbersTaken, Kind::numbersFreed, Operation::wait, Kind::othersGone, Kind::modelGone,
+        Kind::othersBack, Kind::modelBack},
+       // An input is made again before the agent has seen that it went.
+       {{Kind::inputReplaced, false}, {Kind::port, false}, Kind::priority},
+       {Kind::inputReplaced},
+       // What the neighbour edited is looked at.
+       {Operation::edit, Kind::trunksLook},
+       // A VLAN changes behind a change of rank: it is looked at as a whole before its attribute is mirrored.
+       {{Kind::priority, false}, Kind::bestVlan},
+   };
+   return dice.oneOf(chains);
+}
+
+} // namespace
+
 Series makeSeries(uint64_t seed, unsigned length) {
    Series series{.seed = seed, .operations = {}};
    Dice dice(seed * 7919);
    // How often each comes, of the publishers' kinds.
-   using Kind = Publishers::Kind;
    static constexpr Kind kinds[] = {Kind::priority, Kind::priority, Kind::publisher, Kind::publisher,
                                     Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::vlan,
                                     Kind::vlan,     Kind::port,     Kind::port,      Kind::port,
@@ -27,12 +61,23 @@ Series makeSeries(uint64_t seed, unsigned length) {
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};
-   for (unsigned i = 0; i < length; ++i) {
+   auto const add = [&](int kind, uint64_t theirSeed, bool endsTurn) {
+      if (series.operations.size() < length)
+         series.operations.push_back(
+             {.kind = kind, .seed = theirSeed, .endsTurn = endsTurn, .number = series.operations.size()});
+   };
+   while (series.operations.size() < length) {
+      if (dice.chance(120)) {
+         uint64_t const common = dice.below(0x7fffffff);
+         for (auto const& step : someChain(dice))
+            add(step.kind, common, step.endsTurn);
+         continue;
+      }
       int const kind = dice.chance(12)   ? dice.oneOf(lives)
                        : dice.chance(40) ? int(Operation::wait)
+                       : dice.chance(12) ? int(Operation::edit)
                                          : static_cast<int>(dice.oneOf(kinds));
-      series.operations.push_back(
-          {.kind = kind, .seed = dice.below(0x7fffffff), .endsTurn = !dice.chance(3), .number = i});
+      add(kind, dice.below(0x7fffffff), !dice.chance(3));
    }
    return series;
 }
@@ -76,6 +121,10 @@ std::string perform(World& world, Operation const& operation) {
       world.stopAgent();
       world.startAndKillAgent(turns);
       return "the agent starts and is killed " + std::to_string(turns) + " turns later";
+   case Operation::routedByDefault:
+      if (world.publishers().isRoutedByDefault())
+         return "ports are routed by default already";
+      [[fallthrough]];
    case Operation::changeDefault: {
       bool const wasUp = world.isAgentUp();
       world.stopAgent();
@@ -93,6 +142,8 @@ std::string perform(World& world, Operation const& operation) {
    case Operation::fresh:
       world.startFreshAgent();
       return "a fresh agent starts";
+   case Operation::edit:
+      return world.edit(dice);
    default:
       return world.publishers().perform(static_cast<Publishers::Kind>(operation.kind), dice);
    }

@@ -18,8 +18,10 @@ struct Operation {
       kill,
       killAtStart,
       changeDefault,
+      routedByDefault, // the same, if they aren't
       wait,
-      fresh
+      fresh,
+      edit, // of what the agent resolved, by a neighbour
    };
 
    int kind;

@@ -68,6 +68,7 @@ World::World(uint64_t seed) : portOrder_(portOrder()) {
       if (model_)
          model_->changed(change);
    });
+   neighbour_ = std::make_unique<Neighbour>(sw_);
    publishers_->begin(Dice(seed));
    config_ = sw_.subscribe<Bridging::Config>(configPath);
    defaults_ = sw_.subscribe<Bridging::Input::Config>(defaultsPath);
@@ -80,6 +81,7 @@ World::World(uint64_t seed) : portOrder_(portOrder()) {
 void World::startAgent() {
    if (model_)
       return;
+   sw_.run(); // the subscriber has heard of all edits
    Survivors const left = survivors();
    double const now = Kem::now();
    records_ = records();
@@ -134,6 +136,10 @@ void World::run() {
    publishers_->turnIsOver();
    if (model_)
       model_->run(Kem::now());
+}
+
+std::string World::edit(Dice dice) {
+   return publishers_->hasNewInputs() ? "nothing" : neighbour_->perform(dice, model_.get());
 }
 
 // --- What there is.

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "AgentModel.h"
+#include "Neighbour.h"
 #include "Publishers.h"
 
 #include "records/Bridging/Config.h"
@@ -40,6 +41,9 @@ class World {
    std::string differences();
 
    Publishers& publishers() { return *publishers_; }
+   // Somebody edits what the agent resolved. Not in a turn in which an input came: the agent works on that at
+   // once, and which of the two is the later writer depends on how the frame is cut.
+   std::string edit(Dice dice);
 
   private:
    // The subscriber's records as objects, each held so that no other one can take its address.
@@ -57,6 +61,7 @@ class World {
    Intent intent_;
    PortOrder portOrder_;
    std::unique_ptr<Publishers> publishers_;
+   std::unique_ptr<Neighbour> neighbour_;
    Kem::Ptr<Bridging::Config> config_;
    Kem::Ptr<Bridging::Input::Config> defaults_;
    Kem::Ptr<Errdisable::CauseStatus> cause_;

@@ -1,0 +1,34 @@
+// What somebody else edits in what the agent resolved. Of the resolved VLANs the library of private VLANs is
+// told, of the choices the deferred stage of ports; nobody of anything else.
+
+#include "AgentModel.h"
+
+namespace Model {
+
+void Agent::vlanEdited(unsigned number, std::function<void(ResolvedVlan&)> const& edit) {
+   auto& vlan = vlans_.at(number);
+   Role const before = vlan.role;
+   edit(vlan);
+   if (!(vlan.role == before))
+      tell({privateVlans, ""});
+}
+
+void Agent::portEdited(std::string const& intf, std::function<void(ResolvedPort&)> const& edit) {
+   edit(resolved_.at(intf));
+}
+
+void Agent::settingsEdited(std::function<void(Outcome&)> const& edit) {
+   edit(settings_);
+}
+
+void Agent::choiceDeleted(std::string const& intf) {
+   chosen_.erase(intf);
+   chosenFrom_.erase(intf);
+   tell({portStage, ""}, 0, intf);
+}
+
+void Agent::waitDeleted(std::string const& intf) {
+   waiting_.erase(intf);
+}
+
+} // namespace Model
