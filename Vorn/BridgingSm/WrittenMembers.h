@@ -1,6 +1,6 @@
 // What one port wrote last into each VLAN, a byte for each number, so that a pass over all VLANs leaves alone,
-// without a look-up, those where nothing changes. Only the passes of VlanMembership.cpp read it. It is forgotten
-// where a VLAN goes, and where somebody else edits one (ResolvedVlans::handleForeignChange).
+// without a look-up, those where nothing changes. Only the passes of VlanMembership.cpp read it. It is
+// forgotten where a VLAN goes, and where somebody else edits one (ResolvedVlans::handleForeignChange).
 #pragma once
 
 #include "records/Bridging/types.h"
