@@ -141,6 +141,23 @@ TEST_F(VlanConfigSmTest, vlanWhoseRecordIsGoneEndsTheAgentWhateverChanges) {
           HasSubstr("\"vlanConfig\""));
 }
 
+// What changed while delivery was off comes as a whole, and nothing else with it.
+TEST_F(VlanConfigSmTest, vlanWhoseRecordIsGoneEndsTheAgentWhenItsGroupsComeAsAWhole) {
+   auto const input = bridge.vlan(10);
+   bridge.start();
+   auto const sm = bridge.sm->vlanConfigSm(10);
+   sm->hasNotificationActiveIs(false);
+   input->trunkGroupIs("a", true);
+   bridge.run();
+   bridge.config->vlanConfigDel(10);
+   EXPECT_DEATH(
+       {
+          sm->hasNotificationActiveIs(true);
+          bridge.run();
+       },
+       HasSubstr("\"vlanConfig\""));
+}
+
 // --- Trunk groups.
 
 TEST_F(VlanConfigSmTest, trunkGroupsComeAndGo) {

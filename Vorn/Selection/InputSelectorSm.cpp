@@ -103,6 +103,9 @@ void InputSelectorSm::configIs(Kem::Ptr<Input const> const& config) {
 }
 
 void InputSelectorSm::configDel(Kem::Name const& name) {
+   // Somebody else may hold it; it decides nothing any more.
+   if (auto const reactor = config(name))
+      reactor->kemDoZombieReactors(true);
    config_.erase(name);
 }
 

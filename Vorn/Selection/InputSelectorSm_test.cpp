@@ -418,6 +418,21 @@ TEST_F(InputSelectorSmTest, followedInputKeepsItsReactor) {
    EXPECT_EQ(bridge.selector->config("cli"), reactor);
 }
 
+TEST_F(InputSelectorSmTest, reactorOfAVanishedInputDecidesNothingWhoeverHoldsIt) {
+   bridge.start();
+   auto const input = bridge.publish("a", 200);
+   bridge.run();
+   auto const reactor = bridge.selector->config("a");
+   bridge.withdraw("a");
+   bridge.run();
+   TestTrace trace;
+   input.prioritiesAre(300);
+   input.port("Ethernet1");
+   bridge.run();
+   EXPECT_TRUE(reactor->isZombie());
+   EXPECT_TRUE(trace.lines().empty()) << trace.text();
+}
+
 TEST_F(InputSelectorSmTest, nullInputIsRefused) {
    bridge.start();
    try {

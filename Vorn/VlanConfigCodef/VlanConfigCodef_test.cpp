@@ -382,6 +382,21 @@ TEST_F(VlanConfigCodefTest, fullLogStopsTheSliceBeforeItsFirstVlan) {
    EXPECT_FALSE(copy(10));
 }
 
+TEST_F(VlanConfigCodefTest, sliceThatIsLateAfterAFullLogDoesNotBlameTheLog) {
+   bridge.attrLogCheck = &log.check;
+   start();
+   bridge.vlan(10);
+   bridge.vlan(20);
+   notice();
+   log.fill();
+   ASSERT_EQ(slice(), 0u);
+   log.drain();
+   TestTrace trace;
+   EXPECT_EQ(slice(0), 1u);
+   EXPECT_TRUE(trace.has("Pausing backlog processing at 20"));
+   EXPECT_FALSE(trace.has("attr log full"));
+}
+
 TEST_F(VlanConfigCodefTest, logThatFillsUpStopsTheSliceBetweenVlansAndNothingIsLost) {
    bridge.attrLogCheck = &log.check;
    start();

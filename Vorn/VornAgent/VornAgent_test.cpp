@@ -3,6 +3,7 @@
 #include "Kem/Dir.h"
 #include "Kem/Log.h"
 #include "Kem/TestTrace.h"
+#include "Kem/TraceFacilities.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/testing/TestSwitch.h"
 #include "Zivlog/Zivlog.h"
@@ -21,6 +22,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/if_vlan.h>
+#include <set>
 #include <sys/resource.h>
 
 namespace {
@@ -722,6 +724,17 @@ TEST_F(VornAgentTest, traceFileIsOpenedAtTheEndOfTheStartUnlessItIsTurnedOff) {
    setenv("ZIVLOG_DISABLE", "1", 1);
    unsetenv("ZIVLOGDIR");
    std::filesystem::remove_all(folder);
+}
+
+TEST_F(VornAgentTest, everyTraceFacilityHasANameOfItsOwn) {
+   auto const all = Kem::traceFacilityNames();
+   std::set<std::string_view> names;
+   for (auto const name : all)
+      EXPECT_TRUE(names.insert(name).second)
+          << name << " is there twice: nobody can tell which of them traces";
+   for (char const* const one :
+        {"Vorn", "VornSelector", "ErrdisableCause", "KernelNetworkInfo", "Plaze::Table"})
+      EXPECT_TRUE(names.contains(one)) << one;
 }
 
 // --- Attribute log.

@@ -1,5 +1,6 @@
 #include "Kem/Trace.h"
 #include "Kem/Printable.h"
+#include "Kem/TraceFacilities.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -141,6 +142,13 @@ void TraceFacility::apply() {
 void applyToAll() {
    for (auto* facility : facilities())
       facility->apply();
+}
+
+std::vector<std::string_view> traceFacilityNames() {
+   std::vector<std::string_view> names;
+   for (auto const* facility : facilities())
+      names.emplace_back(facility->name());
+   return names;
 }
 
 void traceSettingIs(std::string_view text) {

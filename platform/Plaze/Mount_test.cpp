@@ -2,6 +2,7 @@
 
 #include "Plaze/BridgingStatus.h"
 #include "Plaze/InterfaceCounters.h"
+#include "Plaze/TestHosts.h"
 #include "Plaze/TestTable.h"
 #include "Plaze/Writer.h"
 
@@ -15,31 +16,6 @@ namespace {
 using ::Bridging::HostKey;
 using ::Bridging::LearnedHost;
 using testing::HasSubstr;
-
-template <class T>
-std::string wire(T const& value) {
-   Wire::Writer out;
-   Records::encode(out, value);
-   return std::string(out.view());
-}
-
-Sulvi::EthAddr mac(uint8_t last) {
-   return {0x00, 0x1c, 0x73, 0, 0, last};
-}
-
-HostKey keyOf(uint16_t fid, uint8_t last) {
-   HostKey key;
-   key.fid = fid;
-   key.addr = mac(last);
-   return key;
-}
-
-LearnedHost hostAt(uint8_t last, char const* intf) {
-   LearnedHost host;
-   host.addr = mac(last);
-   host.intf = Sulvi::IntfId(intf);
-   return host;
-}
 
 class MountTest : public testing::Test {
   protected:

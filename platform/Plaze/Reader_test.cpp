@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <map>
 #include <random>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Plaze {
@@ -195,6 +196,13 @@ TEST_F(ReaderTest, RefusesWhatIsNoFileAndEmptyFiles) {
    EXPECT_THAT(empty.reason(), HasSubstr("is no table"));
 }
 
+TEST_F(ReaderTest, RefusesAPipeWithoutWaitingForItsWriter) {
+   ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+   Reader reader(directory_.path("pipe"));
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr("is no file"));
+}
+
 TEST_F(ReaderTest, RefusesATableOfAnotherTypeAndTakesTheRightOneLater) {
    Shape other = testShape;
    other.typeName = "Test::Other";
@@ -294,6 +302,28 @@ TEST_F(ReaderTest, DirectoryThatOthersMayWriteIsRefused) {
    Reader reader(below);
    EXPECT_EQ(reader.refresh(), State::refused);
    EXPECT_THAT(reader.reason(), HasSubstr(directory_.path("open") + " can be written by all users"));
+}
+
+TEST_F(ReaderTest, DirectoryThatOthersMayWriteIsRefusedBehindALinkToo) {
+   Writer(directory_.path("open/way/table"), testShape).put("key", "value");
+   std::filesystem::create_symlink(directory_.path("open/way"), directory_.path("link"));
+   EXPECT_EQ(Reader(directory_.path("link/table")).refresh(), State::good);
+   std::filesystem::permissions(directory_.path("open"), std::filesystem::perms(0777));
+   Reader reader(directory_.path("link/table"));
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr(directory_.path("open") + " can be written by all users"));
+}
+
+TEST_F(ReaderTest, FileThatAnotherGroupMayWriteIsRefused) {
+   if (geteuid() != 0)
+      GTEST_SKIP() << "only root can give files away";
+   Writer(path_, testShape).put("key", "value");
+   ASSERT_EQ(chmod(path_.c_str(), 0664), 0);
+   EXPECT_EQ(Reader(path_).refresh(), State::good) << "the group is our own";
+   ASSERT_EQ(chown(path_.c_str(), 0, 1234), 0);
+   Reader reader(path_);
+   EXPECT_EQ(reader.refresh(), State::refused);
+   EXPECT_THAT(reader.reason(), HasSubstr("can be written by group 1234"));
 }
 
 TEST_F(ReaderTest, FileAndDirectoryOfAnotherUserAreRefused) {

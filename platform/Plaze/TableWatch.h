@@ -24,6 +24,7 @@
 
 #include "Kem/Clock.h"
 #include "Kem/FileDescriptor.h"
+#include "Kem/FolderWatch.h"
 
 #include <functional>
 #include <string>
@@ -43,7 +44,7 @@ class TableWatch {
    TableWatch(TableWatch const&) = delete;
    TableWatch& operator=(TableWatch const&) = delete;
 
-   bool isWatching() const { return watch_ >= 0; } // the directory, or one above it
+   bool isWatching() const { return watch_.isWatching(); } // the directory, or one above it
 
   private:
    struct Bell final : Kem::FileDescriptorWatch {
@@ -59,15 +60,11 @@ class TableWatch {
 
    void handleBell();
    void look(bool isRung);
-   bool watchNearest();
-   bool watch(std::string const& path, std::string const& awaited);
+   bool follow();
 
-   std::string const directory_;
-   std::string const name_; // of the table in it
+   std::string const path_;
    std::function<bool()> const onMaybeChanged_;
-   int inotify_ = -1;
-   int watch_ = -1;      // on the directory, or the nearest one above it
-   std::string awaited_; // the name in it that matters: of the table, or of the next directory on the way
+   Kem::FolderWatch watch_;
    bool isPollTraced_ = false;
    Bell bell_{*this};
    KemClock clock_{*this};

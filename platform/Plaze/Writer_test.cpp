@@ -77,6 +77,14 @@ TEST_F(WriterTest, LockThatIsNotOursIsRefused) {
    EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("its lock " + path_ + ".lock~"));
    EXPECT_FALSE(std::filesystem::exists(path_));
    std::filesystem::remove(path_ + ".lock~");
+   ASSERT_EQ(mkfifo((path_ + ".lock~").c_str(), 0600), 0);
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr(".lock~ is no file of its own"));
+   std::filesystem::remove(path_ + ".lock~");
+   fileBytesIs(directory_.path("other"), "");
+   std::filesystem::create_hard_link(directory_.path("other"), path_ + ".lock~");
+   EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr(".lock~ is no file of its own"));
+   EXPECT_EQ(fileBytes(directory_.path("other")), "");
+   std::filesystem::remove(path_ + ".lock~");
    fileBytesIs(path_ + ".lock~", "");
    std::filesystem::permissions(path_ + ".lock~", std::filesystem::perms(0666));
    EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("can be written by all users"));
@@ -92,8 +100,18 @@ TEST_F(WriterTest, TableOfAnotherUserOrBehindALinkIsNotTakenOver) {
    EXPECT_THAT(errorOf([&] { Writer(path_, testShape); }), HasSubstr("can be written by all users"));
    std::filesystem::create_directory(directory_.path("open"));
    std::filesystem::permissions(directory_.path("open"), std::filesystem::perms(0777));
-   EXPECT_THAT(errorOf([&] { Writer(directory_.path("open/table"), testShape); }),
+   EXPECT_THAT(errorOf([&] { Writer(directory_.path("open/way/table"), testShape); }),
                HasSubstr(directory_.path("open") + " can be written by all users"));
+   EXPECT_TRUE(std::filesystem::is_empty(directory_.path("open"))) << "nothing is made there either";
+}
+
+TEST_F(WriterTest, WhatItMakesIsTrustedByTheNextWhateverTheMask) {
+   std::string const below = directory_.path("way/below/table");
+   mode_t const mask = umask(0);
+   Writer(below, testShape).put("key", "value");
+   umask(mask);
+   Reader reader(below);
+   EXPECT_EQ(reader.refresh(), Reader::State::good) << reader.reason();
 }
 
 TEST_F(WriterTest, FileCutShortUnderTheWriterIsAnErrorOfThatTable) {
@@ -106,6 +124,28 @@ TEST_F(WriterTest, FileCutShortUnderTheWriterIsAnErrorOfThatTable) {
              }),
              path_ + ": was cut short while it was written");
    EXPECT_THAT(errorOf([&] { Writer again(path_); }), HasSubstr("is cut short"));
+}
+
+TEST_F(WriterTest, EachWritingIntoAFileCutShortIsAnError) {
+   for (bool const isRemoval : {false, true}) {
+      std::filesystem::remove(path_);
+      Writer writer(path_, testShape, 1000);
+      writer.put("key", "value");
+      std::filesystem::resize_file(path_, 4096);
+      EXPECT_EQ(errorOf([&] { isRemoval ? writer.del("key") : writer.put("key", "other"); }),
+                path_ + ": was cut short while it was written");
+   }
+}
+
+// The zeros that are read from such a file must not become the table.
+TEST_F(WriterTest, FileCutShortDoesNotGrow) {
+   Writer writer(path_, testShape, 64);
+   for (int i = 0; i < 64; ++i)
+      writer.put("key" + std::to_string(i), std::string(200, 'v'));
+   std::filesystem::resize_file(path_, 4096);
+   EXPECT_EQ(errorOf([&] { writer.put("one more", "value"); }),
+             path_ + ": was cut short while it was written");
+   EXPECT_EQ(std::filesystem::file_size(path_), 4096u);
 }
 
 TEST_F(WriterTest, TableOfAnotherTypeIsLeftAlone) {

@@ -2,6 +2,7 @@
 
 #include "Kem/Assert.h"
 #include "Kem/Exception.h"
+#include "Kem/Hex.h"
 
 #include <cstring>
 #include <ostream>
@@ -13,22 +14,11 @@ namespace {
 
 constexpr size_t textSize = 17; // "00:1c:73:00:00:01"
 
-// The value of a hexadecimal digit, -1 for another character.
-int hexValue(char c) {
-   if (c >= '0' && c <= '9')
-      return c - '0';
-   if (c >= 'a' && c <= 'f')
-      return c - 'a' + 10;
-   if (c >= 'A' && c <= 'F')
-      return c - 'A' + 10;
-   return -1;
-}
-
 bool parse(std::string_view text, std::array<uint8_t, EthAddr::size>& bytes) {
    if (text.size() != textSize)
       return false;
    for (size_t i = 0; i < bytes.size(); ++i) {
-      int const high = hexValue(text[3 * i]), low = hexValue(text[3 * i + 1]);
+      int const high = Kem::hexDigit(text[3 * i]), low = Kem::hexDigit(text[3 * i + 1]);
       if (high < 0 || low < 0 || (i > 0 && text[3 * i - 1] != ':'))
          return false;
       bytes[i] = static_cast<uint8_t>(high << 4 | low);

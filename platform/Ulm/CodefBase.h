@@ -84,7 +84,7 @@ class CodefBase : public Kem::StateMachine, private Kem::DeferredWork {
       if (end != SliceEnd::backlogEmpty)
          KEM_TRACE(facility, 7,
                    "Pausing backlog processing at " << backlog.bookmark()
-                                                    << (isPausedForRoom_ ? " - attr log full" : ""));
+                                                    << (end == SliceEnd::noRoom ? " - attr log full" : ""));
       return count;
    }
    // A slice ended for want of room, not of time.

@@ -136,21 +136,22 @@ struct MalformedTest : ServerTest {
       EXPECT_TRUE(client.link->isRefused());
       EXPECT_FALSE(bystander.link->isRefused());
    }
+   void verifyEndedBy(std::string_view bytes, std::string const& reason) {
+      client.sendRaw(bytes);
+      verifyEnded(reason);
+   }
 };
 
 TEST_F(MalformedTest, emptyFrame) {
-   client.sendRaw("\0\0\0\0"sv);
-   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
+   verifyEndedBy("\0\0\0\0"sv, "a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, frameOverTheLimit) {
-   client.sendRaw("\x01\0\0\x02"sv);
-   verifyEnded("a frame is empty or larger than the limit of 33554432 bytes");
+   verifyEndedBy("\x01\0\0\x02"sv, "a frame is empty or larger than the limit of 33554432 bytes");
 }
 
 TEST_F(MalformedTest, unknownType) {
-   client.sendRaw("\1\0\0\0\x33"sv);
-   verifyEnded("there is no frame of type 51");
+   verifyEndedBy("\1\0\0\0\x33"sv, "there is no frame of type 51");
 }
 
 TEST_F(MalformedTest, frameOfTheOtherDirection) {
@@ -159,13 +160,11 @@ TEST_F(MalformedTest, frameOfTheOtherDirection) {
 }
 
 TEST_F(MalformedTest, shortFrame) {
-   client.sendRaw("\3\0\0\0\3\0\0"sv);
-   verifyEnded("a frame of type 3 can't be read");
+   verifyEndedBy("\3\0\0\0\3\0\0"sv, "a frame of type 3 can't be read");
 }
 
 TEST_F(MalformedTest, bytesBehindTheFrame) {
-   client.sendRaw("\6\0\0\0\3\0\0\0\0\0"sv);
-   verifyEnded("a frame of type 3 can't be read");
+   verifyEndedBy("\6\0\0\0\3\0\0\0\0\0"sv, "a frame of type 3 can't be read");
 }
 
 TEST_F(MalformedTest, secondHello) {

@@ -1,4 +1,6 @@
 #include "Ordel/wire/Selector.h"
+
+#include "Kem/Hex.h"
 #include "Ordel/wire/Protocol.h"
 
 #include <cctype>
@@ -13,16 +15,6 @@ bool isControl(char c) {
 
 bool isWordByte(char c) {
    return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-}
-
-int hexDigit(char c) {
-   if (c >= '0' && c <= '9')
-      return c - '0';
-   if (c >= 'a' && c <= 'f')
-      return c - 'a' + 10;
-   if (c >= 'A' && c <= 'F')
-      return c - 'A' + 10;
-   return -1;
 }
 
 class SelectorParser {
@@ -104,8 +96,8 @@ class SelectorParser {
                break;
             c = text_[at_];
             if (c == 'x') {
-               int const high = at_ + 1 < text_.size() ? hexDigit(text_[at_ + 1]) : -1;
-               int const low = at_ + 2 < text_.size() ? hexDigit(text_[at_ + 2]) : -1;
+               int const high = at_ + 1 < text_.size() ? Kem::hexDigit(text_[at_ + 1]) : -1;
+               int const low = at_ + 2 < text_.size() ? Kem::hexDigit(text_[at_ + 2]) : -1;
                if (high < 0 || low < 0)
                   return expected("two hexadecimal digits behind \\x");
                c = static_cast<char>(high * 16 + low);

@@ -10,7 +10,7 @@
 namespace ErrdisableAggr {
 
 namespace {
-Kem::TraceFacility theTrace("Errdisable");
+Kem::TraceFacility theTrace("ErrdisableAggr");
 }
 
 struct RootSM::Cause {

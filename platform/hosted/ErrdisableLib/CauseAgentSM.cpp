@@ -9,7 +9,7 @@ namespace ErrdisableLib {
 
 namespace {
 
-Kem::TraceFacility theTrace("Errdisable");
+Kem::TraceFacility theTrace("ErrdisableCause");
 
 Kem::LogHandle const intfDisabled("ERRDISABLE_INTF_DISABLED", 4, {"%s is disabled: %s"},
                                   "Remove what the cause names, then let the interface recover.", 10.0,

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace KernelNetNsInfo {
 
@@ -17,14 +16,8 @@ namespace {
 
 Kem::TraceFacility theTrace("KernelNetNsInfo");
 
-// What can change which names there are, or which folder the path leads to.
-constexpr uint32_t changes =
-    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-
-std::string parentOf(std::string const& path) {
-   size_t const slash = path.rfind('/');
-   return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
+// What can change which names there are, beside what FolderWatch looks for itself.
+constexpr uint32_t changes = IN_DELETE | IN_MOVED_FROM;
 
 } // namespace
 
@@ -36,31 +29,25 @@ bool isFolder(int folder, char const* name, unsigned char type) {
 }
 
 Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root, std::string folder)
-    : root_(std::move(root)), folder_(std::move(folder)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
+    : root_(std::move(root)), folder_(std::move(folder)), watch_(folder_, changes),
       clock_(*this, kemFwkActivity->clock()) {
-   if (inotify_ >= 0)
-      bell_.descriptorIs(inotify_);
+   if (watch_.descriptor() >= 0)
+      bell_.descriptorIs(watch_.descriptor());
    handleInitialized();
 }
 
 Manager::~Manager() {
    bell_.descriptorIs(-1);
-   if (inotify_ >= 0)
-      close(inotify_);
 }
 
 void Manager::handleBell() {
-   // What happened doesn't matter, only that something did; an overflow of the queue is one more such event.
-   alignas(inotify_event) char events[16384];
-   while (read(inotify_, events, sizeof events) > 0) {
-   }
-   if (!isZombie())
+   if (watch_.hear() && !isZombie())
       handleInitialized();
 }
 
 void Manager::handleInitialized() {
    // The watch first: what changes after the look rings again.
-   if (!watch()) {
+   if (watch_.follow() == Kem::FolderWatch::Followed::notPossible) {
       KEM_TRACE(theTrace, 1, folder_ << " can't be watched: " << strerror(errno));
       clock_.timeMinIs(Kem::now() + pollInterval);
    }
@@ -72,35 +59,6 @@ void Manager::handleInitialized() {
       }
    for (auto const& name : wanted)
       root_->netNsByNameIs(name);
-}
-
-// Watches the folder, or the nearest one above it that exists. False, with errno, where that isn't possible.
-bool Manager::watch() {
-   for (;;) {
-      std::string path = folder_;
-      while (!watchOne(path)) {
-         bool const isAbsent = errno == ENOENT || errno == ENOTDIR;
-         if (!isAbsent || path == "/")
-            return false;
-         path = parentOf(path);
-      }
-      struct stat status;
-      if (path == folder_ || stat(folder_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-         return true;
-      // The folder came into being between the two: once more, from its own end.
-   }
-}
-
-bool Manager::watchOne(std::string const& path) {
-   int const watched = inotify_add_watch(inotify_, path.c_str(), changes);
-   if (watched < 0)
-      return false;
-   // The same folder again gives the same number. Another one takes the place of the old, which may be gone,
-   // and its watch with it.
-   if (watched_ >= 0 && watched != watched_)
-      inotify_rm_watch(inotify_, watched_);
-   watched_ = watched;
-   return true;
 }
 
 std::set<std::string> Manager::names() {

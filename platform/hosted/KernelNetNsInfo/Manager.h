@@ -16,6 +16,7 @@
 
 #include "Kem/Clock.h"
 #include "Kem/FileDescriptor.h"
+#include "Kem/FolderWatch.h"
 #include "Kem/StateMachine.h"
 #include "Sulvi/SocketAt.h"
 #include "records/KernelNetNsInfo/NetNs.h"
@@ -59,14 +60,11 @@ class Manager final : public Kem::StateMachine {
    void handleBell();
 
    // --- Helpers.
-   bool watch();
-   bool watchOne(std::string const& path);
    std::set<std::string> names();
 
    Kem::Ptr<Root> const root_;
    std::string const folder_;
-   int inotify_ = -1;
-   int watched_ = -1;              // the one watch in inotify_, -1 for none
+   Kem::FolderWatch watch_;
    std::set<std::string> leftOut_; // too long, and traced
    Bell bell_{*this};
    KemClock clock_;

@@ -5,7 +5,7 @@
 namespace KernelNetworkInfo {
 
 namespace {
-Kem::TraceFacility deviceTrace("KernelNetworkInfo");
+Kem::TraceFacility deviceTrace("KernelDevices");
 }
 
 void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags) {

@@ -67,13 +67,14 @@ TEST_F(KernelNetworkInfoManagerTest, devicesAreThereWhenItIsMade) {
 
 TEST_F(KernelNetworkInfoManagerTest, socketThatFailsIsTriedAgainLater) {
    start({{"lo", 1}});
-   for (int const error : {EBADF, ENOBUFS}) {
+   // Losses may end, so a few of them are borne; what says that the socket is no good is believed at once.
+   for (auto const& [error, most] : {std::pair(EBADF, 1), std::pair(ENOBUFS, 50)}) {
       channel->failureCount = 0;
       channel->lastingError = error;
       channel->deliver(linkMessage(RTM_NEWLINK, 1, "lo", 1)); // rings
       run();
       EXPECT_FALSE(manager->isFollowing()) << error;
-      EXPECT_LT(channel->failureCount, 50) << error;
+      EXPECT_LE(channel->failureCount, most) << error;
       channel->lastingError = 0;
       Kem::activityManager()->advance(Manager::retryInterval * 1.1);
       EXPECT_TRUE(manager->isFollowing()) << error;

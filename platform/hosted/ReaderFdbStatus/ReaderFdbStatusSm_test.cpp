@@ -3,6 +3,7 @@
 #include "Kem/Activity.h"
 #include "Kem/TestTrace.h"
 #include "Plaze/Mount.h"
+#include "Plaze/TestHosts.h"
 #include "Plaze/TestTable.h"
 #include "Plaze/Writer.h"
 
@@ -15,26 +16,11 @@
 
 namespace {
 
-using Bridging::HostKey;
 using Bridging::LearnedHost;
-
-Sulvi::EthAddr mac(uint8_t last) {
-   return {0x00, 0x1c, 0x73, 0, 0, last};
-}
-
-HostKey keyOf(uint16_t fid, uint8_t last) {
-   HostKey key;
-   key.fid = fid;
-   key.addr = mac(last);
-   return key;
-}
-
-template <class T>
-std::string wire(T const& value) {
-   Wire::Writer out;
-   Records::encode(out, value);
-   return std::string(out.view());
-}
+using Plaze::hostAt;
+using Plaze::keyOf;
+using Plaze::mac;
+using Plaze::wire;
 
 // What Bridging::Status holds, "fid/last byte" to port; a filtering database without hosts is "fid/".
 using Hosts = std::map<std::string, std::string>;
@@ -42,11 +28,7 @@ using Hosts = std::map<std::string, std::string>;
 class ReaderFdbStatusSmTest : public testing::Test {
   protected:
    void put(uint16_t fid, uint8_t last, char const* intf, uint32_t moves = 0) {
-      LearnedHost host;
-      host.addr = mac(last);
-      host.intf = Sulvi::IntfId(intf);
-      host.moves = moves;
-      writer_.put(wire(keyOf(fid, last)), wire(host));
+      writer_.put(wire(keyOf(fid, last)), wire(hostAt(last, intf, moves)));
    }
    void del(uint16_t fid, uint8_t last) { writer_.del(wire(keyOf(fid, last))); }
    void start() {
