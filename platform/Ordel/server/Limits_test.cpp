@@ -365,6 +365,37 @@ TEST_F(MemoryReturnTest, muchIsGivenBackOnceAfterAWhile) {
    EXPECT_EQ(memory.count(), 1u);
 }
 
+TEST_F(MemoryReturnTest, isPutOffWhileMoreBecomesFree) {
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   Kem::activityManager()->advance(0.9);
+   memory.freed(1); // little, but a sign that it goes on
+   Kem::activityManager()->advance(0.9);
+   EXPECT_EQ(memory.count(), 0u);
+   Kem::activityManager()->advance(0.2);
+   EXPECT_EQ(memory.count(), 1u);
+}
+
+TEST_F(MemoryReturnTest, isPutOffForThirtySecondsAtMost) {
+   constexpr int steps = 59; // of half a second
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   for (int step = 0; step < steps; ++step) {
+      Kem::activityManager()->advance(0.5);
+      memory.freed(Ordel::MemoryReturn::muchBytes);
+      ASSERT_EQ(memory.count(), 0u) << "after " << (step + 1) * 0.5 << " s";
+   }
+   Kem::activityManager()->advance(0.5);
+   EXPECT_EQ(memory.count(), 1u);
+   // The bulk change goes on: the next thirty seconds begin.
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   for (int step = 0; step < steps; ++step) {
+      Kem::activityManager()->advance(0.5);
+      memory.freed(Ordel::MemoryReturn::muchBytes);
+      ASSERT_EQ(memory.count(), 1u) << "after " << (step + 1) * 0.5 << " s";
+   }
+   Kem::activityManager()->advance(0.5);
+   EXPECT_EQ(memory.count(), 2u);
+}
+
 TEST_F(LimitsTest, creationsOfOneWriteAreLimited) {
    TestClient writer(server, "writer");
    std::string const before = standing(server, "config");
