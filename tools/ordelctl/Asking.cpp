@@ -1,6 +1,7 @@
 #include "Asking.h"
 #include "Failures.h"
 #include "Kem/Printable.h"
+#include "Ordel/wire/Protocol.h"
 #include "treejson/Error.h"
 
 #include <algorithm>
@@ -10,8 +11,12 @@
 
 namespace Ordelctl {
 
-void settle(Session& session, Kem::Seconds timeout) {
-   Session::Reply const reply = session.settle(timeout);
+bool isAgentName(std::string_view name) {
+   return !name.empty() && name.size() <= Ordel::maxNameBytes;
+}
+
+void settle(Session& session, std::string_view agent, Kem::Seconds timeout) {
+   Session::Reply const reply = session.settle(agent, timeout);
    if (reply.status != Ordel::Status::done)
       throw TreeJson::Absent(reply.text.empty() ? "not settled in time" : reply.text);
 }

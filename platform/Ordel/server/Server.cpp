@@ -69,6 +69,11 @@ void Server::disconnect(ServerClient& client) {
                        client.partialBytes());
 }
 
+void Server::welcomed(ServerClient& client) {
+   if (client.role() == Role::agent)
+      settling_.agentCame(client);
+}
+
 void Server::refused(ServerClient& client, std::string_view reason) {
    refusals_.line(client.label() + " is refused: " + std::string(reason));
    release(client);
@@ -312,6 +317,7 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
          refusals_.line(client.label() + ": write refused: " + applied.error);
       else
          KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
+      client.refusedWritesInc();
       client.pending().subscriberWrote();
       client.reply(request, applied.status, applied.error);
       return;
@@ -366,8 +372,8 @@ void Server::traceSettingFollow(Applied const& applied) {
 
 // --- Requests
 
-void Server::settle(ServerClient& client, uint32_t request, uint32_t milliseconds) {
-   settling_.begin(client, request, milliseconds);
+void Server::settle(ServerClient& client, uint32_t request, uint32_t milliseconds, std::string_view agent) {
+   settling_.begin(client, request, milliseconds, agent);
 }
 
 void Server::settled(ServerClient& client, uint32_t probe) {

@@ -70,13 +70,14 @@ class Server {
    void unmount(ServerClient& client, uint32_t number);
    void write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
               std::string_view operations);
-   void settle(ServerClient& client, uint32_t request, uint32_t milliseconds);
+   void settle(ServerClient& client, uint32_t request, uint32_t milliseconds, std::string_view agent);
    void settled(ServerClient& client, uint32_t probe);
    void clientsReport(ServerClient& client, uint32_t request);
    void snapshot(ServerClient& client, uint32_t request);
    uint64_t drained(ServerClient& client, std::vector<uint32_t> const& nodes) {
       return subscriptions_.drained(client, nodes);
    }
+   void welcomed(ServerClient& client);
    void refused(ServerClient& client, std::string_view reason);
 
   private:
