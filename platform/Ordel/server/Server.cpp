@@ -25,8 +25,8 @@ constexpr std::string_view traceSettingAttribute = "traceSetting";
 } // namespace
 
 Server::Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot)
-    : tree_(std::move(tree)), systemName_(std::move(systemName)), writeSnapshot_(std::move(writeSnapshot)),
-      subscriptions_(*tree_), memoryReturn_(*tree_), refusals_(serverTrace), settling_(*this) {
+    : tree_(std::move(tree)), systemName_(std::move(systemName)), subscriptions_(*tree_),
+      memoryReturn_(*tree_), refusals_(serverTrace), settling_(*this), snapshots_(std::move(writeSnapshot)) {
    config_ = tree_->find(configPath);
    if (config_ && config_->type().find(traceSettingAttribute) < 0)
       config_ = nullptr;
@@ -91,6 +91,7 @@ void Server::release(ServerClient& client) {
       end(*mount);
    client.mounts().clear();
    settling_.clientGone(client);
+   snapshots_.clientGone(client);
 }
 
 // --- Mounts
@@ -385,14 +386,7 @@ void Server::clientsReport(ServerClient& client, uint32_t request) {
 }
 
 void Server::snapshot(ServerClient& client, uint32_t request) {
-   if (!writeSnapshot_) {
-      client.reply(request, Status::refused, "the database runs without a snapshot file");
-      return;
-   }
-   std::string const error = writeSnapshot_();
-   if (!error.empty())
-      KEM_TRACE(serverTrace, 0, "snapshot: " << error);
-   client.reply(request, error.empty() ? Status::done : Status::refused, error);
+   snapshots_.begin(client, request);
 }
 
 } // namespace Ordel

@@ -17,11 +17,11 @@
 #include "Ordel/server/PacedTrace.h"
 #include "Ordel/server/ServerClient.h"
 #include "Ordel/server/Settling.h"
+#include "Ordel/server/SnapshotRequests.h"
 #include "Ordel/server/Subscriptions.h"
 #include "Ordel/server/Turns.h"
 #include "Ordel/store/Tree.h"
 
-#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -33,8 +33,7 @@ namespace Ordel {
 
 class Server {
   public:
-   // Writes the snapshot; returns what went wrong, or "".
-   using WriteSnapshot = std::function<std::string()>;
+   using WriteSnapshot = SnapshotRequests::Write;
 
    // `writeSnapshot` empty: there is no snapshot file.
    Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot = {});
@@ -103,7 +102,6 @@ class Server {
 
    std::unique_ptr<Tree> tree_;
    std::string const systemName_;
-   WriteSnapshot writeSnapshot_;
    Subscriptions subscriptions_;
    Turns turns_;
    LargeFrames largeFrames_;
@@ -114,6 +112,7 @@ class Server {
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path
    Settling settling_;
+   SnapshotRequests snapshots_;
    Entity const* config_ = nullptr; // "ordel/config", while it is there
 };
 
