@@ -149,7 +149,7 @@ Server::Refusal Server::place(ServerMount& mount) {
    if (!node && (mount.flags & mountCreate) && mount.selector.steps.empty()) {
       if (!type)
          return {Status::refused, mount.text + ": what is to be created needs a type"};
-      if (Refusal const refusal = createPath(mount.selector.path, *type); !refusal.isNone())
+      if (Refusal const refusal = createPath(mount.selector.path, *type, *mount.client); !refusal.isNone())
          return refusal;
       node = tree_->find(mount.selector.path);
       KEM_ASSERT(node);
@@ -216,7 +216,8 @@ Server::Refusal Server::placeIn(ServerMount& mount, Entity const& node) {
 }
 
 // Makes the entity and the directories that are missing on the way; all or nothing.
-Server::Refusal Server::createPath(std::string_view path, Records::EntityType const& type) {
+Server::Refusal Server::createPath(std::string_view path, Records::EntityType const& type,
+                                   ServerClient const& client) {
    Entity const* directory = &tree_->root();
    std::string_view rest = path;
    uint32_t topDirectory = 0; // of the first entity that was made
@@ -234,7 +235,7 @@ Server::Refusal Server::createPath(std::string_view path, Records::EntityType co
       Wire::Writer block;
       tree_->encodeAt(*directory, block);
       OperationWriter(block).createNode(key.view(), rest.empty() ? type.id : uint16_t{0}, 0);
-      Applied const& applied = tree_->apply(block.view());
+      Applied const& applied = apply(block.view(), 0, client);
       if (!applied.isDone()) {
          Refusal const refusal{applied.status, applied.error};
          if (topDirectory != 0) {
@@ -307,14 +308,14 @@ void Server::arrived(Entity const& node) {
 void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
                    std::string_view operations) {
    size_t const entitiesBefore = tree_->entityCount();
-   Applied const& applied = tree_->apply(operations, flags);
+   Applied const& applied = apply(operations, flags, client);
    followMemory(operations.size(), entitiesBefore);
    if (applied.isMalformed) {
       client.refuse("a write can't be read: " + applied.error);
       return;
    }
    if (!applied.isDone()) {
-      if (request == 0) // nobody else says it
+      if (request == 0 || client.role() == Role::agent) // nobody else says it
          refusals_.line(client.label() + ": write refused: " + applied.error);
       else
          KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
@@ -327,6 +328,11 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+}
+
+Applied const& Server::apply(std::string_view operations, uint8_t flags, ServerClient const& writer) {
+   tree_->byteLimitIs(writer.role() == Role::agent ? treeLimit_ + treeLimit_ / 8 : treeLimit_);
+   return tree_->apply(operations, flags);
 }
 
 // A large write leaves its frame and what it displaced; a refused one all that it had made.

@@ -41,6 +41,11 @@ class Server {
    Server(Server const&) = delete;
    Server& operator=(Server const&) = delete;
 
+   // What tools may make of the tree, in bytes (Tree::bytes). Agents may go an eighth beyond it: a publisher that
+   // fills the tree doesn't keep them from writing what follows.
+   static constexpr size_t defaultTreeLimit = 512u << 20;
+   void treeLimitIs(size_t bytes) { treeLimit_ = bytes; }
+
    // A connection has been made. Too many: the client is refused from the start. Good until `disconnect`.
    ServerClient& connect(ServerClient::Peer peer);
    void disconnect(ServerClient& client);
@@ -87,12 +92,13 @@ class Server {
       bool isNone() const { return status == Status::done; }
    };
 
+   Applied const& apply(std::string_view operations, uint8_t flags, ServerClient const& writer);
    void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
    // The mount as it can be made now; `node` 0 stays where it has to wait.
    Refusal place(ServerMount& mount);
    Refusal placeIn(ServerMount& mount, Entity const& node);
-   Refusal createPath(std::string_view path, Records::EntityType const& type);
+   Refusal createPath(std::string_view path, Records::EntityType const& type, ServerClient const& client);
    void begin(ServerMount& mount); // tells the client, and covers the node
    void await(ServerMount& mount);
    void end(ServerMount& mount); // covers nothing and waits for nothing any more
@@ -108,6 +114,7 @@ class Server {
    MemoryReturn memoryReturn_;
    PacedTrace refusals_; // lines about what clients did wrong
    size_t outputBytes_ = 0;
+   size_t treeLimit_ = defaultTreeLimit;
    std::list<std::unique_ptr<ServerClient>> clients_;
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path
