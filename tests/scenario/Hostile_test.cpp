@@ -283,7 +283,7 @@ TEST_F(HostileTest, aWrongHelloIsToldWhatIsWrong) {
    verifyEnded(magic, "this is no client of the state database");
    RawClient version = connected();
    version.hello("hostile", Ordel::protocolMagic, Ordel::protocolVersion + 1);
-   verifyEnded(version, "the client speaks version 2 of the protocol, the database 1");
+   verifyEnded(version, "the client speaks version 3 of the protocol, the database 2");
    RawClient records = connected();
    records.hello("hostile", Ordel::protocolMagic, Ordel::protocolVersion, fingerprint + 1);
    verifyEnded(records, "the client was built with other records than the database");

@@ -491,9 +491,18 @@ TEST_F(OrdelctlTest, waitForWhatCanNotBeIsRefused) {
    EXPECT_EQ(ctl({"wait", "bridging/config", "--timeout", "soon"}).status, 2);
 }
 
-TEST_F(OrdelctlTest, settleReturnsWhereNoAgentIsConnected) {
-   verifyDone({"settle"});
-   verifyDone({"settle", "--timeout", "0.5"});
+TEST_F(OrdelctlTest, settleWithAnyReturnsWhereNoAgentIsConnected) {
+   verifyDone({"settle", "--any"});
+   verifyDone({"settle", "--any", "--timeout", "0.5"});
+}
+
+TEST_F(OrdelctlTest, settleAnswersNoWhereTheAgentIsNotConnected) {
+   verifyFails(1, "not settled: Vorn is not connected", {"settle", "--timeout", "0.1"});
+   verifyFails(1, "not settled: Vorn is not connected", {"settle", "--agent", "Vorn", "--timeout", "0.1"});
+   verifyFails(1, "not settled: Other is not connected", {"settle", "--agent", "Other", "--timeout", "0.1"});
+   EXPECT_EQ(ctl({"settle", "--agent", "Vorn", "--any"}).status, 2);
+   EXPECT_EQ(ctl({"settle", "--agent", ""}).status, 2);
+   EXPECT_EQ(ctl({"settle", "--agent", std::string(256, 'x')}).status, 2);
 }
 
 // --- batch
@@ -524,7 +533,13 @@ TEST_F(BatchTest, answersEveryCommand) {
    EXPECT_EQ(answer(R"(["dump", "bridging/input/config/lag.vlanConfigPriority"])"),
              R"({"ok": true, "value": {"bridging/input/config/lag": {"$type": "Bridging::Input::Config", )"
              R"("vlanConfigPriority": 7}}})");
-   EXPECT_EQ(answer(R"(["settle", "--timeout", 5])"), done);
+   EXPECT_EQ(answer(R"(["settle", "--timeout", 5, "--any"])"), done);
+   EXPECT_EQ(answer(R"(["settle", "--agent", "Other", "--timeout", 0.05])"),
+             R"({"ok": false, "error": "not settled: Other is not connected"})");
+   EXPECT_EQ(answer(R"(["settle", "--agent", ""])"),
+             R"({"ok": false, "error": "an agent's name has 1 to 255 bytes"})");
+   EXPECT_EQ(answer(R"(["settle", "--agent", "Vorn", "--any"])"),
+             R"({"ok": false, "error": "expected --timeout SECONDS, and either --agent NAME or --any"})");
    EXPECT_THAT(answer(R"(["clients"])"), StartsWith(R"({"ok": true, "value": [{"name": "ordelctl")"));
    EXPECT_EQ(answer(R"(["snapshot"])"),
              R"({"ok": false, "error": "the database runs without a snapshot file"})");
@@ -584,7 +599,7 @@ TEST_F(BatchTest, thousandsOfCommandsTakeSeconds) {
 }
 
 TEST_F(BatchTest, endsWithTheDatabase) {
-   EXPECT_EQ(answer(R"(["settle"])"), done);
+   EXPECT_EQ(answer(R"(["settle", "--any"])"), done);
    database.stop();
    batch->write("[\"settle\"]\n");
    EXPECT_EQ(batch->wait(), 4);

@@ -35,6 +35,39 @@ TEST(SettleTest, answersNoWhileAnAgentDoesNot) {
    EXPECT_EQ(database.ctl({"settle"}).status, 0);
 }
 
+// A question that is there before the agent has an answer that speaks for all that the agent does at its start.
+TEST(SettleTest, waitsForAnAgentThatIsNotConnectedYet) {
+   Database const database;
+   EXPECT_EQ(database.ctl({"load", std::string(EXAMPLE_FOLDER) + "/small-switch.json"}).errors, "");
+   auto const asking = database.startCtl({"batch"});
+   asking->write("[\"settle\", \"--timeout\", 20]\n[\"ls\", \"bridging/config.vlanConfig\"]\n");
+   // The database has had time to take the other one in.
+   EXPECT_EQ(database.ctl({"settle", "--any"}).status, 0);
+   Agent agent(database);
+   EXPECT_EQ(asking->output().readLine(limit), "{\"ok\": true, \"value\": null}");
+   auto const vlans = asking->output().readLine(limit);
+   ASSERT_TRUE(vlans);
+   EXPECT_EQ(*vlans + "\n", database.ctl({"batch"}, "[\"ls\", \"bridging/config.vlanConfig\"]\n").output);
+   EXPECT_THAT(*vlans, HasSubstr("\"10\""));
+}
+
+// An agent of another name, which doesn't answer.
+TEST(SettleTest, asksTheAgentThatIsNamed) {
+   Database const database;
+   Agent const agent(database);
+   RawClient other(database.socket());
+   other.hello("Other", Ordel::protocolMagic, Ordel::protocolVersion, Records::schema().fingerprint,
+               Ordel::Role::agent);
+   ASSERT_TRUE(other.read(Ordel::Frame::welcome));
+   EXPECT_EQ(database.ctl({"settle"}).status, 0);
+   EXPECT_EQ(database.ctl({"settle", "--agent", "Vorn"}).status, 0);
+   EXPECT_THAT(database.ctl({"settle", "--agent", "Other", "--timeout", "0.2"}).errors,
+               StartsWith("ordelctl: not settled: Other (pid "));
+   Result const all = database.ctl({"settle", "--any", "--timeout", "0.2"});
+   EXPECT_EQ(all.status, 1);
+   EXPECT_THAT(all.errors, StartsWith("ordelctl: not settled: Other (pid "));
+}
+
 // The agent dies while it is asked, and nothing else happens: there is no agent left to wait for.
 TEST(SettleTest, isAnsweredWhenTheAgentDiesMeanwhile) {
    Database const database;

@@ -1,6 +1,7 @@
 #include "Asking.h"
 #include "Failures.h"
 #include "Kem/Printable.h"
+#include "Ordel/wire/Protocol.h"
 #include "treejson/Error.h"
 
 #include <algorithm>
@@ -10,8 +11,12 @@
 
 namespace Ordelctl {
 
-void settle(Session& session, Kem::Seconds timeout) {
-   Session::Reply const reply = session.settle(timeout);
+bool isAgentName(std::string_view name) {
+   return !name.empty() && name.size() <= Ordel::maxNameBytes;
+}
+
+void settle(Session& session, std::string_view agent, Kem::Seconds timeout) {
+   Session::Reply const reply = session.settle(agent, timeout);
    if (reply.status != Ordel::Status::done)
       throw TreeJson::Absent(reply.text.empty() ? "not settled in time" : reply.text);
 }
@@ -21,15 +26,15 @@ std::string clients(Session& session) {
 }
 
 std::string clientTable(std::string const& json) {
-   constexpr size_t columnCount = 6;
+   constexpr size_t columnCount = 7;
    using Row = std::array<std::string, columnCount>;
-   std::vector<Row> rows{{"NAME", "ROLE", "PID", "UID", "MOUNTS", "PENDING BYTES"}};
+   std::vector<Row> rows{{"NAME", "ROLE", "PID", "UID", "MOUNTS", "PENDING BYTES", "REFUSED WRITES"}};
    try {
       for (nlohmann::json const& client : nlohmann::json::parse(json))
          rows.push_back({Kem::printable(client.at("name").get<std::string>()),
                          Kem::printable(client.at("role").get<std::string>()), client.at("pid").dump(),
                          client.at("uid").dump(), std::to_string(client.at("mounts").size()),
-                         client.at("pendingBytes").dump()});
+                         client.at("pendingBytes").dump(), client.at("refusedWrites").dump()});
    } catch (nlohmann::json::exception const& error) {
       throw Unreachable(std::string("the database's answer can't be read: ") + error.what());
    }

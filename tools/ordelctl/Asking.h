@@ -4,11 +4,17 @@
 #include "Session.h"
 
 #include <string>
+#include <string_view>
 
 namespace Ordelctl {
 
-// Raises TreeJson::Absent when the agents have not settled in time.
-void settle(Session& session, Kem::Seconds timeout);
+inline constexpr char defaultAgent[] = "Vorn";
+inline constexpr char agentNameText[] = "an agent's name has 1 to 255 bytes";
+bool isAgentName(std::string_view name);
+
+// Raises TreeJson::Absent when the agent has not settled in time, or isn't there by then. "": all agents that are
+// connected.
+void settle(Session& session, std::string_view agent, Kem::Seconds timeout);
 // The clients as JSON, as the database tells them (Ordel/ClientReport.h).
 std::string clients(Session& session);
 // The same as a table for people.

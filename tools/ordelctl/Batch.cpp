@@ -10,6 +10,7 @@
 #include "treejson/JsonText.h"
 
 #include <charconv>
+#include <optional>
 
 namespace Ordelctl {
 
@@ -134,9 +135,21 @@ std::string Batch::run(std::string_view line) {
          throw UsageError("either a value or --absent");
       waitFor(session_, selector, condition, timeout);
    } else if (command == "settle") {
-      Kem::Seconds const timeout = arguments.option("--timeout") ? arguments.seconds() : defaultTimeout;
-      arguments.end();
-      settle(session_, timeout);
+      std::optional<std::string> agent;
+      Kem::Seconds timeout = defaultTimeout;
+      while (!arguments.isEmpty()) {
+         if (arguments.option("--timeout"))
+            timeout = arguments.seconds();
+         else if (!agent && arguments.option("--any"))
+            agent = "";
+         else if (!agent && arguments.option("--agent")) {
+            agent = arguments.string("an agent's name");
+            if (!isAgentName(*agent))
+               throw UsageError(agentNameText);
+         } else
+            throw UsageError("expected --timeout SECONDS, and either --agent NAME or --any");
+      }
+      settle(session_, agent.value_or(defaultAgent), timeout);
    } else if (command == "clients") {
       arguments.end();
       value = clients(session_);

@@ -96,6 +96,8 @@ struct Options {
    std::string type;
    std::string file;
    std::optional<std::string> value;
+   std::string agent = defaultAgent;
+   bool wantsAnyAgent = false;
    bool isAbsent = false;
    bool hasInitial = false;
    bool wantsJson = false;
@@ -240,13 +242,26 @@ void addWaiting(CLI::App& app, Options& options) {
    waitCommand->add_flag("--absent", options.isAbsent, "Wait until it is not there")->excludes(value);
    addTimeout(*waitCommand, options);
 
-   auto* const settleCommand =
-       addCommand(app, options, "settle", "Wait until the agents have worked off all that was published",
-                  "Returns when every connected agent has taken in all that was published before, and has "
-                  "written all that\n"
-                  "follows from it. Exit status 1 when that takes longer than the timeout.\n"
-                  "  ordelctl settle --timeout 30",
-                  [&](Session& session) { settle(session, options.timeout); });
+   auto* const settleCommand = addCommand(
+       app, options, "settle", "Wait until an agent has worked off all that was published",
+       "Returns when the agent has taken in all that was published before, and has written all that "
+       "follows\n"
+       "from it. One that isn't connected is waited for. Exit status 1 when it takes longer than the "
+       "timeout.\n"
+       "  ordelctl settle --timeout 30\n"
+       "  ordelctl settle --agent Vorn@2             the agent of the other supervisor\n"
+       "  ordelctl settle --any                      all agents that are connected, if any",
+       [&](Session& session) {
+          settle(session, options.wantsAnyAgent ? "" : options.agent, options.timeout);
+       });
+   auto* const agent =
+       settleCommand->add_option("--agent", options.agent, "The agent to wait for (default: Vorn)")
+           ->option_text("NAME")
+           ->check([](std::string const& name) {
+              return isAgentName(name) ? std::string() : std::string(agentNameText);
+           });
+   settleCommand->add_flag("--any", options.wantsAnyAgent, "Wait for all agents that are connected")
+       ->excludes(agent);
    addTimeout(*settleCommand, options);
 }
 

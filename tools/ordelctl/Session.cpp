@@ -56,9 +56,9 @@ Session::Reply Session::write(std::string_view operations) {
    return reply();
 }
 
-Session::Reply Session::settle(Kem::Seconds timeout) {
+Session::Reply Session::settle(std::string_view agent, Kem::Seconds timeout) {
    Kem::Seconds const deadline = timeout > 0 ? Kem::now() + timeout + settleGrace : Kem::never;
-   Connection::settle(++lastRequest_, static_cast<uint32_t>(std::ceil(timeout * 1000)));
+   Connection::settle(++lastRequest_, static_cast<uint32_t>(std::ceil(timeout * 1000)), agent);
    return reply(deadline);
 }
 

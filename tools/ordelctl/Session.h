@@ -32,8 +32,9 @@ class Session : private Ordel::Connection {
 
    // One strict write: all of it, or nothing. The reply is done or absent; a refusal is raised.
    Reply write(std::string_view operations);
-   // Absent, too, where the database itself doesn't answer in time. A timeout of 0 is none.
-   Reply settle(Kem::Seconds timeout);
+   // Asks the agent of this name, or with "" all that are connected. Absent, too, where the database itself
+   // doesn't answer in time. A timeout of 0 is none.
+   Reply settle(std::string_view agent, Kem::Seconds timeout);
    Reply clients();
    Reply snapshot();
 

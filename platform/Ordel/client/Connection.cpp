@@ -323,8 +323,8 @@ void Connection::writeEnd() {
       output_.abandon();
 }
 
-void Connection::settle(uint32_t request, uint32_t milliseconds) {
-   sendFrame(Message::Settle{request, milliseconds});
+void Connection::settle(uint32_t request, uint32_t milliseconds, std::string_view agent) {
+   sendFrame(Message::Settle{request, milliseconds, agent});
 }
 
 void Connection::settled(uint32_t probe) {

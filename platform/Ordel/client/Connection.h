@@ -71,7 +71,7 @@ class Connection : private Kem::FileDescriptorWatch {
    // and nothing else, then end it.
    Wire::Writer& writeBegin(uint32_t request, uint64_t seen, uint8_t flags);
    void writeEnd();
-   void settle(uint32_t request, uint32_t milliseconds);
+   void settle(uint32_t request, uint32_t milliseconds, std::string_view agent); // "": all that are connected
    void settled(uint32_t probe);
    void clients(uint32_t request);
    void snapshot(uint32_t request);

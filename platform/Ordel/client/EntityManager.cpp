@@ -223,7 +223,8 @@ void EntityManager::handleDeliveryEnd() {
    bool const isHeld = log_->isHeld();
    if ((!isHeld || !isReleaseWanted_) && probes_.empty())
       return;
-   if (!Kem::activityManager()->isSettled())
+   // What it asked for hasn't come: it has nothing to work on yet.
+   if (!groups_.empty() || !Kem::activityManager()->isSettled())
       return;
    if (isHeld) {
       if (!isReleaseWanted_)

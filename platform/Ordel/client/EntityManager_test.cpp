@@ -5,6 +5,7 @@
 #include "Kem/Dir.h"
 #include "Kem/Trace.h"
 #include "Ordel/client/SteppedDatabase.h"
+#include "Ordel/wire/Messages.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/HwCapabilities.h"
 #include "records/Bridging/Input/CliConfig.h"
@@ -558,6 +559,32 @@ TEST_F(RestartedWriterTest, placeThatWasSetAndDeletedWhileTheLogIsHeldLeavesTheD
    again->manager->attributeLog()->isHeldIs(false);
    database.settle();
    EXPECT_FALSE(isInDatabase("Ethernet1"));
+}
+
+// --- Settling
+
+// An agent that is asked as it connects once answered before it knew what it had to work on.
+TEST_F(EntityManagerTest, probeIsNotAnsweredWhileMountsAreAwaited) {
+   Ordel::ServerClient& asking = database.server->connect({});
+   Ordel::FrameBuffer frames;
+   encode(frames, Ordel::Message::Hello{.fingerprint = Records::schema().fingerprint, .name = "asking"});
+   encode(frames, Ordel::Message::Settle{.request = 1, .agent = agent.manager->name()});
+   asking.receive(frames.view());
+   asking.consumed(asking.output().size()); // the welcome
+   auto const mounter = Kem::makePtr<CountingMounter>();
+   auto const group = agent.manager->getMountGroup(*mounter);
+   group->doMount({"r", "Bridging::Config", SteppedDatabase::configPath});
+   group->doClose(true, "test", 0.0);
+   database.toClient(agent);
+   Kem::activityManager()->runUntilIdle();
+   database.toServer(agent);
+   asking.fill();
+   EXPECT_EQ(asking.output(), "");
+   database.settle();
+   EXPECT_EQ(mounter->completeCount, 1u);
+   asking.fill();
+   EXPECT_NE(asking.output(), "");
+   database.server->disconnect(asking);
 }
 
 // --- What is kept.

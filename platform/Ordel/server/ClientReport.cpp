@@ -97,6 +97,7 @@ std::string clientReport(Server const& server) {
       out += ", \"pendingMarks\": " + std::to_string(client->pending().markCount());
       out += ", \"receivedBytes\": " + std::to_string(client->receivedBytes());
       out += ", \"receivedOperations\": " + std::to_string(client->receivedOperations());
+      out += ", \"refusedWrites\": " + std::to_string(client->refusedWrites());
       out += ", \"sentBytes\": " + std::to_string(client->sentBytes()) + "}";
    }
    return out + "]";

@@ -346,6 +346,53 @@ TEST_F(PacedTraceTest, whatWasLeftOutIsToldAtTheEnd) {
    EXPECT_EQ(lines.back(), "lines left out because there were too many: 3");
 }
 
+// --- The tree as a whole
+
+TEST_F(LimitsTest, publisherThatFillsTheTreeLosesThatWriteOnly) {
+   TestClient writer(server, "writer"), agent(server, "agent", Ordel::Role::agent);
+   server.treeLimitIs(4u << 20);
+   std::string const text(100'000, 'x');
+   uint32_t request = 1;
+   auto const add = [&](TestClient& client) {
+      client.write(Block()
+                       .at(dir)
+                       .createNode("made" + std::to_string(request), configType)
+
+                       .at(dir, {{0, stringBytes("made" + std::to_string(request))}})
+                       .set(Config::text, stringBytes(text)),
+                   request);
+      client.take();
+      return client.replies[request++];
+   };
+   while (request < 1000 && add(writer).status == Status::done) {
+   }
+   EXPECT_EQ(writer.replies[request - 1].status, Status::refused);
+   EXPECT_EQ(writer.replies[request - 1].text, "input/dir/made" + std::to_string(request - 1) +
+                                                   ".text: the database is full: the tree may hold 4 MiB");
+   EXPECT_EQ(writer.refused, "");
+   EXPECT_LE(server.tree().bytes(), 4u << 20);
+   EXPECT_GT(server.tree().bytes(), (4u << 20) - 200'000);
+   // Agents have some room left, but not without end either.
+   EXPECT_EQ(add(agent).status, Status::done);
+   while (request < 1000 && add(agent).status == Status::done) {
+   }
+   EXPECT_LE(server.tree().bytes(), (4u << 20) / 8 * 9);
+   EXPECT_EQ(agent.replies[request - 1].status, Status::refused);
+   // What makes room is taken at any time.
+   for (uint32_t made = 1; made <= 10; ++made)
+      writer.write(Block().at(dir).erase(0, stringBytes("made" + std::to_string(made))), 2000 + made);
+   EXPECT_EQ(add(writer).status, Status::done);
+}
+
+TEST_F(LimitsTest, mountThatCreatesIsRefusedInAFullTree) {
+   TestClient writer(server, "writer");
+   server.treeLimitIs(1);
+   writer.mount(1, "input/dir/made", Ordel::mountCreate, "Test::Config");
+   writer.take();
+   EXPECT_EQ(writer.failed[1].status, Status::refused);
+   EXPECT_EQ(writer.failed[1].text, "input/dir/made: the database is full: the tree may hold 0 MiB");
+}
+
 // --- Memory
 
 struct MemoryReturnTest : testing::Test {
@@ -363,6 +410,37 @@ TEST_F(MemoryReturnTest, muchIsGivenBackOnceAfterAWhile) {
    EXPECT_EQ(memory.count(), 0u);
    Kem::activityManager()->advance(10);
    EXPECT_EQ(memory.count(), 1u);
+}
+
+TEST_F(MemoryReturnTest, isPutOffWhileMoreBecomesFree) {
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   Kem::activityManager()->advance(0.9);
+   memory.freed(1); // little, but a sign that it goes on
+   Kem::activityManager()->advance(0.9);
+   EXPECT_EQ(memory.count(), 0u);
+   Kem::activityManager()->advance(0.2);
+   EXPECT_EQ(memory.count(), 1u);
+}
+
+TEST_F(MemoryReturnTest, isPutOffForThirtySecondsAtMost) {
+   constexpr int steps = 59; // of half a second
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   for (int step = 0; step < steps; ++step) {
+      Kem::activityManager()->advance(0.5);
+      memory.freed(Ordel::MemoryReturn::muchBytes);
+      ASSERT_EQ(memory.count(), 0u) << "after " << (step + 1) * 0.5 << " s";
+   }
+   Kem::activityManager()->advance(0.5);
+   EXPECT_EQ(memory.count(), 1u);
+   // The bulk change goes on: the next thirty seconds begin.
+   memory.freed(Ordel::MemoryReturn::muchBytes);
+   for (int step = 0; step < steps; ++step) {
+      Kem::activityManager()->advance(0.5);
+      memory.freed(Ordel::MemoryReturn::muchBytes);
+      ASSERT_EQ(memory.count(), 1u) << "after " << (step + 1) * 0.5 << " s";
+   }
+   Kem::activityManager()->advance(0.5);
+   EXPECT_EQ(memory.count(), 2u);
 }
 
 TEST_F(LimitsTest, creationsOfOneWriteAreLimited) {

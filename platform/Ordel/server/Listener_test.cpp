@@ -225,7 +225,7 @@ TEST_F(ListenerTest, answerThatAClientLeavesBehindIsSentInTheTurnInWhichItGoes) 
    join(asking);
    auto agent = std::make_unique<Mirror>("agent", schema(), Role::agent);
    join(*agent);
-   asking.settle(7, 0);
+   asking.settle(7, 0, "");
    asking.flush();
    Kem::activityManager()->runTurn(0);
    agent.reset();
@@ -283,7 +283,7 @@ TEST_F(ListenerTest, callsWithoutAConnectionDoNothing) {
    Mirror client;
    client.mount(1, "config", "", 0);
    client.write(1, 0, 0, "");
-   client.settle(1, 0);
+   client.settle(1, 0, "");
    EXPECT_EQ(client.unsentBytes(), 0u);
    EXPECT_FALSE(client.wait(0));
    EXPECT_FALSE(client.receive());

@@ -25,8 +25,8 @@ constexpr std::string_view traceSettingAttribute = "traceSetting";
 } // namespace
 
 Server::Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot)
-    : tree_(std::move(tree)), systemName_(std::move(systemName)), writeSnapshot_(std::move(writeSnapshot)),
-      subscriptions_(*tree_), memoryReturn_(*tree_), refusals_(serverTrace), settling_(*this) {
+    : tree_(std::move(tree)), systemName_(std::move(systemName)), subscriptions_(*tree_),
+      memoryReturn_(*tree_), refusals_(serverTrace), settling_(*this), snapshots_(std::move(writeSnapshot)) {
    config_ = tree_->find(configPath);
    if (config_ && config_->type().find(traceSettingAttribute) < 0)
       config_ = nullptr;
@@ -69,6 +69,11 @@ void Server::disconnect(ServerClient& client) {
                        client.partialBytes());
 }
 
+void Server::welcomed(ServerClient& client) {
+   if (client.role() == Role::agent)
+      settling_.agentCame(client);
+}
+
 void Server::refused(ServerClient& client, std::string_view reason) {
    refusals_.line(client.label() + " is refused: " + std::string(reason));
    release(client);
@@ -86,6 +91,7 @@ void Server::release(ServerClient& client) {
       end(*mount);
    client.mounts().clear();
    settling_.clientGone(client);
+   snapshots_.clientGone(client);
 }
 
 // --- Mounts
@@ -143,7 +149,7 @@ Server::Refusal Server::place(ServerMount& mount) {
    if (!node && (mount.flags & mountCreate) && mount.selector.steps.empty()) {
       if (!type)
          return {Status::refused, mount.text + ": what is to be created needs a type"};
-      if (Refusal const refusal = createPath(mount.selector.path, *type); !refusal.isNone())
+      if (Refusal const refusal = createPath(mount.selector.path, *type, *mount.client); !refusal.isNone())
          return refusal;
       node = tree_->find(mount.selector.path);
       KEM_ASSERT(node);
@@ -210,7 +216,8 @@ Server::Refusal Server::placeIn(ServerMount& mount, Entity const& node) {
 }
 
 // Makes the entity and the directories that are missing on the way; all or nothing.
-Server::Refusal Server::createPath(std::string_view path, Records::EntityType const& type) {
+Server::Refusal Server::createPath(std::string_view path, Records::EntityType const& type,
+                                   ServerClient const& client) {
    Entity const* directory = &tree_->root();
    std::string_view rest = path;
    uint32_t topDirectory = 0; // of the first entity that was made
@@ -228,7 +235,7 @@ Server::Refusal Server::createPath(std::string_view path, Records::EntityType co
       Wire::Writer block;
       tree_->encodeAt(*directory, block);
       OperationWriter(block).createNode(key.view(), rest.empty() ? type.id : uint16_t{0}, 0);
-      Applied const& applied = tree_->apply(block.view());
+      Applied const& applied = apply(block.view(), 0, client);
       if (!applied.isDone()) {
          Refusal const refusal{applied.status, applied.error};
          if (topDirectory != 0) {
@@ -301,17 +308,18 @@ void Server::arrived(Entity const& node) {
 void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
                    std::string_view operations) {
    size_t const entitiesBefore = tree_->entityCount();
-   Applied const& applied = tree_->apply(operations, flags);
+   Applied const& applied = apply(operations, flags, client);
    followMemory(operations.size(), entitiesBefore);
    if (applied.isMalformed) {
       client.refuse("a write can't be read: " + applied.error);
       return;
    }
    if (!applied.isDone()) {
-      if (request == 0) // nobody else says it
+      if (request == 0 || client.role() == Role::agent) // nobody else says it
          refusals_.line(client.label() + ": write refused: " + applied.error);
       else
          KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
+      client.refusedWritesInc();
       client.pending().subscriberWrote();
       client.reply(request, applied.status, applied.error);
       return;
@@ -320,6 +328,11 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+}
+
+Applied const& Server::apply(std::string_view operations, uint8_t flags, ServerClient const& writer) {
+   tree_->byteLimitIs(writer.role() == Role::agent ? treeLimit_ + treeLimit_ / 8 : treeLimit_);
+   return tree_->apply(operations, flags);
 }
 
 // A large write leaves its frame and what it displaced; a refused one all that it had made.
@@ -366,8 +379,8 @@ void Server::traceSettingFollow(Applied const& applied) {
 
 // --- Requests
 
-void Server::settle(ServerClient& client, uint32_t request, uint32_t milliseconds) {
-   settling_.begin(client, request, milliseconds);
+void Server::settle(ServerClient& client, uint32_t request, uint32_t milliseconds, std::string_view agent) {
+   settling_.begin(client, request, milliseconds, agent);
 }
 
 void Server::settled(ServerClient& client, uint32_t probe) {
@@ -379,14 +392,7 @@ void Server::clientsReport(ServerClient& client, uint32_t request) {
 }
 
 void Server::snapshot(ServerClient& client, uint32_t request) {
-   if (!writeSnapshot_) {
-      client.reply(request, Status::refused, "the database runs without a snapshot file");
-      return;
-   }
-   std::string const error = writeSnapshot_();
-   if (!error.empty())
-      KEM_TRACE(serverTrace, 0, "snapshot: " << error);
-   client.reply(request, error.empty() ? Status::done : Status::refused, error);
+   snapshots_.begin(client, request);
 }
 
 } // namespace Ordel

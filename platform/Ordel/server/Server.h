@@ -17,11 +17,11 @@
 #include "Ordel/server/PacedTrace.h"
 #include "Ordel/server/ServerClient.h"
 #include "Ordel/server/Settling.h"
+#include "Ordel/server/SnapshotRequests.h"
 #include "Ordel/server/Subscriptions.h"
 #include "Ordel/server/Turns.h"
 #include "Ordel/store/Tree.h"
 
-#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -33,14 +33,18 @@ namespace Ordel {
 
 class Server {
   public:
-   // Writes the snapshot; returns what went wrong, or "".
-   using WriteSnapshot = std::function<std::string()>;
+   using WriteSnapshot = SnapshotRequests::Write;
 
    // `writeSnapshot` empty: there is no snapshot file.
    Server(std::unique_ptr<Tree> tree, std::string systemName, WriteSnapshot writeSnapshot = {});
    ~Server();
    Server(Server const&) = delete;
    Server& operator=(Server const&) = delete;
+
+   // What tools may make of the tree, in bytes (Tree::bytes). Agents may go an eighth beyond it: a publisher that
+   // fills the tree doesn't keep them from writing what follows.
+   static constexpr size_t defaultTreeLimit = 512u << 20;
+   void treeLimitIs(size_t bytes) { treeLimit_ = bytes; }
 
    // A connection has been made. Too many: the client is refused from the start. Good until `disconnect`.
    ServerClient& connect(ServerClient::Peer peer);
@@ -70,13 +74,14 @@ class Server {
    void unmount(ServerClient& client, uint32_t number);
    void write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
               std::string_view operations);
-   void settle(ServerClient& client, uint32_t request, uint32_t milliseconds);
+   void settle(ServerClient& client, uint32_t request, uint32_t milliseconds, std::string_view agent);
    void settled(ServerClient& client, uint32_t probe);
    void clientsReport(ServerClient& client, uint32_t request);
    void snapshot(ServerClient& client, uint32_t request);
    uint64_t drained(ServerClient& client, std::vector<uint32_t> const& nodes) {
       return subscriptions_.drained(client, nodes);
    }
+   void welcomed(ServerClient& client);
    void refused(ServerClient& client, std::string_view reason);
 
   private:
@@ -87,12 +92,13 @@ class Server {
       bool isNone() const { return status == Status::done; }
    };
 
+   Applied const& apply(std::string_view operations, uint8_t flags, ServerClient const& writer);
    void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
    // The mount as it can be made now; `node` 0 stays where it has to wait.
    Refusal place(ServerMount& mount);
    Refusal placeIn(ServerMount& mount, Entity const& node);
-   Refusal createPath(std::string_view path, Records::EntityType const& type);
+   Refusal createPath(std::string_view path, Records::EntityType const& type, ServerClient const& client);
    void begin(ServerMount& mount); // tells the client, and covers the node
    void await(ServerMount& mount);
    void end(ServerMount& mount); // covers nothing and waits for nothing any more
@@ -102,17 +108,18 @@ class Server {
 
    std::unique_ptr<Tree> tree_;
    std::string const systemName_;
-   WriteSnapshot writeSnapshot_;
    Subscriptions subscriptions_;
    Turns turns_;
    LargeFrames largeFrames_;
    MemoryReturn memoryReturn_;
    PacedTrace refusals_; // lines about what clients did wrong
    size_t outputBytes_ = 0;
+   size_t treeLimit_ = defaultTreeLimit;
    std::list<std::unique_ptr<ServerClient>> clients_;
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path
    Settling settling_;
+   SnapshotRequests snapshots_;
    Entity const* config_ = nullptr; // "ordel/config", while it is there
 };
 

@@ -138,7 +138,7 @@ bool ServerClient::takeFrame(Frame frame, std::string_view payload) {
       break;
    case Frame::settle:
       if (Message::Settle settle; (isRead = decode(payload, settle)))
-         server_.settle(*this, settle.request, settle.milliseconds);
+         server_.settle(*this, settle.request, settle.milliseconds, settle.agent);
       break;
    case Frame::settled:
       if (Message::Settled settled; (isRead = decode(payload, settled)))
@@ -202,6 +202,7 @@ bool ServerClient::takeHello(std::string_view payload) {
    timer_.timeMinIs(Kem::never);
    input_.limitIs(maxFrameBytes);
    welcome(server_.systemName());
+   server_.welcomed(*this);
    return true;
 }
 

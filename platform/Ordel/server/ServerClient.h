@@ -115,6 +115,8 @@ class ServerClient {
    uint64_t sentBytes() const { return sentBytes_; }                   // given to the output
    uint64_t receivedOperations() const { return receivedOperations_; } // those that took effect
    void receivedOperationsInc(size_t count) { receivedOperations_ += count; }
+   uint64_t refusedWrites() const { return refusedWrites_; }
+   void refusedWritesInc() { ++refusedWrites_; }
    std::string label() const; // "name (pid 12, uid 0)", for messages
 
    // Whether the changes of the block are to be marked; the answer is the same for all of one block.
@@ -195,6 +197,7 @@ class ServerClient {
    FrameReader input_;
    uint64_t receivedBytes_ = 0;
    uint64_t receivedOperations_ = 0;
+   uint64_t refusedWrites_ = 0;
    Large large_ = Large::none;
    bool isAnswerLarge_ = false; // the frame taken last may have cost much time
 

@@ -57,7 +57,7 @@ TEST_F(HandshakeTest, otherMagicIsRefused) {
 
 TEST_F(HandshakeTest, otherVersionIsRefused) {
    client.hello("x", Role::tool, Ordel::protocolMagic, 9);
-   verifyRefused("the client speaks version 9 of the protocol, the database 1");
+   verifyRefused("the client speaks version 9 of the protocol, the database 2");
 }
 
 TEST_F(HandshakeTest, otherRecordsAreRefused) {
@@ -950,6 +950,7 @@ TEST_F(ServerTest, clientsAreReportedAsJson) {
 TEST_F(ServerTest, snapshotIsWrittenOnRequest) {
    TestClient client(server);
    client.request(Frame::snapshot, 4);
+   Kem::activityManager()->advance(2);
    snapshotError = "disk full";
    client.request(Frame::snapshot, 5);
    client.take();

@@ -211,10 +211,127 @@ TEST_F(SettleTest, agentThatComesDuringARoundIsAskedInTheNextOne) {
    EXPECT_EQ(asking.replies[2].status, Status::done);
 }
 
+// --- One agent by its name
+
+TEST_F(SettleTest, agentOfTheNameIsAskedAlone) {
+   asking.settle(1, 0, "Vorn");
+   other.take();
+   EXPECT_THAT(other.probes, IsEmpty());
+   EXPECT_FALSE(isAnswered());
+   answer(agent);
+   EXPECT_TRUE(isAnswered());
+   EXPECT_EQ(asking.replies[1].status, Status::done);
+}
+
+TEST_F(SettleTest, roundOfAllDoesNotHoldUpTheAgentThatIsAskedByName) {
+   asking.settle(2);
+   answer(agent);
+   asking.settle(1, 0, "Vorn");
+   answer(agent);
+   EXPECT_TRUE(isAnswered());
+   EXPECT_EQ(asking.replies.count(2), 0u);
+   answer(other);
+   asking.take();
+   EXPECT_EQ(asking.replies[2].status, Status::done);
+}
+
+// What others write meanwhile was published after the question; what it writes itself may come back to it.
+TEST_F(SettleTest, onlyItsOwnWritesMakeAnotherRoundOfAnAgentThatIsAskedByName) {
+   asking.settle(1, 0, "Vorn");
+   other.write(putNamed(config, "a", true));
+   answer(agent);
+   EXPECT_TRUE(isAnswered());
+
+   asking.settle(2, 0, "Vorn");
+   agent.write(putNamed(config, "b", true));
+   answer(agent);
+   asking.take();
+   EXPECT_EQ(asking.replies.count(2), 0u);
+   answer(agent);
+   asking.take();
+   EXPECT_EQ(asking.replies[2].status, Status::done);
+}
+
+TEST_F(SettleTest, refusedWriteOfTheAgentMakesAnotherRound) {
+   asking.settle(1, 0, "Vorn");
+   agent.write(Block().at(config).set(Config::vlan, u16Bytes(5000)));
+   answer(agent);
+   EXPECT_FALSE(isAnswered());
+   answer(agent);
+   EXPECT_TRUE(isAnswered());
+}
+
+TEST_F(SettleTest, agentThatIsNotConnectedIsWaitedFor) {
+   asking.settle(1, 500, "Late");
+   TestClient tool(server, "Late"); // the name alone makes no agent
+   Kem::activityManager()->advance(0.4);
+   EXPECT_FALSE(isAnswered());
+   TestClient late(server, "Late", Role::agent);
+   answer(late);
+   EXPECT_TRUE(isAnswered());
+   EXPECT_EQ(asking.replies[1].status, Status::done);
+   asking.settle(2, 500, "Late");
+   answer(late);
+   asking.take();
+   EXPECT_EQ(asking.replies[2].status, Status::done);
+}
+
+TEST_F(SettleTest, answerIsNoWhenTheAgentDoesNotComeInTime) {
+   asking.settle(1, 500, "Late\n");
+   Kem::activityManager()->advance(0.6);
+   EXPECT_TRUE(isAnswered());
+   EXPECT_EQ(asking.replies[1].status, Status::absent);
+   EXPECT_EQ(asking.replies[1].text, "not settled: Late\\n is not connected");
+   TestClient late(server, "Late\n", Role::agent); // nobody asks for it any more
+   late.take();
+   EXPECT_THAT(late.probes, IsEmpty());
+}
+
+TEST_F(SettleTest, agentThatGoesIsAskedAgainWhenItIsBack) {
+   asking.settle(1, 0, "Vorn");
+   server.disconnect(*std::exchange(agent.link, nullptr));
+   EXPECT_FALSE(isAnswered());
+   TestClient back(server, "Vorn", Role::agent);
+   EXPECT_FALSE(isAnswered());
+   answer(back);
+   EXPECT_TRUE(isAnswered());
+   EXPECT_EQ(asking.replies[1].status, Status::done);
+}
+
+// The old connection has been hung up, but not been taken away, when the new one says hello.
+TEST_F(SettleTest, successorIsAskedWhereItComesBeforeTheOtherHasGone) {
+   asking.settle(1, 0, "Vorn");
+   agent.hasHungUp = true;
+   TestClient back(server, "Vorn", Role::agent);
+   ASSERT_TRUE(back.isWelcome);
+   server.disconnect(*std::exchange(agent.link, nullptr));
+   answer(back);
+   EXPECT_TRUE(isAnswered());
+}
+
+TEST_F(SettleTest, openQuestionsOfOneClientAreLimitedOverAllNames) {
+   for (uint32_t request = 1; request <= Ordel::maxQuestionsPerClient + 1; ++request)
+      asking.settle(request, 500, "agent" + std::to_string(request));
+   asking.take();
+   ASSERT_EQ(asking.replies.size(), 1u);
+   EXPECT_EQ(asking.replies[Ordel::maxQuestionsPerClient + 1].text, "more than 16 open questions");
+   asking.settle(100, 0, std::string(256, 'x'));
+   asking.take();
+   EXPECT_EQ(asking.replies[100].text, "an agent's name has at most 255 bytes");
+   Kem::activityManager()->advance(1);
+   asking.take();
+   EXPECT_EQ(asking.replies.size(), Ordel::maxQuestionsPerClient + 2);
+}
+
 TEST_F(SettleTest, askingClientMayGo) {
    {
       TestClient brief(server, "brief");
       brief.settle(1, 1000);
+   }
+   {
+      TestClient brief(server, "brief");
+      brief.settle(1, 1000, "Vorn");
+      brief.settle(2, 1000, "Nobody");
    }
    answer(agent);
    answer(other);

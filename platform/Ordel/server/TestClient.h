@@ -32,7 +32,8 @@ class TestClient {
    }
    // Without a hello.
    TestClient(Ordel::Server& ofServer, Silent)
-       : server(ofServer), link(&ofServer.connect({static_cast<pid_t>(1000), 0})) {}
+       : server(ofServer),
+         link(&ofServer.connect({static_cast<pid_t>(1000), 0, [this] { return hasHungUp; }})) {}
    ~TestClient() {
       if (link)
          server.disconnect(*link);
@@ -60,8 +61,8 @@ class TestClient {
       output_.end();
       sendOutput();
    }
-   void settle(uint32_t number, uint32_t milliseconds = 0) {
-      send(Ordel::Message::Settle{number, milliseconds});
+   void settle(uint32_t number, uint32_t milliseconds = 0, std::string_view agent = "") {
+      send(Ordel::Message::Settle{number, milliseconds, agent});
    }
    void sendRaw(std::string_view bytes) { link->receive(bytes); }
 
@@ -90,6 +91,7 @@ class TestClient {
    Ordel::FrameReader reader;
    Ordel::Tree mirror{schema()};
    uint64_t seen = 0;
+   bool hasHungUp = false;  // its end of the connection is closed
    bool appliesOwn = false; // its writes to the mirror, at once
    size_t takenBytes = 0;
 

@@ -11,12 +11,14 @@
 #include "Process/StopSignals.h"
 #include "records/Schema.h"
 
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -27,12 +29,13 @@ enum ExitStatus { stopped = 0, badUsage = 2, badSnapshot = 3, noSocket = 4, snap
 constexpr unsigned cell = 1; // of the supervisor that the database runs on
 
 constexpr char usage[] =
-    "usage: ordeld [--socket PATH] [--snapshot FILE]\n"
+    "usage: ordeld [--socket PATH] [--snapshot FILE] [--tree-limit MIB]\n"
     "\n"
     "The state database of the switch. Runs until SIGTERM or SIGINT.\n"
     "\n"
     "  --socket PATH     where clients connect; by default $ORDEL_SOCKET, else /run/vorn/ordel.sock\n"
     "  --snapshot FILE   read at start when it is there, written at the end and on request\n"
+    "  --tree-limit MIB  refuse what would make the tree larger, 1 to 1000000; 512 unless given\n"
     "  --help            this text\n"
     "  --version         the version\n"
     "\n"
@@ -42,15 +45,27 @@ constexpr char usage[] =
 struct Options {
    std::string socketPath = Ordel::Connection::defaultSocketPath();
    std::string snapshotFile;
+   size_t treeLimit = Ordel::Server::defaultTreeLimit; // bytes
 };
+
+// Ends the process for what is no limit.
+size_t treeLimitOf(std::string_view text) {
+   constexpr size_t most = 1'000'000;
+   size_t mebibytes = 0;
+   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), mebibytes);
+   if (error != std::errc() || end != text.data() + text.size() || mebibytes < 1 || mebibytes > most) {
+      Process::say("ordeld", "--tree-limit " + std::string(text) + ": expected 1 to 1000000 MiB");
+      std::exit(badUsage);
+   }
+   return mebibytes << 20;
+}
 
 // Ends the process for --help, --version and what can't be read.
 Options optionsOf(int argc, char** argv) {
-   static option const longOptions[] = {{"socket", required_argument, nullptr, 's'},
-                                        {"snapshot", required_argument, nullptr, 'f'},
-                                        {"help", no_argument, nullptr, 'h'},
-                                        {"version", no_argument, nullptr, 'v'},
-                                        {nullptr, 0, nullptr, 0}};
+   static option const longOptions[] = {
+       {"socket", required_argument, nullptr, 's'},     {"snapshot", required_argument, nullptr, 'f'},
+       {"tree-limit", required_argument, nullptr, 'l'}, {"help", no_argument, nullptr, 'h'},
+       {"version", no_argument, nullptr, 'v'},          {nullptr, 0, nullptr, 0}};
    Options options;
    int letter;
    while ((letter = getopt_long(argc, argv, "", longOptions, nullptr)) != -1) {
@@ -60,6 +75,9 @@ Options optionsOf(int argc, char** argv) {
          break;
       case 'f':
          options.snapshotFile = optarg;
+         break;
+      case 'l':
+         options.treeLimit = treeLimitOf(optarg);
          break;
       case 'h':
          std::fputs(usage, stdout);
@@ -126,6 +144,7 @@ int main(int argc, char** argv) {
    };
    Ordel::Server server(std::move(tree), systemName,
                         options.snapshotFile.empty() ? Ordel::Server::WriteSnapshot() : writeSnapshot);
+   server.treeLimitIs(options.treeLimit);
 
    int status = stopped;
    {

@@ -59,6 +59,9 @@ class Applier {
    void flushRun(char const* end);
    void closeGroup(char const* end);
 
+   // There were so many bytes, and now there are so many. False after a refusal, where that is too much.
+   bool isWithinLimit(Slot const* slot, Packed const* key);
+   bool grow(size_t before, size_t now, Slot const* slot, Packed const* key);
    bool notThere(std::string const& place);
    void refuse(std::string const& place, std::string_view reason, Status status = Status::refused);
    void refuseMalformed(std::string_view reason);

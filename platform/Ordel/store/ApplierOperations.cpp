@@ -36,6 +36,7 @@ void Applier::readSet(Wire::Reader& in, char const* begin) {
       refuse(place(slot), "is given at creation");
       return;
    }
+   size_t const bytesBefore = Store::valueTextBytes(*slot, at);
    if (isLoading_) {
       freeText(slot->value->isText() ? undo_.displace(*slot, at) : 0);
    } else {
@@ -43,7 +44,8 @@ void Applier::readSet(Wire::Reader& in, char const* begin) {
       undo_.record(Undone::set, entity, attribute, 0, undo_.displace(*slot, at));
    }
    store(entity, *slot, at, value);
-   effective(in, begin);
+   if (grow(bytesBefore, Store::valueTextBytes(*slot, at), slot, nullptr))
+      effective(in, begin);
 }
 
 void Applier::readPut(Wire::Reader& in, char const* begin) {
@@ -80,6 +82,7 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
       dropped(begin);
       return;
    }
+   size_t const bytesBefore = isNew ? 0 : Store::valueTextBytes(*slot, at);
    if (!isLoading_) {
       auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
       undo_.record(isNew ? Undone::put : Undone::replaced, entity, attribute, undo_.keepKey(*slot, probe),
@@ -88,7 +91,9 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
       freeText(undo_.displace(*slot, at));
    }
    store(entity, *slot, at, value);
-   effective(in, begin, isNew);
+   if (grow(bytesBefore, Store::valueTextBytes(*slot, at) + (isNew ? Store::memberBytes(*slot, probe) : 0),
+            slot, &key))
+      effective(in, begin, isNew);
 }
 
 void Applier::readErase(Wire::Reader& in, char const* begin) {
@@ -125,6 +130,7 @@ void Applier::readErase(Wire::Reader& in, char const* begin) {
       erase(*Store::entityAt(*members, position));
       return;
    }
+   store_.bytes -= Store::memberBytes(*slot, probe) + Store::valueTextBytes(*slot, members->value(position));
    auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
    undo_.record(Undone::erased, entity, attribute, undo_.keepKey(*slot, probe),
                 undo_.displace(*slot, members->value(position)));
@@ -218,6 +224,8 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
    if (isLoading_)
       return;
    undo_.record(Undone::created, made, attribute, 0, 0);
+   if (!isWithinLimit(slot, &key))
+      return;
    if (made.isNode())
       nodes_.push_back({&made, true});
    dropped(begin); // passed on with the number that the node has now
@@ -235,6 +243,19 @@ void Applier::erase(Entity& entity) {
    });
    store_.takeOut(entity);
    undo_.record(Undone::takenOut, entity, 0, 0, 0);
+}
+
+bool Applier::grow(size_t before, size_t now, Slot const* slot, Packed const* key) {
+   store_.bytes += now - before;
+   return now <= before || isWithinLimit(slot, key);
+}
+
+bool Applier::isWithinLimit(Slot const* slot, Packed const* key) {
+   if (store_.bytes <= store_.byteLimit || isLoading_) [[likely]]
+      return true;
+   refuse(place(slot, key),
+          "the database is full: the tree may hold " + std::to_string(store_.byteLimit >> 20) + " MiB");
+   return false;
 }
 
 // --- Values

@@ -181,4 +181,54 @@ TEST_F(ApplierTest, loadingTakesNumbersFromTheOperations) {
    EXPECT_EQ(loader.load(Block().at(77)).error, "node 77: there never was one of this number");
 }
 
+// --- The limit of the tree
+
+TEST_F(ApplierTest, whatAddsToAFullTreeIsRefused) {
+   std::string const text(1000, 'x');
+   apply(Block()
+             .at(node("a"))
+             .set(Config::text, stringBytes(text))
+             .put(Config::named, stringBytes("old"), "\1"sv));
+   size_t const before = store.bytes;
+   store.byteLimit = before;
+   auto const verifyRefused = [&](Block const& block, std::string const& place) {
+      Applied const& applied = apply(block);
+      EXPECT_EQ(applied.status, Status::refused);
+      EXPECT_FALSE(applied.isMalformed);
+      EXPECT_EQ(applied.error, place + ": the database is full: the tree may hold 0 MiB");
+      EXPECT_EQ(store.bytes, before);
+      EXPECT_EQ(store.countBytes(), before);
+   };
+   verifyRefused(Block().at(node("a")).put(Config::named, stringBytes("new"), "\1"sv), "a.named[new]");
+   verifyRefused(Block().at(node("a")).set(Config::text, stringBytes(text + "y")), "a.text");
+   verifyRefused(Block().at(node("dir")).createNode("made", configType), "dir/made");
+   verifyRefused(Block().at(node("a")).create(Config::vlanConfig, u16Bytes(5), vlanType), "a.vlanConfig[5]");
+   // What comes before in the same block is taken back.
+   verifyRefused(Block()
+                     .at(node("a"))
+                     .erase(Config::named, stringBytes("old"))
+                     .put(Config::named, stringBytes("n"), "\1"sv)
+                     .set(Config::text, stringBytes(text + text)),
+                 "a.text");
+}
+
+TEST_F(ApplierTest, fullTreeCanBeChangedAndMadeEmptier) {
+   std::string const text(1000, 'x');
+   apply(Block()
+             .at(node("a"))
+             .set(Config::text, stringBytes(text))
+             .put(Config::named, stringBytes("old"), "\1"sv));
+   store.byteLimit = 0;
+   EXPECT_TRUE(apply(Block()
+                         .at(node("a"))
+                         .set(Config::text, stringBytes(std::string(1000, 'y')))
+                         .set(Config::vlan, u16Bytes(7))
+                         .put(Config::named, stringBytes("old"), "\0"sv)
+                         .erase(Config::named, stringBytes("old"))
+                         .set(Config::text, stringBytes("")))
+                   .isDone());
+   EXPECT_TRUE(apply(Block().at(store.root->node()).erase(Store::dirEntities, stringBytes("b"))).isDone());
+   EXPECT_EQ(store.bytes, store.countBytes());
+}
+
 } // namespace

@@ -118,7 +118,47 @@ Entity& Store::create(EntityType const& type, Entity& parent, unsigned attribute
    if (node)
       numberIs(*entity, node);
    fillKeyAttribute(*entity);
+   bytes += bareBytes(*entity);
+   if (int const keyAttribute = type.keyAttribute; keyAttribute >= 0) {
+      Slot const& filled = Store::slot(*entity, static_cast<unsigned>(keyAttribute));
+      bytes += valueTextBytes(filled, place(*entity, filled));
+   }
    return *entity;
+}
+
+size_t Store::bareBytes(Entity const& entity) {
+   Slot const& slot = Store::slot(*entity.parent_, entity.attribute_);
+   return sizeof(Entity) + entity.layout_->initialBlock.size() + entityOverhead + memberBytes(slot) +
+          (slot.shape.isKeyText ? textBytes(entity.key_) : 0);
+}
+
+size_t Store::bytesOf(Entity const& entity) {
+   size_t sum = bareBytes(entity);
+   for (Slot const& slot : entity.layout_->slots) {
+      if (slot.isSingle()) {
+         sum += valueTextBytes(slot, place(entity, slot));
+         continue;
+      }
+      Table const* const members = table(entity, slot);
+      if (slot.holdsEntities() || !members)
+         continue;
+      sum += members->count() * memberBytes(slot);
+      if (!slot.shape.isKeyText && !slot.shape.isValueText)
+         continue;
+      for (uint32_t i = 0; i < members->end(); ++i) {
+         if (!members->isMember(i))
+            continue;
+         sum += slot.shape.isKeyText ? textBytes(Text{members->keyBits(i)}) : 0;
+         sum += valueTextBytes(slot, members->value(i));
+      }
+   }
+   return sum;
+}
+
+size_t Store::countBytes() const {
+   size_t sum = 0;
+   eachBelow(*root, [&](Entity& entity) { sum += &entity == root ? 0 : bytesOf(entity); });
+   return sum;
 }
 
 bool Store::isKeyFilled(Entity const& entity) {
@@ -163,6 +203,7 @@ void Store::takeOut(Entity& entity) {
    eachBelow(entity, [&](Entity& below) {
       below.isErased_ = true;
       --entityCount;
+      bytes -= bytesOf(below);
       if (below.node_)
          nodes_.erase(below.node_);
    });
@@ -182,6 +223,7 @@ void Store::putBack(Entity& entity) {
    eachBelow(entity, [&](Entity& below) {
       below.isErased_ = false;
       ++entityCount;
+      bytes += bytesOf(below);
       if (below.node_)
          nodes_[below.node_] = &below;
    });

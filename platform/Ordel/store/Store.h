@@ -35,6 +35,8 @@ class Store {
    uint32_t nextNode = 1;
    uint32_t serial = 0; // of the block that is applied
    size_t entityCount = 0;
+   size_t bytes = 0;            // about, of all entities but the root, and of what they hold
+   size_t byteLimit = SIZE_MAX; // operations that would pass it are refused
    Entity* root = nullptr;
    std::vector<Walk*> walks;
 
@@ -85,6 +87,16 @@ class Store {
    // Makes an entity under a key that is free and counts it; `node` 0 for none.
    Entity& create(Records::EntityType const& type, Entity& parent, unsigned attribute, KeyProbe const& key,
                   uint32_t node);
+   // What `bytes` counts: a member of a map or of references, without the text of its value; that text; an
+   // entity with what it holds, but for the entities below it; all that is in the tree.
+   static size_t memberBytes(Slot const& slot, KeyProbe const& key) {
+      return memberBytes(slot) + (slot.shape.isKeyText ? textBytes(key.text) : 0);
+   }
+   static size_t valueTextBytes(Slot const& slot, char const* place) {
+      return slot.value->isText() ? textBytes(loadBytes(place, sizeof(Text))) : 0;
+   }
+   static size_t bytesOf(Entity const& entity);
+   size_t countBytes() const;
    // Takes an entity with all below it out of the tree, or puts it back.
    void takeOut(Entity& entity);
    void putBack(Entity& entity);
@@ -144,6 +156,14 @@ class Store {
   private:
    // It has to be told: not its default, and not told by the key.
    static bool isTold(Entity const& entity, Slot const& slot);
+   static constexpr size_t textOverhead = 24, memberOverhead = 8,
+                           entityOverhead = 32; // about, of the allocator
+   static size_t textBytes(std::string_view text) { return text.size() + textOverhead; }
+   static size_t textBytes(Text text) { return text ? textBytes(textView(text)) : 0; }
+   static size_t memberBytes(Slot const& slot) {
+      return size_t{slot.shape.keySize} + slot.shape.valueSize + memberOverhead;
+   }
+   static size_t bareBytes(Entity const& entity); // without what it holds
    static Table& newTable(Entity& entity, Slot const& slot);
    Entity* allocate(Layout const& layout);
    static void fillKeyAttribute(Entity& entity);

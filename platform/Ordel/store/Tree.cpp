@@ -94,6 +94,18 @@ std::string Tree::path(Entity const& entity) const {
    return Store::path(entity);
 }
 
+size_t Tree::bytes() const {
+   return store_->bytes;
+}
+
+size_t Tree::countBytes() const {
+   return store_->countBytes();
+}
+
+void Tree::byteLimitIs(size_t bytes) {
+   store_->byteLimit = bytes;
+}
+
 size_t Tree::entityCount() const {
    return store_->entityCount;
 }

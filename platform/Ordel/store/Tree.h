@@ -132,6 +132,11 @@ class Tree {
    // holds; for an absent member `erase`.
    void encodeMember(Entity const& entity, unsigned attribute, std::string_view key, Wire::Writer& out) const;
 
+   // About, of all that is in the tree. An operation that adds to it and passes the limit is refused; a snapshot
+   // isn't.
+   size_t bytes() const;
+   size_t countBytes() const; // the same, by looking at all of it: for tests
+   void byteLimitIs(size_t bytes);
    // Number of entities, the root included.
    size_t entityCount() const;
    // The number that the next node gets; greater than all that were given.

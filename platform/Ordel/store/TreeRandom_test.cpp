@@ -166,12 +166,14 @@ struct RandomTest : testing::TestWithParam<unsigned> {
       if (isRefused) {
          nextNode = nextBefore;
          ASSERT_EQ(dump(tree), before);
+         ASSERT_EQ(tree.bytes(), tree.countBytes());
          return;
       }
       model = std::move(copy);
       std::string const now = dump(tree);
       ASSERT_EQ(now, model.dump());
       ASSERT_EQ(tree.nextNode(), nextNode);
+      ASSERT_EQ(tree.bytes(), tree.countBytes());
       ASSERT_TRUE(now == before || !applied.bytes.empty());
       for (auto const& group : applied.groups) {
          ASSERT_LT(group.body, group.end);

@@ -74,6 +74,7 @@ void UndoLog::rollBack() {
       restore(slot, at, undo.old);
    }
    store_.nextNode = nextNodeBefore_;
+   store_.bytes = bytesBefore_;
    clear();
 }
 

@@ -23,7 +23,10 @@ class UndoLog {
    enum class Undone : uint8_t { set, put, replaced, erased, created, takenOut };
 
    // A block begins.
-   void begin() { nextNodeBefore_ = store_.nextNode; }
+   void begin() {
+      nextNodeBefore_ = store_.nextNode;
+      bytesBefore_ = store_.bytes;
+   }
    // A change of the entity: made, taken out, or of its attribute, where `key` is what keepKey gave for a
    // member and `old` what displace gave for a value that was overwritten.
    void record(Undone what, Entity& entity, unsigned attribute, uint64_t key, uint64_t old) {
@@ -63,6 +66,7 @@ class UndoLog {
    std::string keyBytes_;
    std::string oldBytes_;
    uint32_t nextNodeBefore_ = 0;
+   size_t bytesBefore_ = 0;
 };
 
 } // namespace Ordel

@@ -65,8 +65,9 @@ struct Write {
 struct Settle {
    static constexpr Frame frame = Frame::settle;
    uint32_t request = 0;
-   uint32_t milliseconds = 0; // 0: no limit
-   static void fields(auto& m, auto each) { each(m.request), each(m.milliseconds); }
+   uint32_t milliseconds = 0;   // 0: no limit
+   std::string_view agent = {}; // "": all that are connected
+   static void fields(auto& m, auto each) { each(m.request), each(m.milliseconds), each(m.agent); }
 };
 
 // --- Database to client

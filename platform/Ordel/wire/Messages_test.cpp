@@ -41,12 +41,12 @@ void verifyExact(std::string const& payload) {
 
 TEST(MessagesTest, layoutIsThatOfTheProtocol) {
    EXPECT_EQ(payloadOf(Message::Hello{.fingerprint = 7, .name = "ab", .role = Role::agent}),
-             "ORDL\1\0\7\0\0\0\0\0\0\0\2ab\1"sv);
+             "ORDL\2\0\7\0\0\0\0\0\0\0\2ab\1"sv);
    EXPECT_EQ(payloadOf(Message::Mount{258, "a/b", "T", mountAwait}), "\2\1\0\0\3a/b\1T\4"sv);
    EXPECT_EQ(payloadOf(Message::Write{1, 2, writeStrict, {"ops"}}), "\1\0\0\0\2\0\0\0\0\0\0\0\1ops"sv);
-   EXPECT_EQ(payloadOf(Message::Settle{1, 2}), "\1\0\0\0\2\0\0\0"sv);
+   EXPECT_EQ(payloadOf(Message::Settle{1, 2, "a"}), "\1\0\0\0\2\0\0\0\1a"sv);
    EXPECT_EQ(payloadOf(Message::Clients{3}), "\3\0\0\0"sv);
-   EXPECT_EQ(payloadOf(Message::Welcome{.fingerprint = 7, .systemName = "s"}), "\1\0\7\0\0\0\0\0\0\0\1s"sv);
+   EXPECT_EQ(payloadOf(Message::Welcome{.fingerprint = 7, .systemName = "s"}), "\2\0\7\0\0\0\0\0\0\0\1s"sv);
    EXPECT_EQ(payloadOf(Message::Refused{"no"}), "\2no"sv);
    EXPECT_EQ(payloadOf(Message::Mounted{1, 2, 3, "p"}), "\1\0\0\0\2\0\0\0\3\0\1p"sv);
    EXPECT_EQ(payloadOf(Message::MountFailed{1, Status::absent, "r"}), "\1\0\0\0\1\1r"sv);
@@ -76,7 +76,7 @@ TEST(MessagesTest, payloadMustBeOneMessageExactly) {
    verifyExact<Message::Hello>(payloadOf(Message::Hello{.name = "name"}));
    verifyExact<Message::Mount>(payloadOf(Message::Mount{1, "selector", "type", 0}));
    verifyExact<Message::Unmount>(payloadOf(Message::Unmount{1}));
-   verifyExact<Message::Settle>(payloadOf(Message::Settle{1, 2}));
+   verifyExact<Message::Settle>(payloadOf(Message::Settle{1, 2, "Vorn"}));
    verifyExact<Message::Welcome>(payloadOf(Message::Welcome{.systemName = "name"}));
    verifyExact<Message::Refused>(payloadOf(Message::Refused{"reason"}));
    verifyExact<Message::Mounted>(payloadOf(Message::Mounted{1, 2, 3, "path"}));

@@ -9,7 +9,7 @@
 //     mount      u32 mount, string selector, string type ("" any), u8 flags (MountFlag)
 //     unmount    u32 mount
 //     write      u32 request (0: no reply wanted), u64 seen, u8 flags (WriteFlag), operations
-//     settle     u32 request, u32 milliseconds (0: no limit)
+//     settle     u32 request, u32 milliseconds (0: no limit), string agent ("": all that are connected)
 //     settled    u32 probe
 //     clients    u32 request
 //     snapshot   u32 request
@@ -50,7 +50,7 @@
 namespace Ordel {
 
 inline constexpr uint32_t protocolMagic = 0x4c44524f; // "ORDL"
-inline constexpr uint16_t protocolVersion = 1;
+inline constexpr uint16_t protocolVersion = 2;
 
 inline constexpr size_t frameHeaderBytes = 5;      // size and type
 inline constexpr size_t maxFrameBytes = 32u << 20; // a larger one ends the connection
