@@ -53,7 +53,7 @@ void BridgeSettingsSm::handleAllVidToFidMap() {
    for (auto const& [vlanId, fid] : cliConfig_->vidToFidMap())
       handleVidToFidMap(vlanId);
    for (auto const& [vlanId, fid] : config_->vidToFidMap())
-      handleVidToFidMap(vlanId); // stale ones go
+      handleVidToFidMap(vlanId); // deletes stale ones
 }
 
 void BridgeSettingsSm::handleIeeeReservedForwarding(Sulvi::EthAddr addr) {
@@ -68,7 +68,7 @@ void BridgeSettingsSm::handleIeeeReservedForwarding() {
    for (auto const& [addr, isForwarded] : cliConfig_->ieeeReservedForwarding())
       handleIeeeReservedForwarding(addr);
    for (auto const& [addr, isForwarded] : config_->ieeeReservedForwarding())
-      handleIeeeReservedForwarding(addr); // stale ones go
+      handleIeeeReservedForwarding(addr); // deletes stale ones
 }
 
 } // namespace Vorn

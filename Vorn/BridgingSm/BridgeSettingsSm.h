@@ -1,6 +1,6 @@
 // What is set for the bridge as a whole: the command line's input says which VLANs share a filtering database
-// and which reserved addresses are forwarded, and both are copied into the resolved configuration. A change of
-// the default switchport mode there is applied by starting the agent again.
+// and which reserved addresses are forwarded, and both are copied into the resolved configuration. A change
+// of the default switchport mode in the resolved configuration ends the process: the next one applies it.
 //
 // Owned by BridgingConfigSm, which initializes it as the last step of its own start.
 #pragma once
@@ -17,7 +17,7 @@ class BridgeSettingsSm final : public Kem::StateMachine {
                     Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
    // Copies all settings.
    void handleInitialized() override;
-   // Another input of the command line: its settings replace those of the old one.
+   // The command line's input is a new entity: its settings replace those of the old one.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
 
   private:

@@ -1,5 +1,4 @@
-// What BridgingConfigSm is made of: what it follows, and where it writes. The factory and the tests fill it in;
-// the names are those that the state machine uses for the same things.
+// The inputs of BridgingConfigSm: what it follows, and what it writes to. The agent and the tests fill it in.
 #pragma once
 
 #include "Kem/Clock.h"
@@ -29,7 +28,7 @@ struct BridgingConfigInputs {
    Kem::Ptr<Bridging::FdbConfigDir const> fdbConfigDir;
    Kem::Ptr<Bridging::Config> config; // the result
    Kem::Ptr<Interface::VlanIntfConfigDir const> vlanIntfConfig;
-   Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must be there
+   Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must not be null
    Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;
    Kem::Ptr<Kem::Dir const> dynAllowedVlanDir;
    Kem::Ptr<Kem::Dir const> dynVlanDir;

@@ -1,5 +1,5 @@
-// The road of a port: the deferred stage, the copy, SwitchIntfSm, which is also
-// given the records of the interface.
+// The path of a port: the deferred stage, the copy, SwitchIntfSm, which is also given the records of the
+// interface.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 
@@ -37,7 +37,7 @@ BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::I
 void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
    if (switchIntfConfigAfterCodef_.erase(intfId))
       handleSwitchIntfConfig(intfId);
-   // A port that the previous run left may go before it has a copy here.
+   // A port of the previous run may be deleted before it has a copy here.
    internalVlans_.startupDel(intfId);
 }
 
@@ -110,7 +110,7 @@ void BridgingConfigSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
       return;
    auto const record = in_.ethIntfConfigDir->intfConfig(intfId);
    bool const isKnown = record == sm->ethIntfConfig();
-   sm->ethIntfConfigIs(record); // evaluates a record that is another one
+   sm->ethIntfConfigIs(record); // evaluates the record when it is a new one
    if (!record)
       releaseVanishedRoutedPort(*sm);
    else if (isKnown)

@@ -1,5 +1,5 @@
-// What BridgingConfigSm itself follows, and the handler of each notification; a subject with a class of its own
-// has its reactors there. Included by BridgingConfigSm.cpp only.
+// What BridgingConfigSm itself follows, and the handler of each notification; a subject with a class of its
+// own has its reactors there. Included by BridgingConfigSm.cpp only.
 #pragma once
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"

@@ -2,19 +2,19 @@
 // deletes them as the copies of the deferred stages come and go, and holds what the children share.
 //
 // Nothing here reads a VLAN or a port from an input: children follow the copies. The selector says which
-// input is configIn and calls handleVlanConfig() when that changes. Made by the agent on the active
-// supervisor, for good.
+// input is configIn and calls handleVlanConfig() when that changes. Made once by the agent, when its
+// supervisor becomes active.
 //
-// The roads of VLANs and ports through the class have a file each:
+// The paths of VLANs and ports through the class have a file each:
 //
 //    BridgingConfigSm.cpp         start, and look-ups
 //    BridgingConfigReactors.h     what is followed, and the handler of each notification
 //    BridgingConfigVlans.cpp      VLANs: from configIn and the copies to VlanConfigSm; VLAN interfaces
 //    BridgingConfigPorts.cpp      ports: from the copies and the interfaces' records to SwitchIntfSm
 //
-// Every other subject is a class with its tables, its children, its reactors and their handlers in files of its
-// own; here are only its member, its step of the start, and the operations that others call on this class:
-// BridgeSettingsSm, InternalVlans, ResolvedVlans, VlanInterfaces. A new subject is added in that way.
+// Every other subject is a class with its tables, its children, its reactors and their handlers in files of
+// its own; here are only its member, its step of the start, and the operations that others call on this
+// class: BridgeSettingsSm, InternalVlans, ResolvedVlans, VlanInterfaces. A new subject is added in that way.
 #pragma once
 
 #include "Kem/StateMachine.h"
@@ -38,7 +38,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
                                public VlanConfigOutput,
                                public SwitchIntfConfigOutput {
   public:
-   // Seconds between two looks of recovery at the ports that wait for an internal VLAN.
+   // How often recovery looks at the ports that wait for an internal VLAN, in seconds.
    static constexpr Kem::Seconds recoveryPeriod = 10.0;
 
    explicit BridgingConfigSm(BridgingConfigInputs inputs);
@@ -52,7 +52,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    void configInIs(Kem::Ptr<Bridging::Input::Config const> const& input) { in_.configIn = input; }
    Bridging::Config& config() const { return *in_.config; }
    Bridging::Input::CliConfig const& cliConfig() const { return *in_.cliConfig; }
-   // Another input of the command line: its settings replace those of the old one.
+   // The command line's input is a new entity: its settings replace those of the old one.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
    Bridging::Input::DynVlanSrcTable const& dynVlanSrcTable() const { return *in_.dynVlanSrcTable; }
    PrivateVlanLib::LibState const& privateVlanLibState() const { return *in_.privateVlanLibState; }
@@ -90,8 +90,8 @@ class BridgingConfigSm final : public Kem::StateMachine,
    void switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) override;
    void handleSwitchIntfConfig(Sulvi::IntfId intfId);
    void switchIntfSmInitialize(Sulvi::IntfId intfId) override;
-   // No input holds the port: what the previous run resolved for it goes. A port with a child is left to that,
-   // which goes when the deferred stage hears of it.
+   // No input holds the port: deletes what the previous run resolved for it. A port that has a child is left
+   // alone: the deferred stage deletes its copy, and the rest follows.
    void doForgetPort(Sulvi::IntfId intfId);
    SwitchIntfSms const& switchIntfSm() const { return switchIntfSm_; }
    Kem::Ptr<SwitchIntfSm> switchIntfSm(Sulvi::IntfId intfId) const; // null when there is none

@@ -102,7 +102,7 @@ TEST_F(BridgingConfigSmTest, membersThatTheRunBeforeLeftAreSetRight) {
 
 // --- Before the start.
 
-TEST_F(BridgingConfigSmTest, vlansAndPortsAreNoConcernBeforeTheStart) {
+TEST_F(BridgingConfigSmTest, vlansAndPortsAreIgnoredBeforeTheStart) {
    auto const sm = uninitialized();
    sm->vlanConfigAfterCodefIs(10);
    sm->handleVlanConfig(10);
@@ -111,7 +111,7 @@ TEST_F(BridgingConfigSmTest, vlansAndPortsAreNoConcernBeforeTheStart) {
    EXPECT_FALSE(sm->initialized());
 }
 
-TEST_F(BridgingConfigSmTest, wholeCollectionOfPortsIsNoneOfItsConcernsAfterTheStart) {
+TEST_F(BridgingConfigSmTest, wholeCollectionOfPortsIsRefusedAfterTheStart) {
    bridge.start();
    EXPECT_DEATH(bridge.sm->handleSwitchIntfConfig(), HasSubstr("\"!initialized()\""));
 }
@@ -147,7 +147,7 @@ TEST_F(BridgingConfigSmTest, vlansComeAndGoWithTheCopiesOfTheDeferredStage) {
    EXPECT_TRUE(trace.has("Deleting vlanConfig for vlan 10"));
 }
 
-TEST_F(BridgingConfigSmTest, standingVlanOnlyGetsItsCopy) {
+TEST_F(BridgingConfigSmTest, existingVlanOnlyGetsItsCopy) {
    TestTrace trace;
    bridge.vlan(10);
    bridge.start();
@@ -232,7 +232,7 @@ TEST_F(BridgingConfigSmTest, interfacesAreHandedToTheirPortsAsTheyComeAndGo) {
    bridge.start();
    auto const config = bridge.intf("Ethernet1");
    bridge.forwardingModelIs("Ethernet1", TestBridge::bridgedModel);
-   bridge.intf("Ethernet2"); // which is none of the command line's ports
+   bridge.intf("Ethernet2"); // not a port of the command line's input
    bridge.forwardingModelIs("Ethernet3", TestBridge::bridgedModel);
    bridge.run();
    EXPECT_EQ(bridge.portSm("Ethernet1")->ethIntfConfig(), config);
@@ -281,8 +281,8 @@ TEST_F(BridgingConfigSmTest, existingRoutedPortEvaluatesANewRecordOfItsInterface
    EXPECT_EQ(bridge.mode("Ethernet1"), "routed 1006");
 }
 
-TEST_F(BridgingConfigSmTest, standingPortRefusesAnotherResolvedConfiguration) {
-   bridge.config->nameIs("standing");
+TEST_F(BridgingConfigSmTest, existingPortRefusesAnotherResolvedConfiguration) {
+   bridge.config->nameIs("existing");
    bridge.port("Ethernet1");
    bridge.start();
    auto const other = Bridging::Config::make();
@@ -294,7 +294,7 @@ TEST_F(BridgingConfigSmTest, standingPortRefusesAnotherResolvedConfiguration) {
       EXPECT_STREQ(
           e.what(),
           "Reinstantiating the pointer interface where constructor parameter attribute _bridgingConfig has "
-          "a different value of standing than the current value of asked not allowed");
+          "a different value of existing than the current value of asked not allowed");
    }
 }
 
@@ -351,7 +351,7 @@ TEST_F(BridgingConfigSmTest, defaultModeThatIsBackAtItsOldValueEndsTheProcessToo
    EXPECT_EXIT(bridge.run(), ExitedWithCode(0), "defaultSwitchportMode is now 0");
 }
 
-TEST_F(BridgingConfigSmTest, defaultModeThatStandsAtTheStartEndsNothing) {
+TEST_F(BridgingConfigSmTest, defaultModeThatIsSetAtTheStartEndsNothing) {
    bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);
    bridge.start();
    EXPECT_TRUE(bridge.sm->initialized());
@@ -416,7 +416,7 @@ TEST_F(BridgingConfigSmTest, settingsOfAReplacedCommandLineReplaceThoseOfTheOldO
    EXPECT_EQ(*fid(20), 8);
    EXPECT_FALSE(bridge.config->ieeeReservedForwarding().find(addr));
    EXPECT_TRUE(bridge.config->ieeeReservedForwarding(otherAddr));
-   // The new one is followed, and the old one no more.
+   // The new one is followed, and the old one is not any more.
    replacement->vidToFidMapIs(30, 9);
    replacement->ieeeReservedForwardingDel(otherAddr);
    bridge.cli->vidToFidMapIs(40, 9);

@@ -1,5 +1,5 @@
-// The road of a VLAN: configIn, the deferred stage, the copy, VlanConfigSm. And what else takes a VLAN's
-// number: a VLAN interface.
+// The path of a VLAN: configIn, the deferred stage, the copy, VlanConfigSm. VLAN interfaces are here too,
+// because they take VLAN numbers.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 
@@ -100,7 +100,7 @@ Kem::Ptr<VlanConfigSm> BridgingConfigSm::vlanConfigSm(Bridging::VlanId vlanId) c
 void BridgingConfigSm::handleVlanIntfConfig(Sulvi::IntfId intfId) {
    KEM_INVARIANT(initialized(), "initialized()");
    uint16_t const number = Sulvi::VlanIntfId::vlanId(intfId);
-   // A number that no VLAN can have is no routed port's either.
+   // Only a number that a VLAN can have can be an internal VLAN's.
    if (vlanInterfaces_.find(intfId) && Bridging::VlanId::isLegal(number))
       handleInternalVlanIdInUse(Bridging::VlanId(number));
 }

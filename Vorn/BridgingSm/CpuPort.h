@@ -12,15 +12,15 @@ class VlanInterfaces;
 Sulvi::IntfId cpuIntfId();
 void addCpuPort(Bridging::VlanConfig& vlan);
 void deleteCpuPort(Bridging::VlanConfig& vlan);
-// The rule of a VLAN by itself: it is active, and has a VLAN interface that is enabled.
+// The rule for a VLAN by itself: it is active and has an enabled VLAN interface.
 bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig const& vlan);
 
-// Brings the CPU port of a secondary VLAN in step with its primary. The mapping of VLAN interfaces waits for
-// its state machine, which is still to come: until then every primary has the default one.
+// Brings the CPU port of a secondary VLAN in step with its primary. The state machine that maps VLAN
+// interfaces is still to come: until then every primary has the default mapping.
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
-// The same for every pair that the VLAN is part of, as primary or as secondary;
-// nothing for a VLAN without a role.
+// The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
+// role.
 void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId);
 
 } // namespace Vorn

@@ -108,7 +108,7 @@ TEST_F(CpuPortTest, secondaryIsBroughtInStepWithItsPrimary) {
    EXPECT_EQ(cpu(102), "") << "its sister is not touched";
 }
 
-TEST_F(CpuPortTest, vlanThatIsNotResolvedIsNoConcern) {
+TEST_F(CpuPortTest, vlanThatIsNotResolvedIsIgnored) {
    maybeSyncCpuPort(*bridge.sm, 4000);
    EXPECT_FALSE(bridge.resolvedVlan(4000));
 }

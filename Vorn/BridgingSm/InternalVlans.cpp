@@ -135,7 +135,7 @@ void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
              "handleInternalVlanIdInUse"
                  << " deleting routed port vlan config for intfId: " << intfId << " vlanId: " << vlanId);
    giveUp(intfId, Bridging::VlanIdOrNone(vlanId));
-   // Meant, though giving up has written the same: the two steps don't rest on each other.
+   // Meant, though giving up has written the same: neither step relies on the other.
    if (auto const port = config_->switchIntfConfig(intfId))
       port->switchportModeAndNativeVlanIs(
           {.switchportMode = Bridging::SwitchportMode::routed_, .nativeVlan = 0});
@@ -147,7 +147,7 @@ void InternalVlans::handleInUse(Bridging::VlanId vlanId) {
 void InternalVlans::waitBegin(Sulvi::IntfId intfId) {
    Kem::Seconds const now = Kem::now();
    auto const* const since = cause_->intfStatus().find(intfId);
-   if (!since || !(*since <= now)) // the time of another boot is none
+   if (!since || !(*since <= now)) // a time of another boot doesn't count
       cause_->intfStatusIs(intfId, now);
 }
 
@@ -155,7 +155,7 @@ void InternalVlans::recover() {
    Kem::Seconds const now = Kem::now();
    for (auto const& [intfId, time] : cause_->intfStatus()) {
       if (!(time <= now)) {
-         // Of another boot, or of no clock at all: it would hold the port back for as long.
+         // A time in the future is from another boot or a broken clock: it would delay recovery by as much.
          waitBegin(intfId);
          continue;
       }

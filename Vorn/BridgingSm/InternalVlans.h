@@ -9,9 +9,9 @@
 //    waiting ──evaluated while a number is free──► VLAN held
 //    waiting ──left routed mode──► no VLAN
 //
-// A waiting port is a member of the errdisable cause "no-internal-vlan"; one that holds a VLAN never is. Here
-// are the tables and what is done with them. Whether a port may hold a VLAN at the moment is decided by
-// SwitchIntfSm; when the operations run, by BridgingConfigSm, which owns this.
+// A waiting port is a member of the errdisable cause "no-internal-vlan"; one that holds a VLAN never is. The
+// tables and the operations on them are here. SwitchIntfSm decides whether a port may hold a VLAN at the
+// moment; BridgingConfigSm, which owns this, decides when the operations run.
 #pragma once
 
 #include "Kem/Collections.h"
@@ -32,7 +32,7 @@ class PortsByVlan {
   public:
    Sulvi::IntfId port(Bridging::VlanId vlanId) const;       // the empty id when there is none
    Bridging::VlanIdOrNone vlan(Sulvi::IntfId intfId) const; // 0 when there is none
-   // Ties the two; whatever either was tied to before is free.
+   // Pairs the two; what either was paired with before is free.
    void pairIs(Bridging::VlanId vlanId, Sulvi::IntfId intfId);
    void pairDel(Sulvi::IntfId intfId); // nothing when there is none
 
@@ -57,7 +57,7 @@ class InternalVlans {
    // What the previous run left, until its port takes the VLAN up again.
    PortsByVlan const& startup() const { return startup_; }
 
-   // Reads the ports that the previous run resolved: what has to be kept for its port. `input` and
+   // Finds the internal VLANs of the previous run that have to be kept for their ports. `input` and
    // `ethIntfConfigDir` may be null.
    void handleStartup(Bridging::Input::Config const* input,
                       Interface::EthIntfConfigDir const* ethIntfConfigDir);
@@ -68,19 +68,20 @@ class InternalVlans {
    // Gives the port a VLAN: the number of the previous run, or a free one where there is none. Returns 0 when
    // none is free, or something took the old number meanwhile; then the port waits.
    Bridging::VlanIdOrNone take(Sulvi::IntfId intfId);
-   // The port doesn't take up the VLAN that the previous run left: number and VLAN are free.
+   // The port doesn't take up its VLAN of the previous run: frees the number and deletes the VLAN.
    void startupDel(Sulvi::IntfId intfId);
-   // Takes the VLAN from the port, which stays routed, without a VLAN. Asserts "vlanId": it isn't 0.
+   // Takes the VLAN away from the port, which stays routed. Asserts "vlanId": it isn't 0.
    void giveUp(Sulvi::IntfId intfId, Bridging::VlanIdOrNone vlanId);
-   // The user's configuration takes the number: its port gives it up and waits. Nothing when no port has it.
+   // The user's configuration takes the number: the port that holds it gives it up and waits. Nothing when no
+   // port holds it.
    void handleInUse(Bridging::VlanId vlanId);
 
    // --- Waiting.
-   // From now on; a port that waits already has waited since it failed, not since it was last evaluated.
+   // The port waits from now on. One that waits already keeps its time, which is when it failed.
    void waitBegin(Sulvi::IntfId intfId);
    void waitEnd(Sulvi::IntfId intfId) { cause_->intfStatusDel(intfId); }
-   // Ends the waiting of those who have waited long enough, while a number is free. Assigns none: the port
-   // takes its VLAN when it comes up again.
+   // Ends the waiting of ports that have waited long enough, while a number is free. Assigns no number: the
+   // port takes its VLAN when it comes up again.
    void recover();
 
   private:
@@ -94,8 +95,8 @@ class InternalVlans {
    PortsByVlan startup_;
 };
 
-// Writes the resolved VLAN of a routed port: internal, active, named after the port,
-// with the CPU port as its member.
+// Writes the resolved VLAN of a routed port: internal, active, named after the port, with the CPU port as its
+// member.
 Kem::Ptr<Bridging::VlanConfig> createRoutedPortVlanConfig(ResolvedVlans& resolvedVlans,
                                                           Bridging::VlanId vlanId, Sulvi::IntfId intfId);
 // InternalVlans::giveUp.

@@ -1,4 +1,4 @@
-// What happens to the VLANs of routed ports when the agent starts on what a previous run left.
+// What happens to the VLANs of routed ports when the agent starts on the tree of a previous run.
 #include "Vorn/BridgingSm/TestInternalVlans.h"
 
 namespace {
@@ -10,7 +10,7 @@ using Numbers = std::vector<uint16_t>;
 
 using ForwardingModel = Interface::IntfForwardingModel;
 
-// What makes a port routed is its default record.
+// A port becomes routed by its default record.
 struct InternalVlanRestartTest : InternalVlansTest {
    InternalVlanRestartTest() {
       bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);

@@ -300,7 +300,7 @@ TEST_F(InternalVlansTest, interfaceThatVanishesReleasesTheVlanOfItsPort) {
    bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
    bridge.ethIntfConfigDir->intfConfigDel("Ethernet1");
    bridge.run();
-   EXPECT_TRUE(bridge.portSm("Ethernet1")) << "the command line's port stands";
+   EXPECT_TRUE(bridge.portSm("Ethernet1")) << "the command line's port is kept";
    EXPECT_FALSE(bridge.resolvedPort("Ethernet1")->asymVlanEnabled()) << "its mode is evaluated";
    expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
@@ -331,7 +331,7 @@ TEST_F(InternalVlansTest, statusThatComesWithItsModelGivesThePortItsVlan) {
    bridge.start();
    expectHoldsNothing("Ethernet1");
    bridge.forwardingModelIs("Ethernet1",
-                            TestBridge::routedModel); // a new record, which has its model from the beginning
+                            TestBridge::routedModel); // a new record that has its model from the beginning
    bridge.run();
    expectHolds("Ethernet1", 4000);
 }
@@ -348,7 +348,7 @@ TEST_F(InternalVlansTest, startOverWithAnotherNumberOfTheSamePortEndsTheAgent) {
 
 TEST_F(InternalVlansTest, portThatIsDeletedReleasesItsVlan) {
    TestTrace trace;
-   bridge.port("Ethernet1")->enabledIs(false); // without a default record
+   bridge.port("Ethernet1")->enabledIs(false); // a routed port without a default record
    bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
    bridge.ethIntfConfigDir->intfConfigIs("Ethernet1");
    bridge.start();
@@ -574,8 +574,8 @@ TEST_F(InternalVlansTest, portThatWaitsTakesANumberThatCameFreeAtItsNextEvaluati
    bridge.advance(20); // recovery finds nothing that can't be
 }
 
-// A restart looks at each port again: one that went on waiting would otherwise be seen to change by everybody who
-// reads the cause, and each look would put its recovery off.
+// A restart looks at each port again. A port that goes on waiting must keep its time: otherwise everybody who
+// reads the cause would see it change, and each look would postpone its recovery.
 TEST_F(InternalVlansTest, portThatIsLookedAtInVainWaitsSinceItFailed) {
    bridge.internalVlansAre(4001, 4000);
    bridge.routed("Ethernet1");
@@ -613,7 +613,7 @@ TEST_F(InternalVlansTest, causesOfTheRunBeforeAreLookedAtAtOnce) {
    EXPECT_TRUE(bridge.waitingSince("Ethernet2"));
 }
 
-// A database that was saved on a switch that had been up for longer, or a time that is none.
+// A database that was saved on a switch that had been up for longer, or a time that is not a number.
 TEST_F(InternalVlansTest, timeThatIsNotOfThisBootHoldsAPortBackNoLongerThanAnother) {
    bridge.cause->intfStatusIs("Ethernet1", startTime + 5e8);
    bridge.cause->intfStatusIs("Ethernet2", std::numeric_limits<double>::quiet_NaN());

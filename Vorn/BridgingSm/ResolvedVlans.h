@@ -1,14 +1,14 @@
-// The resolved VLANs: the only writer of Bridging::VlanConfig, but for its members. Whoever makes, changes or
-// deletes a resolved VLAN does it here, because two things have to follow: the VLAN is sorted into ordinary or
-// special, and the ports forget what they wrote into one that goes.
+// The resolved VLANs: the only writer of Bridging::VlanConfig, except for its members. Every resolved VLAN is
+// made, changed and deleted here, because two things have to follow: the VLAN is sorted into ordinary or
+// special, and the ports forget what they wrote into a deleted one.
 //
 // A VLAN is ordinary when its membership depends on nothing but its number: active, not internal, without
-// trunk groups and without a role among private VLANs. A port that looks at all VLANs passes over the ordinary
-// ones without a look-up (SwitchIntfSm::doSyncAllVlans).
+// trunk groups and without a role among private VLANs. A port that looks at all VLANs passes over the
+// ordinary ones without a look-up (SwitchIntfSm::doSyncAllVlans).
 //
-// Members are not written here: each port writes its own (SwitchIntfSm), and CpuPort.h that of the
-// processor. No pass over ports is run here either; the caller does, when its changes are
-// complete. Owned by BridgingConfigSm.
+// Members are not written here: each port writes its own (SwitchIntfSm), and CpuPort.h writes the
+// processor's. Nor does anything here run over the ports to update them: the caller does, once its changes
+// are complete. Owned by BridgingConfigSm.
 #pragma once
 
 #include "Kem/Collections.h"
@@ -23,10 +23,10 @@ using SwitchIntfSms = Kem::HashMap<SwitchIntfSm, Sulvi::IntfId>;
 
 class ResolvedVlans {
   public:
-   // `ports` are to be told; both outlive this.
+   // `ports` are informed of deleted VLANs. Both outlive this.
    ResolvedVlans(Kem::Ptr<Bridging::Config> config, SwitchIntfSms const& ports)
        : config_(std::move(config)), ports_(ports) {}
-   // Sorts the VLANs that the previous run left.
+   // Sorts the VLANs of the previous run.
    void handleInitialized();
    // Somebody else edited a resolved VLAN, or something else of the resolved configuration, which may be that
    // VLANs came or went. What is remembered of them counts no more: a port's next pass looks at them.
@@ -42,7 +42,7 @@ class ResolvedVlans {
    // Finds or makes a VLAN that somebody asked for. An internal one of that number is deleted first, and its
    // members with it.
    Kem::Ptr<Bridging::VlanConfig> vlanIs(Bridging::VlanId vlanId);
-   // Finds or makes an internal VLAN. A range exception when there is one that is not internal.
+   // Finds or makes an internal VLAN. Raises a range exception when a VLAN of that number is not internal.
    Kem::Ptr<Bridging::VlanConfig> internalVlanIs(Bridging::VlanId vlanId);
    void vlanDel(Bridging::VlanId vlanId); // nothing when there is none
 

@@ -73,7 +73,8 @@ void SwitchIntfSm::handleInitialized() {
    handleMacLearningEnabled();
    handleFloodingEnabled();
    handleVlanTpid();
-   // A port that has just lost the number of the previous run is not given another in the same pass: it waits.
+   // A port that has just lost its number of the previous run doesn't get another one in the same pass:
+   // it waits.
    bool const hasLostItsNumber =
        hadNumber && modeAndVlan.nativeVlan == 0 && parent_.startupInternalVlanId(intfId_) == 0;
    if (!hasLostItsNumber)
@@ -82,8 +83,8 @@ void SwitchIntfSm::handleInitialized() {
       dropNotifications();
 }
 
-// What the copy reported while it was filled belongs to the pass that has just ended. Handled in the next turn,
-// it would give a routed port that lost its number in this one another number at once.
+// Drops what the copy reported while it was filled: the pass that has just ended has dealt with it. Handled
+// in the next turn, it would at once give another number to a routed port that has just lost its own.
 void SwitchIntfSm::dropNotifications() {
    initializedIs(false); // so that the new binding evaluates nothing
    reactors_->kemSwitchIntfConfig.notifierIs(nullptr);
@@ -147,7 +148,7 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
    auto const old = out_->switchportModeAndNativeVlan().nativeVlan;
    out_->switchportModeAndNativeVlanIs(switchportModeAndNativeVlan());
    doComputeAsymVlans();
-   // A change of native VLAN touches these two only; handlers that need more sync all VLANs themselves.
+   // A change of the native VLAN affects these two only; handlers that need more sync all VLANs themselves.
    maybeSyncOneVlan(old);
    maybeSyncOneVlan(out_->switchportModeAndNativeVlan().nativeVlan);
 }

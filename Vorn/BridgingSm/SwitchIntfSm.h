@@ -1,9 +1,9 @@
-// One port: decides what it is at the moment, its mode and native VLAN, writes its resolved record, and keeps
-// its membership in every resolved VLAN up to date.
+// One port: decides its mode and native VLAN at the moment, writes its resolved record, and keeps its
+// membership in every resolved VLAN up to date.
 //
 // A port that is disabled as a switchport is a routed port whatever mode its input names, and then its native
 // VLAN is an internal VLAN (InternalVlans.h). A native VLAN of 0 means that the port has no usable VLAN;
-// nothing retries it, the VLAN that comes up re-evaluates it (VlanConfigSm::handleAdminState).
+// nothing retries it: a VLAN that appears re-evaluates it (VlanConfigSm::handleAdminState).
 //
 // It follows the copy that the deferred stage made, not a publisher's record. Owned by BridgingConfigSm; the
 // deferred stage calls handleInitialized() once the copy is complete, again for each new best input, and
@@ -53,7 +53,7 @@ class SwitchIntfSm final : public Kem::StateMachine {
    VornUtils::VlanIdSet const& asymVlanSet() const { return asymVlanSet_; }
    Kem::ValueMap<Kem::String8, bool> const& dynTrunkGroup() const { return dynTrunkGroup_; }
    BridgingConfigSm& parent() const { return parent_; }
-   // What the rules of membership look at; to be initialized first.
+   // What the rules of membership look at. The port must be initialized.
    MembershipFacts membershipFacts() const {
       return {*config_, *out_, trunkAllowedVlanSet_, asymVlanSet_, dynTrunkGroup_, *bridgingConfig_};
    }
@@ -63,25 +63,24 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // Before it is deleted: takes the port out of all VLANs and gives up its internal VLAN. The resolved
    // record is left to the parent.
    void doPrepareToDie() override;
-   // What the port is now. Not free of consequences: a routed port takes an
-   // internal VLAN here, or gives it up.
+   // What the port is now. Has consequences: a routed port takes an internal VLAN here, or gives it up.
    Bridging::SwitchportModeAndNativeVlan switchportModeAndNativeVlan();
    void doSyncSwitchportModeAndNativeVlan();
-   // Brings the port's membership in the VLAN up to date. The hot step: each change of a port runs it for
-   // every VLAN, and each change of a VLAN for every port.
+   // Brings the port's membership in the VLAN up to date. The hottest step: each change of a port runs it for
+   // many VLANs, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
-   // The same for every resolved VLAN; looks only at those where this port has something to change, or where
-   // somebody else was.
+   // The same for every resolved VLAN, but looks only at those where this port has something to change, or
+   // that somebody else has edited.
    void doSyncAllVlans();
-   // What this port wrote last into the VLAN of that number counts no more: the VLAN was deleted, or edited.
+   // The VLAN of that number was deleted or edited by somebody else: forgets what this port wrote there.
    void forgetMember(Bridging::VlanId vlanId) { written_.forget(vlanId); }
-   // The VLAN of that number, if it is resolved; 0 is none.
+   // doSyncSingleVlan() for the VLAN of that number, if it is resolved; nothing for 0.
    void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
    void doComputeTrunkAllowedVlans();
    void doComputeAsymVlans();
-   // A trunk group that a dynamic source gives to the port, besides those of its input. Waits for the state
-   // machines of dynamic sources, which are still to come.
+   // A trunk group that a dynamic source gives to the port, besides those of its input. The state machines of
+   // dynamic sources, which will call these, are still to come.
    void doCreateDynTrunkGroup(Kem::String8 const& name);
    void doDelDynTrunkGroup(Kem::String8 const& name);
    void handleEnabledStateLocal();
@@ -90,7 +89,7 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // --- Reactions.
    struct Reactors; // SwitchIntfReactors.h: what is followed, and the handler of each notification
    void forEachPart(Kem::PartVisitor const& visit) override;
-   // Another record: all that follows from it.
+   // The port follows a new record: evaluates all of it.
    void handleSwitchIntfConfig();
    void handleEthIntfConfig();
    void handleEnabled();

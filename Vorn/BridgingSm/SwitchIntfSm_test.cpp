@@ -15,7 +15,7 @@ using Mode = TestBridge::Mode;
 
 constexpr Mode allModes[] = {Mode::access_, Mode::trunk_, Mode::dot1qTunnel_, Mode::tap_, Mode::tool_};
 
-// VLANs 10, 20 and 30, and one port, of whose record each mode would take another VLAN.
+// VLANs 10, 20 and 30, and one port, whose record names a different VLAN for each mode.
 struct SwitchIntfSmTest : testing::Test {
    SwitchIntfSmTest() {
       for (uint16_t const vlanId : {10, 20, 30})
@@ -38,7 +38,7 @@ struct SwitchIntfSmTest : testing::Test {
    static constexpr char spoiled[] = "dot1qTunnel 7";
    Numbers vlans() { return bridge.vlansOf("Ethernet1"); }
    Bridging::SwitchIntfConfig& out() { return *bridge.resolvedPort("Ethernet1"); }
-   // The state machine alone, on a copy that no deferred stage looks after, and not yet initialized.
+   // The state machine alone, not yet initialized, on a copy that no deferred stage writes.
    Kem::Ptr<Vorn::SwitchIntfSm> uninitialized() {
       return Kem::makePtr<Vorn::SwitchIntfSm>(*bridge.sm, "Ethernet9", copy, bridge.intf("Ethernet9"),
                                               bridge.config,
@@ -62,7 +62,7 @@ TEST_F(SwitchIntfSmTest, nativeVlanIsTakenByMode) {
    }
 }
 
-TEST_F(SwitchIntfSmTest, nativeVlanThatDoesNotExistIsZeroAndTheTraceTellsSo) {
+TEST_F(SwitchIntfSmTest, nativeVlanThatDoesNotExistIsZeroAndTheTraceSaysSo) {
    TestTrace trace;
    port->accessVlanIs(11);
    port->trunkNativeVlanIs(21);
@@ -171,15 +171,15 @@ TEST_F(SwitchIntfSmTest, whatNeedsAnInitializedPortSaysSo) {
    EXPECT_DEATH(sm->doComputeAsymVlans(), message);
 }
 
-TEST_F(SwitchIntfSmTest, initializedPortTakesOverTheRecordThatStands) {
-   auto const standing = bridge.config->switchIntfConfigIs("Ethernet1");
-   standing->switchportModeAndNativeVlanIs(
+TEST_F(SwitchIntfSmTest, initializedPortTakesOverAnExistingRecord) {
+   auto const existing = bridge.config->switchIntfConfigIs("Ethernet1");
+   existing->switchportModeAndNativeVlanIs(
        {.switchportMode = Bridging::SwitchportMode::trunk_, .nativeVlan = 7});
-   standing->macLearningEnabledIs(false);
+   existing->macLearningEnabledIs(false);
    start(Mode::access_);
-   EXPECT_EQ(bridge.resolvedPort("Ethernet1"), standing);
+   EXPECT_EQ(bridge.resolvedPort("Ethernet1"), existing);
    EXPECT_EQ(mode(), "access 10");
-   EXPECT_TRUE(standing->macLearningEnabled());
+   EXPECT_TRUE(existing->macLearningEnabled());
 }
 
 TEST_F(SwitchIntfSmTest, whatIsResolvedFirstIsTheWholePort) {
@@ -338,7 +338,7 @@ TEST_F(SwitchIntfSmTest, trunkGroupsOfATrunkAreFollowed) {
    EXPECT_EQ(vlans(), (Numbers{20, 30}));
 }
 
-TEST_F(SwitchIntfSmTest, trunkGroupsOfARoutedOrAnAccessPortAreNoConcern) {
+TEST_F(SwitchIntfSmTest, trunkGroupsOfARoutedOrAnAccessPortAreIgnored) {
    TestTrace trace;
    port->enabledIs(false);
    start(Mode::trunk_);

@@ -1,4 +1,5 @@
-// The world of the tests of internal VLANs: a bridge with the range 4000 to 4002, and what a port of it holds.
+// The world of the tests of internal VLANs: a bridge with the range 4000 to 4002, and look-ups of what a port
+// holds.
 #pragma once
 
 #include "Vorn/testing/TestBridge.h"
@@ -31,7 +32,7 @@ struct InternalVlansTest : testing::Test {
       EXPECT_EQ(bridge.sm->internalVlanId(intfId), 0);
       EXPECT_EQ(bridge.vlansOf(intfId), std::vector<uint16_t>{});
    }
-   // What errdisable does with a port that waits, and then with one that waits no more.
+   // What errdisable does to a port that waits, and then to one that has stopped waiting.
    void bringBack(std::vector<char const*> const& ports) {
       for (auto const model : {TestBridge::blockedModel, TestBridge::routedModel}) {
          for (char const* name : ports)

@@ -39,7 +39,8 @@ Kem::Ptr<Bridging::VlanConfig> VlanConfigSm::vlanOut() const {
 void VlanConfigSm::handleInitialized() {
    initializedIs(true);
    parent_.handleInternalVlanIdInUse(vlanId_);
-   // This deletes an internal VLAN of the previous run that its port hasn't claimed yet: the user's claim wins.
+   // This deletes an internal VLAN of the previous run that its port hasn't claimed yet: the user's
+   // claim wins.
    auto const out = parent_.resolvedVlans().vlanIs(vlanId_);
    parent_.resolvedVlans().configSourceIs(*out, Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
@@ -106,11 +107,11 @@ void VlanConfigSm::handleTrunkGroup(Kem::String8 const& name) {
    if (!isReady())
       return;
    auto const out = vlanOut();
-   bool const stands = out->trunkGroup().find(name);
-   if (in_->trunkGroup(name) && !stands) {
+   bool const isResolved = out->trunkGroup().find(name);
+   if (in_->trunkGroup(name) && !isResolved) {
       KEM_TRACE(vlanTrace, 3, "Adding trunkGroup:" << name << " to vlan:" << vlanId_);
       parent_.resolvedVlans().trunkGroupIs(*out, name);
-   } else if (!in_->trunkGroup(name) && stands) {
+   } else if (!in_->trunkGroup(name) && isResolved) {
       KEM_TRACE(vlanTrace, 3, "Removing trunkGroup:" << name << "from vlan:" << vlanId_);
       parent_.resolvedVlans().trunkGroupDel(*out, name);
    }
@@ -136,9 +137,9 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) {
       if (!sm->switchIntfConfig().enabled())
          return;
-      // A port whose native VLAN did not exist before gets it here. A port whose copy has just
-      // changed may come by here before it is told of that, and will then find nothing changed:
-      // what depends on it follows at once.
+      // A port whose native VLAN didn't exist before gets it here. A port whose copy has just changed may be
+      // evaluated here before its own handler runs, which will then find nothing to change: so all that
+      // depends on the new value is done here.
       auto& out = *sm->switchIntfConfigOut();
       auto const before = out.switchportModeAndNativeVlan();
       out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
@@ -146,7 +147,7 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
       if (after != before) {
          sm->doComputeAsymVlans();
          sm->maybeSyncOneVlan(before.nativeVlan);
-         sm->maybeSyncOneVlan(after.nativeVlan); // not this VLAN, where a routed port took one of its own
+         sm->maybeSyncOneVlan(after.nativeVlan); // a routed port may have taken an internal VLAN
       }
       sm->doSyncSingleVlan(vlanOut);
       if (primaryState)
@@ -155,7 +156,7 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
                sm->doSyncSingleVlan(*secondary);
          });
       if (primaryId != 0)
-         sm->maybeSyncOneVlan(primaryId); // one of the ports before may have given it up
+         sm->maybeSyncOneVlan(primaryId); // a port earlier in this loop may have given it up
    });
 }
 
@@ -169,8 +170,8 @@ void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
    }
 }
 
-// A VLAN that only that source claims was left out of the allowed sets until it got its static entry. Waits for
-// the state machines of dynamic sources, which are still to come: until then the sets have no such VLANs.
+// A VLAN that only that source claims was left out of the allowed sets until it got its static entry. The
+// state machines of dynamic sources are still to come: until then the sets have no such VLANs.
 void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
    auto const source = parent_.dynVlanSrcTable().dynVlanSrc(vlanId_);

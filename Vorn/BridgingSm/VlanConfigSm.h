@@ -23,7 +23,7 @@ class VlanConfigSm final : public Kem::StateMachine {
    void vlanConfigInIs(Kem::Ptr<Bridging::Input::VlanConfig const> const& in);
 
    void handleInitialized() override;
-   // Before it is deleted: switchports lose it as their native VLAN. The resolved record is left to the parent.
+   // Before it is deleted: switchports lose it as their native VLAN. The parent deletes the resolved record.
    void doPrepareToDie() override;
 
   private:
@@ -39,7 +39,7 @@ class VlanConfigSm final : public Kem::StateMachine {
       VlanConfigSm& sm;
    };
    void forEachPart(Kem::PartVisitor const& visit) override { visit(kemVlanConfigIn_); }
-   // Another record: all that follows from it.
+   // The VLAN follows a new copy: evaluates all of it.
    void handleVlanConfigIn();
    // The central pass: the state, and then every port's mode and membership.
    void handleAdminState();
@@ -49,7 +49,7 @@ class VlanConfigSm final : public Kem::StateMachine {
    void handleTrunkGroup(); // all of them; without the central pass
 
    // --- Helpers.
-   Kem::Ptr<Bridging::VlanConfig> vlanOut() const; // the resolved VLAN; asserts "vlanConfig": there is one
+   Kem::Ptr<Bridging::VlanConfig> vlanOut() const; // the resolved VLAN; asserts "vlanConfig": it exists
    void syncSwitchports(Bridging::VlanConfig& vlanOut);
    void syncCpuPort(Bridging::VlanConfig& vlanOut);
    void doMaybeUpdateTrunkAllowedVlans();

@@ -22,7 +22,7 @@ struct VlanConfigSmTest : testing::Test {
       for (char const* source : sources)
          claim->vlanSourceIs(source, true);
    }
-   // The resolved mode is another one than the port's input says: a pass over the ports sets it right.
+   // Sets a resolved mode that differs from the port's input: a pass over the ports puts it right.
    void spoilMode(Sulvi::IntfId intfId) {
       bridge.resolvedPort(intfId)->switchportModeAndNativeVlanIs(
           {.switchportMode = Bridging::SwitchportMode::dot1qTunnel_, .nativeVlan = 0});
@@ -185,18 +185,18 @@ TEST_F(VlanConfigSmTest, groupsOfTheRunBeforeAreSetRightAtTheStart) {
    TestTrace trace;
    bridge.startBridgingOnly();
    bridge.run();
-   auto const standing = bridge.config->vlanConfigIs(10);
-   standing->trunkGroupIs("stale", true);
-   standing->trunkGroupIs("kept", true);
+   auto const existing = bridge.config->vlanConfigIs(10);
+   existing->trunkGroupIs("stale", true);
+   existing->trunkGroupIs("kept", true);
    auto const input = bridge.vlan(10);
    input->trunkGroupIs("kept", true);
    input->trunkGroupIs("new", true);
    bridge.sm->configInIs(bridge.cli);
    bridge.sm->vlanConfigCodef()->handleVlanConfig();
    bridge.run();
-   EXPECT_FALSE(standing->trunkGroup().find("stale"));
-   EXPECT_TRUE(standing->trunkGroup("kept"));
-   EXPECT_TRUE(standing->trunkGroup("new"));
+   EXPECT_FALSE(existing->trunkGroup().find("stale"));
+   EXPECT_TRUE(existing->trunkGroup("kept"));
+   EXPECT_TRUE(existing->trunkGroup("new"));
    EXPECT_TRUE(trace.has("Removing trunkGroup:stalefrom vlan:10"));
    EXPECT_TRUE(trace.has("Adding trunkGroup:new to vlan:10"));
    EXPECT_FALSE(trace.has("trunkGroup:kept"));
@@ -258,8 +258,8 @@ TEST_F(VlanConfigSmTest, disabledSwitchportsAreSkipped) {
 }
 
 TEST_F(VlanConfigSmTest, stateOfAPrimaryVlanReachesItsSecondaries) {
-   // A port with the secondary as its access VLAN is untagged in the primary too,
-   // as long as the primary counts.
+   // A port with the secondary as its access VLAN is untagged in the primary too, as long as the
+   // primary counts.
    bridge.primaryVlan(100, {101, 102});
    bridge.access("Ethernet1", 100)->defaultPrivateVlanMappingIs(true);
    bridge.start();
@@ -285,7 +285,7 @@ TEST_F(VlanConfigSmTest, stateOfASecondaryVlanReachesItsPrimary) {
    EXPECT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{100, 101}));
 }
 
-TEST_F(VlanConfigSmTest, relativesThatAreNotResolvedAreNoConcern) {
+TEST_F(VlanConfigSmTest, primariesAndSecondariesThatAreNotResolvedAreIgnored) {
    bridge.primaryVlan(100, {101});
    bridge.vlanDel(101);
    bridge.vlan(200)->vlanTypeAndPrimaryVlanIs(
@@ -300,7 +300,7 @@ TEST_F(VlanConfigSmTest, relativesThatAreNotResolvedAreNoConcern) {
 }
 
 // A port leaves asymmetric access mode for trunk mode while a VLAN is added:
-// 1. The slice of the ports sets the mode in the copy; the port's own state machine is told a moment later.
+// 1. The slice of the ports sets the mode in the copy; the port's own handler runs a moment later.
 // 2. In the same turn the slice of the VLANs brings the new VLAN up, whose pass gives the port its new mode.
 // 3. The port must not be asked for its membership as a trunk port with asymmetric VLANs, which can't be.
 TEST_F(VlanConfigSmTest, portMayLeaveAsymmetricModeWhileAVlanComesUp) {
@@ -314,8 +314,8 @@ TEST_F(VlanConfigSmTest, portMayLeaveAsymmetricModeWhileAVlanComesUp) {
    EXPECT_EQ(bridge.membership(20, "Ethernet1"), "tagged");
 }
 
-// The native VLAN of a trunk port changes while a VLAN is added: the pass for the new VLAN writes the port's
-// new native VLAN, and the old one, which the port's own state machine then no longer sees as old, has to
+// The native VLAN of a trunk port changes while a VLAN is added. The pass for the new VLAN writes the port's
+// new native VLAN, so the port's own handler finds nothing to change afterwards. The old native VLAN must
 // become a tagged one all the same.
 TEST_F(VlanConfigSmTest, trunkPortMayChangeItsNativeVlanWhileAVlanComesUp) {
    bridge.vlan(1);
@@ -336,7 +336,7 @@ TEST_F(VlanConfigSmTest, trunkPortMayChangeItsNativeVlanWhileAVlanComesUp) {
 
 TEST_F(VlanConfigSmTest, staticEntryOfAVlanThatMvrpAloneClaimsHasAllowedSetsRebuilt) {
    TestTrace trace;
-   bridge.trunk("Ethernet1.5"); // a subinterface says each time that it has no set
+   bridge.trunk("Ethernet1.5"); // a subinterface traces each time that it has no set
    bridge.start();
    claimed(10, {"mvrp"});
    trace.clear();

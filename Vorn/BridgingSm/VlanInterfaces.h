@@ -1,6 +1,6 @@
 // The VLAN interfaces of the switch, which another agent configured or a dynamic source asked for. For the
-// resolved configuration it is all the same which: either takes its number from the internal VLANs, and
-// brings the CPU port into its VLAN.
+// resolved configuration both are the same: the number is no longer free for an internal VLAN, and the CPU
+// port becomes a member of the VLAN.
 #pragma once
 
 #include "records/Bridging/types.h"
@@ -15,7 +15,7 @@ Sulvi::IntfId vlanIntfIdOf(uint32_t vlanId);
 
 class VlanInterfaces {
   public:
-   // `configured` may be null. `dynamic` may not, once anything is looked up.
+   // `configured` may be null; `dynamic` may be null only as long as nothing is looked up.
    VlanInterfaces(Kem::Ptr<Interface::VlanIntfConfigDir const> configured,
                   Kem::Ptr<DynVlanIntfList const> dynamic)
        : configured_(std::move(configured)), dynamic_(std::move(dynamic)) {}

@@ -1,5 +1,5 @@
-// Keeps a port's membership in the resolved VLANs, and the sets that it rests on, up to
-// date by the rules of Vorn/Rules.
+// Keeps a port's membership in the resolved VLANs, and the sets that it depends on, up to date by the rules
+// of Vorn/Rules.
 
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
@@ -35,7 +35,7 @@ void SwitchIntfSm::doSyncSingleVlan(Bridging::VlanConfig& vlan) {
       written_.codeIs(vlan.vlanId(), WrittenMembers::none);
       return;
    }
-   // Meant: a line for each member of each pass, and on no trace facility.
+   // Meant: a line for each member in each pass, printed without a trace facility.
    if (out_->asymVlanEnabled())
       std::fprintf(stderr, "SwitchIntfSm::doSyncSingleVlan(%s,%u)\n", intfId_.stringValue().str().c_str(),
                    static_cast<unsigned>(vlan.vlanId()));
@@ -57,7 +57,7 @@ void SwitchIntfSm::doSyncAllVlans() {
 }
 
 // Of nearly all VLANs a port need only know the number: whether it is a member, and how, follows from the
-// port alone. Those where that is what it has written already are passed over without a look at the VLAN.
+// port alone. Those where it has written just that before are passed over without a look at the VLAN.
 void SwitchIntfSm::syncOrdinaryVlans() {
    auto const resolved = out_->switchportModeAndNativeVlan();
    bool const isTrunkLike = hasAllowedVlans(resolved.switchportMode);
@@ -86,8 +86,8 @@ void SwitchIntfSm::syncOrdinaryVlans() {
 }
 
 void SwitchIntfSm::syncEachVlan() {
-   // Thousands of records that lie scattered in memory, each looked at for moments: the next ones are fetched
-   // ahead, or nearly all of the time goes into waiting for them.
+   // Thousands of records are scattered in memory, and each is needed only briefly: the next ones are
+   // prefetched, or nearly all of the time would go into waiting for memory.
    constexpr size_t ahead = 12, lineBytes = 64;
    std::vector<Bridging::VlanConfig*> vlans;
    vlans.reserve(bridgingConfig_->vlanConfig().size());

@@ -30,7 +30,7 @@ struct VlanMembershipTest : testing::Test {
    std::string in(uint16_t vlanId) { return bridge.membership(vlanId, "Ethernet1"); }
    Numbers vlans() { return bridge.vlansOf("Ethernet1"); }
    Vorn::SwitchIntfSm& sm() { return *bridge.portSm("Ethernet1"); }
-   // The role by itself, without the library's word for it.
+   // Sets the role alone, without the library's state for it.
    void roleIs(uint16_t vlanId, VlanType type, uint16_t primary) {
       bridge.vlan(vlanId)->vlanTypeAndPrimaryVlanIs({.vlanType = type, .primaryVlan = primary});
    }
@@ -136,7 +136,7 @@ TEST_F(VlanMembershipTest, tunnelIsAMemberOfItsVlanAndIgnoresAsymmetricVlansAndT
    start(Mode::dot1qTunnel_);
    EXPECT_EQ(vlans(), Numbers{10});
    EXPECT_EQ(in(10), "untagged");
-   // Whatever the record says of it.
+   // Whatever the record says about it.
    bridge.resolvedPort("Ethernet1")->asymVlanEnabledIs(true);
    for (uint16_t const vlan : {10, 20})
       EXPECT_EQ(vlanMember(*bridge.resolvedVlan(vlan), sm(), 10), vlan == 10) << vlan;
@@ -380,7 +380,7 @@ TEST_F(VlanMembershipTest, primaryThatIsItselfASecondaryIsNoneForItsPorts) {
    syncAll();
    EXPECT_EQ(vlans(), Numbers{20});
    EXPECT_EQ(in(20), "untagged") << "its primary is no primary";
-   // And the other way round: a mapping from such a VLAN reaches nobody.
+   // And the other way round: a mapping from such a VLAN has no effect.
    port->accessVlanIs(10);
    port->defaultPrivateVlanMappingIs(true);
    syncAll();

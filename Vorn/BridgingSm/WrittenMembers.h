@@ -1,6 +1,6 @@
-// What one port wrote last into each VLAN, a byte for each number, so that a pass over all VLANs leaves alone,
-// without a look-up, those where nothing changes. Only the passes of VlanMembership.cpp read it. It is
-// forgotten where a VLAN goes, and where somebody else edits one (ResolvedVlans::handleForeignChange).
+// What one port wrote last into each VLAN, a byte for each number, so that a pass over all VLANs can skip
+// those where nothing changes without looking them up. Only the passes of VlanMembership.cpp read it. A VLAN
+// is forgotten when it is deleted, and when somebody else edits it (ResolvedVlans::handleForeignChange).
 #pragma once
 
 #include "records/Bridging/types.h"
@@ -21,8 +21,8 @@ class WrittenMembers {
                                static_cast<unsigned>(member.direction) << 3);
    }
 
-   // Everything is unknown at first: the previous run may have left members. Of a port whose membership is
-   // written by others too (the processor's, by CpuPort.h) it stays so.
+   // Everything is unknown at first: the previous run may have left members. It stays unknown for a port
+   // whose membership is written by others too: the processor's, which CpuPort.h writes.
    explicit WrittenMembers(bool isWrittenByOthersToo) : always_(isWrittenByOthersToo ? unknown : Code(0)) {
       codes_.fill(unknown);
    }

@@ -1,5 +1,5 @@
-// How full the attribute log's socket is, for the deferred stages: they ask isAttrLogReady() before each item, and
-// stop for the moment when more than half of the kernel's buffer is taken.
+// How full the attribute log's socket is, for the deferred stages: they ask isAttrLogReady() before each
+// item, and stop for the moment when more than half of the kernel's buffer is taken.
 //
 // Measuring is a system call, so it is done at every 25th call while there is room, and at every call while
 // there is none; the other calls cost a decrement and two tests. Nothing waits here: usage falls in the

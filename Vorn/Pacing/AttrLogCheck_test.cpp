@@ -138,8 +138,8 @@ TEST_F(AttrLogCheckTest, withoutAnOutputItIsAlwaysReady) {
    for (int call = 0; call < 60; ++call)
       EXPECT_TRUE(check.isAttrLogReady());
    EXPECT_EQ(check.attrLogKernBufferUsage(), -1);
-   // Nobody resets the count, so it has gone below zero, which means a measurement
-   // at the next call with an output.
+   // Nobody resets the count, so it has gone below zero, which means a measurement at the next call with
+   // an output.
    EXPECT_EQ(check.iterUntilBufferCheck(), 1 - 60);
    socket.fill();
    start();
@@ -166,7 +166,7 @@ TEST_F(AttrLogCheckTest, unreadableBufferSizeLeavesAnyUsageAboveTheThreshold) {
 }
 
 TEST_F(AttrLogCheckTest, usageOfAnOutputWithoutAThresholdIsAboveItEvenWhenItIsZero) {
-   // A terminal can be asked for its usage, and is no socket.
+   // A terminal can be asked for its usage, but is not a socket.
    int const terminal = posix_openpt(O_RDWR | O_NOCTTY);
    ASSERT_GE(terminal, 0);
    check.nboAttrLogOutSmIs(out);

@@ -36,11 +36,11 @@ class TestAttrLog final : public Kem::NboAttrLog::Link {
       std::string const piece(4096, 'x');
       while (write(fds_[0], piece.data(), piece.size()) > 0) {
       }
-      // The log is measured at some of the questions only, and at every one once it was full.
+      // The log is measured at some of the questions only, and at each of them while it is full.
       while (check.isAttrLogReady()) {
       }
    }
-   // The log is full, and the measurement that finds out comes behind so many questions.
+   // The log is full, and the measurement that notices it comes after that many questions.
    void roomFor(int questions) {
       drain();
       while (check.iterUntilBufferCheck() != questions + 1)

@@ -55,7 +55,7 @@ TEST_F(AllowedVlansTest, accessPortWithAListIsAsymmetric) {
    record->asymVlansIs("40,no,5000");
    EXPECT_EQ(Vorn::asymVlans(*record).vlans.text(), "40");
    EXPECT_EQ(Vorn::asymVlans(*record).leftOut, "no,5000");
-   // A list that says nothing is one all the same.
+   // A list without any VLAN is still a list.
    record->asymVlansIs(",");
    EXPECT_TRUE(Vorn::isAsymmetric(*record));
    EXPECT_TRUE(Vorn::asymVlans(*record).vlans.empty());

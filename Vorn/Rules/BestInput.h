@@ -25,7 +25,7 @@ void forEachInput(Kem::Dir const& inputDir, Visit&& visit) {
          visit(input);
 }
 
-// The input that gives all VLANs, whatever it holds; null when each has the priority 0.
+// The input that gives all VLANs, whatever it holds; null when every input has the priority 0.
 Kem::Ptr<Bridging::Input::Config> bestVlanInput(Kem::Dir const& inputDir);
 
 // The record that decides a port, and the input that holds it; both null when there is none.
@@ -34,7 +34,7 @@ struct BestPortRecord {
    Kem::Ptr<Bridging::Input::SwitchIntfConfig> record;
 };
 
-// An input without a record for the port doesn't count, however great its priority. Calls considering(input)
+// An input without a record for the port doesn't count, however high its priority. Calls considering(input)
 // for each input that is searched for a record.
 template <class Considering>
 BestPortRecord bestPortRecord(Kem::Dir const& inputDir, Sulvi::IntfId intfId, Considering&& considering) {

@@ -157,7 +157,7 @@ TEST_F(BestInputTest, groupCountsForAMulticastAddressAndAHostForAny) {
    EXPECT_EQ(fdb(multicast), "a");
    hostIs(input("b"), multicast);
    EXPECT_EQ(fdb(multicast), "b") << "hosts and groups compete for one address";
-   // A group of a unicast address is none.
+   // A group with a unicast address doesn't count.
    input("c")->fdbConfigIs(10)->ethGroupIs(unicast);
    EXPECT_EQ(fdb(unicast), "none");
 }

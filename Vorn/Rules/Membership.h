@@ -1,4 +1,4 @@
-// Whether a port is a member of a VLAN, by which rule, and how it is one.
+// Whether a port is a member of a VLAN, by which rule, and in what way.
 //
 // The rules are applied in the order of the enumerators of MembershipRule, and the first that applies
 // decides. Their order is their meaning: a VLAN that isn't active comes before all else, a routed
@@ -72,7 +72,7 @@ struct MembershipFacts {
    Bridging::Config const& bridge;                  // the resolved VLANs
 };
 
-// Whether the VLAN is open to one of the groups; the value beside the port's own group is of no meaning.
+// Whether the VLAN is open to one of the groups. The value beside the port's own group has no meaning.
 bool sharesTrunkGroup(Bridging::VlanConfig const& vlan, TrunkGroups const& groups);
 
 MembershipRule accessPortRule(Bridging::VlanConfig const& vlan, MembershipFacts const& port,

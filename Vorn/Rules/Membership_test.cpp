@@ -13,7 +13,7 @@ using Bridging::VlanPortDirection;
 using Bridging::VlanType;
 using Rule = Vorn::MembershipRule;
 
-// One port, and the resolved VLANs 10, 11 and 12. Records stand alone: nothing follows them.
+// One port, and the resolved VLANs 10, 11 and 12. The records are alone: nothing follows them.
 struct MembershipTest : testing::Test {
    MembershipTest() {
       for (uint16_t const vlanId : {10, 11, 12})
@@ -198,7 +198,7 @@ TEST_F(MembershipTest, vlanWithTrunkGroupsIsClosedToPortsThatHaveNoneOfThem) {
    EXPECT_EQ(in(10), Rule::noneOfItsTrunkGroups);
    dynTrunkGroup.findOrInsert("red", [] { return true; });
    EXPECT_EQ(in(10), Rule::dynTrunkGroup);
-   // The port's own groups come first; the value beside their names is of no meaning.
+   // The port's own groups come first; the value beside their names has no meaning.
    record->trunkGroupIs("red", false);
    EXPECT_EQ(in(10), Rule::trunkGroup);
 }

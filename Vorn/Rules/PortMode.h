@@ -31,8 +31,8 @@ struct NativeVlan {
    bool mustExist = false;        // a port has none while that VLAN isn't resolved
 };
 
-// The native VLAN that the record names for the mode; none for the routed one,
-// which isn't for the record to say.
+// The native VLAN that the record names for the mode; none for the routed one, which isn't for the record
+// to say.
 NativeVlan configuredNativeVlan(Bridging::Input::SwitchIntfConfig const& record,
                                 Bridging::SwitchportMode mode);
 

@@ -61,7 +61,7 @@ void InputSelectorSm::handleInput(Kem::Name const& name) {
    auto const bic = in_.inputDir->entity<Input>(name);
    if (!bic) {
       if (auto const reactor = config(name))
-         doHearOut(*reactor);
+         doDeliverRest(*reactor);
       configDel(name);
       auto const& best = in_.bridgingConfigSm->configIn();
       if (best && best->name() == name)
@@ -72,7 +72,7 @@ void InputSelectorSm::handleInput(Kem::Name const& name) {
    configIs(bic);
    if (auto const cli = Kem::ptrCast<CliConfig>(bic))
       cliConfigIs(cli);
-   // A new input comes with its priorities unset; raising them is what has it chosen.
+   // A new input arrives with its priorities unset; it can be chosen only once they are raised.
    KEM_ASSERT(bic->vlanConfigPriority() == 0);
    KEM_ASSERT(bic->switchIntfConfigPriority() == 0);
 }
@@ -86,13 +86,13 @@ void InputSelectorSm::configIs(Kem::Ptr<Input const> const& config) {
    if (!config)
       Kem::throwNullParameter("config", "Vorn::InputSelectorSm");
    Kem::Name const name = config->name();
-   if (auto const standing = this->config(name)) {
-      auto const old = standing->notifier();
+   if (auto const known = this->config(name)) {
+      auto const old = known->notifier();
       if (old == config)
          return;
-      // The input was deleted and made again: ports that the old one won are on a dead record.
-      doHearOut(*standing);
-      standing->notifierIs(config);
+      // The input was deleted and made again: ports that the old one won still refer to its deleted records.
+      doDeliverRest(*known);
+      known->notifierIs(config);
       for (auto const& [intfId, record] : old->switchIntfConfig())
          handleSwitchIntfConfig(intfId);
       return;
@@ -115,7 +115,7 @@ void InputSelectorSm::cliConfigIs(Kem::Ptr<CliConfig const> const& cliConfig) {
    in_.bridgingConfigSm->cliConfigIs(cliConfig);
 }
 
-void InputSelectorSm::doHearOut(KemConfig& reactor) {
+void InputSelectorSm::doDeliverRest(KemConfig& reactor) {
    while (reactor.hasPending())
       reactor.handleNotification(*reactor.activityPtr());
 }
@@ -256,7 +256,7 @@ void InputSelectorSm::handleInternalVlanAllocationPolicy() {
 void InputSelectorSm::handleForwardingMode() {
    using Mode = Bridging::SwitchForwardingMode;
    Mode const chosen = in_.cliConfig->forwardingMode();
-   // Without the record of the hardware nothing is known to be supported.
+   // Without the hardware's record no mode is known to be supported.
    Kem::Ptr<Bridging::HwCapabilities const> capabilities = in_.bridgingHwCapabilities;
    if (!capabilities)
       capabilities = Bridging::HwCapabilities::make();

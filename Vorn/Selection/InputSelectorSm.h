@@ -2,16 +2,16 @@
 //
 // Every publisher owns one Bridging::Input::Config in the input directory. The whole input with the greatest
 // vlanConfigPriority gives all VLANs (BridgingConfigSm::configIn). Each port is decided by itself: the input
-// with the greatest switchIntfConfigPriority among those that hold a record for it. A priority of 0 takes no
-// part; on a tie the input that comes first in the directory, by name, stays. What holds for the whole bridge
-// comes from the command line's input only.
+// with the greatest switchIntfConfigPriority among those that hold a record for it wins. An input with the
+// priority 0 takes no part; on a tie the input that comes first in the directory, by name, wins. Settings for
+// the whole bridge come from the command line's input only.
 //
 // It also writes one input of its own, bridgingInputEth: a default record for each port that can be a
 // switchport, so that each has one although nobody configured it.
 //
 // Selection is synchronous: when a priority changes, all that follows has been written before the next
-// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` must
-// be there; `bridgingHwCapabilities` may be null.
+// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` must be there;
+// `bridgingHwCapabilities` may be null.
 #pragma once
 
 #include "Kem/Dir.h"
@@ -46,7 +46,7 @@ class InputSelectorSm final : public Kem::StateMachine {
    explicit InputSelectorSm(InputSelectorInputs inputs);
    ~InputSelectorSm() override;
 
-   // One input, and what it tells the selector.
+   // The reactor on one input.
    struct KemConfig final : Bridging::Input::Config::NotifieeConst {
       explicit KemConfig(InputSelectorSm& s) : NotifieeConst(this), sm(s) {}
       void handleInitialized() override;
@@ -64,13 +64,13 @@ class InputSelectorSm final : public Kem::StateMachine {
 
    // The reactor on the input of that name; null when there is none.
    Kem::Ptr<KemConfig> config(Kem::Name const& name) const;
-   // Follows the input under its name; one that is followed already keeps its reactor.
-   // Another entity under the name takes its place, and the ports of the old one are decided again. Null raises
-   // a range exception.
+   // Follows the input under its name; one that is followed already keeps its reactor. When another entity
+   // has taken the name, the reactor follows that one, and the ports of the old one are decided again. Null
+   // raises a range exception.
    void configIs(Kem::Ptr<Bridging::Input::Config const> const& config);
    void configDel(Kem::Name const& name);
    Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig() const { return in_.cliConfig; }
-   // The settings of the whole bridge come from this one from now on, here and in BridgingConfigSm.
+   // Takes the settings of the whole bridge from this input from now on, here and in BridgingConfigSm.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
 
   private:
@@ -124,12 +124,13 @@ class InputSelectorSm final : public Kem::StateMachine {
    // --- Helpers.
    void doFindBestVlanConfig();
    void doFindBestSwitchIntfConfigs();
-   // At the start, after the selection: ports that lost their last record while no agent ran go, as they would
-   // have gone then. While it runs, the port of an input that vanished stays until it is decided again.
+   // At the start, after the selection: deletes ports that lost their last record while no agent was running,
+   // as a running agent would have. While it runs, the port of an input that vanished stays until it is
+   // decided again.
    void doForgetUnheldPorts();
-   // Delivers what the input of a reactor has still to say. What it changed before it was removed counts, in
-   // whatever order the two are noticed.
-   static void doHearOut(KemConfig& reactor);
+   // Delivers the notifications that are still pending for the reactor. Changes that an input made before it
+   // was removed count, even if the removal is noticed first.
+   static void doDeliverRest(KemConfig& reactor);
    bool isEligible(Sulvi::IntfId intfId) const;
    void defaultSwitchIntfConfigIs(Sulvi::IntfId intfId);
 

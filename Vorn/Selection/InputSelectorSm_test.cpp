@@ -146,7 +146,7 @@ TEST_F(InputSelectorSmTest, selectionHasWrittenAllWhenTheNotificationIsOver) {
 
 // --- Inputs come and go.
 
-TEST_F(InputSelectorSmTest, inputsThatStandAtTheStartMayHaveTheirPriorities) {
+TEST_F(InputSelectorSmTest, inputsThatExistAtTheStartMayHaveTheirPriorities) {
    bridge.input("a").prioritiesAre(500);
    bridge.start();
    EXPECT_EQ(best(), "a");
@@ -221,7 +221,7 @@ TEST_F(InputSelectorSmTest, inputThatIsReplacedUnderItsNameIsFollowedInItsPlace)
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{30});
 }
 
-// Deleted and made again before the selector has heard of either.
+// Deleted and made again before the selector has been notified of either.
 TEST_F(InputSelectorSmTest, portsOfAnInputThatIsReplacedAreDecidedAgain) {
    bridge.start();
    auto const old = bridge.publish("a", 200);
@@ -238,7 +238,7 @@ TEST_F(InputSelectorSmTest, portsOfAnInputThatIsReplacedAreDecidedAgain) {
    EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet2"));
    EXPECT_FALSE(bridge.resolvedPort("Ethernet2"));
    EXPECT_FALSE(bridge.allSwitchIntfConfigs->switchIntfConfig("Ethernet3")) << "it has no priority yet";
-   // And on it goes, with the new entity alone.
+   // From now on only the new entity counts.
    old.port("Ethernet4");
    old.portDel("Ethernet1");
    replacement.prioritiesAre(200);
@@ -252,7 +252,7 @@ TEST_F(InputSelectorSmTest, portsOfAnInputThatIsReplacedAreDecidedAgain) {
    EXPECT_FALSE(bridge.resolvedPort("Ethernet3"));
 }
 
-// The directory is heard of before the input: it was queued first, for another input.
+// The notification of the directory comes before that of the input: it was queued first, for another input.
 TEST_F(InputSelectorSmTest, portThatAnInputGaveUpJustBeforeItWentIsDecidedAgain) {
    bridge.start();
    for (bool const isReplaced : {true, false}) {
@@ -293,8 +293,8 @@ TEST_F(InputSelectorSmTest, portThatLostItsLastRecordMeanwhileGoes) {
    EXPECT_EQ(bridge.membership(10, "Port-Channel7"), "untagged");
 }
 
-// A reference whose target went with its publisher is null when the next agent comes: only the resolved
-// record says that there was a port.
+// A reference whose target was deleted by its publisher is null when the next agent starts: only the resolved
+// record shows that there was a port.
 TEST_F(InputSelectorSmTest, resolvedPortThatNoInputHoldsGoesWithWhatItHad) {
    bridge.config->defaultSwitchportModeIs(Bridging::SwitchportMode::routed_);
    bridge.intf("Ethernet1");
@@ -388,7 +388,7 @@ TEST_F(InputSelectorSmTest, startWritesInItsOrder) {
                                "-config.switchIntfConfig[Port-Channel9]",
                            }));
    bridge.run();
-   // Ports as they are noticed, VLANs in the slices behind.
+   // Ports follow when they are noticed, VLANs in later slices.
    EXPECT_EQ(order.take(), (Steps{
                                "config.switchIntfConfig[Ethernet1]",
                                "config.switchIntfConfig[Ethernet2]",
@@ -460,7 +460,7 @@ TEST_F(InputSelectorSmTest, withoutADirectoryNothingIsSelectedAndNothingForgotte
    EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
    EXPECT_TRUE(bridge.allSwitchIntfConfigs->switchIntfConfig().empty());
    EXPECT_TRUE(bridge.resolvedPort("Ethernet3"));
-   // With it, all of that comes.
+   // With it, all of that happens.
    bridge.startSelector();
    bridge.run();
    EXPECT_EQ(best(), "cli");
@@ -470,7 +470,7 @@ TEST_F(InputSelectorSmTest, withoutADirectoryNothingIsSelectedAndNothingForgotte
    EXPECT_FALSE(bridge.resolvedPort("Ethernet3"));
 }
 
-TEST_F(InputSelectorSmTest, selectorThatComesLaterAdoptsWhatStands) {
+TEST_F(InputSelectorSmTest, selectorThatStartsLaterAdoptsWhatExists) {
    bridge.vlan(10);
    bridge.startBridgingOnly();
    bridge.run();
@@ -601,7 +601,7 @@ TEST_F(InputSelectorSmTest, portsOfAVanishedInputFallBackWhereAnotherHoldsThem) 
    EXPECT_EQ(owner("Ethernet1"), "cli");
 }
 
-TEST_F(InputSelectorSmTest, portThatOnlyAVanishedInputHeldStandsUntilItIsDecidedAnew) {
+TEST_F(InputSelectorSmTest, portThatOnlyAVanishedInputHeldStaysUntilItIsDecidedAgain) {
    bridge.start();
    auto const a = bridge.publish("a", 200);
    auto const record = a.port("Ethernet1");
@@ -624,7 +624,7 @@ TEST_F(InputSelectorSmTest, recordOfAVanishedInputIsNotFollowedBack) {
    bridge.run();
    bridge.withdraw("a");
    bridge.run();
-   a.portDel("Ethernet1"); // by its publisher, who is gone from the directory
+   a.portDel("Ethernet1"); // by its publisher, whose input is no longer in the directory
    a.prioritiesAre(300);
    bridge.run();
    EXPECT_EQ(best(), "cli");
@@ -719,7 +719,7 @@ TEST_F(InputSelectorSmTest, routedByDefaultMeansADisabledAccessPort) {
    EXPECT_EQ(record->switchportMode(), TestBridge::Mode::access_);
 }
 
-TEST_F(InputSelectorSmTest, onlyTheSwitchOfADefaultRecordIsSetAnew) {
+TEST_F(InputSelectorSmTest, onlyTheSwitchOfADefaultRecordIsSetAgain) {
    auto const record = bridge.eth->switchIntfConfigIs("Ethernet1", TestBridge::Mode::trunk_);
    record->enabledIs(false);
    record->accessVlanIs(77);

@@ -98,12 +98,12 @@ Kem::Ptr<SwitchIntfConfigEntrySm>
 SwitchIntfConfigCodef::switchIntfConfigEntrySmIs(Sulvi::IntfId intfId,
                                                  Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in,
                                                  Kem::Ptr<Bridging::Input::SwitchIntfConfig> const& out) {
-   if (auto const standing = switchIntfConfigEntrySm(intfId)) {
-      if (standing->configIn() != in)
-         Kem::throwReinstantiating("configIn", standing->configIn()->fullName(), in->fullName());
-      if (standing->configOut() != out)
-         Kem::throwReinstantiating("configOut", standing->configOut()->fullName(), out->fullName());
-      return standing;
+   if (auto const existing = switchIntfConfigEntrySm(intfId)) {
+      if (existing->configIn() != in)
+         Kem::throwReinstantiating("configIn", existing->configIn()->fullName(), in->fullName());
+      if (existing->configOut() != out)
+         Kem::throwReinstantiating("configOut", existing->configOut()->fullName(), out->fullName());
+      return existing;
    }
    auto const entry = Kem::makePtr<SwitchIntfConfigEntrySm>(*this, intfId, in, out);
    switchIntfConfigEntrySm_.findOrInsert(intfId, [&] { return entry; });

@@ -3,7 +3,7 @@
 //
 // A port that arrives is copied at once. Afterwards its entry (SwitchIntfConfigEntrySm) applies what moves
 // VLAN membership one attribute to a step of the backlog, and everything else as it changes. Owned by
-// BridgingConfigSm, which is also where the copies stand.
+// BridgingConfigSm, which holds the copies too.
 #pragma once
 
 #include "Ulm/Backlog.h"
@@ -20,16 +20,16 @@ class SwitchIntfConfigCodef final : public Ulm::CodefBase {
    SwitchIntfConfigCodef(Kem::Ptr<Kem::Clock const> const& clock,
                          Kem::Ptr<Bridging::SwitchIntfConfigDir const> const& configIn,
                          SwitchIntfConfigOutput& configOut);
-   // Takes in all ports there are. Asserts "!initialized()". The owner calls it once it holds the stage.
+   // Copies all ports. Asserts "!initialized()". The owner calls it once it holds the stage.
    void handleInitialized() override;
 
    uint64_t backlogSize() const override { return backlog_.size(); }
    uint64_t processBacklog(Kem::Seconds const& startTime) override;
 
-   // The port has another best record, or none. An entry that stood is replaced,
-   // and what waited in it is dropped.
+   // The port has another best record, or none. An existing entry is replaced, and what waited in it
+   // is dropped.
    void handleSwitchIntfConfig(Sulvi::IntfId intfId);
-   // All ports there are, without deleting entries.
+   // Takes in all ports of the directory, without deleting entries.
    void handleSwitchIntfConfig();
    // Called by an entry: its waiting attributes differ from the copy, or they are all equal again.
    void updateBacklog(Sulvi::IntfId intfId, bool areConfigsEqual);
@@ -38,8 +38,8 @@ class SwitchIntfConfigCodef final : public Ulm::CodefBase {
    Ulm::Backlog<Sulvi::IntfId> const& backlog() const { return backlog_; }
    void backlogDelAll() { backlog_.delAll(); }
    Kem::Ptr<SwitchIntfConfigEntrySm> switchIntfConfigEntrySm(Sulvi::IntfId intfId) const; // null when none
-   // The entry of the port, made where there is none, and then initialized. Other records than those of a
-   // standing one raise a range exception: it has to be deleted first.
+   // Finds or makes the port's entry; a new one is initialized. Other records than those of an existing entry
+   // raise a range exception: it has to be deleted first.
    Kem::Ptr<SwitchIntfConfigEntrySm>
    switchIntfConfigEntrySmIs(Sulvi::IntfId intfId,
                              Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& in,

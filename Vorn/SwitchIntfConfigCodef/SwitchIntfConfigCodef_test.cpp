@@ -80,7 +80,7 @@ Operation const operations[] = {
      [](Config const& a, Config const& b) { return a.switchportMode() == b.switchportMode(); }},
 };
 
-// A stage that has no directory, or has lost it, is asked all the same.
+// A stage without a directory, or one that has lost it, is asked all the same.
 TEST_F(SwitchIntfConfigCodefTest, withoutADirectoryNothingIsChosen) {
    start();
    ASSERT_TRUE(copy());
@@ -371,7 +371,7 @@ TEST_F(SwitchIntfConfigCodefTest, arrivingPortIsCopiedWholeAndAtOnce) {
    EXPECT_EQ(fromDefault.names.size(), 31u) << "the check sees every attribute but the key";
 }
 
-// SwitchIntfSm is told of each as it is written, so the order is what it sees.
+// SwitchIntfSm is notified of each as it is written, so it sees this order.
 TEST_F(SwitchIntfConfigCodefTest, copyIsMadeInItsOrder) {
    start();
    auto const better = bridge.publish("better", 200).port("Ethernet1");
@@ -432,7 +432,7 @@ TEST_F(SwitchIntfConfigCodefTest, portThatGoesLosesItsEntryAndItsCopyAtOnce) {
 
 TEST_F(SwitchIntfConfigCodefTest, newBestRecordReplacesTheEntryAndDropsWhatWaited) {
    start();
-   auto const standing = copy();
+   auto const existing = copy();
    auto const other = bridge.input("a").port("Ethernet1");
    other->accessVlanIs(3);
    bridge.run();
@@ -440,7 +440,7 @@ TEST_F(SwitchIntfConfigCodefTest, newBestRecordReplacesTheEntryAndDropsWhatWaite
    notice();
    bridge.input("a").prioritiesAre(200);
    notice();
-   EXPECT_EQ(copy(), standing);
+   EXPECT_EQ(copy(), existing);
    EXPECT_EQ(entry().configIn(), other);
    EXPECT_EQ(pending(), 0u);
    EXPECT_EQ(copy()->accessVlan(), 3) << "at once";
@@ -495,7 +495,7 @@ TEST_F(SwitchIntfConfigCodefTest, newBestRecordHasThePortEvaluatedAsAWhole) {
    EXPECT_EQ(bridge.vlansOf("Ethernet1"), std::vector<uint16_t>{20});
 }
 
-TEST_F(SwitchIntfConfigCodefTest, standingEntryIsGivenBackForTheSameRecordsAndRefusesOthers) {
+TEST_F(SwitchIntfConfigCodefTest, existingEntryIsReturnedForTheSameRecordsAndRefusesOthers) {
    start();
    auto const named = [](char const* name) {
       auto const record = Config::make("Ethernet1");
@@ -616,11 +616,11 @@ TEST_F(SwitchIntfConfigCodefTest, isInitializedOnce) {
 
 TEST_F(SwitchIntfConfigCodefTest, wholeInputIsTakenInWithoutDeletingEntries) {
    start();
-   auto const standing = codef->switchIntfConfigEntrySm("Ethernet1");
+   auto const existing = codef->switchIntfConfigEntrySm("Ethernet1");
    codef->handleSwitchIntfConfig();
-   EXPECT_EQ(codef->switchIntfConfigEntrySm("Ethernet1"), standing);
+   EXPECT_EQ(codef->switchIntfConfigEntrySm("Ethernet1"), existing);
    codef->handleSwitchIntfConfig("Ethernet1");
-   EXPECT_NE(codef->switchIntfConfigEntrySm("Ethernet1"), standing);
+   EXPECT_NE(codef->switchIntfConfigEntrySm("Ethernet1"), existing);
 }
 
 TEST_F(SwitchIntfConfigCodefTest, backlogCanBeEmptied) {

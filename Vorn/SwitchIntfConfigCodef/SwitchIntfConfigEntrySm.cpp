@@ -108,7 +108,7 @@ bool SwitchIntfConfigEntrySm::performPendingOperations() {
       pendingOps_.clear(op.bit);
       if (op.bit == SwitchportBitMap::switchportMode)
          KEM_INVARIANT(!pendingOps_.hash(), "! pendingOps_.hash()"); // the mode is always the last
-      // The tool list and the mode may land together.
+      // The list of a tool port and the mode may be applied in one step.
       if (op.bit != SwitchportBitMap::switchportToolAllowedVlans)
          break;
    }
@@ -122,7 +122,7 @@ bool SwitchIntfConfigEntrySm::performPendingOperations() {
    void SwitchIntfConfigEntrySm::handle##Name() {                                                            \
       configOut_->attribute##Is(configIn()->attribute());                                                    \
    }
-// The member as it is in the input; none where that has none.
+// The member as it is in the input; deleted where the input has none.
 #define COPY_MEMBER(Name, attribute, Key)                                                                    \
    void SwitchIntfConfigEntrySm::handle##Name(Key key) {                                                     \
       auto const in = configIn();                                                                            \
@@ -136,7 +136,7 @@ SWITCHPORT_ATTRIBUTES(NOTHING, COPY, COPY_MEMBER, COPY_MEMBER)
 #undef COPY
 #undef COPY_MEMBER
 
-// An attribute that the schema gains has to get its line; the key has none.
+// Each attribute of the schema must have its line; only the key has none.
 #define ONE(...) +1
 static_assert(SWITCHPORT_ATTRIBUTES(ONE, ONE, ONE, ONE) + 1 == Config::kAttributeCount);
 #undef ONE

@@ -2,9 +2,9 @@
 //
 // The first copy is made whole and at once. Afterwards nine attributes that move VLAN membership wait in
 // pendingOps and are applied one to a step of the backlog, the mode last: SwitchIntfSm must never see a new
-// mode with old lists. All other attributes are copied as they change. A port whose waiting attributes have
-// all come back to the copy's values leaves the backlog. Another input takes another entry. Owned by
-// SwitchIntfConfigCodef.
+// mode with old lists. All other attributes are copied as they change. A port leaves the backlog early when
+// all its waiting attributes have the copy's values again. Each input has an entry of its own: when another
+// input is chosen, the entry is replaced. Owned by SwitchIntfConfigCodef.
 #pragma once
 
 #include "Kem/StateMachine.h"
@@ -31,8 +31,8 @@ class SwitchIntfConfigEntrySm final : public Kem::StateMachine {
    Kem::Ptr<Config> const& configOut() const { return configOut_; }
    SwitchportBitMap pendingOps() const { return pendingOps_; }
 
-   // Applies one waiting attribute; the list of a tool port and the mode may go
-   // together. True when none is left.
+   // Applies one waiting attribute, or the list of a tool port and the mode together. Returns whether none is
+   // left.
    bool performPendingOperations();
 
   private:

@@ -27,7 +27,7 @@ constexpr NamedBit namedBits[] = {
 constexpr std::string_view opening = "Value('Vorn::SwitchIntfConfigEntrySm::SwitchportBitMap', ** {";
 constexpr std::string_view closing = "})";
 
-// Takes what the text starts with; raises where the text ends before.
+// Takes the expected beginning off the text; raises where the text differs or ends before.
 void take(std::string_view& text, std::string_view expected) {
    if (!text.starts_with(expected))
       Kem::throwRange("premature end of value type SwitchportBitMap");
@@ -43,8 +43,8 @@ std::string_view takeUntil(std::string_view& text, char end) {
    return taken;
 }
 
-// Decimal, or hexadecimal behind "0x". A number that is too wide for the type
-// counts as one that is too great.
+// Decimal, or hexadecimal behind "0x". A number that is too wide for the type counts as one that is
+// too great.
 uint32_t numberFrom(std::string_view word) {
    bool const isHex = word.starts_with("0x");
    std::string_view const digits = word.substr(isHex ? 2 : 0);
@@ -72,7 +72,7 @@ std::string SwitchportBitMap::valueToStrep() const {
 
 SwitchportBitMap SwitchportBitMap::valueFromStrep(std::string_view text) {
    take(text, opening);
-   uint32_t bits = 0, named = 0; // those that are True, those that are given
+   uint32_t bits = 0, named = 0; // the bits that are True, and those that the text names
    std::optional<SwitchportBitMap> number;
    while (true) {
       take(text, "'");

@@ -59,8 +59,8 @@ void VlanConfigCodef::handleVlanConfig() {
          handleVlanConfig(vlanId);
 }
 
-// The same VLAN, but it may come from another input: the entry has to follow that
-// one, and nothing else changes.
+// The same VLAN, but it may come from another input: the entry has to follow that one, and nothing
+// else changes.
 void VlanConfigCodef::recreateEntry(Bridging::VlanId vlanId,
                                     Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
                                     Kem::Ptr<Bridging::Input::VlanConfig> const& out) {
@@ -108,11 +108,11 @@ uint64_t VlanConfigCodef::doEntry(Bridging::VlanId vlanId) {
    }
    if (auto const existing = configOut_.vlanConfigAfterCodef(vlanId)) {
       if (compareVlans(*in, *existing)) {
-         // Its entry has copied, since the key was added, what differed then.
+         // What differed when the key was added has been copied by the entry since.
          recreateEntry(vlanId, in, existing);
          return count;
       }
-      // VlanConfigSm is built again, too.
+      // VlanConfigSm is made again too.
       KEM_TRACE(vlanCodefTrace, 5, "Deleting Vlan: " << vlanId << " from output (stale)");
       vlanConfigEntrySmDel(vlanId);
       configOut_.vlanConfigAfterCodefDel(vlanId);
@@ -140,12 +140,12 @@ Kem::Ptr<VlanConfigEntrySm>
 VlanConfigCodef::vlanConfigEntrySmIs(Bridging::VlanId vlanId,
                                      Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
                                      Kem::Ptr<Bridging::Input::VlanConfig> const& out) {
-   if (auto const standing = vlanConfigEntrySm(vlanId)) {
-      if (standing->vcfgIn() != in)
-         Kem::throwReinstantiating("vcfgIn", standing->vcfgIn()->fullName(), in->fullName());
-      if (standing->vcfgOut() != out)
-         Kem::throwReinstantiating("vcfgOut", standing->vcfgOut()->fullName(), out->fullName());
-      return standing;
+   if (auto const existing = vlanConfigEntrySm(vlanId)) {
+      if (existing->vcfgIn() != in)
+         Kem::throwReinstantiating("vcfgIn", existing->vcfgIn()->fullName(), in->fullName());
+      if (existing->vcfgOut() != out)
+         Kem::throwReinstantiating("vcfgOut", existing->vcfgOut()->fullName(), out->fullName());
+      return existing;
    }
    return *vlanConfigEntrySm_
                .findOrInsert(vlanId, [&] { return Kem::makePtr<VlanConfigEntrySm>(vlanId, in, out); })

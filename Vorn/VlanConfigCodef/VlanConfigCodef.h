@@ -1,10 +1,10 @@
-// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn)
-// and the VLANs' state machines.
+// The deferred stage of VLANs: between the chosen input (BridgingConfigSm::configIn) and the VLANs'
+// state machines.
 //
 // A VLAN that appears, vanishes or is replaced goes through the backlog; a slice then makes the copy
-// (vlanConfigAfterCodef) that VlanConfigSm follows. Once the copy stands, VlanConfigEntrySm mirrors later
+// (vlanConfigAfterCodef) that VlanConfigSm follows. Once the copy exists, VlanConfigEntrySm mirrors later
 // changes of the input to it at once. A VLAN whose copy equals a newly chosen input only has its entry moved
-// to that input: VlanConfigSm sees nothing. Owned by BridgingConfigSm, which is also where the copies stand.
+// to that input: VlanConfigSm sees nothing. Owned by BridgingConfigSm, which holds the copies too.
 #pragma once
 
 #include "Ulm/Backlog.h"
@@ -27,7 +27,7 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    uint64_t backlogSize() const override { return backlog_.size(); }
    uint64_t processBacklog(Kem::Seconds const& startTime) override;
 
-   // The chosen input is another one now, or has to be looked at as a whole.
+   // Another input has been chosen, or the chosen one has to be looked at as a whole.
    void handleVlanConfig();
    void handleVlanConfig(Bridging::VlanId vlanId);
 
@@ -35,8 +35,8 @@ class VlanConfigCodef final : public Ulm::CodefBase {
    Ulm::Backlog<Bridging::VlanId> const& backlog() const { return backlog_; }
    void backlogDelAll() { backlog_.delAll(); }
    Kem::Ptr<VlanConfigEntrySm> vlanConfigEntrySm(Bridging::VlanId vlanId) const; // null when there is none
-   // The entry of the VLAN, made where there is none. Other records than those of a standing one raise a
-   // range exception: it has to be deleted first.
+   // Finds or makes the VLAN's entry. Other records than those of an existing entry raise a range exception:
+   // it has to be deleted first.
    Kem::Ptr<VlanConfigEntrySm> vlanConfigEntrySmIs(Bridging::VlanId vlanId,
                                                    Kem::Ptr<Bridging::Input::VlanConfig const> const& in,
                                                    Kem::Ptr<Bridging::Input::VlanConfig> const& out);
@@ -70,8 +70,8 @@ class VlanConfigCodef final : public Ulm::CodefBase {
 
 // Whether both ask for the same: name, state, role and trunk groups.
 bool compareVlans(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
-// Whether both have the same trunk groups with the same values; a group that the
-// second lacks counts as false there.
+// Whether both have the same trunk groups with the same values; a group that the second lacks counts as
+// false there.
 bool compareVlanTrunkGroups(Bridging::Input::VlanConfig const& a, Bridging::Input::VlanConfig const& b);
 // Puts the source's trunk groups into the destination, and removes none there.
 void copyVlanTrunkGroups(Bridging::Input::VlanConfig const& source, Bridging::Input::VlanConfig& destination);

@@ -103,7 +103,7 @@ TEST_F(VlanConfigCodefTest, vlanThatCameAndWentBeforeItsSliceIsNoMore) {
 TEST_F(VlanConfigCodefTest, vlanThatVanishedAndCameBackEqualIsNotTouched) {
    bridge.vlan(10)->configuredNameIs("users");
    start();
-   auto const standing = copy(10);
+   auto const existing = copy(10);
    auto const vlanSm = bridge.sm->vlanConfigSm(10);
    bridge.vlanDel(10);
    notice();
@@ -113,7 +113,7 @@ TEST_F(VlanConfigCodefTest, vlanThatVanishedAndCameBackEqualIsNotTouched) {
    notice();
    EXPECT_EQ(backlog(), Numbers{});
    bridge.run();
-   EXPECT_EQ(copy(10), standing);
+   EXPECT_EQ(copy(10), existing);
    EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
    EXPECT_EQ(followed(10), back);
 }
@@ -165,7 +165,7 @@ TEST_F(VlanConfigCodefTest, inputWithTheSameContentsOnlyMovesTheEntries) {
    TestTrace trace;
    bridge.vlan(10)->trunkGroupIs("a", true);
    start();
-   auto const standing = copy(10);
+   auto const existing = copy(10);
    auto const vlanSm = bridge.sm->vlanConfigSm(10);
    auto const resolved = bridge.resolvedVlan(10);
    TestInput const other = bridge.input("a");
@@ -176,7 +176,7 @@ TEST_F(VlanConfigCodefTest, inputWithTheSameContentsOnlyMovesTheEntries) {
    bridge.run();
    EXPECT_EQ(codef->configIn(), other.record);
    EXPECT_EQ(backlog(), Numbers{});
-   EXPECT_EQ(copy(10), standing);
+   EXPECT_EQ(copy(10), existing);
    EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
    EXPECT_EQ(bridge.resolvedVlan(10), resolved);
    EXPECT_EQ(followed(10), other.vlan(10));
@@ -188,12 +188,12 @@ TEST_F(VlanConfigCodefTest, inputWithTheSameContentsOnlyMovesTheEntries) {
    EXPECT_EQ(resolved->configuredName(), "theirs") << "the entry follows the new input";
 }
 
-TEST_F(VlanConfigCodefTest, inputWithOtherContentsHasTheVlanBuiltAnewAndCountsForTwo) {
+TEST_F(VlanConfigCodefTest, inputWithOtherContentsHasTheVlanBuiltAgainAndCountsForTwo) {
    TestTrace trace;
    bridge.vlan(10)->configuredNameIs("ours");
    bridge.vlan(20);
    start();
-   auto const standing = copy(10);
+   auto const existing = copy(10);
    auto const vlanSm = bridge.sm->vlanConfigSm(10);
    TestInput const other = bridge.input("a");
    other.vlan(10)->configuredNameIs("theirs");
@@ -204,7 +204,7 @@ TEST_F(VlanConfigCodefTest, inputWithOtherContentsHasTheVlanBuiltAnewAndCountsFo
    EXPECT_EQ(backlog(), Numbers{10});
    trace.clear();
    EXPECT_EQ(slice(), 2u);
-   EXPECT_NE(copy(10), standing);
+   EXPECT_NE(copy(10), existing);
    EXPECT_NE(bridge.sm->vlanConfigSm(10), vlanSm);
    EXPECT_EQ(followed(10), other.vlan(10));
    EXPECT_EQ(bridge.resolvedVlan(10)->configuredName(), "theirs");
@@ -281,7 +281,7 @@ TEST_F(VlanConfigCodefTest, laterChangesAreCopiedAtOnceWithoutTheBacklog) {
    EXPECT_EQ(backlog(), Numbers{});
 }
 
-TEST_F(VlanConfigCodefTest, standingEntryIsGivenBackForTheSameRecordsAndRefusesOthers) {
+TEST_F(VlanConfigCodefTest, existingEntryIsReturnedForTheSameRecordsAndRefusesOthers) {
    start();
    auto const named = [](char const* name) {
       auto const record = Bridging::Input::VlanConfig::make(10);
@@ -440,7 +440,7 @@ TEST_F(VlanConfigCodefTest, thousandsOfVlansAreDeliveredByTheClock) {
 TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
    auto const vlan = bridge.vlan(10);
    start();
-   auto const standing = copy(10);
+   auto const existing = copy(10);
    auto const vlanSm = bridge.sm->vlanConfigSm(10);
    auto const resolved = bridge.resolvedVlan(10);
    vlan->configuredNameIs("users");
@@ -449,7 +449,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
    notice();
    EXPECT_EQ(copy(10)->configuredName(), "users");
    EXPECT_EQ(slice(), 1u);
-   EXPECT_EQ(copy(10), standing);
+   EXPECT_EQ(copy(10), existing);
    EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
    EXPECT_EQ(bridge.resolvedVlan(10), resolved);
    bridge.run();
@@ -467,7 +467,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualWhenItsSliceComesFollowsTheInputOfTha
    bridge.input("a").record->vlanConfigPriorityIs(200);
    notice();
    ASSERT_EQ(backlog(), Numbers{10});
-   vlan->configuredNameIs("users"); // of the loser, which the entry still follows
+   vlan->configuredNameIs("users"); // in the losing input, which the entry still follows
    notice();
    EXPECT_EQ(copy(10)->configuredName(), "users");
    EXPECT_EQ(slice(), 1u);

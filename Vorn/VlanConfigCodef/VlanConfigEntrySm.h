@@ -1,5 +1,5 @@
 // Mirrors the input of one VLAN to the copy that VlanConfigSm follows, attribute by attribute and at once. It
-// stands as long as the copy does; another input takes another entry. Owned by VlanConfigCodef.
+// exists as long as the copy does, and is replaced when another input is chosen. Owned by VlanConfigCodef.
 #pragma once
 
 #include "Kem/StateMachine.h"

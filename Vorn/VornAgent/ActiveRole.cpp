@@ -22,8 +22,8 @@ ActiveRole::ActiveRole(Agent& agent)
    linkFlapRoot_ = made("linkFlapRoot", Kem::makePtr<LinkFlap::Root>("linkFlapRoot"));
    makeErrdisable();
    makeBridging();
-   // From here on this process decides about references. Those of the previous run whose records have gone are
-   // wanted by nobody: the selection has chosen again for each port that is still asked for.
+   // From here on this process decides which records are referred to. References of the previous run whose
+   // records are gone can be deleted: the selection has chosen again for each port that is still asked for.
    em_.danglingReferencesDel();
    linkStatusLoggingDirSm_ =
        made("linkStatusLoggingDirSm", Kem::makePtr<Interface::LinkStatusLoggingDirSm>(
@@ -60,8 +60,8 @@ void ActiveRole::makeErrdisable() {
 }
 
 void ActiveRole::makeBridging() {
-   // The default records of ports have a rank like any publisher's; it is the one
-   // priority that the agent writes.
+   // The input of default records is ranked like any publisher's. This is the only priority that the agent
+   // writes.
    auto const bridgingInputEth = em_.entity<Bridging::Input::Config>("bridging/input/config/eth");
    bridgingInputEth->switchIntfConfigPriorityIs(10);
    traceMade("rank of the default records");
@@ -118,7 +118,7 @@ void ActiveRole::makeBridging() {
             }));
 }
 
-// What watches ports and disables them, or tells the operator of them.
+// What watches ports and disables them, or reports on them to the operator.
 void ActiveRole::makePortWatchers() {
    auto const activity = Kem::activityManager()->config();
    auto const ethPhyIntfConfigDir =

@@ -1,6 +1,6 @@
 // What only an active supervisor has: the state machines of bridging and the hosted ones around them, made
-// once, in a fixed order, when the agent first finds itself active. The agent owns it for good: a supervisor
-// that falls back to standby keeps them running.
+// once, in a fixed order, when the agent becomes active for the first time. The agent owns it until the
+// process ends: a supervisor that becomes standby again keeps them running.
 #pragma once
 
 #include "CongestionDropsLogging/CongestionDropsLoggingSm.h"
@@ -22,7 +22,7 @@ class ActiveRole {
    // Asserts "cliInput": the system can't run without the input of the command line.
    explicit ActiveRole(Agent& agent);
    ~ActiveRole();
-   // The cause "hitless-reload-down", at its boot stage. The one that was made at an earlier boot is kept.
+   // Makes the cause "hitless-reload-down" at its boot stage; one that exists already is kept.
    void makeReloadDownCause();
 
    Kem::Ptr<Errdisable::CauseStatus> const& reloadDownErrdisableCauseStatus() const {

@@ -1,5 +1,5 @@
-// The mounts of the bridging agent, in the order in which they are asked for.
-// All are waited for as one group.
+// The mounts of the bridging agent, in the order in which they are asked for. The agent waits for all of them
+// as one group.
 #pragma once
 
 #include "Ordel/client/Mount.h"

@@ -14,9 +14,9 @@ struct NetlinkSocketCalls {
    int (*closeSocket)(int) = ::close;
 };
 
-// A NETLINK_ROUTE socket in the namespace of the process, bound, subscribed to no group, closed
-// on exec, with 32 KiB to send and 1 MiB to receive. Negative on failure, which has been traced
-// but for that of socket itself.
+// A NETLINK_ROUTE socket in the namespace of the process, bound, subscribed to no group, closed on exec, with
+// 32 KiB to send and 1 MiB to receive. Negative on failure; each failure has been traced, except that of
+// socket(2) itself.
 int openNetlinkSocket(NetlinkSocketCalls const& calls = {});
 
 } // namespace Vorn

@@ -30,12 +30,12 @@ void StatusReport::handleDeliveryEnd() {
       kemClock_.timeMinIs(Kem::now() + interval);
 }
 
-// A sum of what only grows: another one means that there is something to report.
+// A sum of counts that only grow: when it differs, there is something to report.
 uint64_t StatusReport::activity() const {
    auto const& out = agent_.attrLogCheck().nboAttrLogOutSm();
    uint64_t sum = out ? out->operationsWritten() : 0;
    if (auto const& sm = agent_.bridgingConfigSm()) {
-      sum += 1; // the stages themselves came
+      sum += 1; // the stages themselves were made
       for (Ulm::CodefBase const* stage : {static_cast<Ulm::CodefBase*>(sm->vlanConfigCodef().ptr()),
                                           static_cast<Ulm::CodefBase*>(sm->switchIntfConfigCodef().ptr())})
          sum += stage->updatesSeen() + stage->dispatchCount();

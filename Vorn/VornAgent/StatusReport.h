@@ -1,13 +1,14 @@
-// Tells others how far the agent is: its deferred stages, and its attribute log, in the record Agent::Status.
+// Reports to others how far the agent has come: the state of its deferred stages and of its attribute log, in
+// the record Agent::Status.
 //
-// Reports once when it is made, and then what differs from what the record holds, a second after something
-// has happened and once a second while it goes on:
+// It reports once when it is made. Afterwards it writes what differs from the record, a second after
+// something has happened and once a second while things go on happening:
 //
 //    asleep --a stage did something, or something was written--> timer, 1 s --> report --> asleep
 //
-// So an agent that has nothing to do sleeps. What it writes itself would change the figures of the log again,
-// so these are left alone while nothing else has been written. The first report waits with the rest of a held
-// log, so that the number of the process in the record is that of the last agent that finished its start.
+// So an agent that has nothing to do sleeps. A report changes the figures of the log itself, so they are not
+// reported as long as nothing else has been written. The first report is held back with the rest of a held
+// log: the process id in the record is that of the last agent that finished its start.
 //
 // Owned by the agent, which it reads and does not change.
 #pragma once
@@ -48,7 +49,8 @@ class StatusReport {
 
    Kem::Ptr<::Agent::Status> const status_;
    Agent& agent_;
-   // Of the log, the report's own included; before the first one no number that it can have.
+   // How much the log had been given after the last report, the report's own writes included; before the
+   // first one a number that it can't have.
    uint64_t operationsAfterReport_ = UINT64_MAX;
    uint64_t activityAfterReport_ = 0;
    KemClock kemClock_{*this};

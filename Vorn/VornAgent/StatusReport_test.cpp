@@ -57,7 +57,7 @@ TEST_F(StatusReportTest, firstReportIsMadeAtOnce) {
    EXPECT_EQ(seen->attributeLog().kernBufferUsage, -1) << "no stage has measured yet";
 }
 
-TEST_F(StatusReportTest, changesAreToldAfterASecondAndNotBefore) {
+TEST_F(StatusReportTest, changesAreReportedAfterASecondAndNotBefore) {
    start();
    auto const before = seen->attributeLog();
    vlansArePublished(1, 40);
@@ -80,7 +80,7 @@ TEST_F(StatusReportTest, changesAreToldAfterASecondAndNotBefore) {
    EXPECT_GE(after.kernBufferUsage, 0);
 }
 
-TEST_F(StatusReportTest, keysThatWaitAreTold) {
+TEST_F(StatusReportTest, keysThatWaitAreReported) {
    start();
    auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
    auto const& codef = sw.agent->bridgingConfigSm()->vlanConfigCodef();
@@ -101,14 +101,14 @@ TEST_F(StatusReportTest, agentThatHasNothingToDoWritesNothing) {
    pass(1);
    auto const& log = *sw.agentManager->attributeLog();
    uint64_t const written = log.operationsWritten();
-   auto const told = seen->attributeLog();
+   auto const reported = seen->attributeLog();
    pass(1);
    pass(60);
    EXPECT_EQ(log.operationsWritten(), written);
-   EXPECT_EQ(seen->attributeLog(), told);
+   EXPECT_EQ(seen->attributeLog(), reported);
 }
 
-// An agent alone, with its timers: recovery looks every 10 s, and each mounted table as seldom.
+// An agent with nothing but its timers: recovery and each mounted table look every 10 s.
 TEST_F(StatusReportTest, agentThatHasNothingToDoSleeps) {
    start();
    vlansArePublished(1, 3);

@@ -24,10 +24,10 @@ namespace {
 Kem::TraceFacility agentTrace("Vorn");
 
 constexpr char bootStageClass[] = "bootStageClass";
-// A switchover that doesn't settle is shown to the others all the same.
+// The longest time that the log is held at a switchover: then others see the changes, settled or not.
 constexpr Kem::Seconds switchoverHoldLimit = 30.0;
 constexpr Zivlog::Sizes traceFileSizes = {400, 400, 400, 400, 10, 400, 400, 400, 400, 400}; // KiB by level
-// What the file gets besides what is traced in any case: the flow, and not each handler.
+// What the file gets besides what is always traced: the flow of events, without each handler.
 constexpr char traceFileSetting[] = "*/0-5";
 
 char const* const attributeNames[] = {"entityManagerReactor",
@@ -74,8 +74,8 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "bootStagesHelper",
                                       "oxaStatus"};
 
-// A record of this process only, under a name that tells it apart. The one that exists is kept: a supervisor
-// may become active more than once.
+// A record of this process only, under a name of its own. One that exists is kept: a supervisor may become
+// active more than once.
 template <class T>
 void localIs(Kem::Ptr<T>& record, char const* name) {
    if (record)
@@ -133,8 +133,8 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    char const* const fabric = std::getenv("FABRIC_DEVICE_NAME");
    fabricDeviceName_ = fabric ? fabric : "fabric";
 
-   // From here on the role is known: true on a standby supervisor. On an active
-   // one nothing has been called yet.
+   // From here on the role is known: true on a standby supervisor. On an active one nothing has been
+   // called yet.
    entityManagerReactor_ =
        made("entityManagerReactor", Kem::makePtr<EntityManagerReactor>(redundancyStatus(), this));
 
@@ -171,7 +171,7 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    if (agentStatus())
       statusReport_ = std::make_unique<StatusReport>(agentStatus(), *this);
 
-   // Decided once: a supervisor that becomes active later never gets them.
+   // Decided once, at the start: a supervisor that becomes active later never has them.
    if (redundancyStatus() && redundancyStatus()->mode() == Redundancy::RedundancyMode::modeActive)
       mountSharedMemory(entityManager);
 
@@ -239,8 +239,7 @@ void Agent::decideStartupMode(Ordel::EntityManager& entityManager) {
 }
 
 void Agent::recoverReloadDownPorts() {
-   // Entries that an earlier hitless reload left: this start is no hitless one, so
-   // nothing else would release them.
+   // Entries of an earlier hitless reload: this start isn't hitless, so nothing else would release them.
    auto const cause = reloadDownErrdisableCauseStatus();
    if (standbyMode_ || !cause || cause->intfStatus().empty())
       return;
@@ -308,8 +307,8 @@ void Agent::handleStandbyMode() {
              "handleStandbyMode with standbyMode=false: initializing the rest of Vorn's state machines");
    if (activeRole_)
       return;
-   // At the start the runner holds the log. At a switchover others have the other supervisor's outcome: of
-   // what is rebuilt here, only the differences are for them to see.
+   // At the start the runner holds the log. At a switchover others see what the other supervisor wrote: of
+   // what is rebuilt here, they are to see only the differences.
    bool const isSwitchover = initialized();
    if (isSwitchover && !entityManager()->attributeLog()->isHeld())
       entityManager()->holdLog(switchoverHoldLimit);
@@ -321,8 +320,8 @@ void Agent::handleStandbyMode() {
 
 // --- Boot stages.
 
-// What a stage makes has to be made again by a process that came after the stage was reported, since a stage
-// is not begun twice in one boot: by an agent that was restarted, and by one that was standby then.
+// A stage is not begun twice in one boot. So a process that starts after the stage was reported, or was
+// standby then, has to make here what the stage makes.
 void Agent::handleReportedStages() {
    if (activeRole_ && !standbyMode_ && bootStagesHelper_ &&
        bootStagesHelper_->isStageComplete("ErrdisableStatusUpdate"))

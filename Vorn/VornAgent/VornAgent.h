@@ -57,15 +57,14 @@ class Agent final : public AgentBase::CAgent {
    // Whether they may write more now: false while the attribute log is more than half full.
    bool isAttrLogReady() { return attrLogCheck_.isAttrLogReady(); }
    AttrLogCheck& attrLogCheck() { return attrLogCheck_; }
-   // Of the active role and of the start, whichever comes first: the other one keeps it.
+   // Called by the active role and by the start; the second call does nothing.
    void makeNetNsManager();
 
    // --- Attributes, in declared order.
    bool standbyMode() const { return standbyMode_; }
    // Calls handleStandbyMode when the value changes.
    void standbyModeIs(bool standbyMode);
-   // What the active role has made; null while the supervisor has not been active
-   // yet, and so are the parts of it.
+   // What the active role has made, and its parts; null as long as the supervisor has not been active.
    ActiveRole const* activeRole() const { return activeRole_.get(); }
    Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable() const {
       return activeRole_ ? activeRole_->dynVlanSrcTable() : nullptr;
@@ -96,7 +95,7 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<PrivateVlanLib::LibState> const& privateVlanLibState() const { return privateVlanLibState_; }
    Kem::Ptr<Plaze::Bridging::Status> const& plazeBridgingStatus() const { return plazeBridgingStatus_; }
    Kem::Ptr<Bridging::Status> const& bridgingStatus() const { return bridgingStatus_; }
-   // The shared-memory table of subinterface counters; null too.
+   // The shared-memory table of subinterface counters; null before the start.
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> const& counterDir() const { return counterDir_; }
    Kem::Ptr<AgentBase::StagesHelper> const& bootStagesHelper() const { return bootStagesHelper_; }
    std::string const& fabricDeviceName() const { return fabricDeviceName_; }
@@ -104,7 +103,7 @@ class Agent final : public AgentBase::CAgent {
    int netlinkFd() const { return netlinkFd_; } // for requests to the default namespace
 
    // Asks the kernel to name VLAN devices "vlan" and the number, without padding, in the namespace of the
-   // process. What it answers is ignored: a kernel without 802.1Q is found out when a device is made.
+   // process. The answer is ignored: a kernel without 802.1Q shows when a device is made.
    static void setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...) = ::ioctl);
    // A netlink route socket that is subscribed to nothing; negative on failure, which has been traced.
    static int createNetlinkSocket();
@@ -143,14 +142,14 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> counterDir_;
    Kem::Ptr<AgentBase::StagesHelper> bootStagesHelper_;
    Kem::Ptr<Oxa::OxaStatus const> oxaStatus_;
-   std::unique_ptr<StatusReport> statusReport_; // none where the base has mounted no status
+   std::unique_ptr<StatusReport> statusReport_; // null when the base has mounted no status
 
    std::string fabricDeviceName_;
    int socketFd_ = -1;
    int netlinkFd_ = -1;
 };
 
-// Makes the agent with its initial values; the reference that it is born with is the caller's.
+// Makes the agent with its initial values. The caller owns its first reference.
 Kem::Ptr<Agent> agentFactory(Kem::Name const& name);
 
 } // namespace Vorn

@@ -59,7 +59,7 @@ struct VornAgentTest : testing::Test {
    bool isStageComplete(char const* stage) {
       return sw.publish<Stage::AgentConfig>(stageConfigPath)->stageComplete(stage) != nullptr;
    }
-   // What the agent itself has traced, on all levels, since it was asked last.
+   // What the agent itself has traced, on all levels, since the last call.
    std::vector<std::string> traced() { return trace.take(); }
    Kem::TestTrace trace{"Vorn/0-9"};
    TestSwitch sw;
@@ -158,8 +158,8 @@ TEST_F(VornAgentTest, pathThatIsNotMountedGivesNull) {
    EXPECT_FALSE(sw.agentManager->entity<Oxa::OxaStatus>("bridging/config")) << "the cast to another type";
 }
 
-// The database starts without one of the places. What the agent writes is made by its mount; without what it
-// reads it starts all the same.
+// The database starts without one of the places. A record that the agent writes is made by its mount; without
+// one that it reads the agent starts all the same.
 struct PlaceAbsentTest : testing::TestWithParam<size_t> {
    PlaceAbsentTest() {
       std::string path = mount.path;
@@ -230,14 +230,14 @@ TEST_F(VornAgentTest, fabricDeviceIsFabricUnlessTheEnvironmentSaysOtherwise) {
 
 struct StartOrderTest : VornAgentTest {
    StartOrderTest() { Kem::traceSettingIs("Vorn/0-9,VornAttrLog/0-9,AgentStages/0-9"); }
-   // What has been made since it was asked last, and the other steps between.
+   // What has been made since the last call, and the other steps between.
    std::vector<std::string> steps() {
       std::vector<std::string> all;
       for (auto const& line : traced())
          for (std::string_view const word : {"made ", "takes part in stage ", "startupComplete",
                                              "attrLogCodefInit", "handleStandbyMode with"})
             if (line.starts_with(word)) {
-               // Only the first words of what has a number behind it.
+               // Of a line with a number at its end only the first words.
                all.push_back(line.substr(0, line.find_first_of(":=")));
                break;
             }
@@ -325,7 +325,7 @@ TEST_F(StartOrderTest, standbyStartLeavesTheActiveRoleToTheTakeover) {
    auto kernel = kernelAndStages;
    kernel.insert(std::find(kernel.begin(), kernel.end(), "made kosm"), "made netNsManager");
    Steps const nothing = {"handleStandbyMode with standbyMode"};
-   // The role is found out by the reactor's making, and looked at again at its place.
+   // The role is evaluated when the reactor is made, and again at its own step.
    auto first = startUntilRole;
    first.insert(std::find(first.begin(), first.end(), "made entityManagerReactor"), nothing.front());
    EXPECT_EQ(steps(), (first + nothing + kernel + Steps{"attrLogCodefInit fd"}));
@@ -413,7 +413,7 @@ TEST_F(VornAgentTest, roleIsTraced) {
                                   "state machines"));
 }
 
-TEST_F(VornAgentTest, recordsOfTheProcessAreToldApartByName) {
+TEST_F(VornAgentTest, recordsOfTheProcessHaveNamesOfTheirOwn) {
    hitlessBoot(true, Oxa::HitlessBootMode::bootHitless);
    sw.startAgent();
    EXPECT_EQ(sw.agent->privateVlanLibState()->name(), "privateVlanLibState");
@@ -585,7 +585,7 @@ struct ReloadDownTest : VornAgentTest {
       Kem::logSinkIs([](int, std::string const& line) { lines.push_back(line); });
    }
    ~ReloadDownTest() override { Kem::logSinkIs(nullptr); }
-   // Whether somebody tells of a port that the reload shuts.
+   // Whether a port that the reload shuts is logged.
    bool isWorking() {
       lines.clear();
       auto const cause = sw.publish<Errdisable::CauseStatus>(causePath);
@@ -668,7 +668,7 @@ TEST_F(VornAgentTest, cannotRunWithoutItsKernelSockets) {
    EXPECT_DEATH(start(1), "Assertion \"netlinkFd >= 0\" failed");
 }
 
-// A kernel that refuses, and keeps what it was asked.
+// A kernel that refuses, and records what it was asked.
 int theAskedFd;
 unsigned long theRequest;
 vlan_ioctl_args theVlanArgs;

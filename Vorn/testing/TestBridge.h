@@ -14,9 +14,10 @@
 //    bridge.run();                            // until nothing is left to do
 //    bridge.advance(10);                      // seconds
 //
-// All records are public: to be set before start() as a previous run left them, and to be tampered with
-// afterwards, which shows whether something is worked out again. TestTrace keeps what the state machines
-// trace. Nothing here judges: tests compare what the verbs return. One world at a time: it owns the clock.
+// All records are public: a test sets them before start() as a previous run would have left them, and changes
+// them afterwards to see whether something is worked out again. TestTrace keeps what the state machines
+// trace. Nothing here asserts: tests compare what the verbs return. Only one world can exist at a time: it
+// owns the clock.
 #pragma once
 
 #include "Kem/Activity.h"
@@ -115,7 +116,7 @@ class TestBridge {
    // The two halves of start(), for what happens between.
    void startBridgingOnly() { sm = bridgingConfigSmFactory(bridgingInputs()); }
    void startSelector() { selector = inputSelectorSmFactory(selectorInputs()); }
-   // The state machines go as they do with their process; what they wrote stands.
+   // The state machines end as they do with their process: what they wrote stays.
    void stop() {
       selector = nullptr;
       sm = nullptr;
@@ -127,12 +128,12 @@ class TestBridge {
    // --- Publishers.
    // The input of that name, made with priorities of 0 where there is none.
    TestInput input(Kem::Name const& name) {
-      auto standing = inputDir->entity<Bridging::Input::Config>(name);
-      if (!standing) {
-         standing = Bridging::Input::Config::make();
-         place(name, standing);
+      auto record = inputDir->entity<Bridging::Input::Config>(name);
+      if (!record) {
+         record = Bridging::Input::Config::make();
+         place(name, record);
       }
-      return {standing};
+      return {record};
    }
    // The same, raised to that priority once the selector knows of it.
    TestInput publish(Kem::Name const& name, uint32_t priority) {
@@ -202,7 +203,7 @@ class TestBridge {
       return createRoutedPortVlanConfig(resolvedVlans, vlanId, intfId);
    }
 
-   // --- Private VLANs: the role in what the command line asks for, and what the library makes of it.
+   // --- Private VLANs: the role that the command line asks for, and the library's state that follows from it.
    void primaryVlan(uint16_t primary, std::vector<uint16_t> const& secondaries) {
       vlan(primary);
       auto const state = privateVlans->primaryVlanIs(primary);
@@ -285,7 +286,7 @@ class TestBridge {
    Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make();
    Kem::Ptr<Errdisable::CauseStatus> cause = Errdisable::CauseStatus::make();
    Kem::Ptr<PrivateVlanLib::LibState> privateVlans = PrivateVlanLib::LibState::make();
-   AttrLogCheck* attrLogCheck = nullptr; // which the deferred stages ask for room; null is always ready
+   AttrLogCheck* attrLogCheck = nullptr; // where the deferred stages ask for room; null: there always is
 
    Kem::Ptr<BridgingConfigSm> sm;
    Kem::Ptr<InputSelectorSm> selector;

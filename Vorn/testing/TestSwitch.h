@@ -84,7 +84,7 @@ class TestSwitch {
       return manager.entity<T>(path);
    }
 
-   // From the next start on the agent's log is held until it has settled, as the agent's runner does.
+   // From the next start on, holds the agent's log until it has settled, as the agent's runner does.
    void holdsLogIs(bool holds) { holdsLog_ = holds; }
    // Makes the agent and asks for its mounts, after what the base mounts.
    void startAgent() {
@@ -112,7 +112,7 @@ class TestSwitch {
          agentManager->holdLog(holdLimit);
       agent->doInit();
    }
-   // The agent's process ends; what it wrote stands.
+   // The agent's process ends; what it wrote stays.
    void stopAgent() {
       agent = nullptr;
       agentManager = nullptr;

@@ -6,8 +6,8 @@
 //    EXPECT_THAT(order.take(), ElementsAre("config.hostAgingTime", "config.vlanConfig[10]", …));
 //
 // An attribute is named once for a run of writes, so a collection that is filled is one text; an entity that
-// comes or goes is named with its key, and so is what is written below it. A write that changes nothing is none.
-// It lets go of what it follows at its end.
+// is made or deleted is named with its key, and so is what is written below it. A write that changes nothing
+// doesn't count. When it is destroyed it stops following.
 #pragma once
 
 #include "Kem/Entity.h"
@@ -33,7 +33,7 @@ class WriteOrder final : public Kem::AttributeSink {
       entity.sinkIs(this, true);
       names_[&entity] = std::move(name);
    }
-   // What was written since it was asked last.
+   // What was written since the last take().
    std::vector<std::string> take() { return std::exchange(steps_, {}); }
 
   private:
