@@ -12,10 +12,10 @@ inline constexpr char defaultAgent[] = "Vorn";
 inline constexpr char agentNameText[] = "an agent's name has 1 to 255 bytes";
 bool isAgentName(std::string_view name);
 
-// Raises TreeJson::Absent when the agent has not settled in time, or isn't there by then. "": all agents that are
-// connected.
+// Raises TreeJson::Absent when the agent has not settled in time, or isn't there by then. "": all agents that
+// are connected.
 void settle(Session& session, std::string_view agent, Kem::Seconds timeout);
-// The clients as JSON, as the database tells them (Ordel/ClientReport.h).
+// The clients as JSON, as the database reports them (Ordel/ClientReport.h).
 std::string clients(Session& session);
 // The same as a table for people.
 std::string clientTable(std::string const& json);

@@ -15,7 +15,7 @@ class Batch {
 
    // Runs the command in a line such as ["set", "…", 10], with arguments and options as on a command line,
    // and returns the answer: {"ok": true, "value": …} or {"ok": false, "error": "…"}. The value of a command
-   // that tells nothing is null. Values are JSON; a string is a string. Raises Unreachable only.
+   // that returns nothing is null. Values are JSON; a string is a string. Raises Unreachable only.
    std::string answer(std::string_view line);
 
   private:

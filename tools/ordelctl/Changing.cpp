@@ -13,11 +13,11 @@ std::string Given::json(Records::ValueType const* type) const {
 
 void set(Nodes& nodes, std::string_view selectorText, Given const& value) {
    Ordel::Selector const selector = parseSelector(selectorText);
-   // Of a whole collection it has to be known what is there already.
+   // To replace a whole collection, its present contents must be known.
    bool const isMember = !selector.steps.empty() && selector.steps.back().hasKey;
    Records::ValueType const* const type = TreeJson::valueTypeAt(nodes.learn(selector), selector);
    auto const depth = isMember || type ? Nodes::Depth::nodes : Nodes::Depth::contents;
-   value.json(nullptr); // a fault in the text is told before anything else
+   value.json(nullptr); // a fault in the text is reported before anything else
    nodes.write({selector}, depth, [&](Ordel::Tree const& tree, Wire::Writer& out) {
       std::string const json = value.json(TreeJson::valueTypeAt(tree, selector));
       TreeJson::JsonReader in(json);

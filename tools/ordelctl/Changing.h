@@ -1,7 +1,7 @@
 // The commands that write: set, create, delete, load. Each is one strict write, done whole or not at all.
 //
-// Raised: TreeJson::SyntaxError for text that is no JSON, TreeJson::Absent where what is to be changed isn't
-// there, TreeJson::Refusal for what can't be.
+// Raised: TreeJson::SyntaxError for text that isn't JSON, TreeJson::Absent when what is to be changed doesn't
+// exist, TreeJson::Refusal for a change that isn't possible.
 #pragma once
 
 #include "Nodes.h"
@@ -17,7 +17,8 @@ struct Given {
    std::string text;
    bool isWord = true;
 
-   // `type`: of the values where it belongs; null if that is unknown, or no single value.
+   // `type`: of the values at the place that it is meant for; null if unknown, or if no single value
+   // belongs there.
    std::string json(Records::ValueType const* type) const;
 };
 

@@ -33,7 +33,7 @@ constexpr char const* overview =
     "database\n"
     "refused; 4 the database can't be reached.\n"
     "\n"
-    "ordelctl COMMAND --help tells more and has examples.";
+    "ordelctl COMMAND --help says more and has examples.";
 
 void print(std::string_view text) {
    std::fwrite(text.data(), 1, text.size(), stdout);
@@ -106,7 +106,7 @@ struct Options {
    std::function<void(Session&)> action; // what the command does
 };
 
-// Without the space that protects it (see protectNumbers).
+// The text without the space that protects it (see protectNumbers).
 std::string word(std::string const& text) {
    return text.starts_with(" -") ? text.substr(1) : text;
 }
@@ -136,7 +136,7 @@ void addReading(CLI::App& app, Options& options) {
        addCommand(app, options, "get", "Print what the selector names as JSON",
                   "  ordelctl get bridging/config.hostAgingTime\n"
                   "  ordelctl get 'bridging/config.vlanConfig[10]'\n"
-                  "  ordelctl get bridging/input/config        the directory with all that stands in it",
+                  "  ordelctl get bridging/input/config        the directory with all that is in it",
                   [&](Session& session) {
                      get(session, options.selector, Layout::indented, print);
                      print("\n");
@@ -182,13 +182,13 @@ void addChanging(CLI::App& app, Options& options) {
 
    auto* const createCommand =
        addCommand(app, options, "create", "Create an entity in a directory, with the directories on the way",
-                  "One that stands there already, with that type, is left as it is.\n"
+                  "One that exists already, with that type, is left as it is.\n"
                   "  ordelctl create bridging/input/config/lag Bridging::Input::Config",
                   [&](Session& session) {
                      Nodes nodes(session);
                      create(nodes, options.selector, options.type);
                   });
-   createCommand->add_option("PATH", options.selector, "Where it shall stand")->required();
+   createCommand->add_option("PATH", options.selector, "Where to create it")->required();
    createCommand->add_option("TYPE", options.type, "Its type")->required();
 
    auto* const deleteCommand =
@@ -217,12 +217,12 @@ void addWaiting(CLI::App& app, Options& options) {
        app, options, "watch", "Print a line of JSON for each change, until it is stopped",
        "A line is {\"selector\": ..., \"value\": ...} or {\"selector\": ..., \"deleted\": true}. What isn't "
        "there yet\n"
-       "is awaited. What stands at the beginning is not printed, unless --initial asks for it.\n"
+       "is awaited. What exists at the beginning is not printed, unless --initial asks for it.\n"
        "  ordelctl watch bridging/config\n"
        "  ordelctl watch --initial 'bridging/config.vlanConfig[10]' bridging/config.hostAgingTime",
        [&](Session& session) { watch(session, options.selectors, options.hasInitial, printLine); });
    watchCommand->add_option("SELECTOR", options.selectors, "What to follow")->required();
-   watchCommand->add_flag("--initial", options.hasInitial, "First print what stands there now");
+   watchCommand->add_flag("--initial", options.hasInitial, "First print what exists now");
 
    auto* const waitCommand =
        addCommand(app, options, "wait", "Wait until something is there, has a value, or is gone",
@@ -268,7 +268,7 @@ void addWaiting(CLI::App& app, Options& options) {
 void addAsking(CLI::App& app, Options& options) {
    addCommand(
        app, options, "batch", "Read commands as JSON arrays, one a line, and answer each with a line of JSON",
-       "Arguments and options stand as on a command line, values as JSON; watch is not among the commands.\n"
+       "Arguments and options are those of a command line, values as JSON; watch is not among the commands.\n"
        "  [\"set\", \"bridging/config.hostAgingTime\", 600]           {\"ok\": true, \"value\": null}\n"
        "  [\"get\", \"bridging/config.hostAgingTime\"]                {\"ok\": true, \"value\": 600}\n"
        "  [\"wait\", \"bridging/nowhere\", \"--timeout\", 0.5]          {\"ok\": false, \"error\": \"...\"}",
@@ -290,8 +290,8 @@ void addAsking(CLI::App& app, Options& options) {
               "  ordelctl snapshot", [](Session& session) { snapshot(session); });
 }
 
-// What begins with '-' counts as an option, so a negative number gets a space
-// before it, which JSON passes over.
+// What begins with '-' counts as an option, so a negative number gets a space before it, which JSON
+// passes over.
 std::vector<std::string> protectNumbers(int argc, char** argv) {
    std::vector<std::string> arguments(argv + 1, argv + argc);
    for (std::string& argument : arguments)

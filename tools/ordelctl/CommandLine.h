@@ -3,8 +3,8 @@
 
 namespace Ordelctl {
 
-// Carries out what the arguments ask for and returns the exit status, for help and wrong usage too. What else
-// goes wrong is raised.
+// Carries out what the arguments ask for and returns the exit status, for help and wrong usage too. Any other
+// error is raised.
 int runCommandLine(int argc, char** argv);
 
 } // namespace Ordelctl

@@ -1,4 +1,4 @@
-// Why a command fails, beside what treejson/Error.h tells: see Process/Failure.h.
+// Why a command fails, apart from the reasons in treejson/Error.h: see Process/Failure.h.
 #pragma once
 
 #include "Process/Failure.h"

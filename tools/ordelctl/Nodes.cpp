@@ -29,11 +29,11 @@ void Nodes::forget() {
 bool Nodes::list(std::string_view directory) {
    if (!listed_.insert(std::string(directory)).second)
       return tree_->find(directory) != nullptr;
-   // What was learned of the way must not contradict the answer.
+   // What was learned of the entities on the way must agree with the answer.
    for (std::string_view above = directory; !above.empty();) {
       above = parentPath(above);
-      Ordel::Entity const* const standing = tree_->find(above);
-      if (standing && !standing->isDirectory()) {
+      Ordel::Entity const* const known = tree_->find(above);
+      if (known && !known->isDirectory()) {
          forget();
          break;
       }
@@ -70,7 +70,8 @@ void Nodes::send(Wire::Writer const& operations) {
 void Nodes::write(std::vector<Ordel::Selector> const& selectors, Depth depth, Build const& build) {
    if (depth == Depth::nodes && writeByNodes(selectors, build))
       return;
-   // Everything is looked at again, contents too. These are not kept, since nobody would follow them.
+   // Everything is looked at again, contents too. Contents are not kept, since nothing would keep them up
+   // to date.
    struct Forgetting {
       Nodes& nodes;
       ~Forgetting() { nodes.forget(); }
@@ -81,15 +82,16 @@ void Nodes::write(std::vector<Ordel::Selector> const& selectors, Depth depth, Bu
       learnPath(selector.path);
       requests.push_back({selector, {}, 0});
    }
-   // What doesn't stand there is not in the tree, and the operations tell what follows from it.
+   // What doesn't exist is absent from the tree too, and building the operations shows what follows
+   // from that.
    View const view(session_, requests, tree_.get(), nullptr, true);
    Wire::Writer operations;
    build(*tree_, operations);
    send(operations);
 }
 
-// False when a closer look may help: a member may be of a derived type, which the listings don't tell, or
-// what was learned in an earlier command may have gone.
+// False when a closer look may help: a member may be of a derived type, which the listings don't show, or
+// something that was learned in an earlier command may have been deleted.
 bool Nodes::writeByNodes(std::vector<Ordel::Selector> const& selectors, Build const& build) {
    listed_.clear();
    bool isFresh = true;

@@ -2,8 +2,8 @@
 // operations name them.
 //
 // Learned from the directories' listings and kept from one command of a batch to the next, without following
-// what changes. That is safe because every write is strict and numbers are never used again: who builds on
-// what is no longer so is told "not there", learns again, and tries once more.
+// what changes. That is safe because every write is strict and numbers are never used again: a command that
+// relies on something that is gone gets the answer "not there", learns again, and tries once more.
 #pragma once
 
 #include "Ordel/store/Tree.h"
@@ -31,12 +31,12 @@ class Nodes {
 
    explicit Nodes(Session& session);
 
-   // Builds operations against what is at the selectors and writes them. Where they turn out
-   // to depend on what the tree doesn't know, or knows wrongly, they are built again. Raises
-   // what is in the way in the end.
+   // Builds operations against what is at the selectors and writes them. Where they turn out to depend
+   // on what the tree doesn't know, or knows wrongly, they are built again. Raises the last obstacle if that
+   // doesn't help.
    void write(std::vector<Ordel::Selector> const& selectors, Depth depth, Build const& build);
 
-   // The tree, with the node that the selector starts from where it stands. Good until the next call.
+   // The tree, with the node that the selector starts from if it exists. Valid until the next call.
    Ordel::Tree const& learn(Ordel::Selector const& selector);
 
   private:

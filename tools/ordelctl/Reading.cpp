@@ -8,8 +8,8 @@ namespace Ordelctl {
 
 namespace {
 
-// What a mount brought in; the reason why not is raised.
-Ordel::Located standing(View const& view) {
+// What the mount brought in; raises the reason when there is nothing.
+Ordel::Located mounted(View const& view) {
    View::Mount const& mount = view.mounts()[0];
    if (mount.status == Ordel::Status::absent)
       throw TreeJson::Absent(mount.error);
@@ -21,7 +21,7 @@ Ordel::Located standing(View const& view) {
    return located;
 }
 
-// As it would stand in brackets.
+// As it is written in brackets.
 std::string keyInSelector(std::string_view text) {
    std::string const bracketed = Ordel::bracketed(text);
    return bracketed.substr(1, bracketed.size() - 2);
@@ -33,14 +33,14 @@ void get(Session& session, std::string_view selector, TreeJson::Layout layout,
          TreeJson::Writer::Sink const& sink) {
    View const view(session, {{parseSelector(selector), {}, 0}});
    TreeJson::Writer writer(view.tree(), layout, sink);
-   writer.located(standing(view));
+   writer.located(mounted(view));
    writer.flush();
 }
 
 std::vector<std::string> list(Session& session, std::string_view selector) {
-   // Of a directory, what its entries hold is not wanted; of other things the flag changes nothing.
+   // The contents of a directory's entries are not wanted; for everything else the flag changes nothing.
    View const view(session, {{parseSelector(selector), {}, Ordel::mountShallow}});
-   Ordel::Located const located = standing(view);
+   Ordel::Located const located = mounted(view);
    Records::EntityType const& type = located.entity->type();
    int attribute = located.attribute;
    std::vector<std::string> names;
@@ -62,7 +62,7 @@ void dump(Session& session, std::string_view selector, TreeJson::Layout layout,
           TreeJson::Writer::Sink const& sink) {
    View const view(session, {{parseSelector(selector), {}, 0}});
    TreeJson::Writer writer(view.tree(), layout, sink);
-   writer.document(standing(view));
+   writer.document(mounted(view));
    writer.flush();
 }
 

@@ -15,7 +15,7 @@ void get(Session& session, std::string_view selector, TreeJson::Layout layout,
          TreeJson::Writer::Sink const& sink);
 
 // Entries of a directory, keys of a collection, or attributes of an entity, in natural order. They are
-// written so that they can stand in a selector: in quotes where a key needs them.
+// written so that they can be used in a selector: in quotes where a key needs them.
 std::vector<std::string> list(Session& session, std::string_view selector);
 
 // A document that brings back what the selector names.

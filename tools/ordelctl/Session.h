@@ -1,8 +1,8 @@
 // The connection of one run of ordelctl: connects, asks, writes, and feeds the view that is open.
 //
-// Every call waits until the database has answered. Nothing is kept of what the database said but what a View
-// keeps. What goes wrong is raised: Unreachable when there is no connection or it ends, TreeJson::Refusal and
-// TreeJson::Absent for what the database refuses or hasn't got.
+// Every call waits until the database has answered. Only a View keeps what the database has sent. Errors are
+// raised: Unreachable when there is no connection or it ends, TreeJson::Refusal for what the database
+// refuses, and TreeJson::Absent for what it doesn't have.
 #pragma once
 
 #include "Kem/Time.h"
@@ -32,19 +32,19 @@ class Session : private Ordel::Connection {
 
    // One strict write: all of it, or nothing. The reply is done or absent; a refusal is raised.
    Reply write(std::string_view operations);
-   // Asks the agent of this name, or with "" all that are connected. Absent, too, where the database itself
-   // doesn't answer in time. A timeout of 0 is none.
+   // Asks the agent of this name, or with "" all that are connected. Absent too when the database itself
+   // doesn't answer in time. A timeout of 0 means no limit.
    Reply settle(std::string_view agent, Kem::Seconds timeout);
    Reply clients();
    Reply snapshot();
 
-   // Takes in what comes until the condition holds, which is asked after each turn
-   // of input. False at the deadline.
+   // Takes in what arrives until the condition holds, which is checked after each turn of input. False at
+   // the deadline.
    bool waitUntil(std::function<bool()> const& condition, Kem::Seconds deadline = Kem::never);
 
   private:
    friend class View;
-   // To the request that was sent last; absent at the deadline.
+   // The answer to the request that was sent last; absent at the deadline.
    Reply reply(Kem::Seconds deadline = Kem::never);
 
    void onMounted(uint32_t mount, uint32_t node, uint16_t type, std::string_view path) override;

@@ -28,7 +28,7 @@ class View {
       Ordel::Selector selector;
       uint32_t number = 0;
       uint32_t node = 0;     // 0 while nothing is there
-      bool isSynced = false; // all that is there has come
+      bool isSynced = false; // all that exists has arrived
       Ordel::Status status = Ordel::Status::done;
       std::string error; // for another status
    };
@@ -36,14 +36,14 @@ class View {
    class Follower {
      public:
       virtual ~Follower() = default;
-      virtual void synced(View const& view, size_t mount) = 0; // also again, after it had gone
+      virtual void synced(View const& view, size_t mount) = 0; // once more when it exists again
       virtual void changed(View const& view, Ordel::Applied const& applied) = 0;
       virtual void gone(View const& view, size_t mount) = 0; // what was mounted has been deleted
    };
 
-   // Mounts, into the mirror given or one of its own, and waits until all has come that is there. A
-   // selector that the schema has no place for raises TreeJson::Refusal, unless `isLenient`; one where
-   // nothing exists is told in its mount.
+   // Mounts, into the given mirror or one of its own, and waits until everything that exists has arrived. A
+   // selector that the schema has no place for raises TreeJson::Refusal, unless `isLenient`; a selector where
+   // nothing exists is reported in its mount.
    View(Session& session, std::vector<Request> const& requests, Ordel::Tree* mirror = nullptr,
         Follower* follower = nullptr, bool isLenient = false);
    ~View() { end(); }
@@ -53,11 +53,12 @@ class View {
    Ordel::Tree const& tree() const { return *tree_; }
    std::vector<Mount> const& mounts() const { return mounts_; }
    bool isSynced() const;
-   // Raises what went wrong while input was taken in: a mount that was refused, changes that can't be.
+   // Raises what went wrong while input was taken in: a mount that was refused, a change that can't
+   // be applied.
    void check() const;
    bool isBroken() const;
-   // Of a mount: what its selector leads to in the mirror. A mirror has no say in what is beyond it, so what
-   // can't be is only told by the database.
+   // What the mount's selector leads to in the mirror. A mirror doesn't know what is outside of it, so only
+   // the database can refuse what isn't possible.
    Ordel::Located locate(size_t mount) const { return tree_->locate(mounts_[mount].selector); }
 
   private:

@@ -24,7 +24,7 @@ std::string selectorOf(Ordel::Tree const& tree, Ordel::Located const& place) {
       return Ordel::selectorText(tree, *place.entity, attribute);
    if (!place.entity->isDirectory())
       return Ordel::selectorText(tree, *place.entity, attribute, *place.key);
-   // What is in a directory has a path of its own, also when it is gone.
+   // An entity in a directory has a path of its own, also when it is gone.
    std::string const directory = tree.path(*place.entity);
    return directory + (directory.empty() ? "" : "/") + std::string(Wire::Reader(*place.key).string());
 }
@@ -70,9 +70,9 @@ class Lines final : public View::Follower {
       view_ = &view;
       auto const& mounts = view.mounts();
       if (std::none_of(mounts.begin(), mounts.end(), [](View::Mount const& mount) { return mount.isSynced; }))
-         return; // all this is what was there at first
+         return; // all of this existed at the beginning
       gather(applied);
-      // What is watched itself came, went, or has changed inside.
+      // The watched thing itself was made, deleted, or changed inside.
       std::vector<std::string const*> whole;
       for (size_t i = 0; i < watched_.size(); ++i) {
          Watched& watched = watched_[i];
@@ -107,17 +107,17 @@ class Lines final : public View::Follower {
    struct Watched {
       Ordel::Selector selector;
       std::string text;      // as the tree writes it, once it has been there
-      bool isSilent = false; // what is there at first is not told
+      bool isSilent = false; // what exists at the beginning is not printed
       bool isThere = false;
    };
-   // An attribute or a member that operations of a block were said of.
+   // An attribute or a member that operations of a block have changed.
    struct Touched {
       Ordel::Located place;
       std::string text;
       bool isThere;
    };
 
-   // What the block has touched, each thing once, without what is inside of what it created.
+   // What the block has touched, each thing once, without the contents of what it created.
    void gather(Ordel::Applied const& applied) {
       Ordel::Tree const& tree = view_->tree();
       touched_.clear();
@@ -126,7 +126,7 @@ class Lines final : public View::Follower {
       for (Ordel::Group const& group : applied.groups) {
          Ordel::Entity const& entity = *group.entity;
          if (entity.isErased())
-            continue; // its end is told where it stood
+            continue; // its end is printed at the place where it was
          bool isNew = false;
          for (Ordel::Entity const* above = &entity; above && !isNew; above = above->parent())
             isNew = created.count(above) > 0;
@@ -185,7 +185,7 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
    std::vector<View::Request> requests;
    for (std::string const& selector : selectors) {
       parsed.push_back(parseSelector(selector));
-      // What is in a directory has a path of its own.
+      // An entity in a directory has a path of its own.
       if (parsed.back().steps.size() == 1 && parsed.back().steps[0].attribute == "entityPtr")
          parsed.back().steps.clear();
       requests.push_back({parsed.back(), {}, Ordel::mountAwait});
@@ -201,8 +201,8 @@ void watch(Session& session, std::vector<std::string> const& selectors, bool has
 
 namespace {
 
-// Whether the value that is there is the one given. Values of one type are compared in wire form, so that
-// an enumerator can be given by number; what holds more is compared as JSON.
+// Whether the present value equals the given one. Values of one type are compared in wire form, so that an
+// enumerator can be given by number; everything larger is compared as JSON.
 bool isEqual(Ordel::Tree const& tree, Ordel::Selector const& selector, Ordel::Located const& located,
              Given const& given) {
    Records::ValueType const* const type = TreeJson::valueTypeAt(tree, selector);
@@ -210,7 +210,7 @@ bool isEqual(Ordel::Tree const& tree, Ordel::Selector const& selector, Ordel::Lo
    if (!type) {
       try {
          return nlohmann::json::parse(json) == nlohmann::json::parse(TreeJson::oneLine(tree, located));
-      } catch (nlohmann::json::exception const& error) { // such as a number that fits nowhere
+      } catch (nlohmann::json::exception const& error) { // such as a number that no type can hold
          throw TreeJson::Refusal(selectorOf(tree, located) + ": " + error.what());
       }
    }
@@ -232,7 +232,7 @@ void waitFor(Session& session, std::string_view text, Condition const& condition
    Kem::Seconds const deadline = Kem::now() + timeout;
    Ordel::Selector const selector = parseSelector(text);
    if (condition.value)
-      condition.value->json(nullptr); // a fault in the text is told before anything else
+      condition.value->json(nullptr); // a fault in the text is reported before anything else
    View const view(session, {{selector, {}, Ordel::mountAwait}});
    auto const holds = [&] {
       view.check();

@@ -1,7 +1,7 @@
-// The commands that wait for what comes: watch and wait.
+// The commands that wait for changes: watch and wait.
 //
-// A selector where nothing exists is awaited. What can't stand there is refused: at once where the entity of
-// a directory that the selector starts from stands, else when it comes.
+// A selector where nothing exists yet is waited for. One that can never exist is refused: at once if the
+// entity of a directory that it starts from exists, otherwise when that is made.
 #pragma once
 
 #include "Changing.h"
@@ -15,9 +15,9 @@
 
 namespace Ordelctl {
 
-// Takes one line of JSON for each change, without its end: {"selector": "…", "value": …}, where something was
-// created or has another value, or {"selector": "…", "deleted": true}. What is created comes as one line with
-// all that it holds then. Several changes of one thing may come as one line with the last value. Returns only
+// Takes one line of JSON for each change, without its end: {"selector": "…", "value": …}, where something
+// was created or has another value, or {"selector": "…", "deleted": true}. A new thing is one line with
+// all that it holds then. Several changes of one thing may be one line with the last value. Returns only
 // by an exception.
 //
 // `hasInitial`: the present values come first, a line for each selector that exists.

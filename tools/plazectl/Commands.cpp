@@ -35,7 +35,7 @@ std::string dumped(Json const& json) {
    return Kem::printableJson(json.dump(3, ' ', false, Json::error_handler_t::replace));
 }
 
-// Opens a table for reading; raises what can't be.
+// Opens a table for reading; raises the reason when that fails.
 Plaze::Reader opened(std::string const& file) {
    Plaze::Reader reader(file);
    switch (reader.refresh()) {
@@ -216,23 +216,24 @@ void watch(Place const& place, std::string const& path, std::ostream& out) {
    std::string const file = place.file(path);
    Plaze::Reader reader(file);
    Plaze::KeyShadow shadow;
-   std::string told; // the last reason why the table can't be read
-   auto tell = [&](std::string const& reason) {
-      if (!reason.empty() && reason != told)
+   std::string reported; // the last reason why the table can't be read
+   auto report = [&](std::string const& reason) {
+      if (!reason.empty() && reason != reported)
          Process::say("plazectl", reason);
-      told = reason;
+      reported = reason;
    };
-   Plaze::TableType const* type = nullptr; // null while the rows can't be read; then nothing is told of them
+   Plaze::TableType const* type =
+       nullptr; // null while the rows can't be read; then nothing is printed of them
    auto look = [&] {
-      auto const* const typeBefore = type; // of the rows that go when another table takes the path
+      auto const* const typeBefore = type; // of the rows that are gone when another table takes the path
       if (reader.refresh() == Plaze::Reader::State::good) {
          Plaze::Shape const shape = reader.file().shape();
          type = Plaze::tableType(shape.typeName);
          if (!type || type->shape() != shape)
             type = nullptr;
-         tell(type ? "" : file + ": holds " + shape.typeName + ", which this release doesn't know");
+         report(type ? "" : file + ": holds " + shape.typeName + ", which this release doesn't know");
       } else {
-         tell(reader.reason());
+         report(reader.reason());
       }
       auto const outcome = shadow.pass(reader, [&](std::string_view key, Plaze::KeyShadow::Change change) {
          bool const isGone = change == Plaze::KeyShadow::Change::removed;

@@ -15,12 +15,12 @@ namespace {
 
 constexpr char const* footer =
     "PATH is the path of a table in the system, such as bridging/status. KEY is the text of its key, such\n"
-    "as 10/00:1c:73:00:00:01; JSON an object of the fields that differ from their defaults. A table stands\n"
+    "as 10/00:1c:73:00:00:01; JSON an object of the fields that differ from their defaults. A table is\n"
     "in ROOT/SYSTEM/Plaze/PATH; it has one writer at a time, so that put and del are refused while an agent\n"
     "writes it. What is put stays until an agent or another del removes it.\n"
     "\n"
     "Exit status: 0 done; 1 there is no such table or entry; 2 wrong usage; 3 refused: another process\n"
-    "writes the table, the file is none or is damaged, the value can't be; 4 the system refuses.";
+    "writes the table, the file isn't one or is damaged, the value is illegal; 4 the system refuses.";
 
 int exitStatusOf(Plaze::Error const& error) {
    switch (error.kind()) {
@@ -56,7 +56,8 @@ int main(int argc, char** argv) {
    std::optional<std::string> oneKey;
    uint32_t capacity = Plaze::Writer::defaultCapacity;
    app.add_option("--root", place.root,
-                  "Where the systems stand, " + place.root + " unless given (PLAZE_ROOT of the environment)")
+                  "The directory of the systems, " + place.root +
+                      " unless given (PLAZE_ROOT of the environment)")
        ->option_text("DIR");
    app.add_option("--system", place.system, "Name of the system, " + place.system + " unless given")
        ->option_text("NAME");

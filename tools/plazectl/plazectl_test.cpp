@@ -219,7 +219,7 @@ TEST_F(PlazectlTest, WhatCouldSteerATerminalIsEscaped) {
    EXPECT_THAT(err_, HasSubstr("key te\\x1bn: "));
    EXPECT_EQ(run({"--no\x1bsuch"}), 2);
    EXPECT_EQ(err_.find('\x1b'), err_.npos);
-   // A table that somebody gave such a name.
+   // A table that somebody has given such a name.
    Plaze::Writer(directory_.path("ar/Plaze/o\xc2\x9b"
                                  "dd"),
                  Plaze::tableType("Plaze::Bridging::Status")->shape());
@@ -235,7 +235,7 @@ TEST_F(PlazectlTest, OutputThatIsNotWrittenIsAFailure) {
    std::string const errors = directory_.path("errors");
    for (char const* command :
         {"ls", "info bridging/status", "get bridging/status", "watch bridging/status", "--help"}) {
-      // What watch prints first is nothing here, so that it goes on; a row makes it print.
+      // At first there is nothing for watch to print, so it goes on; a row makes it print.
       ASSERT_EQ(run({"put", "bridging/status", "10/00:1c:73:00:00:01", "{}"}), 0) << err_;
       int const status = std::system((tool + command + " >/dev/full 2>" + errors).c_str());
       EXPECT_EQ(WEXITSTATUS(status), 4) << command;
@@ -243,7 +243,7 @@ TEST_F(PlazectlTest, OutputThatIsNotWrittenIsAFailure) {
    }
 }
 
-TEST_F(PlazectlTest, TableOfAnotherUserIsToldAsThatTablesError) {
+TEST_F(PlazectlTest, TableOfAnotherUserIsReportedAsThatTablesError) {
    createHosts();
    std::filesystem::rename(file_, directory_.path("elsewhere"));
    std::filesystem::create_symlink(directory_.path("elsewhere"), file_);
@@ -262,7 +262,7 @@ TEST_F(PlazectlTest, TableOfALiveWriterIsReadButNotWritten) {
    EXPECT_EQ(err_, "plazectl: " + file_ + ": process " + std::to_string(getpid()) + " writes it\n");
 }
 
-TEST_F(PlazectlTest, DamagedEntriesAreToldAndTheOthersPrinted) {
+TEST_F(PlazectlTest, DamagedEntriesAreReportedAndTheOthersPrinted) {
    createHosts();
    EXPECT_EQ(run({"put", "bridging/status", "10/00:1c:73:00:00:01", "{}"}), 0);
    EXPECT_EQ(run({"put", "bridging/status", "10/00:1c:73:00:00:02", "{}"}), 0);

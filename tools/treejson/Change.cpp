@@ -67,7 +67,7 @@ Records::ValueType const* valueTypeAt(Ordel::Tree const& tree, Ordel::Selector c
    return nullptr;
 }
 
-// While it lives, the entity that is worked on is one in a collection of the one before.
+// While it lives, the entity that is worked on is a member of a collection of the previous one.
 class Change::Inside {
   public:
    Inside(Change& change, unsigned attribute, std::string key, std::string_view placeTail)
@@ -100,7 +100,7 @@ void Change::writeAt() {
       return;
    if (steps_.size() > Ordel::maxStepCount)
       refuse("more than " + std::to_string(Ordel::maxStepCount) +
-             " levels below what stands; create the directories above it first");
+             " levels below what exists; create the directories above it first");
    OperationWriter write(out_);
    write.at(node_, static_cast<uint8_t>(steps_.size()));
    for (Step const& step : steps_)
@@ -128,14 +128,14 @@ EntityType const& Change::typeNamed(std::string_view name) {
 // Goes to the directory, creating what is missing of the way.
 Change::Spot Change::reachDirectory(std::string_view path) {
    EntityType const& directoryType = tree_.schema().entities[0];
-   if (Entity const* const standing = tree_.find(path); standing && (standing->node() != 0 || path.empty())) {
+   if (Entity const* const existing = tree_.find(path); existing && (existing->node() != 0 || path.empty())) {
       place_ = path.empty() ? "/" : path;
-      if (!standing->isDirectory())
-         refuse("is a " + std::string(standing->type().name) + " and no directory");
-      node_ = standing->node();
+      if (!existing->isDirectory())
+         refuse("is a " + std::string(existing->type().name) + " and no directory");
+      node_ = existing->node();
       steps_.clear();
       isNamed_ = false;
-      return {standing, &directoryType};
+      return {existing, &directoryType};
    }
    reachDirectory(parentPath(path));
    std::string_view const name = path.substr(path.rfind('/') + 1);
@@ -153,15 +153,15 @@ Change::Spot Change::reachDirectory(std::string_view path) {
 
 // Goes to the entity at the path, which is created where it is missing; its type is then needed.
 Change::Spot Change::reach(std::string_view path, std::string const& wantedType) {
-   Entity const* const standing = tree_.find(path);
-   if (standing && standing->node() != 0) {
-      node_ = standing->node();
+   Entity const* const existing = tree_.find(path);
+   if (existing && existing->node() != 0) {
+      node_ = existing->node();
       steps_.clear();
       isNamed_ = false;
       place_ = path;
-      if (!wantedType.empty() && wantedType != standing->type().name)
-         refuse("is a " + std::string(standing->type().name) + " and can't become a " + wantedType);
-      return {standing, &standing->type()};
+      if (!wantedType.empty() && wantedType != existing->type().name)
+         refuse("is a " + std::string(existing->type().name) + " and can't become a " + wantedType);
+      return {existing, &existing->type()};
    }
    reachDirectory(parentPath(path));
    std::string_view const name = path.substr(path.rfind('/') + 1);
@@ -197,21 +197,21 @@ std::string Change::keyOf(Attribute const& attribute, std::string_view text) con
 }
 
 Change::Spot Change::below(Spot const& spot, unsigned attribute, std::string_view key) const {
-   Entity const* const standing = spot.standing ? tree_.child(*spot.standing, attribute, key) : nullptr;
-   return {standing, standing ? &standing->type() : spot.type->attributes[attribute].target};
+   Entity const* const existing = spot.existing ? tree_.child(*spot.existing, attribute, key) : nullptr;
+   return {existing, existing ? &existing->type() : spot.type->attributes[attribute].target};
 }
 
-// Goes through the first steps of the selector, all of which must lead to entities: to such that exist, or to
-// members that are made with their defaults where they are missing.
+// Goes through the first steps of the selector, all of which must lead to entities: existing ones, or members
+// that are made with their defaults when they are missing.
 Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCount, Missing missing) {
    place_ = selector.path.empty() ? "/" : selector.path;
    steps_.clear();
    isNamed_ = false;
-   Entity const* const standing = tree_.find(selector.path);
-   if (!standing || (standing->node() == 0 && standing->parent()))
+   Entity const* const existing = tree_.find(selector.path);
+   if (!existing || (existing->node() == 0 && existing->parent()))
       throw Absent(place_ + ": not there");
-   node_ = standing->node();
-   Spot spot{standing, &standing->type()};
+   node_ = existing->node();
+   Spot spot{existing, &existing->type()};
    for (size_t i = 0; i < stepCount; ++i) {
       Ordel::Selector::Step const& step = selector.steps[i];
       unsigned const attribute = attributeOf(*spot.type, step.attribute);
@@ -224,9 +224,9 @@ Change::Spot Change::reachParent(Ordel::Selector const& selector, size_t stepCou
       bool const isInDirectory = spot.type->isDirectory();
       spot = below(spot, attribute, key);
       place_ += tail;
-      if (isInDirectory && !spot.standing)
+      if (isInDirectory && !spot.existing)
          throw Absent(place_ + ": not there");
-      if (missing == Missing::isMade && !isInDirectory && !spot.standing)
+      if (missing == Missing::isMade && !isInDirectory && !spot.existing)
          writeCreate(attribute, key, *descriptor.target, false); // changes nothing where there is one
       steps_.push_back({attribute, std::move(key)});
       isNamed_ = false;
@@ -292,9 +292,9 @@ void Change::readMembers(Spot const& spot, unsigned attribute, JsonReader& in, b
          refuseAt("." + name + Ordel::bracketed(text), "given twice");
       readMember(spot, attribute, key, text, in);
    }
-   if (!isWhole || !spot.standing)
+   if (!isWhole || !spot.existing)
       return;
-   for (Ordel::Members member(tree_, *spot.standing, attribute); member.next();) {
+   for (Ordel::Members member(tree_, *spot.existing, attribute); member.next();) {
       if (given.contains(std::string(member.key())))
          continue;
       writeAt();
@@ -305,11 +305,11 @@ void Change::readMembers(Spot const& spot, unsigned attribute, JsonReader& in, b
 EntityType const& Change::typeToCreate(Spot const& spot, unsigned attribute, std::string_view key,
                                        JsonReader const& in) {
    std::string const name = JsonReader(in).kind() == JsonKind::object ? givenType(in) : std::string();
-   Spot const standing = below(spot, attribute, key);
-   if (standing.standing) {
-      if (!name.empty() && name != standing.type->name)
-         refuse("is a " + std::string(standing.type->name) + " and can't become a " + name);
-      return *standing.type;
+   Spot const existing = below(spot, attribute, key);
+   if (existing.existing) {
+      if (!name.empty() && name != existing.type->name)
+         refuse("is a " + std::string(existing.type->name) + " and can't become a " + name);
+      return *existing.type;
    }
    if (!name.empty())
       return typeNamed(name);
@@ -327,7 +327,7 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
                                        : "." + std::string(descriptor.name) + Ordel::bracketed(keyText);
       Spot made = below(spot, attribute, key);
       {
-         // For the errors, the place is that of the entity; the operation is said of the one above.
+         // Errors name the place of the entity; the operation itself belongs to the entity above.
          size_t const placeSize = place_.size();
          place_ += tail;
          made.type = &typeToCreate(spot, attribute, key, in);
@@ -335,7 +335,7 @@ void Change::readMember(Spot const& spot, unsigned attribute, std::string_view k
             refuse(reason);
          place_.resize(placeSize);
       }
-      if (!made.standing)
+      if (!made.existing)
          writeCreate(attribute, key, *made.type, isInDirectory);
       Inside const inside(*this, attribute, std::string(key), tail);
       return readEntity(made, in);

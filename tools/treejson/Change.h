@@ -1,9 +1,9 @@
 // Turns JSON into one block of operations for the database, checking it against the descriptors on the way.
 //
 // What exists is looked up in a tree that the caller keeps: a mirror that holds at least the directories and
-// entities on the way to what is changed, and their numbers. What doesn't stand in it counts as missing and
-// is created where JSON gives content for it. Nothing is applied here. Every refusal names its place as a
-// selector; the operations are then to be thrown away.
+// entities on the way to what is changed, and their numbers. What isn't in that tree counts as missing and is
+// created where JSON gives content for it. Nothing is applied here. Every refusal names its place as a
+// selector; the caller must then discard the operations.
 #pragma once
 
 #include "Kem/Wire.h"
@@ -23,9 +23,9 @@ class Change {
    // Operations are appended to `out`.
    Change(Ordel::Tree const& tree, Wire::Writer& out) : tree_(tree), out_(out) {}
 
-   // Creates what is missing of the entity at the path, directories on the way too, and sets what
-   // the object gives; the rest stays. "$type" is needed for what is created in a directory, and
-   // can't differ from what exists.
+   // Creates what is missing of the entity at the path, directories on the way too, and sets what the object
+   // gives; the rest stays. "$type" is needed for what is created in a directory, and can't differ from the
+   // type of what exists.
    void merge(std::string_view path, JsonReader& in);
 
    // Sets the attribute or member that the selector names. A member that is missing is created, also on the
@@ -44,7 +44,7 @@ class Change {
    };
    // An entity that exists, or that the operations will have created.
    struct Spot {
-      Ordel::Entity const* standing; // null: created by the operations, or perhaps unknown to the tree
+      Ordel::Entity const* existing; // null: created by the operations, or perhaps unknown to the tree
       Records::EntityType const* type;
    };
    class Inside;
@@ -74,7 +74,7 @@ class Change {
 
    Ordel::Tree const& tree_;
    Wire::Writer& out_;
-   uint32_t node_ = 0;       // the standing node that operations count from
+   uint32_t node_ = 0;       // the existing node that operations count from
    std::vector<Step> steps_; // from it to the entity that is worked on
    std::string place_;       // selector of that entity
    bool isNamed_ = false;    // the last `at` names that entity
@@ -82,7 +82,7 @@ class Change {
        created_; // by this block in directories, by path
 };
 
-// The type of the values at the selector, as far as the tree and the descriptors tell; null for entities,
+// The type of the values at the selector, as far as the tree and the descriptors know it; null for entities,
 // collections, references, and what they don't know.
 Records::ValueType const* valueTypeAt(Ordel::Tree const& tree, Ordel::Selector const& selector);
 

@@ -23,7 +23,7 @@ Ordel::Selector selectorOf(std::string_view text) {
    return selector;
 }
 
-// A database of the small schema, and what is said to it. Each call gives the error, or nothing.
+// A database with the small schema, and changes to it. Each call returns the error, or an empty text.
 struct World {
    Ordel::Tree tree{schema(), 1};
 
@@ -131,7 +131,7 @@ TEST_F(LoadTest, aNewEntityOfADirectoryNeedsItsType) {
                    "input/config/lag: there is no type Test::Nothing");
 }
 
-TEST_F(LoadTest, anotherTypeThanTheStandingOneIsRefused) {
+TEST_F(LoadTest, anotherTypeThanTheExistingOneIsRefused) {
    EXPECT_EQ(load(R"({"config": {"$type": "Test::Config", "count": 1}})"), "");
    verifyNotLoaded(R"({"config": {"$type": "Test::CliConfig"}})",
                    "config: is a Test::Config and can't become a Test::CliConfig");
@@ -147,13 +147,13 @@ TEST_F(LoadTest, anotherTypeThanTheStandingOneIsRefused) {
                    "config.vlanConfig[20]: Test::Group can't stand where Test::Vlan is declared");
 }
 
-TEST_F(LoadTest, derivedTypesOfMembersAreTold) {
+TEST_F(LoadTest, derivedTypesOfMembersAreReported) {
    ASSERT_EQ(
        load(
            R"({"config": {"vlanConfig": {"10": {"$type": "Test::WideVlan", "extra": 18446744073709551615}}}})"),
        "");
    EXPECT_EQ(get("config.vlanConfig[10].extra"), "18446744073709551615");
-   // What exists is known by its type.
+   // The type of what exists is known.
    ASSERT_EQ(load(R"({"config": {"vlanConfig": {"10": {"extra": 3}}}})"), "");
    EXPECT_EQ(get("config.vlanConfig[10].extra"), "3");
 }
@@ -198,7 +198,7 @@ TEST_F(LoadTest, whatIsGivenTwiceIsRefused) {
 }
 
 TEST_F(LoadTest, onlyPathsCanBeNamed) {
-   verifyNotLoaded("[]", "a document is an object of paths; a list stands there");
+   verifyNotLoaded("[]", "a document is an object of paths, not a list");
    verifyNotLoaded(R"({"config": 1})", "config: 1 is no entity; expected an object");
    verifyNotLoaded(R"({"config.vlanConfig[10]": {}})",
                    "config.vlanConfig[10]: a document holds entities by path; this names something else");
@@ -217,7 +217,7 @@ TEST_F(LoadTest, tooManyLevelsAtOnceAreRefused) {
       path += "/d" + std::to_string(i);
    verifyNotLoaded(
        "{\"" + path + "\": {\"$type\": \"Kem::Dir\"}}",
-       "d1/d2/d3/d4/d5/d6/d7/d8/d9/d10: more than 8 levels below what stands; create the directories above "
+       "d1/d2/d3/d4/d5/d6/d7/d8/d9/d10: more than 8 levels below what exists; create the directories above "
        "it first");
 }
 
@@ -294,7 +294,7 @@ TEST_F(SetTest, errorsNamePlaceAndReason) {
 
 TEST_F(SetTest, createsInDirectories) {
    EXPECT_EQ(create("input/dir/a", "Test::Group"), "");
-   EXPECT_EQ(create("input/dir/a", "Test::Group"), ""); // stands already
+   EXPECT_EQ(create("input/dir/a", "Test::Group"), ""); // exists already
    EXPECT_EQ(create("x/y/z", "Kem::Dir"), "");
    EXPECT_EQ(get("x/y"),
              R"({"$type": "Kem::Dir", "entityPtr": {"z": {"$type": "Kem::Dir", "entityPtr": {}}}})");
@@ -359,7 +359,7 @@ TEST_F(SetTest, onlyEntitiesAndMembersCanBeDeleted) {
              "config.named: is no entity and no member of a collection, so it can't be deleted");
 }
 
-TEST(ValueTypeAtTest, tellsTheTypeOfValuesOnly) {
+TEST(ValueTypeAtTest, givesTheTypeOfValuesOnly) {
    World world;
    auto const typeAt = [&](char const* selector) -> std::string_view {
       ValueType const* type = TreeJson::valueTypeAt(world.tree, selectorOf(selector));
@@ -516,7 +516,7 @@ TEST(RoundTripTest, whatWasDumpedIsLoadedTheSame) {
    }
 }
 
-TEST(RoundTripTest, loadingWhatStandsChangesNothing) {
+TEST(RoundTripTest, loadingWhatExistsChangesNothing) {
    for (uint32_t seed = 0; seed < 50; ++seed) {
       World world;
       RandomTree(seed).fill(world.tree);

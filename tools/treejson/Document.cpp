@@ -11,10 +11,10 @@ namespace TreeJson {
 Document::Document(std::string_view text) : text_(text) {
    JsonReader in(text);
    if (in.kind() != JsonKind::object)
-      throw Refusal("a document is an object of paths; " + described(in) + " stands there");
+      throw Refusal("a document is an object of paths, not " + described(in));
    std::unordered_set<std::string> known;
    std::string path;
-   // Syntax first: what is no JSON is told before anything that it says.
+   // Syntax first: text that isn't JSON is refused for that before its contents are looked at.
    JsonReader whole = in;
    whole.skip();
    whole.end();

@@ -2,8 +2,8 @@
 // whole document; 1 it is an entity of the input of the command line; 2 its attributes; 3 the members of a
 // collection of records, 4 of entities, 5 of strings; 6 a word on a command line.
 //
-// What is taken must be operations that a tree can read, and what then is there must
-// come back from its own document.
+// What is taken must be operations that a tree can read, and what then is there must come back from its
+// own document.
 #include "Ordel/store/TestRecords.h"
 #include "treejson/Document.h"
 #include "treejson/Error.h"

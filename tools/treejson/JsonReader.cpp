@@ -83,7 +83,7 @@ void JsonReader::begin(char bracket) {
    isFirst_.push_back(true);
 }
 
-// Whether one more follows before the closing bracket, which is passed.
+// Whether one more element follows before the closing bracket; the bracket is consumed.
 bool JsonReader::nextOf(char closing) {
    skipSpace();
    bool const isFirst = isFirst_.back();
@@ -192,7 +192,7 @@ std::string_view JsonReader::skip() {
    size_t const depth = isFirst_.size();
    std::vector<char> closings;
    do {
-      // One value, or the beginning of one; then all brackets that end behind it.
+      // One value, or the beginning of one; then all brackets that close after it.
       switch (kind()) {
       case JsonKind::object:
          beginObject();
@@ -240,7 +240,7 @@ void JsonReader::end() {
       fail("something follows behind the end");
 }
 
-// Stands on the opening quote. Without `out` the string is only checked.
+// Starts at the opening quote. Without `out` the string is only checked.
 void JsonReader::readString(std::string* out) {
    size_t const begin = at_++;
    for (;;) {
@@ -279,7 +279,7 @@ void JsonReader::readString(std::string* out) {
    }
 }
 
-// Stands on the backslash.
+// Starts at the backslash.
 uint32_t JsonReader::readEscape() {
    size_t const begin = at_++;
    char const letter = peek();

@@ -12,7 +12,7 @@ using TreeJson::JsonKind;
 using TreeJson::JsonReader;
 using namespace std::string_literals;
 
-// What a reader that passes the whole text complains of; nothing for good JSON.
+// The error of a reader that passes over the whole text; empty for good JSON.
 std::string errorOf(std::string_view text) {
    try {
       JsonReader in(text);
@@ -129,7 +129,7 @@ TEST(JsonReaderTest, aCopyLooksAhead) {
    EXPECT_EQ(in.number(), "2");
 }
 
-TEST(JsonReaderTest, describesWhatStandsThere) {
+TEST(JsonReaderTest, describesWhatIsThere) {
    EXPECT_EQ(TreeJson::described(JsonReader("{\"a\": 1}")), "an object");
    EXPECT_EQ(TreeJson::described(JsonReader("[]")), "a list");
    EXPECT_EQ(TreeJson::described(JsonReader("\"up\"")), "\"up\"");
@@ -137,7 +137,7 @@ TEST(JsonReaderTest, describesWhatStandsThere) {
    EXPECT_EQ(TreeJson::described(JsonReader(longOne)), "\"" + std::string(59, 'x') + "...");
 }
 
-// What is taken is JSON, and what is not is none, in the eyes of another reader.
+// Another reader agrees on what is JSON and what isn't.
 TEST(JsonReaderTest, agreesWithAnotherReaderOnDamagedTexts) {
    std::string const good = R"({"a": [1, -2.5, true, null, "x\u00e4\\"], "b": {"c": {}, "d": [[]]}})";
    std::string const pieces = "{}[]\",:0123456789.eE+-truefalsnul\\ \n\t\x01\xc3\xa4"s;

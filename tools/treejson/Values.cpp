@@ -80,7 +80,7 @@ void putUnsigned(ValueType const& type, uint64_t number, Wire::Writer& out) {
    out.raw(&number, type.size); // little endian
 }
 
-// What is a whole number, but not one of 64 bits, counts as one outside every range.
+// A whole number of more than 64 bits counts as one outside every range.
 enum class Whole { no, fits, outside };
 
 template <class Number>
@@ -161,8 +161,8 @@ void readEnumeration(ValueType const& type, JsonReader& in, Wire::Writer& out) {
    refuse(type, value, enumeratorList(type));
 }
 
-// `key` is that of the member, empty for a record that is none: it fills the field that holds the key, where
-// that is left out.
+// `key` is the key of the member, empty for a record that isn't a member: it fills the field that holds the
+// key when that is left out.
 void readRecord(ValueType const& type, std::string_view key, JsonReader& in, Wire::Writer& out) {
    if (in.kind() != JsonKind::object) {
       std::string names;
@@ -170,7 +170,7 @@ void readRecord(ValueType const& type, std::string_view key, JsonReader& in, Wir
          (names += names.empty() ? "" : ", ") += field.name;
       refuse(type, in, "an object of " + names);
    }
-   // Fields can be given in any order and stand in theirs.
+   // Fields can be given in any order; on the wire they are in their own.
    std::vector<Wire::Writer> values(type.fields.size());
    std::string name;
    for (in.beginObject(); in.nextKey(name);) {

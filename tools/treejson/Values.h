@@ -25,7 +25,8 @@ void writeReference(std::string_view wire, std::string& out);
 
 // Appends the wire form of the value that is read. Raises ValueError.
 void readValue(Records::ValueType const& type, JsonReader& in, Wire::Writer& out);
-// The same for a member of a map under the key, in wire form: a record that has a field for it gets it there.
+// The same for a member of a map under the key, which is in wire form: a record with a field for the key
+// gets it.
 void readMember(Records::ValueType const& type, std::string_view key, JsonReader& in, Wire::Writer& out);
 void readReference(JsonReader& in, Wire::Writer& out);
 

@@ -129,7 +129,7 @@ TEST(ValuesTest, addressesComeOutInLowerCase) {
 TEST(ValuesTest, enumerationsByNameAndByNumber) {
    verifyBothWays(t.mode, "\1", "\"trunk_\"");
    EXPECT_EQ(hex(read(t.mode, "1")), "01");
-   // Of an open one every number is legal; one without a name is a number both ways.
+   // An open enumeration allows every number; one without a name is a number both ways.
    verifyBothWays(t.openMode, "\7", "7");
    EXPECT_EQ(read(t.openMode, "256"), ": 256 is no OpenMode; expected access_, trunk_ or a number");
    EXPECT_EQ(read(t.mode, "2"), ": 2 is no Mode; expected access_ or trunk_");
@@ -194,7 +194,7 @@ TEST(ValuesTest, bareWordsAreStrings) {
    EXPECT_EQ(jsonOfWord("1-10,20", &t.string), "\"1-10,20\"");
    EXPECT_EQ(jsonOfWord("trunk_", &t.mode), "\"trunk_\"");
    EXPECT_EQ(jsonOfWord("", &t.string), "\"\"");
-   // What is JSON stays JSON, but where only a string can be meant.
+   // What is JSON stays JSON, except where only a string can be meant.
    EXPECT_EQ(jsonOfWord("10", &t.u16), "10");
    EXPECT_EQ(jsonOfWord("10", nullptr), "10");
    EXPECT_EQ(jsonOfWord("10", &t.string), "\"10\"");

@@ -2,7 +2,7 @@
 // is text in memory.
 //
 // Keys of every object come in natural order, attributes too, so that two outputs can be compared. An entity
-// begins with "$type" where its place doesn't tell its type: in a directory, and where a derived type stands.
+// begins with "$type" where its place doesn't determine its type: in a directory, and for a derived type.
 // A directory is an entity like others, with its entries in "entityPtr".
 #pragma once
 
@@ -30,14 +30,14 @@ class Writer {
    Writer(Writer const&) = delete;
    Writer& operator=(Writer const&) = delete;
 
-   // What a selector led to: an entity, an attribute, or a member. REQUIRES: it is there.
+   // What a selector led to: an entity, an attribute, or a member. REQUIRES: it exists.
    void located(Ordel::Located const& located);
    void entity(Ordel::Entity const& entity);
    void attribute(Ordel::Entity const& entity, unsigned attribute);
    void member(Ordel::Entity const& entity, unsigned attribute, std::string_view key);
 
-   // A document (Document.h) that brings back what is there, with all below it. Directories are named
-   // where nothing is in them.
+   // A document (Document.h) that restores what is there, with all below it. Only empty directories are
+   // named themselves.
    void document(Ordel::Located const& located);
 
    // Text as it is, such as what exists around a value.
@@ -62,7 +62,7 @@ class Writer {
    bool isDirectoryFlat_ = false; // entries of directories are left out: they are under paths of their own
 };
 
-// The whole on one line, and indented; for what is known to be small.
+// All of it on one line, and indented; for what is known to be small.
 std::string oneLine(Ordel::Tree const& tree, Ordel::Located const& located);
 std::string indented(Ordel::Tree const& tree, Ordel::Located const& located);
 

@@ -81,11 +81,11 @@ TEST_F(WriterTest, indentedTextHasTwoSpacesALevel) {
    EXPECT_EQ(TreeJson::indented(tree, locate("input/config/cli.port")), "{}");
 }
 
-TEST_F(WriterTest, typeStandsWhereThePlaceLeavesItOpen) {
+TEST_F(WriterTest, typeIsGivenWhereThePlaceLeavesItOpen) {
    createVlan();
    EXPECT_THAT(oneLine("input/config/cli"), HasSubstr(R"({"$type": "Test::CliConfig", "count": 0, )"));
    EXPECT_THAT(oneLine("input/config/cli.vlanConfig"), HasSubstr(R"({"10": {"configuredName")"));
-   // A derived type tells itself anywhere.
+   // A derived type is named anywhere.
    apply(Block().at(cli.node()).create(Config::vlanConfig, u16Bytes(20), wideVlanType));
    EXPECT_THAT(oneLine("input/config/cli.vlanConfig[20]"), HasSubstr(R"({"$type": "Test::WideVlan", )"));
 }
@@ -97,7 +97,7 @@ TEST_F(WriterTest, aDirectoryIsAnEntityToo) {
              R"("b": {"$type": "Test::Group", "group": {}, "member": {}, "name": "b"}}})");
 }
 
-TEST_F(WriterTest, keysOfEveryObjectStandInNaturalOrder) {
+TEST_F(WriterTest, keysOfEveryObjectAreInNaturalOrder) {
    Block block;
    block.at(cli.node());
    for (char const* name : {"Ethernet10", "Ethernet2", "Ethernet2/10", "Ethernet2/9", "Vlan1", "Ethernet1"})

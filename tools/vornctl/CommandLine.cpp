@@ -27,11 +27,11 @@ constexpr char const* overview =
     "VLAN\n"
     "or port, no member); 2 wrong usage; 3 the database refused; 4 the database can't be reached.\n"
     "\n"
-    "vornctl COMMAND --help tells more and has examples.";
+    "vornctl COMMAND --help says more and has examples.";
 
 constexpr size_t usualWidth = 80;
 
-// Of the terminal, or the usual one where the output is none.
+// The width of the terminal, or the usual one when the output isn't a terminal.
 size_t lineWidth() {
    winsize size{};
    bool const isTerminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;

@@ -3,8 +3,8 @@
 
 namespace Vornctl {
 
-// Carries out what the arguments ask for and returns the exit status, for help and version too. What goes
-// wrong is raised.
+// Carries out what the arguments ask for and returns the exit status, for help and version too. Errors are
+// raised.
 int runCommandLine(int argc, char** argv);
 
 } // namespace Vornctl

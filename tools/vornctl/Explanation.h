@@ -1,7 +1,7 @@
 // A question answered rule by rule, in the order in which the agent applies its rules: what each found, which
 // one decided, and what can be done about the answer.
 //
-// Rules behind the deciding one are not reached, and don't appear.
+// Rules after the deciding one are not reached and don't appear.
 #pragma once
 
 #include "records/Bridging/types.h"

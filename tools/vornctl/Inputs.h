@@ -33,7 +33,7 @@ struct PortChoice {
    std::string winner;                                 // name of its input; empty when there is none
    uint32_t priority = 0;
    std::vector<Input> losers; // that hold a record for the port too, the greatest number first
-   std::string byRule; // name of the input that wins by the rule; another one while a choice is on its way
+   std::string byRule; // name of the input that wins by the rule; differs while the agent hasn't followed
 };
 PortChoice choiceOf(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port);
 

@@ -1,5 +1,4 @@
-// JSON as the commands print it: members in the order in which they are put in, strings that are no UTF-8
-// made into some.
+// JSON as the commands print it: members in the order in which they are added, strings made valid UTF-8.
 #pragma once
 
 #include "Kem/Printable.h"

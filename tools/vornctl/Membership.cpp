@@ -84,13 +84,13 @@ void Question::explain() {
    if (rule_ != MembershipRule::vlanNotActive)
       out_.note("VLAN status", "active");
    explainRule();
-   // A secondary VLAN without a primary is a publisher's mistake, for which there is no such answer.
+   // A secondary VLAN without a primary is a publisher's mistake; the rules have no answer for it.
    auto const role = vlan_.vlanTypeAndPrimaryVlan();
    if (isMember_ && (role.vlanType == Bridging::VlanType::primary_ || role.primaryVlan != 0))
       out_.member = vlanPortConfig(port.facts(), Bridging::VlanIdOrNone(vlan_.vlanId()), role);
 }
 
-// The deciding rule, behind those before it that are worth a line.
+// The deciding rule, after the earlier ones that are worth a line.
 void Question::explainRule() {
    switch (rule_) {
    case MembershipRule::vlanNotActive:
@@ -192,7 +192,7 @@ void Question::access() {
       out_.advise(accessAdvice());
    else
       out_.advise("the port is to be taken up by " + vlanText() +
-                  ", which stands by now: see whether the agent is "
+                  ", which exists by now: see whether the agent is "
                   "running and has work waiting (vornctl show backlog)");
 }
 

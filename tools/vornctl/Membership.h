@@ -1,5 +1,5 @@
 // The rule by which a port is a member of a VLAN that exists, in words. The rules themselves are those that
-// the agent applies (Vorn/Rules/Membership.h); here is only what they say to a person, and what helps.
+// the agent applies (Vorn/Rules/Membership.h); here are only their explanations and advice for people.
 #pragma once
 
 #include "Explanation.h"

@@ -75,7 +75,7 @@ SwitchState Session::fetch(Part parts) {
       });
    };
    mount(Part::config, state.config, "r", "bridging/config");
-   // Inputs before what refers to them.
+   // Inputs come before what refers to them.
    mount(Part::inputs, state.inputs, "ri", "bridging/input/config");
    mount(Part::chosen, state.chosen, "r", "bridging/switchIntfConfig");
    mount(Part::interfaces, state.ethIntfConfig, "r", "interface/config/eth/intf");
@@ -84,7 +84,7 @@ SwitchState Session::fetch(Part parts) {
    mount(Part::causes, state.errdisable, "r", "interface/errdisable/status");
    mount(Part::agentStatus, state.agentStatus, "r",
          Cell::path(std::string("agent/status/") + agentName, cell));
-   group->doClose(true, "vornctl", 0.0); // what is missing is told below
+   group->doClose(true, "vornctl", 0.0); // what is missing is reported below
    wait(*mounter);
    for (auto const& take : takers)
       take();

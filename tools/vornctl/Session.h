@@ -2,8 +2,8 @@
 // they are all there.
 //
 // The records live as long as the session, and follow the database no further than the session's calls do.
-// What goes wrong is raised: Unreachable without a database that answers, Refused where a record that every
-// database has isn't there.
+// Errors are raised: Unreachable without a database that answers, Refused when a record that every database
+// has is missing.
 #pragma once
 
 #include "SwitchState.h"
@@ -24,7 +24,7 @@ class Session {
 
   private:
    class Mounter;
-   // Takes in what comes until the mounter's group is complete.
+   // Takes in what arrives until the mounter's group is complete.
    void wait(Mounter const& mounter);
 
    std::string const socketPath_;

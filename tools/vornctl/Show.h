@@ -1,7 +1,7 @@
 // The show commands, one function and one source each: a part of the switch's state as a table, or as JSON.
 //
-// Each says which parts of the state it needs; it gets them, and returns the text to print. Ports stand under
-// their short names in tables and under their full names in JSON, in natural order in both.
+// Each names the parts of the state that it needs, is given them, and returns the text to print. Ports have
+// their short names in tables and their full names in JSON, in natural order in both.
 #pragma once
 
 #include "SwitchState.h"
@@ -18,7 +18,7 @@ struct Format {
    size_t width = 80; // characters of a line of a table
 };
 
-// All VLANs, or one with its members told one by one; Absent when there is no such VLAN.
+// All VLANs, or one with its members one by one; Absent when there is no such VLAN.
 inline constexpr Part showVlanParts = Part::config;
 std::string showVlan(SwitchState const& state, std::optional<Bridging::VlanId> vlanId, Format const& format);
 
@@ -38,7 +38,7 @@ std::string showInternalVlan(SwitchState const& state, Format const& format);
 inline constexpr Part showErrdisableParts = Part::causes;
 std::string showErrdisable(SwitchState const& state, Format const& format);
 
-// How far the agent is with its work.
+// How far the agent has come with its work.
 inline constexpr Part showBacklogParts = Part::agentStatus | Part::agentPid;
 std::string showBacklog(SwitchState const& state, Format const& format);
 

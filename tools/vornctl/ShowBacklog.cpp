@@ -10,15 +10,15 @@ namespace Vornctl {
 
 namespace {
 
-// Whose figures these are. A starting agent holds its log back, and with it its figures: those that exist
-// there are then of the process before.
+// Whose figures these are. A starting agent holds its log back, and with it its figures: those in the tree
+// are then the previous process's.
 enum class Whose { running, starting, gone, nobody };
 
 Whose whose(SwitchState const& state) {
-   uint32_t const told = state.agentStatus->pid();
+   uint32_t const reported = state.agentStatus->pid();
    if (state.agentPid != 0)
-      return state.agentPid == told ? Whose::running : Whose::starting;
-   return told == 0 ? Whose::nobody : Whose::gone;
+      return state.agentPid == reported ? Whose::running : Whose::starting;
+   return reported == 0 ? Whose::nobody : Whose::gone;
 }
 
 std::string whoseText(SwitchState const& state) {

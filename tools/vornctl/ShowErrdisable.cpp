@@ -26,7 +26,7 @@ std::map<Sulvi::IntfId, Causes> disabledPorts(Kem::Dir const& causes) {
    return ports;
 }
 
-// When the port comes back by itself. The sum over all causes says so, as far as it is.
+// When the port comes back by itself, as far as the sum over all causes says so.
 std::string returnText(SwitchState const& state, Sulvi::IntfId port, Causes const& causes) {
    if (causes.size() == 1 && causes.begin()->first == "no-internal-vlan")
       return "when a number is free";

@@ -36,7 +36,7 @@ Outcome outcomeOf(SwitchState const& state) {
    Outcome outcome;
    outcome.inputs = inputsOf(state);
    outcome.vlanWinner = vlanWinner(state, outcome.inputs);
-   // Also ports that nobody won, or whose record is gone from the inputs.
+   // Ports that nobody won too, and those whose record is no longer in the inputs.
    std::set<Sulvi::IntfId> ports;
    for (Input const& input : outcome.inputs)
       input.config->switchIntfConfig().forEach([&](Sulvi::IntfId port, auto const&) { ports.insert(port); });
@@ -70,7 +70,7 @@ std::vector<std::string> winsOf(Outcome const& outcome, size_t i) {
    return wins.empty() ? std::vector<std::string>{"-"} : wins;
 }
 
-// A number, and how much it is a number for: "100 (31)"; 0 takes no part.
+// A priority and what it wins: "100 (31)" for 31 ports. The priority 0 takes no part.
 std::string rankText(uint32_t priority, size_t count) {
    return std::to_string(priority) + " (" + std::to_string(count) + ')';
 }

@@ -1,4 +1,4 @@
-// What the commands look at: the records of the switch as they stood at one moment, read only.
+// What the commands look at: the records of the switch as they were at one moment, read only.
 //
 // A command names the parts that it needs, and only those are mounted; the others are null. References of
 // `chosen` lead to records of `inputs` when both are there. Tests make the records themselves.

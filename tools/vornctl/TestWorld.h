@@ -1,8 +1,8 @@
-// A small switch for the tests of vornctl: records made by hand, as the agent and
-// the publishers would leave them.
+// A small switch for the tests of vornctl: records made by hand, as the agent and the publishers would
+// leave them.
 //
-// Two inputs stand from the start: "cli", which gives the VLANs by 100 and competes for ports by 50, and
-// "eth", the agent's own, by 10.
+// Two inputs exist from the start: "cli", with the priority 100 for the VLANs and 50 for ports, and "eth",
+// the agent's own, with 10 for ports.
 #pragma once
 
 #include "SwitchState.h"
@@ -63,7 +63,7 @@ struct TestWorld {
       return made;
    }
 
-   // A VLAN that an input holds, and the agent made.
+   // A VLAN that an input holds and the agent has made.
    Kem::Ptr<Bridging::VlanConfig> vlan(uint16_t number, char const* name = "") {
       cli->vlanConfigIs(number);
       auto const made = state.config->vlanConfigIs(number);

@@ -25,7 +25,7 @@ std::string nameOf(Sulvi::IntfId port) {
    return port.stringValue().str();
 }
 
-// The number with which an input competes, as it is beside the input's name.
+// The priority with which an input competes, as it is printed after the input's name.
 std::string byNumber(uint32_t priority) {
    return " by its number " + std::to_string(priority);
 }
@@ -143,7 +143,7 @@ void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<
                  std::to_string(input.vlanPriority()) + "; that input then gives all VLANs");
 }
 
-// A loser that asks for the membership is often the answer to the question behind the question.
+// Users who ask why often mean a losing input that asks for the membership: so it is named.
 void adviseLosers(Explanation& out, SwitchState const& state, PortChoice const& choice, Sulvi::IntfId port,
                   Bridging::VlanConfig const& vlan) {
    for (Input const& loser : choice.losers) {
@@ -198,10 +198,10 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
       text += head + finding.substr(characters(head));
    }
    if (state.agentPid == 0)
-      text += "\n" +
-              paragraph("The agent is not connected to the database: what stands there is what it left, and "
-                        "follows no input.",
-                        0, width);
+      text +=
+          "\n" + paragraph("The agent is not connected to the database: what is shown is what it left, and "
+                           "follows no input.",
+                           0, width);
    if (explanation.member && member && *explanation.member != *member)
       text +=
           "\n" +

@@ -46,7 +46,7 @@ struct WhyTest : testing::Test {
 
 // --- The whole answer.
 
-TEST_F(WhyTest, answerTellsInputModeVlanAndTheRuleThatDecides) {
+TEST_F(WhyTest, answerShowsInputModeVlanAndTheRuleThatDecides) {
    world.vlan(10, "servers");
    world.vlan(99);
    auto const lab = world.input("lab", 0, 60);
@@ -74,7 +74,7 @@ TEST_F(WhyTest, answerTellsInputModeVlanAndTheRuleThatDecides) {
                           "    (access), above 60; all its ports then weigh more\n");
 }
 
-TEST_F(WhyTest, memberIsToldHowItTakesPart) {
+TEST_F(WhyTest, answerSaysHowAMemberTakesPart) {
    world.vlan(10);
    world.trunkPort("Ethernet1", "1-4094");
    world.member(10, "Ethernet1", true);
@@ -103,7 +103,7 @@ TEST_F(WhyTest, jsonHoldsTheRulesAndWhoLost) {
    EXPECT_EQ(answer["agentPid"], 77);
 }
 
-TEST_F(WhyTest, resolvedStateCountsAndADifferenceToTheRulesIsTold) {
+TEST_F(WhyTest, resolvedStateCountsAndADifferenceToTheRulesIsReported) {
    world.vlan(10);
    world.trunkPort("Ethernet1", "1-9");
    world.member(10, "Ethernet1", true);
@@ -116,7 +116,7 @@ TEST_F(WhyTest, resolvedStateCountsAndADifferenceToTheRulesIsTold) {
    EXPECT_THAT(coming.text, HasSubstr("By these rules it would be a member"));
 }
 
-TEST_F(WhyTest, memberInAnotherWayThanByTheRulesIsTold) {
+TEST_F(WhyTest, memberInAnotherWayThanByTheRulesIsReported) {
    world.vlan(10);
    world.trunkPort("Ethernet1", "10");
    world.member(10, "Ethernet1", true);
@@ -135,7 +135,7 @@ TEST_F(WhyTest, secondaryWithoutAPrimaryIsExplainedAllTheSame) {
    EXPECT_TRUE(why(state, "Ethernet1", 10, {}).isMember);
 }
 
-TEST_F(WhyTest, absentAgentIsTold) {
+TEST_F(WhyTest, absentAgentIsReported) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
    world.member(10, "Ethernet1", false);
@@ -166,21 +166,21 @@ TEST_F(WhyTest, recordOfAnInputThatTakesNoPartDoesNotCount) {
                ElementsAre("set switchIntfConfigPriority of bridging/input/config/lab above 0"));
 }
 
-TEST_F(WhyTest, recordThatTheAgentHasNotTakenUpIsTold) {
+TEST_F(WhyTest, recordThatTheAgentHasNotTakenUpIsReported) {
    auto const record = world.record(world.cli, "Ethernet1", InputMode::access_);
    EXPECT_THAT(decision("Ethernet1", 10), HasSubstr("the agent has not chosen among the inputs yet: cli 50"));
    state.chosen->switchIntfConfigIs(record);
    EXPECT_EQ(decision("Ethernet1", 10), "no, Port: the agent has not taken the record up yet");
 }
 
-TEST_F(WhyTest, recordThatNoInputHoldsAnyMoreIsTold) {
+TEST_F(WhyTest, recordThatNoInputHoldsAnyMoreIsReported) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
    world.cli->switchIntfConfigDel("Ethernet1");
    EXPECT_EQ(finding("Ethernet1", 10, "Input"), "a record that no input holds any more");
 }
 
-TEST_F(WhyTest, choiceThatIsOnItsWayIsTold) {
+TEST_F(WhyTest, choiceThatIsOnItsWayIsReported) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
    EXPECT_EQ(finding("Ethernet1", 10, "Input"), "cli decides the port by its number 50");
@@ -217,7 +217,7 @@ TEST_F(WhyTest, onlyLosersThatWouldHelpAreNamed) {
 
 // --- Mode and native VLAN.
 
-TEST_F(WhyTest, modeThatIsOnItsWayIsTold) {
+TEST_F(WhyTest, modeThatIsOnItsWayIsReported) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
    world.resolve("Ethernet1", SwitchportMode::trunk_, 10);
@@ -226,7 +226,7 @@ TEST_F(WhyTest, modeThatIsOnItsWayIsTold) {
    EXPECT_EQ(finding("Ethernet1", 10, "Mode"), "trunk; the record asks for routed, which is on its way");
 }
 
-// Between two writes of the agent; nothing of it may end vornctl.
+// States between two writes of the agent; none of them may end vornctl.
 TEST_F(WhyTest, portThatIsResolvedInContradictionIsExplained) {
    world.vlan(10);
    world.trunkPort("Ethernet1", "10");
@@ -281,7 +281,7 @@ TEST_F(WhyTest, vlanThatTheWinningInputLacksDoesNotExist) {
    EXPECT_THAT(decision("Ethernet1", 20), HasSubstr("lab holds it and gives the VLANs by its number 90"));
 }
 
-TEST_F(WhyTest, vlanThatTheAgentHasNotMadeYetIsTold) {
+TEST_F(WhyTest, vlanThatTheAgentHasNotMadeYetIsReported) {
    world.vlan(10);
    world.accessPort("Ethernet1", 10);
    world.cli->vlanConfigIs(20);
@@ -290,7 +290,7 @@ TEST_F(WhyTest, vlanThatTheAgentHasNotMadeYetIsTold) {
        "no, VLAN: cli holds it and gives the VLANs by its number 100, but the agent has not made it yet");
 }
 
-TEST_F(WhyTest, noInputThatGivesVlansIsTold) {
+TEST_F(WhyTest, noInputThatGivesVlansIsReported) {
    world.accessPort("Ethernet1", 10);
    world.cli->vlanConfigPriorityIs(0);
    EXPECT_THAT(decision("Ethernet1", 10), HasSubstr("no input takes part in the choice of VLANs"));
@@ -323,7 +323,7 @@ TEST_F(WhyTest, routedPortIsInItsInternalVlanOnly) {
    EXPECT_THAT(finding("Ethernet1", 10, "Mode"), HasSubstr("enabled is false"));
 }
 
-TEST_F(WhyTest, routedPortWithoutAnInternalVlanTellsTheCause) {
+TEST_F(WhyTest, routedPortWithoutAnInternalVlanShowsTheCause) {
    world.internalVlan(1006, "Ethernet1");
    world.routedPort("Ethernet2", 0);
    TestWorld::entity<Errdisable::CauseStatus>(state.causes, "no-internal-vlan")
@@ -396,7 +396,7 @@ TEST_F(WhyTest, portInThePrimaryIsInTheSecondariesThatItIsMappedTo) {
    record->privateVlanMappingDel(11);
    record->defaultPrivateVlanMappingIs(true);
    EXPECT_THAT(decision("Ethernet1", 11), HasSubstr("mapped to all secondaries"));
-   // A suspended native VLAN lends nothing.
+   // A suspended native VLAN gives no membership in its primary.
    state.config->vlanConfig(10)->adminStateIs(VlanAdminState::suspended);
    EXPECT_THAT(decision("Ethernet1", 11), StartsWith("no, Access port"));
 }

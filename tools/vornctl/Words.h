@@ -1,4 +1,4 @@
-// Numbers and names of the records in the words of a network engineer, and back.
+// Numbers and names of the records in a network engineer's words, and back.
 #pragma once
 
 #include "Sulvi/IntfId.h"
@@ -24,7 +24,7 @@ std::string membershipText(Bridging::VlanPortConfig const& member);
 // The port that a text names: its full name, or "Et1", "eth3/1", "po5" in either case. Any other text is a
 // name as it is. Raises UsageError for a text that can't be a name.
 Sulvi::IntfId portFromText(std::string_view text);
-// Raises UsageError for what is no number from 1 to 4094.
+// Raises UsageError for a text that isn't a number from 1 to 4094.
 Bridging::VlanId vlanFromText(std::string_view text);
 
 // Short names in natural order: "Et2", "Et10", "Po5".

@@ -91,7 +91,7 @@ TEST(WordsTest, vlanSetsAreListedAsRanges) {
    EXPECT_THAT(vlanList(vlans), ElementsAre("1", "5-7", "4094"));
 }
 
-TEST(WordsTest, durationsHaveTheUnitThatTellsMost) {
+TEST(WordsTest, durationsHaveTheUnitThatSaysMost) {
    EXPECT_EQ(durationText(0.4), "0 s");
    EXPECT_EQ(durationText(119), "119 s");
    EXPECT_EQ(durationText(120), "2 min");
@@ -100,7 +100,7 @@ TEST(WordsTest, durationsHaveTheUnitThatTellsMost) {
    EXPECT_EQ(durationText(-5), "0 s");
 }
 
-TEST(WordsTest, numbersWithoutANameAreTold) {
+TEST(WordsTest, numbersWithoutANameAreReported) {
    EXPECT_EQ(modeText(SwitchportMode::dot1qTunnel_), "tunnel");
    EXPECT_EQ(modeText(static_cast<SwitchportMode>(9)), "mode 9");
    EXPECT_EQ(statusText(static_cast<Bridging::VlanAdminState>(7)), "state 7");
@@ -116,7 +116,7 @@ struct ShowTest : testing::Test {
    SwitchState& state = world.state;
 };
 
-TEST_F(ShowTest, vlansStandInTheOrderOfTheirNumbersWithTheirPorts) {
+TEST_F(ShowTest, vlansAreInTheOrderOfTheirNumbersWithTheirPorts) {
    world.vlan(100)->adminStateIs(Bridging::VlanAdminState::suspended);
    world.vlan(20, "voice");
    world.vlan(3, "servers");
@@ -133,7 +133,7 @@ TEST_F(ShowTest, vlansStandInTheOrderOfTheirNumbersWithTheirPorts) {
                                            "* internal VLAN of a routed port\n");
 }
 
-TEST_F(ShowTest, oneVlanTellsHowEachPortTakesPart) {
+TEST_F(ShowTest, oneVlanShowsHowEachPortTakesPart) {
    auto const vlan = world.vlan(30, "storage");
    vlan->trunkGroupIs("fabric", true);
    vlan->trunkGroupIs("closed", false);
@@ -192,7 +192,7 @@ TEST_F(ShowTest, portsTellTheirModeInputAndVlans) {
                                                  "Po1   routed       -  cli\n");
 }
 
-TEST_F(ShowTest, onePortTellsAllItsSettings) {
+TEST_F(ShowTest, onePortShowsAllItsSettings) {
    world.vlan(10);
    world.vlan(12);
    auto const record = world.trunkPort("Ethernet10", "10-12", 12);
@@ -344,13 +344,13 @@ TEST_F(ShowTest, disabledPortsTellTheirCausesAndWhenTheyComeBack) {
    EXPECT_EQ(ports["Ethernet10"]["recoveryTime"], nullptr);
 }
 
-TEST_F(ShowTest, noDisabledPortIsTold) {
+TEST_F(ShowTest, noDisabledPortIsReported) {
    EXPECT_EQ(showErrdisable(state, asTable), "No port is errdisabled.\n");
 }
 
 // --- show backlog.
 
-TEST_F(ShowTest, backlogTellsStagesAndLog) {
+TEST_F(ShowTest, backlogShowsStagesAndLog) {
    state.agentStatus->deferredStageIs("VlanConfigCodef", {.backlog = 12,
                                                           .updatesSeen = 4094,
                                                           .updatesProcessed = 4082,
@@ -382,7 +382,7 @@ TEST_F(ShowTest, backlogTellsStagesAndLog) {
    EXPECT_EQ(all["agent"], "running");
 }
 
-TEST_F(ShowTest, backlogTellsWhoseFiguresTheyAre) {
+TEST_F(ShowTest, backlogShowsWhoseFiguresTheyAre) {
    state.agentPid = 0;
    EXPECT_THAT(showBacklog(state, asTable),
                HasSubstr("Agent: not connected. The figures are the last ones of process 77.\n"));
@@ -397,7 +397,7 @@ TEST_F(ShowTest, backlogTellsWhoseFiguresTheyAre) {
    EXPECT_EQ(showBacklog(state, asTable), "Agent: not connected, and none has left any figures.\n");
 }
 
-TEST_F(ShowTest, standbyIsToldForWantOfStages) {
+TEST_F(ShowTest, standbyIsReportedWhenThereAreNoStages) {
    EXPECT_THAT(showBacklog(state, asTable),
                HasSubstr("There are no deferred stages: the supervisor is on standby.\n"));
 }

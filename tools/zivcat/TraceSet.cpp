@@ -51,8 +51,9 @@ void TraceSet::refresh(std::ostream& errors) {
    }
 }
 
-// The levels of a living file are not read at the same instant: of two new records only the later may be
-// caught. So the newest sequence number is taken first, and what is beyond it waits for the next time.
+// The levels of a file that is still written are not read at the same instant: of two new records only the
+// later one may be seen. So the newest sequence number is read first, and records beyond it wait for the
+// next time.
 void TraceSet::load(Trace& trace, std::ostream& errors) {
    bool const isGrowing = Zivlog::Reader::isBeingWritten(trace.path);
    auto const stamp = Zivlog::Reader::newestStamp(trace.path);

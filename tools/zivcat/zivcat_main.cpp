@@ -29,7 +29,7 @@ int finished(int status) {
    return Process::exitUsage;
 }
 
-// Prints what is new, four times a second, until a signal ends the program, or nobody takes it.
+// Prints what is new, four times a second, until a signal ends the program or its output can't be written.
 int follow(Zivcat::TraceSet& traces, Zivcat::Selection const& selection, Zivcat::Printer& printer) {
    for (;;) {
       if (int const status = finished(0); status != 0)

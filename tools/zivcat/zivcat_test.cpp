@@ -226,7 +226,7 @@ TEST_F(ZivcatTool, jsonIsOneObjectALine) {
    EXPECT_EQ(nlohmann::json::parse(lines[1])["facility"], "mac");
 }
 
-TEST_F(ZivcatTool, infoTellsHowFarBackEachLevelReaches) {
+TEST_F(ZivcatTool, infoShowsHowFarBackEachLevelReaches) {
    Zivlog::TraceFile trace(steppedClocks);
    open(trace, "a.zv");
    say(trace, 0, "F", "first");
