@@ -1,6 +1,6 @@
-// A bare relay between two sockets: what arrives on the first connection goes out on the second,
-// as it is. It is the yardstick for the database on a shared machine: the same frames, the same
-// hops, and nothing done to them.
+// A bare relay between two sockets: what arrives on the first connection goes out unchanged on the second. It
+// is the yardstick for the database on a shared machine: the same frames and the same hops, without any work
+// on the frames.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace Bench {
 
-// Starts the relay in a process of its own, listening at the path; returns its pid. The
-// first to connect is the writer.
+// Starts the relay in a process of its own, listening at the path; returns its pid. The first to connect is
+// the writer.
 pid_t startRelay(std::string const& socketPath);
 
 // Starts `program --socket socketPath` and returns once it accepts connections.

@@ -39,7 +39,7 @@ void putOperation(Wire::Writer& out, uint32_t number, double value) {
    out.f64(value);
 }
 
-// The operations of the whole run, made beforehand: what making them costs is the same for both.
+// The operations of the whole run, made beforehand, so that making them is not measured.
 std::vector<std::string> makeBlocks(uint32_t node, uint32_t records, uint32_t recordsPerFrame, double value) {
    std::vector<std::string> blocks;
    for (uint32_t next = 1; next <= records;) {
@@ -175,8 +175,8 @@ std::string freshSocketPath() {
    return "/tmp/database_bench." + std::to_string(getpid()) + "." + std::to_string(count++);
 }
 
-// Writer and subscriber in processes of their own; operations a second from the
-// first write to the last one seen.
+// Writer and subscriber in processes of their own; operations a second from the first write to the last
+// one seen.
 double measureStream(Subject const& subject, uint32_t records, uint32_t recordsPerFrame) {
    std::string const socketPath = freshSocketPath();
    pid_t const server = subject.start(socketPath);

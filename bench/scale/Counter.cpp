@@ -45,7 +45,7 @@ struct Counter::Mirror final : Ordel::Connection {
          int64_t inGroup = 0;
          size_t at = group.first;
          for (; reader.next(operation); ++at) {
-            // A VLAN that goes takes its members with it.
+            // The members of a deleted VLAN are deleted with it.
             if (&type == configType_ && operation.attribute == vlanConfig_ &&
                 operation.op == Ordel::Op::erase)
                difference -= std::exchange(members_[vlanIn(operation.key)], 0);
@@ -142,7 +142,7 @@ double Counter::waitFor(double limit) {
    pollfd ready = {pipe_, POLLIN, 0};
    char byte;
    if (poll(&ready, 1, static_cast<int>(limit * 1000)) != 1 || read(pipe_, &byte, 1) != 1) {
-      std::fprintf(stderr, "the subscriber waited in vain: %lld memberships stand, %lld were expected\n",
+      std::fprintf(stderr, "the subscriber waited in vain: there are %lld memberships, %lld were expected\n",
                    static_cast<long long>(seen_->memberships), static_cast<long long>(seen_->target));
       std::exit(1);
    }

@@ -1,8 +1,8 @@
-// The subscriber of the scale benchmark: a process of its own that mirrors
-// "bridging" and counts what it sees.
+// The subscriber of the scale benchmark: a process of its own that mirrors "bridging" and counts what
+// it sees.
 //
-// It tells through shared memory, and by a byte on a pipe when what it was asked to wait for has come. Times
-// are those of the system's monotonic clock, which all processes share.
+// It reports through shared memory, and by a byte on a pipe when it has seen what it was asked to wait for.
+// Times are those of the system's monotonic clock, which all processes share.
 #pragma once
 
 #include <atomic>
@@ -23,11 +23,11 @@ class Counter {
    uint64_t changes() const { return seen_->changes; }
    pid_t pid() const { return pid_; }
 
-   // waitFor() returns when so many memberships stand, in all VLANs or in VLAN 1. Said
-   // before the change is published.
+   // Sets how many memberships, in all VLANs or in VLAN 1, waitFor() waits for. Called before the change is
+   // published.
    void expect(int64_t memberships) { seen_->target = memberships; }
    void expectInVlan1(int64_t memberships) { seen_->vlan1Target = memberships; }
-   // Time at which that was seen. Ends the program when it doesn't come within `limit` seconds.
+   // The time at which they were seen. Ends the program when that takes more than `limit` seconds.
    double waitFor(double limit = 120);
 
   private:

@@ -92,7 +92,7 @@ size_t residentMegabytes(pid_t pid, char const* what) {
    return 0;
 }
 
-// Returns when every agent has worked off what was published.
+// Returns when every agent is done with what was published.
 void settle(std::string const& socketPath) {
    std::string const command = binFolder + "/ordelctl --socket " + socketPath + " settle --timeout 120";
    if (std::system(command.c_str()) != 0)
@@ -235,14 +235,15 @@ class Switch {
    }
 
   private:
-   // Whether the subscriber has still to see some of it. One membership of VLAN 1 may be missing.
-   bool isUpperHalfOnItsWay(bool stands) const {
-      int64_t const all = int64_t(stands ? vlans_ : vlans_ / 2) * ports_;
+   // Whether there are changes of the upper half that the subscriber hasn't seen. One membership of VLAN 1
+   // may be missing.
+   bool isUpperHalfOnItsWay(bool exists) const {
+      int64_t const all = int64_t(exists ? vlans_ : vlans_ / 2) * ports_;
       return std::abs(all - counter_.memberships()) > 1;
    }
-   void upperHalfIs(bool stands) {
+   void upperHalfIs(bool exists) {
       for (unsigned vlan = vlans_ / 2 + 1; vlan <= vlans_; ++vlan)
-         if (stands)
+         if (exists)
             publisher_->cli->vlanConfigIs(Bridging::VlanId(vlan));
          else
             publisher_->cli->vlanConfigDel(Bridging::VlanId(vlan));

@@ -1,5 +1,4 @@
-// The VLANs that are in for routed ports: who has which number, who waits for
-// one, and what a restart hands on.
+// Internal VLANs of routed ports: who has which number, who waits for one, and what remains after a restart.
 
 #include "AgentModel.h"
 
@@ -40,7 +39,7 @@ unsigned Agent::internalVlanOf(std::string const& intf) {
       startupRoutedPort_.erase(number);
       startupInternalVlan_.erase(startup);
       if (isTaken) {
-         // Not given another one: that is for recovery.
+         // It gets no other number here: recovery lets it try again.
          if (left != vlans_.end() && left->second.internal && !routedPort_.contains(number))
             resolvedVlanDel(number);
          number = 0;
@@ -89,7 +88,7 @@ void Agent::release(std::string const& intf, unsigned number) {
    }
 }
 
-// A VLAN or a VLAN interface of the user's wants the number: the user's claim wins.
+// A VLAN or a VLAN interface of the user's takes the number: the user's claim wins.
 void Agent::claimed(unsigned number) {
    auto const owner = routedPort_.find(number);
    if (owner == routedPort_.end())

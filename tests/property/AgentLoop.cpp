@@ -1,5 +1,5 @@
-// Who is told of what, and when: changes queue those who follow them, one batch at a time; stages with a
-// backlog work behind the batch.
+// Who is notified of what, and when: changes queue those who follow them, one batch at a time; stages with a
+// backlog work after the batch.
 
 #include "AgentModel.h"
 
@@ -26,7 +26,8 @@ Agent::Agent(Intent const& intent, Survivors const& survivors, double now, PortO
       chosen_[intf] = survivors.outcome.chosen.at(intf) == agentsInput ? own_->ports.at(intf) : record;
    followRoles();
 
-   // The bridge comes up on what is left; until the selector has run, the agent's own input gives the VLANs.
+   // The bridge starts on what the last life left; until the selector has run, the agent's own input gives
+   // the VLANs.
    selected_ = own_;
    settings_.allocatesDescending = intent_.settings->allocatesDescending;
    settings_.rangeMin = intent_.settings->rangeMin;
@@ -51,7 +52,7 @@ void Agent::changed(Change const& change) {
    auto const inputOf = [&] {
       auto const found = followed_.find(change.name);
       auto const at = intent_.inputs.find(change.name);
-      // A reactor follows an object: what happens to another one of that name doesn't reach it.
+      // A reactor follows an object: changes of another one of that name don't reach it.
       return found != followed_.end() && at != intent_.inputs.end() && found->second == at->second
                  ? found->second
                  : nullptr;
@@ -156,8 +157,8 @@ Agent::Told Agent::takePending(FollowerId const& follower) {
    return told;
 }
 
-// To each that is queued now, all that is pending for it. What a handler causes waits for the next batch; of
-// a follower that causes something for itself, all the rest waits too.
+// Delivers to each that is queued now all that is pending for it. What a handler causes waits for the next
+// batch; when a follower causes something for itself, the rest of what is pending for it waits too.
 bool Agent::deliverBatch() {
    if (queue_.empty())
       return false;
@@ -183,7 +184,7 @@ void Agent::arm(Stage stage) {
       armed_.push_back(stage);
 }
 
-// The stages first: their target is long past. At the start of a life recovery is before them.
+// The stages come first: their target is long past. At the start of a life recovery comes before them.
 bool Agent::fireTimers() {
    bool const isRecoveryDue = recoveryTime_ <= now_;
    if (armed_.empty() && !isRecoveryDue)

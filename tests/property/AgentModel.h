@@ -12,14 +12,14 @@
 //    agent.run(now);                               // until nothing is left to do
 //    agent.outcome()
 //
-// In which order ports are walked the rules leave open; PortOrder says it.
+// The rules leave open in which order ports are walked; PortOrder gives it.
 //
-// Somebody else may edit what the agent resolved. The agent is not told, so it is put right where the rules
-// write the same thing again, and not before: the model needs no rule for it, only the edit itself.
+// Somebody else may edit what the agent resolved. The agent is not notified, so it is put right where the
+// rules write the same thing again, and not before: the model needs no rule for it, only the edit itself.
 //
-// To add a subject: its intent to Intent.h, its outcome to Outcome.h, who is told of its changes to Follower
-// and to Agent::changed and deliver, its rules in a file of its own, and what publishers and the neighbour do
-// with it in theirs.
+// To add a subject: its intent to Intent.h, its outcome to Outcome.h, who is notified of its changes to
+// Follower and to Agent::changed and deliver, its rules in a file of its own, and what publishers and the
+// neighbour do with it in theirs.
 #pragma once
 
 #include "Outcome.h"
@@ -38,7 +38,7 @@ namespace Model {
 // What a life of the agent leaves behind, and the next one starts on.
 struct Survivors {
    Outcome outcome;
-   // The record that each port's choice names, null for a dead one.
+   // The record that each port's choice names, null when that has been deleted.
    std::map<std::string, std::shared_ptr<Port>> chosen;
 };
 
@@ -64,7 +64,7 @@ class Agent {
    Births const& births() const { return births_; }
 
   private:
-   // --- The loop (AgentLoop.cpp): who is told of what, and when.
+   // --- The loop (AgentLoop.cpp): who is notified of what, and when.
 
    // Who follows something; those from vlanEntry on once for each VLAN or port.
    enum Follower {
@@ -229,7 +229,7 @@ class Agent {
    };
    std::map<unsigned, VlanState> vlanStates_;
    std::map<std::string, PortState> ports_;
-   std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library has told
+   std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library says
    std::map<unsigned, Role> roles_;
    std::set<unsigned> vlanBacklog_;
    std::set<std::string> portBacklog_;

@@ -116,15 +116,15 @@ void Agent::createPortEntry(std::string const& intf, std::shared_ptr<Port> const
    port.record = record;
    port.pending.clear();
    for (PortAttr const attribute : allAttributes) {
-      // Groups are cleared and filled, so the port is told of them in any case.
+      // Groups are cleared and filled, so the port is notified of them in any case.
       bool const isRefilled = attribute == PortAttr::trunkGroups &&
                               !(record->trunkGroups.empty() && port.copy.trunkGroups.empty());
       if (copyAttribute(attribute, *record, port.copy) || isRefilled)
          tell({portCopy, intf}, static_cast<int>(attribute));
    }
    initializePort(intf);
-   // Of a routed port it all belongs to this pass: one that lost its number in it is not given another by what
-   // its copy reports afterwards.
+   // A routed port is done with this pass: if it lost its number, the notifications of its copy don't give it
+   // another one afterwards.
    if (resolved_.at(intf).mode == routed)
       forget({portCopy, intf});
 }
@@ -204,7 +204,7 @@ void Agent::initializePort(std::string const& intf) {
    syncAllVlans(intf);
    syncFlags(intf);
    out.tpid = port.copy.tpid;
-   // One that has just lost the number of the previous run is not given another in the same pass.
+   // A port that has just lost its number of the previous run doesn't get another one in the same pass.
    if (!hadNumber || native != 0 || startupInternalVlan_.contains(intf))
       handleForwardingModel(intf);
 }

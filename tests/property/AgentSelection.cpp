@@ -21,13 +21,13 @@ bool canBridge(std::string const& intf) {
 } // namespace
 
 void Agent::startSelection() {
-   // What the selector is bound to replays as it is bound: interfaces and settings before the inputs.
+   // A new binding of the selector replays at once: interfaces and settings before the inputs.
    handleDefaultRecords();
    followSettings();
    handleInputs();
    handleDefaultRecords();
    copySettings();
-   // What an agent that had been running would have let go of: what no input holds any more.
+   // Drops what an agent that had been running would have dropped: what no input holds any more.
    for (auto const& [intf, record] : std::map(chosen_))
       decidePort(intf);
    std::set<std::string> const gone = [&] {
@@ -74,7 +74,7 @@ void Agent::handleInput(std::string const& name) {
    decideAllPorts();
 }
 
-// What an input still had to say when it went counts.
+// Changes that an input made before it was deleted count.
 void Agent::hearOut(std::string const& name) {
    FollowerId const follower{input, name};
    while (pending_.contains(follower))
@@ -93,7 +93,7 @@ void Agent::followInput(std::shared_ptr<Input> const& in) {
    findBestVlanInput();
    if (!before)
       return;
-   // It was deleted and made again within a turn: what the old one won is decided again.
+   // It was deleted and made again within a turn: the ports that the old one won are decided again.
    std::vector<std::string> ports;
    for (auto const& [intf, record] : before->ports)
       ports.push_back(intf);

@@ -33,7 +33,7 @@ void Agent::handleSelectedInput() {
    stageAllVlans();
 }
 
-// A copy has come or gone, or a VLAN has lost its input.
+// A copy was made or deleted, or a VLAN has lost its input.
 void Agent::handleVlan(unsigned number) {
    if (auto const state = vlanStates_.find(number); state != vlanStates_.end())
       return; // the copy's own handlers go on
@@ -101,7 +101,8 @@ void Agent::deliverVlan(unsigned number) {
       return;
    vlanStates_[number].copy = *in;
    vlanStates_[number].record = in;
-   // The copy was filled attribute by attribute while its machine followed it already: it is told of each.
+   // The copy was filled attribute by attribute while its machine followed it already: it is notified
+   // of each.
    Vlan const fresh;
    FollowerId const follower{vlanCopy, std::to_string(number)};
    if (in->isSuspended != fresh.isSuspended)
@@ -134,7 +135,7 @@ void Agent::initializeVlan(unsigned number) {
    state.isInitialized = true;
    claimed(number);
    if (auto const left = vlans_.find(number); left != vlans_.end() && left->second.internal)
-      resolvedVlanDel(number); // of a port that has not claimed it back: the user's claim wins
+      resolvedVlanDel(number); // a port's that hasn't taken it up again: the user's claim wins
    auto& out = vlans_[number];
    ++births_.vlans[number];
    tell({privateVlans, ""});

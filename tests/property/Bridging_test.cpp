@@ -1,12 +1,12 @@
 // Long random series of what publishers do, with restarts of the agent among them, and after each turn the
-// resolved tree against a plain account of what it should be (AgentModel.h): what the database holds, and what
-// a subscriber has put together from what it was told.
+// resolved tree against a plain account of what it should be (AgentModel.h): what the database holds, and
+// what a subscriber has put together from what it was sent.
 //
 //    BRIDGING_SEQUENCES=5000 BRIDGING_SEED=17 build/test/bridging_property      longer, or from another seed
 //    BRIDGING_STEPS=1000                                                        operations of each series
 //
-// A failure names its seed and prints the operations, shortened to few, and how to run these alone; that goes
-// in this process, so that it can be traced (KEM_TRACE) and stopped in.
+// A failure names its seed and prints the operations, shortened to few, and how to run these alone; they then
+// run in this process, so that it can be traced (KEM_TRACE) and debugged.
 
 #include "Series.h"
 

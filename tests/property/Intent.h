@@ -1,7 +1,7 @@
 // What the publishers of the property test ask for, as plain structs: the inputs of the model.
 //
 // Records are shared pointers because a record is more than what it says: one that was deleted and made
-// again is another record, and who followed the first one has to notice. A record that its publisher has
+// again is another record, and those who followed the first one must notice. A record that its publisher has
 // deleted stays as long as somebody still holds it.
 #pragma once
 
@@ -85,7 +85,7 @@ struct IntfStatus {
 };
 struct VlanIntf {
    bool isEnabled = true, isShut = false;
-   // Shut down by configuration counts, whatever else is said.
+   // Being shut down by configuration overrules the stored word.
    bool isInUse() const { return isEnabled && !isShut; }
 };
 
@@ -112,7 +112,7 @@ struct Intent {
    bool isRoutedByDefault = false;
 };
 
-// One change of the intent, as those who follow it are told.
+// One change of the intent, as those who follow it are notified of it.
 struct Change {
    enum What {
       inputs,         // an input came or went: `name`
@@ -138,7 +138,7 @@ struct Change {
    int attribute = 0;
 };
 
-// The VLANs of a list; what isn't a number or a range from 1 to 4094 is no VLAN.
+// The VLANs of a list; an item that isn't a number or a range from 1 to 4094 doesn't count.
 std::set<unsigned> const& vlansOf(std::string const& list);
 
 } // namespace Model

@@ -34,7 +34,7 @@ void list(Ordel::Tree const& tree, Ordel::Entity const& entity, std::string cons
    }
 }
 
-// Writes down what a record tells of itself.
+// Lists the contents of a record.
 class Lister final : public Kem::AttributeSink {
   public:
    Lines lines;

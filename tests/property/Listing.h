@@ -14,7 +14,8 @@ namespace Model {
 std::vector<std::string> listing(Ordel::Tree const& tree, Ordel::Entity const& entity);
 std::vector<std::string> listing(Kem::Entity const& entity);
 
-// By port the name of the input that the reference in the database's directory of chosen records leads to.
+// By port, the name of the input that holds the record that the database's directory of chosen records
+// refers to.
 std::map<std::string, std::string> chosenInputs(Ordel::Tree const& tree, char const* path);
 
 } // namespace Model

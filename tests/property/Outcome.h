@@ -48,7 +48,8 @@ struct Outcome {
    std::set<std::string> reserved;
 };
 
-// How often each record has been made in a life of the agent; who is told of one that stays must not see it go.
+// How often each record has been made in a life of the agent. A subscriber must not see a record that stays
+// being deleted.
 struct Births {
    std::map<unsigned, unsigned> vlans;
    std::map<std::string, unsigned> ports;

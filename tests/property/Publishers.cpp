@@ -141,7 +141,7 @@ void Publishers::comes(std::shared_ptr<Input> const& content) {
    inputDir_->entityPtrIs(made);
    unborn_.insert(name);
 
-   // It is seen as it comes, before what it holds, which comes in the order of its record.
+   // It is noticed when it is made, before its contents, which come in the order of its record.
    auto const input = std::make_shared<Input>(Input{.name = name});
    intent_.inputs[name] = input;
    tell_({.what = Change::inputs, .name = name});

@@ -70,12 +70,12 @@ class Publishers {
       count
    };
 
-   // `tell` is called for each change, behind it.
+   // `tell` is called after each change.
    Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell);
 
-   // Some interfaces, a small range of internal VLANs: what every series starts on.
+   // Publishes what every series starts with: some interfaces, a small range of internal VLANs.
    void begin(Dice dice);
-   // Does one thing; the text says what.
+   // Does one thing, and returns a text that says what.
    std::string perform(Kind kind, Dice dice);
    // The default of ports without configuration changes, which ends a running agent.
    std::string changeDefault();

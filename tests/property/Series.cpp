@@ -52,7 +52,7 @@ Chain const& someChain(Dice& dice) {
 Series makeSeries(uint64_t seed, unsigned length) {
    Series series{.seed = seed, .operations = {}};
    Dice dice(seed * 7919);
-   // How often each comes, of the publishers' kinds.
+   // How often each of the publishers' kinds occurs.
    static constexpr Kind kinds[] = {Kind::priority, Kind::priority, Kind::publisher, Kind::publisher,
                                     Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::vlan,
                                     Kind::vlan,     Kind::port,     Kind::port,      Kind::port,
@@ -167,7 +167,7 @@ Verdict run(Series const& series) {
          continue;
       world.run();
       if (isLast)
-         world.startAgent(); // what was left of the last one is looked at too
+         world.startAgent(); // what the last one left is compared too
       verdict.differences = world.differences();
    }
    verdict.history = history.str();

@@ -48,9 +48,9 @@ struct Verdict {
 };
 
 Verdict run(Series const& series);
-// In a process of its own, so that one that ends it fails like any other.
+// Runs it in a process of its own, so that a series that ends the process fails like any other.
 Verdict runApart(Series const& series);
-// With as few operations as can be found within that many runs that fail still.
+// Shortens it to as few operations as still fail, as far as that can be found within that many runs.
 Series shortened(Series series, size_t done, unsigned runs);
 
 } // namespace Model

@@ -44,7 +44,7 @@ ResolvedPort resolvedOf(Bridging::SwitchIntfConfig const& port) {
            .tpid = port.vlanTpid()};
 }
 
-// As the platform's collections have them.
+// In the order of the platform's collections.
 PortOrder portOrder() {
    Kem::ValueMap<Sulvi::IntfId, int> table;
    Kem::OrderedValueMap<Sulvi::IntfId, int> ordered;
@@ -192,8 +192,9 @@ World::Records World::records() const {
    return all;
 }
 
-// A life that has just begun made all its records, but the subscriber sees only what differs: a VLAN that
-// stays what it was, a routed port's or not, and a port that stays are the same records as before.
+// A life that has just begun has made all its records, but the subscriber sees only what differs: for
+// it a port that stays, and a VLAN that stays what it was (a routed port's or not), are the same
+// records as before.
 void World::noteNeedlesslyMade(bool isStart) {
    auto const look = [&](std::string const& what, auto const& before, auto const& after, auto const& births,
                          auto const& birthsBefore, auto&& stays) {

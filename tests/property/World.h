@@ -1,8 +1,8 @@
 // The world of the property test: a state database, its publishers, a subscriber that has been there from the
 // start, and the agent in one life after another, each beside a life of the model.
 //
-// What is compared with the model is what the subscriber has put together from what it was told, and, byte by
-// byte with that, what the database holds; never the agent's memory.
+// What is compared with the model is what the subscriber has put together from what it was sent, which must
+// equal what the database holds byte for byte; never the agent's memory.
 #pragma once
 
 #include "AgentModel.h"
@@ -35,7 +35,7 @@ class World {
    void startFreshAgent();
    void pass(double seconds);
 
-   // Until nothing is left to do, in the world and in the model.
+   // Runs until nothing is left to do, in the world and in the model.
    void run();
    // Where database, subscriber and model differ; empty when they are alike.
    std::string differences();
@@ -52,7 +52,7 @@ class World {
       std::map<std::string, Kem::Ptr<Bridging::SwitchIntfConfig>> ports;
    };
    Records records() const;
-   // Looks for those that were removed and made again before the subscriber's eyes without need.
+   // Looks for records that the subscriber saw deleted and made again without need.
    void noteNeedlesslyMade(bool isStart);
    Survivors survivors() const;
    Outcome told() const; // the subscriber's view
@@ -66,7 +66,7 @@ class World {
    Kem::Ptr<Bridging::Input::Config> defaults_;
    Kem::Ptr<Errdisable::CauseStatus> cause_;
    std::unique_ptr<Agent> model_; // null while the agent is down
-   Records records_;              // as they were when all was at rest the last time
+   Records records_;              // as they were when nothing was left to do the last time
    Births births_;                // of the model at that moment
    std::string needlesslyMade_;   // what was found since differences() was asked
 };

@@ -1,8 +1,8 @@
 // Faults in the middle of bulk changes: the agent is killed at every fiftieth change, a subscriber stops
-// reading, the database stands still. In the end the tree is the right one.
+// reading, the database is stopped. In the end the tree must be right.
 //
-// Where a subscriber has to stand still it is a process of this same program, started with --subscribe: it
-// obeys its standard input, `text FILE` writes its mirror once all that the database had for it has come.
+// A subscriber that has to be stopped is a process of this same program, started with --subscribe: it obeys
+// its standard input, `text FILE` writes its mirror once all that the database had for it has arrived.
 #include "ProcessFacts.h"
 #include "Subscriber.h"
 #include "Switch.h"
@@ -45,7 +45,7 @@ int subscribe(std::string const& socket) {
 
 // --- The test's side.
 
-// Returns when it stands still.
+// Returns when it is stopped.
 void stop(Process& process) {
    process.signal(SIGSTOP);
    siginfo_t info;
@@ -59,8 +59,8 @@ struct BridgingFaultsTest : testing::Test {
    int vlanCount = 0;
    int portCount = 0;
 
-   // `few` lets each port into the first four VLANs, `many` into all; half of the VLANs have other names.
-   // Without `few` nothing is resolved before `many`.
+   // `few` makes each port a member of the first four VLANs, `many` of all; half of the VLANs have other
+   // names there. Without `few` nothing is resolved before `many`.
    void loadInputs(int vlans, int ports, bool hasFew) {
       vlanCount = vlans;
       portCount = ports;
@@ -89,8 +89,8 @@ struct BridgingFaultsTest : testing::Test {
                                                    {"trunkAllowedVlans", allowed}};
       return all;
    }
-   // The resolved tree, but for whom each VLAN came from: one that is the same in both inputs keeps its first
-   // source until the agent is started again.
+   // The resolved tree, except for the source of each VLAN: one that is the same in both inputs keeps its
+   // first source until the agent is started again.
    std::string dump() const {
       std::istringstream lines(bridge.dump(resolved));
       std::string text;
@@ -195,8 +195,8 @@ void awaitIdle(pid_t pid) {
    }
 }
 
-// The VLANs come while all ports stand, and the database stands still from before the agent sees the first of
-// them until it has nothing more to do.
+// The VLANs are made when all ports exist, and the database is stopped from before the agent sees the first
+// of them until the agent has nothing more to do.
 TEST_F(BridgingFaultsTest, stoppedDatabaseMakesTheAgentWaitNotGrow) {
    vlanCount = 1500;
    portCount = 256;
@@ -220,15 +220,15 @@ TEST_F(BridgingFaultsTest, stoppedDatabaseMakesTheAgentWaitNotGrow) {
    bridge.settle();
    size_t const atEnd = memoryOf(agent, "VmHWM");
    EXPECT_EQ(subscriber()->memberships(), allMemberships());
-   std::cout << "agent: " << before << " KiB before, " << atStop << " KiB while the database stood still, "
+   std::cout << "agent: " << before << " KiB before, " << atStop << " KiB while the database was stopped, "
              << atEnd << " KiB at most" << std::endl;
    // What it still had to do is most of the tree, as it had no more room than a few of its slices fill.
-   if (isMemoryTold) {
+   if (isMemoryMeaningful) {
       EXPECT_LT(atStop - before, (atEnd - before) / 2);
    }
 }
 
-// At whatever moment: while the agent waits for room, and while it writes.
+// At any moment: while the agent waits for room, and while it writes.
 TEST_F(BridgingFaultsTest, databaseThatEndsWhileTheAgentHasABacklogEndsItWithItsStatus) {
    constexpr int lostDatabase = 5;
    loadInputs(1000, 128, true);
@@ -261,7 +261,7 @@ TEST_F(BridgingFaultsTest, settleWaitsForDeferredStages) {
       bridge.settle();
       EXPECT_EQ(subscriber()->memberships(), isMany ? allMemberships() : size_t(4 * portCount));
    }
-   // It was more than one slice that it waited for. The agent tells so within a second.
+   // It waited for more than one slice. The agent reports that within a second.
    auto const status = std::make_unique<Subscriber>(bridge.database().socket(), "cell/1/agent/status/Vorn");
    auto const slicesLeftOver = [&] {
       return bridge

@@ -1,4 +1,4 @@
-// The agent is killed and comes back: to its subscribers nothing happens but what the intent asks for.
+// The agent is killed and comes back: its subscribers see only what the intent asks for.
 #include "Subscriber.h"
 #include "Switch.h"
 
@@ -148,7 +148,7 @@ TEST_F(BridgingRestartTest, portThatLostItsOnlyRecordMeanwhileGoesAsItWouldHaveG
    bridge.erase(cliPort(lag));
    comeBack();
    EXPECT_EQ(bridge.dump(), wanted);
-   // And on: it comes again, and goes again in the agent's presence.
+   // It is made again, and deleted again while the agent runs.
    bridge.set(cliPort(lag), record);
    bridge.settle();
    EXPECT_EQ(bridge.port(lag), "access_ 20");
@@ -253,7 +253,7 @@ TEST_F(BridgingRestartTest, portThatIsDeletedByItsLastPublisherAfterARestartGoes
 
 // --- Scale.
 
-TEST_F(BridgingRestartTest, everyVlanThereIsStandsUntouched) {
+TEST_F(BridgingRestartTest, everyVlanStaysUntouched) {
    constexpr int vlanCount = 4094;
    constexpr int portCount = 12;
    Json vlans = Json::object(), ports = Json::object();
@@ -335,8 +335,8 @@ TEST_F(BridgingRestartTest, inputThatIsMadeAgainMeanwhileIsDecidedAgain) {
 
 // --- The other supervisor takes over.
 
-// An agent that is standby on a switch that an active one has set up: that one has
-// just gone with its supervisor.
+// A standby agent on a switch that an active one has set up; the active one has just ended with
+// its supervisor.
 struct SwitchoverTest : BridgingRestartTest {
    std::string const role = "cell/1/redundancy/status";
 
@@ -365,7 +365,7 @@ TEST_F(SwitchoverTest, nobodySeesAnythingOfATakeoverOnUnchangedIntent) {
    EXPECT_EQ(subscriber->bytes(), 0u) << subscriber->seen();
    EXPECT_EQ(ports->bytes(), 0u) << ports->seen();
    EXPECT_EQ(bridge.dump(), before);
-   // It is at work: a change is followed, and comes out as it would for an agent that began active.
+   // It is at work: it follows a change, with the same outcome as an agent that was active from its start.
    bridge.set(cliVlan(10) + ".configuredName", "\"renamed\"");
    bridge.settle();
    subscriber->takeAll();
@@ -401,7 +401,7 @@ TEST_F(SwitchoverTest, whatWasPublishedMeanwhileAndWithTheTakeoverIsAllThatChang
                                     "put " + vlan(20) + ".intf[Ethernet1]", "set " + portMode("Ethernet1")));
 }
 
-// Falling back tears nothing down, and taking over again makes nothing twice.
+// Becoming standby again tears nothing down, and taking over again makes nothing twice.
 TEST_F(SwitchoverTest, supervisorMayFallBackAndTakeOverAgain) {
    takeOver();
    auto const subscriber = subscribe();
@@ -471,7 +471,7 @@ TEST_F(RoutedRestartTest, internalVlansKeepTheirNumbers) {
    auto const before = numbers();
    verifyNobodySeesRestarts(2);
    EXPECT_EQ(numbers(), before);
-   // A number that was taken meanwhile: that port alone pays.
+   // A number was taken meanwhile: only the port that had it is affected.
    std::string const owner = intf(1);
    std::string const number = bridge.vlansOf(owner);
    bridge.killAgent();
@@ -510,7 +510,7 @@ TEST_F(RoutedRestartTest, portsThatTheCommandLineRoutesHaveANumberEachAfterARest
    EXPECT_EQ(subscriber->bytes(), 0u) << subscriber->seen();
 }
 
-TEST(BridgingRespawnTest, runnerBringsBackAnAgentThatAsksToBeStartedAnew) {
+TEST(BridgingRespawnTest, runnerBringsBackAnAgentThatAsksToBeStartedAgain) {
    Switch bridge({"--respawn"});
    bridge.load(Json{{"interface/config/eth/intf", {{"intfConfig", {{"Ethernet1", Json::object()}}}}},
                     {"interface/status/eth/intf",

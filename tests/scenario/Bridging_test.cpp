@@ -223,7 +223,7 @@ TEST_F(LeafSwitchTest, routedPortsGetInternalVlansAndTheOneTooManyIsDisabledForI
       EXPECT_EQ(bridge.get(resolvedVlan(vlan) + ".configuredName"), "\"" + intf + "\"");
    }
    EXPECT_THAT(held, UnorderedElementsAre("routed_ 1006", "routed_ 1007", "routed_ 1008"));
-   // The sum of the causes tells the same.
+   // The sum of the causes says the same.
    EXPECT_THAT(bridge.get("interface/errdisable/status.intfStatus[" + waiting[0] + "]"),
                HasSubstr("no-internal-vlan"));
 }
@@ -299,7 +299,7 @@ TEST_F(BridgingTest, policyDecidesAtWhichEndOfTheRangeNumbersAreTaken) {
    bridge.set(model, "intfForwardingModelRouted");
    bridge.settle();
    EXPECT_EQ(bridge.port("Ethernet1"), "routed_ 2000");
-   // The interface itself goes.
+   // The interface itself is deleted.
    bridge.erase("interface/status/eth/intf.intfStatus[Ethernet1]");
    bridge.settle();
    EXPECT_EQ(bridge.port("Ethernet1"), "routed_ 0");
@@ -337,7 +337,8 @@ TEST_F(LeafSwitchTest, secondPublisherOverridesPortsWhileItsPriorityIsGreater) {
    bridge.set(provisioning + ".switchIntfConfigPriority", "4294967294");
    bridge.settle();
    EXPECT_EQ(bridge.dump("bridging/config"), before);
-   // The greater one's record of one port goes: the other's is next, then the default.
+   // The record of one port with the greater priority is deleted: the other input's is next, then
+   // the default.
    bridge.erase(cliPort("Ethernet7"));
    bridge.settle();
    EXPECT_EQ(bridge.port("Ethernet7"), "access_ 120");
@@ -363,14 +364,14 @@ TEST_F(LeafSwitchTest, portsOfAVanishedInputGoToTheNextBest) {
    bridge.erase(provisioning);
    bridge.settle();
    EXPECT_EQ(bridge.dump(), before);
-   // It comes again under its name, as another publisher would.
+   // It is made again under its name, as another publisher would do.
    bridge.load(leafProvisioning);
    bridge.settle();
    EXPECT_EQ(bridge.port("Ethernet7"), "access_ 120");
 }
 
 // Nothing decides it again: a publisher that comes back finds the port as it left it.
-TEST_F(LeafSwitchTest, portThatOnlyAVanishedInputHadStandsUntilSomebodyElseHasIt) {
+TEST_F(LeafSwitchTest, portThatOnlyAVanishedInputHadStaysUntilSomebodyElseHasIt) {
    std::string const before = bridge.dump();
    bridge.load(leafProvisioning);
    bridge.set(provisioning + ".switchIntfConfig[Ethernet99]", "{\"accessVlan\": 40}");
@@ -493,7 +494,7 @@ TEST_F(LeafSwitchTest, ofABadVlanListWhatIsSpelledRightCounts) {
       bridge.settle();
       EXPECT_EQ(bridge.vlansOf("Ethernet25"), vlans) << list;
    }
-   // Half a megabyte of it.
+   // Half a megabyte of such items.
    std::string many = "\"12";
    for (int i = 0; i < 50'000; ++i)
       many += ",9-8,x" + std::to_string(i);
@@ -544,7 +545,7 @@ TEST_F(LeafSwitchTest, thousandsOfPortsOfUnknownKindsAreJustPorts) {
    EXPECT_EQ(bridge.port("Weird-2997/x"), "access_ 60");
    EXPECT_EQ(bridge.port("@4"), "access_ 60");
    for (auto const& [intf, record] : ports.items())
-      ports[intf] = {{"enabled", false}}; // routed, of which the agent knows no interface
+      ports[intf] = {{"enabled", false}}; // routed, without an interface that the agent knows
    bridge.load(Json{{cliInput, {{"switchIntfConfig", ports}}}});
    bridge.settle();
    EXPECT_EQ(bridge.members(60), before);
@@ -569,7 +570,7 @@ TEST_F(LeafSwitchTest, prioritiesOfTheGreatestNumberTakePartLikeAnyOther) {
       for (char const* const priority : {".switchIntfConfigPriority", ".vlanConfigPriority"})
          bridge.set(input + priority, "4294967295");
    expectAgentRuns();
-   // Which of two that are equal wins is nobody's promise; the choice is one of the two, whole.
+   // Nothing promises which of two equal inputs wins; the choice is one of the two as a whole.
    EXPECT_THAT(bridge.port("Ethernet7"), testing::AnyOf("access_ 10", "access_ 120", "access_ 0"));
    bridge.erase(provisioning);
    bridge.settle();
@@ -590,7 +591,7 @@ TEST_F(LeafSwitchTest, emptyInternalRangeLeavesEveryNewRoutedPortWaiting) {
    EXPECT_EQ(bridge.waiting().size(), 2u);
 }
 
-// A number that is no VLAN's must not become one's: the agent would rather end.
+// A number that no VLAN can have must not become a VLAN's: the agent ends instead.
 TEST_F(LeafSwitchTest, internalRangeThatReachesZeroEndsTheAgentWithItsReason) {
    bridge.load(Json{{cliInput,
                      {{"internalVlanRange", {{"min", 0}, {"max", 10}}},

@@ -1,5 +1,5 @@
-// Bad bytes, bad files and bad peers against a real database: each ends its own connection with a word about
-// why, or is refused; the tree stands as before, and others are served.
+// Bad bytes, bad files and bad peers against a real database: each ends its own connection with a reason, or
+// is refused; the tree stays as it was, and others are served.
 #include "ProcessFacts.h"
 #include "RawClient.h"
 
@@ -85,15 +85,15 @@ struct HostileTest : testing::Test {
       std::string const log = database.process().errors().text();
       size_t missing = 0;
       for (auto const& [reason, count] : endedCount) {
-         size_t const told = countOf(log, " is refused: " + reason + "\n");
-         EXPECT_LE(told, count) << reason;
-         missing += count - told;
+         size_t const logged = countOf(log, " is refused: " + reason + "\n");
+         EXPECT_LE(logged, count) << reason;
+         missing += count - logged;
       }
       EXPECT_LE(missing, leftOutCount(log));
    }
 
    std::string dump() const { return database.ctl({"dump"}).output; }
-   // The node that is mounted, once all of it has come.
+   // The node that is mounted, once all of it has arrived.
    uint32_t mountOfBystander(std::string const& selector) {
       bystander.mount(++lastMount, selector);
       auto const mounted = bystander.read(Frame::mounted);
@@ -113,7 +113,7 @@ struct HostileTest : testing::Test {
       EXPECT_TRUE(database.process().errors().waitFor(line, limit)) << line << "\nis missing in\n"
                                                                     << database.process().errors().text();
    }
-   // The client is told that reason, its connection is ended, and in the end the log has a line of each.
+   // The client gets that reason, its connection is ended, and in the end the log has a line for each.
    void verifyEnded(RawClient& client, std::string const& reason) {
       EXPECT_EQ(client.refusal(), reason);
       ++endedCount[reason];
@@ -179,7 +179,7 @@ TEST(HostileBytesTest, randomBytesBehindTheHandshakeEndTheirConnectionOnly) {
    verifyRandomBytesEndTheirConnectionOnly(100'000, true);
 }
 
-// Each frame has a right size and a type that there is; what it holds makes no sense, or is refused.
+// Each frame has a right size and a type that exists; its contents make no sense, or are refused.
 TEST_F(HostileTest, randomPayloadsEndTheirConnectionOnly) {
    RandomBytes bytes;
    size_t refusedCount = 0;
@@ -198,8 +198,8 @@ TEST_F(HostileTest, randomPayloadsEndTheirConnectionOnly) {
    EXPECT_GT(refusedCount, 500u);
 }
 
-// Every frame that a client may send, cut at every place: the database goes on waiting for the rest, until
-// the client goes.
+// Every frame that a client may send, cut at every place: the database goes on waiting for the rest until the
+// client disconnects.
 TEST_F(HostileTest, framesCutShortAreDropped) {
    Ordel::FrameBuffer frames;
    frames.begin(Frame::mount).u32(1);
@@ -233,7 +233,7 @@ TEST_F(HostileTest, framesCutShortAreDropped) {
                  ") is gone in the middle of a frame\n");
    }
    verifyUndisturbed();
-   // Whole, it does what it says.
+   // As a whole it is carried out.
    RawClient client = welcomed("whole");
    client.send(whole);
    EXPECT_TRUE(client.read(Frame::reply));
@@ -248,7 +248,7 @@ TEST_F(HostileTest, aFrameOfFourGigabytesTakesNoMemory) {
       client.send(std::string_view(reinterpret_cast<char const*>(&size), sizeof size));
       verifyEnded(client, "a frame is empty or larger than the limit of 33554432 bytes");
    }
-   // The largest that is taken costs what has come of it, not what it says.
+   // The largest legal one costs only as much as has arrived, not the size that it announces.
    std::list<RawClient> clients;
    uint32_t const size = Ordel::maxFrameBytes;
    for (int i = 0; i < 100; ++i) {
@@ -257,7 +257,7 @@ TEST_F(HostileTest, aFrameOfFourGigabytesTakesNoMemory) {
       client.send("\4abc");
    }
    verifyUndisturbed();
-   if (isMemoryTold) {
+   if (isMemoryMeaningful) {
       EXPECT_LT(memoryOf(database.process().pid(), "VmHWM"), memoryBefore + (16u << 10));
    }
 }
@@ -276,7 +276,7 @@ TEST_F(HostileTest, anUnknownTypeOfFrameEndsTheConnection) {
 
 // --- The handshake
 
-TEST_F(HostileTest, aWrongHelloIsToldWhatIsWrong) {
+TEST_F(HostileTest, aWrongHelloIsAnsweredWithWhatIsWrong) {
    uint64_t const fingerprint = Records::schema().fingerprint;
    RawClient magic = connected();
    magic.hello("hostile", 0x12345678);
@@ -333,7 +333,7 @@ TEST_F(HostileTest, connectionsThatComeAndGoLeaveNothing) {
    for (int i = 0; i < 10'000 && !HasFailure(); ++i)
       connectAndGo(i);
    EXPECT_EQ(descriptorCount(database.process().pid()), descriptors);
-   if (isMemoryTold) {
+   if (isMemoryMeaningful) {
       EXPECT_LT(memoryOf(database.process().pid(), "VmRSS"), memory + (8u << 10));
    }
 }
@@ -406,7 +406,7 @@ TEST_F(HostileTest, halfFramesCostLittleAndEnd) {
    }
    EXPECT_EQ(sentCount, 4u);
    verifyUndisturbed();
-   if (isMemoryTold) {
+   if (isMemoryMeaningful) {
       EXPECT_LT(memoryOf(database.process().pid(), "VmHWM"), memoryBefore + (180u << 10));
    }
    for (size_t i = 0; i < sentCount; ++i) {
@@ -443,7 +443,7 @@ struct HostileWriteTest : HostileTest {
       block.u8(attribute("vlanConfigPriority"));
       block.u32(priority);
    }
-   // The write is refused with that reason; its client is served on.
+   // The write is refused with that reason; its client is still served.
    void verifyRefused(RawClient& client, std::string const& reason) {
       client.write(7, block.view());
       block.clear();
@@ -479,7 +479,7 @@ TEST_F(HostileWriteTest, namesThatNoSelectorCanTellAreRefused) {
    EXPECT_EQ(database.ctl({"delete", "bridging/input/config/good"}).status, 0);
 }
 
-TEST_F(HostileWriteTest, ofAWriteThatIsBadAtItsEndNothingStands) {
+TEST_F(HostileWriteTest, ofAWriteThatIsBadAtItsEndNothingIsDone) {
    RawClient client = welcomed();
    at(lagNode);
    setPriority(99);
@@ -511,7 +511,7 @@ TEST_F(HostileWriteTest, moreCreationsThanOneWriteMayHoldAreRefusedAndTheirMemor
       create(std::to_string(block.size()));
    verifyRefused(client, "more than 262144 entities are created in one write");
    verifyUndisturbed();
-   if (isMemoryTold) {
+   if (isMemoryMeaningful) {
       auto const end = std::chrono::steady_clock::now() + limit;
       while (memoryOf(pid, "VmRSS") > memoryBefore + (40u << 10) && std::chrono::steady_clock::now() < end) {
       }
@@ -519,7 +519,7 @@ TEST_F(HostileWriteTest, moreCreationsThanOneWriteMayHoldAreRefusedAndTheirMemor
    }
 }
 
-TEST_F(HostileTest, ofADocumentThatIsHalfBadNothingStands) {
+TEST_F(HostileTest, ofADocumentThatIsHalfBadNothingIsDone) {
    auto const verifyRefused = [&](std::string const& text, std::string const& reason) {
       Result const result = database.ctl({"load", "-"}, text);
       EXPECT_EQ(result.status, 3) << result.errors;
@@ -573,7 +573,7 @@ TEST_F(SmallFilesTest, aSnapshotThatCanNotBeWrittenLeavesTheOldOne) {
    EXPECT_EQ(asked.status, 3);
    EXPECT_EQ(asked.errors, "ordelctl: " + reason);
    EXPECT_EQ(bytesOf(snapshot), old);
-   // It still serves.
+   // It still answers.
    EXPECT_EQ(
        run({program("ordelctl"), "get", std::string(lag) + ".vlanConfigPriority"}, {}, environment).output,
        "8\n");

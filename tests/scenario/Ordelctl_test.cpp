@@ -1,5 +1,5 @@
-// Every command of ordelctl against a real database: what it prints, its exit status,
-// and what it says of bad input.
+// Every command of ordelctl against a real database: what it prints, its exit status, and what it says of
+// bad input.
 #include "Processes.h"
 #include "RawClient.h"
 
@@ -256,7 +256,8 @@ TEST_F(OrdelctlTest, loadSetsWhatIsGivenAndLeavesTheRest) {
 
 TEST_F(OrdelctlTest, aDocumentIsTakenWholeOrNotAtAll) {
    std::string const before = ctl({"dump"}).output;
-   // The fault is in the last of three entities: one that ordelctl sees, and one that only the database does.
+   // The fault is in the last of three entities: first one that ordelctl finds, then one that only the
+   // database finds.
    std::string const head = R"({"bridging/input/config/a": {"$type": "Bridging::Input::Config"},
       "bridging/input/config/cli": {"hostAgingTime": 5, "vlanConfig": {"10": {}}}, )";
    verifyFails(3,
@@ -268,7 +269,7 @@ TEST_F(OrdelctlTest, aDocumentIsTakenWholeOrNotAtAll) {
    EXPECT_EQ(ctl({"dump"}).output, before);
 }
 
-TEST_F(OrdelctlTest, loadTellsWhatIsWrongWithADocument) {
+TEST_F(OrdelctlTest, loadShowsWhatIsWrongWithADocument) {
    TempFolder const folder;
    std::string const file =
        folder.fileOf("bad.json", "{\n  \"bridging/config\": {\"hostAgingTime\": 5,}\n}\n");
@@ -280,8 +281,7 @@ TEST_F(OrdelctlTest, loadTellsWhatIsWrongWithADocument) {
    verifyFails(
        3, "standard input: bridging/config: is a Bridging::Config and can't become a Bridging::Input::Config",
        {"load", "-"}, R"({"bridging/config": {"$type": "Bridging::Input::Config"}})");
-   verifyFails(3, "standard input: a document is an object of paths; a list stands there", {"load", "-"},
-               "[]");
+   verifyFails(3, "standard input: a document is an object of paths, not a list", {"load", "-"}, "[]");
    EXPECT_EQ(get("bridging/config.hostAgingTime"), "300");
 }
 
@@ -326,15 +326,15 @@ TEST_F(OrdelctlTest, dumpOfAPartIsADocumentOfThatPart) {
 
 // --- watch
 
-// What a watch prints while the database is changed. It has begun when the
-// database shows it among the clients.
+// What a watch prints while the database is changed. It has begun when the database shows it among
+// the clients.
 struct WatchTest : OrdelctlTest {
    std::unique_ptr<Process> watch;
 
    void start(std::vector<std::string> arguments) {
       arguments.insert(arguments.begin(), "watch");
       watch = database.startCtl(arguments);
-      // The values at the beginning, or the list of clients, tell that it has begun.
+      // The values at the beginning, or the list of clients, show that it has begun.
       std::string const selector = arguments.back();
       for (int i = 0; i < 1000; ++i)
          if (ctl({"clients", "--json"}).output.find("\"" + selector + "\"") != std::string::npos)
@@ -651,7 +651,7 @@ TEST_F(OrdelctlTest, outputThatIsNotWrittenIsAFailure) {
 
 // --- clients, snapshot
 
-TEST_F(OrdelctlTest, clientsAreTold) {
+TEST_F(OrdelctlTest, clientsAreReported) {
    auto const watch = database.startCtl({"watch", "--initial", cli + ".hostAgingTime"});
    ASSERT_TRUE(watch->readLine());
    std::string const pid = std::to_string(watch->pid());
@@ -702,7 +702,7 @@ TEST(OrdelctlAloneTest, aDatabaseThatCanNotBeReached) {
    EXPECT_EQ(result.errors, "ordelctl: " + socket + ": No such file or directory\n");
 }
 
-TEST(OrdelctlAloneTest, wrongUsageIsToldInOneLine) {
+TEST(OrdelctlAloneTest, wrongUsageIsReportedInOneLine) {
    for (std::vector<std::string> const& arguments :
         std::vector<std::vector<std::string>>{{},
                                               {"fly"},

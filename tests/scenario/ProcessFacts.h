@@ -1,4 +1,4 @@
-// What the kernel tells of a process under /proc.
+// What the kernel says about a process under /proc.
 #pragma once
 
 #include <filesystem>
@@ -15,21 +15,21 @@ inline size_t memoryOf(pid_t pid, std::string const& what) {
    for (std::string line; std::getline(status, line);)
       if (line.rfind(what + ":", 0) == 0)
          return std::stoul(line.substr(what.size() + 1));
-   ADD_FAILURE() << what << " of process " << pid << " is not told";
+   ADD_FAILURE() << what << " of process " << pid << " is missing";
    return 0;
 }
 
-// Whether memory tells anything: the address sanitizer keeps for a while what the program has given back.
+// Whether figures of memory mean anything: the address sanitizer keeps freed memory for a while.
 #if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool isMemoryTold = false;
+inline constexpr bool isMemoryMeaningful = false;
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-inline constexpr bool isMemoryTold = false;
+inline constexpr bool isMemoryMeaningful = false;
 #else
-inline constexpr bool isMemoryTold = true;
+inline constexpr bool isMemoryMeaningful = true;
 #endif
 #else
-inline constexpr bool isMemoryTold = true;
+inline constexpr bool isMemoryMeaningful = true;
 #endif
 
 // Whether the process has the file, or the folder, open now.

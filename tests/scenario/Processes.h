@@ -4,8 +4,8 @@
 //    auto result = database.ctl({"get", "bridging/config.hostAgingTime"});
 //    EXPECT_EQ(result.output, "300\n");
 //
-// Nothing here sleeps: output is waited for as it comes. Waiting has a limit, after which it fails; the
-// limits are long, since they are only reached where something is wrong.
+// Nothing here sleeps: output is waited for. Waiting has a limit, after which it fails; the limits are long,
+// since they are only reached when something is wrong.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ namespace Scenario {
 using Seconds = std::chrono::duration<double>;
 inline constexpr Seconds limit{30};
 
-// A folder that is gone, with all in it, at the end.
+// A folder that is removed at the end with all that is in it.
 class TempFolder {
   public:
    TempFolder() {
@@ -120,15 +120,14 @@ using Environment = std::map<std::string, std::string>;
 
 class Process {
   public:
-   // Starts it; `command` begins with the path of the program. What the
-   // environment adds is before the rest.
+   // Starts it; `command` begins with the path of the program. What the environment adds is before the rest.
    explicit Process(std::vector<std::string> const& command, Environment const& environment = {}) {
       int in[2], out[2], err[2];
       if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) {
          ADD_FAILURE() << "pipe: " << std::strerror(errno);
          return;
       }
-      // All that allocates comes before the fork.
+      // Everything that allocates is done before the fork.
       std::vector<char*> arguments;
       for (std::string const& argument : command)
          arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -176,7 +175,7 @@ class Process {
       while (!text.empty()) {
          ssize_t const count = ::write(input_, text.data(), text.size());
          if (count < 0)
-            return; // it has ended; its status tells
+            return; // it has ended; its status shows why
          text.remove_prefix(static_cast<size_t>(count));
       }
    }
@@ -320,7 +319,7 @@ class Database {
    std::unique_ptr<Process> process_;
 };
 
-// An agent on a database. Returns from its making when the agent is ready.
+// An agent on a database. The constructor returns when the agent is ready.
 class Agent {
   public:
    explicit Agent(Database const& database, std::vector<std::string> const& arguments = {}) {

@@ -1,5 +1,5 @@
-// A client that sends what it likes: bytes on a blocking socket, with the frames of the protocol at hand but
-// nothing that keeps to it. For tests of what the database does with bad bytes, and of writers that press.
+// A client that can send anything: bytes on a blocking socket, with the frames of the protocol at hand but
+// without any obligation to it. For tests of what the database does with bad bytes and with fast writers.
 //
 // Reading gives up after the limit of Processes.h and fails the test then.
 #pragma once
@@ -68,7 +68,7 @@ class RawClient {
       }
       return true;
    }
-   // From then on `send` returns false, too, when the other side takes nothing for so long.
+   // From then on `send` returns false too when the other side takes nothing for that long.
    void sendTimeoutIs(unsigned milliseconds) {
       timeval const time{milliseconds / 1000, static_cast<suseconds_t>(milliseconds % 1000 * 1000)};
       ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);

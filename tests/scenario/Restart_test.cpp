@@ -1,4 +1,4 @@
-// The agent and the database come and go: what was written stands, and nobody else is disturbed.
+// The agent and the database are stopped and started: what was written stays, and nobody else is disturbed.
 #include "Ordel/wire/Frames.h"
 #include "ProcessFacts.h"
 #include "Processes.h"
@@ -21,7 +21,7 @@ std::string const boot = "cell/1/stage/boot/status";
 std::string const vorn = "cell/1/stage/boot/config/inputDir/Vorn";
 std::string const ethPriority = "bridging/input/config/eth.switchIntfConfigPriority";
 
-// What outlives an agent: all but what it tells of its own process.
+// What outlives an agent: everything except what it reports about its own process.
 std::vector<std::string> const lasting = {"bridging",
                                           "interface",
                                           "oxa",
@@ -63,7 +63,7 @@ TEST_F(RestartTest, agentComesUpAnswersAStageAndEndsCleanly) {
    EXPECT_THAT(agent.process().errors().text(), HasSubstr("stopped by signal 15"));
 }
 
-TEST_F(RestartTest, whatAKilledAgentWroteStandsAndTheNextOneTakesItOver) {
+TEST_F(RestartTest, whatAKilledAgentWroteStaysAndTheNextOneTakesItOver) {
    {
       Agent agent(database);
       completeStage("NetworkAgent", 1);
@@ -196,7 +196,7 @@ TEST_F(RestartTest, cellThatTheDatabaseDoesNotHaveIsRefused) {
    EXPECT_EQ(database.ctl({"ls", "cell"}).output, "1\n") << "nothing is left behind";
 }
 
-// The second supervisor's agent waits beside the first one's, and takes over when that has gone.
+// The second supervisor's agent waits beside the first one's, and takes over when that has ended.
 TEST_F(RestartTest, secondSupervisorsAgentIsStandbyUntilItsCellSaysOtherwise) {
    std::string const first = "cell/1/redundancy/status", second = "cell/2/redundancy/status";
    done({"set", first + ".protocol", "protocolHotStandby"});
@@ -239,7 +239,7 @@ TEST(DatabaseStartTest, stopIsLookedAtWhileTheStartWaits) {
 
 // --- agent-runner by itself.
 
-TEST(RunnerTest, wrongUsageIsToldAndEndsWith2) {
+TEST(RunnerTest, wrongUsageIsReportedAndEndsWith2) {
    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--cell", "0"},
                                                      {"--cell", "x"},
                                                      {"--name", "a/b"},
@@ -316,7 +316,7 @@ class ListeningSocket {
    int const descriptor_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 
-// It takes connections, and says nothing: a database that is stopped, or busy with a large snapshot.
+// It accepts connections but doesn't answer: a database that is stopped, or busy with a large snapshot.
 TEST(RunnerTest, stopIsLookedAtWhileTheDatabaseDoesNotAnswer) {
    ListeningSocket const silent("silent.sock");
    Process agent({program("agent-runner"), "--module", std::string(MODULE_FOLDER) + "/libVorn.so", "--socket",
@@ -330,7 +330,7 @@ TEST(RunnerTest, stopIsLookedAtWhileTheDatabaseDoesNotAnswer) {
    ::close(client);
 }
 
-// A database that was built with other records says so; nothing is gained by asking it again.
+// A database that was built with other records says so; asking it again would not help.
 TEST(RunnerTest, databaseOfOtherRecordsEndsItAtOnce) {
    ListeningSocket const other("other.sock");
    unsigned asked = 0;

@@ -88,8 +88,8 @@ TEST(SettleTest, isAnsweredWhenTheAgentDiesMeanwhile) {
    EXPECT_EQ(answer.status, Ordel::Status::done);
 }
 
-// A database that stands still: the tool has a deadline of its own.
-TEST(SettleTest, answersNoWhileTheDatabaseStandsStill) {
+// The database is stopped: the tool has a deadline of its own.
+TEST(SettleTest, answersNoWhileTheDatabaseIsStopped) {
    Database database;
    auto const batch = database.startCtl({"batch"});
    batch->write("[\"get\", \"bridging/config.hostAgingTime\"]\n");

@@ -1,9 +1,9 @@
 // A subscriber that is stopped while others write: what it costs the database, what others notice of it, and
 // what it ends up with.
 //
-// The subscribers are processes of this same program, started with --subscribe. Each mirrors
-// one subtree and obeys its standard input: `dump FILE` writes the mirror as text once all that
-// the database had for it has come.
+// The subscribers are processes of this same program, started with --subscribe. Each mirrors one subtree
+// and obeys its standard input: `dump FILE` writes the mirror as text once all that the database had for it
+// has come.
 
 #include "Ordel/client/Connection.h"
 #include "Ordel/store/TestRecords.h"
@@ -81,7 +81,7 @@ int subscribe(std::string const& socket) {
       std::string command, file;
       if (!(std::cin >> command >> file))
          return 0;
-      // The database answers behind what is pending; what it answers with is of no interest.
+      // The database answers after what is pending; the answer itself doesn't matter.
       subscriber.mount(++mount, "stage", "", Ordel::mountAwait | Ordel::mountShallow);
       if (!subscriber.awaitDone(mount))
          return 1;
@@ -128,7 +128,7 @@ class SubscriberProcess {
    Process process_;
 };
 
-// Writes VLANs of the command line's input, and keeps for itself what must stand in the end.
+// Writes VLANs of the command line's input, and remembers what must be in the tree in the end.
 class Writer {
   public:
    explicit Writer(Database const& database) : client_(database.socket()) {
@@ -252,7 +252,7 @@ TEST(SlowClientTest, aStoppedSubscriberCostsLittleAndEndsWithTheTree) {
    EXPECT_TRUE(served.text == expected);
    std::cout << "resident memory: " << before << " KiB before, " << peak << " KiB at most; the other took "
              << served.operationBytes << " bytes" << std::endl;
-   if (isMemoryTold) { // one that reads may have some 30 MB waiting, twice while the buffer grows
+   if (isMemoryMeaningful) { // one that reads may have some 30 MB waiting, twice while the buffer grows
       EXPECT_LT(peak - before, 128u << 10);
    }
 

@@ -26,7 +26,7 @@ namespace Scenario {
 
 class Subscriber final : public Ordel::Connection {
   public:
-   // Returns when all that is there has come.
+   // Returns when everything that exists has arrived.
    Subscriber(std::string const& socket, std::string place)
        : Connection(Records::schema(), "subscriber", Ordel::Role::tool), place_(std::move(place)) {
       std::string error;
@@ -39,18 +39,18 @@ class Subscriber final : public Ordel::Connection {
       begin();
    }
 
-   // Counts from here.
+   // Starts to count from zero.
    void begin() {
       bytes_ = count_ = 0;
       seen_.clear();
    }
    // Takes in all that the database has for it by now.
    void takeAll() {
-      // The database answers behind what is pending; what it answers with is of no interest.
+      // The database answers after what is pending; the answer itself doesn't matter.
       mount(++mounts_, "stage", "", Ordel::mountAwait | Ordel::mountShallow);
       awaitDone();
    }
-   // Takes in what comes until so many operations have been counted.
+   // Takes in what arrives until so many operations have been counted.
    void takeUntil(size_t count) {
       auto const giveUp = std::chrono::steady_clock::now() + limit;
       while (isConnected() && count_ < count) {
@@ -73,7 +73,7 @@ class Subscriber final : public Ordel::Connection {
          text += line + "\n";
       return text;
    }
-   // What is told of operations is kept only where it is wanted: it takes more time than all the rest.
+   // The text of operations is kept only when it is wanted: it takes more time than all the rest.
    void isTellingIs(bool isTelling) { isTelling_ = isTelling; }
 
    Ordel::Tree const& mirror() const { return mirror_; }

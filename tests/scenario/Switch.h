@@ -67,13 +67,13 @@ class Switch {
       return result.output;
    }
    // Whether the selector leads to something.
-   bool stands(std::string const& selector) const { return database_.ctl({"get", selector}).status == 0; }
+   bool exists(std::string const& selector) const { return database_.ctl({"get", selector}).status == 0; }
 
    // The resolved mode and native VLAN of a port, such as "trunk_ 99"; "none" where it has no record.
    std::string port(std::string const& intf) const {
       std::string const selector =
           "bridging/config.switchIntfConfig[" + intf + "].switchportModeAndNativeVlan";
-      if (!stands(selector))
+      if (!exists(selector))
          return "none";
       Json const value = read(selector);
       return value["switchportMode"].get<std::string>() + " " +
@@ -83,7 +83,7 @@ class Switch {
    // "none" where there is no such VLAN.
    std::string members(int vlan) const {
       std::string const selector = "bridging/config.vlanConfig[" + std::to_string(vlan) + "].intf";
-      if (!stands(selector))
+      if (!exists(selector))
          return "none";
       std::string text;
       Json const memberships = read(selector);

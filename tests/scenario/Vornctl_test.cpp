@@ -101,7 +101,7 @@ TEST_F(VornctlTest, explainsAMembershipAndFollowsItsChange) {
    EXPECT_THAT(closed.output, HasSubstr("provisioning decides the port by its number 60; lost: cli 50"));
    EXPECT_THAT(closed.output,
                HasSubstr("> Allowed VLANs  the list 99-102 (trunkAllowedVlans) lacks VLAN 10\n"));
-   // What it advises helps.
+   // Its advice helps.
    std::string const selector =
        "bridging/input/config/provisioning.switchIntfConfig[Ethernet8].trunkAllowedVlans";
    EXPECT_THAT(closed.output, HasSubstr("add 10 to\n    " + selector));
@@ -138,7 +138,7 @@ TEST_F(VornctlTest, rulesAndResolvedStateAgreeOnTheWholeExample) {
    EXPECT_GT(members, 10u);
 }
 
-// What dynamic sources publish counts in the answer exactly as far as the agent applies it.
+// What dynamic sources publish counts in the answer just as far as the agent applies it.
 TEST_F(VornctlTest, dynamicSourcesCountForTheRulesAsForTheAgent) {
    Agent agent(database);
    configure();
@@ -185,7 +185,7 @@ TEST_F(VornctlTest, backlogIsThatOfTheRunningAgent) {
       agent.process().signal(SIGKILL);
       agent.process().wait();
    }
-   // What it left stands, and is told for what it is.
+   // What it left is still shown, and marked as such.
    auto const left = shownJson({"show", "backlog"});
    EXPECT_EQ(left["agent"], "absent");
    EXPECT_EQ(left["figuresOfPid"], first);
@@ -237,7 +237,7 @@ TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
    }
 }
 
-TEST_F(VornctlTest, databaseThatEndsIsTold) {
+TEST_F(VornctlTest, databaseThatEndsIsReported) {
    database.stop();
    Result const result = vornctl({"show", "vlan"});
    EXPECT_EQ(result.status, 4);
