@@ -50,14 +50,14 @@ class CAgent : public Ordel::Mounter {
    // The name by which the database knows the process; that of the agent unless set.
    std::string agentOrdelName() const { return agentOrdelName_.empty() ? name().str() : agentOrdelName_; }
    virtual void agentOrdelNameIs(std::string const& agentOrdelName) { agentOrdelName_ = agentOrdelName; }
-   // How often the trace is told, until the agent is warm, what it is waiting for; 0, as at first, for never.
+   // How often it traces, until the agent is warm, what it is waiting for; 0, as at first, for never.
    Kem::Seconds warmupReportingInterval() const { return warmupReportingInterval_; }
    virtual void warmupReportingIntervalIs(Kem::Seconds interval);
    Kem::Ptr<Ordel::EntityManager> const& entityManager() const { return entityManager_; }
    virtual void entityManagerIs(Kem::Ptr<Ordel::EntityManager> const& entityManager);
    // Path of the settings of the agent's process, an Agent::AgentConfig: "cell/1/agent/config/Vorn".
    std::string agentCfgName() const { return cellPath_ + "/agent/config/" + name().str(); }
-   // Path of what the agent tells of itself: "cell/1/agent/status/Vorn".
+   // Path of what the agent reports about itself: "cell/1/agent/status/Vorn".
    std::string agentStatusName() const { return cellPath_ + "/agent/status/" + name().str(); }
    // The supervisor that the process runs on; 1 unless the runner says otherwise.
    uint32_t cellId() const { return cellId_; }

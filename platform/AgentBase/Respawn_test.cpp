@@ -21,7 +21,7 @@ pid_t forkThatFailsTwice() {
    return pid;
 }
 
-// Stays until it is told to end.
+// Runs until it is asked to end.
 int stay(void*) {
    sigset_t set;
    sigemptyset(&set);

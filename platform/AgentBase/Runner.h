@@ -23,7 +23,8 @@ struct RunnerOptions {
    uint32_t cell = 1;
    bool isRespawning = false;
 
-   // What the database knows the agent by: the supervisors' agents have one name, and connections each their own.
+   // What the database knows the agent by: the supervisors' agents have one name, and connections each
+   // their own.
    std::string clientName() const { return cell == 1 ? name : name + '@' + std::to_string(cell); }
 };
 
@@ -33,7 +34,7 @@ class Runner {
    ~Runner();
 
    // Returns when the agent has ended, with the status that the process should end with. What went wrong has
-   // been told on standard error.
+   // been reported on standard error.
    int run();
 
   private:

@@ -30,8 +30,8 @@ struct StagesHelper::KemProgress final : Stage::Progress::NotifieeConst {
    StagesHelper& helper;
 };
 
-// A stage that is declared may be the one that runs already. The agent is told of it in the next turn: it may
-// be in the middle of its start now.
+// A stage that is declared may be the one that runs already. The agent learns that in the next turn, since it
+// may be in the middle of its start now.
 struct StagesHelper::KemDeclared final : Kem::Clock::NotifieeConst {
    explicit KemDeclared(StagesHelper& h) : NotifieeConst(Kem::ActivityFacility::clock()), helper(h) {}
    void onTime() override { helper.handleDeclared(); }

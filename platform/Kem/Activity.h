@@ -6,7 +6,7 @@
 // delivers again after those of one target. So timers whose work takes long, such as slices of a bulk change,
 // don't hold up what came before them. What handlers queue comes with the next delivery.
 //
-// Behind each delivery the hooks run, by their steps (DeliveryEnd).
+// After each delivery the hooks run, by their steps (DeliveryEnd).
 //
 // stop() ends the turn: what is being called returns, the hooks run once more so that what was written by
 // then can leave, and nothing else is called.
@@ -82,11 +82,11 @@ class DeferredWork {
    virtual bool hasWork() const = 0;
 };
 
-// The steps behind each delivery of a turn, in this order; each relies on those before it. A new kind of
+// The steps after each delivery of a turn, in this order; each relies on those before it. A new kind of
 // output finds its place among them (docs/architecture.md, "The end of a delivery").
 enum class DeliveryEnd : uint8_t {
    encode, // what handlers changed becomes operations: the attribute log
-   settle, // what has to wait until everything is written: a held log is let go, probes are answered
+   settle, // what has to wait until everything is written: a held log is released, probes are answered
    send,   // what has been gathered for others leaves for the kernel
    report, // what may be said only of what has left: "ready"
 };
@@ -119,7 +119,7 @@ class ActivityManager {
    bool isSettled() const;
    // When the next timer is due; `never` while none is set: then only descriptors wake the loop.
    Seconds nextTarget() const;
-   // Called behind each delivery of a turn: by the steps, and within one in the order of adding. A hook may
+   // Called after each delivery of a turn: by the steps, and within one in the order of adding. A hook may
    // add and remove hooks; it runs no handlers, and what it queues comes with the next delivery.
    void deliveryEndHookAdd(DeliveryEnd step, FunctionRef<void()> hook);
    void deliveryEndHookDel(FunctionRef<void()> hook); // nothing where it wasn't added

@@ -460,7 +460,7 @@ TEST_F(DescriptorTest, watchMayBeDestroyedInItsOwnHandler) {
 }
 
 TEST_F(DescriptorTest, newWatchOnTheSameNumberGetsNoEventOfTheOldOne) {
-   // Both are ready in one turn. The first one told closes the other and opens a new one under its number.
+   // Both are ready in one turn. The first one called closes the other and opens a new one under its number.
    Pair other, fresh;
    Watch a, b;
    watch.descriptorIs(-1);

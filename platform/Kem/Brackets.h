@@ -1,6 +1,6 @@
 // A key as it is in a selector: between brackets, and in quotes where it could be misread.
 //
-// One rule for all who write selectors: entities that tell where they stand, and the state database.
+// One rule for all that write selectors: entities that say where they are, and the state database.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace Kem {
 
-// Whether the key can't stand as it is: it is empty, begins with '"', or holds ']' or a control character.
+// Whether the key needs quotes: it is empty, begins with '"', or holds ']' or a control character.
 bool needsQuotes(std::string_view key);
 
 // "[key]", in quotes where it needs them; then \ is before a quote or another \, and control characters

@@ -155,7 +155,7 @@ void Entity::childRemoved(AttrId id, void const* key, Ptr<Entity> const& child) 
          reactor->pend(id, key);
    if (sink_ && !sink_->isMuted())
       sink_->childRemoved(*this, id, key, child);
-   // It stands nowhere now: what is still done to it stays with whoever holds it.
+   // It is in no tree now: later changes of it concern only those who still hold it.
    child->leaveParent();
 }
 

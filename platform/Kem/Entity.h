@@ -1,7 +1,7 @@
-// A named object of the state tree: where it stands, who follows it, and where its changes go.
+// A named object of the state tree: where it is, who follows it, and where its changes go.
 //
 // The attributes themselves are in the generated classes, which call scalarChanged and memberChanged
-// behind each change. A mutator calls no reactor: it records the change in each notifiee that wants
+// after each change. A mutator calls no reactor: it records the change in each notifiee that wants
 // it, and hands it to the sink (the attribute log of the connection that the entity was mounted
 // through). An entity is owned by its parent or by whoever made it; the parent is a plain pointer, and
 // null once the entity has been removed.
@@ -25,7 +25,7 @@ class Notifiee;
 // Position of an attribute in the declared order of its class, inherited ones first.
 using AttrId = uint8_t;
 
-// What a class can tell of itself. `id` is the number of the type in the schema; a class that is in no
+// What is known of a class. `id` is the number of the type in the schema; a class that is in no
 // schema has noTypeId.
 inline constexpr uint16_t noTypeId = 0xffff;
 struct TypeInfo {
@@ -83,9 +83,9 @@ class Entity : public PtrInterface {
    // Writes key and value.
    virtual bool encodeMember(AttrId id, void const* key, Wire::Writer& out) const { return false; }
    virtual void encodeMemberKey(AttrId id, void const* key, Wire::Writer& out) const {}
-   // Tells `out` of every scalar that isn't at its default, and of every member and child: the whole record.
+   // Reports to `out` every scalar that isn't at its default, and every member and child: the whole record.
    virtual void encodeContents(AttributeSink& out) const = 0;
-   // Tells `out` of what makes `before` into this record.
+   // Reports to `out` what makes `before` into this record.
    virtual void encodeDifference(Entity const& before, AttributeSink& out) const = 0;
    // Decodes the key of a collection and calls visit(&key); false when it can't be decoded.
    virtual bool visitMemberKey(AttrId id, Wire::Reader& key, FunctionRef<void(void const*)> visit) const {
@@ -96,7 +96,7 @@ class Entity : public PtrInterface {
    virtual bool applyErase(AttrId id, Wire::Reader& in) { return false; }
    virtual bool applyReference(AttrId id, void const* key, Ptr<Entity> const& target) { return false; }
    virtual Entity* childByKey(AttrId id, Wire::Reader& key) { return nullptr; }
-   // Places the entity that was made for `create` under its decoded key; a standing one is replaced.
+   // Places the entity that was made for `create` under its decoded key; an existing one is replaced.
    virtual bool placeChild(AttrId id, Ptr<Entity> const& child) { return false; }
    virtual void forEachChild(FunctionRef<void(Entity&)> visit) {}
 
@@ -109,7 +109,7 @@ class Entity : public PtrInterface {
       if (sink_ && !isWritable_) [[unlikely]]
          refuseReadOnly();
    }
-   void scalarChanging(AttrId id) const; // the value still stands
+   void scalarChanging(AttrId id) const; // the value has not changed yet
    void memberChanging(AttrId id, void const* key) const;
    void scalarChanged(AttrId id) const; // notifies and logs
    void memberChanged(AttrId id, void const* key) const;

@@ -1,5 +1,5 @@
-// The exceptions of the object platform. A range exception says that a value can't be; it carries the exact
-// text that its type declares. The logic doesn't catch these: one that reaches no catcher ends the process.
+// The exceptions of the object platform. A range exception says that a value is illegal; it carries the exact
+// text that its type declares. The logic doesn't catch these: one that nothing catches ends the process.
 #pragma once
 
 #include <stdexcept>

@@ -91,7 +91,7 @@ void FileDescriptorWatch::apply() {
    epoll_event event{};
    event.events = (wantsReadable_ ? uint32_t(EPOLLIN) : 0u) | (wantsWritable_ ? uint32_t(EPOLLOUT) : 0u);
    event.data.u64 = uint64_t(serial_) << 32 | static_cast<uint32_t>(descriptor_);
-   // Out of the set when nothing is wanted: a hang-up would else be told again and again.
+   // Out of the set when nothing is wanted: a hang-up would else be reported again and again.
    int const operation = !isAdded_ ? EPOLL_CTL_ADD : event.events ? EPOLL_CTL_MOD : EPOLL_CTL_DEL;
    if (operation == EPOLL_CTL_ADD && !event.events)
       return;

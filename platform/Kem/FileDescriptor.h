@@ -1,5 +1,5 @@
 // Watches one file descriptor in the event loop. It does not own the descriptor: destroy the watch before
-// closing it. Level triggered; an error or a hang-up counts as readable, so that the next read tells it. The
+// closing it. Level triggered; an error or a hang-up counts as readable, so that the next read shows it. The
 // descriptor must be one that can be polled: a plain file is an assertion failure.
 #pragma once
 

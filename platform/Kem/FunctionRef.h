@@ -24,7 +24,7 @@ class FunctionRef<Result(Args...)> {
    template <class F>
    requires(!std::is_same_v<std::remove_cvref_t<F>, FunctionRef> &&
             std::is_object_v<std::remove_reference_t<F>> && std::is_invocable_r_v<Result, F&, Args...>)
-       FunctionRef(F&& f)
+       FunctionRef(F&& f) // NOLINT(bugprone-forwarding-reference-overload): the constraint excludes copies
        : object_(const_cast<void*>(static_cast<void const*>(std::addressof(f)))),
          call_([](void* object, Args... args) -> Result {
             return (*static_cast<std::remove_reference_t<F>*>(object))(std::forward<Args>(args)...);

@@ -1,6 +1,6 @@
 // The table under every hashed collection: open addressing, sorted.
 //
-// The home of an entry is the high bits of its bit-reversed hash, and the entries stand sorted by that
+// The home of an entry is the high bits of its bit-reversed hash, and the entries are sorted by that
 // reversed hash (ties by key), each at its home or behind it with no gap between. Two things follow.
 // Iteration order does not depend on the size of the table: growing and shrinking keep it. And a lookup,
 // found or not, ends at the first greater entry. Reversal spreads small consecutive numbers evenly
@@ -15,7 +15,7 @@
 // and 3/4 full; one that loses entries is halved when it is less than 1/8 full.
 //
 // Keys and values may come back to the table from their constructors and destructors. What find() points to
-// stands until the next insertion or removal.
+// stays valid until the next insertion or removal.
 #pragma once
 
 #include "Kem/Assert.h"
@@ -31,7 +31,7 @@
 namespace Kem {
 
 // Hash of a key: its own hash(), or made of the number itself. Numbers of two bytes are theirs: they come in
-// rows. Wider ones are often packed of fields, and what differs may stand in the high bits only.
+// rows. Wider ones are often packed of fields, and may differ in the high bits only.
 template <class Key>
 uint32_t hashOf(Key const& key) {
    if constexpr (requires { key.hash(); }) {
@@ -95,7 +95,7 @@ class HashTable {
       size_t at = lowerBound(order, key);
       if (isAt(at, order, key))
          return {&slots_[at].entry().value, false};
-      // Made before anything moves: `make` may throw or come back here, and `key` may stand in a slot.
+      // Made before anything moves: `make` may throw or come back here, and `key` may be in a slot.
       uint32_t const versionBefore = version_;
       Entry made{key, make()};
       if (size_ >= maxSize())

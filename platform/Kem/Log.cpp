@@ -24,7 +24,7 @@ bool LogHandle::okToLog(unsigned) const {
    if (interval_ <= 0)
       return true;
    Seconds const time = now();
-   // A test's clock may stand before the time of the last message.
+   // A test's clock may be set to before the last message.
    room_ = std::min(burst_, room_ + std::max(time - refilled_, 0.0) * burst_ / interval_);
    refilled_ = time;
    if (room_ < 1)

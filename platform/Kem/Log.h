@@ -29,7 +29,7 @@ class LogHandle {
    char const* recommendedAction() const { return recommendedAction_; }
 
    // Whether the rate leaves room for a message now; asking takes the room. `n` is the number of messages
-   // that the caller has left out before this one; it is told in the line where it isn't 0.
+   // that the caller has left out before this one; the line names it unless it is 0.
    bool okToLog(unsigned n) const;
    void log(unsigned n, char const* const* args, unsigned count) const;
 

@@ -1,4 +1,4 @@
-// The base of every reactor: what it follows, what it still has to be told, and
+// The base of every reactor: what it follows, what is still to be delivered to it, and
 // whether it takes notifications.
 //
 // A reactor derives from the NotifieeConst of the class that it follows and overrides the onX that it wants:
@@ -10,7 +10,7 @@
 //       ...
 //    };
 //
-// Which onX are overridden is found out when it is compiled; the others cost nothing, not even a queue entry.
+// Which onX are overridden is known at compile time; the others cost nothing, not even a queue entry.
 // A change is recorded here by attribute and key and delivered in a later turn of the loop, so that many
 // changes of one thing are one notification, which reads the latest state:
 //
@@ -90,8 +90,8 @@ class PendingKeys {
   private:
    std::vector<Key> keys_;
    size_t next_ = 0;      // those before it have been taken
-   uint64_t dropped_ = 0; // taken ones that no longer stand in keys_
-   // Of many keys: where each stood last, counted from the first key ever; behind the taken ones if it waits.
+   uint64_t dropped_ = 0; // taken ones that are no longer in keys_
+   // Of many keys: the last place of each, counted from the first key ever; past the taken ones if it waits.
    ValueMap<Key, uint64_t> positions_;
 };
 

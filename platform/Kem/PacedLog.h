@@ -1,5 +1,5 @@
 // A message for the operator that many things may have to say at once: what its rate leaves out is counted,
-// and the next line that comes through tells how many.
+// and the next line that comes through says how many.
 //
 //    static Kem::LogHandle const intfDown("INTF_DOWN", 4, {"%s is down"}, NoActionRequired, 10.0, 100.0);
 //    Kem::PacedLog intfDownLog_{intfDown};

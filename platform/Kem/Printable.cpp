@@ -82,7 +82,7 @@ std::string printableJson(std::string json) {
    std::string out;
    size_t done = 0;
    for (size_t at = 0; at < json.size();) {
-      // Those of ASCII but DEL are escaped already where they stand in a string.
+      // Those of ASCII but DEL are escaped already when they are in a string.
       auto const byte = static_cast<uint8_t>(json[at]);
       if (byte < 0x7f) {
          ++at;

@@ -1,7 +1,7 @@
 // What the mutators of generated records share: each is one line that calls one of these.
 //
-// All follow one order: nothing when nothing would change; the refusal of a read-only instance; the word
-// before the change to a held log; the change; the notifications and the log.
+// All follow one order: nothing when nothing would change; the refusal of a read-only instance; the call to
+// a held log before the change; the change; the notifications and the log.
 #pragma once
 
 #include "Kem/Entity.h"
@@ -10,7 +10,7 @@
 
 namespace Kem {
 
-// A standing child was asked for with another constructor input: the value that
+// An existing child was asked for with another constructor input: the value that
 // it has, and the one asked for.
 [[noreturn]] void throwReinstantiating(char const* attribute, std::string const& standing,
                                        std::string const& asked);

@@ -12,7 +12,7 @@ class RecordTest : public LoopTest {
    Ptr<Box> const box = Box::make("box");
    HearsAll reactor{box};
 
-   // What the reactor hears of what was changed since the last call.
+   // The reactor's notifications of what was changed since the last call.
    Calls heard() {
       loop().runUntilIdle();
       return reactor.take();

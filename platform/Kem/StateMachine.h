@@ -8,12 +8,12 @@
 //
 // A machine names its parts once, in forEachPart: its reactors and clocks, its children, and collections of
 // these. From then on delivery is switched on and off for all of them (hasNotificationActiveIs), and they
-// become zombies together, children's children too. A part that is left out there goes on hearing.
+// become zombies together, children's children too. A part that is left out there still gets notifications.
 //
-// A machine whose last reference goes makes itself and all below it zombies before anything of it is
-// destroyed, so that no child dies with live reactors. An owner removes a child with childDel, which is the
-// whole teardown in its order. A zombie runs no handlers: its reactors hear nothing, and handlers that are
-// called directly begin with isReady().
+// A machine that loses its last reference makes itself and all below it zombies before anything of it is
+// destroyed, so that no child dies with live reactors. An owner removes a child with childDel, which does the
+// whole teardown in its order. A zombie runs no handlers: its reactors are not notified, and handlers that
+// are called directly begin with isReady().
 #pragma once
 
 #include "Kem/Ptr.h"
@@ -81,7 +81,7 @@ class StateMachine : public PtrInterface {
    virtual void handleInitialized() { initializedIs(true); }
 
    virtual void hasNotificationActiveIs(bool isActive);
-   // false revives: the reactors hear of everything that they follow once more, as after a new registration.
+   // false revives: the reactors are notified of everything that they follow, as after a new registration.
    virtual void kemDoZombieReactors(bool areZombies);
 
    // Its owner leaves what it wrote as it is when it ends: tearDown() skips doPrepareToDie.
@@ -90,7 +90,7 @@ class StateMachine : public PtrInterface {
    // Takes back what the machine wrote, before its owner removes it. Its reactors are zombies by then;
    // children that are to take theirs back are removed by it.
    virtual void doPrepareToDie() {}
-   // The teardown up to the point where the owner lets go: zombies first, then doPrepareToDie.
+   // The teardown up to the point where the owner drops its reference: zombies first, then doPrepareToDie.
    void tearDown();
 
   protected:

@@ -93,7 +93,7 @@ struct StateMachineTest : LoopTest {
       theCalls.clear();
       Port::ended = 0;
    }
-   // What the tree hears of a change, and of a timer that is due.
+   // The tree's notifications of a change, and of a timer that is due.
    Calls heard() {
       theCalls.clear();
       box->labelIs(Kem::String8("x" + std::to_string(++changes)));

@@ -1,8 +1,8 @@
 // Counted immutable byte strings: String8, and Name for the short names of entities.
 //
-// Both are one pointer wide and share their bytes on copy, so that a name can stand in many
+// Both are one pointer wide and share their bytes on copy, so that a name can be in many
 // records at the price of a pointer each. The empty string is the null pointer. Bytes are not
-// interpreted; NULs may stand in the middle.
+// interpreted; NULs may occur in the middle.
 #pragma once
 
 #include <atomic>
@@ -32,7 +32,7 @@ class String8 {
 
    bool empty() const { return rep_ == nullptr; }
    size_t size() const { return rep_ ? rep_->size : 0; }
-   // The bytes with a NUL behind them; never null.
+   // The bytes with a NUL after them; never null.
    char const* charPtr() const { return rep_ ? rep_->bytes() : ""; }
    std::string_view view() const { return {charPtr(), size()}; }
    std::string str() const { return std::string(view()); }

@@ -1,5 +1,5 @@
 // The small world of the unit tests of this room: hand-written records in the form of the generated ones,
-// reactors that write down what they hear, and a fixture that holds the clock.
+// reactors that record their notifications, and a fixture that owns the clock.
 //
 //    Box   label, count          scalars
 //          weight[u32]           values in a hash map
@@ -23,7 +23,7 @@ namespace KemTest {
 using Kem::AttrId;
 using Kem::Ptr;
 using Kem::String8;
-using Calls = std::vector<std::string>; // what was heard, in order
+using Calls = std::vector<std::string>; // notifications, in order
 
 class Item final : public Kem::Record {
   public:
@@ -308,12 +308,12 @@ struct HearsAll final : Box::NotifieeConst {
    void onItem() override { calls.push_back("item"); }
    void onItemkemImmediate() override { calls.push_back("item immediate"); }
 
-   // What was heard since the last call of this.
+   // The notifications since the last call of this.
    Calls take() { return std::exchange(calls, {}); }
    Calls calls;
 };
 
-// A test with the clock in its hand: it starts at 1000 seconds and stands. At its end the loop must be empty.
+// A test that owns the clock: it starts at 1000 seconds and stands still. At its end the loop must be empty.
 class LoopTest : public ::testing::Test {
   protected:
    ~LoopTest() override { EXPECT_TRUE(loop().activitySm().isEmpty()) << "a reactor is still queued"; }

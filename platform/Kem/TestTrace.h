@@ -27,7 +27,7 @@ class TestTrace {
       std::string text;
    };
 
-   // Beside level 0 of all facilities, the levels of the setting.
+   // Captures the levels of the setting besides level 0 of all facilities.
    explicit TestTrace(std::string_view setting = {}) {
       KEM_ASSERT(!theOne);
       theOne = this;

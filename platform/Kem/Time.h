@@ -1,6 +1,6 @@
 // The clock that everything reads: seconds of a monotonic clock, as a double.
 //
-// A test takes the clock over with VirtualTime; from then on it stands still until the test moves it.
+// A test takes the clock over with VirtualTime; from then on it stops until the test moves it.
 #pragma once
 
 #include <limits>

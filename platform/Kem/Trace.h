@@ -3,7 +3,7 @@
 //    0 failures and state changes that matter   1 missing objects   3, 5 flow   8, 9 entry to handlers
 //
 // A disabled trace costs two byte reads: the facility's byte of the level, and the coverage byte. What is
-// enabled is told by a setting, a list of PATTERN/LEVELS, later ones winning:
+// enabled is given by a setting, a list of PATTERN/LEVELS, later ones winning:
 //
 //    "*/0,Vorn*/0-5,Ordel/9"      * matches any run of characters; LEVELS is n-m, n for 0-n, "-" for none
 //

@@ -1,4 +1,4 @@
-// How values stand in bytes: on the wire, in snapshots, in the attribute log.
+// The values as bytes: on the wire, in snapshots, in the attribute log.
 //
 // Little endian. Numbers have the width of their type, so that a small record is copied and not parsed;
 // strings have a length before them (1 byte up to 254, else 255 and 4 bytes). A Reader never reads outside

@@ -1,5 +1,5 @@
 // The table of learned hosts, "bridging/status": what the forwarding hardware's agent has learned, by
-// filtering database and address. Read-only; what a table does is told in Plaze/Table.h.
+// filtering database and address. Read-only; Plaze/Table.h says what a table does.
 #pragma once
 
 #include "Plaze/Table.h"

@@ -1,6 +1,6 @@
 // The table of interface counters, "interface/counter/subintf/current": frames and bytes of
-// each subinterface, written by the agent of the forwarding hardware. Read-only; what a table
-// does is told in Plaze/Table.h.
+// each subinterface, written by the agent of the forwarding hardware. Read-only; Plaze/Table.h
+// says what a table does.
 #pragma once
 
 #include "Plaze/Table.h"

@@ -3,7 +3,7 @@
 namespace Plaze {
 
 namespace {
-// What no mark comes to: the block has to be looked at.
+// A value that no mark can have: the block has to be looked at.
 constexpr uint64_t unknownMark = ~uint64_t(0);
 } // namespace
 
@@ -97,7 +97,7 @@ void KeyShadow::look(Reader const& reader, uint32_t slot, Found& found) {
    sequences_[slot] = sequence;
    std::string& known = keys_[slot];
    // The old key is gone only if it hasn't been seen in another slot meanwhile. A pass can find one key in
-   // two slots, when it moved between two looks; the one seen last is where it stands.
+   // two slots, when it moved between two looks; it is in the one seen last.
    if (known != entry.key)
       if (auto const at = slots_.find(known); at != slots_.end() && at->second == slot) {
          found.goes(known);

@@ -1,13 +1,13 @@
 // The keys of a table as a reader last saw them, and the pass that finds what has become of them since.
 //
 // It remembers, for each slot, the sequence and the key that was there, and no values. A pass looks at the
-// change counter, then at the sequences that have moved, and tells each key that was added, changed or
-// removed exactly once. A key whose value was changed and changed back is told as changed; one that went and
-// came back is told as changed too, and one that came and went not at all.
+// change counter, then at the sequences that have moved, and reports each key that was added, changed or
+// removed exactly once. A key whose value was changed and changed back counts as changed; one that went and
+// came back counts as changed too, and one that came and went is not reported.
 //
 // A pass is no picture of the whole table at one moment: each entry is whole, but what is written behind the
-// point where the pass stands comes with the next pass. A slot that can't be read stays as it was remembered,
-// and is looked at again in the next pass.
+// point that the pass has reached comes with the next one. A slot that can't be read stays as it was
+// remembered, and is looked at again in the next pass.
 //
 // When the path shows another table (not just the same one grown), every key of the new one
 // counts as changed, because its value isn't known to be the same. When the file goes or is
@@ -34,7 +34,7 @@ class KeyShadow {
    using Slots = std::unordered_map<std::string, uint32_t, BytesHash, std::equal_to<>>;
 
    struct Outcome {
-      size_t changes = 0;    // keys told
+      size_t changes = 0;    // keys reported
       size_t unreadable = 0; // slots that were torn or damaged
    };
 
@@ -42,7 +42,7 @@ class KeyShadow {
    // one and the same for all passes.
    Outcome pass(Reader& reader, Visit const& visit);
 
-   // Where each key stands, as of the last pass.
+   // The slot of each key, as of the last pass.
    Slots const& slots() const { return slots_; }
 
   private:

@@ -92,7 +92,7 @@ TEST_F(KeyShadowTest, KeyThatMovesToAnotherSlotIsChanged) {
    EXPECT_EQ(keys(), "a c ");
 }
 
-// A key that moved to and fro between two passes was once told as removed although it was there:
+// A key that moved to and fro between two passes was once reported as removed although it was there:
 // 1. A pass reads "a" in slot 0; while it reads slot 1, "a" moves to slot 2, where the pass finds it again.
 // 2. "a" moves back into slot 0, which still has it in the shadow, and slot 2 becomes free.
 // 3. The next pass takes slot 0 for unmoved, and slot 2 for the one that "a" has left.

@@ -1,4 +1,4 @@
-// How a shared-memory table stands in its file: what Writer lays out and Reader trusts nothing of.
+// The layout of a shared-memory table in its file: Writer makes it, and Reader trusts nothing of it.
 //
 //    0          Header: what the table is. Written before the file gets its name, and never changed
 //    2048       Counters: what moves. Written by the one writer only
@@ -8,10 +8,10 @@
 //
 // All numbers are little endian, everything that moves is an aligned word of 8 bytes, and every offset
 // follows from the three sizes in the header, so that no offset in the file has to be believed. The sequences
-// stand apart from the slots, so that looking for what has changed reads few lines of memory.
+// are apart from the slots, so that looking for what has changed reads few lines of memory.
 //
 // How a slot is read while it is being written (a sequence lock). Its sequence is even while the
-// slot stands still and odd while it is being written; each writing moves it by two and it never
+// slot is complete and odd while it is being written; each writing moves it by two and it never
 // comes back to an earlier value.
 //
 //    writer                                       reader
@@ -115,7 +115,7 @@ inline size_t wordsFor(size_t bytes) {
    return (bytes + wordBytes - 1) / wordBytes;
 }
 
-// Where things stand in a file of these sizes, which are within the limits.
+// Where things are in a file of these sizes, which are within the limits.
 struct Places {
    uint32_t keyBytes, valueBytes, capacity;
 

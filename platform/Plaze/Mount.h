@@ -20,7 +20,7 @@
 namespace KemPlaze {
 
 // How a table is read. The numbers are those of the platform; a key shadow is the one way that is served: the
-// process remembers which keys it has seen and is told which of them changed.
+// process remembers which keys it has seen and is notified which of them changed.
 enum Mode : int { keyShadow = 3 };
 
 struct MountInfo {

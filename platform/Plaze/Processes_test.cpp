@@ -30,7 +30,7 @@ pid_t inProcess(Body&& body) {
 volatile std::sig_atomic_t isWriterToEnd = 0;
 
 // Puts and removes keys until SIGTERM, and at last a key that ends the readers. Numbers rise, so that a
-// reader can tell a value that comes back from the past.
+// reader can recognise an old value that comes back.
 void writeUntilTold(std::string const& path, uint64_t seed) {
    signal(SIGTERM, [](int) { isWriterToEnd = 1; });
    Writer writer(path, testShape, 4);
@@ -76,7 +76,7 @@ Verdict followUntilEnd(std::string const& path, uint64_t enough = 0, pid_t write
          Entry entry;
          uint64_t sequence;
          if (reader.read(at->second, entry, sequence) != Reader::Result::entry)
-            return; // removed or replaced since: the next pass tells
+            return; // removed or replaced since: the next pass shows it
          ++verdict.reads;
          if (!checksItself(entry.key, entry.value))
             ++verdict.garbage;

@@ -2,8 +2,8 @@
 //
 // It maps the file for reading only, and finds the path's new file by itself when the table has grown, been
 // replaced, or come into being (refresh). A slot is copied whole or not at all: a torn copy is repeated, at
-// most maxTries times, and then told as torn. Nothing that is in the file can make it read outside of its
-// mapping; TableFile.h tells the one thing that a damaged file can still do.
+// most maxTries times, and then reported as torn. Nothing that is in the file can make it read outside of its
+// mapping; TableFile.h names the one thing that a damaged file can still do.
 //
 // It keeps nothing of what it read; KeyShadow does.
 #pragma once
@@ -20,21 +20,21 @@ struct Entry {
 
 class Reader {
   public:
-   // Bounds how long a reader stands at a slot whose writer was stopped in the middle of it: some 20
+   // Bounds how long a reader stays at a slot whose writer was stopped in the middle of it: some 20
    // microseconds, then it yields the processor between tries, so that a writer on the same one can go on.
    static constexpr unsigned maxTries = 200;
    static constexpr unsigned busyTries = 100;
 
    enum class State {
       absent,  // there is no file
-      refused, // there is one that is no such table: reason() tells
+      refused, // the file is no such table: reason() says why
       good,
    };
    enum class Result {
       entry,   // copied
       free,    // the slot holds nothing
       torn,    // being written all the time
-      damaged, // stands still and holds what no writer makes
+      damaged, // complete, but holds what no writer makes
    };
 
    explicit Reader(std::string path) : path_(std::move(path)) {}

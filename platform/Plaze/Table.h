@@ -50,7 +50,7 @@ class Table : public Kem::Entity {
    bool corruptionDetected() const { return corruptionDetected_; }
    void corruptionDetectedIs(bool detected) { corruptionDetected_ = detected; }
 
-   // Looks now, without waiting to be woken. Reactors are told in a later turn.
+   // Looks now, without waiting to be woken. Reactors are notified in a later turn.
    void update() { look(); }
 
    Kem::AttrId attributeCount() const override { return 1; }

@@ -121,12 +121,12 @@ std::unique_ptr<TableFile> TableFile::create(std::string const& path, Shape cons
    header.check = Layout::headerCheck(header);
    file->places_ = places;
 
-   // The file has no name until it is whole, and goes by itself where this process dies before that.
+   // The file has no name until it is whole, and vanishes by itself if this process dies before that.
    file->fd_ = ::open(directoryOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0644);
    if (file->fd_ < 0)
       throwSystem(path, "can't be made");
-   // All of it has room before any of it is touched: later there is nobody to
-   // tell that the memory is used up.
+   // All of it has room before any of it is touched: later nobody could
+   // be told that the memory is used up.
    if (int const failed = posix_fallocate(file->fd_, 0, static_cast<off_t>(places.fileBytes())))
       throwSystem(path, "no room for " + std::to_string(places.fileBytes()) + " bytes", failed);
    if (fstat(file->fd_, &file->status_) != 0)

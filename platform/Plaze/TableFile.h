@@ -1,9 +1,9 @@
-// One file of a table, mapped: what Writer and Reader stand on. It checks that the file is a table, and knows
+// One file of a table, mapped: the base of Writer and Reader. It checks that the file is a table, and knows
 // nothing of sequences or of what is in the slots.
 //
 // Only files of trusted owners are opened (Trust.h), and none through a symbolic link. Even such a file may
-// be cut short by whoever may write it: the mapping then reads as zeros, and isLost() tells (Mapping.h). Our
-// own writer never does that: a table that grows is a new file.
+// be cut short by whoever may write it: the mapping then reads as zeros, and isLost() says so (Mapping.h).
+// Our own writer never does that: a table that grows is a new file.
 #pragma once
 
 #include "Plaze/Layout.h"

@@ -1,4 +1,4 @@
-// Where the tables of a system stand: <root>/<system name>/Plaze/<path>, such as
+// Where the tables of a system are: <root>/<system name>/Plaze/<path>, such as
 // "/dev/shm/ar/Plaze/bridging/status". Without the root it is the text that the agent
 // publishes for other processes.
 #pragma once

@@ -54,7 +54,7 @@ bool TableWatch::follow() {
 }
 
 void TableWatch::look(bool isRung) {
-   // Before the look: what changes after it is heard.
+   // Before the look: later changes are notified.
    bool const isNew = follow();
    bool const wantsSoon = onMaybeChanged_();
    clock_.timeMinIs(Kem::now() + (isRung || isNew || wantsSoon ? followUpDelay

@@ -165,7 +165,7 @@ std::optional<std::string> Writer::value(std::string_view key) const {
    auto const at = slots_.find(key);
    if (at == slots_.end())
       return std::nullopt;
-   // Nobody else writes, so it stands still.
+   // Nobody else writes, so it doesn't change.
    uint64_t const offset = file_->slotOffset(at->second);
    char const* const base = file_->base();
    uint64_t const word = Layout::wordAt(base, offset).load(std::memory_order_relaxed);
@@ -211,7 +211,7 @@ void Writer::ring() {
       return;
    lastRing_ = now;
    // By the path: through a descriptor that was opened before the file had a name,
-   // the directory hears of nothing.
+   // the directory gets no notification.
    utimensat(AT_FDCWD, path_.c_str(), nullptr, 0);
 }
 

@@ -1,4 +1,5 @@
-// How a program says what went wrong: one line on standard error, "program: place: reason", and an exit status.
+// How a program says what went wrong: one line on standard error, "program: place: reason", and an
+// exit status.
 //
 // A command raises a Failure, which knows its status, and runTool in the tool's main makes the line of it.
 #pragma once
@@ -40,14 +41,14 @@ using UsageError = FailureOf<exitUsage>;        // the command line, or the inpu
 using Refused = FailureOf<exitRefused>;         // by the database
 using Unreachable = FailureOf<exitUnreachable>; // the database; also where it doesn't answer or goes
 
-// Writes the line "who: text" to standard error, whatever is in the text. What standard output still has in its
-// buffer comes first.
+// Writes the line "who: text" to standard error, whatever is in the text. What standard output still has in
+// its buffer comes first.
 void say(std::string_view who, std::string_view text);
 // The same with the number of the process, "agent-runner[4711]: text", for programs that run for long.
 void sayWithPid(std::string_view who, std::string_view text);
 
 // Runs a tool: returns what the command returns, or the status of the Failure that it raises, which is said.
-// Where nobody reads the output any more the process ends without a word, as other tools of its kind do.
+// When nobody reads the output any more the process ends silently, as other tools of its kind do.
 int runTool(char const* program, Kem::FunctionRef<int()> command);
 
 } // namespace Process

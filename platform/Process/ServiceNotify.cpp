@@ -15,7 +15,7 @@ namespace Process {
 
 namespace {
 
-// Empty, or why it wasn't told.
+// Empty, or why it could not be notified.
 std::string notify(std::string const& path, char const* state) {
    sockaddr_un address{};
    address.sun_family = AF_UNIX;

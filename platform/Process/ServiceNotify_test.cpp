@@ -29,7 +29,7 @@ class Manager {
       close(socket_);
       unsetenv("NOTIFY_SOCKET");
    }
-   // The next thing that it was told; empty when there is none.
+   // The next message that it received; empty when there is none.
    std::string told() {
       char bytes[64];
       ssize_t const count = recv(socket_, bytes, sizeof bytes, 0);

@@ -1,9 +1,9 @@
 // The name of an interface as a value of four bytes: "Ethernet3/1", "Port-Channel5.7", "Vlan100", "Cpu".
 //
 // A name of a known form is regular: kind and numbers are packed into the representation, the same in every
-// process, without a table. Every other name is irregular: its text stands once in a table of the process and
-// the representation is its index with the top bit set. A name is regular only if the packed form gives back
-// exactly the same text; leading zeros and numbers too large for their field make it irregular. So equal
+// process, without a table. Every other name is irregular: its text is kept once in a table of the process
+// and the representation is its index with the top bit set. A name is regular only if the packed form gives
+// back exactly the same text; leading zeros and numbers too large for their field make it irregular. So equal
 // names have equal representations, and comparing two ids for equality compares two integers. An IntfId
 // doesn't know whether an interface of that name exists.
 //
@@ -11,7 +11,7 @@
 // ids for which stringValue() was called (about 100 bytes each). There are as many as the switch has had
 // interface names. The tables belong to the one thread that runs the logic; there is no lock.
 //
-// Representation of regular ids: bit 31 is 0, bits 30..27 are the code of the form, the numbers stand below
+// Representation of regular ids: bit 31 is 0, bits 30..27 are the code of the form, the numbers are below
 // it, the first one highest, so that within a form integers order as the names do.
 //
 //    code  form              widths of the numbers in bits
@@ -48,7 +48,7 @@
 
 namespace Sulvi {
 
-// What an interface is, told from its name alone. A known word must be followed by numbers without
+// What an interface is, judged by its name alone. A known word must be followed by numbers without
 // leading zeros: one, or, for Ethernet, Management and Internal, any count of them joined by "/". So
 // "Ethernet1/2/3/4" is an ethernet although it has no packed form, and "Vlan007" and "Ethernet1/"
 // are other. A name that ends in "." and a number is a subinterface, and only that:
@@ -151,7 +151,7 @@ class IntfId {
 static_assert(sizeof(IntfId) == 4 && std::is_trivially_copyable_v<IntfId>);
 
 // The number of a regular id, which is its representation; 0 for the empty id. The same in every process, so
-// it can stand in published records. Any other id raises Kem::RangeException, "IntfId Foo7 has no number".
+// it can be used in published records. Any other id raises Kem::RangeException, "IntfId Foo7 has no number".
 uint32_t intfToU32(IntfId id);
 // The reverse. A number that no id has raises Kem::RangeException, "number 134217727 is no IntfId". To ask
 // before: IntfId::isRegularRep.

@@ -1,8 +1,8 @@
-// What kind of interface a name tells of, and the numbers in it. Each struct holds the questions about one
+// What kind of interface a name means, and the numbers in it. Each struct holds the questions about one
 // kind; none of them looks at records, so an answer says nothing about whether the interface exists.
 //
 // The kinds exclude each other: "Ethernet3/1.100" is a subinterface and not an Ethernet port,
-// "Vlan10.5" is a subinterface and not a VLAN interface. IntfId.h tells which names are of which
+// "Vlan10.5" is a subinterface and not a VLAN interface. IntfId.h says which names are of which
 // kind. No function here raises.
 #pragma once
 

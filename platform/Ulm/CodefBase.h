@@ -25,8 +25,8 @@ class CodefBase : public Kem::StateMachine, private Kem::DeferredWork {
    // How soon a slice that ended for want of room is tried again. The kernel takes what a socket holds in
    // some tens of microseconds when the peer reads.
    static constexpr Kem::Seconds roomPause = 0.001;
-   // The same where it had finished nothing. It comes before the stages that used up the room: a single change
-   // must not wait for the end of a bulk change that fills the log again and again.
+   // The same where it had finished nothing. It comes before the stages that used up the room: a single
+   // change must not wait for the end of a bulk change that fills the log again and again.
    static constexpr Kem::Seconds roomPauseOfNothing = 0.0001;
 
    // A null clock stands for none: nothing runs before one is set.
@@ -41,7 +41,7 @@ class CodefBase : public Kem::StateMachine, private Kem::DeferredWork {
    // Length of a slice in seconds.
    Kem::Seconds backlogQuantum() const { return backlogQuantum_; }
    virtual void backlogQuantumIs(Kem::Seconds const& seconds) { backlogQuantum_ = seconds; }
-   uint64_t updatesSeen() const { return updatesSeen_; }           // entries that the stage was told about
+   uint64_t updatesSeen() const { return updatesSeen_; }           // entries that were reported to the stage
    uint64_t updatesProcessed() const { return updatesProcessed_; } // entries that slices finished
    Kem::Seconds timeUsed() const { return timeUsed_; }             // seconds spent in slices
    uint64_t dispatchCount() const { return dispatchCount_; }       // slices run

@@ -48,7 +48,7 @@ class VlanIdSet {
 // Adds the VLANs of a list such as "1, 5-9,100" to the set and keeps what is there.
 //
 // A list is items with commas between; an item is a number from 1 to 4094, or two with a hyphen
-// between, which stand for both and all between them. Blanks may stand around numbers, items may
+// between, which stand for both and all between them. Blanks may surround numbers, items may
 // overlap and come in any order, and an empty item says nothing. An item that is none of these
 // (garbage, a number out of range, a reversed range) is left out, and the others count: a publisher's
 // slip must not take away the VLANs that it spelled right.

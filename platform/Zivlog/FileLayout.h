@@ -1,4 +1,4 @@
-// How a trace file stands on disk; shared by TraceFile, which writes it, and Reader, which trusts none of it.
+// The layout of a trace file; shared by TraceFile, which writes it, and Reader, which trusts none of it.
 //
 //    0          FileHeader, written once before the file gets its name
 //    4096       Counters, rewritten with each record; no record is found by them

@@ -1,6 +1,6 @@
 // Reads a trace file, of a living process or a dead one, whole or damaged.
 //
-// A Reader is a snapshot: it holds the bytes as they stood when it was made, so the file may be written,
+// A Reader is a snapshot: it holds the bytes as they were when it was made, so the file may be written,
 // truncated or deleted meanwhile. It believes nothing it reads: what isn't a valid record is skipped, and no
 // input, however hostile, makes it read outside its bytes. Texts are the bytes that were written; whoever
 // prints them escapes them.
@@ -56,7 +56,7 @@ class Reader {
    struct Header {
       std::string program;
       uint32_t pid = 0;
-      uint64_t seed = 0; // tells one file from another of the same name
+      uint64_t seed = 0; // distinguishes files of the same name
       int64_t startWallNs = 0;
       int64_t closedWallNs = 0; // 0: still open, or the process was killed
    };
@@ -74,7 +74,7 @@ class Reader {
    // Raises ReadError, whose text names the reason but not the file.
    static Reader ofFile(std::string const& path);
    static Reader ofBytes(std::string bytes) { return Reader(std::move(bytes)); }
-   // What tells whether a file has changed, read without the rest of it: cheap enough
+   // What shows whether a file has changed, read without the rest of it: cheap enough
    // to ask often. Raises ReadError.
    struct Stamp {
       uint64_t seed;     // as in Header

@@ -280,7 +280,7 @@ void TraceFile::list(unsigned area, Kind kind, uint32_t formatId, std::span<std:
 }
 
 // Finds the place of the next record. Where the ring begins again, the rest up to its end is cleared: records
-// of the round before would otherwise stand there for another round, far older than all the others.
+// of the previous round would otherwise stay there for another round, far older than all the others.
 char* TraceFile::reserve(Ring& ring, uint32_t bytes) {
    if (ring.next + padded(bytes) > ring.bytes) {
       std::memset(ring.base + ring.next, 0, ring.bytes - ring.next);

@@ -28,7 +28,7 @@ using Sizes = std::array<uint32_t, levelCount>;
 using FormatId = uint32_t;
 
 // Registers a format of rows. `format` is text with a "%s" for each field and "%%" for a percent sign; the
-// number of "%s" must be `fieldCount`, at most 32. `name` stands where text records have their facility.
+// number of "%s" must be `fieldCount`, at most 32. `name` is where text records have their facility.
 // Registering the same name and format again gives the same number. Can be called before any file is open.
 FormatId registerFormat(std::string_view name, std::string_view format, unsigned fieldCount);
 
@@ -87,7 +87,7 @@ class TraceFile {
    FileLayout::Counters* counters_ = nullptr;
    std::array<uint64_t, levelCount> written_{};
    std::array<Ring, levelCount + 1> areas_{};
-   FormatId storedFormats_ = 0;    // formats up to this one stand in the file, or found no room there
+   FormatId storedFormats_ = 0;    // formats up to this one are in the file, or found no room there
    int64_t wallOffsetNs_ = 0;      // wall clock less monotonic clock, when last compared
    uint64_t comparedClocksNs_ = 0; // monotonic time of that
 };

@@ -1,4 +1,4 @@
-// Where a trace file stands, and how many old ones are left standing.
+// Where a trace file is, and how many old ones are kept.
 #pragma once
 
 #include <string>

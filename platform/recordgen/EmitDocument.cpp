@@ -11,10 +11,10 @@ namespace {
 
 char const* const introduction = R"(# Records
 
-What stands in the state tree: places, records, and the types of their values. Made from `platform/records/*.schema`;
-after a change there, `cmake --build build --target records-doc` writes this page anew.
+What is in the state tree: places, records, and the types of their values. Made from `platform/records/*.schema`;
+after a change there, `cmake --build build --target records-doc` writes this page again.
 
-A record is an *entity*: a key (where it stands in a collection), inputs (given when it is created, read-only
+A record is an *entity*: a key (its place in a collection), inputs (given when it is created, read-only
 afterwards) and attributes. An attribute holds one value, or a collection:
 
 | form | holds |
@@ -22,15 +22,15 @@ afterwards) and attributes. An attribute holds one value, or a collection:
 | `T` | one value |
 | `map K -> T` | values by key |
 | `children K -> T` | entities by key, which live and die with their owner |
-| `ref T` | one entity that stands elsewhere, or null |
-| `refs K -> T` | entities that stand elsewhere, by key |
+| `ref T` | one entity elsewhere in the tree, or null |
+| `refs K -> T` | entities elsewhere in the tree, by key |
 
 Collections marked *ordered* iterate in the order of their keys. A reader sees the default until somebody has written.
-A field marked *key* in a value record holds the key that the record stands under in a map: it is filled in where a
+A field marked *key* in a value record holds the key that the record is under in a map: it is filled in where a
 document leaves it out, and refused where it differs.
 )";
 
-// A mark of a table can't stand in a cell as it is.
+// The marks of a table must be escaped in a cell.
 std::string cell(std::string const& text) {
    std::string result;
    for (char const c : text)
@@ -177,7 +177,8 @@ class DocumentEmitter {
             out_.put("| " + std::to_string(e.number) + " | " + code(e.name) + " | " + cell(e.meaning) + " |");
       } else if (type.isStruct()) {
          if (!type.joint.empty())
-            out_.put("As a key in text, its fields stand with " + code(type.joint) + " between them.").gap();
+            out_.put("As a key in text, its fields are written with " + code(type.joint) + " between them.")
+                .gap();
          out_.put("| field | type | default | meaning |\n|---|---|---|---|");
          for (auto const& f : type.fields)
             out_.put("| " + code(f.name) + (f.isKey ? " *key*" : "") + " | " + link(*f.type) + " | " +

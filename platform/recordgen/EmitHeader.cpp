@@ -195,9 +195,9 @@ class HeaderEmitter {
 )",
                words);
       if (a.target->parameters().empty())
-         out_.put("   Kem::Ptr<$T> $x~Is($parameters); // the standing one, or a new one", words);
+         out_.put("   Kem::Ptr<$T> $x~Is($parameters); // the existing one, or a new one", words);
       else
-         out_.put("   // The standing one, or a new one. A standing one with other inputs raises a range "
+         out_.put("   // The existing one, or a new one. An existing one with other inputs raises a range "
                   "exception.\n"
                   "   Kem::Ptr<$T> $x~Is($parameters);",
                   words);
@@ -206,7 +206,7 @@ class HeaderEmitter {
                   "removed.\n"
                   "   void $x~Is(Kem::Ptr<$T> const& child);",
                   words);
-      out_.put(R"(   Kem::Ptr<$T> new$X($parameters); // replaces a standing one
+      out_.put(R"(   Kem::Ptr<$T> new$X($parameters); // replaces an existing one
    void $x~Del($kin key);
    void $x~DelAll();
 )",
@@ -323,7 +323,7 @@ class HeaderEmitter {
       if (hasOwn([](Attribute const& a) { return a.isCollection(); }))
          out_.put(R"(   // Of a collection x there are three, all delivered in a later turn of the loop:
    // onX(key)           The member of this key came, went or changed. Once a key, however many changes.
-   // onX()              Something in the collection changed. Once, behind the keyed ones.
+   // onX()              Something in the collection changed. Once, after the keyed ones.
    // onXkemImmediate()  Look at the whole collection: changes were missed, by a reactor that was registered
    //                    again or, in the place of the other two, by one whose delivery was off.)");
       for (auto const& a : entity_.own)

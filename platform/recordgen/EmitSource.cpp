@@ -263,7 +263,7 @@ bool $C::decodeKey(Wire::Reader& in) {
       std::vector<std::string> singles;
       for (auto const& a : entity_.own) {
          if (a.isKey)
-            // Its place tells the key, but for a directory, which has names.
+            // Its place gives the key, except in a directory, which has names.
             out_.put("   if (!name().empty() && !isDefault($id))\n      out.scalarChanged(*this, $id);",
                      wordsOf(names_, entity_, a));
          else if (!a.isCollection())
@@ -386,7 +386,7 @@ bool $C::decodeKey(Wire::Reader& in) {
    void putApply() {
       putSwitch(isScalar, "bool $C::applySet(Kem::AttrId id, Wire::Reader& in) {",
                 "return $Base::applySet(id, in);", [](Attribute const& a) {
-                   // Inputs arrive behind the creation, before anybody can have followed the record.
+                   // Inputs arrive after the creation, before anybody can have followed the record.
                    std::string const store = a.isReadOnly() ? "$x~_ = value;" : "$x~Is(value);";
                    return "   case $id: {\n      auto const value = Records::decode<$T>(in);\n"
                           "      if (in.good())\n         " +

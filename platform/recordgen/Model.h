@@ -92,7 +92,8 @@ struct ValueType {
    std::string fullName() const { return nameSpace.empty() ? name : nameSpace + "::" + name; }
    bool isStruct() const { return kind == Kind::record; }
    bool isEnum() const { return kind == Kind::enumeration; }
-   // The field that holds the key of a member, null without one. The resolver makes sure that it is the first.
+   // The field that holds the key of a member, null without one. The resolver makes sure that it is
+   // the first.
    Field const* keyField() const {
       return !fields.empty() && fields.front().isKey ? &fields.front() : nullptr;
    }
@@ -132,7 +133,7 @@ struct Attribute {
    bool isCollection() const { return form != Form::scalar && form != Form::reference; }
 };
 
-// A number that a record tells and does not hold: an attribute less a constant, 0 where that is greater.
+// A number that a record computes and does not hold: an attribute less a constant, 0 where that is greater.
 struct Computed {
    std::string name;
    std::string meaning;
@@ -144,7 +145,8 @@ struct Computed {
    ValueType const* value = nullptr;
 };
 
-// An object that a record points at inside one process, such as a shared-memory table. Nobody is told of it.
+// An object that a record points at inside one process, such as a shared-memory table. Its changes
+// notify nobody.
 struct Local {
    std::string name;
    std::string meaning;

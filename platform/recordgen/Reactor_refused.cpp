@@ -1,5 +1,5 @@
-// Must not compile: its override can't be reached from the base, so it would never be heard. A test asks for
-// the compiler's word on it.
+// Must not compile: its override can't be reached from the base, so it would never be called. A test checks
+// the compiler's message.
 #include "records/Sample/Store.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Generated classes: what mutators store and refuse, who is told, and the wire form. The
+// Generated classes: what mutators store and refuse, who is notified, and the wire form. The
 // records are those of sample.schema.
 #include "Kem/Dir.h"
 #include "SampleWorld.h"
@@ -204,7 +204,7 @@ TEST(RecordTest, whatIsOnlyInitiallyGivenIsNotCompared) {
    auto const box = store->boxIs(5, true, {}, someLabel());
    EXPECT_EQ(box->label(), someLabel());
    EXPECT_EQ(store->boxIs(5, true, {}, Label()), box);
-   EXPECT_EQ(box->label(), someLabel()) << "the standing one keeps what it has";
+   EXPECT_EQ(box->label(), someLabel()) << "the existing one keeps what it has";
 }
 
 TEST(RecordTest, newReplacesAStandingChild) {

@@ -351,7 +351,7 @@ class Resolver {
       }
    }
 
-   // The value types of a namespace stand in one header, which includes those of the namespaces that it uses.
+   // The value types of a namespace are in one header, which includes those of the namespaces that it uses.
    void checkNamespaces() {
       std::map<std::string, std::set<std::string>> uses; // and what those use in turn
       for (auto const& type : model_.types)
@@ -401,7 +401,7 @@ class Resolver {
       }
    }
 
-   // Inherited attributes come first, and a base may stand behind what derives from it.
+   // Inherited attributes come first, and a base may be declared after what derives from it.
    void gatherAttributes(Entity& entity) {
       if (!entity.all.empty())
          return;

@@ -11,7 +11,7 @@
 
 namespace SampleTest {
 
-// Counts what it is told of, by kind.
+// Counts what is reported to it, by kind.
 struct CountingSink final : Kem::AttributeSink {
    int scalars = 0, members = 0, added = 0, removed = 0;
    int total() const { return scalars + members + added + removed; }
@@ -35,7 +35,7 @@ class CopyingSink final : public Kem::AttributeSink {
 
    void scalarChanged(Kem::Entity const& entity, Kem::AttrId id) override {
       if (form(entity, id) == Records::Form::reference)
-         return; // told by selector, and resolved by who keeps the tree
+         return; // reported by selector, and resolved by whoever keeps the tree
       Wire::Writer out;
       isGood = entity.encodeScalar(id, out) && isGood;
       bytes += out.size();
@@ -71,7 +71,7 @@ class CopyingSink final : public Kem::AttributeSink {
       Wire::Reader in(out.view());
       isGood = copy(parent).applyErase(id, in) && in.done() && isGood;
    }
-   // For encodeDifference, whose children stand already: their copies are found by key.
+   // For encodeDifference, whose children exist already: their copies are found by key.
    void standingChild(Kem::Entity const& child, Kem::Entity& itsCopy) { copies_[&child] = &itsCopy; }
 
   private:
@@ -83,7 +83,7 @@ class CopyingSink final : public Kem::AttributeSink {
    std::map<Kem::Entity const*, Kem::Entity*> copies_;
 };
 
-// Writes down what encodeContents tells, so that two records can be compared without encodeDifference.
+// Records what encodeContents reports, so that two records can be compared without encodeDifference.
 struct ListingSink final : Kem::AttributeSink {
    std::multiset<std::string> lines; // selector, attribute, bytes
 
@@ -109,7 +109,7 @@ struct ListingSink final : Kem::AttributeSink {
    }
 };
 
-// Whether the two hold the same by what each tells of itself, and by the difference between them.
+// Whether the two hold the same by the contents of each, and by the difference between them.
 inline bool isEqual(Kem::Entity const& a, Kem::Entity const& b) {
    ListingSink listA, listB;
    a.encodeContents(listA);

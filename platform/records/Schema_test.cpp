@@ -204,7 +204,7 @@ TEST(CatalogueTest, resolvedPortIsMadeWithItsModeAndNativeVlan) {
    auto const port = config->switchIntfConfigIs("Ethernet1", trunk);
    EXPECT_EQ(port->switchportModeAndNativeVlan(), trunk);
    EXPECT_EQ(config->switchIntfConfigIs("Ethernet1", {}), port);
-   EXPECT_EQ(port->switchportModeAndNativeVlan(), trunk) << "the standing one keeps what it has";
+   EXPECT_EQ(port->switchportModeAndNativeVlan(), trunk) << "the existing one keeps what it has";
    port->switchportModeAndNativeVlanIs({Bridging::SwitchportMode::access_, 7});
    EXPECT_EQ(port->switchportModeAndNativeVlan().nativeVlan, 7);
 }

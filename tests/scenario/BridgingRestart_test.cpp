@@ -286,7 +286,7 @@ TEST_F(BridgingRestartTest, everyVlanStaysUntouched) {
    EXPECT_EQ(subscriber->memberships(), size_t(vlanCount * portCount - 1));
 }
 
-// --- An agent that was stopped hears of everything in one turn.
+// --- An agent that was stopped is notified of everything in one turn.
 
 TEST_F(BridgingRestartTest, inputThatIsMadeAgainMeanwhileIsDecidedAgain) {
    std::string const lab = "bridging/input/config/lab";

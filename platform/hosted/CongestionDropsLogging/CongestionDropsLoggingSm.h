@@ -1,14 +1,14 @@
-// Tells the operator which ports drop frames for congestion: one message for all of them in each round, with
-// the ports that dropped most.
+// Reports to the operator which ports drop frames for congestion: one message for all of them in each round,
+// with the ports that dropped most.
 //
 //    waiting ──the interval is over──► round: read all counters, log what grew ──► waiting
 //
 // The counters are read in rounds and not followed, since they may change with every frame; so drops are
-// told at the end of the round that they fall into. It is moved by its timer, by the interval, and by the
-// platform's word that the drops are counted at all; without that there are no rounds.
+// reported at the end of the round that they fall into. It is driven by its timer, by the interval, and by
+// the platform's flag that drops are counted at all; without that there are no rounds.
 //
 // - Whether a port is logged is read at the end of the round: its own word, else the global one.
-// - What is in a counter when it is first read was dropped before, and is not told. One that has fallen
+// - What is in a counter when it is first read was dropped before, and is not reported. One that has fallen
 //   was started again, and all that is in it is new.
 // - An interval below 1 s counts as 1 s, one that is no number as the default of 60 s.
 #pragma once

@@ -62,7 +62,7 @@ struct ErrdisableAggrTest : testing::Test {
    Kem::Ptr<ErrdisableAggr::RootSM> sm;
 };
 
-// Counts what a subscriber of the sum would be told.
+// Counts what a subscriber of the sum would be sent.
 struct Changes {
    explicit Changes(Kem::Ptr<Errdisable::Status> const& status) {
       dir.notifierIs(status);

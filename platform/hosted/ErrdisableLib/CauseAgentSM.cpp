@@ -84,7 +84,7 @@ void CauseAgentSM::handleRecovery() {
          Kem::Seconds const due = recoveryTimeOf(time);
          if (due <= now) {
             causeStatus_->intfStatusDel(intfId);
-            // One that came and went within a turn was never told of.
+            // One that came and went within a turn was never reported.
             if (held_.erase(intfId))
                logReleased(intfId,
                            isDetectionOff() ? "its detection is off" : "its recovery interval is over");

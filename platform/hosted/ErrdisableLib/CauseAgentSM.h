@@ -1,5 +1,5 @@
-// The machinery of one cause for which ports are disabled: lets its ports come back after a time, and tells
-// the operator of each port that goes and comes.
+// The machinery of one cause for which ports are disabled: lets its ports come back after a time, and reports
+// each port that is disabled or released to the operator.
 //
 //    port not listed ──the cause's writer adds it to intfStatus──► disabled
 //    disabled ──the writer takes it out, or here, when its time is over──► port not listed

@@ -1,5 +1,5 @@
 // When a port that a cause disabled comes back by itself. One rule for the cause's state machine, which
-// brings it back, and for the sum over all causes, which tells when.
+// brings it back, and for the sum over all causes, which says when.
 #pragma once
 
 #include "Kem/Time.h"

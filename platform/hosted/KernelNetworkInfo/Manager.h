@@ -7,9 +7,9 @@
 //               ▲  │ failed, interrupted by changes, or unreadable
 //               └──┴── retryInterval later
 //
-// A dump lists all devices; behind it each change comes as a notification, on the same socket and in order.
+// A dump lists all devices; after it each change comes as a notification, on the same socket and in order.
 // The kernel drops notifications when the process doesn't come to read them, and says so: then a new dump
-// tells what is different. While one runs, notifications are taken as well. An entry is removed when the
+// shows what is different. While one runs, notifications are taken as well. An entry is removed when the
 // device is, when a renamed device leaves that name, or when a whole dump doesn't list it.
 //
 // The first dump is read in the constructor, without going through the event loop, so that the record is full

@@ -52,7 +52,7 @@ void IntfStatusOperStatusSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
 void IntfStatusOperStatusSm::handleNetNs(Sulvi::NamespaceName const& netNs) {
    if (!netNsCollection_->netNsByName(netNs) || !intfStatusLocalDir_)
       return;
-   // Another namespace than the one of that name before, so that nothing that was told counts.
+   // A new namespace with that name, so nothing that was sent to the previous one counts.
    for (auto const& [intfId, local] : intfStatusLocalDir_->intfStatusLocal())
       if (local->netNsName() == netNs)
          doSyncIntfStatus(intfId);

@@ -4,13 +4,14 @@
 //                                             ├──► doSetOperState(deviceName, operStatus, netNsName)
 //    intfStatusLocal  netNsName ──────────────┘
 //
-// An interface takes part while it is in both directories and has a device. The kernel is told when
-// something of the three changes, and when the namespace comes into being; what it has taken once is not told
-// again. What it refused is told again with the next of these events. An interface that leaves a directory is
-// left in the state that its device has.
+// An interface takes part while it is in both directories and has a device. The kernel gets its state when
+// something of the three changes, and when the namespace is made; a state that it has taken is not sent
+// again. One that it refused is sent again with the next of these events. An interface that leaves a
+// directory is left in the state that its device has.
 //
-// The kernel goes over the state of a device when its carrier changes or it is switched on. Nobody tells this
-// machine; who switches devices calls doSyncIntfStatus, which tells the kernel in any case.
+// The kernel changes the state of a device when its carrier changes or it is switched on. This machine
+// isn't notified of that; whoever switches devices calls doSyncIntfStatus, which always sends the state to
+// the kernel.
 //
 // The agent owns it, through Root. It writes no record.
 #pragma once
@@ -40,7 +41,7 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
                           Kem::Ptr<KernelOperStateManager> kosm,
                           Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection);
 
-   // Tells the kernel the state of that interface now, whatever it was told before. Nothing for an interface
+   // Sends the state of that interface to the kernel now, whatever it was before. Nothing for an interface
    // that doesn't take part.
    void doSyncIntfStatus(Sulvi::IntfId intfId);
 

@@ -19,7 +19,7 @@ struct IntfStatusOperStatusSmTest : testing::Test {
       sm = Kem::makePtr<KernelOperState::IntfStatusOperStatusSm>(Kem::activityManager()->config(), dir,
                                                                  localDir, kernel.manager(), namespaces);
    }
-   // With the interface of the test in both directories, and told.
+   // With the interface of the test in both directories, and its state given to the kernel.
    void startWithInterface() {
       dir->intfStatusIs(status);
       localDir->intfStatusLocalIs(local);

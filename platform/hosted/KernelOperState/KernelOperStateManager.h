@@ -11,7 +11,7 @@
 //    any other        ──► dormant
 //
 // A device that is switched off stays as it is, and one that is switched on again starts from what the kernel
-// makes of it. Some kinds of device refuse to be told. A failure is traced and answered, and nothing more.
+// makes of it. Some kinds of device refuse it. A failure is traced and answered, and nothing more.
 #pragma once
 
 #include "Kem/Ptr.h"

@@ -68,7 +68,7 @@ TEST(KernelOperStateManager, nameThatIsNoDeviceIsNotAskedFor) {
 
 // --- With the kernel of this machine.
 
-// operstate of a device as its kernel tells it: the answer to RTM_GETLINK.
+// operstate of a device as its kernel reports it: the answer to RTM_GETLINK.
 int operStateOf(char const* name) {
    Netlink::Socket socket("", 0);
    ifinfomsg header{};

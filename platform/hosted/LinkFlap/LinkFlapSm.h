@@ -86,7 +86,7 @@ class Root final : public Kem::StateMachine {
 
    Kem::Name const& name() const { return name_; }
    Kem::Ptr<LinkFlapSm> const& linkFlapSm() const { return linkFlapSm_; } // null until it is made
-   // Makes the machine; the standing one where there is one already. See its constructor.
+   // Makes the machine, or returns the existing one. See its constructor.
    Kem::Ptr<LinkFlapSm>
    linkFlapSmIs(Kem::Ptr<Kem::ActivityConfig> const& activity,
                 Kem::Ptr<Interface::AllEthPhyIntfConfigDir const> const& ethPhyIntfConfigDir,

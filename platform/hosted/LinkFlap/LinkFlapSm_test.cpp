@@ -28,7 +28,7 @@ struct LinkFlapTest : testing::Test {
                          cause, "link-flap");
       run();
    }
-   // The link takes the other state, as the agent of its hardware tells.
+   // The link takes the other state, as the agent of its hardware reports it.
    void flap(Sulvi::IntfId intfId = port, int times = 1) {
       for (int i = 0; i < times; ++i) {
          auto const status = statusDir->intfStatus(intfId);

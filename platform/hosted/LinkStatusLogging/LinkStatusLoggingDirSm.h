@@ -6,7 +6,7 @@
 // - The state that an interface is found in, or first takes when nothing has been known of it, is no
 //   change: a restart and a new interface log nothing. An interface that goes and comes back is a new one.
 // - What comes and goes between two looks of this process is not seen.
-// - A burst is cut at 1000 messages in 10 seconds; the next one tells how many were left out.
+// - A burst is cut at 1000 messages in 10 seconds; the next one says how many were left out.
 #pragma once
 
 #include "Kem/Activity.h"

@@ -25,7 +25,7 @@ int transact(Channel& channel, MessageBuilder request) {
       if (received.isFailure() || (received.kind == Received::lost && ++losses > maxLosses))
          return received.error;
       if (received.kind == Received::lost)
-         continue; // perhaps of an earlier request; an answer that is missing is told as ENODATA
+         continue; // perhaps of an earlier request; a missing answer is reported as ENODATA
       std::optional<int> answer;
       bool const isWhole = forEachMessage(received.bytes, [&](Message const& message) {
          if (message.sequence != sequence || message.type != NLMSG_ERROR || answer)

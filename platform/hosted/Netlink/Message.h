@@ -2,8 +2,8 @@
 // here, and no knowledge of what the messages mean.
 //
 // Whatever the bytes are, nothing outside of them is read: a length that leads out of the datagram ends the
-// walk, and the caller is told. Views point into the datagram. Numbers are in the order of the host, layouts
-// those of linux/netlink.h and linux/rtnetlink.h; nothing need be aligned.
+// walk, and the caller can see that. Views point into the datagram. Numbers are in the order of the host,
+// layouts those of linux/netlink.h and linux/rtnetlink.h; nothing need be aligned.
 #pragma once
 
 #include <algorithm>
@@ -80,7 +80,7 @@ class MessageBuilder {
    void attribute(uint16_t type, std::string_view value) { attribute(type, value.data(), value.size()); }
    // A string with its terminating zero.
    void textAttribute(uint16_t type, std::string_view text) { attribute(type, std::string(text) + '\0'); }
-   // Attributes that are added until nestEnd() stand inside of this one.
+   // Attributes that are added until nestEnd() are inside of this one.
    size_t nestBegin(uint16_t type);
    // A fixed structure that is in front of attributes inside of another one.
    template <class T>

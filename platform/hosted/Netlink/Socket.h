@@ -14,7 +14,7 @@ namespace Netlink {
 class Socket final : public Channel {
   public:
    // `groups` are bits such as RTMGRP_LINK, 0 for no notifications. It isn't open
-   // where that failed; error() tells.
+   // where that failed; error() says why.
    Socket(Sulvi::NamespaceName const& netNs, uint32_t groups);
    ~Socket() override;
    Socket(Socket const&) = delete;

@@ -1,4 +1,4 @@
-// A network namespace for one test of the real kernel: the thread is in it while the object stands, with
+// A network namespace for one test of the real kernel: the thread is in it while the object exists, with
 // nothing but its own loopback device, and back afterwards. To enter one needs CAP_SYS_ADMIN:
 //
 //    TestNamespace ns;

@@ -14,9 +14,10 @@
 // and go and by their vlanTypeAndPrimaryVlan. A change costs what it touches: one VLAN and its primary, or a
 // primary and those that name it.
 //
-// A primary leaves in two steps. Its record is emptied first, and taken away only after whoever follows that
-// record has been told; else a follower of LibState would drop the follower of the record together with the
-// news of the secondaries that it is to clean up. The records between the two steps are the pending entries.
+// A primary leaves in two steps. Its record is emptied first, and removed only after whoever follows that
+// record has been notified; else a follower of LibState would drop the follower of the record together
+// with the news of the secondaries that it is to clean up. The records between the two steps are the
+// pending entries.
 //
 // The agent owns it. It is the only writer of LibState and drops what was there before it.
 #pragma once

@@ -48,7 +48,7 @@ std::string text(PrivateVlanLib::LibState const& state) {
    return out.str();
 }
 
-// The same from the VLANs alone, by the rule as it is told, with no memory of what was before.
+// The same from the VLANs alone, by the plain rule, with no memory of what was before.
 std::string recomputed(Bridging::Config const& config) {
    auto const state = PrivateVlanLib::LibState::make();
    config.vlanConfig().forEach([&](VlanId id, auto const& vlan) {
@@ -192,7 +192,7 @@ TEST_F(LibSmTest, followersOfAPrimaryHearOfItsSecondariesBeforeItGoes) {
    // A follower of the state that was queued before must not drop the follower of the primary first:
    // 1. VLAN 11 becomes a primary, which queues the follower of the state.
    // 2. In the same turn VLAN 10 loses its secondary, which queues the follower of the primary.
-   // 3. The state's follower is told first. If the primary had gone already, the news of step 2
+   // 3. The state's follower is notified first. If the primary had gone already, the news of step 2
    //    would be lost.
    plain(10);
    plain(11);

@@ -9,7 +9,7 @@
 // each turn in which the table says that something changed. No read that was torn is written: the rows are
 // read again, a few times at once, since a writer is done with a row in microseconds. A row that can't be
 // read even then, because its writer was stopped in the middle of it, keeps what is known of its host, and is
-// no removed one. The table tells of it again when it changes.
+// no removed one. The table reports it again when it changes.
 //
 // It needs no other state than the two: an entry of Bridging::Status that the table doesn't hold goes,
 // whoever made it. The agent owns it; it is the only writer of Bridging::Status.

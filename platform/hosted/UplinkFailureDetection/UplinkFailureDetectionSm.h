@@ -17,7 +17,7 @@
 // - A port that someone else takes out of the cause's status stays out until its group fails again.
 // - A restart goes on from what the status says: what is still failed counts as no new failure, and what no
 //   group disables any more is released. A group that is removed releases its downlinks at once.
-// - A delay that is not above 0 is none.
+// - A delay that is not above 0 doesn't count.
 #pragma once
 
 #include "Kem/Clock.h"
@@ -106,7 +106,7 @@ class Root final : public Kem::StateMachine {
    Kem::Ptr<UplinkFailureDetectionSm> const& uplinkFailureDetectionSm() const {
       return sm_;
    } // null until made
-   // Makes the machine; the standing one where there is one already. See its constructor.
+   // Makes the machine, or returns the existing one. See its constructor.
    Kem::Ptr<UplinkFailureDetectionSm>
    uplinkFailureDetectionSmIs(Kem::Ptr<Config const> const& config, Kem::Ptr<Status> const& status,
                               Kem::Ptr<Errdisable::CauseStatus> const& causeStatus,
