@@ -92,6 +92,7 @@ void Server::release(ServerClient& client) {
    client.mounts().clear();
    settling_.clientGone(client);
    snapshots_.clientGone(client);
+   largeBlock_.clientGone(client);
 }
 
 // --- Mounts
@@ -307,6 +308,17 @@ void Server::arrived(Entity const& node) {
 
 void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
                    std::string_view operations) {
+   std::string block;
+   if ((flags & writeContinues) || largeBlock_.isOpen(client)) {
+      largeBlock_.add(client, operations);
+      if (flags & writeContinues)
+         return;
+      if (std::string const error = largeBlock_.end(client, block); !error.empty()) {
+         writeRefused(client, request, Status::refused, error);
+         return;
+      }
+      operations = block;
+   }
    size_t const entitiesBefore = tree_->entityCount();
    Applied const& applied = apply(operations, flags, client);
    followMemory(operations.size(), entitiesBefore);
@@ -315,19 +327,23 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
       return;
    }
    if (!applied.isDone()) {
-      if (request == 0 || client.role() == Role::agent) // nobody else says it
-         refusals_.line(client.label() + ": write refused: " + applied.error);
-      else
-         KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
-      client.refusedWritesInc();
-      client.pending().subscriberWrote();
-      client.reply(request, applied.status, applied.error);
+      writeRefused(client, request, applied.status, applied.error);
       return;
    }
    client.receivedOperationsInc(applied.isNew.size());
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+}
+
+void Server::writeRefused(ServerClient& client, uint32_t request, Status status, std::string const& error) {
+   if (request == 0 || client.role() == Role::agent) // nobody else says it
+      refusals_.line(client.label() + ": write refused: " + error);
+   else
+      KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << error);
+   client.refusedWritesInc();
+   client.pending().subscriberWrote();
+   client.reply(request, status, error);
 }
 
 Applied const& Server::apply(std::string_view operations, uint8_t flags, ServerClient const& writer) {

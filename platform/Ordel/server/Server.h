@@ -12,6 +12,7 @@
 // names, or a base of it.
 #pragma once
 
+#include "Ordel/server/LargeBlock.h"
 #include "Ordel/server/LargeFrames.h"
 #include "Ordel/server/MemoryReturn.h"
 #include "Ordel/server/PacedTrace.h"
@@ -93,6 +94,7 @@ class Server {
    };
 
    Applied const& apply(std::string_view operations, uint8_t flags, ServerClient const& writer);
+   void writeRefused(ServerClient& client, uint32_t request, Status status, std::string const& error);
    void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
    // The mount as it can be made now; `node` 0 stays where it has to wait.
@@ -111,6 +113,7 @@ class Server {
    Subscriptions subscriptions_;
    Turns turns_;
    LargeFrames largeFrames_;
+   LargeBlock largeBlock_;
    MemoryReturn memoryReturn_;
    PacedTrace refusals_; // lines about what clients did wrong
    size_t outputBytes_ = 0;
