@@ -134,6 +134,7 @@ void Server::mount(ServerClient& client, uint32_t number, std::string_view text,
       await(mount);
    else
       begin(mount);
+   followMarks();
 }
 
 Server::Refusal Server::place(ServerMount& mount) {
@@ -334,6 +335,7 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+   followMarks();
 }
 
 void Server::writeRefused(ServerClient& client, uint32_t request, Status status, std::string const& error) {
@@ -349,6 +351,31 @@ void Server::writeRefused(ServerClient& client, uint32_t request, Status status,
 Applied const& Server::apply(std::string_view operations, uint8_t flags, ServerClient const& writer) {
    tree_->byteLimitIs(writer.role() == Role::agent ? treeLimit_ + treeLimit_ / 8 : treeLimit_);
    return tree_->apply(operations, flags);
+}
+
+// Counting goes through all of them, so it is done only after many have been made.
+void Server::followMarks() {
+   if (madeMarks_ < marksLimit_ / 8)
+      return;
+   madeMarks_ = 0;
+   for (;;) {
+      size_t sum = 0, most = 0;
+      ServerClient* worst = nullptr;
+      for (auto const& client : clients_) {
+         size_t const count = client->pending().markCount();
+         sum += count;
+         bool const isWorse =
+             !worst || client->role() == worst->role() ? count > most : client->role() == Role::tool;
+         if (count > 0 && isWorse) {
+            worst = client.get();
+            most = count;
+         }
+      }
+      if (sum <= marksLimit_)
+         return;
+      worst->giveUp("it takes too little in, and " + std::to_string(most) + " changes wait for it, of " +
+                    std::to_string(sum) + " that wait for all");
+   }
 }
 
 // A large write leaves its frame and what it displaced; a refused one all that it had made.
