@@ -612,6 +612,7 @@ TEST_F(WriteTest, isAppliedWholeOrNotAtAll) {
    EXPECT_EQ(writer.replies[5].status, Status::refused);
    EXPECT_EQ(writer.replies[5].text, "config.vlan: VlanId::value < 1 or > 4094 not allowed");
    EXPECT_EQ(standing(server, ""), before);
+   EXPECT_EQ(writer.link->refusedWrites(), 1u);
    reader.take();
    EXPECT_THAT(reader.changes, IsEmpty());
    EXPECT_FALSE(writer.link->isRefused());
