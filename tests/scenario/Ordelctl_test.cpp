@@ -660,7 +660,7 @@ TEST_F(OrdelctlTest, clientsAreReported) {
    EXPECT_THAT(json, HasSubstr("{\"path\": \"" + cli + ".hostAgingTime\""));
    std::string const table = ctl({"clients"}).output;
    EXPECT_THAT(table, StartsWith("NAME      ROLE"));
-   EXPECT_THAT(table, HasSubstr("MOUNTS  PENDING BYTES\n"));
+   EXPECT_THAT(table, HasSubstr("MOUNTS  PENDING BYTES  REFUSED WRITES\n"));
    EXPECT_THAT(table, HasSubstr(pid));
    std::string const list = ctl({"clients", "--mounts"}).output;
    EXPECT_THAT(list, StartsWith("NAME      ROLE"));

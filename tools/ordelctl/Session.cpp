@@ -47,12 +47,11 @@ Session::Reply Session::reply(Kem::Seconds deadline) {
 }
 
 Session::Reply Session::write(std::string_view operations) {
-   constexpr size_t otherBytes = 64; // of the frame
-   if (operations.size() > Ordel::maxFrameBytes - otherBytes)
-      throw TreeJson::Refusal("a write of " + std::to_string(operations.size() >> 20) +
-                              " MiB is more than the database takes at once (" +
-                              std::to_string(Ordel::maxFrameBytes >> 20) + " MiB)");
-   Connection::write(++lastRequest_, sequence(), Ordel::writeStrict, operations);
+   constexpr size_t partBytes = 16u << 20; // of what doesn't fit a frame
+   ++lastRequest_;
+   for (; operations.size() > partBytes; operations.remove_prefix(partBytes))
+      Connection::write(lastRequest_, sequence(), Ordel::writeContinues, operations.substr(0, partBytes));
+   Connection::write(lastRequest_, sequence(), Ordel::writeStrict, operations);
    return reply();
 }
 

@@ -2,7 +2,7 @@
 //
 //    [{"name": "Vorn", "pid": 12, "uid": 0, "role": "agent",
 //      "mounts": [{"path": "bridging/config", "type": "Bridging::Config", "mode": "wc"}],
-//      "pendingBytes": 0, "pendingMarks": 0, "receivedBytes": 120, "receivedOperations": 7,
+//      "pendingBytes": 0, "pendingMarks": 0, "receivedBytes": 120, "receivedOperations": 7, "refusedWrites": 0,
 //      "sentBytes": 3000}]
 //
 // The letters of a mode: r or w, then c creates, a awaits, s shallow. pendingMarks counts what the client

@@ -393,6 +393,89 @@ TEST_F(LimitsTest, mountThatCreatesIsRefusedInAFullTree) {
    EXPECT_EQ(writer.failed[1].text, "input/dir/made: the database is full: the tree may hold 0 MiB");
 }
 
+// --- Marks of all clients
+
+struct MarksLimitTest : LimitsTest {
+   static constexpr size_t limit = 40'000, keys = 9'000;
+   MarksLimitTest() { server.marksLimitIs(limit); }
+   // Mounts, and is behind from now on.
+   void beginStopped(TestClient& client) {
+      client.mount(1, "config");
+      client.take();
+   }
+   // So that what comes next is marked.
+   void fillOutputs(TestClient& writer) {
+      std::string const large(1'000'000, 'x');
+      for (int i = 0; i < 30; ++i)
+         writer.write(Block().at(config).set(Config::text, stringBytes(large + std::to_string(i))));
+   }
+   // Without a text that fills the screen.
+   bool isMirrored(TestClient const& client) {
+      return mirrored(client, "config") == standing(server, "config");
+   }
+   void writeKeys(TestClient& writer, std::string const& prefix) {
+      Block block;
+      block.at(config);
+      for (size_t i = 0; i < keys; ++i)
+         block.put(Config::named, stringBytes(prefix + std::to_string(i)), "\1"sv);
+      writer.write(block);
+   }
+};
+
+TEST_F(MarksLimitTest, clientWithTheMostMarksEnds) {
+   TestClient writer(server, "writer"), late(server, "late"), stopped(server, "stopped");
+   beginStopped(stopped);
+   fillOutputs(writer);
+   for (int i = 0; i < 3; ++i)
+      writeKeys(writer, std::string(1, static_cast<char>('a' + i)));
+   EXPECT_EQ(stopped.link->pending().markCount(), 3 * keys + 1);
+   beginStopped(late);
+   fillOutputs(writer);
+   EXPECT_FALSE(stopped.link->isRefused());
+   writeKeys(writer, "d");
+   writeKeys(writer, "e");
+   EXPECT_TRUE(stopped.link->isOver());
+   EXPECT_EQ(stopped.link->pending().markCount(), 0u);
+   EXPECT_FALSE(late.link->isRefused());
+   EXPECT_FALSE(writer.link->isRefused());
+   late.take();
+   EXPECT_TRUE(isMirrored(late));
+}
+
+TEST_F(MarksLimitTest, toolEndsBeforeAnAgent) {
+   TestClient writer(server, "writer"), agent(server, "agent", Role::agent), tool(server, "tool");
+   beginStopped(agent);
+   fillOutputs(writer);
+   for (int i = 0; i < 3; ++i)
+      writeKeys(writer, std::string(1, static_cast<char>('a' + i)));
+   beginStopped(tool);
+   fillOutputs(writer);
+   writeKeys(writer, "d");
+   EXPECT_TRUE(tool.link->isOver());
+   EXPECT_FALSE(agent.link->isRefused());
+   agent.take();
+   EXPECT_TRUE(isMirrored(agent));
+}
+
+// However much is written: marks are made once for each key.
+TEST_F(MarksLimitTest, marksThatAreMadeAgainAndAgainEndNobody) {
+   TestClient writer(server, "writer"), slow(server, "slow");
+   beginStopped(slow);
+   for (int i = 0; i < 6; ++i) {
+      fillOutputs(writer);
+      writeKeys(writer, "a");
+      slow.take();
+      Block block;
+      block.at(config);
+      for (size_t key = 0; key < keys; ++key)
+         block.erase(Config::named, stringBytes("a" + std::to_string(key)));
+      writer.write(block);
+   }
+   slow.take();
+   EXPECT_FALSE(slow.link->isRefused());
+   EXPECT_TRUE(isMirrored(slow));
+}
+
 // --- Memory
 
 struct MemoryReturnTest : testing::Test {

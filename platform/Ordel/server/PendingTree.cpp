@@ -40,8 +40,11 @@ PendingTree::Job& PendingTree::open(uint32_t node) {
 EntityMarks::Mark& PendingTree::findOrAdd(EntityMarks& marks, unsigned attribute, std::string_view key,
                                           bool& isNew) {
    Mark& mark = marks.findOrAdd(attribute, key, isNew);
-   if (isNew)
+   if (isNew) {
       mark.epoch = epoch_;
+      if (madeCount_)
+         ++*madeCount_;
+   }
    return mark;
 }
 

@@ -33,7 +33,8 @@ class PendingTree {
       announce, // the subscriber made it itself and only needs to learn its number
    };
 
-   explicit PendingTree(Tree const& tree) : tree_(tree) {}
+   // `madeCount`, if not null, counts the marks that are made, also those that go again.
+   explicit PendingTree(Tree const& tree, size_t* madeCount = nullptr) : tree_(tree), madeCount_(madeCount) {}
 
    bool empty() const { return !current_ && jobs_.empty(); }
    // Something of the node waits.
@@ -104,6 +105,7 @@ class PendingTree {
    void name(Entity const& entity, Wire::Writer& out);
 
    Tree const& tree_;
+   size_t* const madeCount_;
    std::map<uint64_t, std::unique_ptr<Job>> jobs_; // by ticket
    std::unordered_map<uint32_t, Job*> open_;       // those of jobs_, by node
    uint64_t lastTicket_ = 0;

@@ -92,6 +92,7 @@ void Server::release(ServerClient& client) {
    client.mounts().clear();
    settling_.clientGone(client);
    snapshots_.clientGone(client);
+   largeBlock_.clientGone(client);
 }
 
 // --- Mounts
@@ -133,6 +134,7 @@ void Server::mount(ServerClient& client, uint32_t number, std::string_view text,
       await(mount);
    else
       begin(mount);
+   followMarks();
 }
 
 Server::Refusal Server::place(ServerMount& mount) {
@@ -307,6 +309,17 @@ void Server::arrived(Entity const& node) {
 
 void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_t flags,
                    std::string_view operations) {
+   std::string block;
+   if ((flags & writeContinues) || largeBlock_.isOpen(client)) {
+      largeBlock_.add(client, operations);
+      if (flags & writeContinues)
+         return;
+      if (std::string const error = largeBlock_.end(client, block); !error.empty()) {
+         writeRefused(client, request, Status::refused, error);
+         return;
+      }
+      operations = block;
+   }
    size_t const entitiesBefore = tree_->entityCount();
    Applied const& applied = apply(operations, flags, client);
    followMemory(operations.size(), entitiesBefore);
@@ -315,24 +328,54 @@ void Server::write(ServerClient& client, uint32_t request, uint64_t seen, uint8_
       return;
    }
    if (!applied.isDone()) {
-      if (request == 0 || client.role() == Role::agent) // nobody else says it
-         refusals_.line(client.label() + ": write refused: " + applied.error);
-      else
-         KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << applied.error);
-      client.refusedWritesInc();
-      client.pending().subscriberWrote();
-      client.reply(request, applied.status, applied.error);
+      writeRefused(client, request, applied.status, applied.error);
       return;
    }
    client.receivedOperationsInc(applied.isNew.size());
    publish(applied, &client, seen);
    if (request != 0)
       client.reply(request, Status::done, "");
+   followMarks();
+}
+
+void Server::writeRefused(ServerClient& client, uint32_t request, Status status, std::string const& error) {
+   if (request == 0 || client.role() == Role::agent) // nobody else says it
+      refusals_.line(client.label() + ": write refused: " + error);
+   else
+      KEM_TRACE(serverTrace, 3, client.label() << ": write refused: " << error);
+   client.refusedWritesInc();
+   client.pending().subscriberWrote();
+   client.reply(request, status, error);
 }
 
 Applied const& Server::apply(std::string_view operations, uint8_t flags, ServerClient const& writer) {
    tree_->byteLimitIs(writer.role() == Role::agent ? treeLimit_ + treeLimit_ / 8 : treeLimit_);
    return tree_->apply(operations, flags);
+}
+
+// Counting goes through all of them, so it is done only after many have been made.
+void Server::followMarks() {
+   if (madeMarks_ < marksLimit_ / 8)
+      return;
+   madeMarks_ = 0;
+   for (;;) {
+      size_t sum = 0, most = 0;
+      ServerClient* worst = nullptr;
+      for (auto const& client : clients_) {
+         size_t const count = client->pending().markCount();
+         sum += count;
+         bool const isWorse =
+             !worst || client->role() == worst->role() ? count > most : client->role() == Role::tool;
+         if (count > 0 && isWorse) {
+            worst = client.get();
+            most = count;
+         }
+      }
+      if (sum <= marksLimit_)
+         return;
+      worst->giveUp("it takes too little in, and " + std::to_string(most) + " changes wait for it, of " +
+                    std::to_string(sum) + " that wait for all");
+   }
 }
 
 // A large write leaves its frame and what it displaced; a refused one all that it had made.

@@ -12,6 +12,7 @@
 // names, or a base of it.
 #pragma once
 
+#include "Ordel/server/LargeBlock.h"
 #include "Ordel/server/LargeFrames.h"
 #include "Ordel/server/MemoryReturn.h"
 #include "Ordel/server/PacedTrace.h"
@@ -45,6 +46,10 @@ class Server {
    // fills the tree doesn't keep them from writing what follows.
    static constexpr size_t defaultTreeLimit = 512u << 20;
    void treeLimitIs(size_t bytes) { treeLimit_ = bytes; }
+   // Changes that are marked for all clients together (PendingTree), some 64 to 96 bytes each. Beyond it the
+   // client with the most of them ends, a tool before an agent.
+   static constexpr size_t defaultMarksLimit = 8u << 20;
+   void marksLimitIs(size_t count) { marksLimit_ = count; }
 
    // A connection has been made. Too many: the client is refused from the start. Good until `disconnect`.
    ServerClient& connect(ServerClient::Peer peer);
@@ -64,6 +69,7 @@ class Server {
    LargeFrames& largeFrames() { return largeFrames_; }
    size_t outputBytes() const { return outputBytes_; } // that wait for all clients
    void outputBytesChanged(size_t before, size_t now) { outputBytes_ += now - before; }
+   size_t& madeMarks() { return madeMarks_; } // since they were summed up
    // An agent that is still there has it.
    bool isNameOfAgent(std::string_view name) const;
 
@@ -93,6 +99,8 @@ class Server {
    };
 
    Applied const& apply(std::string_view operations, uint8_t flags, ServerClient const& writer);
+   void writeRefused(ServerClient& client, uint32_t request, Status status, std::string const& error);
+   void followMarks();
    void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
    // The mount as it can be made now; `node` 0 stays where it has to wait.
@@ -111,10 +119,13 @@ class Server {
    Subscriptions subscriptions_;
    Turns turns_;
    LargeFrames largeFrames_;
+   LargeBlock largeBlock_;
    MemoryReturn memoryReturn_;
    PacedTrace refusals_; // lines about what clients did wrong
    size_t outputBytes_ = 0;
    size_t treeLimit_ = defaultTreeLimit;
+   size_t marksLimit_ = defaultMarksLimit;
+   size_t madeMarks_ = 0;
    std::list<std::unique_ptr<ServerClient>> clients_;
    uint32_t lastSerial_ = 0;
    std::unordered_map<std::string, std::vector<ServerMount*>> awaited_; // by path

@@ -17,7 +17,8 @@ constexpr size_t changesHeaderBytes = frameHeaderBytes + sizeof(uint64_t);
 } // namespace
 
 ServerClient::ServerClient(Server& server, uint32_t serial, Peer peer)
-    : server_(server), serial_(serial), peer_(peer), timer_(*this), pending_(server.tree()) {
+    : server_(server), serial_(serial), peer_(peer), timer_(*this),
+      pending_(server.tree(), &server.madeMarks()) {
    input_.limitIs(maxHelloBytes);
    timer_.notifierIs(Kem::ActivityFacility::clock());
    timer_.timeMinIs(Kem::now() + helloTimeout);
@@ -256,10 +257,7 @@ void ServerClient::fill() {
    if (output_.isOpen())
       changesEnd(server_.sequence());
    if (output_.size() > outputLimit && !isRefused_) {
-      refuse("it takes nothing in, and " + std::to_string(output_.size()) + " bytes wait for it");
-      isOver_ = true;
-      input_.clear();
-      discardOutput();
+      giveUp("it takes nothing in, and " + std::to_string(output_.size()) + " bytes wait for it");
       return;
    }
    sendLater();
@@ -315,6 +313,13 @@ void ServerClient::unmounted(uint32_t mount) {
 
 void ServerClient::reply(uint32_t request, Status status, std::string_view text) {
    send(Message::Reply{request, status, status == Status::done ? text : text.substr(0, maxReasonBytes)});
+}
+
+void ServerClient::giveUp(std::string const& reason) {
+   refuse(reason);
+   isOver_ = true;
+   input_.clear();
+   discardOutput();
 }
 
 void ServerClient::refuse(std::string_view reason) {

@@ -149,6 +149,8 @@ class ServerClient {
    void reply(uint32_t request, Status status, std::string_view text);
    // Tells the reason and takes nothing in any more.
    void refuse(std::string_view reason);
+   // The same, at once, of a client that doesn't read.
+   void giveUp(std::string const& reason);
 
   private:
    // Ends the client when it hasn't said hello, hasn't sent the rest of a large frame, or hasn't taken the

@@ -612,6 +612,7 @@ TEST_F(WriteTest, isAppliedWholeOrNotAtAll) {
    EXPECT_EQ(writer.replies[5].status, Status::refused);
    EXPECT_EQ(writer.replies[5].text, "config.vlan: VlanId::value < 1 or > 4094 not allowed");
    EXPECT_EQ(standing(server, ""), before);
+   EXPECT_EQ(writer.link->refusedWrites(), 1u);
    reader.take();
    EXPECT_THAT(reader.changes, IsEmpty());
    EXPECT_FALSE(writer.link->isRefused());
@@ -944,7 +945,8 @@ TEST_F(ServerTest, clientsAreReportedAsJson) {
                    "\"tool\", \"mounts\": [{\"path\": \"config\", \"type\": \"Test::Config\", \"mode\": "
                    "\"wc\"}, {\"path\": \"input/dir/x\", \"type\": \"\", \"mode\": \"ras\"}], "
                    "\"pendingBytes\": 0, \"pendingMarks\": 0, \"receivedBytes\": "));
-   EXPECT_THAT(client.replies[3].text, HasSubstr("\"receivedOperations\": 1, \"sentBytes\": "));
+   EXPECT_THAT(client.replies[3].text,
+               HasSubstr("\"receivedOperations\": 1, \"refusedWrites\": 0, \"sentBytes\": "));
 }
 
 TEST_F(ServerTest, snapshotIsWrittenOnRequest) {

@@ -108,6 +108,9 @@ enum MountFlag : uint8_t {
 enum WriteFlag : uint8_t {
    // An operation on what isn't there refuses the write with Status::absent, instead of being dropped.
    writeStrict = 1,
+   // The next write of this client goes on with the same block, which is applied with the last part, whole or
+   // not at all. The flags, `seen` and the reply are those of the last part.
+   writeContinues = 2,
 };
 
 enum class Op : uint8_t {
