@@ -129,30 +129,69 @@ TEST_F(InternalVlanRestartTest, numberOfAPortThatIsNotYetLookedAtIsTheUsersToo) 
    expectLostItsNumber();
 }
 
-// 1. The previous run left Ethernet1 with VLAN 4001.
-// 2. Before Ethernet1 is looked at, a user makes a VLAN of that number and deletes it again.
-// 3. Ethernet2 is looked at first, and takes the number.
-TEST_F(InternalVlanRestartTest, numberThatAnotherPortTookMeanwhileIsLost) {
+// The VLAN is the user's by now: a port that gives its claim up takes nothing away.
+TEST_F(InternalVlanRestartTest, usersVlanOfAHeldBackNumberStaysWhenThePortIsShut) {
    bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
    bridge.startBridgingOnly();
    bridge.vlan(4001);
    bridge.sm->configInIs(bridge.cli);
-   bridge.sm->handleVlanConfig();
+   bridge.sm->vlanConfigCodef()->handleVlanConfig();
    bridge.run();
-   bridge.vlanDel(4001);
-   bridge.run();
-   ASSERT_EQ(bridge.resolvedVlans(), Numbers{});
    ASSERT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
-   bridge.config->internalVlanRangeIs({.min = 4001, .max = 4002});
-   bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.routed("Ethernet2"));
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::shutDown);
+   bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.eth->switchIntfConfig("Ethernet1"));
    bridge.run();
-   expectHolds("Ethernet2", 4001);
+   EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
+   ASSERT_TRUE(bridge.resolvedVlan(4001));
+   EXPECT_FALSE(bridge.resolvedVlan(4001)->internal());
+}
+
+TEST_F(InternalVlanRestartTest, numberThatAVlanInterfaceTookIsLostAlsoWhereTheModelComesLate) {
+   bridge.vlanIntf(4001);
+   bridge.forwardingModelIs("Ethernet1", ForwardingModel::intfForwardingModelUnknown);
+   bridge.start();
+   bridge.forwardingModelIs("Ethernet1", TestBridge::routedModel);
+   bridge.run();
+   expectLostItsNumber();
+}
+
+// 1. The previous run left Ethernet1 with VLAN 4001.
+// 2. Before Ethernet1 is looked at, a user makes a VLAN of that number and deletes it again.
+// 3. Ethernet2 is looked at first, and takes the number.
+struct TakenNumberTest : InternalVlanRestartTest {
+   TakenNumberTest() {
+      bridge.allSwitchIntfConfigs->switchIntfConfigDelAll();
+      bridge.startBridgingOnly();
+      bridge.vlan(4001);
+      bridge.sm->configInIs(bridge.cli);
+      bridge.sm->handleVlanConfig();
+      bridge.run();
+      bridge.vlanDel(4001);
+      bridge.run();
+      EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+      EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 4001);
+      bridge.config->internalVlanRangeIs({.min = 4001, .max = 4002});
+      bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.routed("Ethernet2"));
+      bridge.run();
+      expectHolds("Ethernet2", 4001);
+   }
+};
+
+TEST_F(TakenNumberTest, isLostToThePortThatHadIt) {
    bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.eth->switchIntfConfig("Ethernet1"));
    bridge.run();
    expectHolds("Ethernet2", 4001);
    expectHoldsNothing("Ethernet1");
    EXPECT_EQ(bridge.waitingSince("Ethernet1"), startTime);
    EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
+}
+
+TEST_F(TakenNumberTest, staysWithItsNewPortWhenTheOldOneIsShut) {
+   bridge.enabledStateLocalIs("Ethernet1", TestBridge::shutDown);
+   bridge.allSwitchIntfConfigs->switchIntfConfigIs(bridge.eth->switchIntfConfig("Ethernet1"));
+   bridge.run();
+   EXPECT_EQ(bridge.sm->startupInternalVlanId("Ethernet1"), 0);
+   expectHolds("Ethernet2", 4001);
 }
 
 TEST_F(InternalVlanRestartTest, portThatIsASwitchportByNowFreesItsNumber) {

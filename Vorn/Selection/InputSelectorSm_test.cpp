@@ -183,6 +183,19 @@ TEST_F(InputSelectorSmTest, winnerThatVanishesIsFollowedByTheNext) {
    EXPECT_FALSE(bridge.selector->config("a"));
 }
 
+TEST_F(InputSelectorSmTest, inputThatVanishesWhileNothingIsDeliveredIsNotFollowedAnyMore) {
+   bridge.start();
+   bridge.publish("a", 200).vlan(20);
+   bridge.run();
+   bridge.selector->hasNotificationActiveIs(false);
+   bridge.withdraw("a");
+   bridge.run();
+   bridge.selector->hasNotificationActiveIs(true);
+   bridge.run();
+   EXPECT_FALSE(bridge.selector->config("a"));
+   EXPECT_EQ(best(), "cli");
+}
+
 TEST_F(InputSelectorSmTest, loserThatVanishesLeavesTheVlansAlone) {
    TestTrace trace;
    bridge.start();

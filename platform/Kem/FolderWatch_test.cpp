@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/inotify.h>
 
 namespace {
@@ -67,6 +68,17 @@ TEST_F(FolderWatchTest, onTheWayOnlyTheNextFolderCounts) {
    EXPECT_EQ(watch.follow(), Followed::elsewhere);
    put("a/b/file");
    EXPECT_TRUE(watch.hear());
+}
+
+// The process isn't even woken by what a busy folder on the way has besides.
+TEST_F(FolderWatchTest, writingOnTheWayWakesNobody) {
+   put("busy");
+   FolderWatch watch(at("a"), IN_MODIFY | IN_ATTRIB | IN_DELETE);
+   watch.follow();
+   std::ofstream(at("busy")) << "text";
+   fs::remove(at("busy"));
+   pollfd state{watch.descriptor(), POLLIN, 0};
+   EXPECT_EQ(poll(&state, 1, 0), 0);
 }
 
 TEST_F(FolderWatchTest, folderThatGoesIsWaitedForAgain) {

@@ -3,6 +3,8 @@
 
 #include "Ordel/client/SteppedDatabase.h"
 
+#include <functional>
+
 namespace {
 
 using Ordel::Connection;
@@ -15,9 +17,14 @@ struct Link final : Connection {
    void onReply(uint32_t request, Ordel::Status, std::string_view) override {
       words.push_back("reply " + std::to_string(request));
    }
-   void onChanges(uint64_t, std::string_view) override { words.emplace_back("changes"); }
+   void onChanges(uint64_t, std::string_view) override {
+      words.emplace_back("changes");
+      if (whenChanged)
+         whenChanged();
+   }
    void onClosed(std::string_view) override { words.emplace_back("closed"); }
    Words words;
+   std::function<void()> whenChanged;
 };
 
 // The database's end is a socket that the test reads and writes.
@@ -182,6 +189,20 @@ TEST_F(ConnectionTest, canBeConnectedAgain) {
    welcome();
    link.wait(1);
    EXPECT_TRUE(link.isWelcome());
+}
+
+TEST_F(ConnectionTest, linkThatAHandlerMakesKnowsNothingOfTheOneBefore) {
+   connect();
+   changes(5);
+   link.whenChanged = [&] {
+      link.close();
+      hangUp();
+      connect();
+   };
+   link.wait(1);
+   EXPECT_EQ(link.words, Words{"changes"});
+   EXPECT_TRUE(link.isConnected());
+   EXPECT_EQ(link.sequence(), 0u);
 }
 
 } // namespace

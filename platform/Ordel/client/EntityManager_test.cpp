@@ -178,6 +178,24 @@ TEST_F(EntityManagerTest, clientHasNotSettledWhileItPutsSomethingBack) {
    EXPECT_TRUE(Kem::activityManager()->isSettled());
 }
 
+TEST_F(EntityManagerTest, clientSettlesAlsoWhereSomethingCanNotBePutBack) {
+   auto const eth = std::string(SteppedDatabase::inputPath) + "/eth";
+   agent.mount<Config>("wc", eth);
+   database.settle();
+   erase(SteppedDatabase::inputPath, "eth");
+   // Before the agent hears of it, another has made something else there.
+   auto const made = Kem::Ptr<CountingMounter>(Kem::makePtr<CountingMounter>());
+   auto const group = operatorClient().manager->getMountGroup(*made);
+   group->doMount({"wc", "Kem::Dir", eth});
+   group->doClose(true, "test", 0.0);
+   while (database.toServer(operatorClient())) {
+   }
+   ASSERT_TRUE(database.server->tree().find(eth));
+   database.settle();
+   EXPECT_THAT(lines(), Contains(HasSubstr(eth + " can't be mounted again: ")));
+   EXPECT_TRUE(Kem::activityManager()->isSettled());
+}
+
 TEST_F(EntityManagerTest, whatIsWrittenWhileAnEntityIsAbsentIsNotLost) {
    auto const config = agent.mount<Bridging::Config>("w", SteppedDatabase::configPath);
    database.settle();
@@ -248,6 +266,21 @@ TEST_F(EntityManagerTest, readEntityThatIsDeletedIsEmptyUntilItExistsAgain) {
    again->hostAgingTimeIs(18);
    database.settle();
    EXPECT_EQ(config->hostAgingTime(), 18) << "what followed the old one follows the new one";
+}
+
+TEST_F(EntityManagerTest, whatAReadEntityHeldIsReferredToNoMoreWhenItIsDeleted) {
+   auto const path = std::string(SteppedDatabase::inputPath) + "/mvrp";
+   auto const port = operatorClient().mount<Config>("wc", path)->newSwitchIntfConfig(IntfId("Ethernet1"));
+   operatorClient().mount<SwitchIntfConfigDir>("w", SteppedDatabase::chosenPath)->switchIntfConfigIs(port);
+   auto const mvrp = agent.mount<Config>("r", path);
+   auto const chosen = agent.mount<SwitchIntfConfigDir>("r", SteppedDatabase::chosenPath);
+   ASSERT_TRUE(chosen->switchIntfConfig(IntfId("Ethernet1")));
+   operatorClient().hangUp();
+   operator_ = nullptr;
+   erase(SteppedDatabase::inputPath, "mvrp");
+   database.settle();
+   EXPECT_TRUE(mvrp->switchIntfConfig().empty());
+   EXPECT_FALSE(chosen->switchIntfConfig(IntfId("Ethernet1")));
 }
 
 TEST_F(EntityManagerTest, readEntityInsideAFollowedDirectoryComesBackAsTheSameObject) {
@@ -442,6 +475,32 @@ TEST_F(TwoWritersTest, directoryEntityMadeAgainWhileTheLogWasHeldIsStillReachedB
    theirs->vlanConfigPriorityIs(8);
    database.settle();
    EXPECT_EQ(again->vlanConfigPriority(), 8u);
+}
+
+// 1. Another deletes an entity of the directory.
+// 2. Before the agent hears of that, it replaces the entity by one of its own.
+TEST_F(TwoWritersTest, deletionOfAnEarlierEntityLeavesTheOneThatWasMadeMeanwhile) {
+   auto const inputs = agent.mount<Kem::Dir>("wi", SteppedDatabase::inputPath);
+   auto const make = [&] {
+      auto const made = Config::make();
+      made->nameIs("mvrp");
+      inputs->entityPtrIs(made);
+      return made;
+   };
+   make();
+   auto const otherInputs = other.mount<Kem::Dir>("wi", SteppedDatabase::inputPath);
+   otherInputs->entityPtrDel("mvrp");
+   database.turn();
+   ASSERT_TRUE(database.toServer(other));
+   ASSERT_TRUE(database.toClient(agent));
+   inputs->entityPtrDel("mvrp");
+   auto const again = make();
+   database.settle();
+   EXPECT_EQ(inputs->entityPtr("mvrp"), again);
+   again->vlanConfigPriorityIs(7);
+   database.settle();
+   expectSame(SteppedDatabase::inputPath, inputs);
+   EXPECT_EQ(otherInputs->entity<Config>("mvrp")->vlanConfigPriority(), 7u);
 }
 
 TEST_F(TwoWritersTest, directoryEntityRemovedWhileTheLogWasHeldGoes) {

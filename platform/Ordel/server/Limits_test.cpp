@@ -1,4 +1,5 @@
 // What one client, or all of them, may cost the database: memory, time, lines of its log.
+#include "Kem/TestTrace.h"
 #include "Ordel/server/LargeFrames.h"
 #include "Ordel/server/MemoryReturn.h"
 #include "Ordel/server/PacedTrace.h"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <string>
@@ -131,6 +133,16 @@ TEST_F(LimitsTest, fewLargeFramesComeAtOnce) {
    EXPECT_TRUE(small.link->wantsReading());
    clients.pop_front();
    EXPECT_TRUE(clients.back().link->wantsReading());
+}
+
+TEST_F(LimitsTest, clientThatGoesWhileItsLargeFrameWaitsIsForgotten) {
+   std::list<TestClient> clients;
+   for (size_t i = 0; i <= LargeFrames::maxAtOnce + 1; ++i)
+      sendPart(clients.emplace_back(server), 200'000);
+   clients.erase(std::prev(clients.end(), 2));
+   EXPECT_FALSE(clients.back().link->wantsReading());
+   clients.pop_front();
+   EXPECT_TRUE(clients.back().link->wantsReading()) << "the room is for one that still is there";
 }
 
 TEST_F(LimitsTest, largeFrameThatIsWholeMakesRoomForTheNext) {
@@ -334,6 +346,20 @@ TEST_F(PacedTraceTest, manyAtOnceThenAFewASecond) {
    ASSERT_EQ(later.size(), 11u);
    EXPECT_EQ(later[0], "lines left out because there were too many: 900");
    EXPECT_EQ(later[1], "line");
+}
+
+TEST_F(LimitsTest, linesOfRefusedClientsAndWritesAreBounded) {
+   Kem::TestTrace trace;
+   TestClient writer(server);
+   for (int i = 0; i < 80; ++i) {
+      TestClient client(server, TestClient::Silent());
+      client.hello("");
+      writer.write(Block().at(writer.node("config")).set(Config::vlan, u16Bytes(0)));
+   }
+   EXPECT_GT(trace.count(" is refused: "), 0u);
+   EXPECT_GT(trace.count(": write refused: "), 0u);
+   EXPECT_EQ(trace.count(" is refused: ") + trace.count(": write refused: "),
+             static_cast<size_t>(Ordel::PacedTrace::atOnce));
 }
 
 TEST_F(PacedTraceTest, whatWasLeftOutIsToldAtTheEnd) {
