@@ -56,6 +56,7 @@ class Agent {
    // --- Edits by somebody else, of what there is (AgentEdits.cpp).
    void vlanEdited(unsigned number, std::function<void(ResolvedVlan&)> const& edit);
    void portEdited(std::string const& intf, std::function<void(ResolvedPort&)> const& edit);
+   void portMadeAgain(std::string const& intf); // with the same mode and VLAN, and all else at its default
    void settingsEdited(std::function<void(Outcome&)> const& edit); // the scalars and small maps
    void choiceDeleted(std::string const& intf);
    void waitDeleted(std::string const& intf);
