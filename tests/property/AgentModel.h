@@ -177,6 +177,8 @@ class Agent {
    void computeAllowed(std::string const& intf);
    void computeAsym(std::string const& intf);
    void syncFlags(std::string const& intf);
+   void syncLearning(std::string const& intf);
+   void syncFlooding(std::string const& intf);
    void syncAllVlans(std::string const& intf);
    void syncVlan(std::string const& intf, unsigned number); // nothing for one that isn't resolved
    bool isMember(std::string const& intf, unsigned number) const;
