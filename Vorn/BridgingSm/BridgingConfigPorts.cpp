@@ -41,6 +41,12 @@ void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
    internalVlans_.startupDel(intfId);
 }
 
+void BridgingConfigSm::handleForeignChange(Kem::Entity const& changed) {
+   resolvedVlans_.handleForeignChange(changed);
+   if (&changed == &config())
+      switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+}
+
 // --- Children.
 
 void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {

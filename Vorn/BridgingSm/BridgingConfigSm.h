@@ -59,6 +59,10 @@ class BridgingConfigSm final : public Kem::StateMachine,
    Kem::Ptr<DynVlanIntfList const> const& dynVlanIntfList() const { return in_.dynVlanIntfList; }
    AttrLogCheck* attrLogCheck() const override { return in_.attrLogCheck; }
 
+   // Somebody else changed something in the resolved configuration. Nothing is worked out again at once; what
+   // is remembered of what was written counts no more.
+   void handleForeignChange(Kem::Entity const& changed);
+
    // --- What the children share.
    ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
    InternalVlans& internalVlans() { return internalVlans_; }

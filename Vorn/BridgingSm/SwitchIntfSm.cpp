@@ -101,6 +101,11 @@ void SwitchIntfSm::doPrepareToDie() {
    parent_.internalVlans().waitEnd(intfId_);
 }
 
+void SwitchIntfSm::handleOutMadeAgain() {
+   if (auto const record = bridgingConfig_->switchIntfConfig(intfId_); out_ && record)
+      out_ = record;
+}
+
 // --- Mode and native VLAN.
 
 Bridging::SwitchportModeAndNativeVlan SwitchIntfSm::switchportModeAndNativeVlan() {

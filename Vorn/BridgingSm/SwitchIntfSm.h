@@ -72,7 +72,10 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // The same for every resolved VLAN, but looks only at those where this port has something to change, or
    // that somebody else has edited.
    void doSyncAllVlans();
-   // The VLAN of that number was deleted or edited by somebody else: forgets what this port wrote there.
+   // The resolved record may have been deleted and made again by somebody else, or by the database, where it
+   // brings the order of two writers together: that one is written from now on.
+   void handleOutMadeAgain();
+   // The VLAN of that number was deleted, or edited by somebody else: forgets what this port wrote there.
    void forgetMember(Bridging::VlanId vlanId) { written_.forget(vlanId); }
    // doSyncSingleVlan() for the VLAN of that number, if it is resolved; nothing for 0.
    void maybeSyncOneVlan(Bridging::VlanIdOrNone vlanId);

@@ -100,9 +100,8 @@ void ActiveRole::makeBridging() {
                 .attrLogCheck = &agent_.attrLogCheck(),
                 .ethIntfStatusDir = em_.entity<Interface::EthIntfStatusDir>("interface/status/eth/intf"),
             }));
-   em_.foreignChangeHookIs([this](Kem::Entity const& changed) {
-      bridgingConfigSm_->resolvedVlans().handleForeignChange(changed);
-   });
+   em_.foreignChangeHookIs(
+       [this](Kem::Entity const& changed) { bridgingConfigSm_->handleForeignChange(changed); });
    inputSelectorSm_ =
        made("inputSelectorSm",
             inputSelectorSmFactory({

@@ -404,6 +404,23 @@ TEST_F(VornAgentTest, membershipThatSomebodyElseEditedIsPutRightByThePortsNextPa
    EXPECT_TRUE(taggedIn(13));
 }
 
+// The database does the same where it brings the order of two writers together.
+TEST_F(VornAgentTest, portWritesTheResolvedRecordThatSomebodyElseMadeAgain) {
+   sw.startAgent();
+   auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
+   cli->switchIntfConfigPriorityIs(100);
+   auto const port = cli->switchIntfConfigIs("Ethernet1", Bridging::Input::SwitchportMode::trunk_);
+   TestSwitch::run();
+   auto const theirs = sw.publish<Bridging::Config>("bridging/config");
+   auto const resolved = theirs->switchIntfConfig("Ethernet1")->switchportModeAndNativeVlan();
+   theirs->switchIntfConfigDel("Ethernet1");
+   theirs->switchIntfConfigIs("Ethernet1", resolved);
+   TestSwitch::run();
+   port->vlanTpidIs(0x9100);
+   TestSwitch::run();
+   EXPECT_EQ(theirs->switchIntfConfig("Ethernet1")->vlanTpid(), 0x9100);
+}
+
 TEST_F(VornAgentTest, roleIsTraced) {
    roleIs(3, 4);
    sw.startAgent();

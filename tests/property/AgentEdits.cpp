@@ -17,6 +17,12 @@ void Agent::portEdited(std::string const& intf, std::function<void(ResolvedPort&
    edit(resolved_.at(intf));
 }
 
+void Agent::portMadeAgain(std::string const& intf) {
+   auto& port = resolved_.at(intf);
+   port = {.mode = port.mode, .native = port.native};
+   ++births_.ports[intf];
+}
+
 void Agent::settingsEdited(std::function<void(Outcome&)> const& edit) {
    edit(settings_);
 }

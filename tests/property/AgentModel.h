@@ -56,6 +56,7 @@ class Agent {
    // --- Edits by somebody else, of what there is (AgentEdits.cpp).
    void vlanEdited(unsigned number, std::function<void(ResolvedVlan&)> const& edit);
    void portEdited(std::string const& intf, std::function<void(ResolvedPort&)> const& edit);
+   void portMadeAgain(std::string const& intf); // with the same mode and VLAN, and all else at its default
    void settingsEdited(std::function<void(Outcome&)> const& edit); // the scalars and small maps
    void choiceDeleted(std::string const& intf);
    void waitDeleted(std::string const& intf);
@@ -176,6 +177,8 @@ class Agent {
    void computeAllowed(std::string const& intf);
    void computeAsym(std::string const& intf);
    void syncFlags(std::string const& intf);
+   void syncLearning(std::string const& intf);
+   void syncFlooding(std::string const& intf);
    void syncAllVlans(std::string const& intf);
    void syncVlan(std::string const& intf, unsigned number); // nothing for one that isn't resolved
    bool isMember(std::string const& intf, unsigned number) const;

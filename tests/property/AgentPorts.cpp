@@ -13,6 +13,10 @@ bool isSubinterface(std::string const& intf) {
    return intf.find('.') != intf.npos;
 }
 
+bool isForwarding(Port const& copy) {
+   return copy.enabled && copy.mode != tap && copy.mode != tool;
+}
+
 bool isTrunkLike(int mode) {
    return mode == trunk || mode == tap || mode == tool;
 }
@@ -261,8 +265,9 @@ void Agent::handlePortCopy(std::string const& intf, Told const& told) {
          syncAllVlans(intf);
       return;
    case PortAttr::learns:
+      return syncLearning(intf);
    case PortAttr::floods:
-      return syncFlags(intf);
+      return syncFlooding(intf);
    case PortAttr::tpid:
       out.tpid = copy.tpid;
       return;
@@ -379,11 +384,18 @@ void Agent::computeAsym(std::string const& intf) {
 }
 
 void Agent::syncFlags(std::string const& intf) {
-   auto const& copy = ports_.at(intf).copy;
-   auto& out = resolved_.at(intf);
-   bool const isForwarding = copy.enabled && copy.mode != tap && copy.mode != tool;
-   out.learns = copy.learns && isForwarding;
-   out.floods = copy.floods && isForwarding;
+   syncLearning(intf);
+   syncFlooding(intf);
+}
+
+void Agent::syncLearning(std::string const& intf) {
+   Port const& copy = ports_.at(intf).copy;
+   resolved_.at(intf).learns = copy.learns && isForwarding(copy);
+}
+
+void Agent::syncFlooding(std::string const& intf) {
+   Port const& copy = ports_.at(intf).copy;
+   resolved_.at(intf).floods = copy.floods && isForwarding(copy);
 }
 
 // --- Membership.

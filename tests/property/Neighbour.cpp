@@ -131,7 +131,15 @@ std::string Neighbour::editPort(Dice& dice, Agent* model) {
       return place + text + " edited by the neighbour";
    };
    bool const value = dice.chance();
-   switch (dice.below(6)) {
+   switch (dice.below(7)) {
+   case 6: {
+      auto const resolved = port->switchportModeAndNativeVlan();
+      config_->switchIntfConfigDel(intf);
+      config_->switchIntfConfigIs(intf, resolved);
+      if (model)
+         model->portMadeAgain(intf);
+      return place + "deleted and made again by the neighbour";
+   }
    case 0:
       port->macLearningEnabledIs(value);
       return edit([&](ResolvedPort& p) { p.learns = value; }, "learning");

@@ -1,9 +1,9 @@
 // A careless neighbour of the property test: edits at random what the agent resolved, in the database and in
 // the model.
 //
-// While the agent is up, no record is deleted or made, and what its rules assert is left alone: a port's
-// mode, a routed port's VLAN, whether a port is asymmetric, and that no port which holds an internal VLAN waits
-// for one. While it is down, anything goes: the next life puts all of it right.
+// While the agent is up, no record is deleted for good, and what its rules assert is left alone: a port's
+// mode, a routed port's VLAN, whether a port is asymmetric, and that no port which holds an internal VLAN
+// waits for one. While it is down, anything goes: the next life puts all of it right.
 #pragma once
 
 #include "AgentModel.h"
