@@ -195,10 +195,8 @@ Slot const* Applier::readSlot(Wire::Reader& in) {
    return nullptr;
 }
 
-bool Applier::readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
-   Wire::Reader const before = in;
-   if (slot.key->read(in, key))
-      return true;
+// Says why a key was not taken. False, as what it answers for.
+bool Applier::refuseKey(Wire::Reader before, Slot const& slot) {
    Wire::Reader again = before;
    Problem const problem = slot.key->explain(again.raw(again.remaining()));
    if (problem.isMalformed) {
@@ -214,10 +212,7 @@ bool Applier::readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
    return false;
 }
 
-bool Applier::readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value) {
-   Wire::Reader before = in;
-   if (slot.value->read(in, value))
-      return true;
+bool Applier::refuseValue(Wire::Reader before, Slot const& slot, Packed const* key) {
    Problem const problem = slot.value->explain(before.raw(before.remaining()));
    if (problem.isMalformed)
       refuseMalformed(place(&slot, key) + problem.field + ": " + problem.reason);
@@ -236,15 +231,6 @@ void Applier::openGroup() {
    Store::encodeAt(*target_.entity, out_);
    group.body = out_.size();
    groups_.push_back(group);
-}
-
-void Applier::effective(Wire::Reader const& in, char const* begin, bool isNew) {
-   if (!isLoading_)
-      isNew_.push_back(isNew);
-   if (runBegin_ || isLoading_)
-      return;
-   openGroup();
-   runBegin_ = begin;
 }
 
 void Applier::dropped(char const* begin) {
