@@ -195,25 +195,25 @@ Slot const* Applier::readSlot(Wire::Reader& in) {
    return nullptr;
 }
 
-// Says why a key was not taken. False, as what it answers for.
-bool Applier::refuseKey(Wire::Reader before, Slot const& slot) {
-   Wire::Reader again = before;
-   Problem const problem = slot.key->explain(again.raw(again.remaining()));
+// Says why a key was not taken, which begins with the bytes. False, as what it answers for.
+bool Applier::refuseKey(std::string_view bytes, Slot const& slot) {
+   Problem const problem = slot.key->explain(bytes);
    if (problem.isMalformed) {
       refuseMalformed(place(&slot) + ": the key: " + problem.reason);
       return false;
    }
    // The text of the key that is refused is in the place, so it is read
    // over once more without its checks.
-   skipValue(slot.key->type(), again = before);
-   std::string_view const bytes(before.position(), static_cast<size_t>(again.position() - before.position()));
-   std::string const text = bytes.size() <= maxNameBytes ? keyText(slot.key->type(), bytes) : "...";
+   Wire::Reader again(bytes);
+   skipValue(slot.key->type(), again);
+   std::string_view const key = bytes.substr(0, static_cast<size_t>(again.position() - bytes.data()));
+   std::string const text = key.size() <= maxNameBytes ? keyText(slot.key->type(), key) : "...";
    refuse(place(&slot) + bracketed(text) + problem.field, problem.reason);
    return false;
 }
 
-bool Applier::refuseValue(Wire::Reader before, Slot const& slot, Packed const* key) {
-   Problem const problem = slot.value->explain(before.raw(before.remaining()));
+bool Applier::refuseValue(std::string_view bytes, Slot const& slot, Packed const* key) {
+   Problem const problem = slot.value->explain(bytes);
    if (problem.isMalformed)
       refuseMalformed(place(&slot, key) + problem.field + ": " + problem.reason);
    else

@@ -43,15 +43,19 @@ class Applier {
 
    Slot const* readSlot(Wire::Reader& in);
    bool readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
-      Wire::Reader const before = in;
-      return slot.key->read(in, key) || refuseKey(before, slot);
+      char const* const begin = in.position();
+      return slot.key->read(in, key) || refuseKey(from(begin, in), slot);
    }
    bool readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value) {
-      Wire::Reader const before = in;
-      return slot.value->read(in, value) || refuseValue(before, slot, key);
+      char const* const begin = in.position();
+      return slot.value->read(in, value) || refuseValue(from(begin, in), slot, key);
    }
-   bool refuseKey(Wire::Reader before, Slot const& slot);
-   bool refuseValue(Wire::Reader before, Slot const& slot, Packed const* key);
+   // All bytes of the block from there on, wherever the reader is by now.
+   static std::string_view from(char const* begin, Wire::Reader const& in) {
+      return {begin, static_cast<size_t>(in.position() + in.remaining() - begin)};
+   }
+   bool refuseKey(std::string_view bytes, Slot const& slot);
+   bool refuseValue(std::string_view bytes, Slot const& slot, Packed const* key);
    bool readOnePut(Wire::Reader& in, char const* begin, Slot const& slot, unsigned attribute, Table*& members,
                    uint32_t expected);
    static uint32_t countAlike(char const* at, size_t remaining, size_t stride);
