@@ -62,8 +62,11 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
    uint32_t expected = 0; // of the row
    while (readOnePut(in, begin, *slot, attribute, members, expected)) {
       char const* const next = in.position();
-      if (in.remaining() < 2 || std::memcmp(next, begin, 2) != 0)
+      if (in.remaining() < 2 || std::memcmp(next, begin, 2) != 0) {
+         if (members)
+            members->trim();
          return;
+      }
       if (expected-- <= 1)
          expected = countAlike(next, in.remaining(), static_cast<size_t>(next - begin));
       begin = next;

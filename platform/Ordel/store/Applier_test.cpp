@@ -182,6 +182,26 @@ TEST_F(ApplierTest, memberThatStoodBeforeARefusedRowIsKept) {
    EXPECT_EQ(membersOf("a"), (std::map<std::string, std::string>{{intfBytes("Ethernet2"), value}}));
 }
 
+TEST_F(ApplierTest, rowThatLeavesFewMembersLeavesNoRoomForMany) {
+   Block same, many;
+   same.at(node("a"));
+   many.at(node("a"));
+   for (int number = 1; number <= 8; ++number) // the table has to grow while many seem to come
+      same.put(Config::port, intfBytes("Ethernet" + std::to_string(number)), portBytes(0, 0, 0));
+   for (int i = 0; i < 900; ++i) {
+      same.put(Config::port, intfBytes("Ethernet1"), portBytes(i % 2, 0, 0));
+      many.put(Config::port, intfBytes("Ethernet" + std::to_string(i)), portBytes(0, 0, 0));
+   }
+   auto const capacity = [&] {
+      return Store::table(at("a"), Store::slot(at("a"), Config::port))->capacity();
+   };
+   apply(same);
+   EXPECT_LT(capacity(), 32u);
+   EXPECT_EQ(apply(many.set(Config::vlan, u16Bytes(0))).status, Status::refused);
+   EXPECT_LT(capacity(), 32u);
+   EXPECT_EQ(membersOf("a").size(), 8u);
+}
+
 TEST_F(ApplierTest, rowsOfTwoCollectionsTakeTurns) {
    std::string const value(6, '\0');
    Block block;

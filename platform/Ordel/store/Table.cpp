@@ -137,10 +137,15 @@ void Table::closeHoles() {
    std::free(holes_);
    holes_ = nullptr;
    generation_ = nextGeneration();
-   if (used_ < capacity_ / 2) {
-      capacity_ = used_ + used_ / 4 + 4;
-      slots_ = static_cast<char*>(allocated(std::realloc(slots_, size_t{capacity_} * slotSize_)));
-   }
+   if (used_ < capacity_ / 2)
+      shrink();
+   else if (index_)
+      buildIndex();
+}
+
+void Table::shrink() {
+   capacity_ = used_ + used_ / 4 + 4;
+   slots_ = static_cast<char*>(allocated(std::realloc(slots_, size_t{capacity_} * slotSize_)));
    if (index_)
       buildIndex();
 }

@@ -46,10 +46,17 @@ class Table {
 
    uint32_t find(KeyProbe const& key) const; // none: not there
    // The value of a new member is all zeros where it is a text, else undefined. `expected` is how many members
-   // may come, this one among them: a table that has to grow does it once for them, up to maxExpected. Should
-   // they not come, only memory was spent.
+   // may come, this one among them: a table that has to grow does it once for them, up to maxExpected. Who
+   // expects some calls `trim` when no more come.
    static constexpr uint32_t maxExpected = 1024;
    uint32_t findOrInsert(KeyProbe const& key, bool& isNew, uint32_t expected = 1);
+   // Gives back the room of many more members than there are.
+   void trim() {
+      if (capacity_ > 2 * used_ + 16) [[unlikely]]
+         shrink();
+   }
+   uint32_t capacity() const { return capacity_; } // members that it has room for
+
    // The text of the value is freed; that of the key is freed or given back.
    void erase(uint32_t position);
    Text eraseAndGiveKey(uint32_t position);
@@ -85,6 +92,7 @@ class Table {
    uint32_t placeFor(uint32_t hash) const;
    bool makeRoom(uint32_t expected);
    void closeHoles();
+   void shrink();
    void buildIndex();
    void leaveIndex(uint32_t position);
    void leave(uint32_t position);

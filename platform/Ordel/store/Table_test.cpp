@@ -90,6 +90,22 @@ TEST(TableTest, membersThatWereExpectedMayComeOrNot) {
       }
 }
 
+TEST(TableTest, roomForMembersThatDidNotComeIsGivenBack) {
+   for (uint32_t const coming : {1u, 9u, 500u}) {
+      Table table(numberShape);
+      bool isNew = false;
+      for (uint32_t i = 0; i < coming; ++i)
+         table.findOrInsert({i, {}}, isNew, 1000);
+      EXPECT_GE(table.capacity(), 1000u);
+      table.trim();
+      EXPECT_LT(table.capacity(), 2 * coming + 16);
+      for (uint32_t i = 0; i < 2000; ++i)
+         ASSERT_EQ(table.find({i, {}}), i < coming ? i : Table::none);
+      put(table, coming, 0);
+      EXPECT_EQ(table.find({coming, {}}), coming);
+   }
+}
+
 // A member that comes when the holes are closed for it is found again.
 TEST(TableTest, memberThatComesWhileHolesAreClosedIsFound) {
    Table table(numberShape);

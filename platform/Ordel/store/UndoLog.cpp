@@ -57,6 +57,7 @@ void UndoLog::takeBack(Entry const& puts) {
       members.erase(members.find(keys.back()));
       keys.pop_back();
    }
+   members.trim();
    Store::dropTableIfEmpty(entity, slot);
 }
 
