@@ -944,7 +944,8 @@ TEST_F(ServerTest, clientsAreReportedAsJson) {
                    "\"tool\", \"mounts\": [{\"path\": \"config\", \"type\": \"Test::Config\", \"mode\": "
                    "\"wc\"}, {\"path\": \"input/dir/x\", \"type\": \"\", \"mode\": \"ras\"}], "
                    "\"pendingBytes\": 0, \"pendingMarks\": 0, \"receivedBytes\": "));
-   EXPECT_THAT(client.replies[3].text, HasSubstr("\"receivedOperations\": 1, \"sentBytes\": "));
+   EXPECT_THAT(client.replies[3].text,
+               HasSubstr("\"receivedOperations\": 1, \"refusedWrites\": 0, \"sentBytes\": "));
 }
 
 TEST_F(ServerTest, snapshotIsWrittenOnRequest) {
