@@ -3,6 +3,8 @@
 //
 //    scale_bench [--vlans N] [--ports N] [--repeat N] [--trace-file]   bulk, single changes, memory and
 //                                                                      restart at that size
+//    scale_bench --bulk [--vlans N] [--ports N] [--repeat N]           the bulk alone, with the processor time of
+//                                                                      each process
 //    scale_bench --growth                                              time of the bulk at several sizes
 #include "../database/Relay.h"
 #include "Counter.h"
@@ -19,6 +21,7 @@
 #include "records/TypeInfo.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -90,6 +93,14 @@ size_t residentMegabytes(pid_t pid, char const* what) {
       if (line.rfind(std::string(what) + ":", 0) == 0)
          return std::stoul(line.substr(std::strlen(what) + 1)) / 1024;
    return 0;
+}
+
+// What the process has used of the processors, in seconds, by the scheduler's count.
+double processorTime(pid_t pid) {
+   std::ifstream file("/proc/" + std::to_string(pid) + "/schedstat");
+   double nanoseconds = 0;
+   file >> nanoseconds;
+   return nanoseconds * 1e-9;
 }
 
 // Returns when every agent is done with what was published.
@@ -187,6 +198,22 @@ class Switch {
          publisher_->cli->switchIntfConfigIs(portOf(port), Bridging::Input::SwitchportMode::trunk_);
       publisher_->flush();
       return counter_.waitFor() - start;
+   }
+
+   // The same, and what each process used meanwhile.
+   struct Usage {
+      double time;
+      std::array<double, 4> processors; // agent, database, subscriber, publisher
+   };
+   Usage bulkUsage() {
+      std::array<pid_t, 4> const pids = {agent_->pid(), database_, counter_.pid(), getpid()};
+      Usage usage{};
+      for (size_t i = 0; i < pids.size(); ++i)
+         usage.processors[i] = -processorTime(pids[i]);
+      usage.time = bulk();
+      for (size_t i = 0; i < pids.size(); ++i)
+         usage.processors[i] += processorTime(pids[i]);
+      return usage;
    }
 
    // Seconds of each change: VLAN 1 is taken from the last port, or given back to it. During a bulk change
@@ -291,6 +318,28 @@ void measure(unsigned vlans, unsigned ports, int repeat) {
    aSwitch.printMemory();
 }
 
+// A line for each run, and their medians.
+void measureBulk(unsigned vlans, unsigned ports, int repeat) {
+   std::printf("%8s %8s %8s %10s %9s %8s\n", "seen, s", "agent", "database", "subscriber", "publisher",
+               "sum");
+   auto const line = [](double time, std::array<double, 4> const& used) {
+      std::printf("%8.3f %8.3f %8.3f %10.3f %9.3f %8.3f\n", time, used[0], used[1], used[2], used[3],
+                  used[0] + used[1] + used[2] + used[3]);
+      std::fflush(stdout);
+   };
+   std::vector<double> times;
+   std::array<std::vector<double>, 4> used;
+   for (int i = 0; i < repeat; ++i) {
+      auto const usage = Switch(vlans, ports).bulkUsage();
+      line(usage.time, usage.processors);
+      times.push_back(usage.time);
+      for (size_t j = 0; j < used.size(); ++j)
+         used[j].push_back(usage.processors[j]);
+   }
+   std::printf("medians\n");
+   line(medianOf(times), {medianOf(used[0]), medianOf(used[1]), medianOf(used[2]), medianOf(used[3])});
+}
+
 void measureGrowth() {
    std::printf("%8s %8s %10s %12s\n", "VLANs", "ports", "seconds", "ns each");
    auto const line = [](unsigned vlans, unsigned ports) {
@@ -309,11 +358,13 @@ void measureGrowth() {
 int main(int argc, char** argv) {
    unsigned vlans = 4094, ports = 512;
    int repeat = 3;
-   bool growth = false;
+   bool growth = false, bulk = false;
    for (int i = 1; i < argc; ++i) {
       std::string_view const option = argv[i];
       if (option == "--growth") {
          growth = true;
+      } else if (option == "--bulk") {
+         bulk = true;
       } else if (option == "--trace-file") {
          hasTraceFile = true;
       } else if (i + 1 < argc && (option == "--vlans" || option == "--ports" || option == "--repeat")) {
@@ -325,8 +376,9 @@ int main(int argc, char** argv) {
          else
             repeat = std::max(1, number);
       } else {
-         std::fprintf(stderr,
-                      "Usage: scale_bench [--vlans N] [--ports N] [--repeat N] [--trace-file] | --growth\n");
+         std::fprintf(
+             stderr,
+             "Usage: scale_bench [--vlans N] [--ports N] [--repeat N] [--trace-file] [--bulk] | --growth\n");
          return 2;
       }
    }
@@ -334,6 +386,8 @@ int main(int argc, char** argv) {
    binFolder = program.substr(0, program.rfind('/') + 1) + "..";
    if (growth)
       measureGrowth();
+   else if (bulk)
+      measureBulk(vlans, ports, repeat);
    else
       measure(vlans, ports, repeat);
    return 0;

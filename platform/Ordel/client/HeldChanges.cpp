@@ -14,10 +14,18 @@ std::string HeldChanges::keyBytes(Kem::Entity const& entity, AttrId id, void con
 }
 
 bool HeldChanges::isNew(Kem::Entity const& entity) const {
-   if (!new_.empty())
-      for (Kem::Entity const* at = &entity; at; at = at->parent())
-         if (new_.contains(at))
-            return true;
+   if (new_.empty())
+      return false;
+   if (&entity == lastNew_)
+      return true;
+   // What is only below a new one isn't remembered: it may be gone, and its address be another's.
+   if (new_.contains(&entity)) {
+      lastNew_ = &entity;
+      return true;
+   }
+   for (Kem::Entity const* at = entity.parent(); at; at = at->parent())
+      if (new_.contains(at))
+         return true;
    return false;
 }
 
@@ -139,6 +147,7 @@ void HeldChanges::release() {
    index_.clear();
    places_.clear();
    new_.clear();
+   lastNew_ = nullptr;
    kept_.clear();
    count_ = 0;
 }

@@ -94,6 +94,7 @@ class HeldChanges {
    std::unordered_map<Kem::Entity const*, std::pair<Kem::Entity const*, Thing>>
        places_;                                    // of removed entities
    std::unordered_set<Kem::Entity const*> new_;    // entities that came after the log was held
+   mutable Kem::Entity const* lastNew_ = nullptr;  // the one asked for last: it is filled member by member
    std::vector<Kem::Ptr<Kem::Entity const>> kept_; // keeps the addresses in new_ from being used again
    size_t count_ = 0;
 };

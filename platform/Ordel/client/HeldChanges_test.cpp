@@ -71,6 +71,19 @@ struct HeldChangesTest : testing::Test {
    Ptr<Bridging::VlanConfig> vlan = config->newVlanConfig(VlanId(10), false);
 };
 
+TEST_F(HeldChangesTest, entityIsNewUntilTheReleaseOnly) {
+   auto const made = config->newVlanConfig(VlanId(20), false);
+   made->intfIs(port, {.tagged = true});
+   vlan->intfDel(port); // not taken for one of the new one's
+   made->intfIs(port, {.tagged = false});
+   EXPECT_EQ(log.held.count(), 2u); // the new VLAN, and the port of the old one
+   EXPECT_EQ(log.release(), (Words{"create vlanConfig 20", "erase intf"}));
+   log.hold();
+   config->newVlanConfig(VlanId(30), false);
+   made->intfDel(port);
+   EXPECT_EQ(log.release(), (Words{"create vlanConfig 30", "erase intf"}));
+}
+
 TEST_F(HeldChangesTest, onlyTheFirstChangeOfAThingIsRemembered) {
    vlan->configuredNameIs("a");
    vlan->configuredNameIs("b");

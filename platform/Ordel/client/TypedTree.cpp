@@ -445,10 +445,10 @@ bool TypedTree::applyPut(Wire::Reader& in, Cursor& at) {
       return false;
    if (at.entity) {
       if (log_->isHeld()) {
-         Wire::Reader key = in;
+         char const* const begin = in.position();
+         Wire::Reader key({begin, in.remaining()});
          skipValue(*member->key, key);
-         log_->foreignChange(*at.entity, id,
-                             {in.position(), static_cast<size_t>(key.position() - in.position())});
+         log_->foreignChange(*at.entity, id, {begin, static_cast<size_t>(key.position() - begin)});
       }
       return at.entity->applyPut(id, in);
    }

@@ -195,30 +195,25 @@ Slot const* Applier::readSlot(Wire::Reader& in) {
    return nullptr;
 }
 
-bool Applier::readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
-   Wire::Reader const before = in;
-   if (slot.key->read(in, key))
-      return true;
-   Wire::Reader again = before;
-   Problem const problem = slot.key->explain(again.raw(again.remaining()));
+// Says why a key was not taken, which begins with the bytes. False, as what it answers for.
+bool Applier::refuseKey(std::string_view bytes, Slot const& slot) {
+   Problem const problem = slot.key->explain(bytes);
    if (problem.isMalformed) {
       refuseMalformed(place(&slot) + ": the key: " + problem.reason);
       return false;
    }
    // The text of the key that is refused is in the place, so it is read
    // over once more without its checks.
-   skipValue(slot.key->type(), again = before);
-   std::string_view const bytes(before.position(), static_cast<size_t>(again.position() - before.position()));
-   std::string const text = bytes.size() <= maxNameBytes ? keyText(slot.key->type(), bytes) : "...";
+   Wire::Reader again(bytes);
+   skipValue(slot.key->type(), again);
+   std::string_view const key = bytes.substr(0, static_cast<size_t>(again.position() - bytes.data()));
+   std::string const text = key.size() <= maxNameBytes ? keyText(slot.key->type(), key) : "...";
    refuse(place(&slot) + bracketed(text) + problem.field, problem.reason);
    return false;
 }
 
-bool Applier::readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value) {
-   Wire::Reader before = in;
-   if (slot.value->read(in, value))
-      return true;
-   Problem const problem = slot.value->explain(before.raw(before.remaining()));
+bool Applier::refuseValue(std::string_view bytes, Slot const& slot, Packed const* key) {
+   Problem const problem = slot.value->explain(bytes);
    if (problem.isMalformed)
       refuseMalformed(place(&slot, key) + problem.field + ": " + problem.reason);
    else
@@ -236,15 +231,6 @@ void Applier::openGroup() {
    Store::encodeAt(*target_.entity, out_);
    group.body = out_.size();
    groups_.push_back(group);
-}
-
-void Applier::effective(Wire::Reader const& in, char const* begin, bool isNew) {
-   if (!isLoading_)
-      isNew_.push_back(isNew);
-   if (runBegin_ || isLoading_)
-      return;
-   openGroup();
-   runBegin_ = begin;
 }
 
 void Applier::dropped(char const* begin) {

@@ -42,8 +42,23 @@ class Applier {
    void readCreate(Wire::Reader& in, char const* begin);
 
    Slot const* readSlot(Wire::Reader& in);
-   bool readKey(Wire::Reader& in, Slot const& slot, Packed& key);
-   bool readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value);
+   bool readKey(Wire::Reader& in, Slot const& slot, Packed& key) {
+      char const* const begin = in.position();
+      return slot.key->read(in, key) || refuseKey(from(begin, in), slot);
+   }
+   bool readValue(Wire::Reader& in, Slot const& slot, Packed const* key, Packed& value) {
+      char const* const begin = in.position();
+      return slot.value->read(in, value) || refuseValue(from(begin, in), slot, key);
+   }
+   // All bytes of the block from there on, wherever the reader is by now.
+   static std::string_view from(char const* begin, Wire::Reader const& in) {
+      return {begin, static_cast<size_t>(in.position() + in.remaining() - begin)};
+   }
+   bool refuseKey(std::string_view bytes, Slot const& slot);
+   bool refuseValue(std::string_view bytes, Slot const& slot, Packed const* key);
+   bool readOnePut(Wire::Reader& in, char const* begin, Slot const& slot, unsigned attribute, Table*& members,
+                   uint32_t expected);
+   static uint32_t countAlike(char const* at, size_t remaining, size_t stride);
    Slot const* slotOfDerived(Layout const& layout, unsigned attribute) const;
 
    void store(Entity& entity, Slot const& slot, char* place, Packed const& value);
@@ -53,7 +68,14 @@ class Applier {
    void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);
 
    // The operation from `begin` to where the reader stands took effect, or did not.
-   void effective(Wire::Reader const& in, char const* begin, bool isNew = false);
+   void effective(char const* begin, bool isNew = false) {
+      if (!isLoading_)
+         isNew_.push_back(isNew);
+      if (runBegin_ || isLoading_)
+         return;
+      openGroup();
+      runBegin_ = begin;
+   }
    void dropped(char const* begin);
    void openGroup();
    void flushRun(char const* end);

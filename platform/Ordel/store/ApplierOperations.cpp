@@ -45,9 +45,10 @@ void Applier::readSet(Wire::Reader& in, char const* begin) {
    }
    store(entity, *slot, at, value);
    if (grow(bytesBefore, Store::valueTextBytes(*slot, at), slot, nullptr))
-      effective(in, begin);
+      effective(begin);
 }
 
+// Takes all that follow each other of one collection: what is the same for all of them is looked up once.
 void Applier::readPut(Wire::Reader& in, char const* begin) {
    Slot const* const slot = readSlot(in);
    if (!slot)
@@ -56,44 +57,75 @@ void Applier::readPut(Wire::Reader& in, char const* begin) {
       refuse(place(slot), slot->holdsEntities() ? "holds entities, which are created" : "is no collection");
       return;
    }
+   auto const attribute = static_cast<unsigned>(static_cast<uint8_t>(begin[1]));
+   Table* members = nullptr;
+   uint32_t expected = 0; // of the row
+   while (readOnePut(in, begin, *slot, attribute, members, expected)) {
+      char const* const next = in.position();
+      if (in.remaining() < 2 || std::memcmp(next, begin, 2) != 0) {
+         if (members)
+            members->trim();
+         return;
+      }
+      if (expected-- <= 1)
+         expected = countAlike(next, in.remaining(), static_cast<size_t>(next - begin));
+      begin = next;
+      in.u16();
+   }
+}
+
+// The row goes on for so many operations, as far as can be told from the size of the last one. At least 1.
+uint32_t Applier::countAlike(char const* at, size_t remaining, size_t stride) {
+   uint32_t count = 1;
+   for (size_t next = stride; next + 2 <= remaining && count < Table::maxExpected; next += stride, ++count)
+      if (std::memcmp(at + next, at, 2) != 0)
+         break;
+   return count;
+}
+
+// False when it was refused.
+bool Applier::readOnePut(Wire::Reader& in, char const* begin, Slot const& slot, unsigned attribute,
+                         Table*& members, uint32_t expected) {
    Packed key, value;
-   if (!readKey(in, *slot, key))
-      return;
+   if (!readKey(in, slot, key))
+      return false;
    char const* const valueBegin = in.position();
-   if (!readValue(in, *slot, &key, value))
-      return;
-   if (!isUnderItsKey(*slot, key, valueBegin)) {
-      Records::Field const& field = slot->value->type().fields.front();
-      refuse(place(slot, &key) + "." + std::string(field.name),
+   if (!readValue(in, slot, &key, value))
+      return false;
+   if (!isUnderItsKey(slot, key, valueBegin)) {
+      Records::Field const& field = slot.value->type().fields.front();
+      refuse(place(&slot, &key) + "." + std::string(field.name),
              keyText(*field.type, {valueBegin, field.type->size}) + " differs from the key");
-      return;
+      return false;
    }
    if (!target_.entity) {
       dropped(begin);
-      return;
+      return true;
    }
    Entity& entity = *target_.entity;
-   Table& members = Store::tableMade(entity, *slot);
+   if (!members)
+      members = &Store::tableMade(entity, slot);
    bool isNew = false;
-   KeyProbe const probe = Store::probe(*slot, key);
-   uint32_t const position = members.findOrInsert(probe, isNew);
-   char* const at = members.value(position);
-   if (!isNew && isStored(*slot, at, value)) {
+   KeyProbe const probe = Store::probe(slot, key);
+   uint32_t const position = members->findOrInsert(probe, isNew, expected);
+   char* const at = members->value(position);
+   if (!isNew && isStored(slot, at, value)) {
       dropped(begin);
-      return;
+      return true;
    }
-   size_t const bytesBefore = isNew ? 0 : Store::valueTextBytes(*slot, at);
-   if (!isLoading_) {
-      auto const attribute = static_cast<unsigned>(slot - Store::layout(entity).slots.data());
-      undo_.record(isNew ? Undone::put : Undone::replaced, entity, attribute, undo_.keepKey(*slot, probe),
-                   isNew ? 0 : undo_.displace(*slot, at));
-   } else if (!isNew && slot->value->isText()) {
-      freeText(undo_.displace(*slot, at));
-   }
-   store(entity, *slot, at, value);
-   if (grow(bytesBefore, Store::valueTextBytes(*slot, at) + (isNew ? Store::memberBytes(*slot, probe) : 0),
-            slot, &key))
-      effective(in, begin, isNew);
+   size_t const bytesBefore = isNew ? 0 : Store::valueTextBytes(slot, at);
+   if (isNew && !isLoading_)
+      undo_.recordPut(entity, attribute, begin, in.position());
+   else if (!isLoading_)
+      undo_.record(Undone::replaced, entity, attribute, undo_.keepKey(slot, probe), undo_.displace(slot, at));
+   else if (!isNew && slot.value->isText())
+      freeText(undo_.displace(slot, at));
+   store(entity, slot, at, value);
+   if (!grow(bytesBefore, Store::valueTextBytes(slot, at) + (isNew ? Store::memberBytes(slot, probe) : 0),
+             &slot, &key))
+      return false;
+   effective(begin, isNew);
+   return true;
 }
 
 void Applier::readErase(Wire::Reader& in, char const* begin) {
@@ -125,7 +157,7 @@ void Applier::readErase(Wire::Reader& in, char const* begin) {
          refuse(place(slot, &key), "is a place of the schema and can't be deleted");
          return;
       }
-   effective(in, begin); // before the change: it names the entity by what still stands
+   effective(begin); // before the change: it names the entity by what still stands
    if (slot->holdsEntities()) {
       erase(*Store::entityAt(*members, position));
       return;

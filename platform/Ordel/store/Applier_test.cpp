@@ -34,6 +34,18 @@ struct ApplierTest : testing::Test {
    uint32_t node(std::string_view path) { return at(path).node(); }
    Applied const& apply(Block const& block, uint8_t flags = 0) { return applier.apply(block, flags); }
 
+   // Of the collection `port`, in wire form.
+   std::map<std::string, std::string> membersOf(std::string_view path) {
+      std::map<std::string, std::string> found;
+      Entity const& entity = at(path);
+      Ordel::Slot const& slot = Store::slot(entity, Config::port);
+      if (Ordel::Table const* members = Store::table(entity, slot))
+         for (uint32_t i = 0; i < members->end(); ++i)
+            if (std::string scratch, other; members->isMember(i))
+               found.emplace(Store::keyAt(*members, i, slot, scratch),
+                             slot.value->view(members->value(i), slot.zero, other));
+      return found;
+   }
    std::vector<std::string> namesOfGroups(Applied const& applied) {
       std::vector<std::string> names;
       for (Ordel::Group const& group : applied.groups)
@@ -105,6 +117,121 @@ TEST_F(ApplierTest, newMembersAreMarked) {
                  .erase(Config::named, stringBytes("old"))
                  .create(Config::group, stringBytes("g"), groupType));
    EXPECT_THAT(std::vector<int>(applied.isNew.begin(), applied.isNew.end()), ElementsAre(0, 1, 0, 1));
+}
+
+// Members that follow each other in one collection are taken in one go; each is still an operation of its own.
+TEST_F(ApplierTest, membersInARowAreOperationsOfTheirOwn) {
+   auto const put = [](Block& block, std::string const& name, bool value) {
+      block.put(Config::named, stringBytes(name), std::string(1, value));
+   };
+   Block first;
+   first.at(node("a"));
+   put(first, "same", true);
+   put(first, "other", true);
+   EXPECT_EQ(hex(apply(first).bytes), hex(first.view()));
+   Block row, effective;
+   row.at(node("a"));
+   put(row, "new", true);
+   put(row, "same", true);   // exists already
+   put(row, "other", false); // replaced
+   put(row, "a longer name, so that no two operations of the row are of one size", true);
+   put(row, "new", true);  // came a moment ago
+   put(row, "new", false); // and is replaced
+   row.set(Config::count, u32Bytes(1));
+   effective.at(node("a"));
+   put(effective, "new", true);
+   put(effective, "other", false);
+   put(effective, "a longer name, so that no two operations of the row are of one size", true);
+   put(effective, "new", false);
+   effective.set(Config::count, u32Bytes(1));
+   Applied const& applied = apply(row);
+   EXPECT_EQ(hex(applied.bytes), hex(effective.view()));
+   EXPECT_THAT(std::vector<int>(applied.isNew.begin(), applied.isNew.end()), ElementsAre(1, 0, 1, 0, 0));
+}
+
+TEST_F(ApplierTest, refusalInARowTakesBackAllOfIt) {
+   std::string const good(6, '\0'), bad = "\2" + std::string(5, '\0'); // no boolean
+   // As numbers and by name: some ids of interfaces have no number.
+   std::vector<std::string> const ports = {"Ethernet1",     "a port",       "Ethernet2",
+                                           "Port-Channel7", "another port", "Ethernet3"};
+   apply(Block().at(node("a")).put(Config::port, intfBytes("Ethernet2"), "\1" + std::string(5, '\0')));
+   for (std::string const& refused : ports) {
+      Block block;
+      block.at(node("b")).put(Config::port, intfBytes("Cpu"), good);
+      block.at(node("a"));
+      for (std::string const& port : ports)
+         block.put(Config::port, intfBytes(port), port == refused ? bad : good);
+      Applied const& applied = apply(block);
+      EXPECT_EQ(applied.status, Status::refused);
+      EXPECT_EQ(applied.error, "a.port[" + refused + "].tagged: neither false nor true");
+      EXPECT_TRUE(applied.bytes.empty());
+      EXPECT_EQ(membersOf("a"),
+                (std::map<std::string, std::string>{{intfBytes("Ethernet2"), "\1" + std::string(5, '\0')}}));
+      EXPECT_EQ(membersOf("b").size(), 0u);
+   }
+}
+
+TEST_F(ApplierTest, memberThatStoodBeforeARefusedRowIsKept) {
+   std::string const value(6, '\0');
+   apply(Block().at(node("a")).put(Config::port, intfBytes("Ethernet2"), value));
+   Block block;
+   block.at(node("a"));
+   for (char const* port : {"Ethernet1", "Ethernet2", "Ethernet3"}) // the second one changes nothing
+      block.put(Config::port, intfBytes(port), value);
+   EXPECT_EQ(apply(block.set(Config::vlan, u16Bytes(0))).status, Status::refused);
+   EXPECT_EQ(membersOf("a"), (std::map<std::string, std::string>{{intfBytes("Ethernet2"), value}}));
+}
+
+TEST_F(ApplierTest, rowThatLeavesFewMembersLeavesNoRoomForMany) {
+   Block same, many;
+   same.at(node("a"));
+   many.at(node("a"));
+   for (int number = 1; number <= 8; ++number) // the table has to grow while many seem to come
+      same.put(Config::port, intfBytes("Ethernet" + std::to_string(number)), portBytes(0, 0, 0));
+   for (int i = 0; i < 900; ++i) {
+      same.put(Config::port, intfBytes("Ethernet1"), portBytes(i % 2, 0, 0));
+      many.put(Config::port, intfBytes("Ethernet" + std::to_string(i)), portBytes(0, 0, 0));
+   }
+   auto const capacity = [&] {
+      return Store::table(at("a"), Store::slot(at("a"), Config::port))->capacity();
+   };
+   apply(same);
+   EXPECT_LT(capacity(), 32u);
+   EXPECT_EQ(apply(many.set(Config::vlan, u16Bytes(0))).status, Status::refused);
+   EXPECT_LT(capacity(), 32u);
+   EXPECT_EQ(membersOf("a").size(), 8u);
+}
+
+TEST_F(ApplierTest, rowsOfTwoCollectionsTakeTurns) {
+   std::string const value(6, '\0');
+   Block block;
+   block.at(node("a"));
+   for (int i = 1; i <= 20; ++i)
+      block.put(Config::port, intfBytes("Ethernet" + std::to_string(i)), value)
+          .put(Config::named, stringBytes(std::to_string(i)), "\1");
+   EXPECT_EQ(hex(apply(block).bytes), hex(block.view()));
+   EXPECT_EQ(membersOf("a").size(), 20u);
+   Block refused;
+   refused.at(node("b"))
+       .put(Config::port, intfBytes("Ethernet1"), value)
+       .put(Config::named, stringBytes("x"), "\1")
+       .put(Config::port, intfBytes("Ethernet2"), value)
+       .set(Config::vlan, u16Bytes(0));
+   EXPECT_EQ(apply(refused).status, Status::refused);
+   EXPECT_EQ(membersOf("b").size(), 0u);
+   EXPECT_EQ(Store::table(at("b"), Store::slot(at("b"), Config::named)), nullptr);
+}
+
+TEST_F(ApplierTest, rowThatIsCutShortIsTakenBack) {
+   Block block;
+   block.at(node("a"));
+   for (char name = 'a'; name <= 'z'; ++name)
+      block.put(Config::named, stringBytes(std::string(1, name)), "\1");
+   for (size_t cut = 1; cut < 5; ++cut) { // of the last operation: at the end of it and before
+      Applied const& applied = applier.apply(block.view().substr(0, block.view().size() - cut), 0);
+      EXPECT_TRUE(applied.isMalformed) << cut;
+      EXPECT_EQ(Store::table(at("a"), Store::slot(at("a"), Config::named)), nullptr) << cut;
+   }
 }
 
 TEST_F(ApplierTest, createdNodeIsPassedOnWithItsNumber) {

@@ -69,36 +69,53 @@ uint32_t Table::find(KeyProbe const& key) const {
    }
 }
 
-uint32_t Table::findOrInsert(KeyProbe const& key, bool& isNew) {
-   uint32_t const found = find(key);
-   isNew = found == none;
-   if (!isNew)
-      return found;
+uint32_t Table::findOrInsert(KeyProbe const& key, bool& isNew, uint32_t expected) {
+   isNew = false;
+   uint32_t hashed = 0, at = 0; // in the index
+   if (!index_) {
+      if (uint32_t const found = find(key); found != none)
+         return found;
+   } else {
+      hashed = hash(key);
+      for (at = hashed & mask_;; at = (at + 1) & mask_) {
+         uint32_t const entry = indexed(at);
+         if (entry == 0)
+            break;
+         if (isEqual(entry - 1, key))
+            return entry - 1;
+      }
+   }
+   isNew = true;
    // The text first: when memory runs out, the table is as before.
    uint64_t const kept = shape_.isKeyText ? makeText(key.text) : key.bits;
-   if (used_ == capacity_)
-      makeRoom();
+   if (used_ == capacity_ && makeRoom(expected) && index_)
+      at = placeFor(hashed);
    uint32_t const position = used_++;
    copyBytes(slot(position), &kept, shape_.keySize);
    if (shape_.isValueText)
       std::memset(value(position), 0, sizeof(Text));
-   if (index_ && !(mask_ - used_ < mask_ / 4)) { // at most three quarters full
-      uint32_t at = hashAt(position) & mask_;
-      while (indexed(at) != 0)
-         at = (at + 1) & mask_;
+   if (index_ && !isIndexFull())
       indexIs(at, position + 1);
-   } else if (used_ > maxUnindexed) {
+   else if (used_ > maxUnindexed)
       buildIndex();
-   }
    return position;
 }
 
-void Table::makeRoom() {
+// The free place of the index where a key of this hash belongs.
+uint32_t Table::placeFor(uint32_t hash) const {
+   uint32_t at = hash & mask_;
+   while (indexed(at) != 0)
+      at = (at + 1) & mask_;
+   return at;
+}
+
+// True when members have moved, and with them the index.
+bool Table::makeRoom(uint32_t expected) {
    if (holeCount_ > used_ / 4) {
       closeHoles();
-      return;
+      return true;
    }
-   uint32_t const more = std::max(4u, std::min(capacity_ / 4, 1u << 20));
+   uint32_t const more = std::max({4u, std::min(capacity_ / 4, 1u << 20), std::min(expected, maxExpected)});
    uint32_t const capacity = capacity_ + more;
    slots_ = static_cast<char*>(allocated(std::realloc(slots_, size_t{capacity} * slotSize_)));
    if (holes_) {
@@ -107,6 +124,7 @@ void Table::makeRoom() {
       std::memset(holes_ + before, 0, after - before);
    }
    capacity_ = capacity;
+   return false;
 }
 
 void Table::closeHoles() {
@@ -119,17 +137,24 @@ void Table::closeHoles() {
    std::free(holes_);
    holes_ = nullptr;
    generation_ = nextGeneration();
-   if (used_ < capacity_ / 2) {
-      capacity_ = used_ + used_ / 4 + 4;
-      slots_ = static_cast<char*>(allocated(std::realloc(slots_, size_t{capacity_} * slotSize_)));
-   }
+   if (used_ < capacity_ / 2)
+      shrink();
+   else if (index_)
+      buildIndex();
+}
+
+void Table::shrink() {
+   capacity_ = used_ + used_ / 4 + 4;
+   slots_ = static_cast<char*>(allocated(std::realloc(slots_, size_t{capacity_} * slotSize_)));
    if (index_)
       buildIndex();
 }
 
-// Twice the members at least, so that it lasts until half as many again have come.
+// Twice the members at least, so that it lasts until half as many again have come; and room for those that the
+// capacity is meant for.
 void Table::buildIndex() {
-   uint32_t const places = std::bit_ceil(std::max(used_, maxUnindexed) * 2);
+   uint32_t const places =
+       std::bit_ceil(std::max({used_ * 2, maxUnindexed * 2, capacity_ + capacity_ / 3 + 2}));
    bool const isWide = places > 65536;
    void* const index = allocated(std::calloc(places, isWide ? 4 : 2));
    std::free(index_);
@@ -137,12 +162,8 @@ void Table::buildIndex() {
    isWide_ = isWide;
    mask_ = places - 1;
    for (uint32_t i = 0; i < used_; ++i) {
-      if (!isMember(i))
-         continue;
-      uint32_t at = hashAt(i) & mask_;
-      while (indexed(at) != 0)
-         at = (at + 1) & mask_;
-      indexIs(at, i + 1);
+      if (isMember(i))
+         indexIs(placeFor(hashAt(i)), i + 1);
    }
 }
 

@@ -45,8 +45,18 @@ class Table {
    uint32_t generation() const { return generation_; }
 
    uint32_t find(KeyProbe const& key) const; // none: not there
-   // The value of a new member is all zeros where it is a text, else undefined.
-   uint32_t findOrInsert(KeyProbe const& key, bool& isNew);
+   // The value of a new member is all zeros where it is a text, else undefined. `expected` is how many members
+   // may come, this one among them: a table that has to grow does it once for them, up to maxExpected. Who
+   // expects some calls `trim` when no more come.
+   static constexpr uint32_t maxExpected = 1024;
+   uint32_t findOrInsert(KeyProbe const& key, bool& isNew, uint32_t expected = 1);
+   // Gives back the room of many more members than there are.
+   void trim() {
+      if (capacity_ > 2 * used_ + 16) [[unlikely]]
+         shrink();
+   }
+   uint32_t capacity() const { return capacity_; } // members that it has room for
+
    // The text of the value is freed; that of the key is freed or given back.
    void erase(uint32_t position);
    Text eraseAndGiveKey(uint32_t position);
@@ -57,6 +67,7 @@ class Table {
 
   private:
    char* slot(uint32_t position) const { return slots_ + size_t{position} * slotSize_; }
+   bool isIndexFull() const { return mask_ - used_ < mask_ / 4; } // more than three quarters
    bool isHole(uint32_t position) const { return holes_[position / 8] >> (position % 8) & 1; }
    uint64_t load(char const* key) const { return loadBytes(key, shape_.keySize); }
    uint32_t hash(KeyProbe const& key) const {
@@ -78,8 +89,10 @@ class Table {
       else
          static_cast<uint16_t*>(index_)[at] = static_cast<uint16_t>(entry);
    }
-   void makeRoom();
+   uint32_t placeFor(uint32_t hash) const;
+   bool makeRoom(uint32_t expected);
    void closeHoles();
+   void shrink();
    void buildIndex();
    void leaveIndex(uint32_t position);
    void leave(uint32_t position);

@@ -66,6 +66,62 @@ TEST(TableTest, holdsMoreThanTwoByteIndexesReach) {
    EXPECT_EQ(table.find({150000, {}}), Table::none);
 }
 
+TEST(TableTest, membersThatWereExpectedMayComeOrNot) {
+   for (uint32_t const expected : {2u, 9u, 100u, 1000u, UINT32_MAX})
+      for (uint32_t const coming : {1u, 8u, 9u, 500u, 3000u}) {
+         Table table(numberShape);
+         std::map<uint64_t, uint16_t> model;
+         for (uint32_t i = 0; i < coming; ++i) {
+            bool isNew = false;
+            uint32_t const position = table.findOrInsert({i, {}}, isNew, expected);
+            ASSERT_TRUE(isNew);
+            auto const value = static_cast<uint16_t>(i);
+            std::memcpy(table.value(position), &value, 2);
+            model[i] = value;
+            ASSERT_EQ(table.findOrInsert({i, {}}, isNew, expected), position);
+            ASSERT_FALSE(isNew);
+         }
+         EXPECT_EQ(contentOf(table), model);
+         EXPECT_EQ(table.find({coming, {}}), Table::none);
+         for (uint32_t i = 0; i < coming; i += 2)
+            table.erase(table.find({i, {}})), model.erase(i);
+         for (uint32_t i = 0; i < coming; ++i) // where the holes are
+            ASSERT_EQ(table.find({i, {}}) != Table::none, model.count(i) == 1);
+      }
+}
+
+TEST(TableTest, roomForMembersThatDidNotComeIsGivenBack) {
+   for (uint32_t const coming : {1u, 9u, 500u}) {
+      Table table(numberShape);
+      bool isNew = false;
+      for (uint32_t i = 0; i < coming; ++i)
+         table.findOrInsert({i, {}}, isNew, 1000);
+      EXPECT_GE(table.capacity(), 1000u);
+      table.trim();
+      EXPECT_LT(table.capacity(), 2 * coming + 16);
+      for (uint32_t i = 0; i < 2000; ++i)
+         ASSERT_EQ(table.find({i, {}}), i < coming ? i : Table::none);
+      put(table, coming, 0);
+      EXPECT_EQ(table.find({coming, {}}), coming);
+   }
+}
+
+// A member that comes when the holes are closed for it is found again.
+TEST(TableTest, memberThatComesWhileHolesAreClosedIsFound) {
+   Table table(numberShape);
+   std::map<uint64_t, uint16_t> model;
+   for (uint32_t i = 0; i < 10000; ++i) {
+      put(table, i, static_cast<uint16_t>(i));
+      model[i] = static_cast<uint16_t>(i);
+      if (i % 3 != 0 && i >= 20) {
+         table.erase(table.find({i - 20, {}}));
+         model.erase(i - 20);
+      }
+      ASSERT_NE(table.find({i, {}}), Table::none) << i;
+   }
+   EXPECT_EQ(contentOf(table), model);
+}
+
 TEST(TableTest, membersKeepTheirOrderAndPositionsWithinAGeneration) {
    Table table(numberShape);
    for (uint32_t i = 0; i < 100; ++i)

@@ -1,4 +1,6 @@
 #include "Ordel/store/UndoLog.h"
+#include "Kem/Assert.h"
+#include "Ordel/wire/Operations.h"
 
 #include <cstring>
 
@@ -35,6 +37,30 @@ KeyProbe UndoLog::keptKey(Slot const& slot, uint64_t kept) const {
    return {0, std::string_view(keyBytes_).substr(kept >> 32, kept & UINT32_MAX)};
 }
 
+// Reads the keys over once more. The last member goes first, so that the others stay where they are.
+void UndoLog::takeBack(Entry const& puts) {
+   Entity& entity = *puts.entity;
+   Slot const& slot = Store::slot(entity, puts.attribute);
+   Table& members = *Store::table(entity, slot);
+   auto const* const begin = reinterpret_cast<char const*>(puts.key);
+   auto const* const end = reinterpret_cast<char const*>(puts.old);
+   std::vector<KeyProbe> keys;
+   Wire::Reader in({begin, static_cast<size_t>(end - begin)});
+   while (!in.done()) {
+      in.u16(); // operation and attribute
+      Packed key;
+      KEM_ASSERT(slot.key->read(in, key));
+      skipValue(slot.value->type(), in);
+      keys.push_back(Store::probe(slot, key));
+   }
+   while (!keys.empty()) {
+      members.erase(members.find(keys.back()));
+      keys.pop_back();
+   }
+   members.trim();
+   Store::dropTableIfEmpty(entity, slot);
+}
+
 void UndoLog::rollBack() {
    for (size_t i = entries_.size(); i-- > 0;) {
       Entry const& undo = entries_[i];
@@ -59,13 +85,11 @@ void UndoLog::rollBack() {
          restore(slot, at, undo.old);
          continue;
       }
-      KeyProbe const key = keptKey(slot, undo.key);
       if (undo.what == Undone::put) {
-         Table& members = *Store::table(entity, slot);
-         members.erase(members.find(key));
-         Store::dropTableIfEmpty(entity, slot);
+         takeBack(undo);
          continue;
       }
+      KeyProbe const key = keptKey(slot, undo.key);
       Table& members = Store::tableMade(entity, slot);
       bool isNew = false;
       char* const at = members.value(members.findOrInsert(key, isNew));

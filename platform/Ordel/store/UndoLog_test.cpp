@@ -20,6 +20,7 @@ struct UndoLogTest : testing::Test {
    Store store{schema(), false};
    UndoLog undo{store};
    Entity& config = make(*store.root, 0, "config", configType);
+   std::deque<std::string> operations; // of the blocks
 
    Slot const& slot(unsigned attribute) { return Store::slot(config, attribute); }
    char* place(unsigned attribute) { return Store::place(config, slot(attribute)); }
@@ -53,9 +54,13 @@ struct UndoLogTest : testing::Test {
       Table& members = Store::tableMade(config, slot(Config::named));
       bool isNew = false;
       char* const at = members.value(members.findOrInsert({0, key}, isNew));
-      undo.record(isNew ? Undone::put : Undone::replaced, config, Config::named,
-                  undo.keepKey(slot(Config::named), {0, key}),
-                  isNew ? 0 : undo.displace(slot(Config::named), at));
+      std::string_view const operation =
+          operations.emplace_back(Block().put(Config::named, key, std::string(1, value)).view());
+      if (isNew)
+         undo.recordPut(config, Config::named, operation.data(), operation.data() + operation.size());
+      else
+         undo.record(Undone::replaced, config, Config::named, undo.keepKey(slot(Config::named), {0, key}),
+                     undo.displace(slot(Config::named), at));
       *at = value;
    }
    void eraseNamed(std::string const& name) {
