@@ -20,13 +20,13 @@ namespace Vorn {
 
 class AttrLogCheck;
 
-// A null input is not followed. fdbConfigDir, dynAllowedVlanDir and dynVlanDir wait for FDB output and for
-// dynamic VLANs, which are still to come.
+// A null input is not followed. dynAllowedVlanDir and dynVlanDir wait for dynamic VLANs, which are still to
+// come.
 struct BridgingConfigInputs {
    Kem::Ptr<Bridging::Input::Config const> configIn;
    Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port
-   Kem::Ptr<Bridging::FdbConfigDir const> fdbConfigDir;
-   Kem::Ptr<Bridging::Config> config; // the result
+   Kem::Ptr<Bridging::FdbConfigDir const> fdbConfigDir;                // merged static hosts and groups
+   Kem::Ptr<Bridging::Config> config;                                  // the result
    Kem::Ptr<Interface::VlanIntfConfigDir const> vlanIntfConfig;
    Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must not be null
    Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;

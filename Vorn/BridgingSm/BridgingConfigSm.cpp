@@ -14,7 +14,8 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
-    : in_(std::move(inputs)), settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
+    : in_(std::move(inputs)), staticHosts_(Kem::makePtr<StaticHosts>(in_.fdbConfigDir, in_.config)),
+      settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
       reactors_(std::make_unique<Reactors>(*this)) {
    reactors_->notifiersAre(in_);
 }
@@ -22,7 +23,8 @@ BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
 BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
-   visit(*reactors_, settings_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_);
+   visit(*reactors_, settings_, staticHosts_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_,
+         switchIntfSm_);
 }
 
 // --- Start.
@@ -46,6 +48,7 @@ void BridgingConfigSm::handleInitialized() {
    for (auto const& [intfId, vlanIntf] : in_.dynVlanIntfList->intfConfig())
       handleVlanIntfConfig(intfId);
    reactors_->kemRecoveryTimer.timeMinIs(0);
+   staticHosts_->handleInitialized();
    settings_->handleInitialized();
 }
 

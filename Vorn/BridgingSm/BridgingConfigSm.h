@@ -14,7 +14,8 @@
 //
 // Every other subject is a class with its tables, its children, its reactors and their handlers in files of
 // its own; here are only its member, its step of the start, and the operations that others call on this
-// class: BridgeSettingsSm, InternalVlans, ResolvedVlans, VlanInterfaces. A new subject is added in that way.
+// class: BridgeSettingsSm, InternalVlans, ResolvedVlans, StaticHosts, VlanInterfaces. A new subject is added in
+// that way.
 #pragma once
 
 #include "Kem/StateMachine.h"
@@ -22,6 +23,7 @@
 #include "Vorn/BridgingSm/BridgingConfigInputs.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
+#include "Vorn/BridgingSm/StaticHosts.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 #include "Vorn/BridgingSm/VlanConfigSm.h"
 #include "Vorn/BridgingSm/VlanInterfaces.h"
@@ -108,6 +110,13 @@ class BridgingConfigSm final : public Kem::StateMachine,
                   Kem::Ptr<Bridging::Config> const& bridgingConfig,
                   Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus);
 
+   // --- Static hosts and groups, passed on to StaticHosts.
+   // The VLAN came or went.
+   void handleFdbConfig(Bridging::VlanId vlanId) { staticHosts_->handleFdbConfig(vlanId); }
+   Kem::Ptr<FdbConfigSm> fdbConfigSm(Bridging::VlanId vlanId) const {
+      return staticHosts_->fdbConfigSm(vlanId);
+   }
+
    // --- Internal VLANs, passed on to InternalVlans, which says more.
    Bridging::VlanIdOrNone allocateInternalVlanId() const; // asserts "initialized()"
    void handleInternalVlanIdInUse(Bridging::VlanId vlanId) { internalVlans_.handleInUse(vlanId); }
@@ -140,6 +149,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    SwitchIntfSms switchIntfSm_;
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
+   Kem::Ptr<StaticHosts> const staticHosts_;
    Kem::Ptr<BridgeSettingsSm> const settings_;
    std::unique_ptr<Reactors> const reactors_;
 };

@@ -37,6 +37,7 @@ TEST_F(BridgingConfigSmTest, everyOtherInputThatIsFollowedMayBeMissing) {
    auto inputs = bridge.bridgingInputs();
    inputs.configIn = nullptr;
    inputs.allSwitchIntfConfigs = nullptr;
+   inputs.fdbConfigDir = nullptr;
    inputs.vlanIntfConfig = nullptr;
    inputs.ethIntfConfigDir = nullptr;
    inputs.ethIntfStatusDir = nullptr;

@@ -74,6 +74,7 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
    KEM_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
    KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
    resolvedVlans_.vlanDel(vlanId);
+   handleFdbConfig(vlanId);
 }
 
 void BridgingConfigSm::vlanConfigSmIs(Bridging::VlanId vlanId,

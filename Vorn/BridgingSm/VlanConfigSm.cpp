@@ -45,6 +45,7 @@ void VlanConfigSm::handleInitialized() {
    parent_.resolvedVlans().configSourceIs(*out, Kem::String8(parent_.configIn()->name()));
    doMaybeUpdateTrunkAllowedVlans();
    handleVlanConfigIn();
+   parent_.handleFdbConfig(vlanId_); // behind the VLAN
 }
 
 void VlanConfigSm::doPrepareToDie() {

@@ -13,7 +13,10 @@
 #include "Kem/Dir.h"
 #include "Sulvi/EthAddr.h"
 #include "records/Bridging/Input/Config.h"
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
+
+#include <vector>
 
 namespace Vorn {
 
@@ -59,5 +62,36 @@ inline BestPortRecord bestPortRecord(Kem::Dir const& inputDir, Sulvi::IntfId int
 // none has the address. A group counts for a multicast address only, a host for any.
 void findBestFdbConfig(Kem::Dir const& inputDir, Bridging::VlanId vlanId, Sulvi::EthAddr addr,
                        Kem::Ptr<Bridging::Input::Config const>& bestConfig);
+
+// One input with its static hosts and groups of a VLAN; both null for none.
+struct FdbHolder {
+   Kem::Ptr<Bridging::Input::Config const> input;
+   Kem::Ptr<Bridging::Input::FdbConfig const> record;
+};
+
+// What inputs make of one address. When some have it as a host and others as a group, the kind that the best
+// one has counts; an input that has it as both counts with its group.
+struct FdbUse {
+   FdbHolder best;
+   bool isGroup = false; // of the best
+   FdbHolder bestHost;   // of those that have it as a host
+   FdbHolder bestGroup;  // of those that have it as a group
+
+   bool isContradiction() const { return bestHost.input && bestGroup.input; }
+};
+
+// The inputs that hold static hosts or groups of one VLAN, gathered once for a pass over many addresses.
+class FdbInputs {
+  public:
+   FdbInputs(Kem::Dir const& inputDir, Bridging::VlanId vlanId);
+   // In the order of the directory.
+   std::vector<FdbHolder> const& holders() const { return holders_; }
+   // The same rule as findBestFdbConfig.
+   FdbHolder best(Sulvi::EthAddr addr) const;
+   FdbUse use(Sulvi::EthAddr addr) const;
+
+  private:
+   std::vector<FdbHolder> holders_;
+};
 
 } // namespace Vorn

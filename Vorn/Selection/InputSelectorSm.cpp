@@ -38,6 +38,7 @@ InputSelectorSm::InputSelectorSm(InputSelectorInputs inputs) : in_(std::move(inp
    handleInternalVlanRange();
    handleForwardingMode();
    doForgetUnheldPorts();
+   doForgetUnheldFdbConfigs();
 }
 
 InputSelectorSm::~InputSelectorSm() = default;
@@ -104,8 +105,10 @@ void InputSelectorSm::configIs(Kem::Ptr<Input const> const& config) {
 
 void InputSelectorSm::configDel(Kem::Name const& name) {
    // Somebody else may hold it; it decides nothing any more.
-   if (auto const reactor = config(name))
+   if (auto const reactor = config(name)) {
       reactor->kemDoZombieReactors(true);
+      reactor->doPrepareToDie();
+   }
    config_.erase(name);
 }
 
@@ -124,6 +127,7 @@ void InputSelectorSm::KemConfig::handleInitialized() {
    handleSwitchIntfPriority();
    handleVlanConfigPriority();
    handleSwitchIntfConfig();
+   handleFdbConfig();
 }
 
 void InputSelectorSm::KemConfig::handleVlanConfigPriority() {

@@ -3,19 +3,22 @@
 // Every publisher owns one Bridging::Input::Config in the input directory. The whole input with the greatest
 // vlanConfigPriority gives all VLANs (BridgingConfigSm::configIn). Each port is decided by itself: the input
 // with the greatest switchIntfConfigPriority among those that hold a record for it wins. An input with the
-// priority 0 takes no part; on a tie the input that comes first in the directory, by name, wins. Settings for
-// the whole bridge come from the command line's input only.
+// priority 0 takes no part; on a tie the input that comes first in the directory, by name, wins. Static hosts and
+// groups are merged address by address, by another rule (InputFdbConfigSm). Settings for the whole bridge come
+// from the command line's input only.
 //
 // It also writes one input of its own, bridgingInputEth: a default record for each port that can be a
 // switchport, so that each has one although nobody configured it.
 //
 // Selection is synchronous: when a priority changes, all that follows has been written before the next
-// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` must be there;
-// `bridgingHwCapabilities` may be null.
+// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` and `fdbConfigDir` must be
+// there; `bridgingHwCapabilities` may be null.
 #pragma once
 
 #include "Kem/Dir.h"
 #include "Kem/StateMachine.h"
+#include "Vorn/Selection/FdbContradictions.h"
+#include "Vorn/Selection/InputFdbConfigSm.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/FdbConfigDir.h"
 #include "records/Bridging/HwCapabilities.h"
@@ -34,9 +37,9 @@ struct InputSelectorInputs {
    Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir; // null: no interfaces
    Kem::Ptr<Bridging::Input::Config> bridgingInputEth;           // default records, written here
    Kem::Ptr<Bridging::SwitchIntfConfigDir>
-       allSwitchIntfConfigDir; // the best record of each port, written here
-   Kem::Ptr<Bridging::FdbConfigDir> fdbConfigDir;
-   Kem::Ptr<Bridging::Config> bridgingConfig; // the settings for the whole bridge are written here
+       allSwitchIntfConfigDir;                    // the best record of each port, written here
+   Kem::Ptr<Bridging::FdbConfigDir> fdbConfigDir; // the merged hosts and groups of each VLAN, written here
+   Kem::Ptr<Bridging::Config> bridgingConfig;     // the settings for the whole bridge are written here
    Kem::Ptr<Bridging::Input::CliConfig const> cliConfig;
    Kem::Ptr<Bridging::HwCapabilities const> bridgingHwCapabilities;
 };
@@ -54,12 +57,27 @@ class InputSelectorSm final : public Kem::StateMachine {
       void onSwitchIntfConfigPriority() override { handleSwitchIntfPriority(); }
       void onSwitchIntfConfig(Sulvi::IntfId intfId) override { handleSwitchIntfConfig(intfId); }
       void onSwitchIntfConfigkemImmediate() override { handleSwitchIntfConfig(); }
+      void onFdbConfig(Bridging::VlanId vlanId) override { handleFdbConfig(vlanId); }
+      void onFdbConfigkemImmediate() override { handleFdbConfig(); }
+      void hasNotificationActiveIs(bool isActive) override;
+      void kemDoZombieReactors(bool areZombies) override;
 
       void handleVlanConfigPriority();
       void handleSwitchIntfPriority();
       void handleSwitchIntfConfig(Sulvi::IntfId intfId);
       void handleSwitchIntfConfig(); // only traces
+      void handleFdbConfig(Bridging::VlanId vlanId);
+      void handleFdbConfig(); // also takes away what the input lacks
+
+      Kem::Ptr<InputFdbConfigSm> inputFdbConfigSm(Bridging::VlanId vlanId) const; // null when there is none
+      void inputFdbConfigSmIs(Kem::Ptr<Bridging::Input::FdbConfig const> const& fdbConfigIn);
+      void inputFdbConfigSmDel(Bridging::VlanId vlanId);
+      // Before the input is followed no more: its hosts and groups go, and those of other inputs take over.
+      void doPrepareToDie();
       InputSelectorSm& sm;
+
+     private:
+      Kem::HashMap<InputFdbConfigSm, Bridging::VlanId> inputFdbConfigSm_;
    };
 
    // The reactor on the input of that name; null when there is none.
@@ -128,6 +146,10 @@ class InputSelectorSm final : public Kem::StateMachine {
    // as a running agent would have. While it runs, the port of an input that vanished stays until it is
    // decided again.
    void doForgetUnheldPorts();
+   // At the start, after the selection: deletes merged records that no input holds.
+   void doForgetUnheldFdbConfigs();
+   bool isInTree(Bridging::Input::Config const& input) const;
+   bool isFdbConfigHeld(Bridging::VlanId vlanId) const; // by any input
    // Delivers the notifications that are still pending for the reactor. Changes that an input made before it
    // was removed count, even if the removal is noticed first.
    static void doDeliverRest(KemConfig& reactor);
@@ -135,6 +157,7 @@ class InputSelectorSm final : public Kem::StateMachine {
    void defaultSwitchIntfConfigIs(Sulvi::IntfId intfId);
 
    InputSelectorInputs in_;
+   FdbContradictions fdbContradictions_;
    Kem::RbTreeMap<KemConfig, Kem::Name> config_;
    KemInputDir kemInputDir_{*this};
    KemEthIntfConfigDir kemEthIntfConfigDir_{*this};

@@ -19,6 +19,8 @@ struct WholeTreeTest : testing::Test {
       bridge.routed("Ethernet3");
       bridge.vlanIntf(10);
       bridge.publish("other", 50).vlan(30);
+      bridge.input("other").host(10, staticHost, "Ethernet1");
+      bridge.input("other").group(10, staticGroup, {"Ethernet1"});
       bridge.start();
    }
    // Moves everything that some machine of the tree follows.
@@ -41,7 +43,28 @@ struct WholeTreeTest : testing::Test {
       bridge.cli->vidToFidMapIs(10, changes);
       bridge.input("other").prioritiesAre(50 + changes);
       bridge.input(Kem::Name("new" + std::to_string(changes)));
+      fdbChanges();
    }
+   // Of static hosts and groups: of an input, merged, and mapped.
+   void fdbChanges() {
+      Sulvi::IntfId const port(changes % 2 ? "Ethernet2" : "Ethernet1");
+      auto const other = bridge.input("other");
+      other.host(10, staticHost, port);
+      other.fdb(static_cast<uint16_t>(70 + changes));
+      other.group(10, staticGroup, {"Ethernet1", "Ethernet2"})->intfDel(port);
+      other.group(10, changes % 2 ? otherGroup : anotherGroup);
+      auto const merged = bridge.fdbConfigDir->fdbConfigIs(10);
+      merged->configuredHostDel(Sulvi::EthAddr("00:1c:73:00:00:09"));
+      merged->configuredHostIs(Sulvi::EthAddr("00:1c:73:00:00:09"),
+                               {.addr = Sulvi::EthAddr("00:1c:73:00:00:09"), .intf = port});
+      merged->ethGroupIs(Sulvi::EthAddr(std::string_view(staticGroup)))->intfIs(port, changes % 3 != 0);
+      bridge.fdbConfigDir->fdbConfigIs(static_cast<uint16_t>(90 + changes));
+      bridge.config->vidToFidMapIs(static_cast<uint16_t>(200 + changes), Bridging::Fid(1));
+   }
+   static constexpr char staticHost[] = "00:1c:73:00:00:01";
+   static constexpr char staticGroup[] = "01:00:5e:00:00:01";
+   static constexpr char otherGroup[] = "01:00:5e:00:00:02";
+   static constexpr char anotherGroup[] = "01:00:5e:00:00:03";
    // Handlers that run because of it, and timers of the next minute.
    size_t handlersOfChanges() {
       size_t const before = Kem::activityManager()->activitySm().deliveredCount();

@@ -11,6 +11,8 @@
 //    bridge.intf("Ethernet2");                // an interface; it gets a default record in "eth"
 //    bridge.routed("Ethernet3");              // no switchport, and up: takes an internal VLAN
 //    bridge.publish("mvrp", 200).vlan(20);    // another publisher, who now wins
+//    bridge.input("a").host(10, "00:1c:73:00:00:01", "Ethernet1");
+//    EXPECT_EQ(bridge.host(10, "00:1c:73:00:00:01"), "Ethernet1");
 //    bridge.run();                            // until nothing is left to do
 //    bridge.advance(10);                      // seconds
 //
@@ -25,6 +27,9 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Selection/InputSelectorSm.h"
+#include "records/Bridging/EthGroup.h"
+#include "records/Bridging/FdbConfig.h"
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -51,6 +56,28 @@ struct TestInput {
    void prioritiesAre(uint32_t priority) const {
       record->vlanConfigPriorityIs(priority);
       record->switchIntfConfigPriorityIs(priority);
+   }
+   // Static hosts and groups, which have a priority of their own.
+   void fdbPriorityIs(uint32_t priority) const { record->fdbConfigPriorityIs(priority); }
+   Kem::Ptr<Bridging::Input::FdbConfig> fdb(uint16_t vlanId) const { return record->fdbConfigIs(vlanId); }
+   void fdbDel(uint16_t vlanId) const { record->fdbConfigDel(vlanId); }
+   void host(uint16_t vlanId, char const* addr, Sulvi::IntfId intfId) const {
+      Sulvi::EthAddr const ethAddr{std::string_view(addr)};
+      fdb(vlanId)->configuredHostIs(ethAddr, {.addr = ethAddr, .intf = intfId});
+   }
+   void hostDel(uint16_t vlanId, char const* addr) const {
+      fdb(vlanId)->configuredHostDel(Sulvi::EthAddr(std::string_view(addr)));
+   }
+   // The group with these members besides those that it has.
+   Kem::Ptr<Bridging::EthGroup> group(uint16_t vlanId, char const* addr,
+                                      std::vector<Sulvi::IntfId> const& members = {}) const {
+      auto const made = fdb(vlanId)->ethGroupIs(Sulvi::EthAddr(std::string_view(addr)));
+      for (Sulvi::IntfId const member : members)
+         made->intfIs(member, true);
+      return made;
+   }
+   void groupDel(uint16_t vlanId, char const* addr) const {
+      fdb(vlanId)->ethGroupDel(Sulvi::EthAddr(std::string_view(addr)));
    }
 };
 
@@ -253,6 +280,21 @@ class TestBridge {
       std::erase_if(numbers, [&](uint16_t n) { return !resolvedVlan(n)->intf(intfId); });
       return numbers;
    }
+   // The port of a static host of the VLAN: resolved, and merged from the inputs. Empty when there is none.
+   std::string host(uint16_t vlanId, char const* addr) const {
+      return hostOf(config->fdbConfig(Bridging::Fid(vlanId)), addr);
+   }
+   std::string mergedHost(uint16_t vlanId, char const* addr) const {
+      return hostOf(fdbConfigDir->fdbConfig(vlanId), addr);
+   }
+   // The members of a static group in the order of their names, "{Ethernet1 Ethernet2}"; empty when there is no
+   // such group.
+   std::string group(uint16_t vlanId, char const* addr) const {
+      return groupOf(config->fdbConfig(Bridging::Fid(vlanId)), addr);
+   }
+   std::string mergedGroup(uint16_t vlanId, char const* addr) const {
+      return groupOf(fdbConfigDir->fdbConfig(vlanId), addr);
+   }
    // Since when the port waits for an internal VLAN.
    std::optional<Kem::Seconds> waitingSince(Sulvi::IntfId intfId) const {
       auto const* const time = cause->intfStatus().find(intfId);
@@ -267,6 +309,26 @@ class TestBridge {
    }
 
   private:
+   template <class Fdb>
+   static std::string hostOf(Kem::Ptr<Fdb> const& fdb, char const* addr) {
+      auto const* const found = fdb ? fdb->configuredHost(Sulvi::EthAddr(std::string_view(addr))) : nullptr;
+      return found ? found->intf.stringValue().str() : std::string();
+   }
+   template <class Fdb>
+   static std::string groupOf(Kem::Ptr<Fdb> const& fdb, char const* addr) {
+      auto const found = fdb ? fdb->ethGroup(Sulvi::EthAddr(std::string_view(addr))) : nullptr;
+      if (!found)
+         return {};
+      std::vector<std::string> names;
+      for (auto const& [intfId, isMember] : found->intf())
+         names.push_back(intfId.stringValue().str());
+      std::sort(names.begin(), names.end());
+      std::string text;
+      for (auto const& name : names)
+         text += (text.empty() ? "" : " ") + name;
+      return '{' + text + '}';
+   }
+
    Kem::VirtualTime time_{startTime};
 
   public:
