@@ -11,7 +11,7 @@ using Input = Bridging::Input::Config;
 
 namespace {
 
-Kem::TraceFacility inputFdbTrace("VornSelectorFdb");
+Kem::TraceFacility inputFdbTrace("VornInputFdb");
 
 // Only a multicast address can be of both kinds.
 bool countsAsHost(FdbInputs const& inputs, Sulvi::EthAddr addr) {
@@ -292,6 +292,8 @@ bool InputFdbConfigSm::KemEthGroup::isCurrent() const {
 void InputFdbConfigSm::KemEthGroup::handleIntf(Sulvi::IntfId intfId) {
    if (!isCurrent())
       return;
+   sm.doSettleKind(sm.fdbInputs(),
+                   notifier()->addr()); // the group may have come to decide the address unseen
    if (notifier()->intf(intfId))
       doConfigureIntf(*sm.inputConfig_, intfId);
    else

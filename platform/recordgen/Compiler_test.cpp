@@ -253,6 +253,36 @@ TEST(CompilerTest, onlyABoolIsOverruledAndByAnEnumeratorOnly) {
                HasSubstr("| `b` | `bool` | `true` |  | B. Reads as false while `a` is `one`. |"));
 }
 
+TEST(CompilerTest, keysAreKeptApartInCollectionsOfOneKeyType) {
+   std::string const b = "a : map u8 -> bool;\n   /// B.\n   b : ";
+   expectError(attribute(b + "map u8 -> bool apart c;"), "7:29: `E` declares no attribute `c`");
+   expectError(attribute(b + "map u16 -> bool apart a;"),
+               "7:30: two collections with keys of one type can be kept apart");
+   expectError(attribute(b + "u8 apart a;"), "7:17: two collections with keys of one type can be kept apart");
+   expectError(attribute(b + "map u8 -> bool apart b;"),
+               "7:29: two collections with keys of one type can be kept apart");
+   expectError(attribute(b + "map u8 -> bool apart;"),
+               "7:28: expected the collection that has none of these keys, found `;`");
+   expectError(attribute(b + "map u8 -> u8 apart a;\n   /// C.\n   c : map u8 -> u8 apart b;"),
+               "9:27: a collection can be kept apart from one other");
+   auto const c = compile(attribute(b + "map u8 -> bool apart a;"));
+   EXPECT_THAT(c.errors, ElementsAre());
+   EXPECT_THAT(document(c.model), HasSubstr("| A. No key is in `b` too. |"));
+   EXPECT_THAT(document(c.model), HasSubstr("| B. No key is in `a` too. |"));
+   EXPECT_NE(fingerprint(c.model), fingerprint(compile(attribute(b + "map u8 -> bool;")).model));
+}
+
+TEST(CompilerTest, onlyEthernetAddressesAreMulticast) {
+   expectError(attribute("a : map u8 -> bool multicast;"),
+               "5:4: only keys that are Ethernet addresses can be multicast");
+   expectError(attribute("a : Sulvi::EthAddr multicast;"),
+               "5:4: only keys that are Ethernet addresses can be multicast");
+   auto const c = compile(attribute("a : map Sulvi::EthAddr -> bool multicast;"));
+   EXPECT_THAT(c.errors, ElementsAre());
+   EXPECT_THAT(document(c.model), HasSubstr("| A. Each key is a multicast address. |"));
+   EXPECT_NE(fingerprint(c.model), fingerprint(compile(attribute("a : map Sulvi::EthAddr -> bool;")).model));
+}
+
 TEST(CompilerTest, localObjectsHaveNamesOfTheirOwn) {
    expectError(attribute("a : u32;\n   /// B.\n   local b : u32;"), "7:12: expected `;`, found `:`");
    expectError(attribute("a : u32;\n   /// B.\n   local a;"), "7:10: `a` is declared twice");

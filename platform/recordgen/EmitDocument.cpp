@@ -138,7 +138,7 @@ class DocumentEmitter {
          std::string const initial =
              a.form == Form::scalar && !a.isKey ? code(valueText(*a.value, a.initial)) : std::string();
          out_.put("| " + code(a.name) + mark + " | " + formText(a) + " | " + cell(initial) + " | " +
-                  cell(a.unit) + " | " + cell(a.meaning + unlessText(a)) + " |");
+                  cell(a.unit) + " | " + cell(a.meaning + unlessText(a) + keysText(a)) + " |");
       }
       for (auto const& c : entity.computed)
          out_.put("| " + code(c.name) + " *computed* | " + link(*c.value) + " | " + code(c.from.text) +

@@ -98,7 +98,7 @@ class HeaderEmitter {
 
    void putAttribute(Attribute const& a) {
       Words words = wordsOf(names_, entity_, a);
-      out_.gap().comment(a.meaning + unlessText(a) + limits(a), 3);
+      out_.gap().comment(a.meaning + unlessText(a) + keysText(a) + limits(a), 3);
       switch (a.form) {
       case Form::scalar:
          putScalar(a, words);

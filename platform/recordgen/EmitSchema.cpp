@@ -117,7 +117,8 @@ Schema const& schema() {
    }
 
    void putAttributes() {
-      out_.gap().put("// name, form, input, ordered, counter, key, value, target, initial, unit, meaning");
+      out_.gap().put("// name, form, input, ordered, counter, key, value, target, initial, unit, meaning, "
+                     "multicast, apart");
       for (auto const& entity : model_.entities) {
          if (entity->all.empty())
             continue;
@@ -136,7 +137,9 @@ Schema const& schema() {
                 entityPointer(a->target),
                 a->form == Form::scalar ? view(wireForm(*a->value, a->initial)) : "\"\"",
                 cppString(a->unit),
-                cppString(a->meaning)};
+                cppString(a->meaning),
+                flag(a->isMulticast),
+                std::to_string(a->apart ? a->apart->number : -1)};
             out_.put("   {" + join(parts, ", ") + "},");
          }
          out_.put("};");
@@ -201,7 +204,9 @@ uint64_t fingerprint(Model const& model) {
       for (auto const* a : entity->all) {
          add(a->name);
          add(formName(a->form));
-         add(std::string(a->isReadOnly() ? "r" : "") + (a->isOrdered ? "o" : ""));
+         add(std::string(a->isReadOnly() ? "r" : "") + (a->isOrdered ? "o" : "") +
+             (a->isMulticast ? "m" : ""));
+         add(a->apart ? a->apart->name : "");
          add(a->key ? a->key->fullName() : "");
          add(a->value ? a->value->fullName() : "");
          add(a->target ? a->target->fullName() : "");

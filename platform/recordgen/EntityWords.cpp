@@ -22,6 +22,11 @@ std::string unlessText(Attribute const& a) {
    return a.unless ? " Reads as false while `" + a.unless->name + "` is `" + a.unlessValue.text + "`." : "";
 }
 
+std::string keysText(Attribute const& a) {
+   return std::string(a.isMulticast ? " Each key is a multicast address." : "") +
+          (a.apart ? " No key is in `" + a.apart->name + "` too." : "");
+}
+
 std::string parameters(Names const& names, Entity const& entity, std::string const& from, Defaults defaults,
                        std::string const& keyName) {
    std::vector<std::string> parts;

@@ -13,6 +13,9 @@ Words wordsOf(Names const& names, Entity const& entity, Attribute const& attribu
 // What a reader of the attribute has to know of the one that overrules it; empty when there is none.
 std::string unlessText(Attribute const& attribute);
 
+// What its keys can't be; empty when all are legal.
+std::string keysText(Attribute const& attribute);
+
 enum class Defaults { shown, left };
 // "VlanId vlanId, bool internal = false" of the constructor: the key, then inputs. Another name for the key
 // where it is given.

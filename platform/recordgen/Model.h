@@ -115,6 +115,8 @@ struct Attribute {
    bool isInitial = false; // given to the constructor, with a mutator afterwards
    bool isOrdered = false;
    bool isCounter = false;
+   bool isMulticast = false;    // keys are multicast addresses
+   TypeName apartName;          // of a collection that has none of these keys; empty for none
    TypeName keyName, valueName; // valueName also names the target of children and references
    Literal initial;
    TypeName
@@ -125,8 +127,9 @@ struct Attribute {
    ValueType const* value = nullptr;
    Entity* target = nullptr;
    Attribute const* unless = nullptr;
-   Entity const* owner = nullptr; // that declares it
-   int number = 0;                // position in the entity, inherited ones first
+   Attribute const* apart = nullptr; // both of two that are kept apart have the other
+   Entity const* owner = nullptr;    // that declares it
+   int number = 0;                   // position in the entity, inherited ones first
 
    bool isReadOnly() const { return isKey || isInput; }
    bool isParameter() const { return isInput || isInitial; } // of the constructor, behind the key

@@ -281,6 +281,11 @@ class Parser {
          expectMark("=");
          a.unlessValue = expectLiteral();
       }
+      a.isMulticast = takeWord("multicast");
+      if (takeWord("apart")) {
+         a.apartName.at = token().at;
+         a.apartName.text = expectName("the collection that has none of these keys").text;
+      }
       if (takeWord("unit"))
          a.unit = expectString("the unit");
       expectMark(";");

@@ -134,6 +134,7 @@ class Resolver {
          for (auto& attribute : entity->own) {
             checkKey(attribute);
             resolveUnless(*entity, attribute);
+            resolveKeys(*entity, attribute);
          }
          resolveComputed(*entity);
          for (auto const& local : entity->locals)
@@ -471,6 +472,26 @@ class Resolver {
    }
 
    // After the attributes of all entities.
+   void resolveKeys(Entity& entity, Attribute& a) {
+      if (a.isMulticast && (!a.isCollection() || a.key->kind != Kind::ethAddr))
+         model_.error(a.at, "only keys that are Ethernet addresses can be multicast");
+      if (a.apartName.text.empty())
+         return;
+      Attribute* other = nullptr;
+      for (auto& candidate : entity.own)
+         if (candidate.name == a.apartName.text)
+            other = &candidate;
+      if (!other)
+         model_.error(a.apartName.at,
+                      '`' + entity.name + "` declares no attribute `" + a.apartName.text + '`');
+      else if (!a.isCollection() || !other->isCollection() || other == &a || other->key != a.key)
+         model_.error(a.apartName.at, "two collections with keys of one type can be kept apart");
+      else if (a.apart || other->apart)
+         model_.error(a.apartName.at, "a collection can be kept apart from one other");
+      else
+         a.apart = other, other->apart = &a;
+   }
+
    void resolveUnless(Entity const& entity, Attribute& a) {
       if (a.unlessName.text.empty())
          return;

@@ -81,6 +81,8 @@ struct Attribute {
    std::string_view initial; // wire form of the default of a scalar
    std::string_view unit;
    std::string_view meaning;
+   bool isMulticast = false; // each key is a multicast address
+   int16_t apart = -1;       // position of a collection that has none of the same keys, -1 for none
 };
 
 struct EntityType {

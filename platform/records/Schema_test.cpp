@@ -72,6 +72,25 @@ TEST(SchemaTest, attributesAreWhole) {
    }
 }
 
+TEST(SchemaTest, conditionsOnKeysGoBothWaysAndAreOfStaticHostsAndGroups) {
+   for (auto const& entity : all.entities)
+      for (size_t i = 0; i < entity.attributes.size(); ++i) {
+         auto const& a = entity.attributes[i];
+         if (a.isMulticast) {
+            EXPECT_EQ(a.key->kind, Records::Kind::ethAddr) << entity.name;
+         }
+         if (a.apart >= 0) {
+            auto const& other = entity.attributes[static_cast<size_t>(a.apart)];
+            EXPECT_EQ(other.apart, static_cast<int>(i)) << entity.name;
+            EXPECT_EQ(other.key, a.key) << entity.name;
+         }
+      }
+   auto const& input = *all.entity("Bridging::Input::FdbConfig");
+   auto const& group = input.attributes[static_cast<size_t>(input.find("ethGroup"))];
+   EXPECT_TRUE(group.isMulticast);
+   EXPECT_EQ(group.apart, input.find("configuredHost"));
+}
+
 TEST(SchemaTest, classesAgreeWithTheirDescriptors) {
    for (auto const& type : all.entities) {
       auto const* info = Records::typeInfo(type.id);

@@ -206,6 +206,7 @@ TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
             {{"show", "vlan", "99"}, 1, "vornctl: VLAN 99: there is no such VLAN\n"},
             {{"show", "switchport", "Et99"}, 1, "vornctl: Ethernet99: there is no such port\n"},
             {{"why", "Et99", "10"}, 1, "vornctl: Ethernet99: there is no such port\n"},
+            {{"show", "mac", "static", "99"}, 1, "vornctl: VLAN 99: there is no such VLAN\n"},
             {{"show", "vlan", "5000"}, 2, "vornctl: VLAN 5000: a number from 1 to 4094 is wanted\n"},
             {{"why", "Et1", "none"}, 2, "vornctl: VLAN none: a number from 1 to 4094 is wanted\n"},
             {{"frobnicate"}, 2, "vornctl: there is no command frobnicate; see vornctl --help\n"},
@@ -230,6 +231,7 @@ TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--help"},
                                                      {"show", "--help"},
                                                      {"show", "vlan", "--help"},
+                                                     {"show", "mac", "static", "--help"},
                                                      {"why", "--help"}}) {
       Result const help = vornctl(arguments);
       EXPECT_EQ(help.status, 0);

@@ -4,6 +4,7 @@
 #include "Session.h"
 #include "Show.h"
 #include "Why.h"
+#include "WhyHost.h"
 #include "Words.h"
 
 #include "Kem/StandardStreams.h"
@@ -99,6 +100,16 @@ void addShow(CLI::App& app, Options& options) {
               "  vornctl show inputs", shows(options, showInputsParts, [&](SwitchState const& state) {
                  return showInputs(state, format);
               }));
+   CLI::App& mac = *show.add_subcommand("mac", "Addresses that publishers set");
+   mac.require_subcommand(1);
+   mac.fallthrough();
+   addCommand(mac, options, "static", "Static hosts and groups, and the input that each is from",
+              "An input is missing where none has the entry as it is resolved.\n"
+              "  vornctl show mac static\n"
+              "  vornctl show mac static 10                of one VLAN",
+              shows(options, showMacStaticParts,
+                    [&](SwitchState const& state) { return showMacStatic(state, vlanOf(options), format); }))
+       ->add_option("VLAN", options.vlan, "Number of a VLAN");
    addCommand(show, options, "internal-vlan", "Internal VLANs of routed ports, and routed ports without one",
               "  vornctl show internal-vlan",
               shows(options, showInternalVlanParts,
@@ -116,21 +127,27 @@ void addShow(CLI::App& app, Options& options) {
 
 void addWhy(CLI::App& app, Options& options) {
    CLI::App* const command = addCommand(
-       app, options, "why", "Explain why a port is or isn't a member of a VLAN, and what to do about it",
-       "Tells which publisher decides the port and who lost, what the port is, what is known of the VLAN, "
-       "and then\n"
-       "the rules of membership up to the one that decides, marked with >. Exit status 0 when the port is a\n"
-       "member, 1 when it isn't.\n"
-       "  vornctl why Et8 10",
+       app, options, "why",
+       "Explain why a port is or isn't a member of a VLAN, or an address a static host or group of it",
+       "Of a port it tells which publisher decides it and who lost, what the port is, what is known of the "
+       "VLAN, and\n"
+       "then the rules of membership up to the one that decides, marked with >. Of an Ethernet address, "
+       "which\n"
+       "input decides it and which lost by which number, and whether the VLAN has static hosts of its own.\n"
+       "Exit status 0 when the port is a member or the address is there, 1 when not.\n"
+       "  vornctl why Et8 10\n"
+       "  vornctl why 00:1c:73:00:00:01 10",
        [&options] {
-          Sulvi::IntfId const port = portFromText(options.port);
+          auto const addr = addressFromText(options.port);
+          Sulvi::IntfId const port = addr ? Sulvi::IntfId() : portFromText(options.port);
           Bridging::VlanId const vlanId = vlanFromText(options.vlan);
           Session session(options.socketPath);
-          WhyAnswer const answer = why(session.fetch(whyParts), port, vlanId, options.format);
+          WhyAnswer const answer = addr ? whyHost(session.fetch(whyHostParts), *addr, vlanId, options.format)
+                                        : why(session.fetch(whyParts), port, vlanId, options.format);
           std::fwrite(answer.text.data(), 1, answer.text.size(), stdout);
           return answer.isMember ? 0 : 1;
        });
-   command->add_option("INTF", options.port, "Name of the port")->required();
+   command->add_option("INTF", options.port, "Name of a port, or an Ethernet address")->required();
    command->add_option("VLAN", options.vlan, "Number of the VLAN")->required();
 }
 

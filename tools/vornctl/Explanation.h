@@ -4,7 +4,11 @@
 // Rules after the deciding one are not reached and don't appear.
 #pragma once
 
-#include "records/Bridging/types.h"
+#include "Inputs.h"
+#include "Json.h"
+#include "SwitchState.h"
+
+#include "records/Bridging/VlanConfig.h"
 
 #include <optional>
 #include <string>
@@ -36,5 +40,20 @@ struct Explanation {
    void advise(std::string text) { advice.push_back(std::move(text)); }
    bool isDecided() const { return !rules.empty() && rules.back().decides; }
 };
+
+// --- As text and as JSON. Lines have at most `width` characters.
+std::string rulesText(Explanation const& explanation, size_t width);
+std::string adviceText(Explanation const& explanation, size_t width); // empty when there is none
+// That no agent is connected, which every answer has to say.
+std::string absentAgentText(size_t width);
+Json rulesJson(Explanation const& explanation);
+
+// --- Findings that several questions share.
+// The priority with which an input competes, as it is printed after the input's name.
+std::string byNumber(uint32_t priority);
+std::string vlanFinding(Bridging::VlanConfig const& vlan);
+// Decides that the VLAN isn't there, and says why.
+void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
+                        Bridging::VlanId vlanId);
 
 } // namespace Vornctl

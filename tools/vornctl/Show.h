@@ -30,6 +30,11 @@ std::string showSwitchport(SwitchState const& state, std::optional<Sulvi::IntfId
 inline constexpr Part showInputsParts = Part::chosen | Part::inputs;
 std::string showInputs(SwitchState const& state, Format const& format);
 
+// Static hosts and groups of all VLANs, or of one; Absent when there is no such VLAN.
+inline constexpr Part showMacStaticParts = Part::config | Part::inputs;
+std::string showMacStatic(SwitchState const& state, std::optional<Bridging::VlanId> vlanId,
+                          Format const& format);
+
 // Internal VLANs of routed ports, and the routed ports that have none.
 inline constexpr Part showInternalVlanParts = Part::config | Part::interfaces | Part::causes;
 std::string showInternalVlan(SwitchState const& state, Format const& format);

@@ -7,7 +7,10 @@
 
 #include "SwitchState.h"
 
+#include "records/Bridging/EthGroup.h"
+#include "records/Bridging/FdbConfig.h"
 #include "records/Bridging/Input/CliConfig.h"
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"
 #include "records/Bridging/SwitchIntfConfig.h"
@@ -18,6 +21,7 @@
 #include "records/Interface/EthIntfStatus.h"
 
 #include <string>
+#include <vector>
 
 namespace Vornctl {
 
@@ -117,6 +121,31 @@ struct TestWorld {
    }
    void member(uint16_t number, char const* port, bool tagged) {
       state.config->vlanConfig(number)->intfIs(port, {.tagged = tagged});
+   }
+
+   // A static host or group of an input, and as the agent resolved it.
+   static void host(Kem::Ptr<Bridging::Input::Config> const& in, uint16_t number, char const* addr,
+                    char const* port, Bridging::EntryType type = Bridging::EntryType::staticMac) {
+      Sulvi::EthAddr const key{std::string_view(addr)};
+      in->fdbConfigIs(number)->configuredHostIs(key, {.addr = key, .intf = port, .entryType = type});
+   }
+   static void group(Kem::Ptr<Bridging::Input::Config> const& in, uint16_t number, char const* addr,
+                     std::vector<char const*> const& ports) {
+      auto const made = in->fdbConfigIs(number)->ethGroupIs(Sulvi::EthAddr(std::string_view(addr)));
+      for (char const* const port : ports)
+         made->intfIs(port, true);
+   }
+   void resolveHost(uint16_t number, char const* addr, char const* port,
+                    Bridging::EntryType type = Bridging::EntryType::staticMac) {
+      Sulvi::EthAddr const key{std::string_view(addr)};
+      state.config->fdbConfigIs(Bridging::Fid(number))
+          ->configuredHostIs(key, {.addr = key, .intf = port, .entryType = type});
+   }
+   void resolveGroup(uint16_t number, char const* addr, std::vector<char const*> const& ports) {
+      auto const made = state.config->fdbConfigIs(Bridging::Fid(number))
+                            ->ethGroupIs(Sulvi::EthAddr(std::string_view(addr)));
+      for (char const* const port : ports)
+         made->intfIs(port, true);
    }
 
    Kem::Ptr<Kem::Dir> root = Kem::Dir::make();

@@ -25,11 +25,6 @@ std::string nameOf(Sulvi::IntfId port) {
    return port.stringValue().str();
 }
 
-// The priority with which an input competes, as it is printed after the input's name.
-std::string byNumber(uint32_t priority) {
-   return " by its number " + std::to_string(priority);
-}
-
 bool isKnown(SwitchState const& state, std::vector<Input> const& inputs, Sulvi::IntfId port) {
    if (port.kind() == Sulvi::IntfKind::cpu || state.config->switchIntfConfig(port) ||
        state.chosen->switchIntfConfig().find(port) || state.ethIntfConfig->intfConfig(port) ||
@@ -99,50 +94,6 @@ std::string nativeFinding(SwitchState const& state, SwitchIntfConfig const& reco
           (exists || !configured.mustExist ? "has not been taken up yet" : "doesn't exist");
 }
 
-// --- What is known of the VLAN.
-
-std::string vlanFinding(Bridging::VlanConfig const& vlan) {
-   std::string const name = vlan.configuredName().str();
-   if (vlan.internal())
-      return "exists: the internal VLAN of " + name;
-   std::string const source = vlan.configSource().str();
-   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
-}
-
-void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
-                        Bridging::VlanId vlanId) {
-   std::string const number = std::to_string(vlanId.value());
-   std::string const place = ".vlanConfig[" + number + ']';
-   size_t const winner = vlanWinner(state, inputs);
-   std::vector<std::string> others;
-   for (size_t i = 0; i < inputs.size(); ++i)
-      if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
-         others.push_back(inputs[i].name + ' ' + std::to_string(inputs[i].vlanPriority()));
-   std::string const lost = others.empty() ? "" : "; lost with it: " + joined(others);
-   if (winner == inputs.size()) {
-      out.decide(false, "VLAN",
-                 "doesn't exist: no input takes part in the choice of VLANs, each has vlanConfigPriority 0" +
-                     lost);
-      out.advise("set vlanConfigPriority of an input that holds VLAN " + number + " above 0");
-      return;
-   }
-   Input const& input = inputs[winner];
-   if (input.config->vlanConfig().find(vlanId)) {
-      out.decide(false, "VLAN",
-                 input.name + " holds it and gives the VLANs" + byNumber(input.vlanPriority()) +
-                     ", but the agent has not made it yet");
-      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
-      return;
-   }
-   out.decide(false, "VLAN",
-              "doesn't exist: " + input.name + ", which gives all VLANs" + byNumber(input.vlanPriority()) +
-                  ", lacks it" + lost);
-   out.advise("make it: bridging/input/config/" + input.name + place);
-   if (!others.empty())
-      out.advise("or raise vlanConfigPriority of an input that holds it above " +
-                 std::to_string(input.vlanPriority()) + "; that input then gives all VLANs");
-}
-
 // Users who ask why often mean a losing input that asks for the membership: so it is named.
 void adviseLosers(Explanation& out, SwitchState const& state, PortChoice const& choice, Sulvi::IntfId port,
                   Bridging::VlanConfig const& vlan) {
@@ -158,9 +109,6 @@ void adviseLosers(Explanation& out, SwitchState const& state, PortChoice const& 
 
 Json answerJson(SwitchState const& state, Explanation const& explanation, bool isMember,
                 PortChoice const& choice, Sulvi::IntfId port, Bridging::VlanId vlanId) {
-   Json rules = Json::array();
-   for (Rule const& rule : explanation.rules)
-      rules.push_back({{"rule", rule.name}, {"finding", rule.finding}, {"decides", rule.decides}});
    Json losers = Json::array();
    for (Input const& loser : choice.losers)
       losers.push_back({{"name", loser.name}, {"priority", loser.portPriority()}});
@@ -175,7 +123,7 @@ Json answerJson(SwitchState const& state, Explanation const& explanation, bool i
       json["mode"] = modeText(resolved->switchportModeAndNativeVlan().switchportMode);
       json["nativeVlan"] = resolved->switchportModeAndNativeVlan().nativeVlan.value();
    }
-   json["rules"] = std::move(rules);
+   json["rules"] = rulesJson(explanation);
    json["advice"] = explanation.advice;
    json["agentPid"] = state.agentPid == 0 ? Json() : Json(state.agentPid);
    return json;
@@ -187,21 +135,9 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
    std::string text =
        Kem::printable(nameOf(port)) + (member ? " is a member of VLAN " : " is not a member of VLAN ") +
        std::to_string(vlanId.value()) + (member ? ": " + membershipText(*member) : "") + ".\n\n";
-   size_t ruleWidth = 0;
-   for (Rule const& rule : explanation.rules)
-      ruleWidth = std::max(ruleWidth, characters(rule.name));
-   size_t const indent = ruleWidth + 4;
-   for (Rule const& rule : explanation.rules) {
-      std::string const finding =
-          paragraph(Kem::printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
-      std::string const head = (rule.decides ? "> " : "  ") + rule.name;
-      text += head + finding.substr(characters(head));
-   }
+   text += rulesText(explanation, width);
    if (state.agentPid == 0)
-      text +=
-          "\n" + paragraph("The agent is not connected to the database: what is shown is what it left, and "
-                           "follows no input.",
-                           0, width);
+      text += absentAgentText(width);
    if (explanation.member && member && *explanation.member != *member)
       text +=
           "\n" +
@@ -215,11 +151,8 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
                             " a member: the resolved configuration hasn't followed the inputs yet (vornctl "
                             "show backlog).",
                         0, width);
-   if (!explanation.advice.empty() && !member) {
-      text += "\nWhat to do:\n";
-      for (std::string const& advice : explanation.advice)
-         text += "  - " + paragraph(Kem::printable(advice), 4, width).substr(4);
-   }
+   if (!member)
+      text += adviceText(explanation, width);
    return text;
 }
 

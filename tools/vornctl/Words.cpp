@@ -118,6 +118,14 @@ Bridging::VlanId vlanFromText(std::string_view text) {
    return Bridging::VlanId(static_cast<uint16_t>(number));
 }
 
+std::optional<Sulvi::EthAddr> addressFromText(std::string_view text) {
+   try {
+      return Sulvi::EthAddr(text);
+   } catch (Kem::RangeException const&) {
+      return std::nullopt;
+   }
+}
+
 std::vector<std::string> portList(std::vector<Sulvi::IntfId> ports) {
    std::sort(ports.begin(), ports.end());
    std::vector<std::string> names;

@@ -1,10 +1,12 @@
 // Numbers and names of the records in a network engineer's words, and back.
 #pragma once
 
+#include "Sulvi/EthAddr.h"
 #include "Sulvi/IntfId.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/types.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +28,9 @@ std::string membershipText(Bridging::VlanPortConfig const& member);
 Sulvi::IntfId portFromText(std::string_view text);
 // Raises UsageError for a text that isn't a number from 1 to 4094.
 Bridging::VlanId vlanFromText(std::string_view text);
+
+// The Ethernet address that a text is, such as "00:1c:73:00:00:01"; nothing for any other text.
+std::optional<Sulvi::EthAddr> addressFromText(std::string_view text);
 
 // Short names in natural order: "Et2", "Et10", "Po5".
 std::vector<std::string> portList(std::vector<Sulvi::IntfId> ports);

@@ -78,6 +78,12 @@ TEST(WordsTest, vlanNumbersAreFrom1To4094) {
       EXPECT_THROW(vlanFromText(text), UsageError) << text;
 }
 
+TEST(WordsTest, addressesAreSixPairsOfDigits) {
+   EXPECT_EQ(addressFromText("00:1C:73:00:00:01"), Sulvi::EthAddr("00:1c:73:00:00:01"));
+   for (char const* const text : {"", "Et1", "00:1c:73:00:00", "001c.7300.0001", "00:1c:73:00:00:01:02"})
+      EXPECT_EQ(addressFromText(text), std::nullopt) << text;
+}
+
 TEST(WordsTest, portsAreListedInNaturalOrder) {
    EXPECT_THAT(portList({"Port-Channel5", "Ethernet10", "Ethernet2", "Cpu"}),
                ElementsAre("Cpu", "Et2", "Et10", "Po5"));
@@ -269,6 +275,63 @@ TEST_F(ShowTest, inputsThatTakeNoPartWinNothing) {
    EXPECT_THAT(text, HasSubstr("No input gives the VLANs.\n"));
    EXPECT_THAT(text, HasSubstr("(none)     -  cli 0  Et1\n"));
    EXPECT_EQ(json::parse(showInputs(state, asJson))["vlans"]["input"], nullptr);
+}
+
+// --- show mac static.
+
+struct ShowMacStaticTest : testing::Test {
+   ShowMacStaticTest() {
+      world.vlan(10);
+      world.vlan(20);
+      TestWorld::host(world.cli, 10, "00:1c:73:00:00:02", "Ethernet2");
+      TestWorld::host(other, 10, "00:1c:73:00:00:01", "Ethernet1", Bridging::EntryType::dropMac);
+      TestWorld::group(world.cli, 20, "01:00:5e:00:00:01", {"Ethernet10", "Ethernet2"});
+      world.resolveHost(10, "00:1c:73:00:00:02", "Ethernet2");
+      world.resolveHost(10, "00:1c:73:00:00:01", "Ethernet1", Bridging::EntryType::dropMac);
+      world.resolveGroup(20, "01:00:5e:00:00:01", {"Ethernet10", "Ethernet2"});
+   }
+   TestWorld world;
+   SwitchState& state = world.state;
+   Kem::Ptr<Bridging::Input::Config> other = world.input("other", 0, 0);
+};
+
+TEST_F(ShowMacStaticTest, tableHasTheInputOfEachAddress) {
+   EXPECT_EQ(showMacStatic(state, {}, asTable), "VLAN  Address            Kind     Input  Ports\n"
+                                                "----  -----------------  -------  -----  ---------\n"
+                                                "10    00:1c:73:00:00:01  drop     other  -\n"
+                                                "10    00:1c:73:00:00:02  forward  cli    Et2\n"
+                                                "20    01:00:5e:00:00:01  group    cli    Et2, Et10\n");
+   EXPECT_EQ(showMacStatic(state, 20, asTable), "VLAN  Address            Kind   Input  Ports\n"
+                                                "----  -----------------  -----  -----  ---------\n"
+                                                "20    01:00:5e:00:00:01  group  cli    Et2, Et10\n");
+}
+
+TEST_F(ShowMacStaticTest, entryThatNoInputHasSoIsNobodys) {
+   world.resolveHost(10, "00:1c:73:00:00:02", "Ethernet3");
+   EXPECT_THAT(showMacStatic(state, 10, asTable), HasSubstr("00:1c:73:00:00:02  forward  -      Et3\n"));
+   world.resolveHost(10, "00:1c:73:00:00:03", "Ethernet3", static_cast<Bridging::EntryType>(9));
+   EXPECT_THAT(showMacStatic(state, 10, asTable), HasSubstr("00:1c:73:00:00:03  type 9   -      Et3\n"));
+}
+
+TEST_F(ShowMacStaticTest, jsonSaysTheSame) {
+   auto const vlans = json::parse(showMacStatic(state, {}, asJson))["vlans"];
+   EXPECT_EQ(vlans["10"]["hosts"]["00:1c:73:00:00:01"],
+             json({{"port", "Ethernet1"}, {"type", "dropMac"}, {"input", "other"}}));
+   EXPECT_EQ(vlans["20"]["groups"]["01:00:5e:00:00:01"],
+             json({{"ports", {"Ethernet2", "Ethernet10"}}, {"input", "cli"}}));
+   EXPECT_EQ(vlans["20"]["hosts"], json::object());
+   world.resolveHost(10, "00:1c:73:00:00:01", "Ethernet3");
+   EXPECT_EQ(
+       json::parse(showMacStatic(state, 10, asJson))["vlans"]["10"]["hosts"]["00:1c:73:00:00:01"]["input"],
+       nullptr);
+   EXPECT_EQ(json::parse(showMacStatic(state, 10, asJson))["vlans"].size(), 1u);
+}
+
+TEST_F(ShowMacStaticTest, nothingAndAnUnknownVlanAreTold) {
+   world.vlan(30);
+   EXPECT_EQ(showMacStatic(state, 30, asTable), "No static hosts or groups.\n");
+   EXPECT_THAT([&] { showMacStatic(state, 99, asTable); },
+               testing::ThrowsMessage<Absent>("VLAN 99: there is no such VLAN"));
 }
 
 // --- show internal-vlan.

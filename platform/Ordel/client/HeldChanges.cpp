@@ -153,8 +153,20 @@ void HeldChanges::release() {
 }
 
 void HeldChanges::tellDifference(Kem::Entity& entity, Things const& things) {
+   // Entities that went are told first: their keys may have come to another collection, which the schema keeps
+   // apart, and what is told may reach the database in several blocks. Where a key went the other way, the
+   // collection of values is told first by the order of attributes.
+   auto const hasGone = [&](Things::value_type const& item) {
+      Wire::Reader key(item.first.second);
+      return item.second.entity && !item.second.isStale && !entity.childByKey(item.first.first, key);
+   };
+   for (auto const& item : things)
+      if (hasGone(item))
+         tellEntity(entity, item.first.first, item.first.second, item.second);
    Wire::Writer now;
    for (auto const& item : things) {
+      if (hasGone(item))
+         continue;
       Kem::AttrId const id = item.first.first;
       std::string const& key = item.first.second;
       Before const& before = item.second;

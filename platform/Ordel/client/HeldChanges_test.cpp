@@ -84,6 +84,12 @@ TEST_F(HeldChangesTest, entityIsNewUntilTheReleaseOnly) {
    EXPECT_EQ(log.release(), (Words{"create vlanConfig 30", "erase intf"}));
 }
 
+TEST_F(HeldChangesTest, entityThatWentIsToldBeforeWhatCame) {
+   config->vidToFidMapIs(VlanId(10), Bridging::Fid(7));
+   config->vlanConfigDel(VlanId(10));
+   EXPECT_EQ(log.release(), (Words{"remove vlanConfig 10", "put vidToFidMap"}));
+}
+
 TEST_F(HeldChangesTest, onlyTheFirstChangeOfAThingIsRemembered) {
    vlan->configuredNameIs("a");
    vlan->configuredNameIs("b");

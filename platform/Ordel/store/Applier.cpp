@@ -49,6 +49,7 @@ void Applier::run(std::string_view operations) {
    UndoLog::clearBuffer(groups_);
    UndoLog::clearBuffer(nodes_);
    UndoLog::clearBuffer(isNew_);
+   sharedKeys_.clear();
    target_ = {};
    creationCount_ = 0;
    isGroupOpen_ = false;
@@ -88,6 +89,8 @@ void Applier::run(std::string_view operations) {
       if (!in.good() && applied_.isDone())
          refuseMalformed("the operations end in the middle of one");
    }
+   if (applied_.isDone())
+      refuseSharedKeys();
    if (applied_.isDone())
       closeGroup(in.position());
 }

@@ -33,6 +33,14 @@ class Applier {
       std::string place;              // of what is not there
    };
 
+   // A key that two collections had when one of them took it in, which the schema keeps apart.
+   struct SharedKey {
+      Entity const* entity;
+      Slot const* slot;
+      KeyProbe key; // a text is in the block
+      std::string place;
+   };
+
    void run(std::string_view operations);
    void readAt(Wire::Reader& in);
    bool stepInto(Wire::Reader& in);
@@ -65,6 +73,11 @@ class Applier {
    static bool isUnderItsKey(Slot const& slot, Packed const& key, char const* value);
    bool isStored(Slot const& slot, char const* place, Packed const& value) const;
    void erase(Entity& entity);
+   // Of a key that a collection takes in. False after a refusal; a key that another collection has too is only
+   // noted, since the block may still erase it there.
+   bool takesKey(Entity& entity, Slot const& slot, Packed const& key);
+   // Refuses the first of the noted keys that is in both collections when the block ends.
+   void refuseSharedKeys();
    void create(Records::EntityType const& type, unsigned attribute, KeyProbe const& key, uint32_t node);
 
    // The operation from `begin` to where the reader stands took effect, or did not.
@@ -105,6 +118,7 @@ class Applier {
    std::vector<Group> groups_;
    std::vector<NodeChange> nodes_;
    std::vector<uint8_t> isNew_;
+   std::vector<SharedKey> sharedKeys_;
    bool isGroupOpen_ = false;
    char const* runBegin_ = nullptr; // of operations that are passed on as they are
 };

@@ -103,6 +103,8 @@ bool Applier::readOnePut(Wire::Reader& in, char const* begin, Slot const& slot, 
       return true;
    }
    Entity& entity = *target_.entity;
+   if ((slot.isMulticast || slot.apart >= 0) && !takesKey(entity, slot, key))
+      return false;
    if (!members)
       members = &Store::tableMade(entity, slot);
    bool isNew = false;
@@ -248,6 +250,8 @@ void Applier::readCreate(Wire::Reader& in, char const* begin) {
              "more than " + std::to_string(maxCreationsPerWrite) + " entities are created in one write");
       return;
    }
+   if (!takesKey(entity, *slot, key))
+      return;
    if (standing)
       erase(*standing);
 
@@ -288,6 +292,38 @@ bool Applier::isWithinLimit(Slot const* slot, Packed const* key) {
    refuse(place(slot, key),
           "the database is full: the tree may hold " + std::to_string(store_.byteLimit >> 20) + " MiB");
    return false;
+}
+
+// --- Keys
+
+bool Applier::takesKey(Entity& entity, Slot const& slot, Packed const& key) {
+   if (slot.isMulticast && !(key.bytes[0] & 1)) {
+      refuse(place(&slot, &key), "is no multicast address");
+      return false;
+   }
+   // What a mirror is told is in order as a whole, but not in every order of its parts.
+   if (slot.apart < 0 || store_.isMirror)
+      return true;
+   Slot const& other = Store::layout(entity).slots[static_cast<size_t>(slot.apart)];
+   Table const* const members = Store::table(entity, other);
+   KeyProbe const probe = Store::probe(other, key); // the same in both, which have keys of one type
+   if (members && members->find(probe) != Table::none)
+      sharedKeys_.push_back({&entity, &slot, probe, place(&slot, &key)});
+   return true;
+}
+
+void Applier::refuseSharedKeys() {
+   for (SharedKey const& shared : sharedKeys_) {
+      Slot const& other = Store::layout(*shared.entity).slots[static_cast<size_t>(shared.slot->apart)];
+      auto const has = [&](Slot const& slot) {
+         Table const* const members = Store::table(*shared.entity, slot);
+         return members && members->find(shared.key) != Table::none;
+      };
+      if (shared.entity->isErased() || !has(*shared.slot) || !has(other))
+         continue;
+      refuse(shared.place, "is in " + std::string(other.attribute->name) + " too");
+      return;
+   }
 }
 
 // --- Values

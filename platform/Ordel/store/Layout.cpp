@@ -43,6 +43,8 @@ Layout::Layout(Records::EntityType const& entityType, Codecs& codecs) : type(ent
       slot.form = attribute.form;
       slot.isInput = attribute.isInput;
       slot.isKey = type.keyAttribute == static_cast<int>(i);
+      slot.isMulticast = attribute.isMulticast;
+      slot.apart = attribute.apart;
       slot.offset = static_cast<uint32_t>(initialBlock.size());
       switch (attribute.form) {
       case Form::scalar:

@@ -37,6 +37,8 @@ struct Slot {
    Codec const* value;    // null in a collection of entities
    std::string_view zero; // what text handle 0 stands for
    TableShape shape;      // collections
+   bool isMulticast;      // each key is a multicast address
+   int apart;             // position of the slot that has none of the same keys, -1 for none
 
    bool isCollection() const { return key != nullptr; }
    bool isSingle() const { return !isCollection(); }

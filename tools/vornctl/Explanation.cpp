@@ -1,0 +1,103 @@
+#include "Explanation.h"
+
+#include "Inputs.h"
+#include "Table.h"
+#include "Words.h"
+
+#include "Kem/Printable.h"
+#include "records/Bridging/Input/VlanConfig.h"
+#include "records/Bridging/VlanConfig.h"
+
+#include <algorithm>
+
+namespace Vornctl {
+
+// --- As text and as JSON.
+
+std::string rulesText(Explanation const& explanation, size_t width) {
+   size_t ruleWidth = 0;
+   for (Rule const& rule : explanation.rules)
+      ruleWidth = std::max(ruleWidth, characters(rule.name));
+   size_t const indent = ruleWidth + 4;
+   std::string text;
+   for (Rule const& rule : explanation.rules) {
+      std::string const finding =
+          paragraph(Kem::printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
+      std::string const head = (rule.decides ? "> " : "  ") + rule.name;
+      text += head + finding.substr(characters(head));
+   }
+   return text;
+}
+
+std::string absentAgentText(size_t width) {
+   return "\n" +
+          paragraph("The agent is not connected to the database: what is shown is what it left, and "
+                    "follows no input.",
+                    0, width);
+}
+
+std::string adviceText(Explanation const& explanation, size_t width) {
+   if (explanation.advice.empty())
+      return {};
+   std::string text = "\nWhat to do:\n";
+   for (std::string const& advice : explanation.advice)
+      text += "  - " + paragraph(Kem::printable(advice), 4, width).substr(4);
+   return text;
+}
+
+Json rulesJson(Explanation const& explanation) {
+   Json rules = Json::array();
+   for (Rule const& rule : explanation.rules)
+      rules.push_back({{"rule", rule.name}, {"finding", rule.finding}, {"decides", rule.decides}});
+   return rules;
+}
+
+// --- Findings that several questions share.
+
+std::string byNumber(uint32_t priority) {
+   return " by its number " + std::to_string(priority);
+}
+
+std::string vlanFinding(Bridging::VlanConfig const& vlan) {
+   std::string const name = vlan.configuredName().str();
+   if (vlan.internal())
+      return "exists: the internal VLAN of " + name;
+   std::string const source = vlan.configSource().str();
+   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
+}
+
+void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
+                        Bridging::VlanId vlanId) {
+   std::string const number = std::to_string(vlanId.value());
+   std::string const place = ".vlanConfig[" + number + ']';
+   size_t const winner = vlanWinner(state, inputs);
+   std::vector<std::string> others;
+   for (size_t i = 0; i < inputs.size(); ++i)
+      if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
+         others.push_back(inputs[i].name + ' ' + std::to_string(inputs[i].vlanPriority()));
+   std::string const lost = others.empty() ? "" : "; lost with it: " + joined(others);
+   if (winner == inputs.size()) {
+      out.decide(false, "VLAN",
+                 "doesn't exist: no input takes part in the choice of VLANs, each has vlanConfigPriority 0" +
+                     lost);
+      out.advise("set vlanConfigPriority of an input that holds VLAN " + number + " above 0");
+      return;
+   }
+   Input const& input = inputs[winner];
+   if (input.config->vlanConfig().find(vlanId)) {
+      out.decide(false, "VLAN",
+                 input.name + " holds it and gives the VLANs" + byNumber(input.vlanPriority()) +
+                     ", but the agent has not made it yet");
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+      return;
+   }
+   out.decide(false, "VLAN",
+              "doesn't exist: " + input.name + ", which gives all VLANs" + byNumber(input.vlanPriority()) +
+                  ", lacks it" + lost);
+   out.advise("make it: bridging/input/config/" + input.name + place);
+   if (!others.empty())
+      out.advise("or raise vlanConfigPriority of an input that holds it above " +
+                 std::to_string(input.vlanPriority()) + "; that input then gives all VLANs");
+}
+
+} // namespace Vornctl
