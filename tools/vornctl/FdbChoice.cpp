@@ -20,7 +20,8 @@ std::optional<FdbEntry> entryOf(Fdb const& fdb, Sulvi::EthAddr addr, bool counts
    auto const group = addr.isMulticast() ? fdb.ethGroup(addr) : nullptr;
    auto const* const host = fdb.configuredHost(addr);
    if (group && (countsGroup || !host)) {
-      FdbEntry entry{.isGroup = true};
+      FdbEntry entry;
+      entry.isGroup = true;
       for (auto const& [port, isMember] : group->intf())
          if (isMember)
             entry.ports.push_back(port);

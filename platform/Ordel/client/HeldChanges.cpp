@@ -153,18 +153,23 @@ void HeldChanges::release() {
 }
 
 void HeldChanges::tellDifference(Kem::Entity& entity, Things const& things) {
-   // Entities that went are told first: their keys may have come to another collection, which the schema keeps
-   // apart, and what is told may reach the database in several blocks. Where a key went the other way, the
-   // collection of values is told first by the order of attributes.
+   // An entity that went is told before what came under its key in another collection: the schema may keep the
+   // two apart, and what is told may reach the database in several blocks. (A value that went for an entity that
+   // came is told first by the order of attributes.)
    auto const hasGone = [&](Things::value_type const& item) {
       Wire::Reader key(item.first.second);
       return item.second.entity && !item.second.isStale && !entity.childByKey(item.first.first, key);
    };
+   std::multimap<std::string_view, Things::value_type const*> gone; // by key; those not told yet
    for (auto const& item : things)
       if (hasGone(item))
-         tellEntity(entity, item.first.first, item.first.second, item.second);
+         gone.emplace(item.first.second, &item);
    Wire::Writer now;
    for (auto const& item : things) {
+      auto const [begin, end] = gone.equal_range(item.first.second);
+      for (auto at = begin; at != end; ++at)
+         tellEntity(entity, at->second->first.first, at->second->first.second, at->second->second);
+      gone.erase(begin, end);
       if (hasGone(item))
          continue;
       Kem::AttrId const id = item.first.first;

@@ -51,8 +51,8 @@ class HeldChanges {
    // The entity that the process removed from that place; null when there is none.
    Kem::Ptr<Kem::Entity> removed(Kem::Entity const& parent, Kem::AttrId id, std::string_view key) const;
 
-   // Tells the log of what differs now, parents before what they hold, of each entity first which of its own
-   // have gone, and forgets everything.
+   // Tells the log of what differs now, parents before what they hold, an entity that went before what came under
+   // its key, and forgets everything.
    void release();
    size_t count() const { return count_; } // different things
    bool empty() const { return touched_.empty(); }
