@@ -133,6 +133,22 @@ TEST_F(StaticHostsTest, whatNoMergedRecordIsThereForGoesAtTheStart) {
    EXPECT_TRUE(bridge.config->fdbConfig().empty());
 }
 
+TEST_F(StaticHostsTest, whatThePreviousRunResolvedForAVlanThatStaysIsTakenOver) {
+   TestInput{bridge.eth}.vlan(10); // so that the first input of the start has it too
+   bridge.vlan(10);
+   auto const a = input();
+   a.host(10, staticHost, "Ethernet1");
+   bridge.start();
+   auto const resolved = bridge.config->fdbConfig(Bridging::Fid(10));
+   bridge.stop();
+   bridge.start();
+   EXPECT_EQ(bridge.config->fdbConfig(Bridging::Fid(10)), resolved);
+   a.host(10, otherHost, "Ethernet2");
+   bridge.run();
+   EXPECT_EQ(bridge.host(10, otherHost), "Ethernet2");
+   EXPECT_EQ(bridge.host(10, staticHost), "Ethernet1");
+}
+
 // --- The mirror.
 
 TEST_F(StaticHostsTest, mirrorFollowsTheMergedRecord) {

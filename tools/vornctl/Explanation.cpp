@@ -30,10 +30,9 @@ std::string rulesText(Explanation const& explanation, size_t width) {
 }
 
 std::string absentAgentText(size_t width) {
-   return "\n" +
-          paragraph("The agent is not connected to the database: what is shown is what it left, and "
-                    "follows no input.",
-                    0, width);
+   return "\n" + paragraph("The agent is not connected to the database: what is shown is what it left, and "
+                           "follows no input.",
+                           0, width);
 }
 
 std::string adviceText(Explanation const& explanation, size_t width) {
