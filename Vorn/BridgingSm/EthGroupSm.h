@@ -24,7 +24,6 @@ class EthGroupSm final : public Kem::StateMachine {
    struct KemEthGroupIn final : Bridging::EthGroup::NotifieeConst {
       explicit KemEthGroupIn(EthGroupSm& s) : NotifieeConst(this), sm(s) {}
       void onIntf(Sulvi::IntfId intfId) override { sm.handleIntf(intfId); }
-      void onIntfkemImmediate() override { sm.handleInitialized(); }
       EthGroupSm& sm;
    };
    void forEachPart(Kem::PartVisitor const& visit) override { visit(kemEthGroupIn_); }
