@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include <sstream>
 #include <utility>
 
 namespace Model {
@@ -124,6 +125,18 @@ void Agent::changed(Change const& change) {
    case Change::reserved:
       tell({bridgeSettings, ""}, 1, change.key);
       break;
+   case Change::inputFdb:
+      if (inputOf())
+         tell({input, change.name}, 5, std::to_string(change.number));
+      break;
+   case Change::inputHost:
+   case Change::inputGroup:
+   case Change::groupMember: {
+      std::string const place = std::to_string(change.number) + " " + change.key + " " + change.member;
+      if (inputOf() && fdbOf(change.name, change.number))
+         tell({inputFdb, change.name}, change.what, place);
+      break;
+   }
    case Change::hardware:
       tell({selectorHardware, ""});
       break;
@@ -227,6 +240,8 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
          return findBestVlanInput();
       if (told.attribute == 1)
          return handlePortPriority(*followed_.at(name));
+      if (told.attribute == 5)
+         return handleFdb(name, number(told.key));
       return decidePort(told.key);
    case selectorIntfs:
       return handleDefaultRecord(told.key);
@@ -260,6 +275,18 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
       return handlePortCopy(name, told);
    case portConfig:
       return handleShut(name);
+   case inputFdb: {
+      std::istringstream place(told.key);
+      unsigned vlan = 0;
+      std::string address, member;
+      place >> vlan >> address;
+      std::getline(place >> std::ws, member);
+      if (told.attribute == Change::inputHost)
+         return handleHost(name, vlan, address);
+      if (told.attribute == Change::inputGroup)
+         return handleGroup(name, vlan, address);
+      return handleGroupMember(name, vlan, address, member);
+   }
    case portStatus:
       return handleForwardingModel(name);
    }
@@ -270,6 +297,8 @@ Outcome Agent::outcome() const {
    out.vlans = vlans_;
    out.ports = resolved_;
    out.waiting = waiting_;
+   out.merged = fdbs_;
+   out.fdbs = resolvedFdbs();
    out.chosen = chosenFrom_;
    out.defaults.clear();
    for (auto const& [intf, record] : own_->ports)

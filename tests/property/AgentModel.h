@@ -87,6 +87,7 @@ class Agent {
       portCopy,
       portConfig,
       portStatus,
+      inputFdb, // hosts and groups: one of an input and VLAN
    };
    using FollowerId = std::pair<Follower, std::string>;
    struct Told {
@@ -146,6 +147,22 @@ class Agent {
    void followRoles();
    void handleVlanIntf(std::string const& intf);
    bool hasVlanIntf(unsigned number) const;
+
+   // --- Static hosts and groups (AgentHosts.cpp).
+   void handleFdb(std::string const& name, unsigned number);
+   void handleFdbs(std::string const& name);
+   void handleHost(std::string const& name, unsigned number, std::string const& address);
+   void handleGroup(std::string const& name, unsigned number, std::string const& address);
+   void handleGroupMember(std::string const& name, unsigned number, std::string const& address,
+                          std::string const& intf);
+   void followGroup(std::string const& name, unsigned number, std::string const& address);
+   void forgetGroups(std::string const& name, unsigned number);
+   std::shared_ptr<Fdb> fdbOf(std::string const& name, unsigned number) const;
+   void settleKind(unsigned number, std::string const& address, std::shared_ptr<Input> const& best);
+   void mergedHostIs(unsigned number, std::string const& address, std::shared_ptr<Input> const& best);
+   void mergedGroupIs(unsigned number, std::string const& address, std::shared_ptr<Input> const& best);
+   void decideAllAddresses(unsigned number);
+   std::map<unsigned, MergedFdb> resolvedFdbs() const;
 
    // --- Ports (AgentPorts.cpp).
    static inline std::set<unsigned> const noVlans;
@@ -234,6 +251,9 @@ class Agent {
    std::map<std::string, PortState> ports_;
    std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library says
    std::map<unsigned, Role> roles_;
+   std::map<unsigned, MergedFdb> fdbs_;                                            // by VLAN
+   std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN
+   std::map<std::pair<std::string, std::string>, std::shared_ptr<std::set<std::string>>> followedGroups_;
    std::set<unsigned> vlanBacklog_;
    std::set<std::string> portBacklog_;
    double recoveryTime_ = never;

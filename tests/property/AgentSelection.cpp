@@ -68,6 +68,7 @@ void Agent::handleInput(std::string const& name) {
    }
    hearOut(name);
    followed_.erase(name);
+   handleFdbs(name);
    forget({input, name});
    if (selected_ && selected_->name == name)
       findBestVlanInput();
@@ -91,6 +92,7 @@ void Agent::followInput(std::shared_ptr<Input> const& in) {
    followed_[in->name] = in;
    handlePortPriority(*in);
    findBestVlanInput();
+   handleFdbs(in->name);
    if (!before)
       return;
    // It was deleted and made again within a turn: the ports that the old one won are decided again.

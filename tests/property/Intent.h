@@ -69,12 +69,26 @@ enum class PortAttr {
 
 enum class VlanAttr { isSuspended, name, role, trunkGroups };
 
+// A static host.
+struct Host {
+   std::string intf;
+   unsigned type = 0; // 0 forwarded, 1 dropped
+   bool operator==(Host const&) const = default;
+};
+
+// Static hosts and groups of one VLAN, in one input. An address is one of the two.
+struct Fdb {
+   std::map<std::string, Host> hosts{};
+   std::map<std::string, std::shared_ptr<std::set<std::string>>> groups{}; // ports by address
+};
+
 struct Input {
    std::string name;
-   unsigned vlanPriority = 0, portPriority = 0;
+   unsigned vlanPriority = 0, portPriority = 0, fdbPriority = 0;
    std::string detail{};
    std::map<unsigned, std::shared_ptr<Vlan>> vlans{};
    std::map<std::string, std::shared_ptr<Port>> ports{};
+   std::map<unsigned, std::shared_ptr<Fdb>> fdbs{}; // by VLAN
 };
 
 struct IntfConfig {
@@ -126,14 +140,19 @@ struct Change {
       intfConfigShut, // of port `key` changed
       intfStatus,     // of port `key` came or went
       intfStatusModel,
-      vlanIntf, // `key` came or went
-      setting,  // `attribute` of the command line's settings
-      fid,      // of VLAN `number`
-      reserved, // address `key`
-      hardware, // the list of its forwarding modes
+      vlanIntf,    // `key` came or went
+      setting,     // `attribute` of the command line's settings
+      fid,         // of VLAN `number`
+      reserved,    // address `key`
+      inputFdb,    // the hosts and groups of VLAN `number` of the input `name` came or went
+      inputHost,   // host `key` of VLAN `number` of the input `name`
+      inputGroup,  // group `key` of it came or went
+      groupMember, // port `member` of that group
+      hardware,    // the list of its forwarding modes
    } what;
    std::string name{};
    std::string key{};
+   std::string member{};
    unsigned number = 0;
    int attribute = 0;
 };

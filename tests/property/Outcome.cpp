@@ -51,6 +51,15 @@ std::string textOf(Role const& role) {
    return std::to_string(role.type) + " of " + std::to_string(role.primary);
 }
 
+std::string textOf(MergedFdb const& fdb) {
+   std::string all;
+   for (auto const& [address, host] : fdb.hosts)
+      all += address + " on " + host.intf + " " + std::to_string(host.type) + "; ";
+   for (auto const& [address, members] : fdb.groups)
+      all += address + " to " + textOf(members) + "; ";
+   return all;
+}
+
 void compareVlan(Report& report, std::string const& place, ResolvedVlan const& expected,
                  ResolvedVlan const& actual) {
    report.same(place + " internal", expected.internal, actual.internal);
@@ -102,6 +111,12 @@ std::string differences(Outcome const& expected, Outcome const& actual) {
                   [&](unsigned number, unsigned a, unsigned b) {
                      report.same("filtering database of VLAN " + std::to_string(number), a, b);
                   });
+   for (auto const& [what, wanted, is] :
+        {std::tuple("merged hosts of VLAN", &expected.merged, &actual.merged),
+         std::tuple("hosts of VLAN", &expected.fdbs, &actual.fdbs)})
+      report.members(what, *wanted, *is, [&](unsigned number, auto const& a, auto const& b) {
+         report.same(what + (" " + std::to_string(number)), textOf(a), textOf(b));
+      });
    return report.text();
 }
 

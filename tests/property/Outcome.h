@@ -32,6 +32,13 @@ struct ResolvedPort {
    bool operator==(ResolvedPort const&) const = default;
 };
 
+// Static hosts and groups of one VLAN, of all inputs together.
+struct MergedFdb {
+   std::map<std::string, Host> hosts;
+   std::map<std::string, std::set<std::string>> groups;
+   bool operator==(MergedFdb const&) const = default;
+};
+
 struct Outcome {
    std::map<unsigned, ResolvedVlan> vlans;
    std::map<std::string, ResolvedPort> ports;
@@ -46,6 +53,8 @@ struct Outcome {
    unsigned forwardingMode = 0;
    std::map<unsigned, unsigned> fids;
    std::set<std::string> reserved;
+   std::map<unsigned, MergedFdb> merged; // by VLAN
+   std::map<unsigned, MergedFdb> fdbs;   // what became of them, by filtering database
 };
 
 // How often each record has been made in a life of the agent. A subscriber must not see a record that stays

@@ -81,6 +81,8 @@ std::string Publishers::perform(Kind kind, Dice dice) {
       return changeIntf(dice);
    case Kind::vlanIntf:
       return changeVlanIntf(dice);
+   case Kind::host:
+      return changeHost(dice);
    case Kind::setting:
       return changeSetting(dice);
    case Kind::plainPort:
@@ -134,6 +136,9 @@ void Publishers::comes(std::shared_ptr<Input> const& content) {
    made->sourceDetailIs(content->detail);
    made->vlanConfigPriorityIs(content->vlanPriority);
    made->switchIntfConfigPriorityIs(content->portPriority);
+   made->fdbConfigPriorityIs(content->fdbPriority);
+   for (auto const& [number, fdb] : content->fdbs)
+      fill(*made->fdbConfigIs(Bridging::VlanId(number)), *fdb);
    for (auto const& [number, vlan] : content->vlans)
       fill(*made->vlanConfigIs(Bridging::VlanId(number)), *vlan);
    for (auto const& [intf, port] : content->ports)
@@ -154,6 +159,8 @@ void Publishers::comes(std::shared_ptr<Input> const& content) {
       tell_({.what = Change::inputVlan, .name = name, .number = vlanId});
    for (auto const& [intfId, port] : made->switchIntfConfig())
       tell_({.what = Change::inputPort, .name = name, .key = intfId.stringValue().str()});
+   for (auto const& [vlanId, fdb] : made->fdbConfig())
+      tell_({.what = Change::inputFdb, .name = name, .number = vlanId});
 }
 
 void Publishers::goes(std::string const& name) {
@@ -203,6 +210,8 @@ std::string Publishers::changePublisher(Dice dice) {
       auto const content = std::make_shared<Input>(*before);
       for (auto& [number, vlan] : content->vlans)
          vlan = std::make_shared<Vlan>(*vlan);
+      for (auto& [number, fdb] : content->fdbs)
+         fdb = copyOf(*fdb);
       for (auto& [intf, port] : content->ports)
          port = std::make_shared<Port>(*port);
       goes(name);

@@ -56,6 +56,7 @@ class Publishers {
       intf,
       vlanIntf,
       setting,
+      host,
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
       plainPort,  // a port has nothing but its interface, which is up
       modelGone,  // its forwarding model isn't known
@@ -101,6 +102,7 @@ class Publishers {
    std::string changeIntf(Dice dice);
    std::string changeVlanIntf(Dice dice);
    std::string changeSetting(Dice dice);
+   std::string changeHost(Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
    std::string changeOtherModels(Dice dice, unsigned model);

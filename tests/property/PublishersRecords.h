@@ -4,6 +4,7 @@
 #include "Intent.h"
 #include "Publishers.h"
 
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"
 
@@ -19,5 +20,8 @@ Bridging::VlanAdminState stateOf(bool isSuspended);
 // For records that were just made.
 void fill(Bridging::Input::VlanConfig& record, Vlan const& vlan);
 void fill(Bridging::Input::SwitchIntfConfig& record, Port const& port);
+void fill(Bridging::Input::FdbConfig& record, Fdb const& fdb);
+// With groups of its own.
+std::shared_ptr<Fdb> copyOf(Fdb const& fdb);
 
 } // namespace Model

@@ -53,11 +53,11 @@ Series makeSeries(uint64_t seed, unsigned length) {
    Series series{.seed = seed, .operations = {}};
    Dice dice(seed * 7919);
    // How often each of the publishers' kinds occurs.
-   static constexpr Kind kinds[] = {Kind::priority, Kind::priority, Kind::publisher, Kind::publisher,
-                                    Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::vlan,
-                                    Kind::vlan,     Kind::port,     Kind::port,      Kind::port,
-                                    Kind::port,     Kind::port,     Kind::port,      Kind::port,
-                                    Kind::intf,     Kind::intf,     Kind::vlanIntf,  Kind::setting};
+   static constexpr Kind kinds[] = {
+       Kind::priority, Kind::priority, Kind::publisher, Kind::publisher, Kind::vlan, Kind::vlan,
+       Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::port,      Kind::port, Kind::port,
+       Kind::port,     Kind::port,     Kind::port,      Kind::port,      Kind::intf, Kind::intf,
+       Kind::vlanIntf, Kind::setting,  Kind::host,      Kind::host,      Kind::host};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};

@@ -1,6 +1,9 @@
 #include "World.h"
 
 #include "Listing.h"
+#include "records/Bridging/EthGroup.h"
+#include "records/Bridging/FdbConfig.h"
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/SwitchIntfConfigDir.h"
@@ -13,6 +16,7 @@ namespace Model {
 namespace {
 
 constexpr char configPath[] = "bridging/config";
+constexpr char mergedPath[] = "bridging/fdbConfigDir";
 constexpr char defaultsPath[] = "bridging/input/config/eth";
 constexpr char chosenPath[] = "bridging/switchIntfConfig";
 constexpr char causePath[] = "interface/errdisable/cause/no-internal-vlan";
@@ -44,6 +48,20 @@ ResolvedPort resolvedOf(Bridging::SwitchIntfConfig const& port) {
            .tpid = port.vlanTpid()};
 }
 
+template <class FdbRecord>
+MergedFdb fdbOf(FdbRecord const& fdb) {
+   MergedFdb to;
+   for (auto const& [address, host] : fdb.configuredHost())
+      to.hosts[address.stringValue().str()] = {host.intf.stringValue().str(),
+                                               static_cast<unsigned>(host.entryType)};
+   for (auto const& [address, group] : fdb.ethGroup()) {
+      auto& members = to.groups[address.stringValue().str()];
+      for (auto const& [intf, value] : group->intf())
+         members.insert(intf.stringValue().str() + (value ? "" : " false"));
+   }
+   return to;
+}
+
 // In the order of the platform's collections.
 PortOrder portOrder() {
    Kem::ValueMap<Sulvi::IntfId, int> table;
@@ -72,6 +90,7 @@ World::World(uint64_t seed) : portOrder_(portOrder()) {
    publishers_->begin(Dice(seed));
    config_ = sw_.subscribe<Bridging::Config>(configPath);
    defaults_ = sw_.subscribe<Bridging::Input::Config>(defaultsPath);
+   merged_ = sw_.subscribe<Bridging::FdbConfigDir>(mergedPath);
    cause_ = sw_.subscribe<Errdisable::CauseStatus>(causePath);
    sw_.run();
 }
@@ -115,8 +134,10 @@ void World::startFreshAgent() {
    auto const config = sw_.publish<Bridging::Config>(configPath);
    config->vlanConfigDelAll();
    config->switchIntfConfigDelAll();
+   config->fdbConfigDelAll();
    config->vidToFidMapDelAll();
    config->ieeeReservedForwardingDelAll();
+   sw_.publish<Bridging::FdbConfigDir>(mergedPath)->fdbConfigDelAll();
    sw_.publish<Bridging::SwitchIntfConfigDir>(chosenPath)->switchIntfConfigDelAll();
    sw_.publish<Bridging::Input::Config>(defaultsPath)->switchIntfConfigDelAll();
    sw_.publish<Errdisable::CauseStatus>(causePath)->intfStatusDelAll();
@@ -150,6 +171,10 @@ Outcome World::told() const {
       all.vlans[vlanId] = resolvedOf(*vlan);
    for (auto const& [intf, port] : config_->switchIntfConfig())
       all.ports[intf.stringValue().str()] = resolvedOf(*port);
+   for (auto const& [vlanId, fdb] : merged_->fdbConfig())
+      all.merged[vlanId] = fdbOf(*fdb);
+   for (auto const& [fid, fdb] : config_->fdbConfig())
+      all.fdbs[fid] = fdbOf(*fdb);
    for (auto const& [intf, time] : cause_->intfStatus())
       all.waiting[intf.stringValue().str()] = time;
    for (auto const& [intf, record] : defaults_->switchIntfConfig())
@@ -228,6 +253,7 @@ std::string World::differences() {
    auto const& tree = sw_.server().tree();
    for (auto const& [path, record] : {std::pair<char const*, Kem::Entity const*>{configPath, config_.ptr()},
                                       {defaultsPath, defaults_.ptr()},
+                                      {mergedPath, merged_.ptr()},
                                       {causePath, cause_.ptr()}})
       if (listing(tree, *tree.find(path)) != listing(*record))
          text += std::string(path) + ": the subscriber has something else than the database\n";

@@ -10,6 +10,7 @@
 #include "Publishers.h"
 
 #include "records/Bridging/Config.h"
+#include "records/Bridging/FdbConfigDir.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
 #include "records/Errdisable/CauseStatus.h"
@@ -64,6 +65,7 @@ class World {
    std::unique_ptr<Neighbour> neighbour_;
    Kem::Ptr<Bridging::Config> config_;
    Kem::Ptr<Bridging::Input::Config> defaults_;
+   Kem::Ptr<Bridging::FdbConfigDir> merged_;
    Kem::Ptr<Errdisable::CauseStatus> cause_;
    std::unique_ptr<Agent> model_; // null while the agent is down
    Records records_;              // as they were when nothing was left to do the last time
