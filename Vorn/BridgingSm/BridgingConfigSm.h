@@ -14,13 +14,15 @@
 //
 // Every other subject is a class with its tables, its children, its reactors and their handlers in files of
 // its own; here are only its member, its step of the start, and the operations that others call on this
-// class: BridgeSettingsSm, InternalVlans, ResolvedVlans, VlanInterfaces. A new subject is added in that way.
+// class: BridgeSettingsSm, InternalVlans, PrivateVlans, ResolvedVlans, VlanInterfaces. A new subject is added
+// in that way.
 #pragma once
 
 #include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/BridgeSettingsSm.h"
 #include "Vorn/BridgingSm/BridgingConfigInputs.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/BridgingSm/PrivateVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 #include "Vorn/BridgingSm/VlanConfigSm.h"
@@ -67,8 +69,10 @@ class BridgingConfigSm final : public Kem::StateMachine,
    ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
    InternalVlans& internalVlans() { return internalVlans_; }
    VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
+   PrivateVlans const& privateVlans() const { return *privateVlans_; }
    // The smallest secondary VLAN of a primary one; 4095 when there is none.
    Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
+   void handleVidToFidMap(Bridging::VlanId vlanId) { settings_->handleVidToFidMap(vlanId); }
 
    // --- VLANs: configIn, its copies, and a child for each copy. Placing or deleting a copy is followed at
    // once by handleVlanConfig(vlanId).
@@ -141,6 +145,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
    Kem::Ptr<BridgeSettingsSm> const settings_;
+   Kem::Ptr<PrivateVlans> const privateVlans_;
    std::unique_ptr<Reactors> const reactors_;
 };
 

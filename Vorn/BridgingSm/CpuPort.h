@@ -15,8 +15,8 @@ void deleteCpuPort(Bridging::VlanConfig& vlan);
 // The rule for a VLAN by itself: it is active and has an enabled VLAN interface.
 bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig const& vlan);
 
-// Brings the CPU port of a secondary VLAN in step with its primary. The state machine that maps VLAN
-// interfaces is still to come: until then every primary has the default mapping.
+// Brings the CPU port of a secondary VLAN in step with its primary: the primary has it, and its mapping, where
+// there is one, serves the secondary (SviMappingSm).
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
 // The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a

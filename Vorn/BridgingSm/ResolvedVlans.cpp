@@ -5,7 +5,10 @@
 namespace Vorn {
 
 void ResolvedVlans::handleInitialized() {
-   config_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { classify(*vlan); });
+   config_->vlanConfig().forEach([&](Bridging::VlanId vlanId, auto const& vlan) {
+      classify(*vlan);
+      relations_.primaryIs(vlanId, vlan->vlanTypeAndPrimaryVlan().primaryVlan);
+   });
 }
 
 void ResolvedVlans::handleForeignChange(Kem::Entity const& changed) {
@@ -36,18 +39,26 @@ void ResolvedVlans::classify(Bridging::VlanConfig const& vlan) {
 Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::vlanIs(Bridging::VlanId vlanId) {
    if (auto const existing = vlan(vlanId); existing && existing->internal())
       vlanDel(vlanId);
-   auto const result = config_->vlanConfigIs(vlanId, false);
-   classify(*result);
-   return result;
+   return findOrMake(vlanId, false);
 }
 
 Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::internalVlanIs(Bridging::VlanId vlanId) {
-   auto const result = config_->vlanConfigIs(vlanId, true);
+   return findOrMake(vlanId, true);
+}
+
+Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::findOrMake(Bridging::VlanId vlanId, bool isInternal) {
+   bool const isNew = !config_->vlanConfig().find(vlanId);
+   auto const result = config_->vlanConfigIs(vlanId, isInternal);
    classify(*result);
+   if (isNew)
+      relations_.markRelatives(vlanId);
    return result;
 }
 
 void ResolvedVlans::vlanDel(Bridging::VlanId vlanId) {
+   if (config_->vlanConfig().find(vlanId))
+      relations_.markRelatives(vlanId);
+   relations_.primaryIs(vlanId, 0);
    config_->vlanConfigDel(vlanId);
    ordinary_.doRemove(vlanId);
    special_.doRemove(vlanId);
@@ -65,12 +76,21 @@ void ResolvedVlans::configuredNameIs(Bridging::VlanConfig& vlan, Kem::String8 co
 }
 
 void ResolvedVlans::adminStateIs(Bridging::VlanConfig& vlan, Bridging::VlanAdminState state) {
+   if (vlan.adminState() != state)
+      relations_.markRelatives(vlan.vlanId());
    vlan.adminStateIs(state);
    classify(vlan);
 }
 
 void ResolvedVlans::vlanTypeAndPrimaryVlanIs(Bridging::VlanConfig& vlan,
                                              Bridging::VlanTypeAndPrimaryVlan const& role) {
+   auto const vlanId = vlan.vlanId();
+   if (vlan.vlanTypeAndPrimaryVlan() != role) {
+      relations_.mark(vlanId);
+      relations_.markRelatives(vlanId); // of the old role
+      relations_.primaryIs(vlanId, role.primaryVlan);
+      relations_.markRelatives(vlanId); // and of the new one
+   }
    vlan.vlanTypeAndPrimaryVlanIs(role);
    classify(vlan);
 }
