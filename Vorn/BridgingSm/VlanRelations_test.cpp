@@ -130,6 +130,49 @@ TEST_F(VlanRelationsOfPortsTest, stateOfANativeVlanReachesThePrimaryThatItNames)
    EXPECT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
 }
 
+TEST_F(VlanRelationsOfPortsTest, stateOfANativeVlanReachesThoseThatNameIt) {
+   bridge.roleIs(10, VlanType::primary_, 30); // the library doesn't take it for a primary
+   bridge.secondaryVlan(11, 10);
+   bridge.access("Ethernet1", 10)->defaultPrivateVlanMappingIs(true);
+   bridge.start();
+   ASSERT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
+   bridge.vlan(10)->adminStateIs(VlanAdminState::suspended);
+   bridge.run();
+   EXPECT_EQ(bridge.vlansOf("Ethernet1"), Numbers{});
+   bridge.vlan(10)->adminStateIs(VlanAdminState::active);
+   bridge.run();
+   EXPECT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
+}
+
+TEST_F(VlanRelationsOfPortsTest, existenceOfAPrimaryReachesThoseThatNameIt) {
+   bridge.secondaryVlan(11, 10);
+   bridge.access("Ethernet1", 11);
+   bridge.start();
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged");
+   bridge.roleIs(10, VlanType::primary_, 30); // nor is it one for the library
+   bridge.run();
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged rx");
+   bridge.vlanDel(10);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged");
+}
+
+TEST_F(VlanRelationsOfPortsTest, internalVlanThatIsNamedCountsWhileItIsThere) {
+   bridge.internalVlansAre(1006, 1006);
+   bridge.secondaryVlan(11, 1006);
+   bridge.access("Ethernet1", 11);
+   bridge.start();
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged");
+   bridge.routed("Ethernet2");
+   bridge.run();
+   ASSERT_EQ(bridge.mode("Ethernet2"), "routed 1006");
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged rx");
+   EXPECT_EQ(bridge.fid(11), 0) << "no pair";
+   bridge.port("Ethernet2")->enabledIs(true);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged");
+}
+
 TEST_F(VlanRelationsOfPortsTest, plainVlansAreNeverMarked) {
    bridge.vlan(10);
    bridge.startBridgingOnly();

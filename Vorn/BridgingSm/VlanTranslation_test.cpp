@@ -103,6 +103,20 @@ TEST_F(VlanTranslationTest, translationsOfAnotherBestInputReplaceTheOldOnes) {
    EXPECT_EQ(egress(), "8/0 to 6");
 }
 
+TEST_F(VlanTranslationTest, otherRecordIsEvaluatedAtOnce) {
+   port->ingressVlanXlateIs(key(5), {.mappedVlanId = 7});
+   port->egressVlanXlateIs(key(7), {.mappedVlanId = 5});
+   bridge.start();
+   auto const other = Bridging::Input::SwitchIntfConfig::make("Ethernet1", Mode::trunk_);
+   other->trunkPrivateVlanMappingIs(true);
+   other->ingressNativeVlanXlateIs(9);
+   other->ingressVlanXlateIs(key(6), {.mappedVlanId = 7});
+   bridge.portSm("Ethernet1")->switchIntfConfigIs(other);
+   EXPECT_EQ(out().ingressNativeVlanXlate(), 9);
+   EXPECT_EQ(ingress(), "6/0 to 7");
+   EXPECT_EQ(egress(), "100/0 to 101, 200/0 to 201");
+}
+
 // The port was a routed one, of which a new best input drops what its copy reported; what the old input
 // translated has to go all the same.
 TEST_F(VlanTranslationTest, disabledPortLosesTheTranslationsOfItsOldInputToo) {
@@ -125,6 +139,8 @@ TEST_F(VlanTranslationTest, leftoversOfThePreviousRunGo) {
    before->egressVlanXlateIs(key(100), {.mappedVlanId = 99});
    before->egressVlanXlateIs(key(100, 1), {.mappedVlanId = 99});
    before->egressVlanXlateIs(key(300), {.mappedVlanId = 301});
+   before->egressVlanXlateIs(key(0), {.mappedVlanId = 301}); // no VLAN numbers
+   before->egressVlanXlateIs(key(4095), {.mappedVlanId = 301});
    port->trunkPrivateVlanMappingIs(true);
    bridge.start();
    EXPECT_EQ(ingress(), "");
