@@ -7,13 +7,15 @@ namespace Vorn {
 void ResolvedVlans::handleInitialized() {
    config_->vlanConfig().forEach([&](Bridging::VlanId vlanId, auto const& vlan) {
       classify(*vlan);
-      relations_.primaryIs(vlanId, vlan->vlanTypeAndPrimaryVlan().primaryVlan);
+      relations_.roleIs(vlanId, vlan->vlanTypeAndPrimaryVlan());
    });
+   relations_.takeMarked(); // each port looks at all of them when it comes up
 }
 
 void ResolvedVlans::handleForeignChange(Kem::Entity const& changed) {
    auto const edited = [&](Bridging::VlanConfig const& vlan) {
       classify(vlan);
+      relations_.roleIs(vlan.vlanId(), vlan.vlanTypeAndPrimaryVlan());
       forgetMembers(vlan.vlanId());
    };
    if (auto const* const vlan = dynamic_cast<Bridging::VlanConfig const*>(&changed))
@@ -50,15 +52,17 @@ Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::findOrMake(Bridging::VlanId vlanId
    bool const isNew = !config_->vlanConfig().find(vlanId);
    auto const result = config_->vlanConfigIs(vlanId, isInternal);
    classify(*result);
-   if (isNew)
+   if (isNew) {
+      relations_.roleIs(vlanId, {}); // of one that somebody else took away
       relations_.markRelatives(vlanId);
+   }
    return result;
 }
 
 void ResolvedVlans::vlanDel(Bridging::VlanId vlanId) {
    if (config_->vlanConfig().find(vlanId))
       relations_.markRelatives(vlanId);
-   relations_.primaryIs(vlanId, 0);
+   relations_.roleIs(vlanId, {});
    config_->vlanConfigDel(vlanId);
    ordinary_.doRemove(vlanId);
    special_.doRemove(vlanId);
@@ -84,13 +88,7 @@ void ResolvedVlans::adminStateIs(Bridging::VlanConfig& vlan, Bridging::VlanAdmin
 
 void ResolvedVlans::vlanTypeAndPrimaryVlanIs(Bridging::VlanConfig& vlan,
                                              Bridging::VlanTypeAndPrimaryVlan const& role) {
-   auto const vlanId = vlan.vlanId();
-   if (vlan.vlanTypeAndPrimaryVlan() != role) {
-      relations_.mark(vlanId);
-      relations_.markRelatives(vlanId); // of the old role
-      relations_.primaryIs(vlanId, role.primaryVlan);
-      relations_.markRelatives(vlanId); // and of the new one
-   }
+   relations_.roleIs(vlan.vlanId(), role);
    vlan.vlanTypeAndPrimaryVlanIs(role);
    classify(vlan);
 }

@@ -2,24 +2,34 @@
 
 namespace Vorn {
 
-void VlanRelations::primaryIs(Bridging::VlanId vlanId, Bridging::VlanIdOrNone primary) {
-   if (auto const old = primary_.find(vlanId); old != primary_.end()) {
-      auto const others = naming_.find(old->second);
+void VlanRelations::roleIs(Bridging::VlanId vlanId, Role const& role) {
+   auto const found = role_.find(vlanId);
+   if (role == (found == role_.end() ? Role() : found->second))
+      return;
+   mark(vlanId);
+   markRelatives(vlanId);
+   if (auto const old = primary(vlanId); old != 0) {
+      auto const others = naming_.find(Bridging::VlanId(old));
       others->second.doRemove(vlanId);
       if (others->second.empty())
          naming_.erase(others);
-      primary_.erase(old);
    }
-   if (primary == 0)
-      return;
-   Bridging::VlanId const named(primary);
-   primary_.emplace(vlanId, named);
-   naming_[named].vlanIs(vlanId);
+   if (role == Role())
+      role_.erase(found);
+   else
+      role_[vlanId] = role;
+   if (role.primaryVlan != 0)
+      naming_[Bridging::VlanId(role.primaryVlan)].vlanIs(vlanId);
+   markRelatives(vlanId);
 }
 
-bool VlanRelations::names(Bridging::VlanId vlanId, Bridging::VlanId primary) const {
-   auto const found = primary_.find(vlanId);
-   return found != primary_.end() && found->second == primary;
+Bridging::VlanIdOrNone VlanRelations::primary(Bridging::VlanId vlanId) const {
+   auto const found = role_.find(vlanId);
+   return found == role_.end() ? Bridging::VlanIdOrNone(0) : found->second.primaryVlan;
+}
+
+bool VlanRelations::names(Bridging::VlanId vlanId, Bridging::VlanId other) const {
+   return primary(vlanId) == other;
 }
 
 void VlanRelations::mark(Bridging::VlanId vlanId) {
@@ -30,13 +40,13 @@ void VlanRelations::mark(Bridging::VlanId vlanId) {
 }
 
 void VlanRelations::markRelatives(Bridging::VlanId vlanId) {
-   auto const primary = primary_.find(vlanId);
+   auto const named = primary(vlanId);
    auto const naming = naming_.find(vlanId);
-   if (primary == primary_.end() && naming == naming_.end())
+   if (named == 0 && naming == naming_.end())
       return;
    mark(vlanId);
-   if (primary != primary_.end())
-      mark(primary->second);
+   if (named != 0)
+      mark(Bridging::VlanId(named));
    if (naming != naming_.end())
       naming->second.forEach([&](uint16_t other) { marked_.vlanIs(other); });
 }

@@ -16,40 +16,53 @@ using Numbers = std::vector<uint16_t>;
 
 // --- The table by itself.
 
-TEST(VlanRelationsTest, changeMarksTheVlanItsPrimaryAndThoseThatNameIt) {
+struct VlanRelationsTest : testing::Test {
+   void secondary(uint16_t vlanId, uint16_t primary) {
+      relations.roleIs(vlanId, {.vlanType = VlanType::secondary_, .primaryVlan = primary});
+   }
+   std::string marked() { return relations.takeMarked().text(); }
+
    VlanRelations relations;
+};
+
+TEST_F(VlanRelationsTest, changeMarksTheVlanItsPrimaryAndThoseThatNameIt) {
+   secondary(11, 10);
+   secondary(12, 10);
+   secondary(10, 9);
+   secondary(20, 19);
+   EXPECT_EQ(marked(), "9-12,19-20");
    int calls = 0;
    relations.markHookIs([&] { ++calls; });
-   relations.primaryIs(11, 10);
-   relations.primaryIs(12, 10);
-   relations.primaryIs(10, 9);
-   relations.primaryIs(20, 19);
-   EXPECT_TRUE(relations.takeMarked().empty()) << "names mark nothing";
    relations.markRelatives(10);
    relations.markRelatives(11);
-   EXPECT_EQ(relations.takeMarked().text(), "9-12");
+   EXPECT_EQ(marked(), "9-12");
    EXPECT_EQ(calls, 1);
    relations.markRelatives(30);
-   EXPECT_TRUE(relations.takeMarked().empty()) << "a VLAN that nobody names, and that names nobody";
-   relations.mark(30);
-   EXPECT_EQ(relations.takeMarked().text(), "30");
+   EXPECT_EQ(marked(), "") << "a VLAN that nobody names, and that names nobody";
+   secondary(30, 0);
+   EXPECT_EQ(marked(), "30") << "its type alone says how trunks take part";
    EXPECT_EQ(calls, 2);
 }
 
-TEST(VlanRelationsTest, lastNameCounts) {
-   VlanRelations relations;
-   relations.primaryIs(11, 10);
-   relations.primaryIs(11, 20);
+TEST_F(VlanRelationsTest, lastRoleCounts) {
+   secondary(11, 10);
+   marked();
+   secondary(11, 10);
+   EXPECT_EQ(marked(), "") << "the same";
+   relations.roleIs(11, {.vlanType = VlanType::primary_, .primaryVlan = 10});
+   EXPECT_EQ(marked(), "10-11") << "another type";
+   secondary(11, 20);
+   EXPECT_EQ(marked(), "10-11,20") << "by both roles";
    EXPECT_FALSE(relations.names(11, 10));
    EXPECT_TRUE(relations.names(11, 20));
    relations.markRelatives(10);
-   EXPECT_TRUE(relations.takeMarked().empty());
-   relations.primaryIs(11, 0);
+   EXPECT_EQ(marked(), "");
+   relations.roleIs(11, {});
+   EXPECT_EQ(marked(), "11,20");
    relations.markRelatives(20);
-   EXPECT_TRUE(relations.takeMarked().empty());
-   relations.primaryIs(11, 11);
-   relations.markRelatives(11);
-   EXPECT_EQ(relations.takeMarked().text(), "11") << "its own primary";
+   EXPECT_EQ(marked(), "");
+   secondary(11, 11);
+   EXPECT_EQ(marked(), "11") << "its own primary";
 }
 
 // --- What follows for the ports.
@@ -171,6 +184,23 @@ TEST_F(VlanRelationsOfPortsTest, internalVlanThatIsNamedCountsWhileItIsThere) {
    bridge.port("Ethernet2")->enabledIs(true);
    bridge.run();
    EXPECT_EQ(bridge.membership(11, "Ethernet1"), "untagged");
+}
+
+TEST_F(VlanRelationsOfPortsTest, roleThatSomebodyElseEditsCounts) {
+   bridge.vlan(10);
+   bridge.roleIs(11, VlanType::primary_, 10); // no pair, of which the library would tell
+   bridge.access("Ethernet1", 11);
+   bridge.start();
+   ASSERT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
+   auto const vlan = bridge.resolvedVlan(11);
+   vlan->vlanTypeAndPrimaryVlanIs({});
+   bridge.sm->resolvedVlans().handleForeignChange(*vlan);
+   bridge.run();
+   EXPECT_EQ(bridge.vlansOf("Ethernet1"), Numbers{11});
+   vlan->vlanTypeAndPrimaryVlanIs({.vlanType = VlanType::primary_, .primaryVlan = 10});
+   bridge.sm->resolvedVlans().handleForeignChange(*vlan);
+   bridge.run();
+   EXPECT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
 }
 
 TEST_F(VlanRelationsOfPortsTest, plainVlansAreNeverMarked) {
