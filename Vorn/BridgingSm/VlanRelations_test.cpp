@@ -203,6 +203,18 @@ TEST_F(VlanRelationsOfPortsTest, roleThatSomebodyElseEditsCounts) {
    EXPECT_EQ(bridge.vlansOf("Ethernet1"), (Numbers{10, 11}));
 }
 
+TEST_F(VlanRelationsOfPortsTest, vlanThatSomebodyElseTookAwayBeginsAsAPlainOne) {
+   bridge.startBridgingOnly();
+   auto& vlans = bridge.sm->resolvedVlans();
+   Bridging::VlanTypeAndPrimaryVlan const role{.vlanType = VlanType::primary_, .primaryVlan = 10};
+   vlans.vlanTypeAndPrimaryVlanIs(*vlans.vlanIs(11), role);
+   bridge.config->vlanConfigDel(11);
+   auto const again = vlans.vlanIs(11);
+   vlans.relations().takeMarked();
+   vlans.vlanTypeAndPrimaryVlanIs(*again, role);
+   EXPECT_EQ(vlans.relations().takeMarked().text(), "10-11");
+}
+
 TEST_F(VlanRelationsOfPortsTest, plainVlansAreNeverMarked) {
    bridge.vlan(10);
    bridge.startBridgingOnly();

@@ -8,6 +8,7 @@ namespace {
 
 using namespace Scenario;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 std::string cliVlan(int vlan) {
    return cliInput + ".vlanConfig[" + std::to_string(vlan) + "]";
@@ -16,10 +17,11 @@ std::string cliPort(std::string const& intf) {
    return cliInput + ".switchIntfConfig[" + intf + "]";
 }
 
-// The primary VLAN 100 with an isolated server in its secondary 101, a guest in 102, a promiscuous uplink in the
-// primary, and a trunk to a switch that knows secondaries only.
+// The primary VLAN 100 with an isolated server in its secondary 101, a guest in 102, a promiscuous uplink in
+// the primary, and a trunk to a switch that knows secondaries only. VLAN 100 has a VLAN interface.
 struct PrivateVlansTest : testing::Test {
    PrivateVlansTest() {
+      bridge.set("interface/config/eth/vlan.intfConfig[Vlan100]", "{}");
       bridge.load(Json{{cliInput,
                         {{"vlanConfigPriority", 100},
                          {"switchIntfConfigPriority", 100},
@@ -48,17 +50,17 @@ struct PrivateVlansTest : testing::Test {
 };
 
 TEST_F(PrivateVlansTest, membersDatabaseAndTranslationFollowThePairs) {
-   EXPECT_EQ(bridge.members(100), "Ethernet1-ms Ethernet2-ms Ethernet3 Ethernet4-t");
-   EXPECT_EQ(bridge.members(101), "Ethernet1-r Ethernet3-ms Ethernet4-tr");
-   EXPECT_EQ(bridge.members(102), "Ethernet2-r Ethernet4-tr");
+   EXPECT_EQ(bridge.members(100), "Cpu-t Ethernet1-ms Ethernet2-ms Ethernet3 Ethernet4-t");
+   EXPECT_EQ(bridge.members(101), "Cpu-t Ethernet1-r Ethernet3-ms Ethernet4-tr");
+   EXPECT_EQ(bridge.members(102), "Cpu-t Ethernet2-r Ethernet4-tr");
    EXPECT_EQ(fids(), R"({"101":100,"102":100})");
-   EXPECT_EQ(egress("Ethernet4"), R"({"100/0":{"mappedVlanId":101,"mappedInnerVlanId":0}})");
+   EXPECT_EQ(egress("Ethernet4"), R"({"100/0":{"mappedInnerVlanId":0,"mappedVlanId":101}})");
 
    bridge.erase(cliVlan(101));
    bridge.settle();
-   EXPECT_EQ(bridge.members(100), "Ethernet2-ms Ethernet3 Ethernet4-t");
+   EXPECT_EQ(bridge.members(100), "Cpu-t Ethernet2-ms Ethernet3 Ethernet4-t");
    EXPECT_EQ(fids(), R"({"102":100})");
-   EXPECT_EQ(egress("Ethernet4"), R"({"100/0":{"mappedVlanId":102,"mappedInnerVlanId":0}})");
+   EXPECT_EQ(egress("Ethernet4"), R"({"100/0":{"mappedInnerVlanId":0,"mappedVlanId":102}})");
 
    bridge.erase(cliVlan(100));
    bridge.settle();
@@ -68,7 +70,7 @@ TEST_F(PrivateVlansTest, membersDatabaseAndTranslationFollowThePairs) {
 
    bridge.set(cliVlan(100), "{}");
    bridge.settle();
-   EXPECT_EQ(bridge.members(100), "Ethernet2-ms Ethernet3 Ethernet4-t");
+   EXPECT_EQ(bridge.members(100), "Cpu-t Ethernet2-ms Ethernet3 Ethernet4-t");
    EXPECT_EQ(fids(), R"({"102":100})");
 }
 
@@ -85,7 +87,6 @@ TEST_F(PrivateVlansTest, vlanThatIsReplacedAtOnceIsFollowedLikeANewOne) {
 }
 
 TEST_F(PrivateVlansTest, restartDisturbsNothing) {
-   bridge.set("interface/config/eth/vlan.intfConfig[Vlan100]", "{}");
    bridge.set(cliInput + ".sviMapping[100].secondaryVlan[102]", "true");
    bridge.set(cliInput + ".vidToFidMap[101]", "50");
    bridge.set(cliVlan(103) + ".vlanTypeAndPrimaryVlan", R"({"vlanType": "secondary_", "primaryVlan": 103})");
@@ -95,6 +96,8 @@ TEST_F(PrivateVlansTest, restartDisturbsNothing) {
    bridge.set(cliPort("Ethernet4") + ".egressVlanXlate[4094/0]", R"({"mappedVlanId": 0})");
    bridge.settle();
    EXPECT_THAT(bridge.members(105), HasSubstr("Ethernet4-tr"));
+   EXPECT_THAT(bridge.members(101), Not(HasSubstr("Cpu"))) << "the mapping names 102 only";
+   EXPECT_THAT(bridge.members(102), HasSubstr("Cpu-t"));
    std::string const before = bridge.dump();
    Subscriber subscriber(bridge.database().socket(), "bridging");
    for (int round = 0; round < 2; ++round) {
@@ -113,7 +116,7 @@ TEST_F(PrivateVlansTest, whatBecameOfRolesWhileNoAgentRanIsAllThatChanges) {
    bridge.set(cliVlan(102) + ".vlanTypeAndPrimaryVlan", R"({"vlanType": "primary_", "primaryVlan": 0})");
    bridge.startAgent();
    bridge.settle();
-   EXPECT_EQ(bridge.members(100), "Ethernet3 Ethernet4-t");
+   EXPECT_EQ(bridge.members(100), "Cpu-t Ethernet3 Ethernet4-t");
    EXPECT_EQ(bridge.members(102), "Ethernet2 Ethernet4-t");
    EXPECT_EQ(fids(), "{}");
    EXPECT_EQ(egress("Ethernet4"), "{}");
