@@ -87,4 +87,21 @@ std::string roleText(Bridging::Config const& config, Bridging::VlanConfig const&
    return secondaries.empty() ? "" : "the primary of VLAN " + joined(secondaries);
 }
 
+std::string roleOnPortText(Bridging::VlanConfig const& vlan, Bridging::Input::SwitchIntfConfig const& record,
+                           Bridging::SwitchIntfConfig const& resolved) {
+   auto const role = vlan.vlanTypeAndPrimaryVlan();
+   auto const [mode, native] = resolved.switchportModeAndNativeVlan();
+   if (role.vlanType != VlanType::secondary_ || role.primaryVlan == 0)
+      return {};
+   if (mode == Bridging::SwitchportMode::trunk_)
+      return record.trunkPrivateVlanMapping() ? ", in which the port only receives (trunkPrivateVlanMapping)"
+                                              : "";
+   if (mode != Bridging::SwitchportMode::access_ || resolved.asymVlanEnabled())
+      return {};
+   std::string const primary = std::to_string(role.primaryVlan.value());
+   if (native == vlan.vlanId())
+      return ", in which the port only receives; it sends in VLAN " + primary;
+   return native == role.primaryVlan ? ", in which the port only sends; it receives in VLAN " + primary : "";
+}
+
 } // namespace Vornctl

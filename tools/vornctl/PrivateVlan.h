@@ -6,6 +6,8 @@
 #pragma once
 
 #include "records/Bridging/Config.h"
+#include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
 
 #include <string>
@@ -31,5 +33,9 @@ bool isServed(Bridging::Config const& config, Bridging::VlanId primary, Bridging
 
 // The role in a sentence, as "a secondary of VLAN 100"; empty for a plain VLAN.
 std::string roleText(Bridging::Config const& config, Bridging::VlanConfig const& vlan);
+// Which way the port, a member, takes part because of that role, as it continues the sentence; empty for both
+// ways, and for a plain VLAN.
+std::string roleOnPortText(Bridging::VlanConfig const& vlan, Bridging::Input::SwitchIntfConfig const& record,
+                           Bridging::SwitchIntfConfig const& resolved);
 
 } // namespace Vornctl

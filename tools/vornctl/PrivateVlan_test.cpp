@@ -210,10 +210,36 @@ TEST_F(PrivateVlanTest, whyTellsTheRoleOfTheVlan) {
             return rule.finding;
       return "";
    };
+   world.member(101, "Ethernet1", false);
    EXPECT_EQ(role(100), "the primary of VLAN 101 and 102");
-   EXPECT_EQ(role(101), "a secondary of VLAN 100");
+   EXPECT_EQ(role(101), "a secondary of VLAN 100, in which the port only receives; it sends in VLAN 100");
+   EXPECT_EQ(role(102), "a secondary of VLAN 100");
    EXPECT_EQ(role(30), "a secondary of nobody: VLAN 300, which it names, doesn't exist");
    EXPECT_EQ(role(5), "");
+}
+
+TEST_F(PrivateVlanTest, whyTellsWhichWayThePortTakesPartInASecondary) {
+   world.vlan(100);
+   secondary(101, 100);
+   world.accessPort("Ethernet1", 100)->defaultPrivateVlanMappingIs(true);
+   world.trunkPort("Ethernet2", "1-4094");
+   world.trunkPort("Ethernet3", "1-4094")->trunkPrivateVlanMappingIs(true);
+   for (char const* port : {"Ethernet1", "Ethernet2", "Ethernet3"})
+      world.member(101, port, false);
+   auto const role = [&](char const* port) -> std::string {
+      for (Rule const& rule : explain(state, port, 101).rules)
+         if (rule.name == "VLAN role")
+            return rule.finding;
+      return "";
+   };
+   EXPECT_EQ(role("Ethernet1"),
+             "a secondary of VLAN 100, in which the port only sends; it receives in VLAN 100");
+   EXPECT_EQ(role("Ethernet2"), "a secondary of VLAN 100");
+   EXPECT_EQ(role("Ethernet3"),
+             "a secondary of VLAN 100, in which the port only receives (trunkPrivateVlanMapping)");
+   EXPECT_EQ(role("Cpu"), "a secondary of VLAN 100");
+   state.config->vlanConfig(101)->intfDel("Ethernet3");
+   EXPECT_EQ(role("Ethernet3"), "a secondary of VLAN 100") << "it is no member";
 }
 
 TEST_F(PrivateVlanTest, whyTellsWhatServesTheProcessorInASecondary) {

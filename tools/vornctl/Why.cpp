@@ -255,7 +255,9 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
    }
    out.note("VLAN", vlanFinding(*vlan));
    if (auto const role = roleText(*state.config, *vlan); !role.empty())
-      out.note("VLAN role", role);
+      out.note("VLAN role", isCpu || !vlan->intf().find(port) || primaryOf(*state.config, *vlan) == 0
+                                ? role
+                                : role + roleOnPortText(*vlan, *choice.record, *resolved));
    if (isCpu) {
       explainProcessor(out, *state.config, *vlan);
       return out;
