@@ -69,7 +69,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
    InternalVlans& internalVlans() { return internalVlans_; }
    VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
-   PrivateVlans const& privateVlans() const { return *privateVlans_; }
+   PrivateVlans& privateVlans() { return *privateVlans_; }
    // The smallest secondary VLAN of a primary one; 4095 when there is none.
    Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
    void handleVidToFidMap(Bridging::VlanId vlanId) { settings_->handleVidToFidMap(vlanId); }

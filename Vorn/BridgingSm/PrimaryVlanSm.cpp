@@ -4,7 +4,6 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/BridgingSm/PrivateVlans.h"
 #include "Vorn/BridgingSm/VlanTranslation.h"
 
 #include <optional>
@@ -85,14 +84,8 @@ void PrimaryVlanSm::doTakeIn(Bridging::VlanConfig const& primary, Bridging::Vlan
 // The VLAN may belong to another primary by now, which may have been told first.
 void PrimaryVlanSm::doLetGo(VlanId vlanId, Kem::Ptr<Bridging::VlanConfig> const& vlan) {
    parent_.handleVidToFidMap(vlanId);
-   if (!vlan)
-      return;
-   if (auto const primary = primaryOf(parent_.privateVlanLibState(), parent_.config(), vlanId))
-      doSyncCpuPort(parent_, *primary, *vlan);
-   else if (wantsCpuPort(parent_.vlanInterfaces(), *vlan))
-      addCpuPort(*vlan);
-   else
-      deleteCpuPort(*vlan);
+   if (vlan)
+      resyncCpuPort(parent_, *vlan);
 }
 
 void PrimaryVlanSm::syncPorts(VlanId vlanId, bool isSecondary) {

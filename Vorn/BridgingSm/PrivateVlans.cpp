@@ -6,6 +6,8 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/VlanTranslation.h"
 
+#include <utility>
+
 namespace Vorn {
 
 using Bridging::VlanId;
@@ -120,10 +122,16 @@ void PrivateVlans::handleSviMapping(VlanId vlanId) {
    sm->handleInitialized();
 }
 
-// --- Members of VLANs whose relations have changed.
+// --- What the library doesn't tell of.
 
-// What the children evaluate is done once more here for the VLANs that are pairs. This is for those that are
-// none, and for what the children can't know: that the role reached the VLAN after its ports were looked at.
+void PrivateVlans::cpuPortIsAhead(VlanId vlanId) {
+   cpuPortsAhead_.vlanIs(vlanId);
+   kemMarks_.timeMinIs(0);
+}
+
+// Members of VLANs whose relations have changed. What the children evaluate is done once more here for the
+// VLANs that are pairs. This is for those that are none, and for what the children can't know: that the role
+// reached the VLAN after its ports were looked at.
 void PrivateVlans::handleMarks() {
    parent_.resolvedVlans().relations().takeMarked().forEach([&](uint16_t vlanId) {
       auto const vlan = parent_.resolvedVlans().vlan(VlanId(vlanId));
@@ -139,6 +147,10 @@ void PrivateVlans::handleMarks() {
          if (port->initialized() && port->switchIntfConfig().enabled())
             port->doSyncSingleVlan(*vlan);
       });
+   });
+   std::exchange(cpuPortsAhead_, {}).forEach([&](uint16_t vlanId) {
+      if (auto const vlan = parent_.resolvedVlans().vlan(VlanId(vlanId)))
+         resyncCpuPort(parent_, *vlan);
    });
 }
 

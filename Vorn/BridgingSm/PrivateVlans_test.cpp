@@ -359,6 +359,70 @@ TEST_F(PrivateVlansTest, otherRecordOfAPrimaryIsFollowedInTheOldOnesPlace) {
    EXPECT_EQ(bridge.fid(103), 100);
 }
 
+// VLAN 150 leaves its primary and is one from then on. Its secondary may be looked at first, and has to follow
+// when 150 has its processor's port back.
+TEST_F(PrivateVlansTest, secondaryThatBecomesAPrimaryHasItsOwnSecondariesFollow) {
+   for (bool const isToldFirst : {false, true}) {
+      bridge.stop();
+      bridge.config = Bridging::Config::make();
+      bridge.vlanIntf(150);
+      bridge.vlan(150);
+      bridge.vlan(151);
+      startWithoutLibrary();
+      auto& state = *bridge.privateVlans;
+      state.primaryVlanDelAll();
+      state.primaryVlanIs(200)->secondaryVlanIs(150, true);
+      state.primaryVlanIs(150);
+      bridge.run();
+      EXPECT_EQ(cpu(150), "");
+      auto const join = [&] { state.primaryVlan(150)->secondaryVlanIs(151, true); };
+      if (isToldFirst)
+         join();
+      state.primaryVlan(200)->secondaryVlanDel(150);
+      if (!isToldFirst)
+         join();
+      bridge.run();
+      EXPECT_EQ(cpu(150), "tagged");
+      EXPECT_EQ(cpu(151), "tagged") << isToldFirst;
+   }
+}
+
+// A role that comes and goes before the library is told of it:
+// 1. VLAN 101 names a primary, and its pass gives it the processor's port of that.
+// 2. In the same turn it names another one, with which it makes no pair: for the library there never was one.
+TEST_F(PrivateVlansTest, processorsPortOfAPairThatNeverWasGoes) {
+   bridge.secondaryVlan(101, 999);
+   bridge.vlan(102);
+   bridge.vlanIntf(102);
+   bridge.start();
+   auto& vlans = bridge.sm->resolvedVlans();
+   auto const names = [&](uint16_t vlanId, uint16_t primary) {
+      vlans.vlanTypeAndPrimaryVlanIs(*vlans.vlan(vlanId),
+                                     {.vlanType = VlanType::secondary_, .primaryVlan = primary});
+   };
+   names(101, 100);
+   maybeSyncCpuPort(*bridge.sm, 101);
+   EXPECT_EQ(cpu(101), "tagged");
+   names(101, 998);
+   bridge.run();
+   EXPECT_EQ(cpu(101), "") << "it has no VLAN interface";
+
+   names(102, 999);
+   bridge.run();
+   EXPECT_EQ(cpu(102), "tagged") << "its own";
+   names(102, 200);
+   maybeSyncCpuPort(*bridge.sm, 102);
+   EXPECT_EQ(cpu(102), "");
+   names(102, 998);
+   bridge.run();
+   EXPECT_EQ(cpu(102), "tagged");
+   names(102, 100);
+   maybeSyncCpuPort(*bridge.sm, 102);
+   bridge.run();
+   EXPECT_EQ(bridge.fid(102), 100);
+   EXPECT_EQ(cpu(102), "tagged") << "of the pair that it now makes";
+}
+
 // --- The map of the command line.
 
 TEST_F(PrivateVlansTest, pairComesBeforeTheCommandLinesMap) {

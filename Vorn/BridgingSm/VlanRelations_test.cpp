@@ -2,8 +2,6 @@
 
 #include "Vorn/testing/TestBridge.h"
 
-#include <random>
-
 namespace {
 
 using Bridging::VlanAdminState;
@@ -235,111 +233,6 @@ TEST_F(VlanRelationsOfPortsTest, secondaryThatNamesNoPrimaryIsNamedInTheLog) {
    bridge.run();
    EXPECT_EQ(trace.level("VLAN 10 is a secondary VLAN, but names no primary"), 0);
    EXPECT_EQ(bridge.membership(10, "Ethernet1"), "untagged") << "left as it was";
-}
-
-// --- Any history ends where a start with the same tree does.
-
-struct AnyHistory {
-   explicit AnyHistory(unsigned seed) : random(seed) {
-      bridge.hasLibrary = true;
-      for (uint16_t const vlanId : {1, 2, 3})
-         bridge.vlanIntf(vlanId);
-      for (char const* port : ports)
-         bridge.port(port)->trunkAllowedVlansIs("1-8");
-   }
-   unsigned below(unsigned bound) { return static_cast<unsigned>(random() % bound); }
-   uint16_t number() { return static_cast<uint16_t>(1 + below(8)); }
-   bool flip() { return below(2) == 0; }
-
-   void step() {
-      uint16_t const vlanId = number();
-      auto const port = bridge.port(ports[below(std::size(ports))]);
-      switch (below(12)) {
-      case 0:
-         bridge.vlanDel(vlanId);
-         break;
-      case 1: // replaced
-         bridge.vlanDel(vlanId);
-         bridge.vlan(vlanId);
-         break;
-      case 2:
-         bridge.vlan(vlanId)->adminStateIs(flip() ? VlanAdminState::active : VlanAdminState::suspended);
-         break;
-      case 3:
-      case 4:
-      case 5:
-         if (auto const role = below(4); role == 0)
-            bridge.roleIs(vlanId, VlanType::primary_, 0);
-         else
-            bridge.roleIs(vlanId, role == 1 ? VlanType::primary_ : VlanType::secondary_,
-                          static_cast<uint16_t>(1 + below(4)));
-         break;
-      case 6:
-         port->switchportModeIs(flip() ? TestBridge::Mode::access_ : TestBridge::Mode::trunk_);
-         port->enabledIs(below(5) != 0);
-         break;
-      case 7:
-         port->accessVlanIs(vlanId);
-         break;
-      case 8:
-         flip() ? port->privateVlanMappingIs(vlanId, true) : port->privateVlanMappingDel(vlanId);
-         port->defaultPrivateVlanMappingIs(below(4) == 0);
-         break;
-      case 9:
-         port->trunkPrivateVlanMappingIs(flip());
-         break;
-      case 10:
-         flip() ? bridge.cli->vidToFidMapIs(vlanId, static_cast<uint16_t>(below(3) * 40))
-                : bridge.cli->vidToFidMapDel(vlanId);
-         break;
-      default:
-         if (below(4) == 0)
-            return bridge.cli->sviMappingDel(vlanId);
-         bridge.sviMapping(vlanId)->defaultSviMappingIs(flip());
-         flip() ? bridge.sviMapping(vlanId)->secondaryVlanIs(number(), flip())
-                : bridge.sviMapping(vlanId)->secondaryVlanDel(number());
-      }
-   }
-
-   // All that private VLANs have a part in.
-   std::string outcome() {
-      std::string text;
-      for (uint16_t const vlanId : bridge.resolvedVlans()) {
-         text += "VLAN " + std::to_string(vlanId) + " fid " + std::to_string(bridge.fid(vlanId));
-         for (char const* member : {"Cpu", "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"})
-            text += std::string("; ") + member + " " + bridge.membership(vlanId, member);
-         text += '\n';
-      }
-      for (char const* port : ports)
-         text += std::string(port) + " " + bridge.mode(port) + ": " + bridge.egress(port) + '\n';
-      return text;
-   }
-
-   static constexpr char const* ports[] = {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"};
-   std::mt19937 random;
-   TestBridge bridge;
-};
-
-TEST(VlanRelationsHistoryTest, anyHistoryEndsWhereAStartWithTheSameTreeDoes) {
-   for (unsigned seed = 1; seed <= 60; ++seed) {
-      AnyHistory history(seed);
-      history.bridge.start();
-      for (int settled = 0; settled < 12; ++settled) {
-         for (unsigned steps = 1 + history.below(8); steps > 0; --steps) {
-            history.step();
-            if (history.flip())
-               history.bridge.turn();
-         }
-         history.bridge.run();
-         auto const reached = history.outcome();
-         history.bridge.restart();
-         ASSERT_EQ(reached, history.outcome()) << "after a restart, seed " << seed << " round " << settled;
-         history.bridge.stop();
-         history.bridge.config = Bridging::Config::make();
-         history.bridge.start();
-         ASSERT_EQ(reached, history.outcome()) << "from nothing, seed " << seed << " round " << settled;
-      }
-   }
 }
 
 } // namespace
