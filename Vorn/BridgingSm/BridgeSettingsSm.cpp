@@ -2,6 +2,7 @@
 
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
+#include "Vorn/BridgingSm/PrivateVlans.h"
 
 #include <unistd.h>
 
@@ -12,8 +13,10 @@ Kem::TraceFacility bridgeSettingsTrace("VornBridgingSettings");
 }
 
 BridgeSettingsSm::BridgeSettingsSm(Kem::Ptr<Bridging::Config> config,
-                                   Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig)
-    : config_(std::move(config)), cliConfig_(cliConfig) {
+                                   Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig,
+                                   Kem::Ptr<PrivateVlanLib::LibState const> privateVlanLibState)
+    : config_(std::move(config)), cliConfig_(cliConfig),
+      privateVlanLibState_(std::move(privateVlanLibState)) {
    kemConfig_.notifierIs(config_);
    kemCliConfig_.notifierIs(cliConfig_);
 }
@@ -39,6 +42,10 @@ void BridgeSettingsSm::handleDefaultSwitchportMode() {
 }
 
 void BridgeSettingsSm::handleVidToFidMap(Bridging::VlanId secondaryVlan) {
+   if (auto const primary = primaryOf(*privateVlanLibState_, *config_, secondaryVlan)) {
+      config_->vidToFidMapIs(secondaryVlan, primary->vlanId().value());
+      return;
+   }
    auto const* const fid = cliConfig_->vidToFidMap().find(secondaryVlan);
    if (fid && *fid != 0) {
       config_->vidToFidMapIs(secondaryVlan, *fid);

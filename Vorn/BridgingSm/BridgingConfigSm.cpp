@@ -15,7 +15,8 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
     : in_(std::move(inputs)), staticHosts_(Kem::makePtr<StaticHosts>(in_.fdbConfigDir, in_.config)),
-      settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
+      settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig, in_.privateVlanLibState)),
+      privateVlans_(Kem::makePtr<PrivateVlans>(*this, in_.privateVlanLibState, in_.cliConfig)),
       reactors_(std::make_unique<Reactors>(*this)) {
    reactors_->notifiersAre(in_);
 }
@@ -23,8 +24,8 @@ BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
 BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
-   visit(*reactors_, settings_, staticHosts_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_,
-         switchIntfSm_);
+   visit(*reactors_, settings_, staticHosts_, privateVlans_, vlanConfigCodef_, switchIntfConfigCodef_,
+         vlanConfigSm_, switchIntfSm_);
 }
 
 // --- Start.
@@ -48,7 +49,9 @@ void BridgingConfigSm::handleInitialized() {
    for (auto const& [intfId, vlanIntf] : in_.dynVlanIntfList->intfConfig())
       handleVlanIntfConfig(intfId);
    reactors_->kemRecoveryTimer.timeMinIs(0);
+   privateVlans_->handleInitialized();
    staticHosts_->handleInitialized();
+   privateVlans_->handleSviMapping();
    settings_->handleInitialized();
 }
 
@@ -57,6 +60,7 @@ void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> co
       return;
    in_.cliConfig = cliConfig;
    settings_->cliConfigIs(cliConfig);
+   privateVlans_->cliConfigIs(cliConfig);
 }
 
 // --- Internal VLANs.

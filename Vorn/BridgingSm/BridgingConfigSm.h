@@ -14,14 +14,15 @@
 //
 // Every other subject is a class with its tables, its children, its reactors and their handlers in files of
 // its own; here are only its member, its step of the start, and the operations that others call on this
-// class: BridgeSettingsSm, InternalVlans, ResolvedVlans, StaticHosts, VlanInterfaces. A new subject is added in
-// that way.
+// class: BridgeSettingsSm, InternalVlans, PrivateVlans, ResolvedVlans, StaticHosts, VlanInterfaces. A new
+// subject is added in that way.
 #pragma once
 
 #include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/BridgeSettingsSm.h"
 #include "Vorn/BridgingSm/BridgingConfigInputs.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
+#include "Vorn/BridgingSm/PrivateVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
 #include "Vorn/BridgingSm/StaticHosts.h"
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
@@ -69,8 +70,10 @@ class BridgingConfigSm final : public Kem::StateMachine,
    ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
    InternalVlans& internalVlans() { return internalVlans_; }
    VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
+   PrivateVlans& privateVlans() { return *privateVlans_; }
    // The smallest secondary VLAN of a primary one; 4095 when there is none.
    Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
+   void handleVidToFidMap(Bridging::VlanId vlanId) { settings_->handleVidToFidMap(vlanId); }
 
    // --- VLANs: configIn, its copies, and a child for each copy. Placing or deleting a copy is followed at
    // once by handleVlanConfig(vlanId).
@@ -151,6 +154,7 @@ class BridgingConfigSm final : public Kem::StateMachine,
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
    Kem::Ptr<StaticHosts> const staticHosts_;
    Kem::Ptr<BridgeSettingsSm> const settings_;
+   Kem::Ptr<PrivateVlans> const privateVlans_;
    std::unique_ptr<Reactors> const reactors_;
 };
 

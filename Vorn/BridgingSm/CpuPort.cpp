@@ -43,27 +43,46 @@ void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& prima
       deleteCpuPort(secondary);
 }
 
-void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId) {
+namespace {
+void syncSecondaries(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary) {
+   if (auto const state = sm.privateVlanLibState().primaryVlan(primary.vlanId()))
+      for (auto const& [secondaryId, isSecondary] : state->secondaryVlan())
+         if (auto const secondary = sm.config().vlanConfig(secondaryId))
+            doSyncCpuPort(sm, primary, *secondary);
+}
+} // namespace
+
+void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId) {
    KEM_TRACE(cpuPortTrace, 8,
              "maybeSyncCpuPort"
                  << " vid " << vlanId);
    auto const vlan = sm.config().vlanConfig(vlanId);
    if (!vlan)
       return;
-   auto const& libState = sm.privateVlanLibState();
-   if (auto const primaryState = libState.primaryVlan(vlanId))
-      for (auto const& [secondaryId, isSecondary] : primaryState->secondaryVlan())
-         if (auto const secondary = sm.config().vlanConfig(secondaryId))
-            doSyncCpuPort(sm, *vlan, *secondary);
+   syncSecondaries(sm, *vlan);
 
+   auto const& libState = sm.privateVlanLibState();
    auto const* const role = libState.vlanTypeAndPrimaryVlan(vlanId);
    auto const primaryId = vlan->vlanTypeAndPrimaryVlan().primaryVlan;
    if (primaryId == 0 || !role || role->primaryVlan == 0)
       return;
    auto const primary = sm.config().vlanConfig(Bridging::VlanId(primaryId));
    if (primary && primary->vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan() &&
-       !primary->internal())
+       !primary->internal()) {
       doSyncCpuPort(sm, *primary, *vlan);
+      if (primaryOf(libState, sm.config(), vlanId) != primary)
+         sm.privateVlans().cpuPortIsAhead(vlanId);
+   }
+}
+
+void resyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig& vlan) {
+   if (auto const primary = primaryOf(sm.privateVlanLibState(), sm.config(), vlan.vlanId()))
+      doSyncCpuPort(sm, *primary, vlan);
+   else if (wantsCpuPort(sm.vlanInterfaces(), vlan))
+      addCpuPort(vlan);
+   else
+      deleteCpuPort(vlan);
+   syncSecondaries(sm, vlan); // it may be a primary by now
 }
 
 } // namespace Vorn

@@ -15,12 +15,16 @@ void deleteCpuPort(Bridging::VlanConfig& vlan);
 // The rule for a VLAN by itself: it is active and has an enabled VLAN interface.
 bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig const& vlan);
 
-// Brings the CPU port of a secondary VLAN in step with its primary. The state machine that maps VLAN
-// interfaces is still to come: until then every primary has the default mapping.
+// Brings the CPU port of a secondary VLAN in step with its primary: the primary has it, and its mapping,
+// where there is one, serves the secondary (SviMappingSm).
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
 // The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
-// role.
-void maybeSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanId vlanId);
+// role. Its own pair it takes from the resolved roles, which may be ahead of the library's: PrivateVlans looks
+// at such a VLAN again.
+void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId);
+// For a VLAN that may have left a pair: the rule of the pair that the library knows of, or that of a VLAN by
+// itself. Its own secondaries follow.
+void resyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig& vlan);
 
 } // namespace Vorn

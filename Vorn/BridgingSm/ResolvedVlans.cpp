@@ -5,12 +5,17 @@
 namespace Vorn {
 
 void ResolvedVlans::handleInitialized() {
-   config_->vlanConfig().forEach([&](Bridging::VlanId, auto const& vlan) { classify(*vlan); });
+   config_->vlanConfig().forEach([&](Bridging::VlanId vlanId, auto const& vlan) {
+      classify(*vlan);
+      relations_.roleIs(vlanId, vlan->vlanTypeAndPrimaryVlan());
+   });
+   relations_.takeMarked(); // each port looks at all of them when it comes up
 }
 
 void ResolvedVlans::handleForeignChange(Kem::Entity const& changed) {
    auto const edited = [&](Bridging::VlanConfig const& vlan) {
       classify(vlan);
+      relations_.roleIs(vlan.vlanId(), vlan.vlanTypeAndPrimaryVlan());
       forgetMembers(vlan.vlanId());
    };
    if (auto const* const vlan = dynamic_cast<Bridging::VlanConfig const*>(&changed))
@@ -36,18 +41,28 @@ void ResolvedVlans::classify(Bridging::VlanConfig const& vlan) {
 Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::vlanIs(Bridging::VlanId vlanId) {
    if (auto const existing = vlan(vlanId); existing && existing->internal())
       vlanDel(vlanId);
-   auto const result = config_->vlanConfigIs(vlanId, false);
-   classify(*result);
-   return result;
+   return findOrMake(vlanId, false);
 }
 
 Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::internalVlanIs(Bridging::VlanId vlanId) {
-   auto const result = config_->vlanConfigIs(vlanId, true);
+   return findOrMake(vlanId, true);
+}
+
+Kem::Ptr<Bridging::VlanConfig> ResolvedVlans::findOrMake(Bridging::VlanId vlanId, bool isInternal) {
+   bool const isNew = !config_->vlanConfig().find(vlanId);
+   auto const result = config_->vlanConfigIs(vlanId, isInternal);
    classify(*result);
+   if (isNew) {
+      relations_.roleIs(vlanId, {}); // of one that somebody else took away
+      relations_.markRelatives(vlanId);
+   }
    return result;
 }
 
 void ResolvedVlans::vlanDel(Bridging::VlanId vlanId) {
+   if (config_->vlanConfig().find(vlanId))
+      relations_.markRelatives(vlanId);
+   relations_.roleIs(vlanId, {});
    config_->vlanConfigDel(vlanId);
    ordinary_.doRemove(vlanId);
    special_.doRemove(vlanId);
@@ -65,12 +80,15 @@ void ResolvedVlans::configuredNameIs(Bridging::VlanConfig& vlan, Kem::String8 co
 }
 
 void ResolvedVlans::adminStateIs(Bridging::VlanConfig& vlan, Bridging::VlanAdminState state) {
+   if (vlan.adminState() != state)
+      relations_.markRelatives(vlan.vlanId());
    vlan.adminStateIs(state);
    classify(vlan);
 }
 
 void ResolvedVlans::vlanTypeAndPrimaryVlanIs(Bridging::VlanConfig& vlan,
                                              Bridging::VlanTypeAndPrimaryVlan const& role) {
+   relations_.roleIs(vlan.vlanId(), role);
    vlan.vlanTypeAndPrimaryVlanIs(role);
    classify(vlan);
 }

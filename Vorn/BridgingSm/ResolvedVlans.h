@@ -1,6 +1,7 @@
 // The resolved VLANs: the only writer of Bridging::VlanConfig, except for its members. Every resolved VLAN is
-// made, changed and deleted here, because two things have to follow: the VLAN is sorted into ordinary or
-// special, and the ports forget what they wrote into a deleted one.
+// made, changed and deleted here, because three things have to follow: the VLAN is sorted into ordinary or
+// special, the ports forget what they wrote into a deleted one, and the private VLANs that it is related to
+// are marked (VlanRelations.h).
 //
 // A VLAN is ordinary when its membership depends on nothing but its number: active, not internal, without
 // trunk groups and without a role among private VLANs. A port that looks at all VLANs passes over the
@@ -12,6 +13,7 @@
 #pragma once
 
 #include "Kem/Collections.h"
+#include "Vorn/BridgingSm/VlanRelations.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/VlanConfig.h"
@@ -37,6 +39,7 @@ class ResolvedVlans {
    Kem::Ptr<Bridging::VlanConfig> vlan(Bridging::VlanId vlanId) const { return config_->vlanConfig(vlanId); }
    VornUtils::VlanIdSet const& ordinary() const { return ordinary_; }
    VornUtils::VlanIdSet const& special() const { return special_; } // all others
+   VlanRelations& relations() { return relations_; }
 
    // --- Making and deleting.
    // Finds or makes a VLAN that somebody asked for. An internal one of that number is deleted first, and its
@@ -57,11 +60,13 @@ class ResolvedVlans {
   private:
    void classify(Bridging::VlanConfig const& vlan);
    void forgetMembers(Bridging::VlanId vlanId);
+   Kem::Ptr<Bridging::VlanConfig> findOrMake(Bridging::VlanId vlanId, bool isInternal);
 
    Kem::Ptr<Bridging::Config> const config_;
    SwitchIntfSms const& ports_;
    VornUtils::VlanIdSet ordinary_;
    VornUtils::VlanIdSet special_;
+   VlanRelations relations_;
 };
 
 } // namespace Vorn

@@ -22,6 +22,15 @@ struct SwitchIntfSm::Reactors {
       void onFloodingEnabled() override { sm.handleFloodingEnabled(); }
       void onTrunkGroup(Kem::String8 const& name) override { sm.handleTrunkGroup(name); }
       void onVlanTpid() override { sm.handleVlanTpid(); }
+      void onIngressNativeVlanXlate() override { sm.handleIngressNativeVlanXlate(); }
+      void onEgressNativeVlanXlate() override { sm.handleEgressNativeVlanXlate(); }
+      void onIngressVlanXlate(Bridging::VlanXlateKey const& key) override { sm.handleIngressVlanXlate(key); }
+      void onIngressVlanXlatekemImmediate() override { sm.handleIngressVlanXlate(); }
+      void onEgressVlanXlate(Bridging::VlanXlateKey const& key) override { sm.handleEgressVlanXlate(key); }
+      void onEgressVlanXlatekemImmediate() override { sm.handleEgressVlanXlate(); }
+      void onPrivateVlanMapping(Bridging::VlanId vlanId) override { sm.handlePrivateVlanMapping(vlanId); }
+      void onDefaultPrivateVlanMapping() override { sm.handleDefaultPrivateVlanMapping(); }
+      void onTrunkPrivateVlanMapping() override { sm.handleTrunkPrivateVlanMapping(); }
       SwitchIntfSm& sm;
    };
    struct KemEthIntfConfig final : Interface::EthIntfConfig::NotifieeConst {

@@ -72,7 +72,9 @@ void SwitchIntfSm::handleInitialized() {
 
    handleMacLearningEnabled();
    handleFloodingEnabled();
+   syncVlanXlates();
    handleVlanTpid();
+   handleTrunkPrivateVlanMapping();
    // A port that has just lost its number of the previous run doesn't get another one in the same pass:
    // it waits.
    bool const hasLostItsNumber =
@@ -165,7 +167,9 @@ void SwitchIntfSm::handleSwitchIntfConfig() {
       return;
    doComputeTrunkAllowedVlans();
    handleEnabled();
+   syncVlanXlates();
    handleVlanTpid();
+   handleTrunkPrivateVlanMapping();
 }
 
 void SwitchIntfSm::handleEnabled() {
@@ -183,8 +187,10 @@ void SwitchIntfSm::handleAsymVlans() {
 }
 
 void SwitchIntfSm::handleSwitchportMode() {
-   if (!isReady() || !config_->enabled())
+   if (!isReady())
       return;
+   if (!config_->enabled())
+      return handleTrunkPrivateVlanMapping(); // which doesn't ask for it when the port comes up
    doComputeAsymVlans();
    if (hasAllowedVlans(config_->switchportMode()))
       doComputeTrunkAllowedVlans();
@@ -192,6 +198,7 @@ void SwitchIntfSm::handleSwitchportMode() {
    doSyncAllVlans();
    handleMacLearningEnabled();
    handleFloodingEnabled();
+   handleTrunkPrivateVlanMapping();
 }
 
 void SwitchIntfSm::handleAccessVlan() {

@@ -87,6 +87,10 @@ class SwitchIntfSm final : public Kem::StateMachine {
    void doCreateDynTrunkGroup(Kem::String8 const& name);
    void doDelDynTrunkGroup(Kem::String8 const& name);
    void handleEnabledStateLocal();
+   // Whether its input wants frames of primary VLANs to leave under the number of a secondary.
+   bool mapsPrimaryVlans() const;
+   // Has them leave under `min`, the smallest secondary; 4095 is none. A configured translation stays.
+   void doAddPrivateVlanMapping(Bridging::VlanId vlanId, Bridging::VlanIdOrAny min);
 
   private:
    // --- Reactions.
@@ -106,6 +110,16 @@ class SwitchIntfSm final : public Kem::StateMachine {
    void handleTrunkGroup(Kem::String8 const& name);
    void handleVlanTpid();
    void handleEthIntfForwardingModel();
+   // Of translations, and of private VLANs (VlanTranslation.cpp).
+   void handleIngressNativeVlanXlate();
+   void handleEgressNativeVlanXlate();
+   void handleIngressVlanXlate(Bridging::VlanXlateKey const& key);
+   void handleIngressVlanXlate();
+   void handleEgressVlanXlate(Bridging::VlanXlateKey const& key);
+   void handleEgressVlanXlate();
+   void handlePrivateVlanMapping(Bridging::VlanId vlanId);
+   void handleDefaultPrivateVlanMapping();
+   void handleTrunkPrivateVlanMapping();
 
    // --- Helpers.
    void dropNotifications();
@@ -115,6 +129,9 @@ class SwitchIntfSm final : public Kem::StateMachine {
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
    void syncEachVlan();
    void syncOrdinaryVlans();
+   void syncVlanXlates();
+   void forgetVlanXlates();
+   Bridging::VlanIdOrNone primaryOfMapping() const; // native VLAN of an access port; 0 for any other port
 
    BridgingConfigSm& parent_;
    Sulvi::IntfId const intfId_;

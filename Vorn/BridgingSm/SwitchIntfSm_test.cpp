@@ -152,6 +152,13 @@ TEST_F(SwitchIntfSmTest, nothingIsDoneBeforeTheCopyIsComplete) {
    copy->macLearningEnabledIs(false);
    copy->floodingEnabledIs(false);
    copy->vlanTpidIs(0x9100);
+   copy->ingressNativeVlanXlateIs(5);
+   copy->egressNativeVlanXlateIs(5);
+   copy->ingressVlanXlateIs({.outerVlanId = 5}, {.mappedVlanId = 6});
+   copy->egressVlanXlateIs({.outerVlanId = 5}, {.mappedVlanId = 6});
+   copy->privateVlanMappingIs(20, true);
+   copy->defaultPrivateVlanMappingIs(true);
+   copy->trunkPrivateVlanMappingIs(true);
    bridge.forwardingModelIs("Ethernet9", TestBridge::routedModel);
    bridge.run();
    EXPECT_FALSE(sm->switchIntfConfigOut());

@@ -24,12 +24,14 @@
 
 #include "Kem/Activity.h"
 #include "Kem/TestTrace.h"
+#include "PrivateVlanLib/LibSm.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Selection/InputSelectorSm.h"
 #include "records/Bridging/EthGroup.h"
 #include "records/Bridging/FdbConfig.h"
 #include "records/Bridging/Input/FdbConfig.h"
+#include "records/Bridging/SviMappingState.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -141,12 +143,21 @@ class TestBridge {
       run();
    }
    // The two halves of start(), for what happens between.
-   void startBridgingOnly() { sm = bridgingConfigSmFactory(bridgingInputs()); }
+   void startBridgingOnly() {
+      if (hasLibrary)
+         library = Kem::makePtr<PrivateVlanLib::LibSm>(config, privateVlans);
+      sm = bridgingConfigSmFactory(bridgingInputs());
+   }
    void startSelector() { selector = inputSelectorSmFactory(selectorInputs()); }
    // The state machines end as they do with their process: what they wrote stays.
    void stop() {
       selector = nullptr;
       sm = nullptr;
+      library = nullptr;
+   }
+   void restart() {
+      stop();
+      start();
    }
    static void run() { Kem::activityManager()->runUntilIdle(); }
    static void turn() { Kem::activityManager()->runTurn(); }
@@ -230,7 +241,17 @@ class TestBridge {
       return createRoutedPortVlanConfig(resolvedVlans, vlanId, intfId);
    }
 
-   // --- Private VLANs: the role that the command line asks for, and the library's state that follows from it.
+   // --- Private VLANs.
+   void roleIs(uint16_t vlanId, Bridging::VlanType type, uint16_t primary) {
+      vlan(vlanId)->vlanTypeAndPrimaryVlanIs({.vlanType = type, .primaryVlan = primary});
+   }
+   // A VLAN that names the primary, which another call makes.
+   void secondaryVlan(uint16_t vlanId, uint16_t primary) {
+      roleIs(vlanId, Bridging::VlanType::secondary_, primary);
+   }
+   // Which secondaries the primary's VLAN interface serves.
+   Kem::Ptr<Bridging::SviMappingState> sviMapping(uint16_t primary) { return cli->sviMappingIs(primary); }
+   // The role in what the command line asks for, and what the library makes of it: for a world without one.
    void primaryVlan(uint16_t primary, std::vector<uint16_t> const& secondaries) {
       vlan(primary);
       auto const state = privateVlans->primaryVlanIs(primary);
@@ -295,6 +316,20 @@ class TestBridge {
    std::string mergedGroup(uint16_t vlanId, char const* addr) const {
       return groupOf(fdbConfigDir->fdbConfig(vlanId), addr);
    }
+   // The filtering database that the VLAN is mapped onto; 0 for its own.
+   uint16_t fid(uint16_t vlanId) const {
+      auto const* const found = config->vidToFidMap().find(vlanId);
+      return found ? found->value() : uint16_t(0);
+   }
+   // The translations of leaving frames, by key: "100/0 to 101, 200/7 to 5".
+   std::string egress(Sulvi::IntfId intfId) const {
+      auto const port = resolvedPort(intfId);
+      return port ? translations(port->egressVlanXlate()) : std::string();
+   }
+   std::string ingress(Sulvi::IntfId intfId) const {
+      auto const port = resolvedPort(intfId);
+      return port ? translations(port->ingressVlanXlate()) : std::string();
+   }
    // Since when the port waits for an internal VLAN.
    std::optional<Kem::Seconds> waitingSince(Sulvi::IntfId intfId) const {
       auto const* const time = cause->intfStatus().find(intfId);
@@ -328,6 +363,18 @@ class TestBridge {
          text += (text.empty() ? "" : " ") + name;
       return '{' + text + '}';
    }
+   template <class Table>
+   static std::string translations(Table const& table) {
+      std::vector<std::pair<Bridging::VlanXlateKey, Bridging::VlanXlateMapping>> sorted;
+      table.forEach([&](auto const& key, auto const& mapping) { sorted.emplace_back(key, mapping); });
+      std::sort(sorted.begin(), sorted.end());
+      std::string text;
+      for (auto const& [key, mapping] : sorted)
+         text +=
+             (text.empty() ? "" : ", ") + key.text() + " to " + std::to_string(mapping.mappedVlanId.value()) +
+             (mapping.mappedInnerVlanId == 0 ? "" : "/" + std::to_string(mapping.mappedInnerVlanId.value()));
+      return text;
+   }
 
    Kem::VirtualTime time_{startTime};
 
@@ -348,8 +395,10 @@ class TestBridge {
    Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make();
    Kem::Ptr<Errdisable::CauseStatus> cause = Errdisable::CauseStatus::make();
    Kem::Ptr<PrivateVlanLib::LibState> privateVlans = PrivateVlanLib::LibState::make();
+   bool hasLibrary = false;              // the library of private VLANs runs from the next start on
    AttrLogCheck* attrLogCheck = nullptr; // where the deferred stages ask for room; null: there always is
 
+   Kem::Ptr<PrivateVlanLib::LibSm> library;
    Kem::Ptr<BridgingConfigSm> sm;
    Kem::Ptr<InputSelectorSm> selector;
 };

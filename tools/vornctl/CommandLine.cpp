@@ -96,6 +96,20 @@ void addShow(CLI::App& app, Options& options) {
               shows(options, showSwitchportParts,
                     [&](SwitchState const& state) { return showSwitchport(state, portOf(options), format); }))
        ->add_option("INTF", options.port, "Name of a port");
+   addCommand(
+       show, options, "private-vlan", "Private VLANs: who belongs to whom, and what is wrong with the rest",
+       "  vornctl show private-vlan\n"
+       "  vornctl show private-vlan 100             one, as primary or as secondary",
+       shows(options, showPrivateVlanParts,
+             [&](SwitchState const& state) { return showPrivateVlan(state, vlanOf(options), format); }))
+       ->add_option("VLAN", options.vlan, "Number of a private VLAN");
+   addCommand(
+       show, options, "translation", "Translations of VLAN tags, configured or added for private VLANs",
+       "  vornctl show translation\n"
+       "  vornctl show translation Et1              one port",
+       shows(options, showTranslationParts,
+             [&](SwitchState const& state) { return showTranslation(state, portOf(options), format); }))
+       ->add_option("INTF", options.port, "Name of a port");
    addCommand(show, options, "inputs", "Publishers, and which of them won what by which number",
               "  vornctl show inputs", shows(options, showInputsParts, [&](SwitchState const& state) {
                  return showInputs(state, format);

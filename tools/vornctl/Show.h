@@ -26,6 +26,18 @@ std::string showVlan(SwitchState const& state, std::optional<Bridging::VlanId> v
 inline constexpr Part showSwitchportParts = Part::config | Part::chosen | Part::inputs;
 std::string showSwitchport(SwitchState const& state, std::optional<Sulvi::IntfId> port, Format const& format);
 
+// Primary VLANs with their secondaries, and VLANs whose role makes no pair with what is wrong; or what one
+// VLAN is part of. Absent when there is no such VLAN, or it is no private one.
+inline constexpr Part showPrivateVlanParts = Part::config;
+std::string showPrivateVlan(SwitchState const& state, std::optional<Bridging::VlanId> vlanId,
+                            Format const& format);
+
+// Translations of tags on all ports that have some, or on one; configured ones told from those that the agent
+// added for private VLANs. Absent when there is no such port.
+inline constexpr Part showTranslationParts = Part::config | Part::chosen | Part::inputs;
+std::string showTranslation(SwitchState const& state, std::optional<Sulvi::IntfId> port,
+                            Format const& format);
+
 // Who publishes, and which publisher won what by which number.
 inline constexpr Part showInputsParts = Part::chosen | Part::inputs;
 std::string showInputs(SwitchState const& state, Format const& format);

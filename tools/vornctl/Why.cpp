@@ -4,6 +4,8 @@
 #include "Inputs.h"
 #include "Json.h"
 #include "Membership.h"
+#include "PrivateVlan.h"
+#include "Processor.h"
 #include "RoutedPort.h"
 #include "Table.h"
 #include "Words.h"
@@ -185,14 +187,12 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
       return out;
    }
    out.note("VLAN", vlanFinding(*vlan));
+   if (auto const role = roleText(*state.config, *vlan); !role.empty())
+      out.note("VLAN role", isCpu || !vlan->intf().find(port) || primaryOf(*state.config, *vlan) == 0
+                                ? role
+                                : role + roleOnPortText(*vlan, *choice.record, *resolved));
    if (isCpu) {
-      bool const isMember = vlan->intf().find(port) != nullptr;
-      out.decide(isMember, "VLAN interface",
-                 isMember ? "the processor takes part in the VLAN"
-                          : "no active VLAN interface lets the processor take part");
-      if (!isMember)
-         out.advise("configure and enable interface/config/eth/vlan.intfConfig[Vlan" +
-                    std::to_string(vlanId.value()) + "], and see that the VLAN is active");
+      explainProcessor(out, *state.config, *vlan);
       return out;
    }
    explainMembership(out, state, {port, *choice.record, *resolved}, *vlan);

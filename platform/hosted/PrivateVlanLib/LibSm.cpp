@@ -41,10 +41,12 @@ void LibSm::handleVlanConfig(VlanId vlanId) {
       handleVlanTypeAndPrimaryVlan(vlanId);
       return;
    }
+   auto const [reactor, isNew] =
+       kemVlanConfig_.findOrInsert(vlanId, [&] { return Kem::makePtr<KemVlanConfig>(*this); });
    // A VLAN that was removed and made again is another record: the reactor goes over to it, and evaluates.
-   auto const reactor =
-       *kemVlanConfig_.findOrInsert(vlanId, [&] { return Kem::makePtr<KemVlanConfig>(*this); }).first;
-   reactor->notifierIs(vlan);
+   if (!isNew && (*reactor)->notifier() != vlan)
+      takeOutOfPairs(vlanId);
+   (*reactor)->notifierIs(vlan);
 }
 
 void LibSm::handleVlanTypeAndPrimaryVlan(VlanId vlanId) {
@@ -101,6 +103,14 @@ void LibSm::namedPrimaryIs(VlanId vlanId, VlanIdOrNone primary) {
       naming_.findOrInsert(VlanId(primary), [] { return VlanSet(); }).first->insert(vlanId);
       syncMembership(VlanId(primary), vlanId);
    }
+}
+
+// Has all pairs of the VLAN told once more, also where they come out as before: what followers wrote into the
+// old record, and worked out from it, went with it.
+void LibSm::takeOutOfPairs(VlanId vlanId) {
+   namedPrimaryIs(vlanId, 0);
+   if (auto const state = libState_->primaryVlan(vlanId))
+      state->secondaryVlanDelAll();
 }
 
 // Makes the primary's record say whether the secondary belongs to it, as it now is.

@@ -10,6 +10,9 @@
 // itself. What a secondary names doesn't change what it is: one whose primary is missing, unfit or 0 is still
 // a secondary, and belongs to nobody. Internal VLANs have no role.
 //
+// A resolved VLAN that was removed and made again between two turns is told as gone and come back: its
+// followers evaluate each of its pairs once more.
+//
 // It decides nothing for ports and interfaces; those who follow LibState do. It is moved by VLANs that come
 // and go and by their vlanTypeAndPrimaryVlan. A change costs what it touches: one VLAN and its primary, or a
 // primary and those that name it.
@@ -71,6 +74,7 @@ class LibSm final : public Kem::StateMachine {
    Bridging::VlanTypeAndPrimaryVlan const* secondaryRole(Bridging::VlanId vlanId) const; // null: it is none
    bool isFitPrimary(Bridging::VlanId vlanId) const;
    void namedPrimaryIs(Bridging::VlanId vlanId, Bridging::VlanIdOrNone primary);
+   void takeOutOfPairs(Bridging::VlanId vlanId);
    void syncMembership(Bridging::VlanId primary, Bridging::VlanId secondary);
    void syncRole(Bridging::VlanId vlanId);
 

@@ -2,6 +2,7 @@
 
 #include "Kem/Activity.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -155,6 +156,33 @@ TEST_F(LibSmTest, vlanRemovedAndMadeAgainInOneTurnIsFollowedAsTheNewOne) {
    EXPECT_EQ(settled(), "| ");
    secondary(20, 10);
    EXPECT_EQ(settled(), "10/0/0 20/1/10 | 20 | 10: 20 ");
+}
+
+// Counts what is told of the secondaries of one primary.
+struct SecondaryCounter final : PrivateVlanLib::PrimaryVlanState::NotifieeConst {
+   SecondaryCounter() : NotifieeConst(this) {}
+   void onSecondaryVlan(VlanId id) override {
+      log += std::to_string(id) + (notifier()->secondaryVlan(id) ? " in;" : " out;");
+   }
+   std::string log;
+};
+
+TEST_F(LibSmTest, pairOfAVlanThatWasRemovedAndMadeAgainIsToldOnceMore) {
+   plain(10);
+   secondary(20, 10);
+   secondary(30, 10);
+   settled();
+   SecondaryCounter counter;
+   counter.notifierIs(state->primaryVlan(10));
+   config->vlanConfigDel(20);
+   secondary(20, 10);
+   EXPECT_EQ(settled(), "10/0/0 20/1/10 30/1/10 | 20 30 | 10: 20 30 ");
+   EXPECT_EQ(std::exchange(counter.log, ""), "20 in;");
+   config->vlanConfigDel(10);
+   plain(10);
+   EXPECT_EQ(settled(), "10/0/0 20/1/10 30/1/10 | 20 30 | 10: 20 30 ");
+   EXPECT_THAT(counter.log, testing::AnyOf("20 in;30 in;", "30 in;20 in;"));
+   EXPECT_EQ(counter.notifier(), state->primaryVlan(10)) << "the same record of it";
 }
 
 TEST_F(LibSmTest, worksWithoutABridgingConfig) {
