@@ -292,8 +292,8 @@ bool InputFdbConfigSm::KemEthGroup::isCurrent() const {
 void InputFdbConfigSm::KemEthGroup::handleIntf(Sulvi::IntfId intfId) {
    if (!isCurrent())
       return;
-   sm.doSettleKind(sm.fdbInputs(),
-                   notifier()->addr()); // the group may have come to decide the address unseen
+   // The group may have come to decide the address unseen.
+   sm.doSettleKind(sm.fdbInputs(), notifier()->addr());
    if (notifier()->intf(intfId))
       doConfigureIntf(*sm.inputConfig_, intfId);
    else

@@ -31,11 +31,11 @@ struct StaticHostsTest : testing::Test {
    // The port of a resolved host; empty when there is none.
    std::string host(std::string const& addr = unicastHost, int vlan = 10) {
       std::string const selector = hostOf("bridging/config", addr, vlan);
-      return bridge.stands(selector) ? bridge.read(selector)["intf"].get<std::string>() : "";
+      return bridge.exists(selector) ? bridge.read(selector)["intf"].get<std::string>() : "";
    }
    std::vector<std::string> members(std::string const& addr = multicastGroup) {
       std::string const selector = groupOf("bridging/config", addr);
-      return bridge.stands(selector) ? bridge.keys(selector + ".intf") : std::vector<std::string>{"no group"};
+      return bridge.exists(selector) ? bridge.keys(selector + ".intf") : std::vector<std::string>{"no group"};
    }
    Result vornctl(std::vector<std::string> const& arguments) {
       std::vector<std::string> command{program("vornctl")};
@@ -72,8 +72,8 @@ TEST_F(StaticHostsTest, addressIsDecidedByItselfAndPassesToTheNextBest) {
    bridge.erase(b + ".fdbConfig[10]");
    bridge.settle();
    EXPECT_EQ(host(), "");
-   EXPECT_FALSE(bridge.stands("bridging/config.fdbConfig[10]"));
-   EXPECT_FALSE(bridge.stands("bridging/fdbConfigDir.fdbConfig[10]"));
+   EXPECT_FALSE(bridge.exists("bridging/config.fdbConfig[10]"));
+   EXPECT_FALSE(bridge.exists("bridging/fdbConfigDir.fdbConfig[10]"));
    EXPECT_EQ(vornctl({"why", unicastHost, "10"}).status, 1);
 }
 
