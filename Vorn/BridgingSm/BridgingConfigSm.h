@@ -14,8 +14,7 @@
 //
 // Every other subject is a class with its tables, its children, its reactors and their handlers in files of
 // its own; here are only its member, its step of the start, and the operations that others call on this
-// class: BridgeSettingsSm, InternalVlans, PrivateVlans, ResolvedVlans, StaticHosts, VlanInterfaces. A new
-// subject is added in that way.
+// class: BridgeSettingsSm, InternalVlans, PrivateVlans, ResolvedVlans, StaticHosts, VlanInterfaces.
 #pragma once
 
 #include "Kem/StateMachine.h"

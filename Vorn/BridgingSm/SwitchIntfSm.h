@@ -130,7 +130,6 @@ class SwitchIntfSm final : public Kem::StateMachine {
    void syncEachVlan();
    void syncOrdinaryVlans();
    void syncVlanXlates();
-   void forgetVlanXlates();
    Bridging::VlanIdOrNone primaryOfMapping() const; // native VLAN of an access port; 0 for any other port
 
    BridgingConfigSm& parent_;

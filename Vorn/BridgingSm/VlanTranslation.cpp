@@ -32,9 +32,21 @@ Kem::Ptr<PrivateVlanLib::PrimaryVlanState> primaryOfKey(PrivateVlanLib::LibState
 void SwitchIntfSm::syncVlanXlates() {
    handleIngressNativeVlanXlate();
    handleEgressNativeVlanXlate();
-   forgetVlanXlates();
    handleIngressVlanXlate();
    handleEgressVlanXlate();
+
+   // What the previous run left, or another input that was best before: keys that neither the input nor a
+   // private VLAN explains. Those of private VLANs are put right by handleTrunkPrivateVlanMapping().
+   for (auto const& [key, mapping] : out_->ingressVlanXlate())
+      if (!config_->ingressVlanXlate(key))
+         handleIngressVlanXlate(key);
+   for (auto const& [key, mapping] : out_->egressVlanXlate()) {
+      if (config_->egressVlanXlate(key))
+         continue;
+      auto const primary = primaryOfKey(parent_.privateVlanLibState(), key);
+      if (!mapsPrimaryVlans() || !primary || primary->secondaryVlan().empty() || key.innerVlanId != 0)
+         handleEgressVlanXlate(key);
+   }
 }
 
 void SwitchIntfSm::handleIngressNativeVlanXlate() {
@@ -80,21 +92,6 @@ void SwitchIntfSm::handleIngressVlanXlate() {
 void SwitchIntfSm::handleEgressVlanXlate() {
    for (auto const& [key, mapping] : config_->egressVlanXlate())
       handleEgressVlanXlate(key);
-}
-
-// What the previous run left, or another input that was best before: keys that neither the input nor a
-// private VLAN explains. Those of private VLANs are put right by handleTrunkPrivateVlanMapping().
-void SwitchIntfSm::forgetVlanXlates() {
-   for (auto const& [key, mapping] : out_->ingressVlanXlate())
-      if (!config_->ingressVlanXlate(key))
-         handleIngressVlanXlate(key);
-   for (auto const& [key, mapping] : out_->egressVlanXlate()) {
-      if (config_->egressVlanXlate(key))
-         continue;
-      auto const primary = primaryOfKey(parent_.privateVlanLibState(), key);
-      if (!mapsPrimaryVlans() || !primary || primary->secondaryVlan().empty() || key.innerVlanId != 0)
-         handleEgressVlanXlate(key);
-   }
 }
 
 // --- Primary VLANs on a trunk port.
