@@ -14,7 +14,9 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
-    : in_(std::move(inputs)), settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
+    : in_(std::move(inputs)), dynVlans_(Kem::makePtr<DynVlans>(*this, in_.dynVlanDir, in_.dynVlanSrcTable)),
+      dynAllowedVlans_(Kem::makePtr<DynAllowedVlans>(*this, in_.dynAllowedVlanDir)),
+      settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig)),
       reactors_(std::make_unique<Reactors>(*this)) {
    reactors_->notifiersAre(in_);
 }
@@ -22,7 +24,8 @@ BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
 BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
-   visit(*reactors_, settings_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_);
+   visit(*reactors_, settings_, vlanConfigCodef_, switchIntfConfigCodef_, vlanConfigSm_, switchIntfSm_,
+         dynVlans_, dynAllowedVlans_);
 }
 
 // --- Start.
@@ -38,6 +41,8 @@ void BridgingConfigSm::handleInitialized() {
    config().internalVlanRangeIs(cliConfig().internalVlanRange());
    internalVlans_.handleStartup(in_.configIn.ptr(), in_.ethIntfConfigDir.ptr());
    handleVlanConfig();
+   dynVlans_->handleInitialized();
+   dynAllowedVlans_->handleInitialized();
    switchIntfConfigCodef_ = Kem::makePtr<SwitchIntfConfigCodef>(clock, in_.allSwitchIntfConfigs, *this);
    switchIntfConfigCodef_->handleInitialized();
    if (in_.vlanIntfConfig)

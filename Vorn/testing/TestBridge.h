@@ -11,6 +11,8 @@
 //    bridge.intf("Ethernet2");                // an interface; it gets a default record in "eth"
 //    bridge.routed("Ethernet3");              // no switchport, and up: takes an internal VLAN
 //    bridge.publish("mvrp", 200).vlan(20);    // another publisher, who now wins
+//    bridge.dynVlans("overlay", "30-32", 5);  // a dynamic source, with its priority
+//    bridge.dynAllowed("overlay")->vlansIs("Ethernet1", "30");
 //    bridge.run();                            // until nothing is left to do
 //    bridge.advance(10);                      // seconds
 //
@@ -25,6 +27,9 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Selection/InputSelectorSm.h"
+#include "records/Bridging/Input/AllowedVlans.h"
+#include "records/Bridging/Input/TrunkGroup.h"
+#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -120,6 +125,7 @@ class TestBridge {
    void stop() {
       selector = nullptr;
       sm = nullptr;
+      dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make(); // it is the process's own
    }
    static void run() { Kem::activityManager()->runUntilIdle(); }
    static void turn() { Kem::activityManager()->runTurn(); }
@@ -176,6 +182,24 @@ class TestBridge {
       cli->internalVlanAllocationPolicyIs(policy);
    }
 
+   // Dynamic sources: made where there is none of that name.
+   Kem::Ptr<Bridging::Input::VlanIdSet> dynVlans(Kem::Name const& name, Kem::String8 const& vlans,
+                                                 uint32_t priority = 0) {
+      auto const source = dynamicSource<Bridging::Input::VlanIdSet>(dynVlanDir, name);
+      source->configPriorityIs(priority);
+      source->vlansIs(vlans);
+      return source;
+   }
+   void dynVlansDel(Kem::Name const& name) { dynVlanDir->entityPtrDel(name); }
+   Kem::Ptr<Bridging::Input::AllowedVlans> dynAllowed(Kem::Name const& name) {
+      return dynamicSource<Bridging::Input::AllowedVlans>(dynAllowedVlanDir, name);
+   }
+   // A port in a trunk group of the source.
+   void dynTrunkGroup(Kem::Name const& name, Kem::String8 const& group, Sulvi::IntfId intfId) {
+      dynAllowed(name)->trunkGroupIs(group)->intfListIs(intfId, true);
+   }
+   void dynAllowedDel(Kem::Name const& name) { dynAllowedVlanDir->entityPtrDel(name); }
+
    // --- Interfaces.
    Kem::Ptr<Interface::EthIntfConfig> intf(Sulvi::IntfId intfId) {
       return ethIntfConfigDir->intfConfigIs(intfId);
@@ -227,6 +251,19 @@ class TestBridge {
       std::sort(numbers.begin(), numbers.end());
       return numbers;
    }
+   // Who the resolved VLAN is from.
+   std::string sourceOf(uint16_t vlanId) const {
+      auto const vlan = resolvedVlan(vlanId);
+      return vlan ? vlan->configSource().str() : "";
+   }
+   // The dynamic sources that claim the VLAN, in their order.
+   std::vector<std::string> claimants(uint16_t vlanId) const {
+      std::vector<std::string> names;
+      if (auto const source = dynVlanSrcTable->dynVlanSrc(vlanId))
+         for (auto const& [name, isClaimed] : source->vlanSource())
+            names.push_back(name.str());
+      return names;
+   }
    // "access 10": mode in effect and native VLAN.
    std::string mode(Sulvi::IntfId intfId) const {
       static constexpr char const* names[] = {"access", "trunk", "dot1qTunnel", "tap", "tool", "routed"};
@@ -267,6 +304,17 @@ class TestBridge {
    }
 
   private:
+   template <class T>
+   static Kem::Ptr<T> dynamicSource(Kem::Ptr<Kem::Dir> const& dir, Kem::Name const& name) {
+      auto standing = dir->entity<T>(name);
+      if (!standing) {
+         standing = T::make();
+         standing->nameIs(name);
+         dir->entityPtrIs(standing);
+      }
+      return standing;
+   }
+
    Kem::VirtualTime time_{startTime};
 
   public:
