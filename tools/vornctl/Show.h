@@ -30,6 +30,11 @@ std::string showSwitchport(SwitchState const& state, std::optional<Sulvi::IntfId
 inline constexpr Part showInputsParts = Part::chosen | Part::inputs;
 std::string showInputs(SwitchState const& state, Format const& format);
 
+// VLANs that dynamic sources claim, all or one with each claim on it; Absent when none claims that VLAN.
+inline constexpr Part showDynamicVlanParts = Part::config | Part::inputs | Part::dynamic;
+std::string showDynamicVlan(SwitchState const& state, std::optional<Bridging::VlanId> vlanId,
+                            Format const& format);
+
 // Internal VLANs of routed ports, and the routed ports that have none.
 inline constexpr Part showInternalVlanParts = Part::config | Part::interfaces | Part::causes;
 std::string showInternalVlan(SwitchState const& state, Format const& format);

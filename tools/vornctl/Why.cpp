@@ -1,5 +1,6 @@
 #include "Why.h"
 
+#include "DynamicSources.h"
 #include "Failures.h"
 #include "Inputs.h"
 #include "Json.h"
@@ -101,12 +102,25 @@ std::string nativeFinding(SwitchState const& state, SwitchIntfConfig const& reco
 
 // --- What is known of the VLAN.
 
-std::string vlanFinding(Bridging::VlanConfig const& vlan) {
+// Who among dynamic sources asks for the VLAN, and what became of that; empty when none does.
+std::string claimsFinding(SwitchState const& state, Bridging::VlanConfig const& vlan) {
+   auto const sources = dynVlanSources(state);
+   auto const claims = claimsOf(sources, vlan.vlanId());
+   if (claims.empty())
+      return "";
+   std::string const staticInput = staticInputOf(state, vlan.vlanId());
+   if (!staticInput.empty())
+      return "; claims of dynamic sources wait: " + claimsText(claims);
+   return ", a dynamic VLAN; claimed by " + claimsText(claims);
+}
+
+std::string vlanFinding(SwitchState const& state, Bridging::VlanConfig const& vlan) {
    std::string const name = vlan.configuredName().str();
    if (vlan.internal())
       return "exists: the internal VLAN of " + name;
    std::string const source = vlan.configSource().str();
-   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
+   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source) +
+          claimsFinding(state, vlan);
 }
 
 void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
@@ -119,6 +133,13 @@ void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<
       if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
          others.push_back(inputs[i].name + ' ' + std::to_string(inputs[i].vlanPriority()));
    std::string const lost = others.empty() ? "" : "; lost with it: " + joined(others);
+   auto const sources = dynVlanSources(state);
+   if (auto const claims = claimsOf(sources, vlanId);
+       !claims.empty() && staticInputOf(state, vlanId).empty()) {
+      out.decide(false, "VLAN", "claimed by " + claimsText(claims) + ", but the agent has not made it yet");
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+      return;
+   }
    if (winner == inputs.size()) {
       out.decide(false, "VLAN",
                  "doesn't exist: no input takes part in the choice of VLANs, each has vlanConfigPriority 0" +
@@ -251,7 +272,7 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
       explainMissingVlan(out, state, inputs, vlanId);
       return out;
    }
-   out.note("VLAN", vlanFinding(*vlan));
+   out.note("VLAN", vlanFinding(state, *vlan));
    if (isCpu) {
       bool const isMember = vlan->intf().find(port) != nullptr;
       out.decide(isMember, "VLAN interface",
