@@ -20,8 +20,7 @@ namespace Vorn {
 
 class AttrLogCheck;
 
-// A null input is not followed. dynAllowedVlanDir and dynVlanDir wait for dynamic VLANs, which are still to
-// come.
+// A null input is not followed.
 struct BridgingConfigInputs {
    Kem::Ptr<Bridging::Input::Config const> configIn;
    Kem::Ptr<Bridging::SwitchIntfConfigDir const> allSwitchIntfConfigs; // the best record of each port
@@ -30,9 +29,9 @@ struct BridgingConfigInputs {
    Kem::Ptr<Interface::VlanIntfConfigDir const> vlanIntfConfig;
    Kem::Ptr<DynVlanIntfList const> dynVlanIntfList; // must not be null
    Kem::Ptr<Interface::EthIntfConfigDir const> ethIntfConfigDir;
-   Kem::Ptr<Kem::Dir const> dynAllowedVlanDir;
-   Kem::Ptr<Kem::Dir const> dynVlanDir;
-   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable;
+   Kem::Ptr<Kem::Dir const> dynAllowedVlanDir; // a Bridging::Input::AllowedVlans of each source
+   Kem::Ptr<Kem::Dir const> dynVlanDir;        // a Bridging::Input::VlanIdSet of each source
+   Kem::Ptr<Bridging::Input::DynVlanSrcTable> dynVlanSrcTable;    // which of them claim which VLAN
    Kem::Ptr<Errdisable::CauseStatus> noInternalVlanIdCauseStatus; // ports that wait for an internal VLAN
    Kem::Ptr<Kem::Clock const> recoveryTimer;
    Kem::Ptr<Bridging::Input::CliConfig const> cliConfig;

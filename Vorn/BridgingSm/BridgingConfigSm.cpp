@@ -14,7 +14,9 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
-    : in_(std::move(inputs)), staticHosts_(Kem::makePtr<StaticHosts>(in_.fdbConfigDir, in_.config)),
+    : in_(std::move(inputs)), dynVlans_(Kem::makePtr<DynVlans>(*this, in_.dynVlanDir, in_.dynVlanSrcTable)),
+      dynAllowedVlans_(Kem::makePtr<DynAllowedVlans>(*this, in_.dynAllowedVlanDir)),
+      staticHosts_(Kem::makePtr<StaticHosts>(in_.fdbConfigDir, in_.config)),
       settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig, in_.privateVlanLibState)),
       privateVlans_(Kem::makePtr<PrivateVlans>(*this, in_.privateVlanLibState, in_.cliConfig)),
       reactors_(std::make_unique<Reactors>(*this)) {
@@ -25,7 +27,7 @@ BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
    visit(*reactors_, settings_, staticHosts_, privateVlans_, vlanConfigCodef_, switchIntfConfigCodef_,
-         vlanConfigSm_, switchIntfSm_);
+         vlanConfigSm_, switchIntfSm_, dynVlans_, dynAllowedVlans_);
 }
 
 // --- Start.
@@ -41,6 +43,8 @@ void BridgingConfigSm::handleInitialized() {
    config().internalVlanRangeIs(cliConfig().internalVlanRange());
    internalVlans_.handleStartup(in_.configIn.ptr(), in_.ethIntfConfigDir.ptr());
    handleVlanConfig();
+   dynVlans_->handleInitialized();
+   dynAllowedVlans_->handleInitialized();
    switchIntfConfigCodef_ = Kem::makePtr<SwitchIntfConfigCodef>(clock, in_.allSwitchIntfConfigs, *this);
    switchIntfConfigCodef_->handleInitialized();
    if (in_.vlanIntfConfig)

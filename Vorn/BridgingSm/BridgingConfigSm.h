@@ -14,12 +14,15 @@
 //
 // Every other subject is a class with its tables, its children, its reactors and their handlers in files of
 // its own; here are only its member, its step of the start, and the operations that others call on this
-// class: BridgeSettingsSm, InternalVlans, PrivateVlans, ResolvedVlans, StaticHosts, VlanInterfaces.
+// class: BridgeSettingsSm, DynVlans, DynAllowedVlans, InternalVlans, PrivateVlans, ResolvedVlans, StaticHosts,
+// VlanInterfaces.
 #pragma once
 
 #include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/BridgeSettingsSm.h"
 #include "Vorn/BridgingSm/BridgingConfigInputs.h"
+#include "Vorn/BridgingSm/DynAllowedVlans.h"
+#include "Vorn/BridgingSm/DynVlans.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
 #include "Vorn/BridgingSm/PrivateVlans.h"
 #include "Vorn/BridgingSm/ResolvedVlans.h"
@@ -27,6 +30,7 @@
 #include "Vorn/BridgingSm/SwitchIntfSm.h"
 #include "Vorn/BridgingSm/VlanConfigSm.h"
 #include "Vorn/BridgingSm/VlanInterfaces.h"
+#include "Vorn/Rules/VlanLists.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigCodef.h"
 #include "Vorn/SwitchIntfConfigCodef/SwitchIntfConfigOutput.h"
 #include "Vorn/VlanConfigCodef/VlanConfigCodef.h"
@@ -57,6 +61,10 @@ class BridgingConfigSm final : public Kem::StateMachine,
    // The command line's input is a new entity: its settings replace those of the old one.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
    Bridging::Input::DynVlanSrcTable const& dynVlanSrcTable() const { return *in_.dynVlanSrcTable; }
+   // Whether configIn holds the VLAN: then it is a static one, whoever else asks for it.
+   bool isWanted(Bridging::VlanId vlanId) const {
+      return in_.configIn && in_.configIn->vlanConfig().find(vlanId);
+   }
    PrivateVlanLib::LibState const& privateVlanLibState() const { return *in_.privateVlanLibState; }
    Kem::Ptr<DynVlanIntfList const> const& dynVlanIntfList() const { return in_.dynVlanIntfList; }
    AttrLogCheck* attrLogCheck() const override { return in_.attrLogCheck; }
@@ -70,6 +78,9 @@ class BridgingConfigSm final : public Kem::StateMachine,
    InternalVlans& internalVlans() { return internalVlans_; }
    VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
    PrivateVlans& privateVlans() { return *privateVlans_; }
+   VlanLists& vlanLists() { return vlanLists_; }
+   DynVlans& dynVlans() { return *dynVlans_; }
+   DynAllowedVlans& dynAllowedVlans() { return *dynAllowedVlans_; }
    // The smallest secondary VLAN of a primary one; 4095 when there is none.
    Bridging::VlanIdOrAny getMinSecondaryVlanId(Bridging::VlanId vlanId) const;
    void handleVidToFidMap(Bridging::VlanId vlanId) { settings_->handleVidToFidMap(vlanId); }
@@ -119,6 +130,16 @@ class BridgingConfigSm final : public Kem::StateMachine,
       return staticHosts_->fdbConfigSm(vlanId);
    }
 
+   // --- Dynamic VLANs, passed on to DynVlans, which says more.
+   bool doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& configSrcName,
+                        Bridging::Input::VlanIdSet const& vlanIdSet, bool mvrpDynVlan) {
+      return dynVlans_->doCreateDynVlan(vlanId, configSrcName, vlanIdSet, mvrpDynVlan);
+   }
+   void doDelDynVlan(Bridging::VlanId vlanId) { dynVlans_->doDelDynVlan(vlanId); }
+   Kem::String8 getDynVlanConfigSource(Bridging::VlanId vlanId) const {
+      return dynVlans_->getDynVlanConfigSource(vlanId);
+   }
+
    // --- Internal VLANs, passed on to InternalVlans, which says more.
    Bridging::VlanIdOrNone allocateInternalVlanId() const; // asserts "initialized()"
    void handleInternalVlanIdInUse(Bridging::VlanId vlanId) { internalVlans_.handleInUse(vlanId); }
@@ -149,6 +170,9 @@ class BridgingConfigSm final : public Kem::StateMachine,
    InternalVlans internalVlans_{in_.config, resolvedVlans_, vlanInterfaces_, in_.noInternalVlanIdCauseStatus};
    Kem::HashMap<VlanConfigSm, Bridging::VlanId> vlanConfigSm_;
    SwitchIntfSms switchIntfSm_;
+   VlanLists vlanLists_;
+   Kem::Ptr<DynVlans> const dynVlans_;
+   Kem::Ptr<DynAllowedVlans> const dynAllowedVlans_;
    Kem::Ptr<VlanConfigCodef> vlanConfigCodef_;
    Kem::Ptr<SwitchIntfConfigCodef> switchIntfConfigCodef_;
    Kem::Ptr<StaticHosts> const staticHosts_;

@@ -28,12 +28,14 @@ void BridgingConfigSm::handleVlanConfig() {
          handleInternalVlanIdInUse(vlanId);
       } else if (!routedPort(vlanId).empty() || !startupRoutedPort(vlanId).empty()) {
          KEM_TRACE(bridgingVlanTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
-      } else if (!isWanted) {
+      } else if (!isWanted && !dynVlans_->isDynamic(vlanId)) {
+         // A dynamic one is what it was: making it again for every change would pass over all ports for each.
          KEM_TRACE(bridgingVlanTrace, 3, "Deleting Vlan " << vlanId);
          handleVlanConfig(vlanId);
       }
    }
    vlanConfigCodef_->handleVlanConfig();
+   dynVlans_->handleConfigIn();
 }
 
 // --- Copies.
@@ -53,7 +55,11 @@ Kem::Ptr<Bridging::Input::VlanConfig> BridgingConfigSm::vlanConfigAfterCodefIs(B
 }
 
 void BridgingConfigSm::vlanConfigAfterCodefDel(Bridging::VlanId vlanId) {
-   if (vlanConfigAfterCodef_.erase(vlanId))
+   bool const isOrphan =
+       config().vlanConfig(vlanId) && routedPort(vlanId).empty() && startupRoutedPort(vlanId).empty();
+   // Without a copy too: a VLAN that left the input before it got one may be there from a dynamic source that
+   // gave it up meanwhile, or be missing though one claims it.
+   if (vlanConfigAfterCodef_.erase(vlanId) || isOrphan || dynVlans_->isClaimed(vlanId))
       handleVlanConfig(vlanId);
 }
 
@@ -67,12 +73,20 @@ void BridgingConfigSm::handleVlanConfig(Bridging::VlanId vlanId) {
       vlanConfigSmIs(vlanId, copy);
       return;
    }
-   if (vlanConfigSm(vlanId)) {
+   bool const hadSm = bool(vlanConfigSm(vlanId));
+   if (hadSm) {
       KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfigSm for vlan " << vlanId);
       childDel(vlanConfigSm_, vlanId);
    }
+   if (dynVlans_->isClaimed(vlanId)) {
+      dynVlans_->doTurnDynamic(vlanId);
+      handleFdbConfig(vlanId);
+      return;
+   }
    KEM_INVARIANT(routedPort(vlanId).empty(), "!routedPortIteratorConst().isMemberOf( vlanId )");
    KEM_TRACE(bridgingVlanTrace, 3, "Deleting vlanConfig for vlan " << vlanId);
+   if (!hadSm) // which takes it from the ports; a dynamic VLAN that is left behind has none
+      switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& port) { port->doLoseNativeVlan(vlanId); });
    resolvedVlans_.vlanDel(vlanId);
    handleFdbConfig(vlanId);
 }

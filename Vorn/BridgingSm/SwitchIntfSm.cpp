@@ -68,6 +68,7 @@ void SwitchIntfSm::handleInitialized() {
 
    doComputeAsymVlans();
    doComputeTrunkAllowedVlans();
+   doComputeDynamicTrunkGroups();
    syncEachVlan();
 
    handleMacLearningEnabled();
@@ -160,6 +161,34 @@ void SwitchIntfSm::doSyncSwitchportModeAndNativeVlan() {
    maybeSyncOneVlan(out_->switchportModeAndNativeVlan().nativeVlan);
 }
 
+void SwitchIntfSm::doTakeUpNativeVlan() {
+   auto const before = out_->switchportModeAndNativeVlan();
+   out_->switchportModeAndNativeVlanIs(switchportModeAndNativeVlan());
+   auto const after = out_->switchportModeAndNativeVlan();
+   if (after == before)
+      return;
+   doComputeAsymVlans();
+   maybeSyncOneVlan(before.nativeVlan);
+   maybeSyncOneVlan(after.nativeVlan); // not that VLAN, where a routed port took one of its own
+}
+
+void SwitchIntfSm::doMaybeTakeUpNativeVlan(Bridging::VlanId vlanId) {
+   if (config_->enabled() && configuredNativeVlan(*config_, effectiveMode(*config_)).vlanId == vlanId &&
+       out_->switchportModeAndNativeVlan().nativeVlan != vlanId)
+      doTakeUpNativeVlan();
+}
+
+void SwitchIntfSm::doLoseNativeVlan(Bridging::VlanId vlanId) {
+   if (!config_->enabled() || config_->switchportMode() > InputMode::dot1qTunnel_)
+      return; // taps and tools keep their number
+   auto modeAndVlan = out_->switchportModeAndNativeVlan();
+   if (modeAndVlan.nativeVlan != vlanId)
+      return;
+   modeAndVlan.nativeVlan = 0;
+   out_->switchportModeAndNativeVlanIs(modeAndVlan);
+   KEM_TRACE(switchIntfTrace, 2, "Updated native vlan of interface " << intfId_ << " to vlan: 0");
+}
+
 // --- Changes of the port's copy.
 
 void SwitchIntfSm::handleSwitchIntfConfig() {
@@ -222,6 +251,14 @@ void SwitchIntfSm::handleTrunkAllowedVlans() {
       return;
    doComputeTrunkAllowedVlans();
    if (config_->enabled() && hasAllowedVlans(config_->switchportMode()))
+      doSyncAllVlans();
+}
+
+void SwitchIntfSm::doUpdateTrunkAllowedVlans() {
+   if (!isReady())
+      return;
+   doComputeTrunkAllowedVlans();
+   if (!isAllowedSynced_ && config_->enabled() && hasAllowedVlans(config_->switchportMode()))
       doSyncAllVlans();
 }
 

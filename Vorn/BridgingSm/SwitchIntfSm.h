@@ -66,6 +66,13 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // What the port is now. Has consequences: a routed port takes an internal VLAN here, or gives it up.
    Bridging::SwitchportModeAndNativeVlan switchportModeAndNativeVlan();
    void doSyncSwitchportModeAndNativeVlan();
+   // A VLAN has come up or changed: the mode and the native VLAN are worked out again, and what depends on
+   // them follows.
+   void doTakeUpNativeVlan();
+   // The same, if that VLAN is the one that the port is configured for and hasn't.
+   void doMaybeTakeUpNativeVlan(Bridging::VlanId vlanId);
+   // That VLAN goes: an access, trunk or tunnel port that has it as its native VLAN has none from now on.
+   void doLoseNativeVlan(Bridging::VlanId vlanId);
    // Brings the port's membership in the VLAN up to date. The hottest step: each change of a port runs it for
    // many VLANs, and each change of a VLAN for every port.
    void doSyncSingleVlan(Bridging::VlanConfig& vlan);
@@ -82,10 +89,15 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // Rebuild the sets that membership rests on. None of them syncs VLANs: the caller does.
    void doComputeTrunkAllowedVlans();
    void doComputeAsymVlans();
-   // A trunk group that a dynamic source gives to the port, besides those of its input. The state machines of
-   // dynamic sources, which will call these, are still to come.
+   // Adds the trunk groups that dynamic sources give to the port at the moment, besides those of its input.
+   void doComputeDynamicTrunkGroups();
+   // One of them. The port keeps it as long as any source lists the port in it.
    void doCreateDynTrunkGroup(Kem::String8 const& name);
    void doDelDynTrunkGroup(Kem::String8 const& name);
+   void handleTrunkAllowedVlans();
+   // The same for what may be no change at all: looks at the VLANs only if the allowed ones changed since it last
+   // looked at all of them. Nothing before handleInitialized().
+   void doUpdateTrunkAllowedVlans();
    void handleEnabledStateLocal();
    // Whether its input wants frames of primary VLANs to leave under the number of a secondary.
    bool mapsPrimaryVlans() const;
@@ -103,7 +115,6 @@ class SwitchIntfSm final : public Kem::StateMachine {
    void handleSwitchportMode();
    void handleAccessVlan();
    void handleTrunkNativeVlan();
-   void handleTrunkAllowedVlans();
    void handleAsymVlans();
    void handleMacLearningEnabled();
    void handleFloodingEnabled();
@@ -127,6 +138,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    Bridging::VlanIdOrNone routedPortVlan();
    bool mayLearnAndFlood() const; // a switchport that is neither a tap nor a tool
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
+   void leaveOutMvrpVlans();
+   void addDynAllowedVlans();
    void syncEachVlan();
    void syncOrdinaryVlans();
    void syncVlanXlates();
@@ -140,6 +153,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    VornUtils::VlanIdSet trunkAllowedVlanSet_; // of a port in trunk, tap or tool mode
    VornUtils::VlanIdSet asymVlanSet_;         // of an asymmetric access port
    Kem::ValueMap<Kem::String8, bool> dynTrunkGroup_;
+   Kem::String8 allowedList_;     // that was read last
+   bool isAllowedSynced_ = false; // the allowed VLANs are those that all VLANs were last looked at with
    WrittenMembers written_;
    std::unique_ptr<Reactors> const reactors_;
 };

@@ -4,18 +4,14 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "records/Bridging/Input/DynVlanSrc.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
 namespace Vorn {
 
-using InputMode = Bridging::Input::SwitchportMode;
-
 namespace {
 Kem::TraceFacility vlanTrace("VornVlan");
-constexpr char mvrpSource[] = "mvrp";
-} // namespace
+}
 
 VlanConfigSm::VlanConfigSm(BridgingConfigSm& parent, Bridging::VlanId vlanId,
                            Kem::Ptr<Bridging::Input::VlanConfig const> const& vlanConfigIn)
@@ -50,17 +46,7 @@ void VlanConfigSm::handleInitialized() {
 
 void VlanConfigSm::doPrepareToDie() {
    KEM_INVARIANT(initialized(), "initialized()");
-   parent_.switchIntfSm().forEach([&](Sulvi::IntfId intfId, auto const& sm) {
-      auto const& input = sm->switchIntfConfig();
-      if (!input.enabled() || input.switchportMode() > InputMode::dot1qTunnel_)
-         return; // taps and tools keep their number
-      auto modeAndVlan = sm->switchIntfConfigOut()->switchportModeAndNativeVlan();
-      if (modeAndVlan.nativeVlan != vlanId_)
-         return;
-      modeAndVlan.nativeVlan = 0;
-      sm->switchIntfConfigOut()->switchportModeAndNativeVlanIs(modeAndVlan);
-      KEM_TRACE(vlanTrace, 2, "Updated native vlan of interface " << intfId << " to vlan: 0");
-   });
+   parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) { sm->doLoseNativeVlan(vlanId_); });
    if (auto const out = parent_.resolvedVlans().vlan(vlanId_))
       parent_.resolvedVlans().vlanTypeAndPrimaryVlanIs(*out, {});
 }
@@ -141,15 +127,7 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
       // A port whose native VLAN didn't exist before gets it here. A port whose copy has just changed may be
       // evaluated here before its own handler runs, which will then find nothing to change: so all that
       // depends on the new value is done here.
-      auto& out = *sm->switchIntfConfigOut();
-      auto const before = out.switchportModeAndNativeVlan();
-      out.switchportModeAndNativeVlanIs(sm->switchportModeAndNativeVlan());
-      auto const after = out.switchportModeAndNativeVlan();
-      if (after != before) {
-         sm->doComputeAsymVlans();
-         sm->maybeSyncOneVlan(before.nativeVlan);
-         sm->maybeSyncOneVlan(after.nativeVlan); // a routed port may have taken an internal VLAN
-      }
+      sm->doTakeUpNativeVlan();
       sm->doSyncSingleVlan(vlanOut);
       if (primaryState)
          primaryState->secondaryVlan().forEach([&](Bridging::VlanId secondaryId, bool) {
@@ -171,12 +149,11 @@ void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
    }
 }
 
-// A VLAN that only that source claims was left out of the allowed sets until it got its static entry. The
-// state machines of dynamic sources are still to come: until then the sets have no such VLANs.
+// A VLAN that only that source claims was left out of the allowed sets until it got its static entry. Meant: a
+// VLAN that others claim too triggers nothing.
 void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
-   auto const source = parent_.dynVlanSrcTable().dynVlanSrc(vlanId_);
-   if (!source || source->vlanSource().size() != 1 || !source->vlanSource().find(mvrpSource))
+   if (!parent_.dynVlans().isClaimedByMvrpOnly(vlanId_))
       return;
    parent_.switchIntfSm().forEach([](Sulvi::IntfId, auto const& sm) { sm->doComputeTrunkAllowedVlans(); });
 }

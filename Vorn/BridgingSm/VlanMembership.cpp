@@ -51,6 +51,7 @@ void SwitchIntfSm::doSyncAllVlans() {
       syncEachVlan();
       return;
    }
+   isAllowedSynced_ = true;
    syncOrdinaryVlans();
    parent_.resolvedVlans().special().forEach(
        [&](uint16_t vlanId) { maybeSyncOneVlan(Bridging::VlanIdOrNone(vlanId)); });
@@ -86,6 +87,7 @@ void SwitchIntfSm::syncOrdinaryVlans() {
 }
 
 void SwitchIntfSm::syncEachVlan() {
+   isAllowedSynced_ = true;
    // Thousands of records are scattered in memory, and each is needed only briefly: the next ones are
    // prefetched, or nearly all of the time would go into waiting for memory.
    constexpr size_t ahead = 12, lineBytes = 64;
@@ -116,11 +118,53 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
       KEM_TRACE(membershipTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
       return;
    }
-   AllowedVlans const allowed = allowedVlans(*config_);
+   AllowedVlanList const configured = allowedVlanList(*config_);
+   VlanList const& allowed = parent_.vlanLists().list(configured.list);
+   VornUtils::VlanIdSet const before = trunkAllowedVlanSet_;
    trunkAllowedVlanSet_ = allowed.vlans;
-   if (!allowed.leftOut.empty())
-      KEM_TRACE(membershipTrace, 0,
-                intfId_ << " allowed VLANs left out, no VLAN numbers: " << allowed.leftOut);
+   // Once for each list: a dynamic VLAN that comes or goes has this computed for every port.
+   if (allowedList_ != configured.list) {
+      allowedList_ = configured.list;
+      if (!allowed.leftOut.empty())
+         KEM_TRACE(membershipTrace, 0,
+                   intfId_ << " allowed VLANs left out, no VLAN numbers: " << allowed.leftOut);
+   }
+   // In this order: what a dynamic source allows may be among what "mvrp" takes away.
+   if (takesDynamicVlans(*config_))
+      leaveOutMvrpVlans();
+   if (takesDynAllowedVlans(*config_))
+      addDynAllowedVlans();
+   else if (takesDynamicVlans(*config_))
+      KEM_TRACE(membershipTrace, 8, "Dont look at dynAllowedVlan for Unconnected interface " << intfId_);
+   isAllowedSynced_ = isAllowedSynced_ && trunkAllowedVlanSet_ == before;
+}
+
+// A VLAN that is learned by that protocol alone isn't allowed by the configured list, whatever that says.
+void SwitchIntfSm::leaveOutMvrpVlans() {
+   auto const& only = parent_.dynVlans().mvrpOnly();
+   trunkAllowedVlanSet_ -= only;
+   if (!membershipTrace.isEnabled(8))
+      return; // thousands of lines for each port
+   if (auto const mvrp = parent_.dynVlans().dynVlanSm(mvrpSource))
+      mvrp->vlans().forEach([&](uint16_t vlanId) {
+         KEM_TRACE(membershipTrace, 8, "Mvrp dynamic vlan " << vlanId);
+         if (only.vlan(vlanId))
+            KEM_TRACE(membershipTrace, 8, "Static entry for vlan " << vlanId << " does not exist");
+      });
+}
+
+// A look-up in the record of each source that lists the port. Sources that list the same port and come one after
+// the other cost the square of their number, some tens of nanoseconds each.
+void SwitchIntfSm::addDynAllowedVlans() {
+   auto const* const sources = parent_.dynAllowedVlans().sourcesOf(intfId_);
+   if (!sources)
+      return;
+   for (auto const* const source : *sources)
+      if (auto const* const vlans = source->allowedVlans()->vlans(intfId_)) {
+         KEM_TRACE(membershipTrace, 8,
+                   "compute dyn vlans from " << source->name() << " dyn vlans " << *vlans);
+         trunkAllowedVlanSet_ |= parent_.vlanLists().list(*vlans).vlans;
+      }
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {
@@ -142,6 +186,13 @@ void SwitchIntfSm::doComputeAsymVlans() {
 
 // --- Trunk groups of dynamic sources.
 
+void SwitchIntfSm::doComputeDynamicTrunkGroups() {
+   for (auto const& [source, sm] : parent_.dynAllowedVlans().dynAllowedVlanSm())
+      for (auto const& [name, trunkGroup] : sm->allowedVlans()->trunkGroup())
+         if (trunkGroup->intfList().find(intfId_))
+            doCreateDynTrunkGroup(name);
+}
+
 void SwitchIntfSm::doCreateDynTrunkGroup(Kem::String8 const& name) {
    if (dynTrunkGroup_.find(name))
       return;
@@ -152,8 +203,16 @@ void SwitchIntfSm::doCreateDynTrunkGroup(Kem::String8 const& name) {
 }
 
 void SwitchIntfSm::doDelDynTrunkGroup(Kem::String8 const& name) {
-   if (!dynTrunkGroup_.erase(name))
+   if (!dynTrunkGroup_.find(name))
       return;
+   for (auto const& [source, sm] : parent_.dynAllowedVlans().dynAllowedVlanSm()) {
+      auto const trunkGroup = sm->allowedVlans()->trunkGroup(name);
+      if (trunkGroup && trunkGroup->intfList(intfId_)) {
+         KEM_TRACE(membershipTrace, 3, "Dyn client:" << source << " has " << name << " for " << intfId_);
+         return;
+      }
+   }
+   dynTrunkGroup_.erase(name);
    handleTrunkGroup(name);
 }
 

@@ -11,17 +11,28 @@ bool hasVlanSets(Sulvi::IntfId intfId) {
    return !Sulvi::SubIntfId::isSubIntfId(intfId);
 }
 
+AllowedVlanList allowedVlanList(SwitchIntfConfig const& record) {
+   if (record.switchportMode() == InputMode::tap_)
+      return {"tapAllowedVlans", record.tapAllowedVlans()};
+   if (record.switchportMode() == InputMode::tool_)
+      return {"toolAllowedVlans", record.toolAllowedVlans()};
+   return {"trunkAllowedVlans", record.trunkAllowedVlans()};
+}
+
+bool takesDynamicVlans(SwitchIntfConfig const& record) {
+   return hasVlanSets(record.intfId()) && record.switchportMode() != InputMode::tap_ &&
+          record.switchportMode() != InputMode::tool_;
+}
+
+bool takesDynAllowedVlans(SwitchIntfConfig const& record) {
+   return takesDynamicVlans(record) && !Sulvi::EthIntfId::isUnconnected(record.intfId()) &&
+          !Sulvi::PortChannelIntfId::isRecirc(record.intfId());
+}
+
 AllowedVlans allowedVlans(SwitchIntfConfig const& record) {
-   AllowedVlans allowed{.vlans = {}, .attribute = "trunkAllowedVlans", .list = {}, .leftOut = {}};
-   if (record.switchportMode() == InputMode::tap_) {
-      allowed.attribute = "tapAllowedVlans";
-      allowed.list = record.tapAllowedVlans();
-   } else if (record.switchportMode() == InputMode::tool_) {
-      allowed.attribute = "toolAllowedVlans";
-      allowed.list = record.toolAllowedVlans();
-   } else {
-      allowed.list = record.trunkAllowedVlans();
-   }
+   auto const configured = allowedVlanList(record);
+   AllowedVlans allowed{
+       .vlans = {}, .attribute = configured.attribute, .list = configured.list, .leftOut = {}};
    if (hasVlanSets(record.intfId()))
       allowed.leftOut = VornUtils::computeVlanSet(allowed.vlans, allowed.list.view());
    return allowed;

@@ -82,4 +82,23 @@ TEST_F(AllowedVlansTest, subinterfaceHasNeitherSet) {
    EXPECT_TRUE(Vorn::asymVlans(*subintf).vlans.empty());
 }
 
+TEST_F(AllowedVlansTest, dynamicSourcesReachAllModesButTapAndTool) {
+   for (auto const mode : {InputMode::access_, InputMode::trunk_, InputMode::dot1qTunnel_, InputMode::tap_,
+                           InputMode::tool_, InputMode::routed_}) {
+      record->switchportModeIs(mode);
+      bool const isReached = mode != InputMode::tap_ && mode != InputMode::tool_;
+      EXPECT_EQ(Vorn::takesDynamicVlans(*record), isReached) << static_cast<int>(mode);
+      EXPECT_EQ(Vorn::takesDynAllowedVlans(*record), isReached) << static_cast<int>(mode);
+   }
+}
+
+TEST(AllowedVlans, dynamicListsAreNotForPortsInsideTheSwitch) {
+   for (char const* name : {"Ethernet65536", "Port-Channel65536", "Ethernet1.5"}) {
+      auto const record = SwitchIntfConfig::make(name);
+      record->switchportModeIs(InputMode::trunk_);
+      EXPECT_EQ(Vorn::takesDynamicVlans(*record), name != std::string("Ethernet1.5")) << name;
+      EXPECT_FALSE(Vorn::takesDynAllowedVlans(*record)) << name;
+   }
+}
+
 } // namespace

@@ -35,6 +35,7 @@ void VlanConfigCodef::handleVlanConfig(Bridging::VlanId vlanId) {
    auto const out = configOut_.vlanConfigAfterCodef(vlanId);
    if (!in && !out) {
       backlogDel(vlanId);
+      configOut_.vlanConfigAfterCodefDel(vlanId); // it may have kept the VLAN for a copy that won't come
    } else if (!in || !out) {
       KEM_TRACE(vlanCodefTrace, 5, "Adding Vlan: " << vlanId << " to backlog");
       backlogAdd(vlanId);

@@ -21,7 +21,7 @@ class VlanConfigOutput {
    virtual Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodef(Bridging::VlanId vlanId) const = 0;
    // Finds or makes the copy; a new one makes the VLAN's state machine, which waits to be initialized.
    virtual Kem::Ptr<Bridging::Input::VlanConfig> vlanConfigAfterCodefIs(Bridging::VlanId vlanId) = 0;
-   // Deletes the copy and what follows from it; nothing when there is none.
+   // Deletes the copy and what follows from it. Called too when the input drops a VLAN before it got a copy.
    virtual void vlanConfigAfterCodefDel(Bridging::VlanId vlanId) = 0;
    // The copy is complete: its state machine, which exists, evaluates it for the first time.
    virtual void vlanConfigSmInitialize(Bridging::VlanId vlanId) = 0;

@@ -13,6 +13,8 @@
 //    bridge.publish("mvrp", 200).vlan(20);    // another publisher, who now wins
 //    bridge.input("a").host(10, "00:1c:73:00:00:01", "Ethernet1");
 //    EXPECT_EQ(bridge.host(10, "00:1c:73:00:00:01"), "Ethernet1");
+//    bridge.dynVlans("overlay", "30-32", 5);  // a dynamic source, with its priority
+//    bridge.dynAllowed("overlay")->vlansIs("Ethernet1", "30");
 //    bridge.run();                            // until nothing is left to do
 //    bridge.advance(10);                      // seconds
 //
@@ -32,6 +34,9 @@
 #include "records/Bridging/FdbConfig.h"
 #include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/SviMappingState.h"
+#include "records/Bridging/Input/AllowedVlans.h"
+#include "records/Bridging/Input/TrunkGroup.h"
+#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
@@ -154,6 +159,7 @@ class TestBridge {
       selector = nullptr;
       sm = nullptr;
       library = nullptr;
+      dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make(); // it is the process's own
    }
    void restart() {
       stop();
@@ -213,6 +219,24 @@ class TestBridge {
       cli->internalVlanRangeIs({.min = min, .max = max});
       cli->internalVlanAllocationPolicyIs(policy);
    }
+
+   // Dynamic sources: made where there is none of that name.
+   Kem::Ptr<Bridging::Input::VlanIdSet> dynVlans(Kem::Name const& name, Kem::String8 const& vlans,
+                                                 uint32_t priority = 0) {
+      auto const source = dynamicSource<Bridging::Input::VlanIdSet>(dynVlanDir, name);
+      source->configPriorityIs(priority);
+      source->vlansIs(vlans);
+      return source;
+   }
+   void dynVlansDel(Kem::Name const& name) { dynVlanDir->entityPtrDel(name); }
+   Kem::Ptr<Bridging::Input::AllowedVlans> dynAllowed(Kem::Name const& name) {
+      return dynamicSource<Bridging::Input::AllowedVlans>(dynAllowedVlanDir, name);
+   }
+   // A port in a trunk group of the source.
+   void dynTrunkGroup(Kem::Name const& name, Kem::String8 const& group, Sulvi::IntfId intfId) {
+      dynAllowed(name)->trunkGroupIs(group)->intfListIs(intfId, true);
+   }
+   void dynAllowedDel(Kem::Name const& name) { dynAllowedVlanDir->entityPtrDel(name); }
 
    // --- Interfaces.
    Kem::Ptr<Interface::EthIntfConfig> intf(Sulvi::IntfId intfId) {
@@ -274,6 +298,19 @@ class TestBridge {
       config->vlanConfig().forEach([&](Bridging::VlanId vlanId, auto const&) { numbers.push_back(vlanId); });
       std::sort(numbers.begin(), numbers.end());
       return numbers;
+   }
+   // Who the resolved VLAN is from.
+   std::string sourceOf(uint16_t vlanId) const {
+      auto const vlan = resolvedVlan(vlanId);
+      return vlan ? vlan->configSource().str() : "";
+   }
+   // The dynamic sources that claim the VLAN, in their order.
+   std::vector<std::string> claimants(uint16_t vlanId) const {
+      std::vector<std::string> names;
+      if (auto const source = dynVlanSrcTable->dynVlanSrc(vlanId))
+         for (auto const& [name, isClaimed] : source->vlanSource())
+            names.push_back(name.str());
+      return names;
    }
    // "access 10": mode in effect and native VLAN.
    std::string mode(Sulvi::IntfId intfId) const {
@@ -374,6 +411,16 @@ class TestBridge {
              (text.empty() ? "" : ", ") + key.text() + " to " + std::to_string(mapping.mappedVlanId.value()) +
              (mapping.mappedInnerVlanId == 0 ? "" : "/" + std::to_string(mapping.mappedInnerVlanId.value()));
       return text;
+   }
+   template <class T>
+   static Kem::Ptr<T> dynamicSource(Kem::Ptr<Kem::Dir> const& dir, Kem::Name const& name) {
+      auto standing = dir->entity<T>(name);
+      if (!standing) {
+         standing = T::make();
+         standing->nameIs(name);
+         dir->entityPtrIs(standing);
+      }
+      return standing;
    }
 
    Kem::VirtualTime time_{startTime};

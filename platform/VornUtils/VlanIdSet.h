@@ -27,6 +27,20 @@ class VlanIdSet {
          members_.reset(number);
    }
    void doClear() { members_.reset(); }
+   // All members of another set at once, 64 numbers at a time.
+   VlanIdSet& operator|=(VlanIdSet const& other) {
+      members_ |= other.members_;
+      return *this;
+   }
+   VlanIdSet& operator-=(VlanIdSet const& other) {
+      members_ &= ~other.members_;
+      return *this;
+   }
+   // The numbers that are in one of both only.
+   VlanIdSet& operator^=(VlanIdSet const& other) {
+      members_ ^= other.members_;
+      return *this;
+   }
 
    size_t size() const { return members_.count(); }
    bool empty() const { return members_.none(); }

@@ -49,6 +49,16 @@ TEST(VlanIdSet, visitsItsMembersInOrder) {
    EXPECT_EQ(seen, (std::vector<int>{7, 9, 10, 300}));
 }
 
+TEST(VlanIdSet, takesPutsAndComparesAllMembersOfAnotherSet) {
+   VlanIdSet set, other;
+   computeVlanSet(set, "1-10,100");
+   computeVlanSet(other, "5-12,4094");
+   EXPECT_EQ((VlanIdSet(set) |= other).text(), "1-12,100,4094");
+   EXPECT_EQ((VlanIdSet(set) -= other).text(), "1-4,100");
+   EXPECT_EQ((VlanIdSet(set) ^= other).text(), "1-4,11-12,100,4094");
+   EXPECT_TRUE((VlanIdSet(set) ^= set).empty());
+}
+
 TEST(ComputeVlanSet, addsToWhatIsThere) {
    VlanIdSet set;
    set.vlanIs(5);

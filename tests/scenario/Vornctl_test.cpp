@@ -46,6 +46,30 @@ struct VornctlTest : testing::Test {
    }
 };
 
+TEST_F(VornctlTest, showsWhatDynamicSourcesAskFor) {
+   Agent agent(database);
+   configure();
+   for (char const* source : {"overlay", "lab"})
+      done({"create", std::string("bridging/input/dynvlan/vlan/") + source, "Bridging::Input::VlanIdSet"});
+   done({"set", "bridging/input/dynvlan/vlan/overlay.configPriority", "20"});
+   done({"set", "bridging/input/dynvlan/vlan/overlay.vlans", "\"10,300\""});
+   done({"set", "bridging/input/dynvlan/vlan/lab.vlans", "\"300\""});
+   settle();
+   EXPECT_EQ(shown({"show", "dynamic-vlan"}), "VLAN  Source   Priority  Status            Other claims\n"
+                                              "----  -------  --------  ----------------  ------------\n"
+                                              "10    overlay        20  waits behind cli\n"
+                                              "300   overlay        20  exists            lab 0\n");
+   EXPECT_EQ(shownJson({"show", "dynamic-vlan", "300"})["dynamicVlans"]["300"]["source"], "overlay");
+   EXPECT_EQ(vornctl({"show", "dynamic-vlan", "11"}).status, 1);
+   // A trunk that a source widens.
+   EXPECT_EQ(vornctl({"why", "Et25", "300"}).status, 1);
+   done({"create", "bridging/input/dynvlan/allowedvlan/overlay", "Bridging::Input::AllowedVlans"});
+   done({"set", "bridging/input/dynvlan/allowedvlan/overlay.vlans[Ethernet25]", "\"300\""});
+   settle();
+   EXPECT_THAT(shown({"why", "Et25", "300"}), HasSubstr("> Trunk groups   VLAN 300 has none"));
+   EXPECT_THAT(shown({"why", "Et25", "300"}), HasSubstr("allowed by the dynamic source overlay\n"));
+}
+
 TEST_F(VornctlTest, showsWhatTheAgentResolved) {
    Agent agent(database);
    configure();

@@ -124,6 +124,14 @@ void addShow(CLI::App& app, Options& options) {
               shows(options, showMacStaticParts,
                     [&](SwitchState const& state) { return showMacStatic(state, vlanOf(options), format); }))
        ->add_option("VLAN", options.vlan, "Number of a VLAN");
+   addCommand(
+       show, options, "dynamic-vlan", "VLANs that dynamic sources claim, and whose settings each has",
+       "A VLAN that the chosen input holds too is static, and its claims wait.\n"
+       "  vornctl show dynamic-vlan\n"
+       "  vornctl show dynamic-vlan 30              one, with each claim on it",
+       shows(options, showDynamicVlanParts,
+             [&](SwitchState const& state) { return showDynamicVlan(state, vlanOf(options), format); }))
+       ->add_option("ID", options.vlan, "Number of a VLAN");
    addCommand(show, options, "internal-vlan", "Internal VLANs of routed ports, and routed ports without one",
               "  vornctl show internal-vlan",
               shows(options, showInternalVlanParts,

@@ -1,5 +1,6 @@
 #include "Explanation.h"
 
+#include "DynamicSources.h"
 #include "Inputs.h"
 #include "Table.h"
 #include "Words.h"
@@ -57,12 +58,29 @@ std::string byNumber(uint32_t priority) {
    return " by its number " + std::to_string(priority);
 }
 
-std::string vlanFinding(Bridging::VlanConfig const& vlan) {
+namespace {
+
+// Who among dynamic sources asks for the VLAN, and what became of that; empty when none does.
+std::string claimsFinding(SwitchState const& state, Bridging::VlanConfig const& vlan) {
+   auto const sources = dynVlanSources(state);
+   auto const claims = claimsOf(sources, vlan.vlanId());
+   if (claims.empty())
+      return "";
+   std::string const staticInput = staticInputOf(state, vlan.vlanId());
+   if (!staticInput.empty())
+      return "; claims of dynamic sources wait: " + claimsText(claims);
+   return ", a dynamic VLAN; claimed by " + claimsText(claims);
+}
+
+} // namespace
+
+std::string vlanFinding(SwitchState const& state, Bridging::VlanConfig const& vlan) {
    std::string const name = vlan.configuredName().str();
    if (vlan.internal())
       return "exists: the internal VLAN of " + name;
    std::string const source = vlan.configSource().str();
-   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source);
+   return "exists" + (name.empty() ? "" : ": \"" + name + '"') + (source.empty() ? "" : ", from " + source) +
+          claimsFinding(state, vlan);
 }
 
 void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
@@ -75,6 +93,13 @@ void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<
       if (i != winner && inputs[i].config->vlanConfig().find(vlanId))
          others.push_back(inputs[i].name + ' ' + std::to_string(inputs[i].vlanPriority()));
    std::string const lost = others.empty() ? "" : "; lost with it: " + joined(others);
+   auto const sources = dynVlanSources(state);
+   if (auto const claims = claimsOf(sources, vlanId);
+       !claims.empty() && staticInputOf(state, vlanId).empty()) {
+      out.decide(false, "VLAN", "claimed by " + claimsText(claims) + ", but the agent has not made it yet");
+      out.advise("see whether the agent is running and has work waiting (vornctl show backlog)");
+      return;
+   }
    if (winner == inputs.size()) {
       out.decide(false, "VLAN",
                  "doesn't exist: no input takes part in the choice of VLANs, each has vlanConfigPriority 0" +

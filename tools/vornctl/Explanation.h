@@ -51,7 +51,7 @@ Json rulesJson(Explanation const& explanation);
 // --- Findings that several questions share.
 // The priority with which an input competes, as it is printed after the input's name.
 std::string byNumber(uint32_t priority);
-std::string vlanFinding(Bridging::VlanConfig const& vlan);
+std::string vlanFinding(SwitchState const& state, Bridging::VlanConfig const& vlan);
 // Decides that the VLAN isn't there, and says why.
 void explainMissingVlan(Explanation& out, SwitchState const& state, std::vector<Input> const& inputs,
                         Bridging::VlanId vlanId);

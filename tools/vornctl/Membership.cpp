@@ -1,5 +1,6 @@
 #include "Membership.h"
 
+#include "DynamicSources.h"
 #include "Json.h"
 #include "RoutedPort.h"
 #include "Words.h"
@@ -17,13 +18,16 @@ namespace {
 using Bridging::SwitchportMode;
 using Vorn::MembershipRule;
 
-// What the rules look at, with the sets that it refers to. No dynamic source gives a port trunk groups yet.
+// What the rules look at, with the sets that it refers to.
 class PortFacts {
   public:
    PortFacts(SwitchState const& state, Bridging::Input::SwitchIntfConfig const& record,
              Bridging::SwitchIntfConfig const& resolved)
-       : state_(state), record_(record), resolved_(resolved), allowed_(Vorn::allowedVlans(record).vlans),
-         asym_(Vorn::asymVlans(record).vlans) {}
+       : state_(state), record_(record), resolved_(resolved), allowed_(allowedVlans(state, record)),
+         asym_(Vorn::asymVlans(record).vlans) {
+      for (auto const& each : dynTrunkGroupsOf(state, record.intfId()))
+         dynTrunkGroup_.findOrInsert(Kem::String8(each.group), [] { return true; });
+   }
    Vorn::MembershipFacts facts() const {
       return {record_, resolved_, allowed_, asym_, dynTrunkGroup_, *state_.config};
    }
@@ -33,7 +37,7 @@ class PortFacts {
    Bridging::Input::SwitchIntfConfig const& record_;
    Bridging::SwitchIntfConfig const& resolved_;
    VornUtils::VlanIdSet const allowed_, asym_;
-   Vorn::TrunkGroups const dynTrunkGroup_;
+   Vorn::TrunkGroups dynTrunkGroup_; // of dynamic sources
 };
 
 // One question: the rules share what they are asked about.
@@ -55,6 +59,7 @@ class Question {
    void privateVlan();
    void allowed();
    void notAllowed();
+   void mvrpOnly();
    void trunkGroups();
 
    void decide(char const* name, std::string const& finding) { out_.decide(isMember_, name, finding); }
@@ -213,12 +218,35 @@ void Question::privateVlan() {
 
 void Question::allowed() {
    auto const allowed = Vorn::allowedVlans(port_.record);
-   out_.note("Allowed VLANs",
-             "the list " + allowed.list.str() + " (" + allowed.attribute + ") has " + vlanText());
+   auto const allowers = allowersOf(state_, port_.record, vlan_.vlanId());
+   std::string const listed =
+       "the list " + allowed.list.str() + " (" + allowed.attribute + ") has " + vlanText();
+   std::string const given = std::string("allowed by ") +
+                             (allowers.size() == 1 ? "the dynamic source " : "dynamic sources ") +
+                             joined(allowers);
+   bool const isListed = allowed.vlans.vlan(vid()) &&
+                         !(Vorn::takesDynamicVlans(port_.record) && mvrpOnlyVlans(state_).vlan(vid()));
+   out_.note("Allowed VLANs", allowers.empty() ? listed : isListed ? listed + "; also " + given : given);
+}
+
+// The list has it, and a VLAN of that kind is in no list.
+void Question::mvrpOnly() {
+   auto const input = Vorn::bestVlanInput(*state_.inputs);
+   decide("Allowed VLANs",
+          std::string("the source ") + Vorn::mvrpSource + " asks for " + vlanText() + ", and " +
+              (input ? input->name().str() + ", which gives the VLANs, lacks it" : "no input gives it") +
+              ": such a VLAN is in no port's list, whatever that says");
+   out_.advise("hold " + vlanText() + " in the input that gives the VLANs");
+   if (Vorn::takesDynAllowedVlans(port_.record))
+      out_.advise("or have a dynamic source allow it: add it to "
+                  "bridging/input/dynvlan/allowedvlan/SOURCE.vlans[" +
+                  port_.intfId.stringValue().str() + ']');
 }
 
 void Question::notAllowed() {
    auto const allowed = Vorn::allowedVlans(port_.record);
+   if (allowed.vlans.vlan(vid()))
+      return mvrpOnly();
    std::string const list = allowed.list.empty() ? "the empty list" : "the list " + allowed.list.str();
    std::string finding = list + " (" + allowed.attribute + ") lacks " + vlanText();
    if (!Vorn::hasVlanSets(port_.intfId))
@@ -237,16 +265,23 @@ void Question::trunkGroups() {
    if (rule_ == MembershipRule::noTrunkGroups)
       return decide(name, vlanText() + " has none, so it is open to every trunk");
    std::vector<std::string> wanted;
-   std::vector<std::string> const own = sortedTexts(port_.record.trunkGroup());
+   std::vector<std::string> own = sortedTexts(port_.record.trunkGroup());
    for (std::string const& group : sortedTexts(vlan_.trunkGroup()))
       if (vlan_.trunkGroup(Kem::String8(group)))
          wanted.push_back(group);
+   auto const given = dynTrunkGroupsOf(state_, port_.intfId);
    if (isMember_) {
       auto const shared = std::find_first_of(own.begin(), own.end(), wanted.begin(), wanted.end());
-      return decide(name, vlanText() + " is open to trunks of " +
-                              (shared != own.end() ? "group " + *shared + ", which the port has"
-                                                   : "a group that a dynamic source gave the port"));
+      if (shared != own.end())
+         return decide(name, vlanText() + " is open to trunks of group " + *shared + ", which the port has");
+      auto const gift =
+          std::find_first_of(given.begin(), given.end(), wanted.begin(), wanted.end(),
+                             [](DynTrunkGroup const& a, std::string const& b) { return a.group == b; });
+      return decide(name, vlanText() + " is open to trunks of group " + gift->group +
+                              ", which the dynamic source " + gift->source + " gives the port");
    }
+   for (auto const& each : given)
+      own.push_back(each.group + " from " + each.source);
    std::string const open =
        wanted.empty() ? " is open to no trunk" : " is open to trunks of " + joined(wanted) + " only";
    decide(name,

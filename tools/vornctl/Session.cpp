@@ -78,6 +78,8 @@ SwitchState Session::fetch(Part parts) {
    // Inputs come before what refers to them.
    mount(Part::inputs, state.inputs, "ri", "bridging/input/config");
    mount(Part::chosen, state.chosen, "r", "bridging/switchIntfConfig");
+   mount(Part::dynamic, state.dynVlans, "ri", "bridging/input/dynvlan/vlan");
+   mount(Part::dynamic, state.dynAllowedVlans, "ri", "bridging/input/dynvlan/allowedvlan");
    mount(Part::interfaces, state.ethIntfConfig, "r", "interface/config/eth/intf");
    mount(Part::interfaces, state.ethIntfStatus, "r", "interface/status/eth/intf");
    mount(Part::causes, state.causes, "ri", "interface/errdisable/cause");

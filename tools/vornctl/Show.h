@@ -46,6 +46,10 @@ std::string showInputs(SwitchState const& state, Format const& format);
 inline constexpr Part showMacStaticParts = Part::config | Part::inputs;
 std::string showMacStatic(SwitchState const& state, std::optional<Bridging::VlanId> vlanId,
                           Format const& format);
+// VLANs that dynamic sources claim, all or one with each claim on it; Absent when none claims that VLAN.
+inline constexpr Part showDynamicVlanParts = Part::config | Part::inputs | Part::dynamic;
+std::string showDynamicVlan(SwitchState const& state, std::optional<Bridging::VlanId> vlanId,
+                            Format const& format);
 
 // Internal VLANs of routed ports, and the routed ports that have none.
 inline constexpr Part showInternalVlanParts = Part::config | Part::interfaces | Part::causes;

@@ -23,6 +23,10 @@ struct SwitchState {
    Kem::Ptr<Bridging::SwitchIntfConfigDir> chosen; // the record that won for each port
    // --- What publishers want; a directory of Bridging::Input::Config.
    Kem::Ptr<Kem::Dir> inputs;
+   // --- What dynamic sources ask for: directories of Bridging::Input::VlanIdSet and of
+   // Bridging::Input::AllowedVlans.
+   Kem::Ptr<Kem::Dir> dynVlans;
+   Kem::Ptr<Kem::Dir> dynAllowedVlans;
    // --- Interfaces.
    Kem::Ptr<Interface::EthIntfConfigDir> ethIntfConfig;
    Kem::Ptr<Interface::EthIntfStatusDir> ethIntfStatus;
@@ -45,6 +49,7 @@ enum class Part : uint32_t {
    causes = 1 << 4, // causes and errdisable
    agentStatus = 1 << 5,
    agentPid = 1 << 6,
+   dynamic = 1 << 7, // dynVlans and dynAllowedVlans
 };
 constexpr Part operator|(Part a, Part b) {
    return static_cast<Part>(static_cast<uint32_t>(a) | static_cast<uint32_t>(b));

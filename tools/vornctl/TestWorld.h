@@ -9,10 +9,13 @@
 
 #include "records/Bridging/EthGroup.h"
 #include "records/Bridging/FdbConfig.h"
+#include "records/Bridging/Input/AllowedVlans.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/Input/TrunkGroup.h"
 #include "records/Bridging/Input/VlanConfig.h"
+#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
 #include "records/Errdisable/CauseStatus.h"
@@ -31,7 +34,11 @@ using Bridging::SwitchportMode;
 struct TestWorld {
    TestWorld() {
       // The directories on the way give the inputs their place: "bridging/input/config/cli".
-      state.inputs = below(below(below(root, "bridging"), "input"), "config");
+      auto const inputRoot = below(below(root, "bridging"), "input");
+      state.inputs = below(inputRoot, "config");
+      auto const dynvlan = below(inputRoot, "dynvlan");
+      state.dynVlans = below(dynvlan, "vlan");
+      state.dynAllowedVlans = below(dynvlan, "allowedvlan");
       state.causes = below(root, "cause");
       state.config = Bridging::Config::make();
       state.chosen = Bridging::SwitchIntfConfigDir::make();
@@ -73,6 +80,24 @@ struct TestWorld {
       auto const made = state.config->vlanConfigIs(number);
       made->configuredNameIs(name);
       made->configSourceIs("cli");
+      return made;
+   }
+   // A dynamic source of VLANs, and one that widens ports.
+   Kem::Ptr<Bridging::Input::VlanIdSet> dynVlans(char const* name, char const* vlans, uint32_t priority) {
+      auto const made = entity<Bridging::Input::VlanIdSet>(state.dynVlans, name);
+      made->vlansIs(vlans);
+      made->configPriorityIs(priority);
+      return made;
+   }
+   Kem::Ptr<Bridging::Input::AllowedVlans> dynAllowed(char const* name) {
+      return entity<Bridging::Input::AllowedVlans>(state.dynAllowedVlans, name);
+   }
+   // A VLAN that the agent made for that source.
+   Kem::Ptr<Bridging::VlanConfig> dynamicVlan(uint16_t number, char const* source) {
+      auto const made = state.config->vlanConfigIs(number);
+      made->configuredNameIs("VLAN" + std::string(4 - std::to_string(number).size(), '0') +
+                             std::to_string(number));
+      made->configSourceIs(source);
       return made;
    }
    Kem::Ptr<Bridging::VlanConfig> internalVlan(uint16_t number, char const* port) {

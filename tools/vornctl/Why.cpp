@@ -1,5 +1,6 @@
 #include "Why.h"
 
+#include "DynamicSources.h"
 #include "Failures.h"
 #include "Inputs.h"
 #include "Json.h"
@@ -186,7 +187,7 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
       explainMissingVlan(out, state, inputs, vlanId);
       return out;
    }
-   out.note("VLAN", vlanFinding(*vlan));
+   out.note("VLAN", vlanFinding(state, *vlan));
    if (auto const role = roleText(*state.config, *vlan); !role.empty())
       out.note("VLAN role", isCpu || !vlan->intf().find(port) || primaryOf(*state.config, *vlan) == 0
                                 ? role

@@ -12,8 +12,8 @@
 
 namespace Vornctl {
 
-inline constexpr Part whyParts =
-    Part::config | Part::chosen | Part::inputs | Part::interfaces | Part::causes | Part::agentPid;
+inline constexpr Part whyParts = Part::config | Part::chosen | Part::inputs | Part::dynamic |
+                                 Part::interfaces | Part::causes | Part::agentPid;
 
 struct WhyAnswer {
    bool isMember = false; // in the resolved configuration

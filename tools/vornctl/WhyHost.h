@@ -13,7 +13,7 @@
 
 namespace Vornctl {
 
-inline constexpr Part whyHostParts = Part::config | Part::inputs | Part::agentPid;
+inline constexpr Part whyHostParts = Part::config | Part::inputs | Part::dynamic | Part::agentPid;
 
 // `isMember` of the answer is whether the VLAN has the address, as a host or as a group. An address that nobody
 // has and a VLAN that doesn't exist are explained.
