@@ -35,6 +35,7 @@ Agent::Agent(Intent const& intent, Survivors const& survivors, double now, PortO
    settings_.rangeMax = intent_.settings->rangeMax;
    takeOver();
    handleSelectedInput();
+   startSources();
    std::vector<std::string> ports;
    for (auto const& [intf, record] : chosen_)
       if (record)
@@ -124,6 +125,30 @@ void Agent::changed(Change const& change) {
       break;
    case Change::reserved:
       tell({bridgeSettings, ""}, 1, change.key);
+      break;
+   case Change::source:
+      tell({sourceDir, ""}, 0, change.name);
+      if (intent_.sources.contains(change.name))
+         deliverAll();
+      break;
+   case Change::sourceVlans:
+   case Change::sourceGroup:
+      if (auto const found = sources_.find(change.name);
+          found != sources_.end() && found->second == intent_.sources.at(change.name))
+         tell({source, change.name}, change.what);
+      break;
+   case Change::widener:
+      tell({widenerDir, ""}, 0, change.name);
+      if (intent_.wideners.contains(change.name))
+         deliverAll();
+      break;
+   case Change::widenerList:
+   case Change::widenerGroup:
+   case Change::widenerGroupMember:
+      if (auto const found = wideners_.find(change.name);
+          found != wideners_.end() && found->second == intent_.wideners.at(change.name))
+         tell({widener, change.name}, change.what == Change::widenerList ? 0 : 1,
+              change.what == Change::widenerList ? change.key : std::string());
       break;
    case Change::inputFdb:
       if (inputOf())
@@ -275,6 +300,20 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
       return handlePortCopy(name, told);
    case portConfig:
       return handleShut(name);
+   case sourceDir:
+      return handleSource(told.key);
+   case source:
+      if (told.attribute == Change::sourceVlans)
+         return handleSourceVlans(name);
+      return handleSourceGroups(name);
+   case widenerDir:
+      return handleWidener(told.key);
+   case widener:
+      if (told.attribute == 0)
+         return handleAllowedVlans(told.key);
+      for (auto const& [intf, port] : ports_)
+         handleDynamicGroups(intf);
+      return;
    case inputFdb: {
       std::istringstream place(told.key);
       unsigned vlan = 0;

@@ -87,6 +87,10 @@ class Agent {
       portCopy,
       portConfig,
       portStatus,
+      sourceDir,
+      source, // one of VLANs
+      widenerDir,
+      widener,  // one of what trunks may carry
       inputFdb, // hosts and groups: one of an input and VLAN
    };
    using FollowerId = std::pair<Follower, std::string>;
@@ -148,6 +152,26 @@ class Agent {
    void handleVlanIntf(std::string const& intf);
    bool hasVlanIntf(unsigned number) const;
 
+   // --- Dynamic VLANs, and what sources add to trunks (AgentDynamic.cpp).
+   void startSources();
+   void handleSource(std::string const& name);
+   void handleSourceVlans(std::string const& name);
+   void handleSourceGroups(std::string const& name);
+   void giveUpClaims(std::string const& name, VlanSet const& wanted);
+   std::string bestSource(unsigned number) const;
+   bool isStatic(unsigned number) const;
+   void dynamicVlanIs(unsigned number, std::string const& name);
+   void dynamicVlanDel(unsigned number);
+   void dynamicVlanPassesTo(unsigned number, std::string const& name);
+   void handleVlanNoLongerStatic(unsigned number);
+   void syncOnAllPorts(unsigned number);
+   void computeAllAllowed(bool syncs);
+   void handleWidener(std::string const& name);
+   void handleAllowedVlans(std::string const& intf);
+   void handleDynamicGroups(std::string const& intf);
+   std::set<std::string> dynamicGroupsOf(std::string const& intf) const;
+   VlanSet trunkVlans(std::string const& intf, VlanSet allowed) const;
+
    // --- Static hosts and groups (AgentHosts.cpp).
    void handleFdb(std::string const& name, unsigned number);
    void handleFdbs(std::string const& name);
@@ -165,15 +189,14 @@ class Agent {
    std::map<unsigned, MergedFdb> resolvedFdbs() const;
 
    // --- Ports (AgentPorts.cpp).
-   static inline std::set<unsigned> const noVlans;
    struct PortState {
       Port copy;
       std::shared_ptr<Port const> record; // that the copy follows
       std::set<PortAttr> pending;
       std::shared_ptr<IntfConfig const> config;
       std::shared_ptr<IntfStatus const> status;
-      std::set<unsigned> const* allowed = &noVlans;
-      std::set<unsigned> const* asym = &noVlans;
+      VlanSet allowed, asym;
+      std::set<std::string> dynamicGroups;
       bool isInitialized = false;
    };
    void stagePort(std::string const& intf);
@@ -251,6 +274,9 @@ class Agent {
    std::map<std::string, PortState> ports_;
    std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library says
    std::map<unsigned, Role> roles_;
+   std::map<std::string, std::shared_ptr<Source>> sources_; // that are followed
+   std::map<std::string, std::shared_ptr<Widener>> wideners_;
+   std::map<unsigned, std::set<std::string>> claims_;                              // by VLAN: the sources
    std::map<unsigned, MergedFdb> fdbs_;                                            // by VLAN
    std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN
    std::map<std::pair<std::string, std::string>, std::shared_ptr<std::set<std::string>>> followedGroups_;

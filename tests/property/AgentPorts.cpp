@@ -17,10 +17,6 @@ bool isForwarding(Port const& copy) {
    return copy.enabled && copy.mode != tap && copy.mode != tool;
 }
 
-bool isTrunkLike(int mode) {
-   return mode == trunk || mode == tap || mode == tool;
-}
-
 bool intersects(std::set<std::string> const& a, std::set<std::string> const& b) {
    return std::any_of(a.begin(), a.end(), [&](auto const& name) { return b.contains(name); });
 }
@@ -202,9 +198,11 @@ void Agent::initializePort(std::string const& intf) {
    auto& out = resolved_[intf];
    out.mode = mode;
    out.native = native;
-   port.allowed = port.asym = &noVlans;
+   port.allowed.reset();
+   port.asym.reset();
    computeAsym(intf);
    computeAllowed(intf);
+   port.dynamicGroups = dynamicGroupsOf(intf);
    syncAllVlans(intf);
    syncFlags(intf);
    out.tpid = port.copy.tpid;
@@ -366,9 +364,10 @@ void Agent::computeAllowed(std::string const& intf) {
       return;
    auto& port = ports_.at(intf);
    auto const& copy = port.copy;
-   port.allowed = &vlansOf(copy.mode == tap    ? copy.tapAllowed
-                           : copy.mode == tool ? copy.toolAllowed
-                                               : copy.trunkAllowed);
+   if (copy.mode == tap || copy.mode == tool)
+      port.allowed = vlansOf(copy.mode == tap ? copy.tapAllowed : copy.toolAllowed);
+   else
+      port.allowed = trunkVlans(intf, vlansOf(copy.trunkAllowed));
 }
 
 void Agent::computeAsym(std::string const& intf) {
@@ -377,9 +376,9 @@ void Agent::computeAsym(std::string const& intf) {
    auto& port = ports_.at(intf);
    auto& out = resolved_.at(intf);
    bool const isAsym = !port.copy.asym.empty() && port.copy.mode == access;
-   port.asym = isAsym ? &vlansOf(port.copy.asym) : &noVlans;
+   port.asym = isAsym ? vlansOf(port.copy.asym) : VlanSet();
    out.takesTagged = !isAsym;
-   out.filters = !isAsym || port.asym->contains(port.copy.accessVlan);
+   out.filters = !isAsym || port.asym.test(port.copy.accessVlan);
    out.isAsym = isAsym;
 }
 
@@ -428,11 +427,12 @@ bool Agent::isMember(std::string const& intf, unsigned number) const {
    if (out.mode == tunnel)
       return out.native == number;
    if (out.isAsym && out.mode == access)
-      return port.asym->contains(number);
+      return port.asym.test(number);
    if (out.mode == access)
       return isAccessMember(port.copy, out.native, number);
-   return port.allowed->contains(number) &&
-          (vlan.trunkGroups.empty() || intersects(vlan.trunkGroups, port.copy.trunkGroups));
+   return port.allowed.test(number) &&
+          (vlan.trunkGroups.empty() || intersects(vlan.trunkGroups, port.copy.trunkGroups) ||
+           intersects(vlan.trunkGroups, port.dynamicGroups));
 }
 
 bool Agent::isAccessMember(Port const& copy, unsigned native, unsigned number) const {

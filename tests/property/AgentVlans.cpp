@@ -30,6 +30,11 @@ void Agent::handleSelectedInput() {
          handleVlan(number);
       }
    }
+   // Claimed VLANs that the former input held, and had no copy of yet.
+   for (auto const& [number, claims] : std::map(claims_))
+      if (!isStatic(number) && !vlans_.contains(number))
+         handleVlanNoLongerStatic(number);
+   computeAllAllowed(true);
    stageAllVlans();
 }
 
@@ -37,7 +42,7 @@ void Agent::handleSelectedInput() {
 void Agent::handleVlan(unsigned number) {
    if (auto const state = vlanStates_.find(number); state != vlanStates_.end())
       return; // the copy's own handlers go on
-   resolvedVlanDel(number);
+   handleVlanNoLongerStatic(number);
 }
 
 void Agent::resolvedVlanDel(unsigned number) {
@@ -65,6 +70,9 @@ void Agent::stageVlan(unsigned number) {
    auto const state = vlanStates_.find(number);
    if (!in && state == vlanStates_.end()) {
       vlanBacklog_.erase(number);
+      if (auto const left = vlans_.find(number);
+          left != vlans_.end() ? !left->second.internal : claims_.contains(number))
+         handleVlanNoLongerStatic(number); // it left before it had a copy
    } else if (!in || state == vlanStates_.end() || !(*in == state->second.copy)) {
       vlanBacklog_.insert(number);
       arm(Stage::vlans);
@@ -125,7 +133,7 @@ void Agent::vlanCopyDel(unsigned number) {
       retireVlan(number);
    forget({vlanCopy, std::to_string(number)});
    vlanStates_.erase(state);
-   resolvedVlanDel(number);
+   handleVlanNoLongerStatic(number);
 }
 
 // --- The life of one VLAN.
@@ -140,6 +148,10 @@ void Agent::initializeVlan(unsigned number) {
    ++births_.vlans[number];
    tell({privateVlans, ""});
    out.source = selected_->name;
+   // What only the protocol asked for is the lists' to allow from now on.
+   if (auto const claims = claims_.find(number);
+       claims != claims_.end() && claims->second == std::set<std::string>{"mvrp"})
+      computeAllAllowed(false);
    out.name = state.copy.name;
    syncTrunkGroups(number);
    handleAdminState(number);

@@ -5,6 +5,7 @@
 // deleted stays as long as somebody still holds it.
 #pragma once
 
+#include <bitset>
 #include <map>
 #include <memory>
 #include <set>
@@ -14,6 +15,9 @@
 namespace Model {
 
 enum Mode { access = 0, trunk = 1, tunnel = 2, tap = 3, tool = 4, routed = 5 };
+
+constexpr unsigned lastVlan = 4094;
+using VlanSet = std::bitset<lastVlan + 1>; // by number
 
 constexpr unsigned routedModel = 5;     // of an interface's forwarding model
 constexpr unsigned agentsPriority = 10; // of its default records
@@ -45,6 +49,18 @@ struct Port {
    std::set<unsigned> mappedSecondaries{};
    bool mapsAllSecondaries = false, mapsOnTrunk = false, tagsIdentity = false;
 };
+
+// Of these modes a port has allowed VLANs.
+constexpr bool isTrunkLike(int mode) {
+   return mode == trunk || mode == tap || mode == tool;
+}
+
+// The VLAN that the record names for its mode, where a port can only have one that exists; 0 for other modes.
+constexpr unsigned configuredNative(Port const& port) {
+   return port.mode == trunk                           ? port.trunkNative
+          : port.mode == access || port.mode == tunnel ? port.accessVlan
+                                                       : 0;
+}
 
 // Attributes of a port's record, in the order of the record.
 enum class PortAttr {
@@ -91,6 +107,19 @@ struct Input {
    std::map<unsigned, std::shared_ptr<Fdb>> fdbs{}; // by VLAN
 };
 
+// What one dynamic source asks for.
+struct Source {
+   std::string vlans{}; // a list
+   unsigned priority = 0;
+   std::set<std::string> trunkGroups{};
+};
+
+// What one dynamic source adds to trunks.
+struct Widener {
+   std::map<std::string, std::string> lists{};                             // of VLANs, by port
+   std::map<std::string, std::shared_ptr<std::set<std::string>>> groups{}; // ports by trunk group
+};
+
 struct IntfConfig {
    bool isShut = false;
 };
@@ -122,7 +151,9 @@ struct Intent {
    std::map<std::string, std::shared_ptr<IntfConfig>> intfConfigs;
    std::map<std::string, std::shared_ptr<IntfStatus>> intfStatuses;
    std::map<std::string, VlanIntf> vlanIntfs; // by name
-   std::vector<unsigned> supportedModes;      // of forwarding, by index
+   std::map<std::string, std::shared_ptr<Source>> sources;
+   std::map<std::string, std::shared_ptr<Widener>> wideners;
+   std::vector<unsigned> supportedModes; // of forwarding, by index
    bool isRoutedByDefault = false;
 };
 
@@ -140,15 +171,22 @@ struct Change {
       intfConfigShut, // of port `key` changed
       intfStatus,     // of port `key` came or went
       intfStatusModel,
-      vlanIntf,    // `key` came or went
-      setting,     // `attribute` of the command line's settings
-      fid,         // of VLAN `number`
-      reserved,    // address `key`
-      inputFdb,    // the hosts and groups of VLAN `number` of the input `name` came or went
-      inputHost,   // host `key` of VLAN `number` of the input `name`
-      inputGroup,  // group `key` of it came or went
-      groupMember, // port `member` of that group
-      hardware,    // the list of its forwarding modes
+      vlanIntf,           // `key` came or went
+      setting,            // `attribute` of the command line's settings
+      fid,                // of VLAN `number`
+      reserved,           // address `key`
+      source,             // `name` came or went
+      sourceVlans,        // its list or its rank
+      sourceGroup,        // its trunk group `key`
+      widener,            // `name` came or went
+      widenerList,        // its list for port `key`
+      widenerGroup,       // its trunk group `key` came or went
+      widenerGroupMember, // port `member` of that group
+      inputFdb,           // the hosts and groups of VLAN `number` of the input `name` came or went
+      inputHost,          // host `key` of VLAN `number` of the input `name`
+      inputGroup,         // group `key` of it came or went
+      groupMember,        // port `member` of that group
+      hardware,           // the list of its forwarding modes
    } what;
    std::string name{};
    std::string key{};
@@ -158,6 +196,6 @@ struct Change {
 };
 
 // The VLANs of a list; an item that isn't a number or a range from 1 to 4094 doesn't count.
-std::set<unsigned> const& vlansOf(std::string const& list);
+VlanSet const& vlansOf(std::string const& list);
 
 } // namespace Model

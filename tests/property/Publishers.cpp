@@ -51,6 +51,8 @@ void fill(Bridging::Input::SwitchIntfConfig& record, Port const& port) {
 Publishers::Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell)
     : intent_(intent), tell_(std::move(tell)) {
    inputDir_ = sw.publish<Kem::Dir>("bridging/input/config");
+   sourceDir_ = sw.publish<Kem::Dir>("bridging/input/dynvlan/vlan");
+   widenerDir_ = sw.publish<Kem::Dir>("bridging/input/dynvlan/allowedvlan");
    cli_ = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
    intfConfigs_ = sw.publish<Interface::EthIntfConfigDir>("interface/config/eth/intf");
    intfStatuses_ = sw.publish<Interface::EthIntfStatusDir>("interface/status/eth/intf");
@@ -81,6 +83,10 @@ std::string Publishers::perform(Kind kind, Dice dice) {
       return changeIntf(dice);
    case Kind::vlanIntf:
       return changeVlanIntf(dice);
+   case Kind::source:
+      return changeSource(dice);
+   case Kind::widener:
+      return changeWidener(dice);
    case Kind::host:
       return changeHost(dice);
    case Kind::setting:

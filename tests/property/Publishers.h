@@ -9,7 +9,9 @@
 
 #include "Vorn/testing/TestSwitch.h"
 #include "records/Bridging/HwCapabilities.h"
+#include "records/Bridging/Input/AllowedVlans.h"
 #include "records/Bridging/Input/CliConfig.h"
+#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Interface/EthIntfConfigDir.h"
 #include "records/Interface/EthIntfStatusDir.h"
 #include "records/Interface/VlanIntfConfigDir.h"
@@ -57,6 +59,8 @@ class Publishers {
       vlanIntf,
       setting,
       host,
+      source,
+      widener,
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
       plainPort,  // a port has nothing but its interface, which is up
       modelGone,  // its forwarding model isn't known
@@ -103,6 +107,8 @@ class Publishers {
    std::string changeVlanIntf(Dice dice);
    std::string changeSetting(Dice dice);
    std::string changeHost(Dice dice);
+   std::string changeSource(Dice dice);
+   std::string changeWidener(Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
    std::string changeOtherModels(Dice dice, unsigned model);
@@ -116,13 +122,19 @@ class Publishers {
    void portIs(std::string const& input, std::string const& intf, Port const& port);
    void portDel(std::string const& input, std::string const& intf);
    void settingChanged(Setting setting);
+   Kem::Ptr<Bridging::Input::VlanIdSet> sourceRecord(std::string const& name) const;
+   void sourceComes(std::string const& name, Source const& content);
+   void sourceGoes(std::string const& name);
+   Kem::Ptr<Bridging::Input::AllowedVlans> widenerRecord(std::string const& name) const;
+   void widenerComes(std::string const& name, Widener const& content);
+   void widenerGoes(std::string const& name);
    void intfComes(std::string const& intf, unsigned forwardingModel);
    void intfGoes(std::string const& intf);
    void rangeIs(unsigned min, unsigned max);
 
    Intent& intent_;
    std::function<void(Change const&)> const tell_;
-   Kem::Ptr<Kem::Dir> inputDir_;
+   Kem::Ptr<Kem::Dir> inputDir_, sourceDir_, widenerDir_;
    Kem::Ptr<Bridging::Input::CliConfig> cli_;
    Kem::Ptr<Interface::EthIntfConfigDir> intfConfigs_;
    Kem::Ptr<Interface::EthIntfStatusDir> intfStatuses_;

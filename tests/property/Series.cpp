@@ -57,7 +57,8 @@ Series makeSeries(uint64_t seed, unsigned length) {
        Kind::priority, Kind::priority, Kind::publisher, Kind::publisher, Kind::vlan, Kind::vlan,
        Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::port,      Kind::port, Kind::port,
        Kind::port,     Kind::port,     Kind::port,      Kind::port,      Kind::intf, Kind::intf,
-       Kind::vlanIntf, Kind::setting,  Kind::host,      Kind::host,      Kind::host};
+       Kind::vlanIntf, Kind::setting,  Kind::host,      Kind::host,      Kind::host, Kind::source,
+       Kind::source,   Kind::source,   Kind::widener,   Kind::widener};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};

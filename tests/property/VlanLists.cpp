@@ -12,8 +12,8 @@ unsigned listedNumber(std::string const& text) {
 }
 } // namespace
 
-std::set<unsigned> const& vlansOf(std::string const& list) {
-   static std::map<std::string, std::set<unsigned>> known; // worked out once for each
+VlanSet const& vlansOf(std::string const& list) {
+   static std::map<std::string, VlanSet> known; // worked out once for each
    auto const [entry, isNew] = known.try_emplace(list);
    auto& vlans = entry->second;
    if (!isNew)
@@ -29,7 +29,7 @@ std::set<unsigned> const& vlansOf(std::string const& list) {
       if (first < 1 || last > 4094)
          continue;
       for (unsigned vlan = first; vlan <= last; ++vlan)
-         vlans.insert(vlan);
+         vlans.set(vlan);
    }
    return vlans;
 }
