@@ -150,7 +150,9 @@ struct WholeIntent {
          if (isBoths || vlan % 4 != 0)
             overlay += (overlay.empty() ? "" : ",") + std::to_string(vlan);
       }
-      Json widened = Json::object(), members = Json::object();
+      Json widened = Json::object(), members = Json::object(), learned = Json::object();
+      for (int port = 4; port <= ports; port += 4)
+         learned[portName(port)] = protocol;
       for (int port = 2; port <= ports; port += 4)
          widened[portName(port)] = std::to_string(vlans / 2 + 1) + "-" + std::to_string(vlans);
       for (int port = 1; port <= ports; port += 4)
@@ -162,6 +164,8 @@ struct WholeIntent {
                 {"vlans", overlay},
                 {"configPriority", 20},
                 {"trunkGroup", {{"tunnels", true}}}}},
+              {"bridging/input/dynvlan/allowedvlan/mvrp",
+               {{"$type", "Bridging::Input::AllowedVlans"}, {"vlans", learned}}},
               {"bridging/input/dynvlan/allowedvlan/overlay",
                {{"$type", "Bridging::Input::AllowedVlans"},
                 {"vlans", widened},
