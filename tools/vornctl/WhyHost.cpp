@@ -7,6 +7,7 @@
 
 #include "Kem/Printable.h"
 #include "Vorn/Rules/BestInput.h"
+#include "records/Bridging/EthGroup.h"
 
 namespace Vornctl {
 
