@@ -120,7 +120,10 @@ Kem::String8 DynVlans::getDynVlanConfigSource(Bridging::VlanId vlanId) const {
 // --- Resolved VLANs.
 
 bool DynVlans::isDynamic(Bridging::VlanId vlanId) const {
-   return made_.vlan(vlanId) && !parent_.vlanConfigAfterCodef(vlanId);
+   if (!made_.vlan(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+      return false;
+   auto const* const vlan = parent_.config().vlanConfig().find(vlanId); // somebody else may have deleted it
+   return vlan && !(*vlan)->internal();
 }
 
 bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& configSrcName,

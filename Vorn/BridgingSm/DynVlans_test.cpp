@@ -133,6 +133,23 @@ TEST_F(DynVlansTest, whatHappensWhileNothingIsDeliveredIsCaughtUpWith) {
    EXPECT_EQ(groups(8), Names{"a"});
 }
 
+TEST_F(DynVlansTest, vlanThatSomebodyElseDeletedIsMissedByNobody) {
+   bridge.start();
+   auto const a = bridge.dynVlans("a", "7", 10);
+   bridge.dynVlans("b", "7", 20);
+   bridge.run();
+   bridge.config->vlanConfigDel(7);
+   a->configPriorityIs(30);
+   a->trunkGroupIs("x", true);
+   bridge.run();
+   bridge.dynVlansDel("b");
+   bridge.run();
+   EXPECT_EQ(bridge.claimants(7), Names{"a"});
+   bridge.dynVlansDel("a");
+   bridge.run();
+   EXPECT_EQ(bridge.resolvedVlans(), Numbers{});
+}
+
 // --- The source of record.
 
 TEST_F(DynVlansTest, greatestNameIsTheSourceAmongEqualPriorities) {

@@ -27,7 +27,7 @@ struct DynamicVlansTest : testing::Test {
       bridge.settle();
    }
    void allow(std::string const& source, std::string const& intf, std::string const& vlans) {
-      if (!bridge.stands(allowances + source))
+      if (!bridge.exists(allowances + source))
          bridge.done({"create", allowances + source, "Bridging::Input::AllowedVlans"});
       bridge.set(allowances + source + ".vlans[" + intf + "]", '"' + vlans + '"');
       bridge.settle();
@@ -40,7 +40,7 @@ struct DynamicVlansTest : testing::Test {
    // Who the resolved VLAN is from, and its name: "overlay VLAN0300"; "none" where there is no such VLAN.
    std::string vlan(int number) {
       std::string const selector = "bridging/config.vlanConfig[" + std::to_string(number) + "]";
-      if (!bridge.stands(selector))
+      if (!bridge.exists(selector))
          return "none";
       Json const record = bridge.read(selector);
       return record["configSource"].get<std::string>() + ' ' + record["configuredName"].get<std::string>();
