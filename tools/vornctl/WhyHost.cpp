@@ -73,12 +73,12 @@ bool explainFdbVlan(Explanation& out, SwitchState const& state, Bridging::VlanId
    }
    if (vlan->internal()) {
       out.decide(false, "VLAN",
-                 vlanFinding(*vlan) + ", a routed port, and internal VLANs have no static hosts");
+                 vlanFinding(state, *vlan) + ", a routed port, and internal VLANs have no static hosts");
       out.advise("make it an ordinary one, bridging/input/config/cli.vlanConfig[" + textOf(vlanId) +
                  "]: the routed port then takes another number");
       return false;
    }
-   out.note("VLAN", vlanFinding(*vlan));
+   out.note("VLAN", vlanFinding(state, *vlan));
    auto const* const fid = state.config->vidToFidMap().find(vlanId);
    if (fid && *fid != 0) {
       std::string const database = std::to_string(fid->value());
