@@ -4,8 +4,8 @@
 // isn't mapped onto another filtering database, and some input holds hosts or groups for it. Otherwise it has
 // neither.
 //
-// Owned by BridgingConfigSm, which initializes it behind the VLANs and calls handleFdbConfig for each VLAN that
-// comes or goes.
+// Owned by BridgingConfigSm, which initializes it behind the VLANs and calls handleFdbConfig for each VLAN
+// that comes or goes.
 #pragma once
 
 #include "Kem/StateMachine.h"

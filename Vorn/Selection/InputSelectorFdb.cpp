@@ -1,7 +1,7 @@
 // The static hosts and groups of the inputs: an InputFdbConfigSm for each VLAN of each input, and the merged
 // record that those of a VLAN share.
 
-#include "Vorn/Selection/InputSelectorSm.h"
+#include "Vorn/Selection/InputSelectorConfig.h"
 
 namespace Vorn {
 

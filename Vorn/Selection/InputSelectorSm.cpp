@@ -5,6 +5,7 @@
 #include "Sulvi/IntfKind.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/Rules/BestInput.h"
+#include "Vorn/Selection/InputSelectorConfig.h"
 
 #include <map>
 
@@ -42,6 +43,10 @@ InputSelectorSm::InputSelectorSm(InputSelectorInputs inputs) : in_(std::move(inp
 }
 
 InputSelectorSm::~InputSelectorSm() = default;
+
+void InputSelectorSm::forEachPart(Kem::PartVisitor const& visit) {
+   visit(kemInputDir_, kemEthIntfConfigDir_, kemCliConfig_, kemBridgingHwCapabilities_, config_);
+}
 
 // --- Inputs come and go.
 

@@ -3,22 +3,21 @@
 // Every publisher owns one Bridging::Input::Config in the input directory. The whole input with the greatest
 // vlanConfigPriority gives all VLANs (BridgingConfigSm::configIn). Each port is decided by itself: the input
 // with the greatest switchIntfConfigPriority among those that hold a record for it wins. An input with the
-// priority 0 takes no part; on a tie the input that comes first in the directory, by name, wins. Static hosts and
-// groups are merged address by address, by another rule (InputFdbConfigSm). Settings for the whole bridge come
-// from the command line's input only.
+// priority 0 takes no part; on a tie the input that comes first in the directory, by name, wins. Static hosts
+// and groups are merged address by address, by another rule (InputFdbConfigSm). Settings for the whole bridge
+// come from the command line's input only.
 //
 // It also writes one input of its own, bridgingInputEth: a default record for each port that can be a
 // switchport, so that each has one although nobody configured it.
 //
 // Selection is synchronous: when a priority changes, all that follows has been written before the next
-// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` and `fdbConfigDir` must be
-// there; `bridgingHwCapabilities` may be null.
+// notification. The agent makes it after BridgingConfigSm, and owns it. `cliConfig` and `fdbConfigDir` must
+// be there; `bridgingHwCapabilities` may be null.
 #pragma once
 
 #include "Kem/Dir.h"
 #include "Kem/StateMachine.h"
 #include "Vorn/Selection/FdbContradictions.h"
-#include "Vorn/Selection/InputFdbConfigSm.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/FdbConfigDir.h"
 #include "records/Bridging/HwCapabilities.h"
@@ -49,36 +48,7 @@ class InputSelectorSm final : public Kem::StateMachine {
    explicit InputSelectorSm(InputSelectorInputs inputs);
    ~InputSelectorSm() override;
 
-   // The reactor on one input.
-   struct KemConfig final : Bridging::Input::Config::NotifieeConst {
-      explicit KemConfig(InputSelectorSm& s) : NotifieeConst(this), sm(s) {}
-      void handleInitialized() override;
-      void onVlanConfigPriority() override { handleVlanConfigPriority(); }
-      void onSwitchIntfConfigPriority() override { handleSwitchIntfPriority(); }
-      void onSwitchIntfConfig(Sulvi::IntfId intfId) override { handleSwitchIntfConfig(intfId); }
-      void onSwitchIntfConfigkemImmediate() override { handleSwitchIntfConfig(); }
-      void onFdbConfig(Bridging::VlanId vlanId) override { handleFdbConfig(vlanId); }
-      void onFdbConfigkemImmediate() override { handleFdbConfig(); }
-      void hasNotificationActiveIs(bool isActive) override;
-      void kemDoZombieReactors(bool areZombies) override;
-
-      void handleVlanConfigPriority();
-      void handleSwitchIntfPriority();
-      void handleSwitchIntfConfig(Sulvi::IntfId intfId);
-      void handleSwitchIntfConfig(); // only traces
-      void handleFdbConfig(Bridging::VlanId vlanId);
-      void handleFdbConfig(); // also takes away what the input lacks
-
-      Kem::Ptr<InputFdbConfigSm> inputFdbConfigSm(Bridging::VlanId vlanId) const; // null when there is none
-      void inputFdbConfigSmIs(Kem::Ptr<Bridging::Input::FdbConfig const> const& fdbConfigIn);
-      void inputFdbConfigSmDel(Bridging::VlanId vlanId);
-      // Before the input is followed no more: its hosts and groups go, and those of other inputs take over.
-      void doPrepareToDie();
-      InputSelectorSm& sm;
-
-     private:
-      Kem::HashMap<InputFdbConfigSm, Bridging::VlanId> inputFdbConfigSm_;
-   };
+   struct KemConfig; // the reactor on one input, see InputSelectorConfig.h
 
    // The reactor on the input of that name; null when there is none.
    Kem::Ptr<KemConfig> config(Kem::Name const& name) const;
@@ -124,9 +94,7 @@ class InputSelectorSm final : public Kem::StateMachine {
       void onSupportedForwardingModekemImmediate() override { sm.handleForwardingMode(); }
       InputSelectorSm& sm;
    };
-   void forEachPart(Kem::PartVisitor const& visit) override {
-      visit(kemInputDir_, kemEthIntfConfigDir_, kemCliConfig_, kemBridgingHwCapabilities_, config_);
-   }
+   void forEachPart(Kem::PartVisitor const& visit) override;
    void handleInput();
    void handleInput(Kem::Name const& name);
    void handleSwitchIntfPriority(Bridging::Input::Config const& input);

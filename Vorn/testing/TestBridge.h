@@ -29,7 +29,7 @@
 #include "PrivateVlanLib/LibSm.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/Selection/InputSelectorSm.h"
+#include "Vorn/Selection/InputSelectorConfig.h"
 #include "records/Bridging/EthGroup.h"
 #include "records/Bridging/FdbConfig.h"
 #include "records/Bridging/Input/FdbConfig.h"

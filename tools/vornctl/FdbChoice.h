@@ -1,5 +1,5 @@
-// How the inputs compete for one static host or group: which have the address in a VLAN, which of them decides
-// it by the agent's rule (Vorn/Rules/BestInput.h), and what the agent resolved.
+// How the inputs compete for one static host or group: which have the address in a VLAN, which of them
+// decides it by the agent's rule (Vorn/Rules/BestInput.h), and what the agent resolved.
 #pragma once
 
 #include "SwitchState.h"
@@ -40,13 +40,13 @@ struct FdbChoice {
 };
 
 FdbChoice fdbChoiceOf(SwitchState const& state, Bridging::VlanId vlanId, Sulvi::EthAddr addr);
-// Of the record that the agent resolved for the VLAN; nothing when it has no such address. The host counts where
-// it has both.
+// Of the record that the agent resolved for the VLAN; nothing when it has no such address. The host counts
+// where it has both.
 std::optional<FdbEntry> resolvedFdbEntry(Bridging::Config const& config, Bridging::VlanId vlanId,
                                          Sulvi::EthAddr addr);
 
-// "static host on Ethernet1", "dropped host", "host of type 7 on Ethernet1", "group of Ethernet1 and Ethernet2",
-// "group without members".
+// "static host on Ethernet1", "dropped host", "host of type 7 on Ethernet1", "group of Ethernet1 and
+// Ethernet2", "group without members".
 std::string entryText(FdbEntry const& entry);
 // "forward", "drop", "group", "type 7".
 std::string entryKind(FdbEntry const& entry);

@@ -15,8 +15,8 @@ namespace Vornctl {
 
 inline constexpr Part whyHostParts = Part::config | Part::inputs | Part::dynamic | Part::agentPid;
 
-// `isMember` of the answer is whether the VLAN has the address, as a host or as a group. An address that nobody
-// has and a VLAN that doesn't exist are explained.
+// `isMember` of the answer is whether the VLAN has the address, as a host or as a group. An address that
+// nobody has and a VLAN that doesn't exist are explained.
 WhyAnswer whyHost(SwitchState const& state, Sulvi::EthAddr addr, Bridging::VlanId vlanId,
                   Format const& format);
 
