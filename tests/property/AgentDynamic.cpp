@@ -238,8 +238,8 @@ void Agent::handleDynamicGroups(std::string const& intf) {
 
 std::set<std::string> Agent::dynamicGroupsOf(std::string const& intf) const {
    std::set<std::string> groups;
-   for (auto const& [name, source] : wideners_)
-      for (auto const& [group, members] : source->groups)
+   for (auto const& [name, its] : wideners_)
+      for (auto const& [group, members] : its->groups)
          if (members->contains(intf))
             groups.insert(group);
    return groups;
@@ -256,8 +256,8 @@ VlanSet Agent::trunkVlans(std::string const& intf, VlanSet allowed) const {
    }
    if (intf == unconnectedPort)
       return allowed;
-   for (auto const& [name, source] : wideners_)
-      if (auto const list = source->lists.find(intf); list != source->lists.end())
+   for (auto const& [name, its] : wideners_)
+      if (auto const list = its->lists.find(intf); list != its->lists.end())
          allowed |= vlansOf(list->second);
    return allowed;
 }
