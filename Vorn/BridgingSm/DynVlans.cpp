@@ -138,12 +138,9 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
    resolvedVlans.adminStateIs(*vlanConfig, Bridging::VlanAdminState::active);
    resolvedVlans.configuredNameIs(*vlanConfig, dynVlanName(vlanId));
    resolvedVlans.vlanTypeAndPrimaryVlanIs(*vlanConfig, {}); // sources know of no private VLANs
-   if (wantsCpuPort(parent_.vlanInterfaces(), *vlanConfig)) {
+   if (wantsCpuPort(parent_.vlanInterfaces(), *vlanConfig))
       KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlanId);
-      addCpuPort(*vlanConfig);
-   } else {
-      deleteCpuPort(*vlanConfig); // which the static VLAN that this one follows may have left
-   }
+   resyncCpuPort(parent_, *vlanConfig); // also where the static VLAN that this one follows has left it
    updateTrunkGroup(*vlanConfig, vlanIdSet);
    auto changed = mvrpDynVlan ? doComputeTrunkAllowedVlans() : VornUtils::VlanIdSet();
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) {
@@ -188,9 +185,14 @@ void DynVlans::handleConfigIn() {
       Bridging::VlanId const vlanId = key;
       if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
          continue;
-      if (!isDynamic(vlanId))
+      auto const vlan = parent_.resolvedVlans().vlan(vlanId);
+      if (!isDynamic(vlanId) || !vlan) {
          parent_.handleVlanConfig(vlanId);
-      else if (parent_.resolvedVlans().vlan(vlanId)->configSource() != getDynVlanConfigSource(vlanId))
+         continue;
+      }
+      // What making it again would bring, without the pass over all ports.
+      resyncCpuPort(parent_, *vlan);
+      if (vlan->configSource() != getDynVlanConfigSource(vlanId))
          doPassOn(vlanId); // priorities changed while the former input held it
    }
    doSyncVlans(doComputeTrunkAllowedVlans());

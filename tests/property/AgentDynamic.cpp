@@ -127,11 +127,7 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
    out.source = name;
    out.isSuspended = false;
    out.name = nameOf(number);
-   auto const vlanIntf = intent_.vlanIntfs.find("Vlan" + std::to_string(number));
-   if (vlanIntf != intent_.vlanIntfs.end() && vlanIntf->second.isInUse())
-      out.members["Cpu"] = {.tagged = true};
-   else
-      out.members.erase("Cpu");
+   syncCpuPort(number);
    out.trunkGroups = sources_.at(name)->trunkGroups;
    for (auto const& [intf, port] : ports_) {
       if (!port.isInitialized)
