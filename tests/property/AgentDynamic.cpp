@@ -2,6 +2,7 @@
 
 #include "AgentModel.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -78,6 +79,7 @@ void Agent::giveUpClaims(std::string const& name, VlanSet const& wanted) {
       claims.erase(name);
       if (claims.empty()) {
          claims_.erase(number);
+         madeDynamic_.erase(number);
          dynamicVlanDel(number);
       } else if (!isStatic(number) && vlans_.at(number).source == name) {
          dynamicVlanPassesTo(number, bestSource(number));
@@ -123,6 +125,7 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
    if (!vlans_.contains(number))
       ++births_.vlans[number];
    auto& out = vlans_[number];
+   madeDynamic_.insert(number);
    tell({privateVlans, ""});
    out.source = name;
    out.isSuspended = false;
@@ -130,8 +133,6 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
    syncCpuPort(number);
    out.trunkGroups = sources_.at(name)->trunkGroups;
    for (auto const& [intf, port] : ports_) {
-      if (!port.isInitialized)
-         continue;
       // As with a configured VLAN, ports whose native VLAN it is get it.
       if (port.copy.enabled && configuredNative(port.copy) == number)
          syncModeAndNative(intf);
@@ -144,8 +145,7 @@ void Agent::dynamicVlanDel(unsigned number) {
       return;
    resolvedVlanDel(number);
    for (auto const& [intf, port] : ports_)
-      if (port.isInitialized && port.copy.enabled && port.copy.mode <= tunnel &&
-          resolved_.at(intf).native == number)
+      if (port.copy.enabled && port.copy.mode <= tunnel && resolved_.at(intf).native == number)
          resolved_.at(intf).native = 0;
 }
 
@@ -163,13 +163,32 @@ void Agent::handleVlanNoLongerStatic(unsigned number) {
    computeAllAllowed(true);
 }
 
+// Whether a source has it, and no copy of a static one.
+bool Agent::isDynamic(unsigned number) const {
+   return madeDynamic_.contains(number) && !vlanStates_.contains(number);
+}
+
+// Another input gives the VLANs. What is dynamic stays as it is, but for what making it again would bring.
+void Agent::handleClaimsOfNewChoice() {
+   for (auto const& [number, claims] : std::map(claims_)) {
+      if (isStatic(number))
+         continue;
+      if (!isDynamic(number) || !vlans_.contains(number)) {
+         handleVlanNoLongerStatic(number);
+         continue;
+      }
+      syncCpuPort(number);
+      if (auto const best = bestSource(number); vlans_.at(number).source != best)
+         dynamicVlanPassesTo(number, best);
+   }
+   computeAllAllowed(true);
+}
+
 // What only the protocol asks for has changed, or may have. Without `syncs` the VLANs concerned are looked at
 // when they come up.
 void Agent::computeAllAllowed(bool syncs) {
    VlanSet changed;
    for (auto& [intf, port] : ports_) {
-      if (!port.isInitialized)
-         continue;
       VlanSet const before = port.allowed;
       computeAllowed(intf);
       changed |= before ^ port.allowed;
@@ -183,8 +202,7 @@ void Agent::computeAllAllowed(bool syncs) {
 
 void Agent::syncOnAllPorts(unsigned number) {
    for (auto const& [intf, port] : ports_)
-      if (port.isInitialized)
-         syncVlan(intf, number);
+      syncVlan(intf, number);
 }
 
 // --- Sources that widen trunks.
@@ -193,28 +211,38 @@ void Agent::handleWidener(std::string const& name) {
    auto const found = intent_.wideners.find(name);
    forget({widener, name});
    if (found == intent_.wideners.end()) {
-      if (!wideners_.erase(name))
-         return;
-      for (auto const& [intf, port] : ports_)
-         handleDynamicGroups(intf);
-      for (auto const& [intf, port] : ports_)
-         handleAllowedVlans(intf);
+      if (wideners_.erase(name))
+         handleWidenerReplaced();
       return;
    }
+   bool const isNew = !wideners_.contains(name);
    auto& followed = wideners_[name];
    if (followed == found->second)
       return;
    followed = found->second;
-   for (auto const& [intf, port] : ports_) {
+   if (!isNew)
+      handleWidenerReplaced();
+   for (auto const& [intf, list] : followed->lists)
       handleAllowedVlans(intf);
+   for (auto const& [intf, port] : ports_)
       handleDynamicGroups(intf);
+}
+
+// A port whose VLANs that changes looks at them; the others leave theirs alone.
+void Agent::handleWidenerReplaced() {
+   for (auto const& [intf, port] : ports_)
+      handleDynamicGroups(intf);
+   for (auto const& [intf, port] : ports_) {
+      computeAllowed(intf);
+      if (!port.isAllowedSynced && port.copy.enabled && isTrunkLike(port.copy.mode))
+         syncAllVlans(intf);
    }
 }
 
-// Its lists or groups have changed on the port.
+// What a source lists for the port has changed.
 void Agent::handleAllowedVlans(std::string const& intf) {
    auto const port = ports_.find(intf);
-   if (port == ports_.end() || !port->second.isInitialized)
+   if (port == ports_.end())
       return;
    computeAllowed(intf);
    if (port->second.copy.enabled && isTrunkLike(port->second.copy.mode))
@@ -224,11 +252,17 @@ void Agent::handleAllowedVlans(std::string const& intf) {
 // The port's groups are those that a source gives it now.
 void Agent::handleDynamicGroups(std::string const& intf) {
    auto const port = ports_.find(intf);
-   if (port == ports_.end() || !port->second.isInitialized)
+   if (port == ports_.end())
       return;
-   if (std::exchange(port->second.dynamicGroups, dynamicGroupsOf(intf)) == port->second.dynamicGroups)
-      return;
-   if (port->second.copy.enabled && port->second.copy.mode == trunk)
+   auto const before = std::exchange(port->second.dynamicGroups, dynamicGroupsOf(intf));
+   auto const& now = port->second.dynamicGroups;
+   auto const& own = port->second.copy.trunkGroups;
+   bool const gains = std::any_of(now.begin(), now.end(), [&](auto const& group) {
+      return !before.contains(group) && !own.contains(group); // its own counts already
+   });
+   bool const loses =
+       std::any_of(before.begin(), before.end(), [&](auto const& group) { return !now.contains(group); });
+   if ((gains || loses) && port->second.copy.enabled && port->second.copy.mode == trunk)
       syncAllVlans(intf);
 }
 

@@ -164,9 +164,12 @@ class Agent {
    void dynamicVlanDel(unsigned number);
    void dynamicVlanPassesTo(unsigned number, std::string const& name);
    void handleVlanNoLongerStatic(unsigned number);
+   void handleClaimsOfNewChoice();
+   bool isDynamic(unsigned number) const;
    void syncOnAllPorts(unsigned number);
    void computeAllAllowed(bool syncs);
    void handleWidener(std::string const& name);
+   void handleWidenerReplaced();
    void handleAllowedVlans(std::string const& intf);
    void handleDynamicGroups(std::string const& intf);
    std::set<std::string> dynamicGroupsOf(std::string const& intf) const;
@@ -196,6 +199,7 @@ class Agent {
       std::shared_ptr<IntfConfig const> config;
       std::shared_ptr<IntfStatus const> status;
       VlanSet allowed, asym;
+      bool isAllowedSynced = true; // since they changed last, all VLANs were looked at
       std::set<std::string> dynamicGroups;
       bool isInitialized = false;
    };
@@ -276,8 +280,9 @@ class Agent {
    std::map<unsigned, Role> roles_;
    std::map<std::string, std::shared_ptr<Source>> sources_; // that are followed
    std::map<std::string, std::shared_ptr<Widener>> wideners_;
-   std::map<unsigned, std::set<std::string>> claims_;                              // by VLAN: the sources
-   std::map<unsigned, MergedFdb> fdbs_;                                            // by VLAN
+   std::map<unsigned, std::set<std::string>> claims_; // by VLAN: the sources
+   std::set<unsigned> madeDynamic_;                   // claimed ones that were made, or taken over
+   std::map<unsigned, MergedFdb> fdbs_;               // by VLAN
    std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN
    std::map<std::pair<std::string, std::string>, std::shared_ptr<std::set<std::string>>> followedGroups_;
    std::set<unsigned> vlanBacklog_;

@@ -364,10 +364,13 @@ void Agent::computeAllowed(std::string const& intf) {
       return;
    auto& port = ports_.at(intf);
    auto const& copy = port.copy;
+   VlanSet const before = port.allowed;
    if (copy.mode == tap || copy.mode == tool)
       port.allowed = vlansOf(copy.mode == tap ? copy.tapAllowed : copy.toolAllowed);
    else
       port.allowed = trunkVlans(intf, vlansOf(copy.trunkAllowed));
+   if (before != port.allowed)
+      port.isAllowedSynced = false;
 }
 
 void Agent::computeAsym(std::string const& intf) {
@@ -400,6 +403,7 @@ void Agent::syncFlooding(std::string const& intf) {
 // --- Membership.
 
 void Agent::syncAllVlans(std::string const& intf) {
+   ports_.at(intf).isAllowedSynced = true;
    for (auto const& [number, vlan] : vlans_)
       syncVlan(intf, number);
 }

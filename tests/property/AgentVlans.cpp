@@ -26,16 +26,13 @@ void Agent::handleSelectedInput() {
       if (isWanted && vlans_.at(number).internal) {
          resolvedVlanDel(number);
          claimed(number);
-      } else if (!routedPort_.contains(number) && !startupRoutedPort_.contains(number) && !isWanted) {
+      } else if (!routedPort_.contains(number) && !startupRoutedPort_.contains(number) && !isWanted &&
+                 !isDynamic(number)) {
          handleVlan(number);
       }
    }
-   // Claimed VLANs that the former input held, and had no copy of yet.
-   for (auto const& [number, claims] : std::map(claims_))
-      if (!isStatic(number) && !vlans_.contains(number))
-         handleVlanNoLongerStatic(number);
-   computeAllAllowed(true);
    stageAllVlans();
+   handleClaimsOfNewChoice();
 }
 
 // A copy was made or deleted, or a VLAN has lost its input.
