@@ -6,6 +6,7 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace Vorn {
 
@@ -87,6 +88,7 @@ void DynVlans::dynVlanSmDel(Kem::String8 const& name) {
    // What only that source asked for, and others claim, is again for the trunks' lists to allow.
    mvrp_ = nullptr;
    touched_ |= mvrpOnly_.only;
+   havePortsComputed_ = false;
    mvrpOnly_ = {};
    doSyncVlans(doComputeTrunkAllowedVlans());
 }
@@ -229,20 +231,23 @@ VornUtils::VlanIdSet const& DynVlans::mvrpOnly() {
    if (mvrpOnly_.configIn != configIn || mvrpOnly_.version != version || !(mvrpOnly_.asked == asked)) {
       auto const only = mvrpOnlyVlans(asked, configIn.ptr());
       touched_ |= VornUtils::VlanIdSet(mvrpOnly_.only) ^= only;
+      havePortsComputed_ = havePortsComputed_ && mvrpOnly_.only == only;
       mvrpOnly_ = {configIn, version, asked, only};
    }
    return mvrpOnly_.only;
 }
 
 VornUtils::VlanIdSet DynVlans::doComputeTrunkAllowedVlans() {
+   doComputePorts();
+   return std::exchange(touched_, {});
+}
+
+void DynVlans::doComputePorts() {
    mvrpOnly();
-   auto const changed = touched_;
-   if (changed.empty())
-      return changed;
-   touched_.doClear();
+   if (std::exchange(havePortsComputed_, true))
+      return;
    parent_.switchIntfSm().forEach(
        [](Sulvi::IntfId, auto const& port) { port->doComputeTrunkAllowedVlans(); });
-   return changed;
 }
 
 void DynVlans::doSyncVlans(VornUtils::VlanIdSet const& vlans) {

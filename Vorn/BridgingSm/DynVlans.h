@@ -72,6 +72,8 @@ class DynVlans final : public Kem::StateMachine {
    // All ports compute their allowed VLANs, if that set has changed since they all did last.
    // Returns the VLANs that came into it or left it since, for the caller to sync.
    VornUtils::VlanIdSet doComputeTrunkAllowedVlans();
+   // The same for who syncs no VLANs: those concerned wait for the next caller of the other.
+   void doComputePorts();
    void doSyncVlans(VornUtils::VlanIdSet const& vlans); // those that are resolved, on all ports
 
   private:
@@ -100,8 +102,9 @@ class DynVlans final : public Kem::StateMachine {
    DynVlanSms dynVlanSm_;
    Kem::Ptr<DynVlanSm> mvrp_; // the one of that name; null when there is none
    MvrpOnly mvrpOnly_;
-   VornUtils::VlanIdSet touched_; // came into mvrpOnly() or left it since all ports last computed
-   VornUtils::VlanIdSet made_;    // claimed VLANs that were made here
+   VornUtils::VlanIdSet touched_;   // came into mvrpOnly() or left it since they were last handed to a caller
+   bool havePortsComputed_ = false; // with mvrpOnly() as it is
+   VornUtils::VlanIdSet made_;      // claimed VLANs that were made here
    KemDynVlanDir kemDynVlanDir_{*this};
 };
 

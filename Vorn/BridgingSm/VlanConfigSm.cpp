@@ -153,9 +153,8 @@ void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
 // VLAN that others claim too triggers nothing.
 void VlanConfigSm::doMaybeUpdateTrunkAllowedVlans() {
    KEM_INVARIANT(initialized(), "initialized()");
-   if (!parent_.dynVlans().isClaimedByMvrpOnly(vlanId_))
-      return;
-   parent_.switchIntfSm().forEach([](Sulvi::IntfId, auto const& sm) { sm->doComputeTrunkAllowedVlans(); });
+   if (parent_.dynVlans().isClaimedByMvrpOnly(vlanId_))
+      parent_.dynVlans().doComputePorts();
 }
 
 } // namespace Vorn

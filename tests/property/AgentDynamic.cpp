@@ -32,7 +32,8 @@ void Agent::handleSource(std::string const& name) {
       if (sources_.contains(name))
          giveUpClaims(name, {});
       sources_.erase(name);
-      computeAllAllowed(true);
+      if (name == protocol)
+         computeAllAllowed(true);
       return;
    }
    auto& followed = sources_[name];
@@ -63,7 +64,8 @@ void Agent::handleSourceVlans(std::string const& name) {
       claims_[number].insert(name);
    }
    giveUpClaims(name, wanted);
-   computeAllAllowed(true);
+   if (name == protocol)
+      computeAllAllowed(true);
    // One that has lowered its rank keeps none that another one ranks above.
    for (auto const& [number, claims] : claims_)
       if (!isStatic(number) && vlans_.at(number).source == name)
@@ -184,20 +186,31 @@ void Agent::handleClaimsOfNewChoice() {
    computeAllAllowed(true);
 }
 
-// What only the protocol asks for has changed, or may have. Without `syncs` the VLANs concerned are looked at
-// when they come up.
+// Ports compute what they may carry where that has changed by what only the protocol asks for. Without `syncs`
+// the VLANs concerned are looked at when they come up.
 void Agent::computeAllAllowed(bool syncs) {
-   VlanSet changed;
-   for (auto& [intf, port] : ports_) {
-      VlanSet const before = port.allowed;
-      computeAllowed(intf);
-      changed |= before ^ port.allowed;
-   }
+   if (VlanSet const now = lookAtProtocol(); std::exchange(allComputedWith_, now) != now)
+      for (auto const& [intf, port] : ports_)
+         computeAllowed(intf);
    if (!syncs)
       return;
+   VlanSet const changed = std::exchange(protocolChanges_, {});
    for (auto const& [number, vlan] : vlans_)
       if (changed.test(number))
          syncOnAllPorts(number);
+}
+
+// What only the protocol asks for, at this moment.
+VlanSet const& Agent::lookAtProtocol() {
+   VlanSet now;
+   if (auto const learned = sources_.find(protocol); learned != sources_.end())
+      now = vlansOf(learned->second->vlans);
+   if (selected_)
+      for (auto const& [number, vlan] : selected_->vlans)
+         now.reset(number);
+   protocolChanges_ |= now ^ protocolOnly_;
+   protocolOnly_ = now;
+   return protocolOnly_;
 }
 
 void Agent::syncOnAllPorts(unsigned number) {
@@ -276,14 +289,8 @@ std::set<std::string> Agent::dynamicGroupsOf(std::string const& intf) const {
 }
 
 // What a trunk may carry: its list, without what only the protocol asks for, and with what sources add.
-VlanSet Agent::trunkVlans(std::string const& intf, VlanSet allowed) const {
-   if (auto const learned = sources_.find(protocol); learned != sources_.end()) {
-      VlanSet asked = vlansOf(learned->second->vlans);
-      if (selected_)
-         for (auto const& [number, vlan] : selected_->vlans)
-            asked.reset(number);
-      allowed &= ~asked;
-   }
+VlanSet Agent::trunkVlans(std::string const& intf, VlanSet allowed) {
+   allowed &= ~lookAtProtocol();
    if (intf == unconnectedPort)
       return allowed;
    for (auto const& [name, its] : wideners_)

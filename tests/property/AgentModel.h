@@ -173,7 +173,8 @@ class Agent {
    void handleAllowedVlans(std::string const& intf);
    void handleDynamicGroups(std::string const& intf);
    std::set<std::string> dynamicGroupsOf(std::string const& intf) const;
-   VlanSet trunkVlans(std::string const& intf, VlanSet allowed) const;
+   VlanSet trunkVlans(std::string const& intf, VlanSet allowed);
+   VlanSet const& lookAtProtocol();
 
    // --- Static hosts and groups (AgentHosts.cpp).
    void handleFdb(std::string const& name, unsigned number);
@@ -281,8 +282,10 @@ class Agent {
    std::map<std::string, std::shared_ptr<Source>> sources_; // that are followed
    std::map<std::string, std::shared_ptr<Widener>> wideners_;
    std::map<unsigned, std::set<std::string>> claims_; // by VLAN: the sources
-   std::set<unsigned> madeDynamic_;                   // claimed ones that were made, or taken over
-   std::map<unsigned, MergedFdb> fdbs_;               // by VLAN
+   VlanSet allComputedWith_;                // what only the protocol asks for, when all ports computed last
+   VlanSet protocolOnly_, protocolChanges_; // as last looked at; what has changed since all ports computed
+   std::set<unsigned> madeDynamic_;         // claimed ones that were made, or taken over
+   std::map<unsigned, MergedFdb> fdbs_;     // by VLAN
    std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN
    std::map<std::pair<std::string, std::string>, std::shared_ptr<std::set<std::string>>> followedGroups_;
    std::set<unsigned> vlanBacklog_;
