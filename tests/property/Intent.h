@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Model {
@@ -21,7 +22,7 @@ constexpr char agentsInput[] = "eth"; // the agent's own input: a default record
 
 // Role of a VLAN among private VLANs.
 struct Role {
-   unsigned type = 0; // 1 for a secondary
+   unsigned type = 0; // 1 for a secondary; others are carried
    unsigned primary = 0;
    bool operator==(Role const&) const = default;
 };
@@ -34,6 +35,12 @@ struct Vlan {
    bool operator==(Vlan const&) const = default;
 };
 
+// The tags of a frame, outer and inner; 0 for none.
+using Tags = std::pair<unsigned, unsigned>;
+
+std::string tagsText(Tags const& tags); // "10/0"
+Tags tagsOf(std::string const& text);
+
 struct Port {
    bool enabled = true;
    int mode = access;
@@ -42,6 +49,8 @@ struct Port {
    std::set<std::string> trunkGroups{};
    bool learns = true, floods = true;
    unsigned tpid = 0x8100;
+   std::map<Tags, Tags> ingress{}, egress{}; // translations
+   unsigned ingressNative = 0, egressNative = 0;
    std::set<unsigned> mappedSecondaries{};
    bool mapsAllSecondaries = false, mapsOnTrunk = false, tagsIdentity = false;
 };
@@ -58,6 +67,10 @@ enum class PortAttr {
    learns,
    floods,
    tpid,
+   ingress,
+   egress,
+   ingressNative,
+   egressNative,
    mappedSecondaries,
    mapsAllSecondaries,
    mapsOnTrunk,
@@ -103,6 +116,13 @@ struct VlanIntf {
    bool isInUse() const { return isEnabled && !isShut; }
 };
 
+// Which secondary VLANs the interface of a primary VLAN serves.
+struct SviMapping {
+   bool servesAll = false;
+   std::set<unsigned> served{};
+   bool operator==(SviMapping const&) const = default;
+};
+
 // Settings of the command line for the whole bridge.
 struct Settings {
    unsigned rangeMin = 1006, rangeMax = 4094;
@@ -112,6 +132,7 @@ struct Settings {
    unsigned forwardingMode = 0;
    std::map<unsigned, unsigned> fids;
    std::set<std::string> reserved;
+   std::map<unsigned, std::shared_ptr<SviMapping>> sviMappings; // by primary
 };
 
 enum class Setting { agingTime, passesPause, forwardingMode, allocationPolicy, range };
@@ -135,15 +156,18 @@ struct Change {
       inputVlan,      // VLAN `number` of the input `name` came or went
       inputPort,      // port `key` of the input `name` came or went
       vlanAttribute,  // `attribute` of VLAN `number` of the input `name`
-      portAttribute,  // `attribute` of port `key` of the input `name`
+      portAttribute,  // `attribute` of port `key` of the input `name`; `member` is the key in a collection
       intfConfig,     // of port `key` came or went
       intfConfigShut, // of port `key` changed
       intfStatus,     // of port `key` came or went
       intfStatusModel,
-      vlanIntf,    // `key` came or went
-      setting,     // `attribute` of the command line's settings
-      fid,         // of VLAN `number`
-      reserved,    // address `key`
+      vlanIntf,   // `key` came or went
+      setting,    // `attribute` of the command line's settings
+      fid,        // of VLAN `number`
+      reserved,   // address `key`
+      sviMapping, // of primary `number` came or went
+      sviServed,  // secondary `key` of it
+      sviServesAll,
       inputFdb,    // the hosts and groups of VLAN `number` of the input `name` came or went
       inputHost,   // host `key` of VLAN `number` of the input `name`
       inputGroup,  // group `key` of it came or went

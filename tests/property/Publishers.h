@@ -57,6 +57,9 @@ class Publishers {
       vlanIntf,
       setting,
       host,
+      role,        // of a VLAN among private VLANs
+      sviMapping,  // of a primary's VLAN interface
+      translation, // of a port
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
       plainPort,  // a port has nothing but its interface, which is up
       modelGone,  // its forwarding model isn't known
@@ -68,6 +71,13 @@ class Publishers {
       trunksLook,    // each trunk port looks at its membership in all VLANs
       bestVlan,      // a VLAN of the best input changes
       inputReplaced, // an input of ports goes and comes back in one turn, with less
+      // About private VLANs, of the best input of VLANs. They take the same VLANs for the same seed.
+      privateVlans,   // a primary with two secondaries, a trunk that maps them, an interface of the primary
+      primaryDeleted, // that primary
+      primaryMade,    // again, or behind its secondaries
+      secondaryMoved, // one of them moves to another primary, or back
+      secondaryReplaced, // it is deleted and made again
+      trunkTranslated,   // the trunk's input gets a translation of the primary VLAN, or loses it
       count
    };
 
@@ -103,6 +113,10 @@ class Publishers {
    std::string changeVlanIntf(Dice dice);
    std::string changeSetting(Dice dice);
    std::string changeHost(Dice dice);
+   std::string changeRole(Dice dice);
+   std::string changeSviMapping(Dice dice);
+   std::string changeTranslation(Dice dice);
+   std::string changePrivateVlans(Kind kind, Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
    std::string changeOtherModels(Dice dice, unsigned model);
@@ -113,6 +127,9 @@ class Publishers {
 
    void vlanIs(std::string const& input, unsigned number, Vlan const& vlan);
    void vlanDel(std::string const& input, unsigned number);
+   void roleIs(std::string const& input, unsigned number, Role const& role); // the VLAN is made first
+   void translationIs(std::string const& input, std::string const& intf, bool isEgress, Tags const& from,
+                      Tags const* to); // null takes it away
    void portIs(std::string const& input, std::string const& intf, Port const& port);
    void portDel(std::string const& input, std::string const& intf);
    void settingChanged(Setting setting);

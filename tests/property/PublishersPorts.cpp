@@ -52,13 +52,15 @@ std::string Publishers::changePortAttribute(Dice& dice, std::string const& input
    auto& is = *intent_.inputs.at(input)->ports.at(intf);
    std::string const place = input + " " + intf + " ";
    std::string const list = dice.oneOf(lists);
-   auto const change = [&](PortAttr attribute, auto& value, auto const& to, auto&& write, auto const& text) {
+   auto const change = [&](PortAttr attribute, auto& value, auto const& to, auto&& write, auto const& text,
+                           std::string const& member = {}) {
       if (value != to) {
          value = to;
          write();
          tell_({.what = Change::portAttribute,
                 .name = input,
                 .key = intf,
+                .member = member,
                 .attribute = static_cast<int>(attribute)});
       }
       return place + text;
@@ -164,7 +166,7 @@ std::string Publishers::changePortAttribute(Dice& dice, std::string const& input
              goes ? record->privateVlanMappingDel(Bridging::VlanId(vlan))
                   : record->privateVlanMappingIs(Bridging::VlanId(vlan), true);
           },
-          "maps secondary VLAN " + std::to_string(vlan) + (goes ? " no more" : ""));
+          "maps secondary VLAN " + std::to_string(vlan) + (goes ? " no more" : ""), std::to_string(vlan));
    }
    }
 }
