@@ -95,6 +95,8 @@ std::string Publishers::perform(Kind kind, Dice dice) {
       return changeSviMapping(dice);
    case Kind::translation:
       return changeTranslation(dice);
+   case Kind::privatePort:
+      return changePrivatePort(dice);
    case Kind::privateVlans:
    case Kind::primaryDeleted:
    case Kind::primaryMade:

@@ -60,6 +60,7 @@ class Publishers {
       role,        // of a VLAN among private VLANs
       sviMapping,  // of a primary's VLAN interface
       translation, // of a port
+      privatePort, // what a port makes of private VLANs
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
       plainPort,  // a port has nothing but its interface, which is up
       modelGone,  // its forwarding model isn't known
@@ -100,7 +101,9 @@ class Publishers {
 
    Kem::Ptr<InputConfig> record(std::string const& input) const;
    std::string someInput(Dice& dice) const;
-   std::shared_ptr<Input> bestVlanInput() const; // null for none, and for one that has just come
+   // Null for none, and for one that has just come.
+   std::shared_ptr<Input> bestVlanInput() const;
+   std::shared_ptr<Input> bestPortInput() const;
    void comes(std::shared_ptr<Input> const& content);
    void goes(std::string const& name);
 
@@ -116,6 +119,7 @@ class Publishers {
    std::string changeRole(Dice dice);
    std::string changeSviMapping(Dice dice);
    std::string changeTranslation(Dice dice);
+   std::string changePrivatePort(Dice dice);
    std::string changePrivateVlans(Kind kind, Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
@@ -132,6 +136,9 @@ class Publishers {
                       Tags const* to); // null takes it away
    void portIs(std::string const& input, std::string const& intf, Port const& port);
    void portDel(std::string const& input, std::string const& intf);
+   // Tells of an attribute; of a key in a collection when `member` is given.
+   void portChanged(std::string const& input, std::string const& intf, PortAttr attribute,
+                    std::string const& member = {});
    void settingChanged(Setting setting);
    void intfComes(std::string const& intf, unsigned forwardingModel);
    void intfGoes(std::string const& intf);

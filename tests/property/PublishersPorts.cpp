@@ -22,6 +22,15 @@ void Publishers::portDel(std::string const& input, std::string const& intf) {
    tell_({.what = Change::inputPort, .name = input, .key = intf});
 }
 
+void Publishers::portChanged(std::string const& input, std::string const& intf, PortAttr attribute,
+                             std::string const& member) {
+   tell_({.what = Change::portAttribute,
+          .name = input,
+          .key = intf,
+          .member = member,
+          .attribute = static_cast<int>(attribute)});
+}
+
 std::string Publishers::changePort(Dice dice) {
    auto const name = someInput(dice);
    std::string const intf = dice.oneOf(ports);
@@ -57,11 +66,7 @@ std::string Publishers::changePortAttribute(Dice& dice, std::string const& input
       if (value != to) {
          value = to;
          write();
-         tell_({.what = Change::portAttribute,
-                .name = input,
-                .key = intf,
-                .member = member,
-                .attribute = static_cast<int>(attribute)});
+         portChanged(input, intf, attribute, member);
       }
       return place + text;
    };

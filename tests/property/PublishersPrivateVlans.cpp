@@ -140,11 +140,7 @@ void Publishers::translationIs(std::string const& input, std::string const& intf
       is.erase(from);
       isEgress ? record->egressVlanXlateDel(key) : record->ingressVlanXlateDel(key);
    }
-   tell_({.what = Change::portAttribute,
-          .name = input,
-          .key = intf,
-          .member = tagsText(from),
-          .attribute = static_cast<int>(isEgress ? PortAttr::egress : PortAttr::ingress)});
+   portChanged(input, intf, isEgress ? PortAttr::egress : PortAttr::ingress, tagsText(from));
 }
 
 // Many keys are those of primary VLANs.
@@ -162,10 +158,7 @@ std::string Publishers::changeTranslation(Dice dice) {
       if (std::exchange(is, vlan) != vlan) {
          auto const written = record(name)->switchIntfConfig(intf);
          isEgress ? written->egressNativeVlanXlateIs(vlan) : written->ingressNativeVlanXlateIs(vlan);
-         tell_({.what = Change::portAttribute,
-                .name = name,
-                .key = intf,
-                .attribute = static_cast<int>(isEgress ? PortAttr::egressNative : PortAttr::ingressNative)});
+         portChanged(name, intf, isEgress ? PortAttr::egressNative : PortAttr::ingressNative);
       }
       return place + (isEgress ? "leaving" : "arriving") + " native translation " + std::to_string(vlan);
    }
@@ -184,6 +177,75 @@ std::string Publishers::changeTranslation(Dice dice) {
    return text;
 }
 
+// --- Ports.
+
+// Of few ports, in the input that gives them, so that it counts.
+std::string Publishers::changePrivatePort(Dice dice) {
+   auto const best = bestPortInput();
+   if (!best)
+      return "nothing";
+   auto const& name = best->name;
+   std::string const intf = ports[dice.below(4)], place = name + " " + intf + " ";
+   if (!best->ports.contains(intf)) {
+      int const mode = dice.chance() ? trunk : access;
+      portIs(name, intf, {.mode = mode, .accessVlan = 1 + dice.below(3), .mapsOnTrunk = dice.chance()});
+      return place + "made for private VLANs, mode " + std::to_string(mode);
+   }
+   auto& is = *best->ports.at(intf);
+   auto const written = record(name)->switchIntfConfig(intf);
+   auto const change = [&](PortAttr attribute, std::string const& text, std::string const& member = {}) {
+      portChanged(name, intf, attribute, member);
+      return place + text;
+   };
+   switch (dice.below(9)) {
+   case 0:
+      if (is.enabled && dice.chance())
+         return "nothing";
+      is.enabled = !is.enabled;
+      written->enabledIs(is.enabled);
+      return change(PortAttr::enabled, is.enabled ? "enabled" : "disabled");
+   case 1:
+   case 2:
+      is.mode = is.mode == trunk ? access : trunk;
+      written->switchportModeIs(static_cast<Bridging::Input::SwitchportMode>(is.mode));
+      return change(PortAttr::mode, "mode " + std::to_string(is.mode));
+   case 3: {
+      unsigned const vlan = 1 + dice.below(dice.chance() ? 3 : 8);
+      if (std::exchange(is.accessVlan, vlan) == vlan)
+         return "nothing";
+      written->accessVlanIs(Bridging::VlanId(vlan));
+      return change(PortAttr::accessVlan, "access VLAN " + std::to_string(vlan));
+   }
+   case 4:
+      is.mapsOnTrunk = !is.mapsOnTrunk;
+      written->trunkPrivateVlanMappingIs(is.mapsOnTrunk);
+      return change(PortAttr::mapsOnTrunk, is.mapsOnTrunk ? "maps primaries" : "maps no primaries");
+   case 5:
+      is.mapsAllSecondaries = !is.mapsAllSecondaries;
+      written->defaultPrivateVlanMappingIs(is.mapsAllSecondaries);
+      return change(PortAttr::mapsAllSecondaries, is.mapsAllSecondaries ? "maps all" : "maps some");
+   case 6:
+   case 7: {
+      unsigned const vlan = 1 + dice.below(8);
+      bool const goes = is.mappedSecondaries.erase(vlan) != 0;
+      if (goes) {
+         written->privateVlanMappingDel(Bridging::VlanId(vlan));
+      } else {
+         is.mappedSecondaries.insert(vlan);
+         written->privateVlanMappingIs(Bridging::VlanId(vlan), true);
+      }
+      return change(PortAttr::mappedSecondaries, (goes ? "maps no " : "maps ") + std::to_string(vlan),
+                    std::to_string(vlan));
+   }
+   default: {
+      Tags const from{1 + dice.below(3), 0}, to{9, 0};
+      bool const goes = is.egress.contains(from);
+      translationIs(name, intf, true, from, goes ? nullptr : &to);
+      return place + "leaving " + tagsText(from) + (goes ? " not translated" : " translated");
+   }
+   }
+}
+
 // --- Steps of chains.
 
 std::string Publishers::changePrivateVlans(Kind kind, Dice dice) {
@@ -194,15 +256,18 @@ std::string Publishers::changePrivateVlans(Kind kind, Dice dice) {
    unsigned const primary = 1 + dice.below(2), other = 3 - primary;
    unsigned const small = 3 + dice.below(2), great = small + 2;
    std::string const intf = dice.oneOf(ports);
-   auto const& port = best->ports.find(intf);
+   auto const ofPorts = bestPortInput();
    switch (kind) {
    case Kind::privateVlans:
       roleIs(name, primary, {});
       roleIs(name, other, {});
       roleIs(name, small, {.type = 1, .primary = primary});
       roleIs(name, great, {.type = 1, .primary = primary});
-      if (port == best->ports.end())
-         portIs(name, intf, {.mode = trunk, .mapsOnTrunk = true});
+      if (ofPorts) {
+         if (ofPorts->ports.contains(intf))
+            portDel(ofPorts->name, intf);
+         portIs(ofPorts->name, intf, {.enabled = !dice.chance(4), .mode = trunk, .mapsOnTrunk = true});
+      }
       if (std::string const vlanIntf = "Vlan" + std::to_string(primary);
           !intent_.vlanIntfs.contains(vlanIntf)) {
          vlanIntfs_->intfConfigIs(vlanIntf);
@@ -230,18 +295,20 @@ std::string Publishers::changePrivateVlans(Kind kind, Dice dice) {
       auto const vlan = best->vlans.find(small);
       if (vlan == best->vlans.end())
          return "nothing";
-      Vlan const again = *vlan->second;
+      Vlan again = *vlan->second;
+      again.name = again.name == "one" ? "other" : "one";
       vlanDel(name, small);
       vlanIs(name, small, again);
       return name + " VLAN " + std::to_string(small) + ", a secondary, deleted and made again";
    }
    default: {
-      if (port == best->ports.end())
+      if (!ofPorts || !ofPorts->ports.contains(intf))
          return "nothing";
       Tags const from{primary, 0}, to{9, 0};
-      bool const goes = port->second->egress.contains(from);
-      translationIs(name, intf, true, from, goes ? nullptr : &to);
-      return name + " " + intf + " leaving " + tagsText(from) + (goes ? " not translated" : " translated");
+      bool const goes = ofPorts->ports.at(intf)->egress.contains(from);
+      translationIs(ofPorts->name, intf, true, from, goes ? nullptr : &to);
+      return ofPorts->name + " " + intf + " leaving " + tagsText(from) +
+             (goes ? " not translated" : " translated");
    }
    }
 }

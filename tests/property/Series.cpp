@@ -67,11 +67,12 @@ Series makeSeries(uint64_t seed, unsigned length) {
    Dice dice(seed * 7919);
    // How often each of the publishers' kinds occurs.
    static constexpr Kind kinds[] = {
-       Kind::priority, Kind::priority, Kind::publisher,  Kind::publisher,  Kind::vlan,       Kind::vlan,
-       Kind::vlan,     Kind::vlan,     Kind::vlan,       Kind::port,       Kind::port,       Kind::port,
-       Kind::port,     Kind::port,     Kind::port,       Kind::port,       Kind::intf,       Kind::intf,
-       Kind::vlanIntf, Kind::setting,  Kind::host,       Kind::host,       Kind::host,       Kind::role,
-       Kind::role,     Kind::role,     Kind::sviMapping, Kind::sviMapping, Kind::translation};
+       Kind::priority, Kind::priority,   Kind::publisher,   Kind::publisher,   Kind::vlan,
+       Kind::vlan,     Kind::vlan,       Kind::vlan,        Kind::vlan,        Kind::port,
+       Kind::port,     Kind::port,       Kind::port,        Kind::port,        Kind::port,
+       Kind::port,     Kind::intf,       Kind::intf,        Kind::vlanIntf,    Kind::setting,
+       Kind::host,     Kind::host,       Kind::host,        Kind::role,        Kind::role,
+       Kind::role,     Kind::sviMapping, Kind::translation, Kind::privatePort, Kind::privatePort};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};
@@ -81,7 +82,7 @@ Series makeSeries(uint64_t seed, unsigned length) {
              {.kind = kind, .seed = theirSeed, .endsTurn = endsTurn, .number = series.operations.size()});
    };
    while (series.operations.size() < length) {
-      if (dice.chance(120)) {
+      if (dice.chance(80)) {
          uint64_t const common = dice.below(0x7fffffff);
          for (auto const& step : someChain(dice))
             add(step.kind, common, step.endsTurn);
