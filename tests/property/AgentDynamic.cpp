@@ -124,15 +124,17 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
    claimed(number);
    if (auto const left = vlans_.find(number); left != vlans_.end() && left->second.internal)
       resolvedVlanDel(number);
-   if (!vlans_.contains(number))
-      ++births_.vlans[number];
+   bool const isNew = !vlans_.contains(number);
    auto& out = vlans_[number];
+   if (isNew)
+      vlanIsBorn(number);
    madeDynamic_.insert(number);
-   tell({privateVlans, ""});
    out.source = name;
-   out.isSuspended = false;
+   if (std::exchange(out.isSuspended, false))
+      touchRelatives(number);
    out.name = nameOf(number);
-   syncCpuPort(number);
+   roleIs(number, {});
+   resyncCpuPort(number);
    out.trunkGroups = sources_.at(name)->trunkGroups;
    for (auto const& [intf, port] : ports_) {
       // As with a configured VLAN, ports whose native VLAN it is get it.
@@ -179,7 +181,7 @@ void Agent::handleClaimsOfNewChoice() {
          handleVlanNoLongerStatic(number);
          continue;
       }
-      syncCpuPort(number);
+      resyncCpuPort(number);
       if (auto const best = bestSource(number); vlans_.at(number).source != best)
          dynamicVlanPassesTo(number, best);
    }

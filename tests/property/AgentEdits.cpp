@@ -7,10 +7,10 @@ namespace Model {
 
 void Agent::vlanEdited(unsigned number, std::function<void(ResolvedVlan&)> const& edit) {
    auto& vlan = vlans_.at(number);
-   Role const before = vlan.role;
-   edit(vlan);
-   if (!(vlan.role == before))
-      tell({privateVlans, ""});
+   ResolvedVlan edited = vlan;
+   edit(edited);
+   roleIs(number, edited.role);
+   vlan = edited;
 }
 
 void Agent::portEdited(std::string const& intf, std::function<void(ResolvedPort&)> const& edit) {

@@ -54,10 +54,10 @@ unsigned Agent::internalVlanOf(std::string const& intf) {
    waiting_.erase(intf);
    routedPort_[number] = intf;
    internalVlan_[intf] = number;
-   if (!vlans_.contains(number))
-      ++births_.vlans[number];
+   bool const isNew = !vlans_.contains(number);
    auto& vlan = vlans_[number];
-   tell({privateVlans, ""});
+   if (isNew)
+      vlanIsBorn(number);
    vlan.internal = true;
    vlan.source = "internal";
    vlan.isSuspended = false;

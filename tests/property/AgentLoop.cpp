@@ -25,7 +25,9 @@ Agent::Agent(Intent const& intent, Survivors const& survivors, double now, PortO
    chosenFrom_ = survivors.outcome.chosen;
    for (auto const& [intf, record] : survivors.chosen)
       chosen_[intf] = survivors.outcome.chosen.at(intf) == agentsInput ? own_->ports.at(intf) : record;
-   followRoles();
+   for (auto const& [number, vlan] : vlans_)
+      handleLibraryVlan(number);
+   forget({primaries, ""}); // there is nobody yet
 
    // The bridge starts on what the last life left; until the selector has run, the agent's own input gives
    // the VLANs.
@@ -45,8 +47,11 @@ Agent::Agent(Intent const& intent, Survivors const& survivors, double now, PortO
    for (auto const& [intf, vlanIntf] : intent_.vlanIntfs)
       handleVlanIntf(intf);
    recoveryTime_ = 0;
-   settings_.fids.clear();
-   settings_.reserved.clear();
+   followedSettings_ = intent_.settings;
+   for (auto const& [primary, secondaries] : std::map(secondaries_))
+      handlePrimary(primary);
+   handleSviMappings();
+   copyAllFidsAndReserved();
    startSelection();
 }
 
@@ -92,7 +97,7 @@ void Agent::changed(Change const& change) {
       auto const entry = ports_.find(change.key);
       auto const& record = intent_.inputs.at(change.name)->ports.at(change.key);
       if (entry != ports_.end() && entry->second.record == record)
-         tell({portEntry, change.key}, change.attribute);
+         tell({portEntry, change.key}, change.attribute, change.member);
       break;
    }
    case Change::intfConfig:
@@ -149,6 +154,16 @@ void Agent::changed(Change const& change) {
           found != wideners_.end() && found->second == intent_.wideners.at(change.name))
          tell({widener, change.name}, change.what == Change::widenerList ? 0 : 1,
               change.what == Change::widenerList ? change.key : std::string());
+      break;
+   case Change::sviMapping:
+      tell({sviMappings, ""}, 0, std::to_string(change.number));
+      break;
+   case Change::sviServed:
+   case Change::sviServesAll:
+      if (auto const found = followedMappings_.find(change.number);
+          found != followedMappings_.end() &&
+          found->second == intent_.settings->sviMappings.at(change.number))
+         tell({oneSviMapping, std::to_string(change.number)}, change.what, change.key);
       break;
    case Change::inputFdb:
       if (inputOf())
@@ -232,7 +247,9 @@ bool Agent::fireTimers() {
       recover();
    bool const hadStages = !armed_.empty();
    for (Stage const stage : std::exchange(armed_, {}))
-      stage == Stage::vlans ? processVlanBacklog() : processPortBacklog();
+      stage == Stage::vlans   ? processVlanBacklog()
+      : stage == Stage::ports ? processPortBacklog()
+                              : lookAtRelatives();
    if (isRecoveryDue && !isStart) {
       if (hadStages)
          deliverBatch();
@@ -284,8 +301,22 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
       if (told.attribute == 0)
          return copyFid(number(told.key));
       return copyReserved(told.key);
-   case privateVlans:
-      return followRoles();
+   case library:
+      return handleLibraryVlan(number(told.key));
+   case libraryRole:
+      return handleLibraryRole(number(name));
+   case libraryPrimary:
+      return handleLibraryPrimary(number(name));
+   case primaries:
+      return handlePrimary(number(told.key));
+   case onePrimary:
+      return handleSecondary(number(name), number(told.key));
+   case sviMappings:
+      return handleSviMapping(number(told.key));
+   case oneSviMapping:
+      if (told.attribute == Change::sviServed)
+         return handleSviServed(number(name), number(told.key));
+      return handleSviServesAll(number(name));
    case vlanStage:
       return stageVlan(number(told.key));
    case portStage:

@@ -78,7 +78,9 @@ class Agent {
       bridgeIntfStatuses,
       bridgeVlanIntfs,
       bridgeSettings,
-      privateVlans,
+      library,   // of private VLANs, of VLANs that come and go
+      primaries, // the private VLANs, of primaries that come and go
+      sviMappings,
       vlanStage, // the deferred stage of VLANs, of the selected input
       portStage, // the deferred stage of ports, of the chosen records
       vlanEntry, // one VLAN of the selected input
@@ -90,8 +92,12 @@ class Agent {
       sourceDir,
       source, // one of VLANs
       widenerDir,
-      widener,  // one of what trunks may carry
-      inputFdb, // hosts and groups: one of an input and VLAN
+      widener,        // one of what trunks may carry
+      libraryRole,    // of one VLAN
+      libraryPrimary, // the library itself, of one primary
+      onePrimary,     // the private VLANs, of one primary
+      oneSviMapping,  // of one primary
+      inputFdb,       // hosts and groups: one of an input and VLAN
    };
    using FollowerId = std::pair<Follower, std::string>;
    struct Told {
@@ -102,7 +108,7 @@ class Agent {
    void tell(FollowerId const& follower, int attribute = 0, std::string const& key = {});
    void forget(FollowerId const& follower);
    Told takePending(FollowerId const& follower);
-   enum class Stage { vlans, ports };
+   enum class Stage { vlans, ports, relations };
    void arm(Stage stage);
    void deliver(FollowerId const& follower, Told const& told);
    bool deliverBatch();
@@ -126,7 +132,6 @@ class Agent {
    void copySettings();
    void copySetting(Setting setting);
    void copyForwardingMode();
-   void copyFid(unsigned number);
    void copyReserved(std::string const& address);
    void copyAllFidsAndReserved();
    std::string inputOf(std::shared_ptr<Port> const& record) const; // "" when nobody has it
@@ -146,9 +151,7 @@ class Agent {
    void handleVlanCopy(unsigned number, Told const& told);
    void syncTrunkGroups(unsigned number);
    void handleAdminState(unsigned number);
-   void syncCpuPort(unsigned number);
-   void syncSecondaryCpuPort(ResolvedVlan const& primary, ResolvedVlan& secondary);
-   void followRoles();
+   void vlanIsBorn(unsigned number);
    void handleVlanIntf(std::string const& intf);
    bool hasVlanIntf(unsigned number) const;
 
@@ -175,6 +178,45 @@ class Agent {
    std::set<std::string> dynamicGroupsOf(std::string const& intf) const;
    VlanSet trunkVlans(std::string const& intf, VlanSet allowed);
    VlanSet const& lookAtProtocol();
+
+   // --- Private VLANs (AgentPrivateVlans.cpp).
+   void handleLibraryVlan(unsigned number);
+   void handleLibraryRole(unsigned number);
+   void handleLibraryPrimary(unsigned primary);
+   void nameInLibrary(unsigned secondary, unsigned primary);
+   void pairInLibrary(unsigned primary, unsigned secondary);
+   void syncLibraryRole(unsigned number);
+   void tellOfPair(unsigned primary, unsigned secondary);
+   bool isPlain(unsigned number) const;
+   unsigned primaryOf(unsigned number) const;
+   void handlePrimary(unsigned primary);
+   void handleSecondary(unsigned primary, unsigned secondary);
+   void copyFid(unsigned number);
+   void ownCpuPort(unsigned number);
+   void syncCpuPort(unsigned number);
+   void syncCpuPortOfPairs(unsigned number);
+   void syncCpuPortOfSecondaries(unsigned primary);
+   void syncSecondaryCpuPort(unsigned primary, unsigned secondary);
+   void resyncCpuPort(unsigned number);
+   void handleSviMappings();
+   void handleSviMapping(unsigned primary);
+   void handleSviServed(unsigned primary, unsigned secondary);
+   void handleSviServesAll(unsigned primary);
+   void roleIs(unsigned number, Role const& role);
+   void touchRelatives(unsigned number);
+   void lookAtRelatives();
+
+   // --- Translations (AgentTranslations.cpp).
+   bool mapsPrimaries(Port const& copy) const;
+   void syncTranslations(std::string const& intf);
+   void handleTranslation(std::map<Tags, Tags> const& in, std::map<Tags, Tags>& out, Tags const& key);
+   void mapPrimary(std::string const& intf, unsigned primary);
+   void syncPrimaryTranslation(std::string const& intf, unsigned primary, unsigned secondary,
+                               bool isSecondary);
+   void handleMapsOnTrunk(std::string const& intf);
+   void handleMappedSecondary(std::string const& intf, unsigned number);
+   void handleMapsAllSecondaries(std::string const& intf);
+   bool isMappable(std::string const& intf, unsigned number) const;
 
    // --- Static hosts and groups (AgentHosts.cpp).
    void handleFdb(std::string const& name, unsigned number);
@@ -277,7 +319,9 @@ class Agent {
    };
    std::map<unsigned, VlanState> vlanStates_;
    std::map<std::string, PortState> ports_;
-   std::map<unsigned, std::set<unsigned>> secondaries_; // by primary, as the private VLANs' library says
+
+   // What the library of private VLANs says and knows.
+   std::map<unsigned, std::set<unsigned>> secondaries_; // by primary; one without any is about to go
    std::map<unsigned, Role> roles_;
    std::map<std::string, std::shared_ptr<Source>> sources_; // that are followed
    std::map<std::string, std::shared_ptr<Widener>> wideners_;
@@ -285,7 +329,20 @@ class Agent {
    VlanSet allComputedWith_;                // what only the protocol asks for, when all ports computed last
    VlanSet protocolOnly_, protocolChanges_; // as last looked at; what has changed since all ports computed
    std::set<unsigned> madeDynamic_;         // claimed ones that were made, or taken over
-   std::map<unsigned, MergedFdb> fdbs_;     // by VLAN
+   std::map<unsigned, unsigned> named_;     // the primary that each secondary names, a pair or not
+   std::map<unsigned, unsigned> libraryVlans_;  // the birth of each VLAN that it knows
+   std::map<unsigned, unsigned> libraryBirths_; // of each primary
+
+   // What follows it.
+   struct PrimaryState {
+      unsigned birth = 0;
+      std::set<unsigned> secondaries{}; // as they were looked at last
+   };
+   std::map<unsigned, PrimaryState> primaries_;
+   std::map<unsigned, std::shared_ptr<SviMapping>> followedMappings_;
+   std::set<unsigned> relatives_, cpuPortsAhead_; // VLANs that are to be looked at
+
+   std::map<unsigned, MergedFdb> fdbs_;                                            // by VLAN
    std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN
    std::map<std::pair<std::string, std::string>, std::shared_ptr<std::set<std::string>>> followedGroups_;
    std::set<unsigned> vlanBacklog_;

@@ -54,6 +54,14 @@ bool copyAttribute(PortAttr attribute, Port const& in, Port& out) {
       return copy(in.floods, out.floods);
    case PortAttr::tpid:
       return copy(in.tpid, out.tpid);
+   case PortAttr::ingressNative:
+      return copy(in.ingressNative, out.ingressNative);
+   case PortAttr::egressNative:
+      return copy(in.egressNative, out.egressNative);
+   case PortAttr::ingress:
+      return copy(in.ingress, out.ingress);
+   case PortAttr::egress:
+      return copy(in.egress, out.egress);
    case PortAttr::mappedSecondaries:
       return copy(in.mappedSecondaries, out.mappedSecondaries);
    case PortAttr::mapsAllSecondaries:
@@ -75,9 +83,43 @@ bool copyAttribute(PortAttr attribute, Port const& in, Port& out) {
 constexpr PortAttr allAttributes[] = {
     PortAttr::enabled,      PortAttr::mode,      PortAttr::accessVlan,        PortAttr::trunkNative,
     PortAttr::trunkAllowed, PortAttr::asym,      PortAttr::trunkGroups,       PortAttr::learns,
-    PortAttr::floods,       PortAttr::tpid,      PortAttr::mappedSecondaries, PortAttr::mapsAllSecondaries,
+    PortAttr::floods,       PortAttr::tpid,      PortAttr::ingressNative,     PortAttr::egressNative,
+    PortAttr::ingress,      PortAttr::egress,    PortAttr::mappedSecondaries, PortAttr::mapsAllSecondaries,
     PortAttr::mapsOnTrunk,  PortAttr::tapNative, PortAttr::tapAllowed,        PortAttr::toolAllowed,
     PortAttr::tagsIdentity};
+
+// The keys of a collection that is followed key by key.
+std::set<std::string> keysOf(PortAttr attribute, Port const& port) {
+   std::set<std::string> keys;
+   if (attribute == PortAttr::mappedSecondaries)
+      for (unsigned const number : port.mappedSecondaries)
+         keys.insert(std::to_string(number));
+   if (attribute == PortAttr::ingress || attribute == PortAttr::egress)
+      for (auto const& [from, to] : attribute == PortAttr::ingress ? port.ingress : port.egress)
+         keys.insert(tagsText(from));
+   return keys;
+}
+
+// The same for one key of a collection that is followed key by key; for any other attribute as a whole.
+bool copyMember(PortAttr attribute, std::string const& key, Port const& in, Port& out) {
+   auto const copyKey = [](auto const& from, auto& to, auto const& item) {
+      auto const before = to;
+      to.erase(item);
+      if (auto const found = from.find(item); found != from.end())
+         to.insert(*found);
+      return before != to;
+   };
+   switch (attribute) {
+   case PortAttr::mappedSecondaries:
+      return copyKey(in.mappedSecondaries, out.mappedSecondaries, static_cast<unsigned>(std::stoul(key)));
+   case PortAttr::ingress:
+      return copyKey(in.ingress, out.ingress, tagsOf(key));
+   case PortAttr::egress:
+      return copyKey(in.egress, out.egress, tagsOf(key));
+   default:
+      return copyAttribute(attribute, in, out);
+   }
+}
 
 } // namespace
 
@@ -116,6 +158,14 @@ void Agent::createPortEntry(std::string const& intf, std::shared_ptr<Port> const
    port.record = record;
    port.pending.clear();
    for (PortAttr const attribute : allAttributes) {
+      auto keys = keysOf(attribute, port.copy);
+      keys.merge(keysOf(attribute, *record));
+      if (!keys.empty()) {
+         copyAttribute(attribute, *record, port.copy);
+         for (auto const& key : keys)
+            tell({portCopy, intf}, static_cast<int>(attribute), key);
+         continue;
+      }
       // Groups are cleared and filled, so the port is notified of them in any case.
       bool const isRefilled = attribute == PortAttr::trunkGroups &&
                               !(record->trunkGroups.empty() && port.copy.trunkGroups.empty());
@@ -133,8 +183,8 @@ void Agent::mirrorPort(std::string const& intf, Told const& told) {
    auto& port = ports_.at(intf);
    auto const attribute = static_cast<PortAttr>(told.attribute);
    if (std::find(std::begin(operations), std::end(operations), attribute) == std::end(operations)) {
-      if (copyAttribute(attribute, *port.record, port.copy))
-         tell({portCopy, intf}, told.attribute);
+      if (copyMember(attribute, told.key, *port.record, port.copy))
+         tell({portCopy, intf}, told.attribute, told.key);
       return;
    }
    port.pending.insert(attribute);
@@ -205,7 +255,9 @@ void Agent::initializePort(std::string const& intf) {
    port.dynamicGroups = dynamicGroupsOf(intf);
    syncAllVlans(intf);
    syncFlags(intf);
+   syncTranslations(intf);
    out.tpid = port.copy.tpid;
+   handleMapsOnTrunk(intf);
    // A port that has just lost its number of the previous run doesn't get another one in the same pass.
    if (!hadNumber || native != 0 || startupInternalVlan_.contains(intf))
       handleForwardingModel(intf);
@@ -230,13 +282,14 @@ void Agent::handlePortCopy(std::string const& intf, Told const& told) {
       return handleEnabled(intf);
    case PortAttr::mode:
       if (!copy.enabled)
-         return;
+         return handleMapsOnTrunk(intf);
       computeAsym(intf);
       if (isTrunkLike(copy.mode))
          computeAllowed(intf);
       syncModeAndNative(intf);
       syncAllVlans(intf);
-      return syncFlags(intf);
+      syncFlags(intf);
+      return handleMapsOnTrunk(intf);
    case PortAttr::accessVlan:
       if (!copy.enabled)
          return;
@@ -269,6 +322,22 @@ void Agent::handlePortCopy(std::string const& intf, Told const& told) {
    case PortAttr::tpid:
       out.tpid = copy.tpid;
       return;
+   case PortAttr::ingressNative:
+      out.ingressNative = copy.ingressNative;
+      return;
+   case PortAttr::egressNative:
+      out.egressNative = copy.egressNative;
+      return;
+   case PortAttr::ingress:
+      return handleTranslation(copy.ingress, out.ingress, tagsOf(told.key));
+   case PortAttr::egress:
+      return handleTranslation(copy.egress, out.egress, tagsOf(told.key));
+   case PortAttr::mappedSecondaries:
+      return handleMappedSecondary(intf, static_cast<unsigned>(std::stoul(told.key)));
+   case PortAttr::mapsAllSecondaries:
+      return handleMapsAllSecondaries(intf);
+   case PortAttr::mapsOnTrunk:
+      return handleMapsOnTrunk(intf);
    default:
       return; // counts from the next pass on
    }

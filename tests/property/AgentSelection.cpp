@@ -111,6 +111,7 @@ void Agent::followSettings() {
    forget({bridgeSettings, ""});
    copySettings();
    copyAllFidsAndReserved();
+   handleSviMappings();
 }
 
 void Agent::findBestVlanInput() {
@@ -233,14 +234,6 @@ void Agent::copySetting(Setting setting) {
    }
 }
 
-void Agent::copyFid(unsigned number) {
-   auto const fid = followedSettings_->fids.find(number);
-   if (fid != followedSettings_->fids.end() && fid->second != 0)
-      settings_.fids[number] = fid->second;
-   else
-      settings_.fids.erase(number);
-}
-
 void Agent::copyReserved(std::string const& address) {
    if (followedSettings_->reserved.contains(address))
       settings_.reserved.insert(address);
@@ -249,8 +242,9 @@ void Agent::copyReserved(std::string const& address) {
 }
 
 void Agent::copyAllFidsAndReserved() {
-   settings_.fids.clear();
    for (auto const& [number, fid] : followedSettings_->fids)
+      copyFid(number);
+   for (auto const& [number, fid] : std::map(settings_.fids))
       copyFid(number);
    settings_.reserved = followedSettings_->reserved;
 }

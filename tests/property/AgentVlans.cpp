@@ -43,8 +43,12 @@ void Agent::handleVlan(unsigned number) {
 }
 
 void Agent::resolvedVlanDel(unsigned number) {
-   if (vlans_.erase(number))
-      tell({privateVlans, ""});
+   if (!vlans_.contains(number))
+      return;
+   touchRelatives(number);
+   roleIs(number, {});
+   vlans_.erase(number);
+   tell({library, ""}, 0, std::to_string(number));
 }
 
 // --- The deferred stage.
@@ -141,9 +145,10 @@ void Agent::initializeVlan(unsigned number) {
    claimed(number);
    if (auto const left = vlans_.find(number); left != vlans_.end() && left->second.internal)
       resolvedVlanDel(number); // a port's that hasn't taken it up again: the user's claim wins
+   bool const isNew = !vlans_.contains(number); // a source may have it already
    auto& out = vlans_[number];
-   ++births_.vlans[number];
-   tell({privateVlans, ""});
+   if (isNew)
+      vlanIsBorn(number);
    out.source = selected_->name;
    // What only the protocol asked for is the lists' to allow from now on.
    if (auto const claims = claims_.find(number);
@@ -152,7 +157,13 @@ void Agent::initializeVlan(unsigned number) {
    out.name = state.copy.name;
    syncTrunkGroups(number);
    handleAdminState(number);
-   vlans_.at(number).role = state.copy.role;
+   roleIs(number, state.copy.role);
+}
+
+void Agent::vlanIsBorn(unsigned number) {
+   ++births_.vlans[number];
+   touchRelatives(number);
+   tell({library, ""}, 0, std::to_string(number));
 }
 
 void Agent::retireVlan(unsigned number) {
@@ -161,9 +172,8 @@ void Agent::retireVlan(unsigned number) {
          continue;
       resolved_.at(intf).native = 0;
    }
-   if (auto const out = vlans_.find(number); out != vlans_.end())
-      out->second.role = {};
-   tell({privateVlans, ""});
+   if (vlans_.contains(number))
+      roleIs(number, {});
 }
 
 // The selected record has changed: the copy follows at once.
@@ -204,8 +214,7 @@ void Agent::handleVlanCopy(unsigned number, Told const& told) {
       out.name = state.copy.name;
       return;
    case VlanAttr::role:
-      out.role = state.copy.role;
-      return tell({privateVlans, ""});
+      return roleIs(number, state.copy.role);
    case VlanAttr::trunkGroups:
       if (state.copy.trunkGroups.contains(told.key))
          out.trunkGroups.insert(told.key);
@@ -221,7 +230,10 @@ void Agent::syncTrunkGroups(unsigned number) {
 
 // The pass that gives each switchport its native VLAN and its membership again.
 void Agent::handleAdminState(unsigned number) {
-   vlans_.at(number).isSuspended = vlanStates_.at(number).copy.isSuspended;
+   bool const isSuspended = vlanStates_.at(number).copy.isSuspended;
+   if (vlans_.at(number).isSuspended != isSuspended)
+      touchRelatives(number);
+   vlans_.at(number).isSuspended = isSuspended;
    std::vector<std::string> ports;
    for (auto const& [intf, port] : ports_)
       if (port.copy.enabled)
@@ -245,50 +257,6 @@ void Agent::handleAdminState(unsigned number) {
       syncVlan(intf, vlans_.at(number).role.primary);
    }
    syncCpuPort(number);
-}
-
-// --- The processor's port.
-
-void Agent::syncCpuPort(unsigned number) {
-   auto& out = vlans_.at(number);
-   auto const vlanIntf = intent_.vlanIntfs.find("Vlan" + std::to_string(number));
-   if (vlanIntf != intent_.vlanIntfs.end() && vlanIntf->second.isInUse() && !out.isSuspended)
-      out.members["Cpu"] = {.tagged = true};
-   else
-      out.members.erase("Cpu");
-   if (auto const primary = secondaries_.find(number); primary != secondaries_.end())
-      for (unsigned const secondary : primary->second)
-         if (auto const found = vlans_.find(secondary); found != vlans_.end())
-            syncSecondaryCpuPort(out, found->second);
-   auto const role = roles_.find(number);
-   if (out.role.primary == 0 || role == roles_.end() || role->second.primary == 0)
-      return;
-   auto const primary = vlans_.find(out.role.primary);
-   if (primary != vlans_.end() && primary->second.role == Role() && !primary->second.internal)
-      syncSecondaryCpuPort(primary->second, out);
-}
-
-void Agent::syncSecondaryCpuPort(ResolvedVlan const& primary, ResolvedVlan& secondary) {
-   if (!secondary.isSuspended && primary.members.contains("Cpu"))
-      secondary.members["Cpu"] = {.tagged = true};
-   else
-      secondary.members.erase("Cpu");
-}
-
-// What the library of private VLANs makes of the resolved roles.
-void Agent::followRoles() {
-   secondaries_.clear();
-   roles_.clear();
-   for (auto const& [number, vlan] : vlans_) {
-      if (vlan.internal || vlan.role.type == 0)
-         continue;
-      roles_[number] = vlan.role;
-      auto const primary = vlans_.find(vlan.role.primary);
-      if (primary == vlans_.end() || primary->second.internal || !(primary->second.role == Role()))
-         continue;
-      secondaries_[vlan.role.primary].insert(number);
-      roles_[vlan.role.primary] = {};
-   }
 }
 
 // --- VLAN interfaces.

@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Model {
@@ -25,7 +26,7 @@ constexpr char agentsInput[] = "eth"; // the agent's own input: a default record
 
 // Role of a VLAN among private VLANs.
 struct Role {
-   unsigned type = 0; // 1 for a secondary
+   unsigned type = 0; // 1 for a secondary; others are carried
    unsigned primary = 0;
    bool operator==(Role const&) const = default;
 };
@@ -38,6 +39,12 @@ struct Vlan {
    bool operator==(Vlan const&) const = default;
 };
 
+// The tags of a frame, outer and inner; 0 for none.
+using Tags = std::pair<unsigned, unsigned>;
+
+std::string tagsText(Tags const& tags); // "10/0"
+Tags tagsOf(std::string const& text);
+
 struct Port {
    bool enabled = true;
    int mode = access;
@@ -46,6 +53,8 @@ struct Port {
    std::set<std::string> trunkGroups{};
    bool learns = true, floods = true;
    unsigned tpid = 0x8100;
+   std::map<Tags, Tags> ingress{}, egress{}; // translations
+   unsigned ingressNative = 0, egressNative = 0;
    std::set<unsigned> mappedSecondaries{};
    bool mapsAllSecondaries = false, mapsOnTrunk = false, tagsIdentity = false;
 };
@@ -74,6 +83,10 @@ enum class PortAttr {
    learns,
    floods,
    tpid,
+   ingress,
+   egress,
+   ingressNative,
+   egressNative,
    mappedSecondaries,
    mapsAllSecondaries,
    mapsOnTrunk,
@@ -132,6 +145,13 @@ struct VlanIntf {
    bool isInUse() const { return isEnabled && !isShut; }
 };
 
+// Which secondary VLANs the interface of a primary VLAN serves.
+struct SviMapping {
+   bool servesAll = false;
+   std::set<unsigned> served{};
+   bool operator==(SviMapping const&) const = default;
+};
+
 // Settings of the command line for the whole bridge.
 struct Settings {
    unsigned rangeMin = 1006, rangeMax = 4094;
@@ -141,6 +161,7 @@ struct Settings {
    unsigned forwardingMode = 0;
    std::map<unsigned, unsigned> fids;
    std::set<std::string> reserved;
+   std::map<unsigned, std::shared_ptr<SviMapping>> sviMappings; // by primary
 };
 
 enum class Setting { agingTime, passesPause, forwardingMode, allocationPolicy, range };
@@ -166,7 +187,7 @@ struct Change {
       inputVlan,      // VLAN `number` of the input `name` came or went
       inputPort,      // port `key` of the input `name` came or went
       vlanAttribute,  // `attribute` of VLAN `number` of the input `name`
-      portAttribute,  // `attribute` of port `key` of the input `name`
+      portAttribute,  // `attribute` of port `key` of the input `name`; `member` is the key in a collection
       intfConfig,     // of port `key` came or went
       intfConfigShut, // of port `key` changed
       intfStatus,     // of port `key` came or went
@@ -182,11 +203,14 @@ struct Change {
       widenerList,        // its list for port `key`
       widenerGroup,       // its trunk group `key` came or went
       widenerGroupMember, // port `member` of that group
-      inputFdb,           // the hosts and groups of VLAN `number` of the input `name` came or went
-      inputHost,          // host `key` of VLAN `number` of the input `name`
-      inputGroup,         // group `key` of it came or went
-      groupMember,        // port `member` of that group
-      hardware,           // the list of its forwarding modes
+      sviMapping,         // of primary `number` came or went
+      sviServed,          // secondary `key` of it
+      sviServesAll,
+      inputFdb,    // the hosts and groups of VLAN `number` of the input `name` came or went
+      inputHost,   // host `key` of VLAN `number` of the input `name`
+      inputGroup,  // group `key` of it came or went
+      groupMember, // port `member` of that group
+      hardware,    // the list of its forwarding modes
    } what;
    std::string name{};
    std::string key{};

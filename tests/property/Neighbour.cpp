@@ -2,6 +2,7 @@
 
 #include "Kem/Time.h"
 #include "PublishersRecords.h"
+#include "records/Bridging/SviMappingState.h"
 
 #include <set>
 
@@ -131,7 +132,31 @@ std::string Neighbour::editPort(Dice& dice, Agent* model) {
       return place + text + " edited by the neighbour";
    };
    bool const value = dice.chance();
-   switch (dice.below(7)) {
+   switch (dice.below(10)) {
+   case 7:
+   case 8: {
+      Tags const from{1 + dice.below(4), 0}, to{1 + dice.below(8), 0};
+      bool const isEgress = !dice.chance(3);
+      if (value)
+         isEgress ? port->egressVlanXlateIs(keyOf(from), mappingOf(to))
+                  : port->ingressVlanXlateIs(keyOf(from), mappingOf(to));
+      else
+         isEgress ? port->egressVlanXlateDel(keyOf(from)) : port->ingressVlanXlateDel(keyOf(from));
+      return edit(
+          [&](ResolvedPort& p) {
+             auto& translations = isEgress ? p.egress : p.ingress;
+             translations.erase(from);
+             if (value)
+                translations[from] = to;
+          },
+          (isEgress ? "leaving " : "arriving ") + tagsText(from) + (value ? " to " + tagsText(to) : ""));
+   }
+   case 9: {
+      unsigned const vlan = someVlan(dice);
+      value ? port->egressNativeVlanXlateIs(vlan) : port->ingressNativeVlanXlateIs(vlan);
+      return edit([&](ResolvedPort& p) { (value ? p.egressNative : p.ingressNative) = vlan; },
+                  "native translation");
+   }
    case 6: {
       auto const resolved = port->switchportModeAndNativeVlan();
       config_->switchIntfConfigDel(intf);
@@ -174,7 +199,36 @@ std::string Neighbour::editSettings(Dice& dice, Agent* model) {
       return text + " edited by the neighbour";
    };
    bool const value = dice.chance();
-   switch (dice.below(8)) {
+   switch (dice.below(10)) {
+   case 8:
+   case 9: {
+      unsigned const number = 1 + dice.below(4), secondary = 1 + dice.below(8);
+      Bridging::VlanId const id(number);
+      std::string const place = "resolved mapping of primary VLAN " + std::to_string(number);
+      if (!model && dice.chance()) {
+         value ? void(config_->sviMappingIs(id)) : config_->sviMappingDel(id);
+         return place + (value ? " made" : " deleted") + " by the neighbour";
+      }
+      auto const mapping = config_->sviMapping(id);
+      if (!mapping)
+         return "nothing";
+      if (dice.chance(3)) {
+         mapping->defaultSviMappingIs(value);
+         return edit([&](Outcome& o) { o.sviMappings.at(number).servesAll = value; }, place);
+      }
+      if (value)
+         mapping->secondaryVlanIs(Bridging::VlanId(secondary), true);
+      else
+         mapping->secondaryVlanDel(Bridging::VlanId(secondary));
+      return edit(
+          [&](Outcome& o) {
+             auto& served = o.sviMappings.at(number).served;
+             served.erase(secondary);
+             if (value)
+                served.insert(secondary);
+          },
+          place + " of " + std::to_string(secondary));
+   }
    case 0:
       config_->hostAgingTimeIs(7);
       return edit([](Outcome& o) { o.agingTime = 7; }, "aging time");

@@ -51,6 +51,20 @@ std::string textOf(Role const& role) {
    return std::to_string(role.type) + " of " + std::to_string(role.primary);
 }
 
+std::string textOf(std::map<Tags, Tags> const& translations) {
+   std::string all;
+   for (auto const& [from, to] : translations)
+      all += tagsText(from) + " to " + tagsText(to) + "; ";
+   return all;
+}
+
+std::string textOf(SviMapping const& mapping) {
+   std::string all = mapping.servesAll ? "all; " : "";
+   for (unsigned const secondary : mapping.served)
+      all += std::to_string(secondary) + ' ';
+   return all;
+}
+
 std::string textOf(MergedFdb const& fdb) {
    std::string all;
    for (auto const& [address, host] : fdb.hosts)
@@ -81,6 +95,10 @@ void comparePort(Report& report, std::string const& intf, ResolvedPort const& ex
    report.same(intf + " asymmetric", expected.isAsym, actual.isAsym);
    report.same(intf + " filters", expected.filters, actual.filters);
    report.same(intf + " tpid", expected.tpid, actual.tpid);
+   report.same(intf + " arriving tags", textOf(expected.ingress), textOf(actual.ingress));
+   report.same(intf + " leaving tags", textOf(expected.egress), textOf(actual.egress));
+   report.same(intf + " arriving native", expected.ingressNative, actual.ingressNative);
+   report.same(intf + " leaving native", expected.egressNative, actual.egressNative);
 }
 
 } // namespace
@@ -110,6 +128,10 @@ std::string differences(Outcome const& expected, Outcome const& actual) {
    report.members("filtering database of VLAN", expected.fids, actual.fids,
                   [&](unsigned number, unsigned a, unsigned b) {
                      report.same("filtering database of VLAN " + std::to_string(number), a, b);
+                  });
+   report.members("mapping of primary VLAN", expected.sviMappings, actual.sviMappings,
+                  [&](unsigned number, auto const& a, auto const& b) {
+                     report.same("mapping of primary VLAN " + std::to_string(number), textOf(a), textOf(b));
                   });
    for (auto const& [what, wanted, is] :
         {std::tuple("merged hosts of VLAN", &expected.merged, &actual.merged),

@@ -29,6 +29,8 @@ struct ResolvedPort {
    unsigned native = 0;
    bool learns = true, floods = true, takesTagged = true, isAsym = false, filters = true;
    unsigned tpid = 0x8100;
+   std::map<Tags, Tags> ingress{}, egress{};
+   unsigned ingressNative = 0, egressNative = 0;
    bool operator==(ResolvedPort const&) const = default;
 };
 
@@ -53,8 +55,9 @@ struct Outcome {
    unsigned forwardingMode = 0;
    std::map<unsigned, unsigned> fids;
    std::set<std::string> reserved;
-   std::map<unsigned, MergedFdb> merged; // by VLAN
-   std::map<unsigned, MergedFdb> fdbs;   // what became of them, by filtering database
+   std::map<unsigned, SviMapping> sviMappings; // by primary
+   std::map<unsigned, MergedFdb> merged;       // by VLAN
+   std::map<unsigned, MergedFdb> fdbs;         // what became of them, by filtering database
 };
 
 // How often each record has been made in a life of the agent. A subscriber must not see a record that stays

@@ -41,6 +41,12 @@ void fill(Bridging::Input::SwitchIntfConfig& record, Port const& port) {
    record.macLearningEnabledIs(port.learns);
    record.floodingEnabledIs(port.floods);
    record.vlanTpidIs(port.tpid);
+   for (auto const& [from, to] : port.ingress)
+      record.ingressVlanXlateIs(keyOf(from), mappingOf(to));
+   for (auto const& [from, to] : port.egress)
+      record.egressVlanXlateIs(keyOf(from), mappingOf(to));
+   record.ingressNativeVlanXlateIs(port.ingressNative);
+   record.egressNativeVlanXlateIs(port.egressNative);
    for (unsigned const vlan : port.mappedSecondaries)
       record.privateVlanMappingIs(Bridging::VlanId(vlan), true);
    record.defaultPrivateVlanMappingIs(port.mapsAllSecondaries);
@@ -89,6 +95,21 @@ std::string Publishers::perform(Kind kind, Dice dice) {
       return changeWidener(dice);
    case Kind::host:
       return changeHost(dice);
+   case Kind::role:
+      return changeRole(dice);
+   case Kind::sviMapping:
+      return changeSviMapping(dice);
+   case Kind::translation:
+      return changeTranslation(dice);
+   case Kind::privatePort:
+      return changePrivatePort(dice);
+   case Kind::privateVlans:
+   case Kind::primaryDeleted:
+   case Kind::primaryMade:
+   case Kind::secondaryMoved:
+   case Kind::secondaryReplaced:
+   case Kind::trunkTranslated:
+      return changePrivateVlans(kind, dice);
    case Kind::setting:
       return changeSetting(dice);
    case Kind::plainPort:

@@ -61,6 +61,10 @@ class Publishers {
       host,
       source,
       widener,
+      role,        // of a VLAN among private VLANs
+      sviMapping,  // of a primary's VLAN interface
+      translation, // of a port
+      privatePort, // what a port makes of private VLANs
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
       plainPort,  // a port has nothing but its interface, which is up
       modelGone,  // its forwarding model isn't known
@@ -72,6 +76,13 @@ class Publishers {
       trunksLook,    // each trunk port looks at its membership in all VLANs
       bestVlan,      // a VLAN of the best input changes
       inputReplaced, // an input of ports goes and comes back in one turn, with less
+      // About private VLANs, of the best input of VLANs. They take the same VLANs for the same seed.
+      privateVlans,   // a primary with two secondaries, a trunk that maps them, an interface of the primary
+      primaryDeleted, // that primary
+      primaryMade,    // again, or behind its secondaries
+      secondaryMoved, // one of them moves to another primary, or back
+      secondaryReplaced, // it is deleted and made again
+      trunkTranslated,   // the trunk's input gets a translation of the primary VLAN, or loses it
       count
    };
 
@@ -94,7 +105,9 @@ class Publishers {
 
    Kem::Ptr<InputConfig> record(std::string const& input) const;
    std::string someInput(Dice& dice) const;
-   std::shared_ptr<Input> bestVlanInput() const; // null for none, and for one that has just come
+   // Null for none, and for one that has just come.
+   std::shared_ptr<Input> bestVlanInput() const;
+   std::shared_ptr<Input> bestPortInput() const;
    void comes(std::shared_ptr<Input> const& content);
    void goes(std::string const& name);
 
@@ -109,6 +122,11 @@ class Publishers {
    std::string changeHost(Dice dice);
    std::string changeSource(Dice dice);
    std::string changeWidener(Dice dice);
+   std::string changeRole(Dice dice);
+   std::string changeSviMapping(Dice dice);
+   std::string changeTranslation(Dice dice);
+   std::string changePrivatePort(Dice dice);
+   std::string changePrivateVlans(Kind kind, Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
    std::string changeOtherModels(Dice dice, unsigned model);
@@ -119,8 +137,14 @@ class Publishers {
 
    void vlanIs(std::string const& input, unsigned number, Vlan const& vlan);
    void vlanDel(std::string const& input, unsigned number);
+   void roleIs(std::string const& input, unsigned number, Role const& role); // the VLAN is made first
+   void translationIs(std::string const& input, std::string const& intf, bool isEgress, Tags const& from,
+                      Tags const* to); // null takes it away
    void portIs(std::string const& input, std::string const& intf, Port const& port);
    void portDel(std::string const& input, std::string const& intf);
+   // Tells of an attribute; of a key in a collection when `member` is given.
+   void portChanged(std::string const& input, std::string const& intf, PortAttr attribute,
+                    std::string const& member = {});
    void settingChanged(Setting setting);
    Kem::Ptr<Bridging::Input::VlanIdSet> sourceRecord(std::string const& name) const;
    void sourceComes(std::string const& name, Source const& content);

@@ -100,7 +100,9 @@ std::string Publishers::changeModel(std::string const& intf, unsigned model) {
 }
 
 std::string Publishers::changeVlanIntf(Dice dice) {
-   std::string const intf = "Vlan" + std::to_string(dice.chance() ? someVlan(dice) : 20 + dice.below(4));
+   std::string const intf = "Vlan" + std::to_string(dice.chance()   ? someVlan(dice)
+                                                    : dice.chance() ? 20 + dice.below(4)
+                                                                    : 1 + dice.below(3));
    auto const found = intent_.vlanIntfs.find(intf);
    if (found == intent_.vlanIntfs.end()) {
       vlanIntfs_->intfConfigIs(intf);

@@ -39,6 +39,14 @@ std::shared_ptr<Input> Publishers::bestVlanInput() const {
    return best && !unborn_.contains(best->name) ? best : nullptr;
 }
 
+std::shared_ptr<Input> Publishers::bestPortInput() const {
+   std::shared_ptr<Input> best;
+   for (auto const& [name, input] : intent_.inputs)
+      if (input->portPriority > (best ? best->portPriority : 0))
+         best = input;
+   return best && !unborn_.contains(best->name) ? best : nullptr;
+}
+
 std::string Publishers::takeNumbers(bool isTaken) {
    auto const best = bestVlanInput();
    if (!best)

@@ -22,6 +22,15 @@ void Publishers::portDel(std::string const& input, std::string const& intf) {
    tell_({.what = Change::inputPort, .name = input, .key = intf});
 }
 
+void Publishers::portChanged(std::string const& input, std::string const& intf, PortAttr attribute,
+                             std::string const& member) {
+   tell_({.what = Change::portAttribute,
+          .name = input,
+          .key = intf,
+          .member = member,
+          .attribute = static_cast<int>(attribute)});
+}
+
 std::string Publishers::changePort(Dice dice) {
    auto const name = someInput(dice);
    std::string const intf = dice.oneOf(ports);
@@ -52,14 +61,12 @@ std::string Publishers::changePortAttribute(Dice& dice, std::string const& input
    auto& is = *intent_.inputs.at(input)->ports.at(intf);
    std::string const place = input + " " + intf + " ";
    std::string const list = dice.oneOf(lists);
-   auto const change = [&](PortAttr attribute, auto& value, auto const& to, auto&& write, auto const& text) {
+   auto const change = [&](PortAttr attribute, auto& value, auto const& to, auto&& write, auto const& text,
+                           std::string const& member = {}) {
       if (value != to) {
          value = to;
          write();
-         tell_({.what = Change::portAttribute,
-                .name = input,
-                .key = intf,
-                .attribute = static_cast<int>(attribute)});
+         portChanged(input, intf, attribute, member);
       }
       return place + text;
    };
@@ -164,7 +171,7 @@ std::string Publishers::changePortAttribute(Dice& dice, std::string const& input
              goes ? record->privateVlanMappingDel(Bridging::VlanId(vlan))
                   : record->privateVlanMappingIs(Bridging::VlanId(vlan), true);
           },
-          "maps secondary VLAN " + std::to_string(vlan) + (goes ? " no more" : ""));
+          "maps secondary VLAN " + std::to_string(vlan) + (goes ? " no more" : ""), std::to_string(vlan));
    }
    }
 }

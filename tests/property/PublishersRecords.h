@@ -15,6 +15,13 @@ inline unsigned someVlan(Dice& dice) {
    return dice.chance(4) ? 19 + dice.below(6) : 1 + dice.below(10);
 }
 
+inline Bridging::VlanXlateKey keyOf(Tags const& tags) {
+   return {.outerVlanId = static_cast<uint16_t>(tags.first),
+           .innerVlanId = static_cast<uint16_t>(tags.second)};
+}
+inline Bridging::VlanXlateMapping mappingOf(Tags const& tags) {
+   return {.mappedVlanId = tags.first, .mappedInnerVlanId = tags.second};
+}
 Bridging::VlanTypeAndPrimaryVlan roleOf(Role const& role);
 Bridging::VlanAdminState stateOf(bool isSuspended);
 // For records that were just made.

@@ -61,10 +61,7 @@ std::string Publishers::changeVlan(Dice dice) {
       return place + (is.isSuspended ? " suspended" : " active");
    case 4: {
       Role const role = dice.chance() ? Role() : Role{.type = 1, .primary = 1 + dice.below(4)};
-      if (!(std::exchange(is.role, role) == role)) {
-         vlan->vlanTypeAndPrimaryVlanIs(roleOf(role));
-         tellOf(VlanAttr::role);
-      }
+      roleIs(name, number, role);
       return place + " role " + std::to_string(role.type) + " of " + std::to_string(role.primary);
    }
    default: {

@@ -43,6 +43,19 @@ Chain const& someChain(Dice& dice) {
        {Operation::edit, Kind::trunksLook},
        // A VLAN changes behind a change of rank: it is looked at as a whole before its attribute is mirrored.
        {{Kind::priority, false}, Kind::bestVlan},
+       // Private VLANs: a secondary that moves, a primary that is replaced, one that comes behind its
+       // secondaries, the same while no agent runs, and the one table of leaving frames with two writers.
+       {Kind::privateVlans, Kind::secondaryMoved, {Kind::secondaryMoved, false}, Kind::secondaryReplaced},
+       {Kind::privateVlans, {Kind::primaryDeleted, false}, Kind::primaryMade, Kind::secondaryReplaced},
+       {Kind::primaryDeleted,
+        Kind::privateVlans,
+        {Kind::primaryDeleted, false},
+        Kind::secondaryMoved,
+        Kind::primaryMade},
+       {Kind::privateVlans, Operation::stop, Kind::secondaryMoved, Kind::primaryDeleted, Operation::start,
+        Kind::primaryMade},
+       {Kind::privateVlans, Kind::trunkTranslated, Kind::trunkTranslated, Kind::secondaryMoved,
+        Operation::restart},
    };
    return dice.oneOf(chains);
 }
@@ -54,11 +67,13 @@ Series makeSeries(uint64_t seed, unsigned length) {
    Dice dice(seed * 7919);
    // How often each of the publishers' kinds occurs.
    static constexpr Kind kinds[] = {
-       Kind::priority, Kind::priority, Kind::publisher, Kind::publisher, Kind::vlan, Kind::vlan,
-       Kind::vlan,     Kind::vlan,     Kind::vlan,      Kind::port,      Kind::port, Kind::port,
-       Kind::port,     Kind::port,     Kind::port,      Kind::port,      Kind::intf, Kind::intf,
-       Kind::vlanIntf, Kind::setting,  Kind::host,      Kind::host,      Kind::host, Kind::source,
-       Kind::source,   Kind::source,   Kind::widener,   Kind::widener};
+       Kind::priority, Kind::priority,   Kind::publisher,   Kind::publisher,   Kind::vlan,
+       Kind::vlan,     Kind::vlan,       Kind::vlan,        Kind::vlan,        Kind::port,
+       Kind::port,     Kind::port,       Kind::port,        Kind::port,        Kind::port,
+       Kind::port,     Kind::intf,       Kind::intf,        Kind::vlanIntf,    Kind::setting,
+       Kind::host,     Kind::host,       Kind::host,        Kind::role,        Kind::role,
+       Kind::role,     Kind::sviMapping, Kind::translation, Kind::privatePort, Kind::privatePort,
+       Kind::source,   Kind::source,     Kind::source,      Kind::widener,     Kind::widener};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};
@@ -68,7 +83,7 @@ Series makeSeries(uint64_t seed, unsigned length) {
              {.kind = kind, .seed = theirSeed, .endsTurn = endsTurn, .number = series.operations.size()});
    };
    while (series.operations.size() < length) {
-      if (dice.chance(120)) {
+      if (dice.chance(80)) {
          uint64_t const common = dice.below(0x7fffffff);
          for (auto const& step : someChain(dice))
             add(step.kind, common, step.endsTurn);

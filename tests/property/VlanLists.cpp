@@ -1,4 +1,4 @@
-// The text form of lists of VLANs.
+// The text forms of lists of VLANs and of tags.
 
 #include "Intent.h"
 
@@ -32,6 +32,15 @@ VlanSet const& vlansOf(std::string const& list) {
          vlans.set(vlan);
    }
    return vlans;
+}
+
+std::string tagsText(Tags const& tags) {
+   return std::to_string(tags.first) + "/" + std::to_string(tags.second);
+}
+
+Tags tagsOf(std::string const& text) {
+   size_t const slash = text.find('/');
+   return {std::stoul(text.substr(0, slash)), std::stoul(text.substr(slash + 1))};
 }
 
 } // namespace Model

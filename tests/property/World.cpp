@@ -5,6 +5,7 @@
 #include "records/Bridging/FdbConfig.h"
 #include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
+#include "records/Bridging/SviMappingState.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 #include "records/Bridging/SwitchIntfConfigDir.h"
 #include "records/Bridging/VlanConfig.h"
@@ -37,6 +38,14 @@ ResolvedVlan resolvedOf(Bridging::VlanConfig const& vlan) {
    return to;
 }
 
+template <class Translations>
+std::map<Tags, Tags> tagsOf(Translations const& translations) {
+   std::map<Tags, Tags> to;
+   for (auto const& [key, mapping] : translations)
+      to[{key.outerVlanId, key.innerVlanId}] = {mapping.mappedVlanId, mapping.mappedInnerVlanId};
+   return to;
+}
+
 ResolvedPort resolvedOf(Bridging::SwitchIntfConfig const& port) {
    return {.mode = static_cast<int>(port.switchportModeAndNativeVlan().switchportMode),
            .native = port.switchportModeAndNativeVlan().nativeVlan,
@@ -45,7 +54,18 @@ ResolvedPort resolvedOf(Bridging::SwitchIntfConfig const& port) {
            .takesTagged = port.allowTaggedPkts(),
            .isAsym = port.asymVlanEnabled(),
            .filters = port.enableIngressFiltering(),
-           .tpid = port.vlanTpid()};
+           .tpid = port.vlanTpid(),
+           .ingress = tagsOf(port.ingressVlanXlate()),
+           .egress = tagsOf(port.egressVlanXlate()),
+           .ingressNative = port.ingressNativeVlanXlate(),
+           .egressNative = port.egressNativeVlanXlate()};
+}
+
+SviMapping mappingOf(Bridging::SviMappingState const& mapping) {
+   SviMapping to{.servesAll = mapping.defaultSviMapping()};
+   for (auto const& [vlanId, value] : mapping.secondaryVlan())
+      to.served.insert(value ? vlanId + 0u : vlanId + 5000u); // the agent writes no false ones
+   return to;
 }
 
 template <class FdbRecord>
@@ -136,6 +156,7 @@ void World::startFreshAgent() {
    config->switchIntfConfigDelAll();
    config->fdbConfigDelAll();
    config->vidToFidMapDelAll();
+   config->sviMappingDelAll();
    config->ieeeReservedForwardingDelAll();
    sw_.publish<Bridging::FdbConfigDir>(mergedPath)->fdbConfigDelAll();
    sw_.publish<Bridging::SwitchIntfConfigDir>(chosenPath)->switchIntfConfigDelAll();
@@ -190,6 +211,8 @@ Outcome World::told() const {
    all.forwardingMode = static_cast<unsigned>(config_->forwardingMode());
    for (auto const& [vlan, fid] : config_->vidToFidMap())
       all.fids[vlan] = fid;
+   for (auto const& [vlanId, mapping] : config_->sviMapping())
+      all.sviMappings[vlanId] = mappingOf(*mapping);
    for (auto const& [address, value] : config_->ieeeReservedForwarding())
       all.reserved.insert(address.stringValue().str() + (value ? "" : " false"));
    return all;
