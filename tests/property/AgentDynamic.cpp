@@ -111,6 +111,17 @@ void Agent::handleSourceGroups(std::string const& name) {
          syncOnAllPorts(number);
 }
 
+void Agent::handleSourceGroup(std::string const& name, std::string const& group) {
+   bool const isWanted = sources_.at(name)->trunkGroups.contains(group);
+   for (auto const& [number, claims] : claims_) {
+      if (!claims.contains(name) || isStatic(number) || vlans_.at(number).source != name)
+         continue;
+      auto& groups = vlans_.at(number).trunkGroups;
+      if (isWanted ? groups.insert(group).second : groups.erase(group) != 0)
+         syncOnAllPorts(number);
+   }
+}
+
 // --- A dynamic VLAN.
 
 // Whether the selected input has the VLAN, or has had it until the deferred stage comes to it.

@@ -140,7 +140,8 @@ void Agent::changed(Change const& change) {
    case Change::sourceGroup:
       if (auto const found = sources_.find(change.name);
           found != sources_.end() && found->second == intent_.sources.at(change.name))
-         tell({source, change.name}, change.what);
+         tell({source, change.name}, change.what,
+              change.what == Change::sourceGroup ? change.key : std::string());
       break;
    case Change::widener:
       tell({widenerDir, ""}, 0, change.name);
@@ -336,7 +337,7 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
    case source:
       if (told.attribute == Change::sourceVlans)
          return handleSourceVlans(name);
-      return handleSourceGroups(name);
+      return handleSourceGroup(name, told.key);
    case widenerDir:
       return handleWidener(told.key);
    case widener:

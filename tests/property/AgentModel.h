@@ -160,6 +160,7 @@ class Agent {
    void handleSource(std::string const& name);
    void handleSourceVlans(std::string const& name);
    void handleSourceGroups(std::string const& name);
+   void handleSourceGroup(std::string const& name, std::string const& group);
    void giveUpClaims(std::string const& name, VlanSet const& wanted);
    std::string bestSource(unsigned number) const;
    bool isStatic(unsigned number) const;

@@ -96,6 +96,10 @@ std::string Neighbour::editVlan(Dice& dice, Agent* model) {
       vlan->configuredNameIs("theirs");
       return edit([](ResolvedVlan& v) { v.name = "theirs"; }, "named");
    case 1:
+      // The agent asserts that a dynamic VLAN is from a source that exists.
+      if (vlan->configSource() == "mvrp" || vlan->configSource() == "overlay" ||
+          vlan->configSource() == "lab")
+         return "nothing";
       vlan->configSourceIs("theirs");
       return edit([](ResolvedVlan& v) { v.source = "theirs"; }, "claimed");
    case 2: {
