@@ -24,8 +24,6 @@ Json role(int primary) {
    return {{"vlanTypeAndPrimaryVlan", {{"vlanType", "secondary_"}, {"primaryVlan", primary}}}};
 }
 
-using Sorted = nlohmann::json; // finds a key fast, unlike Json
-
 // Commands for `ordelctl batch`, sent together.
 class Batch {
   public:
@@ -54,9 +52,10 @@ struct BadIntentTest : testing::Test {
       SCOPED_TRACE(what);
       bridge.settle();
       ASSERT_TRUE(bridge.agentProcess().isRunning()) << bridge.agentProcess().errors().text();
-      Sorted here = Sorted::parse(bridge.dump());
-      Sorted fresh = madeByANewAgent();
-      EXPECT_EQ(Sorted::diff(here, fresh).dump(1), "[]");
+      std::string const here = resolved(bridge.database()), fresh = madeByANewAgent();
+      if (here != fresh)
+         ADD_FAILURE()
+             << nlohmann::json::diff(nlohmann::json::parse(here), nlohmann::json::parse(fresh)).dump(1);
    }
    void isRefused(std::vector<std::string> const& arguments, std::string const& reason,
                   std::string_view input = {}) {
@@ -64,24 +63,32 @@ struct BadIntentTest : testing::Test {
       EXPECT_EQ(result.status, 3);
       EXPECT_THAT(result.errors, HasSubstr(reason));
    }
+   // All that agents make of what publishers ask for.
+   static std::string resolved(Database const& database) {
+      std::string text = "[";
+      for (char const* const place : {"bridging/config", "bridging/switchIntfConfig", "bridging/fdbConfigDir",
+                                      "bridging/input/config/eth"})
+         text += (text.size() > 1 ? "," : "") + database.ctl({"dump", place}).output;
+      return text + "]";
+   }
    // What publishers asked for is put into another database, and another agent works it off.
-   Sorted madeByANewAgent() {
-      Sorted intent = Sorted::parse(bridge.dump("bridging/input"));
-      intent.erase(inputs + "eth"); // the agent's own
-      for (std::string const place : {"interface/config/eth/intf", "interface/status/eth/intf",
-                                      "interface/config/eth/vlan", "bridging/hwcapabilities"}) {
-         Sorted const part = Sorted::parse(bridge.dump(place));
-         for (auto const& [name, value] : part.items())
-            intent[name] = value;
-      }
+   std::string madeByANewAgent() {
       Database database;
-      Result const loaded = database.ctl({"load", "-"}, intent.dump());
-      EXPECT_EQ(loaded.status, 0) << loaded.errors;
+      for (std::string const place :
+           {"interface/config/eth/intf", "interface/status/eth/intf", "interface/config/eth/vlan",
+            "bridging/hwcapabilities", "bridging/input/dynvlan", "bridging/input/config"}) {
+         Result const loaded = database.ctl({"load", "-"}, bridge.dump(place));
+         EXPECT_EQ(loaded.status, 0) << loaded.errors;
+      }
+      // Except what the agent itself put there.
+      std::string deletions;
+      for (std::string const& port : bridge.keys(inputs + "eth.switchIntfConfig"))
+         deletions += Json{"delete", inputs + "eth.switchIntfConfig[" + port + "]"}.dump() + "\n";
+      EXPECT_EQ(database.ctl({"batch"}, deletions).status, 0);
       Agent agent(database);
       Result const settled = database.ctl({"settle", "--timeout", "20"});
       EXPECT_EQ(settled.status, 0) << settled.errors;
-      Result const dump = database.ctl({"dump", "bridging"});
-      return Sorted::parse(dump.output, nullptr, false);
+      return resolved(database);
    }
    // The agent sees what is done meanwhile in one turn.
    template <class Action>
@@ -120,7 +127,7 @@ TEST_F(BadIntentTest, listsWithGarbageAreReadAsFarAsTheyGo) {
    std::string const longList = [] {
       std::string text;
       while (text.size() < 60000)
-         text += "1-4094,x,";
+         text += "1-400,x,";
       return text;
    }();
    Json const lists = {"",
@@ -360,14 +367,15 @@ TEST_F(BadIntentTest, thousandSourcesMayClaimTheSameVlansAndVanish) {
 
 TEST_F(BadIntentTest, inputOfManyHostsMayBeReplacedAtOnce) {
    auto const document = [&](int seed) {
-      Sorted vlans = Sorted::object();
+      nlohmann::json vlans = nlohmann::json::object();
       for (int i = 0; i < 16000; ++i) {
          char addr[18];
          std::snprintf(addr, sizeof addr, "02:%02x:00:00:%02x:%02x", seed, i >> 8, i & 0xff);
          vlans[std::to_string(10 + i % 3)]["configuredHost"][addr]["intf"] =
              "Ethernet" + std::to_string(1 + (i + seed) % 8);
       }
-      return Sorted{{inputs + "a", {{"$type", "Bridging::Input::Config"}, {"fdbConfig", vlans}}}}.dump();
+      return nlohmann::json{{inputs + "a", {{"$type", "Bridging::Input::Config"}, {"fdbConfig", vlans}}}}
+          .dump();
    };
    std::string const first = document(1), second = document(2);
    bridge.done({"load", "-"}, first);
@@ -389,22 +397,26 @@ TEST_F(BadIntentTest, entitiesOfAWrongTypeAreNoPublishers) {
    char const* const types[] = {"Bridging::Input::VlanIdSet", "Bridging::Input::AllowedVlans",
                                 "Bridging::Input::Config",    "Bridging::Input::CliConfig",
                                 "Bridging::Config",           "Kem::Dir"};
+   Batch batch(bridge);
    auto const make = [&](size_t shift) {
       for (std::string const& directory : {claims, allowances, inputs})
          for (size_t i = 0; i < std::size(types); ++i)
-            bridge.done(
-                {"create", directory + "x" + std::to_string(i), types[(i + shift) % std::size(types)]});
+            batch.create(directory + "x" + std::to_string(i), types[(i + shift) % std::size(types)]);
+      batch.run();
    };
    auto const fill = [&] {
+      std::string commands; // of which each type takes its own
       for (std::string const& directory : {claims, allowances, inputs})
          for (size_t i = 0; i < std::size(types); ++i) {
             std::string const x = directory + "x" + std::to_string(i);
-            bridge.database().ctl({"set", x + ".vlans", "\"300-310\""});
-            bridge.database().ctl({"set", x + ".vlans[Ethernet25]", "\"300-310\""});
-            bridge.database().ctl(
-                {"set", x + ".fdbConfig[10].configuredHost[00:00:00:00:00:01]", R"({"intf": "Ethernet1"})"});
-            bridge.database().ctl({"set", x + ".switchIntfConfigPriority", "500"});
+            Json const host = {{"intf", "Ethernet1"}};
+            for (Json const& command :
+                 {Json{"set", x + ".vlans", "300-310"}, Json{"set", x + ".vlans[Ethernet25]", "300-310"},
+                  Json{"set", x + ".fdbConfig[10].configuredHost[00:00:00:00:00:01]", host},
+                  Json{"set", x + ".switchIntfConfigPriority", 500}})
+               commands += command.dump() + "\n";
          }
+      EXPECT_THAT(bridge.database().ctl({"batch"}, commands).output, HasSubstr("no attribute"));
    };
    make(0);
    fill();
@@ -412,7 +424,7 @@ TEST_F(BadIntentTest, entitiesOfAWrongTypeAreNoPublishers) {
    whileStopped([&] {
       for (std::string const& directory : {claims, allowances, inputs})
          for (size_t i = 0; i < std::size(types); ++i)
-            bridge.erase(directory + "x" + std::to_string(i));
+            batch.erase(directory + "x" + std::to_string(i));
       make(1);
       fill();
    });
