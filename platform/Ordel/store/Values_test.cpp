@@ -46,13 +46,13 @@ struct Refused {
 };
 
 // As the store reads a value from the wire.
-Refused readValue(Records::ValueType const& type, std::string const& bytes) {
+Refused readValue(Records::ValueType const& type, std::string const& wire) {
    Ordel::Codec const codec(type, Ordel::Codec::Use::value);
-   Wire::Reader in(bytes);
+   Wire::Reader in(wire);
    Ordel::Packed out;
    if (codec.read(in, out))
       return {true, "", "", false};
-   auto const problem = codec.explain(bytes);
+   auto const problem = codec.explain(wire);
    return {false, problem.field, problem.reason, problem.isMalformed};
 }
 
@@ -93,12 +93,12 @@ TEST_F(ConditionTest, recordOfVaryingSizeIsHeldToItToo) {
    Records::Field const fields[] = {
        {"peer", &tables.u16, {}, 2, 7, text}, {"name", &tables.string, {}}, {"role", &tables.u8, {}}};
    Type const type = recordOf(fields, 0);
-   auto const bytes = [](uint16_t peer, std::string const& name, char role) {
+   auto const valueOf = [](uint16_t peer, std::string const& name, char role) {
       return TestRecords::u16Bytes(peer) + TestRecords::stringBytes(name) + role;
    };
-   EXPECT_TRUE(readValue(type, bytes(0, "long\7", '\6')).isTaken);
-   EXPECT_TRUE(readValue(type, bytes(3, "", '\7')).isTaken);
-   auto const refused = readValue(type, bytes(0, "long", '\7'));
+   EXPECT_TRUE(readValue(type, valueOf(0, "long\7", '\6')).isTaken);
+   EXPECT_TRUE(readValue(type, valueOf(3, "", '\7')).isTaken);
+   auto const refused = readValue(type, valueOf(0, "long", '\7'));
    EXPECT_FALSE(refused.isTaken);
    EXPECT_EQ(refused.field, ".peer");
    EXPECT_EQ(refused.reason, text);
