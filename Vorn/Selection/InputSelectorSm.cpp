@@ -117,7 +117,16 @@ void InputSelectorSm::configDel(Kem::Name const& name) {
    config_.erase(name);
 }
 
+// The command line's input is followed as long as it stands. Another one of its type is an input like any other:
+// its settings would count or not by who came last, and would stay when it goes.
 void InputSelectorSm::cliConfigIs(Kem::Ptr<CliConfig const> const& cliConfig) {
+   auto const& current = in_.cliConfig;
+   if (current && current != cliConfig && in_.inputDir->entity<CliConfig>(current->name()) == current) {
+      KEM_TRACE(selectorTrace, 0,
+                cliConfig->name() << " is of the command line's type; settings of the bridge are taken from "
+                                  << current->name() << " only");
+      return;
+   }
    in_.cliConfig = cliConfig;
    kemCliConfig_.notifierIs(cliConfig);
    in_.bridgingConfigSm->cliConfigIs(cliConfig);

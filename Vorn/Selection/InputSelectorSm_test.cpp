@@ -823,6 +823,29 @@ TEST_F(InputSelectorSmTest, commandLinesInputThatIsReplacedGivesTheSettings) {
    EXPECT_EQ(bridge.config->hostAgingTime(), 99.0) << "the old one is not followed any more";
 }
 
+TEST_F(InputSelectorSmTest, anotherInputOfTheCommandLinesTypeGivesNoSettings) {
+   TestTrace trace;
+   bridge.cli->hostAgingTimeIs(17);
+   bridge.start();
+   auto const intruder = Bridging::Input::CliConfig::make();
+   bridge.place("x", intruder);
+   intruder->hostAgingTimeIs(99);
+   bridge.run();
+   EXPECT_EQ(bridge.selector->cliConfig(), bridge.cli);
+   EXPECT_EQ(bridge.config->hostAgingTime(), 17.0);
+   EXPECT_EQ(trace.level("x is of the command line's type; settings of the bridge are taken from cli only"),
+             0);
+   bridge.withdraw("x");
+   bridge.run();
+   EXPECT_EQ(bridge.config->hostAgingTime(), 17.0);
+   // The next agent finds both.
+   bridge.stop();
+   bridge.place("x", intruder);
+   bridge.start();
+   EXPECT_EQ(bridge.selector->cliConfig(), bridge.cli);
+   EXPECT_EQ(bridge.config->hostAgingTime(), 17.0);
+}
+
 TEST_F(InputSelectorSmTest, commandLinesInputOfTheDirectoryCountsFromTheStart) {
    auto inputs = bridge.selectorInputs();
    auto const other = Bridging::Input::CliConfig::make();

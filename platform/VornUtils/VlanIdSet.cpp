@@ -55,16 +55,41 @@ std::string VlanIdSet::text() const {
    return list;
 }
 
+namespace {
+// Items that were left out, as many of them and as much of each as fit a line for people: a list may be
+// megabytes of garbage.
+class RefusedItems {
+  public:
+   void add(std::string_view item) {
+      if (text_.size() >= maxShown) {
+         ++untold_;
+         return;
+      }
+      text_.append(text_.empty() ? "" : ",").append(item.substr(0, maxShownOfItem));
+      if (item.size() > maxShownOfItem)
+         text_ += "...";
+   }
+   std::string text() const {
+      return untold_ == 0 ? text_ : text_ + " and " + std::to_string(untold_) + " more";
+   }
+
+  private:
+   static constexpr size_t maxShown = 200, maxShownOfItem = 40; // bytes
+   std::string text_;
+   size_t untold_ = 0;
+};
+} // namespace
+
 std::string computeVlanSet(VlanIdSet& set, std::string_view text) {
-   std::string refused;
+   RefusedItems refused;
    while (!text.empty()) {
       size_t const comma = text.find(',');
       std::string_view const item = trimmed(text.substr(0, comma));
       if (!item.empty() && !addItem(set, item))
-         refused.append(refused.empty() ? "" : ",").append(item);
+         refused.add(item);
       text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
    }
-   return refused;
+   return refused.text();
 }
 
 } // namespace VornUtils

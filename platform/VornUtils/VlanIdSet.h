@@ -67,7 +67,8 @@ class VlanIdSet {
 // (garbage, a number out of range, a reversed range) is left out, and the others count: a publisher's
 // slip must not take away the VLANs that it spelled right.
 //
-// Returns the items left out, separated by commas; empty when all were taken.
+// Returns the items left out, separated by commas; empty when all were taken. Of many or long ones it is the
+// beginning, 250 bytes or less, and how many more there are.
 std::string computeVlanSet(VlanIdSet& set, std::string_view text);
 
 } // namespace VornUtils

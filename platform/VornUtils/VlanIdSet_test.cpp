@@ -90,4 +90,17 @@ TEST(ComputeVlanSet, leavesOutWhatIsNoVlanAndKeepsTheRest) {
    EXPECT_EQ(taken(std::string_view("10\0,11", 6)), std::string("11!10\0", 6));
 }
 
+TEST(ComputeVlanSet, ofMuchGarbageTheBeginningIsTold) {
+   std::string garbage;
+   for (int i = 0; i < 1000; ++i)
+      garbage += "x" + std::to_string(i) + ",7,";
+   VornUtils::VlanIdSet set;
+   std::string const told = VornUtils::computeVlanSet(set, garbage);
+   EXPECT_EQ(told.substr(0, 9), "x0,x1,x2,");
+   EXPECT_EQ(told.substr(told.find(' ')), " and 947 more");
+   EXPECT_LE(told.size(), 250u);
+   EXPECT_TRUE(set.vlan(7));
+   EXPECT_EQ(VornUtils::computeVlanSet(set, std::string(100000, 'y') + ",z"), std::string(40, 'y') + "...,z");
+}
+
 } // namespace

@@ -272,6 +272,26 @@ TEST(CompilerTest, keysAreKeptApartInCollectionsOfOneKeyType) {
    EXPECT_NE(fingerprint(c.model), fingerprint(compile(attribute(b + "map u8 -> bool;")).model));
 }
 
+TEST(CompilerTest, numberOfAValueRecordIsNonzeroWhileAnotherHasAValue) {
+   std::string const b =
+       "namespace N;\n/// T.\nenum T : u8 {\n   /// 0.\n   zero = 0;\n   /// 1.\n   one = 1;\n}\n"
+       "/// S.\nstruct S {\n   /// A.\n   a : T;\n   /// B.\n   b : ";
+   expectError(b + "u8 nonzero if a = one;\n}\n", "14:19: expected `while`, found `if`");
+   expectError(b + "u8 nonzero while c = one;\n}\n", "14:25: `S` has no field `c`");
+   expectError(b + "u8 nonzero while b = 1;\n}\n",
+               "14:25: one number can be nonzero while another has a value");
+   expectError(b + "string nonzero while a = one;\n}\n",
+               "14:29: one number can be nonzero while another has a value");
+   expectError(b + "u8 nonzero while a = two;\n}\n", "14:29: bad value: `two` is no enumerator of `N::T`");
+   expectError(b + "u8 nonzero while a = zero;\n}\n", "14:4: the defaults of `S` break the condition on `b`");
+   EXPECT_THAT(compile(b + "u8 = 3 nonzero while a = zero;\n}\n").errors, ElementsAre());
+   auto const c = compile(b + "u8 nonzero while a = one;\n}\n");
+   EXPECT_THAT(c.errors, ElementsAre());
+   EXPECT_EQ(c.model.types.back()->fields[1].whileText, "S::b 0 while a is one not allowed");
+   EXPECT_THAT(document(c.model), HasSubstr("| `b` | `u8` | `0` | B. Not 0 while `a` is `one`. |"));
+   EXPECT_NE(fingerprint(c.model), fingerprint(compile(b + "u8;\n}\n").model));
+}
+
 TEST(CompilerTest, onlyEthernetAddressesAreMulticast) {
    expectError(attribute("a : map u8 -> bool multicast;"),
                "5:4: only keys that are Ethernet addresses can be multicast");

@@ -182,8 +182,8 @@ class DocumentEmitter {
          out_.put("| field | type | default | meaning |\n|---|---|---|---|");
          for (auto const& f : type.fields)
             out_.put("| " + code(f.name) + (f.isKey ? " *key*" : "") + " | " + link(*f.type) + " | " +
-                     (f.isKey ? "" : cell(code(valueText(*f.type, f.initial)))) + " | " + cell(f.meaning) +
-                     " |");
+                     (f.isKey ? "" : cell(code(valueText(*f.type, f.initial)))) + " | " +
+                     cell(f.meaning + whileText(f)) + " |");
       } else {
          std::string text = "A " + code(type.baseName.text);
          if (!type.rangeText.empty())

@@ -86,6 +86,10 @@ Schema const& schema() {
             out_.gap().put("// " + type->fullName() + "\nconstexpr Field fields" + number + "[] = {");
             for (auto const& f : type->fields)
                out_.put("   {\"" + f.name + "\", " + typePointer(f.type) + ", " + cppString(f.meaning) +
+                        (f.whileField < 0
+                             ? ""
+                             : ", " + std::to_string(f.whileField) + ", " + std::to_string(f.whileNumber) +
+                                   "u, " + cppString(f.whileText)) +
                         "},");
             out_.put("};");
          }
@@ -196,7 +200,7 @@ uint64_t fingerprint(Model const& model) {
       for (auto const& e : type->enumerators)
          add(e.name), add(std::to_string(e.number));
       for (auto const& f : type->fields)
-         add(f.name), add(f.type->fullName()), add(f.isKey ? "key" : "");
+         add(f.name), add(f.type->fullName()), add(f.isKey ? "key" : ""), add(f.whileText);
    }
    for (auto const& entity : model.entities) {
       add(entity->fullName());

@@ -1,5 +1,6 @@
 // Value types: numbers with a range, enumerations, value records.
 #include "Emit.h"
+#include "EntityWords.h"
 #include "Values.h"
 
 #include <functional>
@@ -75,7 +76,7 @@ constexpr bool isEnumerator($name value) {
 void putStruct(Text& out, Names const& names, ValueType const& type) {
    out.put("struct $name {", {{"name", type.name}});
    for (auto const& f : type.fields) {
-      out.comment(f.meaning, 3);
+      out.comment(f.meaning + whileText(f), 3);
       std::string const initial = names.initial(*f.type, f.initial, type.nameSpace);
       out.put("   $type $name = $initial;", {{"type", names.of(*f.type, type.nameSpace)},
                                              {"name", f.name},

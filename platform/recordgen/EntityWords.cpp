@@ -27,6 +27,10 @@ std::string keysText(Attribute const& a) {
           (a.apart ? " No key is in `" + a.apart->name + "` too." : "");
 }
 
+std::string whileText(Field const& f) {
+   return f.whileField < 0 ? "" : " Not 0 while `" + f.whileName.text + "` is `" + f.whileValue.text + "`.";
+}
+
 std::string parameters(Names const& names, Entity const& entity, std::string const& from, Defaults defaults,
                        std::string const& keyName) {
    std::vector<std::string> parts;

@@ -16,6 +16,9 @@ std::string unlessText(Attribute const& attribute);
 // What its keys can't be; empty when all are legal.
 std::string keysText(Attribute const& attribute);
 
+// When it can't be 0; empty when it always can.
+std::string whileText(Field const& field);
+
 enum class Defaults { shown, left };
 // "VlanId vlanId, bool internal = false" of the constructor: the key, then inputs. Another name for the key
 // where it is given.

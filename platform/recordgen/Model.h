@@ -66,7 +66,12 @@ struct Field {
    bool isKey = false; // as a member of a map, the record is under this value
    TypeName typeName;
    Literal initial;
+   TypeName whileName; // of the field that forbids 0 here while it is `whileValue`; empty for none
+   Literal whileValue;
    ValueType const* type = nullptr;
+   int whileField = -1;      // position of that field
+   uint64_t whileNumber = 0; // number of its value
+   std::string whileText;    // what 0 is refused with
 };
 
 // A built-in type, a `type`, an `enum` or a `struct`.

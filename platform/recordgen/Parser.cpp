@@ -194,6 +194,14 @@ class Parser {
          f.typeName = expectType();
          if (takeMark("="))
             f.initial = expectLiteral();
+         if (takeWord("nonzero")) {
+            if (!takeWord("while"))
+               fail("expected `while`");
+            f.whileName.at = token().at;
+            f.whileName.text = expectName("the field that forbids 0 here").text;
+            expectMark("=");
+            f.whileValue = expectLiteral();
+         }
          expectMark(";");
          type.fields.push_back(std::move(f));
       }

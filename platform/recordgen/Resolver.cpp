@@ -119,6 +119,11 @@ class Resolver {
       for (auto& type : model_.types)
          for (auto& field : type->fields)
             checkLiteral(*field.type, field.initial);
+      if (!model_.errors.empty())
+         return;
+      for (auto& type : model_.types)
+         for (auto& field : type->fields)
+            resolveWhile(*type, field);
       for (auto& entity : model_.entities)
          resolveBase(*entity);
       if (!model_.errors.empty())
@@ -349,6 +354,33 @@ class Resolver {
                          "a key in a record has a type of fixed size, unlike `" + f.type->fullName() + '`');
          if (f.initial)
             model_.error(f.initial.at, "a key has no default");
+      }
+   }
+
+   void resolveWhile(ValueType const& type, Field& field) {
+      if (field.whileName.text.empty())
+         return;
+      auto const isNumber = [](Field const& f) {
+         return f.type->kind == Kind::u8 || f.type->kind == Kind::u16 || f.type->kind == Kind::u32 ||
+                f.type->kind == Kind::u64 || f.type->isEnum();
+      };
+      auto const other = std::find_if(type.fields.begin(), type.fields.end(),
+                                      [&](Field const& f) { return f.name == field.whileName.text; });
+      if (other == type.fields.end())
+         model_.error(field.whileName.at, '`' + type.name + "` has no field `" + field.whileName.text + '`');
+      else if (!isNumber(field) || !isNumber(*other) || &*other == &field)
+         model_.error(field.whileName.at, "one number can be nonzero while another has a value");
+      else if (std::string const problem = literalProblem(*other->type, field.whileValue); !problem.empty())
+         model_.error(field.whileValue.at, "bad value: " + problem);
+      else if (field.whileNumber = numberOf(*other->type, field.whileValue);
+               numberOf(*field.type, field.initial) == 0 &&
+               numberOf(*other->type, other->initial) == field.whileNumber)
+         model_.error(field.at,
+                      "the defaults of `" + type.name + "` break the condition on `" + field.name + '`');
+      else {
+         field.whileField = static_cast<int>(other - type.fields.begin());
+         field.whileText = type.name + "::" + field.name + " 0 while " + other->name + " is " +
+                           field.whileValue.text + " not allowed";
       }
    }
 

@@ -41,6 +41,11 @@ struct Field {
    std::string_view name;
    ValueType const* type;
    std::string_view meaning;
+   // The field is not 0 while the one at position `whileField` has the number `whileNumber`; -1 without such a
+   // condition.
+   int16_t whileField = -1;
+   uint64_t whileNumber = 0;
+   char const* whileText = nullptr; // what a value that breaks the condition is refused with
 };
 
 // The type of a value, a key or a field.

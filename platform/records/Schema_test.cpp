@@ -91,6 +91,17 @@ TEST(SchemaTest, conditionsOnKeysGoBothWaysAndAreOfStaticHostsAndGroups) {
    EXPECT_EQ(group.apart, input.find("configuredHost"));
 }
 
+TEST(SchemaTest, secondaryVlanNamesItsPrimary) {
+   auto const* const vlan = all.entity("Bridging::Input::VlanConfig");
+   ASSERT_TRUE(vlan);
+   auto const& role = *vlan->attributes[static_cast<size_t>(vlan->find("vlanTypeAndPrimaryVlan"))].value;
+   EXPECT_EQ(role.fields[0].whileField, -1);
+   EXPECT_EQ(role.fields[1].whileField, 0);
+   EXPECT_EQ(role.fields[1].whileNumber, static_cast<uint64_t>(Bridging::VlanType::secondary_));
+   EXPECT_STREQ(role.fields[1].whileText,
+                "VlanTypeAndPrimaryVlan::primaryVlan 0 while vlanType is secondary_ not allowed");
+}
+
 TEST(SchemaTest, classesAgreeWithTheirDescriptors) {
    for (auto const& type : all.entities) {
       auto const* info = Records::typeInfo(type.id);

@@ -52,6 +52,27 @@ uint64_t readNumber(Wire::Reader& in, size_t size) {
    }
 }
 
+bool passValue(ValueType const& type, Wire::Reader& in, Problem* problem);
+
+// The number in a field of a record whose fields are all good.
+uint64_t fieldNumber(ValueType const& record, std::string_view bytes, size_t field) {
+   Wire::Reader in(bytes);
+   for (size_t i = 0; i < field; ++i)
+      passValue(*record.fields[i].type, in, nullptr);
+   return readNumber(in, record.fields[field].type->size);
+}
+
+// The first field that is 0 though another field of the record forbids it; null when there is none.
+Records::Field const* forbiddenZero(ValueType const& record, std::string_view bytes) {
+   for (size_t i = 0; i < record.fields.size(); ++i) {
+      Records::Field const& field = record.fields[i];
+      if (field.whileField >= 0 && fieldNumber(record, bytes, i) == 0 &&
+          fieldNumber(record, bytes, static_cast<size_t>(field.whileField)) == field.whileNumber)
+         return &field;
+   }
+   return nullptr;
+}
+
 // Passes one value and checks it. `problem` may be null where only the answer counts.
 bool passValue(ValueType const& type, Wire::Reader& in, Problem* problem) {
    auto const refuse = [&](std::string_view reason) {
@@ -82,7 +103,8 @@ bool passValue(ValueType const& type, Wire::Reader& in, Problem* problem) {
    case Kind::intfId:
       Sulvi::IntfId::decode(in);
       return in.good();
-   case Kind::record:
+   case Kind::record: {
+      char const* const begin = in.position();
       for (Records::Field const& field : type.fields) {
          if (passValue(*field.type, in, problem))
             continue;
@@ -90,7 +112,11 @@ bool passValue(ValueType const& type, Wire::Reader& in, Problem* problem) {
             problem->field = "." + std::string(field.name) + problem->field;
          return false;
       }
-      return true;
+      auto const* const field = forbiddenZero(type, {begin, static_cast<size_t>(in.position() - begin)});
+      if (field && problem)
+         problem->field = "." + std::string(field->name);
+      return !field || refuse(field->whileText);
+   }
    default: {
       if (!type.rangeText) {
          in.raw(type.size);
@@ -140,14 +166,24 @@ Codec::Codec(ValueType const& type, Use use) : type_(type), use_(use) {
 void Codec::addChecks(ValueType const& type, size_t offset) {
    auto const at = static_cast<uint8_t>(offset);
    if (type.kind == Kind::boolean)
-      checks_.push_back({at, 1, false, 0, 1});
+      checks_.push_back({at, 1, Check::Condition::isInRange, 0, 1});
    else if (type.kind == Kind::float64)
-      checks_.push_back({at, 8, true, 0, 0});
+      checks_.push_back({at, 8, Check::Condition::isNumber, 0, 0});
    else if (type.rangeText)
-      checks_.push_back({at, type.size, false, type.min, type.max});
+      checks_.push_back({at, type.size, Check::Condition::isInRange, type.min, type.max});
+   std::vector<uint8_t> offsets;
    for (Records::Field const& field : type.fields) {
       addChecks(*field.type, offset);
+      offsets.push_back(static_cast<uint8_t>(offset));
       offset += field.type->size;
+   }
+   for (size_t i = 0; i < type.fields.size(); ++i) {
+      Records::Field const& field = type.fields[i];
+      if (field.whileField < 0)
+         continue;
+      auto const other = static_cast<size_t>(field.whileField);
+      checks_.push_back({offsets[i], field.type->size, Check::Condition::isNonzeroWhile, field.whileNumber, 0,
+                         offsets[other], type.fields[other].type->size});
    }
 }
 

@@ -148,12 +148,19 @@ class Codec {
    std::string_view view(char const* kept, std::string_view zero, std::string& scratch) const;
 
   private:
-   // A bounded number, a boolean or a double inside a plain value.
+   // A condition on a number, a boolean or a double inside a plain value.
    struct Check {
+      enum class Condition : uint8_t {
+         isInRange,
+         isNumber,       // a double that is no NaN
+         isNonzeroWhile, // the number at `whileOffset` is `min`
+      };
       uint8_t offset;
       uint8_t size;
-      bool isDouble;
+      Condition condition;
       uint64_t min, max;
+      uint8_t whileOffset = 0;
+      uint8_t whileSize = 0;
       bool holds(char const* bytes) const;
    };
    void addChecks(Records::ValueType const& type, size_t offset);
@@ -179,9 +186,11 @@ class Codec {
 
 inline bool Codec::Check::holds(char const* bytes) const {
    uint64_t const number = loadBytes(bytes + offset, size);
-   if (isDouble)
+   if (condition == Condition::isInRange) [[likely]]
+      return number >= min && number <= max;
+   if (condition == Condition::isNumber)
       return (number & 0x7fffffffffffffffu) <= 0x7ff0000000000000u; // above it stand the NaNs
-   return number >= min && number <= max;
+   return number != 0 || loadBytes(bytes + whileOffset, whileSize) != min;
 }
 
 } // namespace Ordel
