@@ -150,6 +150,8 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
       port->doMaybeTakeUpNativeVlan(vlanId);
       port->doSyncSingleVlan(*vlanConfig);
    });
+   // The pairs of a former static primary stay, and its secondaries share the processor's port with it.
+   maybeSyncCpuPort(parent_, vlanId);
    changed.doRemove(vlanId);
    doSyncVlans(changed);
    return true;

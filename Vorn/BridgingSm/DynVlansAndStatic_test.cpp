@@ -372,4 +372,28 @@ TEST_F(DynVlansTest, processorLeavesAVlanThatTurnsDynamicAfterItsInterfaceWasDis
    EXPECT_EQ(bridge.membership(7, "Cpu"), "");
 }
 
+TEST_F(DynVlansTest, secondariesFollowTheProcessorOfAPrimaryThatTurnsDynamic) {
+   bridge.hasLibrary = true;
+   auto const intf = bridge.vlanIntf(100);
+   bridge.vlan(100)->adminStateIs(Bridging::VlanAdminState::suspended);
+   bridge.secondaryVlan(101, 100);
+   bridge.start();
+   bridge.dynVlans("a", "100");
+   bridge.run();
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "") << "the primary is suspended";
+   bridge.vlanDel(100);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(100, "Cpu"), "tagged");
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "tagged");
+
+   // And the other way round.
+   bridge.vlan(100);
+   bridge.run();
+   intf->enabledIs(false);
+   bridge.vlanDel(100);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(100, "Cpu"), "");
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "");
+}
+
 } // namespace
