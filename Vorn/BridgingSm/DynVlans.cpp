@@ -120,7 +120,7 @@ Kem::String8 DynVlans::getDynVlanConfigSource(Bridging::VlanId vlanId) const {
 // --- Resolved VLANs.
 
 bool DynVlans::isDynamic(Bridging::VlanId vlanId) const {
-   if (!made_.vlan(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+   if (!made_.vlan(vlanId) || parent_.staticVlans().vlanConfigAfterCodef(vlanId))
       return false;
    auto const* const vlan = parent_.config().vlanConfig().find(vlanId); // somebody else may have deleted it
    return vlan && !(*vlan)->internal();
@@ -128,7 +128,7 @@ bool DynVlans::isDynamic(Bridging::VlanId vlanId) const {
 
 bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& configSrcName,
                                Bridging::Input::VlanIdSet const& vlanIdSet, bool mvrpDynVlan) {
-   if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+   if (parent_.staticVlans().isStatic(vlanId))
       return false;
    auto& resolvedVlans = parent_.resolvedVlans();
    parent_.handleInternalVlanIdInUse(vlanId);
@@ -158,8 +158,7 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
 }
 
 void DynVlans::doDelDynVlan(Bridging::VlanId vlanId) {
-   if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId) ||
-       !parent_.routedPort(vlanId).empty())
+   if (parent_.staticVlans().isStatic(vlanId) || !parent_.routedPort(vlanId).empty())
       return;
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) { port->doLoseNativeVlan(vlanId); });
    parent_.resolvedVlans().vlanDel(vlanId);
@@ -188,7 +187,7 @@ void DynVlans::handleConfigIn() {
       return;
    for (auto const& [key, source] : table_->dynVlanSrc()) {
       Bridging::VlanId const vlanId = key;
-      if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+      if (parent_.staticVlans().isStatic(vlanId))
          continue;
       if (!isDynamic(vlanId))
          parent_.handleVlanConfig(vlanId);

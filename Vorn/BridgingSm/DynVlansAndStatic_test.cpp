@@ -73,7 +73,7 @@ TEST_F(DynVlansTest, claimsOnAStaticVlanThatIsOnItsWayOutWaitForItsEnd) {
    holdBackCopies();
    bridge.vlanDel(7);
    bridge.run();
-   ASSERT_TRUE(bridge.sm->vlanConfigAfterCodef(7));
+   ASSERT_TRUE(bridge.sm->staticVlans().vlanConfigAfterCodef(7));
    // Its claims change meanwhile: another comes, and one goes and comes back.
    bridge.dynVlans("b", "7", 20);
    bridge.dynVlans("c", "7,8", 30);
@@ -311,7 +311,7 @@ TEST_F(DynVlansTest, lastClaimLeavesTheVlanOfARoutedPort) {
    bridge.routed("Ethernet1");
    bridge.start();
    ASSERT_EQ(bridge.mode("Ethernet1"), "routed 7");
-   bridge.sm->doDelDynVlan(7);
+   bridge.sm->dynVlans().doDelDynVlan(7);
    EXPECT_TRUE(bridge.resolvedVlan(7));
    EXPECT_EQ(bridge.mode("Ethernet1"), "routed 7");
 }

@@ -99,9 +99,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // looked at all of them. Nothing before handleInitialized().
    void doUpdateTrunkAllowedVlans();
    void handleEnabledStateLocal();
-   // Whether its input wants frames of primary VLANs to leave under the number of a secondary.
-   bool mapsPrimaryVlans() const;
-   // Has them leave under `min`, the smallest secondary; 4095 is none. A configured translation stays.
+   // Has frames of a primary VLAN leave under `min`, its smallest secondary; 4095 is none. A configured
+   // translation stays.
    void doAddPrivateVlanMapping(Bridging::VlanId vlanId, Bridging::VlanIdOrAny min);
 
   private:
