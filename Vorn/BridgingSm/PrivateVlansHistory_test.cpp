@@ -1,5 +1,5 @@
-// Private VLANs, translations and mappings: any history ends where a start with the same tree does, on what
-// the previous run left and from nothing.
+// Private VLANs, translations and mappings, with dynamic VLANs and static hosts between them: any history ends
+// where a start with the same tree does, on what the previous run left and from nothing.
 //
 // Left out is what depends on the order of events by intention: which internal VLAN a routed port draws, when
 // the processor's port follows a VLAN interface, and what a trunk becomes when its input loses the
@@ -32,18 +32,28 @@ class PrivateVlansHistory {
    // A few changes, with the loop running in between or not; all delivered at the end.
    void go() {
       for (unsigned steps = 1 + below(8); steps > 0; --steps) {
-         below(3) != 0 ? changeVlans() : changePorts();
+         switch (below(5)) {
+         case 0:
+            changeSourcesAndHosts();
+            break;
+         case 1:
+            changePorts();
+            break;
+         default:
+            changeVlans();
+         }
          if (isHeads())
             bridge.turn();
       }
       bridge.run();
    }
 
-   // All that private VLANs have a part in, and the translations.
+   // All that private VLANs have a part in, the translations, and the hosts.
    std::string outcome() {
       std::string text;
       for (uint16_t const vlanId : bridge.resolvedVlans()) {
-         text += "VLAN " + std::to_string(vlanId) + " fid " + std::to_string(bridge.fid(vlanId));
+         text += "VLAN " + std::to_string(vlanId) + " fid " + std::to_string(bridge.fid(vlanId)) + " host " +
+                 bridge.host(vlanId, hostAddr);
          for (char const* member : {"Cpu", "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"})
             text += std::string("; ") + member + " " + bridge.membership(vlanId, member);
          text += '\n';
@@ -100,6 +110,24 @@ class PrivateVlansHistory {
       }
    }
 
+   // Dynamic VLANs are primaries or plain VLANs: sources know of no roles.
+   void changeSourcesAndHosts() {
+      char const* const source = isHeads() ? "a" : "b";
+      switch (below(4)) {
+      case 0:
+         return bridge.dynVlansDel(source);
+      case 1:
+         isHeads() ? input().host(number(), hostAddr, isHeads() ? "Ethernet1" : "Ethernet2")
+                   : input().fdbDel(number());
+         return;
+      default: {
+         uint16_t const first = number();
+         std::string const list = std::to_string(first) + '-' + std::to_string(first + below(3));
+         bridge.dynVlans(source, list.c_str(), below(3));
+      }
+      }
+   }
+
    void changePorts() {
       char const* const name = ports[below(std::size(ports))];
       TestInput const in = input();
@@ -133,6 +161,7 @@ class PrivateVlansHistory {
       }
    }
 
+   static constexpr char hostAddr[] = "00:1c:73:00:00:01";
    static constexpr char const* ports[] = {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"};
    std::mt19937 random_;
 };

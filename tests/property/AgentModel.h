@@ -147,6 +147,7 @@ class Agent {
    void syncTrunkGroups(unsigned number);
    void handleAdminState(unsigned number);
    void syncCpuPort(unsigned number);
+   void syncCpuPortOfSecondaries(unsigned number);
    void syncSecondaryCpuPort(ResolvedVlan const& primary, ResolvedVlan& secondary);
    void followRoles();
    void handleVlanIntf(std::string const& intf);

@@ -259,16 +259,20 @@ void Agent::syncCpuPort(unsigned number) {
       out.members["Cpu"] = {.tagged = true};
    else
       out.members.erase("Cpu");
-   if (auto const primary = secondaries_.find(number); primary != secondaries_.end())
-      for (unsigned const secondary : primary->second)
-         if (auto const found = vlans_.find(secondary); found != vlans_.end())
-            syncSecondaryCpuPort(out, found->second);
+   syncCpuPortOfSecondaries(number);
    auto const role = roles_.find(number);
    if (out.role.primary == 0 || role == roles_.end() || role->second.primary == 0)
       return;
    auto const primary = vlans_.find(out.role.primary);
    if (primary != vlans_.end() && primary->second.role == Role() && !primary->second.internal)
       syncSecondaryCpuPort(primary->second, out);
+}
+
+void Agent::syncCpuPortOfSecondaries(unsigned number) {
+   if (auto const primary = secondaries_.find(number); primary != secondaries_.end())
+      for (unsigned const secondary : primary->second)
+         if (auto const found = vlans_.find(secondary); found != vlans_.end())
+            syncSecondaryCpuPort(vlans_.at(number), found->second);
 }
 
 void Agent::syncSecondaryCpuPort(ResolvedVlan const& primary, ResolvedVlan& secondary) {
