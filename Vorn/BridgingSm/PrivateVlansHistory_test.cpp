@@ -32,11 +32,12 @@ class PrivateVlansHistory {
    // A few changes, with the loop running in between or not; all delivered at the end.
    void go() {
       for (unsigned steps = 1 + below(8); steps > 0; --steps) {
-         switch (below(5)) {
+         switch (below(6)) {
          case 0:
+         case 1:
             changeSourcesAndHosts();
             break;
-         case 1:
+         case 2:
             changePorts();
             break;
          default:
@@ -113,15 +114,21 @@ class PrivateVlansHistory {
    // Dynamic VLANs are primaries or plain VLANs: sources know of no roles.
    void changeSourcesAndHosts() {
       char const* const source = isHeads() ? "a" : "b";
-      switch (below(4)) {
+      switch (below(5)) {
       case 0:
          return bridge.dynVlansDel(source);
-      case 1:
+      case 1: { // a static primary where a dynamic one may be, or may come
+         auto const primary = static_cast<uint16_t>(1 + below(4));
+         bridge.vlan(primary)->vlanTypeAndPrimaryVlanIs({});
+         bridge.vlan(primary)->adminStateIs(isHeads() ? VlanAdminState::active : VlanAdminState::suspended);
+         return bridge.secondaryVlan(static_cast<uint16_t>(5 + below(4)), primary);
+      }
+      case 2:
          isHeads() ? input().host(number(), hostAddr, isHeads() ? "Ethernet1" : "Ethernet2")
                    : input().fdbDel(number());
          return;
       default: {
-         uint16_t const first = number();
+         unsigned const first = 1 + below(4); // the numbers that secondaries name
          std::string const list = std::to_string(first) + '-' + std::to_string(first + below(3));
          bridge.dynVlans(source, list.c_str(), below(3));
       }
@@ -167,7 +174,7 @@ class PrivateVlansHistory {
 };
 
 TEST(PrivateVlansHistoryTest, anyHistoryEndsWhereAStartWithTheSameTreeDoes) {
-   for (unsigned seed = 1; seed <= 80; ++seed) {
+   for (unsigned seed = 1; seed <= 120; ++seed) {
       PrivateVlansHistory history(seed);
       history.bridge.start();
       for (int round = 0; round < 12; ++round) {
