@@ -138,23 +138,27 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
    resolvedVlans.adminStateIs(*vlanConfig, Bridging::VlanAdminState::active);
    resolvedVlans.configuredNameIs(*vlanConfig, dynVlanName(vlanId));
    resolvedVlans.vlanTypeAndPrimaryVlanIs(*vlanConfig, {}); // sources know of no private VLANs
-   if (wantsCpuPort(parent_.vlanInterfaces(), *vlanConfig)) {
-      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlanId);
-      addCpuPort(*vlanConfig);
-   } else {
-      deleteCpuPort(*vlanConfig); // which the static VLAN that this one follows may have left
-   }
+   doSyncCpuPort(*vlanConfig);
    updateTrunkGroup(*vlanConfig, vlanIdSet);
    auto changed = mvrpDynVlan ? doComputeTrunkAllowedVlans() : VornUtils::VlanIdSet();
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) {
       port->doMaybeTakeUpNativeVlan(vlanId);
       port->doSyncSingleVlan(*vlanConfig);
    });
-   // The pairs of a former static primary stay, and its secondaries share the processor's port with it.
-   maybeSyncCpuPort(parent_, vlanId);
    changed.doRemove(vlanId);
    doSyncVlans(changed);
    return true;
+}
+
+void DynVlans::doSyncCpuPort(Bridging::VlanConfig& vlan) {
+   if (wantsCpuPort(parent_.vlanInterfaces(), vlan)) {
+      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlan.vlanId());
+      addCpuPort(vlan);
+   } else {
+      deleteCpuPort(vlan); // which the static VLAN that this one follows may have left
+   }
+   // The pairs of a former static primary stay, and its secondaries share the processor's port with it.
+   maybeSyncCpuPort(parent_, vlan.vlanId());
 }
 
 void DynVlans::doDelDynVlan(Bridging::VlanId vlanId) {

@@ -372,6 +372,22 @@ TEST_F(DynVlansTest, processorLeavesAVlanThatTurnsDynamicAfterItsInterfaceWasDis
    EXPECT_EQ(bridge.membership(7, "Cpu"), "");
 }
 
+TEST_F(DynVlansTest, processorFollowsTheVlanInterfaceWhenTheInputsChange) {
+   bridge.start();
+   bridge.dynVlans("a", "7");
+   bridge.run();
+   auto const intf = bridge.vlanIntf(7);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "") << "the interface alone changes nothing";
+   bridge.publish("other", 200);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "tagged");
+   intf->enabledIs(false);
+   bridge.withdraw("other");
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "");
+}
+
 TEST_F(DynVlansTest, secondariesFollowTheProcessorOfAPrimaryThatTurnsDynamic) {
    bridge.hasLibrary = true;
    auto const intf = bridge.vlanIntf(100);

@@ -46,8 +46,12 @@ void StaticVlans::handleVlanConfig() {
          parent_.handleInternalVlanIdInUse(vlanId);
       } else if (!parent_.routedPort(vlanId).empty() || !parent_.startupRoutedPort(vlanId).empty()) {
          KEM_TRACE(staticVlanTrace, 3, "Not deleting Vlan " << vlanId << "since it is a routed port");
-      } else if (!isWanted(vlanId) && !parent_.dynVlans().isDynamic(vlanId)) {
-         // A dynamic one is what it was: making it again for every change would pass over all ports for each.
+      } else if (isWanted(vlanId)) {
+         continue;
+      } else if (parent_.dynVlans().isDynamic(vlanId)) {
+         // All else of it is what it was: making it again for every change would pass over all ports for each.
+         parent_.dynVlans().doSyncCpuPort(*vlan);
+      } else {
          KEM_TRACE(staticVlanTrace, 3, "Deleting Vlan " << vlanId);
          handleVlanConfig(vlanId);
       }

@@ -5,7 +5,7 @@
 // VLAN is an internal VLAN (InternalVlans.h). A native VLAN of 0 means that the port has no usable VLAN;
 // nothing retries it: a VLAN that appears re-evaluates it (VlanConfigSm::handleAdminState).
 //
-// It follows the copy that the deferred stage made, not a publisher's record. Owned by BridgingConfigSm; the
+// It follows the copy that the deferred stage made, not a publisher's record. Owned by Switchports; the
 // deferred stage calls handleInitialized() once the copy is complete, again for each new best input, and
 // before the first call every handler returns at once. Membership is always worked out again from the rules
 // and written whole.
