@@ -1,6 +1,7 @@
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 
 #include "Kem/Assert.h"
+#include "Sulvi/IntfKind.h"
 #include "Vorn/BridgingSm/BridgingConfigReactors.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
@@ -14,7 +15,9 @@ Kem::Ptr<BridgingConfigSm> bridgingConfigSmFactory(BridgingConfigInputs inputs) 
 }
 
 BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
-    : in_(std::move(inputs)), dynVlans_(Kem::makePtr<DynVlans>(*this, in_.dynVlanDir, in_.dynVlanSrcTable)),
+    : in_(std::move(inputs)), switchports_(Kem::makePtr<Switchports>(*this, in_)),
+      staticVlans_(Kem::makePtr<StaticVlans>(*this)),
+      dynVlans_(Kem::makePtr<DynVlans>(*this, in_.dynVlanDir, in_.dynVlanSrcTable)),
       dynAllowedVlans_(Kem::makePtr<DynAllowedVlans>(*this, in_.dynAllowedVlanDir)),
       staticHosts_(Kem::makePtr<StaticHosts>(in_.fdbConfigDir, in_.config)),
       settings_(Kem::makePtr<BridgeSettingsSm>(in_.config, in_.cliConfig, in_.privateVlanLibState)),
@@ -26,8 +29,8 @@ BridgingConfigSm::BridgingConfigSm(BridgingConfigInputs inputs)
 BridgingConfigSm::~BridgingConfigSm() = default;
 
 void BridgingConfigSm::forEachPart(Kem::PartVisitor const& visit) {
-   visit(*reactors_, settings_, staticHosts_, privateVlans_, vlanConfigCodef_, switchIntfConfigCodef_,
-         vlanConfigSm_, switchIntfSm_, dynVlans_, dynAllowedVlans_);
+   visit(*reactors_, settings_, staticHosts_, privateVlans_, staticVlans_, switchports_, dynVlans_,
+         dynAllowedVlans_);
 }
 
 // --- Start.
@@ -36,8 +39,7 @@ void BridgingConfigSm::handleInitialized() {
    KEM_INVARIANT(dynVlanIntfList(), "dynVlanIntfList()");
    initializedIs(true);
    resolvedVlans_.handleInitialized();
-   auto const clock = Kem::ActivityFacility::clock();
-   vlanConfigCodef_ = Kem::makePtr<VlanConfigCodef>(clock, in_.configIn, *this);
+   staticVlans_->handleInitialized();
    // Allocation has to work before the selector has run.
    config().internalVlanAllocationPolicyIs(cliConfig().internalVlanAllocationPolicy());
    config().internalVlanRangeIs(cliConfig().internalVlanRange());
@@ -45,8 +47,7 @@ void BridgingConfigSm::handleInitialized() {
    handleVlanConfig();
    dynVlans_->handleInitialized();
    dynAllowedVlans_->handleInitialized();
-   switchIntfConfigCodef_ = Kem::makePtr<SwitchIntfConfigCodef>(clock, in_.allSwitchIntfConfigs, *this);
-   switchIntfConfigCodef_->handleInitialized();
+   switchports_->handleInitialized();
    if (in_.vlanIntfConfig)
       for (auto const& [intfId, vlanIntf] : in_.vlanIntfConfig->intfConfig())
          handleVlanIntfConfig(intfId);
@@ -65,6 +66,12 @@ void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> co
    in_.cliConfig = cliConfig;
    settings_->cliConfigIs(cliConfig);
    privateVlans_->cliConfigIs(cliConfig);
+}
+
+void BridgingConfigSm::handleForeignChange(Kem::Entity const& changed) {
+   resolvedVlans_.handleForeignChange(changed);
+   if (&changed == &config())
+      switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
 }
 
 // --- Internal VLANs.
@@ -91,6 +98,16 @@ void BridgingConfigSm::handleRecoveryTimer() {
    KEM_ASSERT(initialized());
    internalVlans_.recover();
    reactors_->kemRecoveryTimer.timeMinIs(Kem::now() + recoveryPeriod);
+}
+
+// --- VLAN interfaces.
+
+void BridgingConfigSm::handleVlanIntfConfig(Sulvi::IntfId intfId) {
+   KEM_INVARIANT(initialized(), "initialized()");
+   uint16_t const number = Sulvi::VlanIntfId::vlanId(intfId);
+   // Only a number that a VLAN can have can be an internal VLAN's.
+   if (vlanInterfaces_.find(intfId) && Bridging::VlanId::isLegal(number))
+      handleInternalVlanIdInUse(Bridging::VlanId(number));
 }
 
 // --- Private VLANs.

@@ -105,16 +105,16 @@ TEST_F(BridgingConfigSmTest, membersThatTheRunBeforeLeftAreSetRight) {
 
 TEST_F(BridgingConfigSmTest, vlansAndPortsAreIgnoredBeforeTheStart) {
    auto const sm = uninitialized();
-   sm->vlanConfigAfterCodefIs(10);
+   sm->staticVlans().vlanConfigAfterCodefIs(10);
    sm->handleVlanConfig(10);
-   sm->handleSwitchIntfConfig();
-   EXPECT_FALSE(sm->vlanConfigSm(10));
+   sm->switchports().handleSwitchIntfConfig();
+   EXPECT_FALSE(sm->staticVlans().vlanConfigSm(10));
    EXPECT_FALSE(sm->initialized());
 }
 
 TEST_F(BridgingConfigSmTest, wholeCollectionOfPortsIsRefusedAfterTheStart) {
    bridge.start();
-   EXPECT_DEATH(bridge.sm->handleSwitchIntfConfig(), HasSubstr("\"!initialized()\""));
+   EXPECT_DEATH(bridge.sm->switchports().handleSwitchIntfConfig(), HasSubstr("\"!initialized()\""));
 }
 
 TEST_F(BridgingConfigSmTest, vlanInterfaceBeforeTheStartEndsTheAgent) {
@@ -136,13 +136,13 @@ TEST_F(BridgingConfigSmTest, vlansComeAndGoWithTheCopiesOfTheDeferredStage) {
    bridge.start();
    bridge.vlan(10);
    bridge.run();
-   EXPECT_TRUE(bridge.sm->vlanConfigSm(10));
-   EXPECT_TRUE(bridge.sm->vlanConfigAfterCodef(10));
+   EXPECT_TRUE(bridge.sm->staticVlans().vlanConfigSm(10));
+   EXPECT_TRUE(bridge.sm->staticVlans().vlanConfigAfterCodef(10));
    EXPECT_TRUE(trace.has("Creating vlanConfigSm for vlan 10"));
    bridge.vlanDel(10);
    bridge.run();
-   EXPECT_FALSE(bridge.sm->vlanConfigSm(10));
-   EXPECT_FALSE(bridge.sm->vlanConfigAfterCodef(10));
+   EXPECT_FALSE(bridge.sm->staticVlans().vlanConfigSm(10));
+   EXPECT_FALSE(bridge.sm->staticVlans().vlanConfigAfterCodef(10));
    EXPECT_FALSE(bridge.resolvedVlan(10));
    EXPECT_TRUE(trace.has("Deleting vlanConfigSm for vlan 10"));
    EXPECT_TRUE(trace.has("Deleting vlanConfig for vlan 10"));
@@ -152,9 +152,9 @@ TEST_F(BridgingConfigSmTest, existingVlanOnlyGetsItsCopy) {
    TestTrace trace;
    bridge.vlan(10);
    bridge.start();
-   auto const sm = bridge.sm->vlanConfigSm(10);
+   auto const sm = bridge.sm->staticVlans().vlanConfigSm(10);
    bridge.sm->handleVlanConfig(10);
-   EXPECT_EQ(bridge.sm->vlanConfigSm(10), sm);
+   EXPECT_EQ(bridge.sm->staticVlans().vlanConfigSm(10), sm);
    EXPECT_TRUE(trace.has("Changing vlanConfigSm for vlan 10"));
 }
 
@@ -215,7 +215,7 @@ TEST_F(BridgingConfigSmTest, portsComeAndGoWithTheCopiesOfTheDeferredStage) {
    bridge.portDel("Ethernet2");
    bridge.run();
    EXPECT_FALSE(bridge.portSm("Ethernet2"));
-   EXPECT_FALSE(bridge.sm->switchIntfConfigAfterCodef("Ethernet2"));
+   EXPECT_FALSE(bridge.sm->switchports().switchIntfConfigAfterCodef("Ethernet2"));
    EXPECT_FALSE(bridge.resolvedPort("Ethernet2"));
    EXPECT_EQ(bridge.membership(10, "Ethernet2"), "");
    EXPECT_EQ(bridge.membership(10, "Ethernet1"), "untagged");
@@ -224,7 +224,7 @@ TEST_F(BridgingConfigSmTest, portsComeAndGoWithTheCopiesOfTheDeferredStage) {
 
 TEST_F(BridgingConfigSmTest, portWithoutACopyAndWithoutAStateMachineIsIgnored) {
    bridge.start();
-   bridge.sm->handleSwitchIntfConfig("Ethernet77");
+   bridge.sm->switchports().handleSwitchIntfConfig("Ethernet77");
    EXPECT_FALSE(bridge.portSm("Ethernet77"));
 }
 
@@ -259,7 +259,7 @@ TEST_F(BridgingConfigSmTest, existingPortTakesNewRecordsAndEvaluatesThem) {
    record->vlanTpidIs(0x9100);
    auto const eth = Interface::EthIntfConfig::make("Ethernet1");
    auto const status = Interface::EthIntfStatus::make("Ethernet1");
-   EXPECT_EQ(bridge.sm->switchIntfSmIs("Ethernet1", record, eth, bridge.config, status), sm);
+   EXPECT_EQ(bridge.sm->switchports().switchIntfSmIs("Ethernet1", record, eth, bridge.config, status), sm);
    EXPECT_EQ(&sm->switchIntfConfig(), record.ptr());
    EXPECT_EQ(sm->ethIntfConfig(), eth);
    EXPECT_EQ(sm->ethIntfStatus(), status);
@@ -289,7 +289,7 @@ TEST_F(BridgingConfigSmTest, existingPortRefusesAnotherResolvedConfiguration) {
    auto const other = Bridging::Config::make();
    other->nameIs("asked");
    try {
-      bridge.sm->switchIntfSmIs("Ethernet1", bridge.port("Ethernet1"), nullptr, other, nullptr);
+      bridge.sm->switchports().switchIntfSmIs("Ethernet1", bridge.port("Ethernet1"), nullptr, other, nullptr);
       FAIL();
    } catch (Kem::RangeException const& e) {
       EXPECT_STREQ(

@@ -3,7 +3,7 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/VlanInterfaces.h"
-#include "records/Bridging/SviMappingState.h"
+#include "Vorn/Rules/PrivateVlans.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
 namespace Vorn {
@@ -32,11 +32,9 @@ bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig con
 
 void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary) {
-   auto const mapping = sm.config().sviMapping(primary.vlanId());
-   bool const defaultMapping = !mapping || mapping->defaultSviMapping();
    bool const isWanted = secondary.adminState() == Bridging::VlanAdminState::active &&
                          primary.intf(cpuIntfId()) &&
-                         (defaultMapping || mapping->secondaryVlan(secondary.vlanId()));
+                         isServed(sm.config(), primary.vlanId(), secondary.vlanId());
    if (isWanted)
       addCpuPort(secondary);
    else

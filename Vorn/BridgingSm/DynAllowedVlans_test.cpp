@@ -190,6 +190,7 @@ TEST_F(DynTrunkGroupsTest, groupOfASourceOpensItsVlansToItsPorts) {
    bridge.dynTrunkGroup("overlay", "g", "Ethernet1");
    bridge.run();
    EXPECT_EQ(vlans("Ethernet1"), Numbers{10});
+   EXPECT_EQ(bridge.membership(10, "Ethernet1"), "tagged");
    EXPECT_EQ(vlans("Ethernet2"), Numbers{});
 }
 

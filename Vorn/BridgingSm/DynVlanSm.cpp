@@ -73,7 +73,7 @@ void DynVlanSm::claim(Bridging::VlanId vlanId, VornUtils::VlanIdSet& created) {
          created.vlanIs(vlanId);
       source = dynVlans_.table().dynVlanSrcIs(vlanId);
       parent_.handleFdbConfig(vlanId);
-   } else if (dynVlans_.isDynamic(vlanId) && !parent_.isWanted(vlanId)) {
+   } else if (dynVlans_.isDynamic(vlanId) && !parent_.staticVlans().isWanted(vlanId)) {
       maybeTakeOver(vlanId);
    }
    source->vlanSourceIs(name_, true);
@@ -114,7 +114,7 @@ void DynVlanSm::maybeDelVlans(VornUtils::VlanIdSet const& set) {
 void DynVlanSm::passOnOutranked() {
    claimed_.forEach([&](Bridging::VlanId vlanId) {
       if (dynVlans_.table().dynVlanSrc(vlanId)->vlanSource().size() > 1 && isConfigSource(vlanId) &&
-          !parent_.isWanted(vlanId) && dynVlans_.getDynVlanConfigSource(vlanId) != name_)
+          !parent_.staticVlans().isWanted(vlanId) && dynVlans_.getDynVlanConfigSource(vlanId) != name_)
          dynVlans_.doPassOn(vlanId);
    });
 }

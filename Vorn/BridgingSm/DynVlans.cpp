@@ -122,7 +122,7 @@ Kem::String8 DynVlans::getDynVlanConfigSource(Bridging::VlanId vlanId) const {
 // --- Resolved VLANs.
 
 bool DynVlans::isDynamic(Bridging::VlanId vlanId) const {
-   if (!made_.vlan(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+   if (!made_.vlan(vlanId) || parent_.staticVlans().vlanConfigAfterCodef(vlanId))
       return false;
    auto const* const vlan = parent_.config().vlanConfig().find(vlanId); // somebody else may have deleted it
    return vlan && !(*vlan)->internal();
@@ -130,7 +130,7 @@ bool DynVlans::isDynamic(Bridging::VlanId vlanId) const {
 
 bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& configSrcName,
                                Bridging::Input::VlanIdSet const& vlanIdSet, bool mvrpDynVlan) {
-   if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+   if (parent_.staticVlans().isStatic(vlanId))
       return false;
    auto& resolvedVlans = parent_.resolvedVlans();
    parent_.handleInternalVlanIdInUse(vlanId);
@@ -140,9 +140,7 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
    resolvedVlans.adminStateIs(*vlanConfig, Bridging::VlanAdminState::active);
    resolvedVlans.configuredNameIs(*vlanConfig, dynVlanName(vlanId));
    resolvedVlans.vlanTypeAndPrimaryVlanIs(*vlanConfig, {}); // sources know of no private VLANs
-   if (wantsCpuPort(parent_.vlanInterfaces(), *vlanConfig))
-      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlanId);
-   resyncCpuPort(parent_, *vlanConfig); // also where the static VLAN that this one follows has left it
+   doSyncCpuPort(*vlanConfig);
    updateTrunkGroup(*vlanConfig, vlanIdSet);
    auto changed = mvrpDynVlan ? doComputeTrunkAllowedVlans() : VornUtils::VlanIdSet();
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) {
@@ -154,9 +152,19 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
    return true;
 }
 
+void DynVlans::doSyncCpuPort(Bridging::VlanConfig& vlan) {
+   if (wantsCpuPort(parent_.vlanInterfaces(), vlan)) {
+      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlan.vlanId());
+      addCpuPort(vlan);
+   } else {
+      deleteCpuPort(vlan); // which the static VLAN that this one follows may have left
+   }
+   // The pairs of a former static primary stay, and its secondaries share the processor's port with it.
+   maybeSyncCpuPort(parent_, vlan.vlanId());
+}
+
 void DynVlans::doDelDynVlan(Bridging::VlanId vlanId) {
-   if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId) ||
-       !parent_.routedPort(vlanId).empty())
+   if (parent_.staticVlans().isStatic(vlanId) || !parent_.routedPort(vlanId).empty())
       return;
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) { port->doLoseNativeVlan(vlanId); });
    parent_.resolvedVlans().vlanDel(vlanId);
@@ -185,7 +193,7 @@ void DynVlans::handleConfigIn() {
       return;
    for (auto const& [key, source] : table_->dynVlanSrc()) {
       Bridging::VlanId const vlanId = key;
-      if (parent_.isWanted(vlanId) || parent_.vlanConfigAfterCodef(vlanId))
+      if (parent_.staticVlans().isStatic(vlanId))
          continue;
       auto const vlan = parent_.resolvedVlans().vlan(vlanId);
       if (!isDynamic(vlanId) || !vlan) {
@@ -193,7 +201,7 @@ void DynVlans::handleConfigIn() {
          continue;
       }
       // What making it again would bring, without the pass over all ports.
-      resyncCpuPort(parent_, *vlan);
+      doSyncCpuPort(*vlan);
       if (vlan->configSource() != getDynVlanConfigSource(vlanId))
          doPassOn(vlanId); // priorities changed while the former input held it
    }

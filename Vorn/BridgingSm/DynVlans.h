@@ -7,7 +7,7 @@
 //
 // A static VLAN beats a dynamic one: while configIn holds the VLAN nothing is made or deleted here, and while
 // a copy of it exists that its input has dropped, the VLAN is on its way out and left to that. Claims are recorded
-// all the same, and take effect when the copy goes (BridgingConfigSm::handleVlanConfig(vlanId)).
+// all the same, and take effect when the copy goes (StaticVlans::handleVlanConfig(vlanId)).
 //
 // Owned by BridgingConfigSm. All that is written to resolved VLANs goes through ResolvedVlans.
 #pragma once
@@ -54,6 +54,8 @@ class DynVlans final : public Kem::StateMachine {
    // VLANs first, where those can have changed. Returns false, and does nothing, where a static VLAN exists.
    bool doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& configSrcName,
                         Bridging::Input::VlanIdSet const& vlanIdSet, bool mvrpDynVlan);
+   // The processor's port of a dynamic VLAN follows the VLAN interface as it is now, and that of its secondaries.
+   void doSyncCpuPort(Bridging::VlanConfig& vlan);
    // Nothing where a static VLAN exists, or the number is that of a routed port.
    void doDelDynVlan(Bridging::VlanId vlanId);
    // There is no static VLAN any more: the claimed one exists by its claims. Asserts "sm".

@@ -73,7 +73,7 @@ TEST_F(DynVlansTest, claimsOnAStaticVlanThatIsOnItsWayOutWaitForItsEnd) {
    holdBackCopies();
    bridge.vlanDel(7);
    bridge.run();
-   ASSERT_TRUE(bridge.sm->vlanConfigAfterCodef(7));
+   ASSERT_TRUE(bridge.sm->staticVlans().vlanConfigAfterCodef(7));
    // Its claims change meanwhile: another comes, and one goes and comes back.
    bridge.dynVlans("b", "7", 20);
    bridge.dynVlans("c", "7,8", 30);
@@ -311,7 +311,7 @@ TEST_F(DynVlansTest, lastClaimLeavesTheVlanOfARoutedPort) {
    bridge.routed("Ethernet1");
    bridge.start();
    ASSERT_EQ(bridge.mode("Ethernet1"), "routed 7");
-   bridge.sm->doDelDynVlan(7);
+   bridge.sm->dynVlans().doDelDynVlan(7);
    EXPECT_TRUE(bridge.resolvedVlan(7));
    EXPECT_EQ(bridge.mode("Ethernet1"), "routed 7");
 }
@@ -370,6 +370,46 @@ TEST_F(DynVlansTest, processorLeavesAVlanThatTurnsDynamicAfterItsInterfaceWasDis
    bridge.vlanDel(7);
    bridge.run();
    EXPECT_EQ(bridge.membership(7, "Cpu"), "");
+}
+
+TEST_F(DynVlansTest, processorFollowsTheVlanInterfaceWhenTheInputsChange) {
+   bridge.start();
+   bridge.dynVlans("a", "7");
+   bridge.run();
+   auto const intf = bridge.vlanIntf(7);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "") << "the interface alone changes nothing";
+   bridge.publish("other", 200);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "tagged");
+   intf->enabledIs(false);
+   bridge.withdraw("other");
+   bridge.run();
+   EXPECT_EQ(bridge.membership(7, "Cpu"), "");
+}
+
+TEST_F(DynVlansTest, secondariesFollowTheProcessorOfAPrimaryThatTurnsDynamic) {
+   bridge.hasLibrary = true;
+   auto const intf = bridge.vlanIntf(100);
+   bridge.vlan(100)->adminStateIs(Bridging::VlanAdminState::suspended);
+   bridge.secondaryVlan(101, 100);
+   bridge.start();
+   bridge.dynVlans("a", "100");
+   bridge.run();
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "") << "the primary is suspended";
+   bridge.vlanDel(100);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(100, "Cpu"), "tagged");
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "tagged");
+
+   // And the other way round.
+   bridge.vlan(100);
+   bridge.run();
+   intf->enabledIs(false);
+   bridge.vlanDel(100);
+   bridge.run();
+   EXPECT_EQ(bridge.membership(100, "Cpu"), "");
+   EXPECT_EQ(bridge.membership(101, "Cpu"), "");
 }
 
 } // namespace

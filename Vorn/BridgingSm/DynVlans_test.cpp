@@ -246,8 +246,8 @@ TEST_F(DynVlansTest, sourceOfPriorityZeroCanWin) {
    bridge.start();
    bridge.dynVlans("a", "7", 0);
    bridge.run();
-   EXPECT_EQ(bridge.sm->getDynVlanConfigSource(7), "a");
-   EXPECT_EQ(bridge.sm->getDynVlanConfigSource(8), "");
+   EXPECT_EQ(bridge.sm->dynVlans().getDynVlanConfigSource(7), "a");
+   EXPECT_EQ(bridge.sm->dynVlans().getDynVlanConfigSource(8), "");
 }
 
 TEST_F(DynVlansTest, twoSourcesThatVanishTogetherLeaveNothing) {
@@ -268,7 +268,7 @@ TEST_F(DynVlansTest, twoSourcesThatVanishTogetherLeaveNothing) {
 TEST_F(DynVlansTest, claimOfASourceThatDoesNotExistEndsTheAgent) {
    bridge.start();
    bridge.dynVlanSrcTable->dynVlanSrcIs(7)->vlanSourceIs("nobody", true);
-   EXPECT_DEATH(bridge.sm->getDynVlanConfigSource(7), HasSubstr("\"sm && sm->vlanIdSet()\""));
+   EXPECT_DEATH(bridge.sm->dynVlans().getDynVlanConfigSource(7), HasSubstr("\"sm && sm->vlanIdSet()\""));
 }
 
 TEST_F(DynVlansTest, dynamicVlanOfAnUnknownSourceEndsTheAgent) {

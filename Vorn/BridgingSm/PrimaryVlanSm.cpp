@@ -4,7 +4,7 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/BridgingSm/VlanTranslation.h"
+#include "Vorn/Rules/PrivateVlans.h"
 
 #include <optional>
 
@@ -101,7 +101,7 @@ void PrimaryVlanSm::syncPorts(VlanId vlanId, bool isSecondary) {
       if (isEnabled && primary)
          port->doSyncSingleVlan(*primary);
       // A disabled port, too: its other handlers don't ask either.
-      if (primary && port->mapsPrimaryVlans()) {
+      if (primary && mapsPrimaryVlans(port->switchIntfConfig())) {
          if (!min)
             min = parent_.getMinSecondaryVlanId(primaryVlan());
          syncTranslation(*port, vlanId, isSecondary, *min);

@@ -4,7 +4,7 @@
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/BridgingSm/CpuPort.h"
-#include "Vorn/BridgingSm/VlanTranslation.h"
+#include "Vorn/Rules/PrivateVlans.h"
 
 #include <utility>
 

@@ -1,5 +1,5 @@
-// Private VLANs, translations and mappings: any history ends where a start with the same tree does, on what
-// the previous run left and from nothing.
+// Private VLANs, translations and mappings, with dynamic VLANs and static hosts between them: any history ends
+// where a start with the same tree does, on what the previous run left and from nothing.
 //
 // Left out is what depends on the order of events by intention: which internal VLAN a routed port draws, when
 // the processor's port follows a VLAN interface, and what a trunk becomes when its input loses the
@@ -32,18 +32,29 @@ class PrivateVlansHistory {
    // A few changes, with the loop running in between or not; all delivered at the end.
    void go() {
       for (unsigned steps = 1 + below(8); steps > 0; --steps) {
-         below(3) != 0 ? changeVlans() : changePorts();
+         switch (below(6)) {
+         case 0:
+         case 1:
+            changeSourcesAndHosts();
+            break;
+         case 2:
+            changePorts();
+            break;
+         default:
+            changeVlans();
+         }
          if (isHeads())
             bridge.turn();
       }
       bridge.run();
    }
 
-   // All that private VLANs have a part in, and the translations.
+   // All that private VLANs have a part in, the translations, and the hosts.
    std::string outcome() {
       std::string text;
       for (uint16_t const vlanId : bridge.resolvedVlans()) {
-         text += "VLAN " + std::to_string(vlanId) + " fid " + std::to_string(bridge.fid(vlanId));
+         text += "VLAN " + std::to_string(vlanId) + " fid " + std::to_string(bridge.fid(vlanId)) + " host " +
+                 bridge.host(vlanId, hostAddr);
          for (char const* member : {"Cpu", "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"})
             text += std::string("; ") + member + " " + bridge.membership(vlanId, member);
          text += '\n';
@@ -100,6 +111,30 @@ class PrivateVlansHistory {
       }
    }
 
+   // Dynamic VLANs are primaries or plain VLANs: sources know of no roles.
+   void changeSourcesAndHosts() {
+      char const* const source = isHeads() ? "a" : "b";
+      switch (below(5)) {
+      case 0:
+         return bridge.dynVlansDel(source);
+      case 1: { // a static primary where a dynamic one may be, or may come
+         auto const primary = static_cast<uint16_t>(1 + below(4));
+         bridge.vlan(primary)->vlanTypeAndPrimaryVlanIs({});
+         bridge.vlan(primary)->adminStateIs(isHeads() ? VlanAdminState::active : VlanAdminState::suspended);
+         return bridge.secondaryVlan(static_cast<uint16_t>(5 + below(4)), primary);
+      }
+      case 2:
+         isHeads() ? input().host(number(), hostAddr, isHeads() ? "Ethernet1" : "Ethernet2")
+                   : input().fdbDel(number());
+         return;
+      default: {
+         unsigned const first = 1 + below(4); // the numbers that secondaries name
+         std::string const list = std::to_string(first) + '-' + std::to_string(first + below(3));
+         bridge.dynVlans(source, list.c_str(), below(3));
+      }
+      }
+   }
+
    void changePorts() {
       char const* const name = ports[below(std::size(ports))];
       TestInput const in = input();
@@ -133,12 +168,13 @@ class PrivateVlansHistory {
       }
    }
 
+   static constexpr char hostAddr[] = "00:1c:73:00:00:01";
    static constexpr char const* ports[] = {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"};
    std::mt19937 random_;
 };
 
 TEST(PrivateVlansHistoryTest, anyHistoryEndsWhereAStartWithTheSameTreeDoes) {
-   for (unsigned seed = 1; seed <= 80; ++seed) {
+   for (unsigned seed = 1; seed <= 120; ++seed) {
       PrivateVlansHistory history(seed);
       history.bridge.start();
       for (int round = 0; round < 12; ++round) {

@@ -303,11 +303,11 @@ TEST_F(PrivateVlansTest, vlanOfAPairThatIsReplacedInOneTurnIsEvaluatedAgain) {
       bridge.config->vidToFidMapDel(101);
       bridge.resolvedPort("Ethernet3")->egressVlanXlateDel({.outerVlanId = 100});
       auto const before = bridge.resolvedVlan(vlanId);
-      bridge.sm->vlanConfigAfterCodefDel(vlanId);
-      auto const copy = bridge.sm->vlanConfigAfterCodefIs(vlanId);
+      bridge.sm->staticVlans().vlanConfigAfterCodefDel(vlanId);
+      auto const copy = bridge.sm->staticVlans().vlanConfigAfterCodefIs(vlanId);
       if (vlanId == 101)
          copy->vlanTypeAndPrimaryVlanIs({.vlanType = VlanType::secondary_, .primaryVlan = 100});
-      bridge.sm->vlanConfigSmInitialize(vlanId);
+      bridge.sm->staticVlans().vlanConfigSmInitialize(vlanId);
       bridge.run();
       ASSERT_NE(bridge.resolvedVlan(vlanId), before);
       EXPECT_EQ(bridge.fid(101), 100) << vlanId;

@@ -42,7 +42,7 @@ TEST_F(StaticHostsTest, hostsComeAndGoWithTheVlan) {
    bridge.vlanDel(10);
    bridge.run();
    EXPECT_FALSE(isResolved());
-   EXPECT_FALSE(bridge.sm->fdbConfigSm(10));
+   EXPECT_FALSE(bridge.sm->staticHosts().fdbConfigSm(10));
    bridge.vlan(10);
    bridge.run();
    EXPECT_EQ(bridge.host(10, staticHost), "Ethernet1");
@@ -83,7 +83,7 @@ TEST_F(StaticHostsTest, vlanThatIsMappedOntoAnotherDatabaseHasNone) {
    bridge.cli->vidToFidMapIs(10, Bridging::Fid(20));
    bridge.run();
    EXPECT_FALSE(isResolved());
-   EXPECT_FALSE(bridge.sm->fdbConfigSm(10));
+   EXPECT_FALSE(bridge.sm->staticHosts().fdbConfigSm(10));
    EXPECT_EQ(bridge.mergedHost(10, staticHost), "Ethernet1") << "the merged record stays";
    bridge.cli->vidToFidMapIs(10, Bridging::Fid(0));
    bridge.run();
@@ -112,7 +112,7 @@ TEST_F(StaticHostsTest, deletedVlanThatIsMappedHasNoneLeft) {
    bridge.cli->vidToFidMapIs(10, Bridging::Fid(20));
    bridge.run();
    EXPECT_FALSE(isResolved());
-   EXPECT_FALSE(bridge.sm->fdbConfigSm(10));
+   EXPECT_FALSE(bridge.sm->staticHosts().fdbConfigSm(10));
 }
 
 TEST_F(StaticHostsTest, mappedVlanOfThePreviousRunLosesItsDatabaseAtTheStart) {
@@ -168,7 +168,8 @@ TEST_F(StaticHostsTest, mirrorFollowsTheMergedRecord) {
    bridge.run();
    EXPECT_EQ(bridge.host(10, staticHost), "");
    EXPECT_EQ(bridge.group(10, staticGroup), "");
-   EXPECT_FALSE(bridge.sm->fdbConfigSm(10)->ethGroupSm(Sulvi::EthAddr(std::string_view(staticGroup))));
+   EXPECT_FALSE(
+       bridge.sm->staticHosts().fdbConfigSm(10)->ethGroupSm(Sulvi::EthAddr(std::string_view(staticGroup))));
 }
 
 TEST_F(StaticHostsTest, whatOnlyTheResolvedRecordHasAtTheStartLeavesIt) {

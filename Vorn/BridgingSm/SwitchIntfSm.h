@@ -5,7 +5,7 @@
 // VLAN is an internal VLAN (InternalVlans.h). A native VLAN of 0 means that the port has no usable VLAN;
 // nothing retries it: a VLAN that appears re-evaluates it (VlanConfigSm::handleAdminState).
 //
-// It follows the copy that the deferred stage made, not a publisher's record. Owned by BridgingConfigSm; the
+// It follows the copy that the deferred stage made, not a publisher's record. Owned by Switchports; the
 // deferred stage calls handleInitialized() once the copy is complete, again for each new best input, and
 // before the first call every handler returns at once. Membership is always worked out again from the rules
 // and written whole.
@@ -99,9 +99,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    // looked at all of them. Nothing before handleInitialized().
    void doUpdateTrunkAllowedVlans();
    void handleEnabledStateLocal();
-   // Whether its input wants frames of primary VLANs to leave under the number of a secondary.
-   bool mapsPrimaryVlans() const;
-   // Has them leave under `min`, the smallest secondary; 4095 is none. A configured translation stays.
+   // Has frames of a primary VLAN leave under `min`, its smallest secondary; 4095 is none. A configured
+   // translation stays.
    void doAddPrivateVlanMapping(Bridging::VlanId vlanId, Bridging::VlanIdOrAny min);
 
   private:

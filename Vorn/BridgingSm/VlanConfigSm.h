@@ -1,7 +1,7 @@
 // One VLAN: mirrors the copy of its input into the resolved VLAN, and re-evaluates every port when its state
 // or its trunk groups change. It also decides whether the CPU port belongs to the VLAN.
 //
-// The resolved record is looked up each time, not held. Owned by BridgingConfigSm; the deferred stage calls
+// The resolved record is looked up each time, not held. Owned by StaticVlans; the deferred stage calls
 // handleInitialized() once the copy is complete, and before that every handler returns at once.
 #pragma once
 

@@ -86,8 +86,8 @@ TEST_F(VlanConfigSmTest, unknownAdminStateIsCarried) {
 TEST_F(VlanConfigSmTest, nothingHappensBeforeTheCopyIsComplete) {
    bridge.startBridgingOnly();
    bridge.run();
-   auto const copy = bridge.sm->vlanConfigAfterCodefIs(10);
-   auto const sm = bridge.sm->vlanConfigSm(10);
+   auto const copy = bridge.sm->staticVlans().vlanConfigAfterCodefIs(10);
+   auto const sm = bridge.sm->staticVlans().vlanConfigSm(10);
    ASSERT_TRUE(sm);
    EXPECT_FALSE(sm->initialized());
    copy->adminStateIs(VlanAdminState::suspended);
@@ -100,8 +100,8 @@ TEST_F(VlanConfigSmTest, nothingHappensBeforeTheCopyIsComplete) {
 
 TEST_F(VlanConfigSmTest, vlanThatWasNeverInitializedCannotBePreparedToDie) {
    bridge.startBridgingOnly();
-   bridge.sm->vlanConfigAfterCodefIs(10);
-   EXPECT_DEATH(bridge.sm->vlanConfigSm(10)->doPrepareToDie(), HasSubstr("\"initialized()\""));
+   bridge.sm->staticVlans().vlanConfigAfterCodefIs(10);
+   EXPECT_DEATH(bridge.sm->staticVlans().vlanConfigSm(10)->doPrepareToDie(), HasSubstr("\"initialized()\""));
 }
 
 TEST_F(VlanConfigSmTest, anotherInputIsEvaluatedAtOnce) {
@@ -113,7 +113,7 @@ TEST_F(VlanConfigSmTest, anotherInputIsEvaluatedAtOnce) {
    other->adminStateIs(VlanAdminState::suspended);
    other->trunkGroupIs("a", true);
    other->vlanTypeAndPrimaryVlanIs({.vlanType = Bridging::VlanType::secondary_, .primaryVlan = 7});
-   bridge.sm->vlanConfigSm(10)->vlanConfigInIs(other);
+   bridge.sm->staticVlans().vlanConfigSm(10)->vlanConfigInIs(other);
    auto const vlan = bridge.resolvedVlan(10);
    EXPECT_EQ(vlan->configuredName(), "other");
    EXPECT_EQ(vlan->adminState(), VlanAdminState::suspended);
@@ -145,7 +145,7 @@ TEST_F(VlanConfigSmTest, vlanWhoseRecordIsGoneEndsTheAgentWhateverChanges) {
 TEST_F(VlanConfigSmTest, vlanWhoseRecordIsGoneEndsTheAgentWhenItsGroupsComeAsAWhole) {
    auto const input = bridge.vlan(10);
    bridge.start();
-   auto const sm = bridge.sm->vlanConfigSm(10);
+   auto const sm = bridge.sm->staticVlans().vlanConfigSm(10);
    sm->hasNotificationActiveIs(false);
    input->trunkGroupIs("a", true);
    bridge.run();

@@ -434,7 +434,7 @@ TEST_F(VlanMembershipTest, otherPortsWriteNoLine) {
 
 TEST_F(VlanMembershipTest, oneVlanIsBroughtInStepIfItIsResolved) {
    start(Mode::trunk_);
-   auto const copy = bridge.sm->switchIntfConfigAfterCodef("Ethernet1");
+   auto const copy = bridge.sm->switchports().switchIntfConfigAfterCodef("Ethernet1");
    copy->trunkAllowedVlansIs("1");
    sm().doComputeTrunkAllowedVlans();
    EXPECT_EQ(vlans(), (Numbers{10, 20, 30})) << "a new set alone syncs nothing";

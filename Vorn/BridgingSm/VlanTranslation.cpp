@@ -5,11 +5,11 @@
 // table: a key that the input loses goes, and an entry for a primary VLAN that belongs there comes back only
 // when the primary or the port is evaluated again.
 
-#include "Vorn/BridgingSm/VlanTranslation.h"
+#include "Vorn/BridgingSm/SwitchIntfSm.h"
 
 #include "Kem/Trace.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
-#include "Vorn/BridgingSm/SwitchIntfSm.h"
+#include "Vorn/Rules/PrivateVlans.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
 namespace Vorn {
@@ -44,7 +44,7 @@ void SwitchIntfSm::syncVlanXlates() {
       if (config_->egressVlanXlate(key))
          continue;
       auto const primary = primaryOfKey(parent_.privateVlanLibState(), key);
-      if (!mapsPrimaryVlans() || !primary || primary->secondaryVlan().empty() || key.innerVlanId != 0)
+      if (!mapsPrimaryVlans(*config_) || !primary || primary->secondaryVlan().empty() || key.innerVlanId != 0)
          handleEgressVlanXlate(key);
    }
 }
@@ -96,11 +96,6 @@ void SwitchIntfSm::handleEgressVlanXlate() {
 
 // --- Primary VLANs on a trunk port.
 
-bool SwitchIntfSm::mapsPrimaryVlans() const {
-   return config_->trunkPrivateVlanMapping() &&
-          config_->switchportMode() == Bridging::Input::SwitchportMode::trunk_;
-}
-
 void SwitchIntfSm::doAddPrivateVlanMapping(VlanId vlanId, Bridging::VlanIdOrAny min) {
    auto const key = primaryVlanKey(vlanId);
    if (config_->egressVlanXlate(key) || min == Bridging::VlanIdOrAny::max)
@@ -116,7 +111,7 @@ void SwitchIntfSm::handleTrunkPrivateVlanMapping() {
    if (!isReady() || !out_)
       return;
    auto const& libState = parent_.privateVlanLibState();
-   if (mapsPrimaryVlans()) {
+   if (mapsPrimaryVlans(*config_)) {
       for (auto const& [vlanId, primary] : libState.primaryVlan())
          doAddPrivateVlanMapping(vlanId, parent_.getMinSecondaryVlanId(vlanId));
    } else {

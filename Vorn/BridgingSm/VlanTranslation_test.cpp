@@ -1,4 +1,4 @@
-#include "Vorn/BridgingSm/VlanTranslation.h"
+#include "Vorn/BridgingSm/SwitchIntfSm.h"
 
 #include "Vorn/testing/TestBridge.h"
 

@@ -204,7 +204,7 @@ void InputSelectorSm::doForgetUnheldPorts() {
          handleSwitchIntfConfig(intfId);
    for (auto const& [intfId, port] : in_.bridgingConfig->switchIntfConfig())
       if (!bestPortRecord(*in_.inputDir, intfId).record)
-         in_.bridgingConfigSm->doForgetPort(intfId);
+         in_.bridgingConfigSm->switchports().doForgetPort(intfId);
 }
 
 void InputSelectorSm::handleSwitchIntfPriority(Input const& bic) {

@@ -3,7 +3,7 @@
 //
 // A port that arrives is copied at once. Afterwards its entry (SwitchIntfConfigEntrySm) applies what moves
 // VLAN membership one attribute to a step of the backlog, and everything else as it changes. Owned by
-// BridgingConfigSm, which holds the copies too.
+// Switchports, which holds the copies too.
 #pragma once
 
 #include "Ulm/Backlog.h"

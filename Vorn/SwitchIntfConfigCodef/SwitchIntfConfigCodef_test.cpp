@@ -39,7 +39,7 @@ struct SwitchIntfConfigCodefTest : testing::Test {
    // Delivers what has changed, without a slice.
    void notice() { Kem::activityManager()->deliverQueued(); }
    Kem::Ptr<Config> copy(Sulvi::IntfId intfId = "Ethernet1") {
-      return bridge.sm->switchIntfConfigAfterCodef(intfId);
+      return bridge.sm->switchports().switchIntfConfigAfterCodef(intfId);
    }
    Vorn::SwitchIntfConfigEntrySm& entry(Sulvi::IntfId intfId = "Ethernet1") {
       return *codef->switchIntfConfigEntrySm(intfId);
@@ -85,7 +85,7 @@ TEST_F(SwitchIntfConfigCodefTest, withoutADirectoryNothingIsChosen) {
    start();
    ASSERT_TRUE(copy());
    auto const without =
-       Kem::makePtr<Vorn::SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), nullptr, *bridge.sm);
+       Kem::makePtr<Vorn::SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), nullptr, bridge.sm->switchports());
    without->handleSwitchIntfConfig();
    ASSERT_TRUE(copy());
    without->handleSwitchIntfConfig("Ethernet1");

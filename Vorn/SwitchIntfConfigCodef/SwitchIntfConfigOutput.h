@@ -1,4 +1,4 @@
-// What the deferred stage of ports needs of the owner of the copies (BridgingConfigSm): the copies, and the
+// What the deferred stage of ports needs of the owner of the copies (Switchports): the copies, and the
 // state machines that follow them.
 #pragma once
 

@@ -4,7 +4,7 @@
 // A VLAN that appears, vanishes or is replaced goes through the backlog; a slice then makes the copy
 // (vlanConfigAfterCodef) that VlanConfigSm follows. Once the copy exists, VlanConfigEntrySm mirrors later
 // changes of the input to it at once. A VLAN whose copy equals a newly chosen input only has its entry moved
-// to that input: VlanConfigSm sees nothing. Owned by BridgingConfigSm, which holds the copies too.
+// to that input: VlanConfigSm sees nothing. Owned by StaticVlans, which holds the copies too.
 #pragma once
 
 #include "Ulm/Backlog.h"

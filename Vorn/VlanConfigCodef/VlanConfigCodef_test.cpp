@@ -36,7 +36,7 @@ struct VlanConfigCodefTest : testing::Test {
    // Delivers to the stage what has changed in its input, without a slice.
    void notice() { Kem::activityManager()->deliverQueued(); }
    Kem::Ptr<Bridging::Input::VlanConfig> copy(uint16_t vlanId) {
-      return bridge.sm->vlanConfigAfterCodef(vlanId);
+      return bridge.sm->staticVlans().vlanConfigAfterCodef(vlanId);
    }
    // The input that the VLAN's entry follows.
    Kem::Ptr<Bridging::Input::VlanConfig const> followed(uint16_t vlanId) {
@@ -104,7 +104,7 @@ TEST_F(VlanConfigCodefTest, vlanThatVanishedAndCameBackEqualIsNotTouched) {
    bridge.vlan(10)->configuredNameIs("users");
    start();
    auto const existing = copy(10);
-   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const vlanSm = bridge.sm->staticVlans().vlanConfigSm(10);
    bridge.vlanDel(10);
    notice();
    EXPECT_EQ(backlog(), Numbers{10});
@@ -114,7 +114,7 @@ TEST_F(VlanConfigCodefTest, vlanThatVanishedAndCameBackEqualIsNotTouched) {
    EXPECT_EQ(backlog(), Numbers{});
    bridge.run();
    EXPECT_EQ(copy(10), existing);
-   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(bridge.sm->staticVlans().vlanConfigSm(10), vlanSm);
    EXPECT_EQ(followed(10), back);
 }
 
@@ -166,7 +166,7 @@ TEST_F(VlanConfigCodefTest, inputWithTheSameContentsOnlyMovesTheEntries) {
    bridge.vlan(10)->trunkGroupIs("a", true);
    start();
    auto const existing = copy(10);
-   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const vlanSm = bridge.sm->staticVlans().vlanConfigSm(10);
    auto const resolved = bridge.resolvedVlan(10);
    TestInput const other = bridge.input("a");
    other.vlan(10)->trunkGroupIs("a", true);
@@ -177,7 +177,7 @@ TEST_F(VlanConfigCodefTest, inputWithTheSameContentsOnlyMovesTheEntries) {
    EXPECT_EQ(codef->configIn(), other.record);
    EXPECT_EQ(backlog(), Numbers{});
    EXPECT_EQ(copy(10), existing);
-   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(bridge.sm->staticVlans().vlanConfigSm(10), vlanSm);
    EXPECT_EQ(bridge.resolvedVlan(10), resolved);
    EXPECT_EQ(followed(10), other.vlan(10));
    EXPECT_TRUE(trace.has("Deleting and recreating VlanConfigEntrySm due to change in the best input: 10"));
@@ -194,7 +194,7 @@ TEST_F(VlanConfigCodefTest, inputWithOtherContentsHasTheVlanBuiltAgainAndCountsF
    bridge.vlan(20);
    start();
    auto const existing = copy(10);
-   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const vlanSm = bridge.sm->staticVlans().vlanConfigSm(10);
    TestInput const other = bridge.input("a");
    other.vlan(10)->configuredNameIs("theirs");
    other.vlan(20);
@@ -205,7 +205,7 @@ TEST_F(VlanConfigCodefTest, inputWithOtherContentsHasTheVlanBuiltAgainAndCountsF
    trace.clear();
    EXPECT_EQ(slice(), 2u);
    EXPECT_NE(copy(10), existing);
-   EXPECT_NE(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_NE(bridge.sm->staticVlans().vlanConfigSm(10), vlanSm);
    EXPECT_EQ(followed(10), other.vlan(10));
    EXPECT_EQ(bridge.resolvedVlan(10)->configuredName(), "theirs");
    EXPECT_EQ(trace.from("Deleting Vlan: 10 from output"),
@@ -441,7 +441,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
    auto const vlan = bridge.vlan(10);
    start();
    auto const existing = copy(10);
-   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const vlanSm = bridge.sm->staticVlans().vlanConfigSm(10);
    auto const resolved = bridge.resolvedVlan(10);
    vlan->configuredNameIs("users");
    codef->handleVlanConfig();
@@ -450,7 +450,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
    EXPECT_EQ(copy(10)->configuredName(), "users");
    EXPECT_EQ(slice(), 1u);
    EXPECT_EQ(copy(10), existing);
-   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(bridge.sm->staticVlans().vlanConfigSm(10), vlanSm);
    EXPECT_EQ(bridge.resolvedVlan(10), resolved);
    bridge.run();
    EXPECT_EQ(resolved->configuredName(), "users");
@@ -460,7 +460,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualAgainWhenItsSliceComesIsNotTouched) {
 TEST_F(VlanConfigCodefTest, vlanThatIsEqualWhenItsSliceComesFollowsTheInputOfThatMoment) {
    auto const vlan = bridge.vlan(10);
    start();
-   auto const vlanSm = bridge.sm->vlanConfigSm(10);
+   auto const vlanSm = bridge.sm->staticVlans().vlanConfigSm(10);
    auto const other = bridge.input("a").vlan(10);
    other->configuredNameIs("users");
    bridge.run();
@@ -471,7 +471,7 @@ TEST_F(VlanConfigCodefTest, vlanThatIsEqualWhenItsSliceComesFollowsTheInputOfTha
    notice();
    EXPECT_EQ(copy(10)->configuredName(), "users");
    EXPECT_EQ(slice(), 1u);
-   EXPECT_EQ(bridge.sm->vlanConfigSm(10), vlanSm);
+   EXPECT_EQ(bridge.sm->staticVlans().vlanConfigSm(10), vlanSm);
    EXPECT_EQ(followed(10), other);
 }
 

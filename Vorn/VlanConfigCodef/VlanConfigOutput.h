@@ -1,4 +1,4 @@
-// What the deferred stage of VLANs needs of the owner of the copies (BridgingConfigSm): the input that was
+// What the deferred stage of VLANs needs of the owner of the copies (StaticVlans): the input that was
 // chosen, the copies, and the state machines that follow them.
 #pragma once
 

@@ -3,8 +3,6 @@
 #include "Json.h"
 #include "Words.h"
 
-#include "records/Bridging/SviMappingState.h"
-
 namespace Vornctl {
 
 using Bridging::VlanId;
@@ -66,11 +64,6 @@ std::vector<VlanId> secondariesOf(Bridging::Config const& config, VlanId primary
 uint16_t filteringDatabase(Bridging::Config const& config, VlanId vlanId) {
    auto const* const fid = config.vidToFidMap().find(vlanId);
    return fid && *fid != 0 ? fid->value() : vlanId.value();
-}
-
-bool isServed(Bridging::Config const& config, VlanId primary, VlanId secondary) {
-   auto const mapping = config.sviMapping(primary);
-   return !mapping || mapping->defaultSviMapping() || mapping->secondaryVlan(secondary);
 }
 
 std::string roleText(Bridging::Config const& config, Bridging::VlanConfig const& vlan) {

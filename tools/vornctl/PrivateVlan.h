@@ -28,8 +28,6 @@ std::vector<Bridging::VlanId> secondariesOf(Bridging::Config const& config, Brid
 Bridging::VlanIdOrNone primaryOf(Bridging::Config const& config, Bridging::VlanConfig const& vlan);
 // The filtering database that the VLAN uses: its own number, or what it is mapped onto.
 uint16_t filteringDatabase(Bridging::Config const& config, Bridging::VlanId vlanId);
-// Whether the primary's VLAN interface is to serve the secondary.
-bool isServed(Bridging::Config const& config, Bridging::VlanId primary, Bridging::VlanId secondary);
 
 // The role in a sentence, as "a secondary of VLAN 100"; empty for a plain VLAN.
 std::string roleText(Bridging::Config const& config, Bridging::VlanConfig const& vlan);

@@ -8,6 +8,7 @@
 #include "Words.h"
 
 #include "Kem/Printable.h"
+#include "Vorn/Rules/PrivateVlans.h"
 #include "records/Bridging/SviMappingState.h"
 
 #include <map>
@@ -164,7 +165,7 @@ Json pairsJson(Bridging::Config const& config, Pairs const& pairs) {
       Json& members = json["secondaryVlans"] = Json::object();
       for (VlanId const secondary : secondaries) {
          Json& member = members[std::to_string(secondary.value())] = privateVlanJson(config, secondary);
-         member["isServed"] = isServed(config, primary, secondary);
+         member["isServed"] = Vorn::isServed(config, primary, secondary);
       }
       primaries[std::to_string(primary.value())] = std::move(json);
    }

@@ -6,6 +6,7 @@
 #include "PrivateVlan.h"
 #include "Table.h"
 
+#include "Vorn/Rules/PrivateVlans.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 
 namespace Vornctl {
@@ -69,8 +70,7 @@ TranslatingPort translatingPort(SwitchState const& state, std::vector<Input> con
    for (auto const& [key, mapping] : sortedMembers(out.ingressVlanXlate()))
       port.ingress.push_back(
           {key, mapping, record && record->ingressVlanXlate(key) ? Origin::configured : Origin::nobody});
-   bool const mapsPrimaries = record && record->trunkPrivateVlanMapping() &&
-                              record->switchportMode() == Bridging::Input::SwitchportMode::trunk_;
+   bool const mapsPrimaries = record && Vorn::mapsPrimaryVlans(*record);
    for (auto const& [key, mapping] : sortedMembers(out.egressVlanXlate()))
       port.egress.push_back({key, mapping,
                              record && record->egressVlanXlate(key) ? Origin::configured

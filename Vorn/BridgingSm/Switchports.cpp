@@ -1,31 +1,42 @@
-// The path of a port: the deferred stage, the copy, SwitchIntfSm, which is also given the records of the
-// interface.
-
-#include "Vorn/BridgingSm/BridgingConfigSm.h"
+#include "Vorn/BridgingSm/Switchports.h"
 
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
+#include "Vorn/BridgingSm/BridgingConfigSm.h"
 
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility bridgingPortTrace("VornBridgingPort");
+Kem::TraceFacility switchportTrace("VornBridgingPort");
+}
+
+Switchports::Switchports(BridgingConfigSm& parent, BridgingConfigInputs const& in)
+    : parent_(parent), in_(in) {
+   kemEthIntfConfigDir_.notifierIs(in_.ethIntfConfigDir);
+   kemEthIntfStatusDir_.notifierIs(in_.ethIntfStatusDir);
+}
+
+void Switchports::handleInitialized() {
+   initializedIs(true);
+   switchIntfConfigCodef_ =
+       Kem::makePtr<SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), in_.allSwitchIntfConfigs, *this);
+   switchIntfConfigCodef_->handleInitialized();
 }
 
 // --- Copies.
 
-void BridgingConfigSm::handleSwitchIntfConfig() {
+void Switchports::handleSwitchIntfConfig() {
    KEM_INVARIANT(!initialized(), "!initialized()");
 }
 
 Kem::Ptr<Bridging::Input::SwitchIntfConfig>
-BridgingConfigSm::switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const {
+Switchports::switchIntfConfigAfterCodef(Sulvi::IntfId intfId) const {
    auto const* const found = switchIntfConfigAfterCodef_.find(intfId);
    return found ? *found : nullptr;
 }
 
 Kem::Ptr<Bridging::Input::SwitchIntfConfig>
-BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::Input::SwitchportMode mode) {
+Switchports::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::Input::SwitchportMode mode) {
    auto const [copy, isNew] = switchIntfConfigAfterCodef_.findOrInsert(
        intfId, [&] { return Bridging::Input::SwitchIntfConfig::make(intfId, mode); });
    auto const result = *copy;
@@ -34,25 +45,19 @@ BridgingConfigSm::switchIntfConfigAfterCodefIs(Sulvi::IntfId intfId, Bridging::I
    return result;
 }
 
-void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
+void Switchports::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
    if (switchIntfConfigAfterCodef_.erase(intfId))
       handleSwitchIntfConfig(intfId);
    // A port of the previous run may be deleted before it has a copy here.
-   internalVlans_.startupDel(intfId);
-}
-
-void BridgingConfigSm::handleForeignChange(Kem::Entity const& changed) {
-   resolvedVlans_.handleForeignChange(changed);
-   if (&changed == &config())
-      switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+   parent_.internalVlans().startupDel(intfId);
 }
 
 // --- Children.
 
-void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
+void Switchports::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    auto const copy = switchIntfConfigAfterCodef(intfId);
    if (copy) {
-      KEM_TRACE(bridgingPortTrace, 3, "Creating SwitchIntfConfig and reactor for intf " << intfId);
+      KEM_TRACE(switchportTrace, 3, "Creating SwitchIntfConfig and reactor for intf " << intfId);
       auto const ethIntfConfig = in_.ethIntfConfigDir ? in_.ethIntfConfigDir->intfConfig(intfId) : nullptr;
       auto const ethIntfStatus = in_.ethIntfStatusDir ? in_.ethIntfStatusDir->intfStatus(intfId) : nullptr;
       switchIntfSmIs(intfId, copy, ethIntfConfig, in_.config, ethIntfStatus);
@@ -60,32 +65,32 @@ void BridgingConfigSm::handleSwitchIntfConfig(Sulvi::IntfId intfId) {
    }
    if (!switchIntfSm(intfId))
       return;
-   KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
+   KEM_TRACE(switchportTrace, 3, "Deleting SwitchIntfConfig and reactor for intf " << intfId);
    childDel(switchIntfSm_, intfId);
-   config().switchIntfConfigDel(intfId);
+   in_.config->switchIntfConfigDel(intfId);
 }
 
-void BridgingConfigSm::doForgetPort(Sulvi::IntfId intfId) {
+void Switchports::doForgetPort(Sulvi::IntfId intfId) {
    if (switchIntfSm(intfId))
       return;
-   KEM_TRACE(bridgingPortTrace, 3, "Deleting SwitchIntfConfig of the previous run for intf " << intfId);
-   internalVlans_.startupDel(intfId);
-   internalVlans_.waitEnd(intfId);
-   config().switchIntfConfigDel(intfId);
+   KEM_TRACE(switchportTrace, 3, "Deleting SwitchIntfConfig of the previous run for intf " << intfId);
+   parent_.internalVlans().startupDel(intfId);
+   parent_.internalVlans().waitEnd(intfId);
+   in_.config->switchIntfConfigDel(intfId);
 }
 
 Kem::Ptr<SwitchIntfSm>
-BridgingConfigSm::switchIntfSmIs(Sulvi::IntfId intfId,
-                                 Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,
-                                 Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
-                                 Kem::Ptr<Bridging::Config> const& bridgingConfig,
-                                 Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus) {
+Switchports::switchIntfSmIs(Sulvi::IntfId intfId,
+                            Kem::Ptr<Bridging::Input::SwitchIntfConfig const> const& switchIntfConfig,
+                            Kem::Ptr<Interface::EthIntfConfig const> const& ethIntfConfig,
+                            Kem::Ptr<Bridging::Config> const& bridgingConfig,
+                            Kem::Ptr<Interface::EthIntfStatus const> const& ethIntfStatus) {
    auto const sm = switchIntfSm(intfId);
    if (!sm)
       return *switchIntfSm_
                   .findOrInsert(intfId,
                                 [&] {
-                                   return Kem::makePtr<SwitchIntfSm>(*this, intfId, switchIntfConfig,
+                                   return Kem::makePtr<SwitchIntfSm>(parent_, intfId, switchIntfConfig,
                                                                      ethIntfConfig, bridgingConfig,
                                                                      ethIntfStatus);
                                 })
@@ -99,18 +104,18 @@ BridgingConfigSm::switchIntfSmIs(Sulvi::IntfId intfId,
    return sm;
 }
 
-void BridgingConfigSm::switchIntfSmInitialize(Sulvi::IntfId intfId) {
+void Switchports::switchIntfSmInitialize(Sulvi::IntfId intfId) {
    switchIntfSm(intfId)->handleInitialized();
 }
 
-Kem::Ptr<SwitchIntfSm> BridgingConfigSm::switchIntfSm(Sulvi::IntfId intfId) const {
+Kem::Ptr<SwitchIntfSm> Switchports::switchIntfSm(Sulvi::IntfId intfId) const {
    auto const* const found = switchIntfSm_.find(intfId);
    return found ? *found : nullptr;
 }
 
 // --- Records of the interface.
 
-void BridgingConfigSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
+void Switchports::handleEthIntfConfig(Sulvi::IntfId intfId) {
    auto const sm = switchIntfSm(intfId);
    if (!sm)
       return;
@@ -123,7 +128,7 @@ void BridgingConfigSm::handleEthIntfConfig(Sulvi::IntfId intfId) {
       sm->handleEnabledStateLocal();
 }
 
-void BridgingConfigSm::handleEthIntfStatus(Sulvi::IntfId intfId) {
+void Switchports::handleEthIntfStatus(Sulvi::IntfId intfId) {
    auto const sm = switchIntfSm(intfId);
    if (!sm)
       return;
@@ -133,13 +138,13 @@ void BridgingConfigSm::handleEthIntfStatus(Sulvi::IntfId intfId) {
       releaseVanishedRoutedPort(*sm);
 }
 
-void BridgingConfigSm::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
-   internalVlans_.startupDel(sm.intfId());
+void Switchports::releaseVanishedRoutedPort(SwitchIntfSm& sm) {
+   parent_.internalVlans().startupDel(sm.intfId());
    auto const resolved = sm.switchIntfConfigOut()->switchportModeAndNativeVlan();
    if (resolved.switchportMode != Bridging::SwitchportMode::routed_ || resolved.nativeVlan == 0)
       return;
-   KEM_TRACE(bridgingPortTrace, 3, " deleting routed port vlan config for " << sm.intfId());
-   deleteRoutedPortVlanConfig(*this, sm.intfId(), resolved.nativeVlan);
+   KEM_TRACE(switchportTrace, 3, " deleting routed port vlan config for " << sm.intfId());
+   deleteRoutedPortVlanConfig(parent_, sm.intfId(), resolved.nativeVlan);
    sm.doSyncSwitchportModeAndNativeVlan();
 }
 
