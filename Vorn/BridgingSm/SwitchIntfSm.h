@@ -138,8 +138,9 @@ class SwitchIntfSm final : public Kem::StateMachine {
    Bridging::VlanIdOrNone routedPortVlan();
    bool mayLearnAndFlood() const; // a switchport that is neither a tap nor a tool
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
-   void leaveOutMvrpVlans();
-   void addDynAllowedVlans();
+   void traceMvrpVlans(VornUtils::VlanIdSet const& takenAway) const;
+   // Adds what dynamic sources allow on the port; returns false when none lists it.
+   bool collectDynAllowedVlans(VornUtils::VlanIdSet& collected) const;
    void syncEachVlan();
    void syncOrdinaryVlans();
    void syncVlanXlates();
