@@ -23,6 +23,7 @@
 #include "records/Interface/EthIntfStatus.h"
 
 #include <memory>
+#include <optional>
 
 namespace Vorn {
 
@@ -139,8 +140,7 @@ class SwitchIntfSm final : public Kem::StateMachine {
    bool mayLearnAndFlood() const; // a switchport that is neither a tap nor a tool
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
    void traceMvrpVlans(VornUtils::VlanIdSet const& takenAway) const;
-   // Adds what dynamic sources allow on the port; returns false when none lists it.
-   bool collectDynAllowedVlans(VornUtils::VlanIdSet& collected) const;
+   std::optional<VornUtils::VlanIdSet> dynAllowedVlans() const; // nothing where no source lists the port
    void syncEachVlan();
    void syncOrdinaryVlans();
    void syncVlanXlates();

@@ -11,6 +11,7 @@
 #include "Vorn/Rules/PortMode.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -122,11 +123,10 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
    static VornUtils::VlanIdSet const none;
    auto const& takenAway = takesDynamicVlans(*config_) ? parent_.dynVlans().mvrpOnly() : none;
    traceMvrpVlans(takenAway);
-   VornUtils::VlanIdSet collected;
-   auto const& added = collectDynAllowedVlans(collected) ? collected : none;
+   auto const added = dynAllowedVlans();
    AllowedVlanList const configured = allowedVlanList(*config_);
    VlanList const& allowed = parent_.vlanLists().list(configured.list);
-   bool const hasChanged = trunkAllowedVlanSet_.compose(allowed.vlans, takenAway, added);
+   bool const hasChanged = trunkAllowedVlanSet_.compose(allowed.vlans, takenAway, added ? *added : none);
    isAllowedSynced_ = isAllowedSynced_ && !hasChanged;
    // Once for each list: a dynamic VLAN that comes or goes has this computed for every port.
    if (allowedList_ != configured.list) {
@@ -151,22 +151,27 @@ void SwitchIntfSm::traceMvrpVlans(VornUtils::VlanIdSet const& takenAway) const {
 
 // A look-up in the record of each source that lists the port. Sources that list the same port and come one after
 // the other cost the square of their number, some tens of nanoseconds each.
-bool SwitchIntfSm::collectDynAllowedVlans(VornUtils::VlanIdSet& collected) const {
+std::optional<VornUtils::VlanIdSet> SwitchIntfSm::dynAllowedVlans() const {
    if (!takesDynAllowedVlans(*config_)) {
       if (takesDynamicVlans(*config_))
          KEM_TRACE(membershipTrace, 8, "Dont look at dynAllowedVlan for Unconnected interface " << intfId_);
-      return false;
+      return {};
    }
    auto const* const sources = parent_.dynAllowedVlans().sourcesOf(intfId_);
    if (!sources)
-      return false;
+      return {};
+   std::optional<VornUtils::VlanIdSet> all;
    for (auto const* const source : *sources)
       if (auto const* const vlans = source->allowedVlans()->vlans(intfId_)) {
          KEM_TRACE(membershipTrace, 8,
                    "compute dyn vlans from " << source->name() << " dyn vlans " << *vlans);
-         collected |= parent_.vlanLists().list(*vlans).vlans;
+         auto const& set = parent_.vlanLists().list(*vlans).vlans;
+         if (all)
+            *all |= set;
+         else
+            all = set;
       }
-   return true;
+   return all;
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {
