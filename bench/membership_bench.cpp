@@ -3,8 +3,10 @@
 #include "Kem/Activity.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/Selection/InputSelectorSm.h"
+#include "records/Bridging/Input/AllowedVlans.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/Input/VlanConfig.h"
+#include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Bridging/SwitchIntfConfigDir.h"
 
 #include <benchmark/benchmark.h>
@@ -28,8 +30,8 @@ class Bridge {
                                           .vlanIntfConfig = nullptr,
                                           .dynVlanIntfList = Vorn::DynVlanIntfList::make(),
                                           .ethIntfConfigDir = nullptr,
-                                          .dynAllowedVlanDir = nullptr,
-                                          .dynVlanDir = nullptr,
+                                          .dynAllowedVlanDir = dynAllowedVlanDir,
+                                          .dynVlanDir = dynVlanDir,
                                           .dynVlanSrcTable = Bridging::Input::DynVlanSrcTable::make(),
                                           .noInternalVlanIdCauseStatus = Errdisable::CauseStatus::make(),
                                           .recoveryTimer = Kem::ActivityFacility::clock(),
@@ -37,6 +39,17 @@ class Bridge {
                                           .privateVlanLibState = PrivateVlanLib::LibState::make(),
                                           .attrLogCheck = nullptr,
                                           .ethIntfStatusDir = nullptr});
+      settle();
+   }
+   // The protocol asks for those VLANs, and for that each port carries them.
+   void protocolIs(char const* vlans) {
+      auto const allowed = Bridging::Input::AllowedVlans::make();
+      allowed->nameIs("mvrp");
+      sm->switchIntfSm().forEach([&](Sulvi::IntfId intfId, auto const&) { allowed->vlansIs(intfId, vlans); });
+      dynAllowedVlanDir->entityPtrIs(allowed);
+      source->nameIs("mvrp");
+      source->vlansIs(vlans);
+      dynVlanDir->entityPtrIs(source);
       settle();
    }
    void settle() {
@@ -49,6 +62,9 @@ class Bridge {
    Kem::Ptr<Bridging::Input::CliConfig> const cli = Bridging::Input::CliConfig::make();
    Kem::Ptr<Bridging::SwitchIntfConfigDir> const chosen = Bridging::SwitchIntfConfigDir::make();
    Kem::Ptr<Bridging::Config> const config = Bridging::Config::make();
+   Kem::Ptr<Kem::Dir> const dynVlanDir = Kem::Dir::make("vlan");
+   Kem::Ptr<Kem::Dir> const dynAllowedVlanDir = Kem::Dir::make("allowedvlan");
+   Kem::Ptr<Bridging::Input::VlanIdSet> const source = Bridging::Input::VlanIdSet::make();
    Kem::Ptr<Vorn::BridgingConfigSm> sm;
 };
 
@@ -103,5 +119,30 @@ void oneVlanOnOnePort(benchmark::State& state) {
    }
 }
 BENCHMARK(oneVlanOnOnePort)->Unit(benchmark::kMicrosecond);
+
+// The allowed VLANs of all ports, on which a protocol has asked for VLANs too, for each port.
+void allowedVlansOfAllPorts(benchmark::State& state) {
+   Bridge bridge(100, ports);
+   bridge.protocolIs("1-4094");
+   for (auto _ : state)
+      bridge.sm->switchIntfSm().forEach(
+          [](Sulvi::IntfId, auto const& port) { port->doComputeTrunkAllowedVlans(); });
+   state.counters["each"] = benchmark::Counter(double(ports) * double(state.iterations()),
+                                               benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(allowedVlansOfAllPorts)->Unit(benchmark::kMicrosecond);
+
+// One VLAN that the protocol asks for or gives up, beside all others, on all ports.
+void oneVlanOfAProtocol(benchmark::State& state) {
+   Bridge bridge(100, ports);
+   bridge.protocolIs("1-4094");
+   bool isGone = false;
+   for (auto _ : state) {
+      isGone = !isGone;
+      bridge.source->vlansIs(isGone ? "1-4093" : "1-4094");
+      bridge.settle();
+   }
+}
+BENCHMARK(oneVlanOfAProtocol)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -60,9 +60,15 @@ void DynVlanSm::handleVlans() {
    // so they are computed once, before them; a VLAN that stays and enters or leaves a list is synced behind them.
    VornUtils::VlanIdSet created;
    auto const changed = isMvrp_ ? dynVlans_.doComputeTrunkAllowedVlans() : VornUtils::VlanIdSet();
-   set.forEach([&](uint16_t vlanId) { claim(vlanId, created); });
+   // Who is preferred for a VLAN that this source has claimed before can have changed with the priority only: another
+   // source that changed its own looks at its VLANs itself.
+   bool const hasRankChanged = priority_ != vlanIdSet_->configPriority();
+   priority_ = vlanIdSet_->configPriority();
+   auto const looked = hasRankChanged ? set : VornUtils::VlanIdSet(set) -= claimed_;
+   looked.forEach([&](uint16_t vlanId) { claim(vlanId, created); });
    maybeDelVlans(set);
-   passOnOutranked();
+   if (hasRankChanged)
+      passOnOutranked();
    dynVlans_.doSyncVlans(VornUtils::VlanIdSet(changed) -= created);
 }
 

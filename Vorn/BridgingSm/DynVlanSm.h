@@ -14,6 +14,8 @@
 #include "records/Bridging/Input/VlanIdSet.h"
 #include "records/Bridging/VlanConfig.h"
 
+#include <optional>
+
 namespace Vorn {
 
 class BridgingConfigSm;
@@ -70,9 +72,10 @@ class DynVlanSm final : public Kem::StateMachine {
    BridgingConfigSm& parent_;
    DynVlans& dynVlans_;
    Kem::Ptr<Bridging::Input::VlanIdSet const> vlanIdSet_;
-   Kem::String8 text_;            // that was read last
-   VornUtils::VlanIdSet vlans_;   // what it says
-   VornUtils::VlanIdSet claimed_; // what is recorded in the table
+   Kem::String8 text_;                // that was read last
+   VornUtils::VlanIdSet vlans_;       // what it says
+   VornUtils::VlanIdSet claimed_;     // what is recorded in the table
+   std::optional<uint32_t> priority_; // with which it was evaluated last
    KemVlanIdSet kemVlanIdSet_{*this};
 };
 

@@ -73,7 +73,13 @@ void PrimaryVlanSm::syncSecondaryVlan(VlanId vlanId, bool isSecondary) {
       doTakeIn(*primary, *secondary);
    else
       doLetGo(vlanId, secondary);
-   syncPorts(vlanId, isSecondary);
+   // The members of both are worked out in a later turn: once, however many secondaries have come or gone, and
+   // however many of their roles have changed meanwhile.
+   auto& relations = parent_.resolvedVlans().relations();
+   relations.mark(primaryVlan());
+   relations.mark(vlanId);
+   if (primary)
+      syncTranslations(vlanId, isSecondary);
 }
 
 void PrimaryVlanSm::doTakeIn(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary) {
@@ -88,26 +94,17 @@ void PrimaryVlanSm::doLetGo(VlanId vlanId, Kem::Ptr<Bridging::VlanConfig> const&
       resyncCpuPort(parent_, *vlan);
 }
 
-void PrimaryVlanSm::syncPorts(VlanId vlanId, bool isSecondary) {
-   auto const primary = parent_.resolvedVlans().vlan(primaryVlan());
-   auto const secondary = parent_.resolvedVlans().vlan(vlanId);
+void PrimaryVlanSm::syncTranslations(VlanId vlanId, bool isSecondary) {
    // Looked for once: it takes a look at each secondary, which makes a primary that gets its n secondaries
    // one by one cost n * n looks, besides n passes over the ports.
    std::optional<Bridging::VlanIdOrAny> min;
    parent_.switchIntfSm().forEach([&](Sulvi::IntfId, auto const& port) {
-      if (!port->initialized())
-         return;
-      bool const isEnabled = port->switchIntfConfig().enabled();
-      if (isEnabled && primary)
-         port->doSyncSingleVlan(*primary);
       // A disabled port, too: its other handlers don't ask either.
-      if (primary && mapsPrimaryVlans(port->switchIntfConfig())) {
-         if (!min)
-            min = parent_.getMinSecondaryVlanId(primaryVlan());
-         syncTranslation(*port, vlanId, isSecondary, *min);
-      }
-      if (isEnabled && secondary)
-         port->doSyncSingleVlan(*secondary);
+      if (!port->initialized() || !mapsPrimaryVlans(port->switchIntfConfig()))
+         return;
+      if (!min)
+         min = parent_.getMinSecondaryVlanId(primaryVlan());
+      syncTranslation(*port, vlanId, isSecondary, *min);
    });
 }
 

@@ -3,8 +3,9 @@
 //    a secondary, both VLANs resolved    uses the primary's filtering database; the processor's port of the
 //                                        primary serves it too, where the SVI mapping says so
 //    one that has left                   the rules of a plain VLAN, or of the primary that it belongs to now
-//    either                              every port's membership in both VLANs is worked out again, and the
-//                                        translation of a trunk port that maps private VLANs
+//    either                              the translation of each trunk port that maps private VLANs follows, and
+//                                        both VLANs are marked, so that every port's membership in them is worked
+//                                        out again (VlanRelations.h)
 //
 // It has no doPrepareToDie: its owner, PrivateVlans, has what it wrote taken back by release().
 #pragma once
@@ -50,7 +51,7 @@ class PrimaryVlanSm final : public Kem::StateMachine {
    void syncSecondaryVlan(Bridging::VlanId vlanId, bool isSecondary);
    void doTakeIn(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary);
    void doLetGo(Bridging::VlanId vlanId, Kem::Ptr<Bridging::VlanConfig> const& vlan);
-   void syncPorts(Bridging::VlanId vlanId, bool isSecondary);
+   void syncTranslations(Bridging::VlanId vlanId, bool isSecondary); // on all ports
    void syncTranslation(SwitchIntfSm& port, Bridging::VlanId vlanId, bool isSecondary,
                         Bridging::VlanIdOrAny min);
 

@@ -129,9 +129,8 @@ void PrivateVlans::cpuPortIsAhead(VlanId vlanId) {
    kemMarks_.timeMinIs(0);
 }
 
-// Members of VLANs whose relations have changed. What the children evaluate is done once more here for the
-// VLANs that are pairs. This is for those that are none, and for what the children can't know: that the role
-// reached the VLAN after its ports were looked at.
+// Members of VLANs whose relations have changed, by the resolved roles or by what the library told of pairs: each
+// VLAN once on each port, however much has happened to it in this turn.
 void PrivateVlans::handleMarks() {
    parent_.resolvedVlans().relations().takeMarked().forEach([&](uint16_t vlanId) {
       auto const vlan = parent_.resolvedVlans().vlan(VlanId(vlanId));

@@ -52,6 +52,26 @@ TEST_F(PrivateVlansTest, secondarySharesThePrimarysFilteringDatabase) {
    EXPECT_FALSE(bridge.sm->privateVlans().primaryVlanSm(100));
 }
 
+// An asymmetric port prints a line for each look at a VLAN that it is a member of.
+TEST_F(PrivateVlansTest, portLooksOnceAtAPrimaryHoweverManySecondariesItGets) {
+   startWithoutLibrary();
+   bridge.port("Ethernet1")->asymVlansIs("100-119");
+   for (uint16_t vlanId = 101; vlanId < 120; ++vlanId)
+      bridge.vlan(vlanId);
+   bridge.run();
+   testing::internal::CaptureStderr();
+   for (uint16_t vlanId = 101; vlanId < 120; ++vlanId)
+      bridge.privateVlans->primaryVlanIs(100)->secondaryVlanIs(vlanId, true);
+   bridge.run();
+   std::string const text = testing::internal::GetCapturedStderr();
+   for (uint16_t vlanId = 100; vlanId < 120; ++vlanId) {
+      std::string const line = "SwitchIntfSm::doSyncSingleVlan(Ethernet1," + std::to_string(vlanId) + ")\n";
+      size_t const first = text.find(line);
+      EXPECT_NE(first, text.npos) << vlanId;
+      EXPECT_EQ(text.find(line, first + 1), text.npos) << vlanId;
+   }
+}
+
 TEST_F(PrivateVlansTest, secondaryWhosePrimaryIsNotResolvedHasNoEntry) {
    startWithoutLibrary();
    bridge.vlan(101);

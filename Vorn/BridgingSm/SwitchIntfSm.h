@@ -23,6 +23,7 @@
 #include "records/Interface/EthIntfStatus.h"
 
 #include <memory>
+#include <optional>
 
 namespace Vorn {
 
@@ -137,8 +138,8 @@ class SwitchIntfSm final : public Kem::StateMachine {
    Bridging::VlanIdOrNone routedPortVlan();
    bool mayLearnAndFlood() const; // a switchport that is neither a tap nor a tool
    void giveUpInternalVlan(Bridging::VlanIdOrNone vlanId);
-   void leaveOutMvrpVlans();
-   void addDynAllowedVlans();
+   void traceMvrpVlans(VornUtils::VlanIdSet const& takenAway) const;
+   std::optional<VornUtils::VlanIdSet> dynAllowedVlans() const; // nothing where no source lists the port
    void syncEachVlan();
    void syncOrdinaryVlans();
    void syncVlanXlates();

@@ -11,6 +11,7 @@
 #include "Vorn/Rules/PortMode.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -118,10 +119,15 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
       KEM_TRACE(membershipTrace, 5, "Allowed vlans are not applicable for sub interface " << intfId_);
       return;
    }
+   // In this order: what a dynamic source allows may be among what "mvrp" takes away.
+   static VornUtils::VlanIdSet const none;
+   auto const& takenAway = takesDynamicVlans(*config_) ? parent_.dynVlans().mvrpOnly() : none;
+   traceMvrpVlans(takenAway);
+   auto const added = dynAllowedVlans();
    AllowedVlanList const configured = allowedVlanList(*config_);
    VlanList const& allowed = parent_.vlanLists().list(configured.list);
-   VornUtils::VlanIdSet const before = trunkAllowedVlanSet_;
-   trunkAllowedVlanSet_ = allowed.vlans;
+   bool const hasChanged = trunkAllowedVlanSet_.compose(allowed.vlans, takenAway, added ? *added : none);
+   isAllowedSynced_ = isAllowedSynced_ && !hasChanged;
    // Once for each list: a dynamic VLAN that comes or goes has this computed for every port.
    if (allowedList_ != configured.list) {
       allowedList_ = configured.list;
@@ -129,42 +135,43 @@ void SwitchIntfSm::doComputeTrunkAllowedVlans() {
          KEM_TRACE(membershipTrace, 0,
                    intfId_ << " allowed VLANs left out, no VLAN numbers: " << allowed.leftOut);
    }
-   // In this order: what a dynamic source allows may be among what "mvrp" takes away.
-   if (takesDynamicVlans(*config_))
-      leaveOutMvrpVlans();
-   if (takesDynAllowedVlans(*config_))
-      addDynAllowedVlans();
-   else if (takesDynamicVlans(*config_))
-      KEM_TRACE(membershipTrace, 8, "Dont look at dynAllowedVlan for Unconnected interface " << intfId_);
-   isAllowedSynced_ = isAllowedSynced_ && trunkAllowedVlanSet_ == before;
 }
 
 // A VLAN that is learned by that protocol alone isn't allowed by the configured list, whatever that says.
-void SwitchIntfSm::leaveOutMvrpVlans() {
-   auto const& only = parent_.dynVlans().mvrpOnly();
-   trunkAllowedVlanSet_ -= only;
-   if (!membershipTrace.isEnabled(8))
+void SwitchIntfSm::traceMvrpVlans(VornUtils::VlanIdSet const& takenAway) const {
+   if (!membershipTrace.isEnabled(8) || !takesDynamicVlans(*config_))
       return; // thousands of lines for each port
    if (auto const mvrp = parent_.dynVlans().dynVlanSm(mvrpSource))
       mvrp->vlans().forEach([&](uint16_t vlanId) {
          KEM_TRACE(membershipTrace, 8, "Mvrp dynamic vlan " << vlanId);
-         if (only.vlan(vlanId))
+         if (takenAway.vlan(vlanId))
             KEM_TRACE(membershipTrace, 8, "Static entry for vlan " << vlanId << " does not exist");
       });
 }
 
 // A look-up in the record of each source that lists the port. Sources that list the same port and come one after
 // the other cost the square of their number, some tens of nanoseconds each.
-void SwitchIntfSm::addDynAllowedVlans() {
+std::optional<VornUtils::VlanIdSet> SwitchIntfSm::dynAllowedVlans() const {
+   if (!takesDynAllowedVlans(*config_)) {
+      if (takesDynamicVlans(*config_))
+         KEM_TRACE(membershipTrace, 8, "Dont look at dynAllowedVlan for Unconnected interface " << intfId_);
+      return {};
+   }
    auto const* const sources = parent_.dynAllowedVlans().sourcesOf(intfId_);
    if (!sources)
-      return;
+      return {};
+   std::optional<VornUtils::VlanIdSet> all;
    for (auto const* const source : *sources)
       if (auto const* const vlans = source->allowedVlans()->vlans(intfId_)) {
          KEM_TRACE(membershipTrace, 8,
                    "compute dyn vlans from " << source->name() << " dyn vlans " << *vlans);
-         trunkAllowedVlanSet_ |= parent_.vlanLists().list(*vlans).vlans;
+         auto const& set = parent_.vlanLists().list(*vlans).vlans;
+         if (all)
+            *all |= set;
+         else
+            all = set;
       }
+   return all;
 }
 
 void SwitchIntfSm::doComputeAsymVlans() {

@@ -7,8 +7,8 @@
 // VLANs are and whether they exist: a primary may come after its secondaries, or be none at all.
 //
 // Nothing is synced here: PrivateVlans takes the marks in a later turn. Owned by ResolvedVlans, which calls
-// it for each change that it writes or hears of; once the marks are taken there are none until the next
-// change.
+// it for each change that it writes or hears of; PrimaryVlanSm marks the pairs that the library tells of. Once the
+// marks are taken there are none until the next change.
 #pragma once
 
 #include "VornUtils/VlanIdSet.h"
@@ -38,13 +38,14 @@ class VlanRelations {
          found->second.forEach([&](uint16_t vlanId) { visit(Bridging::VlanId(vlanId)); });
    }
 
+   // Has the members of the VLAN worked out again.
+   void mark(Bridging::VlanId vlanId);
    // Marks the VLAN, its primary and those that name it; nothing when it has neither.
    void markRelatives(Bridging::VlanId vlanId);
    // The marks since the last call.
    VornUtils::VlanIdSet takeMarked() { return std::exchange(marked_, {}); }
 
   private:
-   void mark(Bridging::VlanId vlanId);
    Bridging::VlanIdOrNone primary(Bridging::VlanId vlanId) const; // that it names; 0 for none
 
    std::map<Bridging::VlanId, Role> role_;                   // of each VLAN that isn't a plain one

@@ -8,6 +8,7 @@
 //    scale_bench --growth                                              time of the bulk at several sizes
 #include "../database/Relay.h"
 #include "Counter.h"
+#include "Processes.h"
 
 #include "Kem/Activity.h"
 #include "Ordel/client/EntityManager.h"
@@ -22,14 +23,11 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -37,78 +35,6 @@ namespace {
 
 std::string binFolder;
 bool hasTraceFile = false; // of the agent, as it has in service
-
-// --- Processes.
-
-class AgentProcess {
-  public:
-   explicit AgentProcess(std::string const& socketPath) {
-      int ends[2];
-      if (pipe2(ends, O_CLOEXEC) != 0)
-         std::exit(1);
-      if (hasTraceFile)
-         std::filesystem::create_directory(traceFolder(socketPath));
-      pid_ = fork();
-      if (pid_ == 0) {
-         dup2(ends[1], 2);
-         if (hasTraceFile)
-            setenv("ZIVLOGDIR", traceFolder(socketPath).c_str(), 1);
-         else
-            setenv("ZIVLOG_DISABLE", "1", 1);
-         std::string const program = binFolder + "/agent-runner";
-         execl(program.c_str(), program.c_str(), "--socket", socketPath.c_str(), nullptr);
-         _exit(127);
-      }
-      close(ends[1]);
-      errors_ = ends[0];
-      std::string text;
-      char piece[512];
-      for (ssize_t got; text.find("is ready") == text.npos && (got = read(errors_, piece, sizeof piece)) > 0;)
-         text.append(piece, static_cast<size_t>(got));
-      if (text.find("is ready") == text.npos) {
-         std::fprintf(stderr, "the agent did not start:\n%s", text.c_str());
-         std::exit(1);
-      }
-   }
-   ~AgentProcess() { end(SIGTERM); }
-   static std::string traceFolder(std::string const& socketPath) { return socketPath + ".trace"; }
-   void end(int signal) {
-      if (pid_ < 0)
-         return;
-      kill(pid_, signal);
-      waitpid(pid_, nullptr, 0);
-      close(errors_);
-      pid_ = -1;
-   }
-   pid_t pid() const { return pid_; }
-
-  private:
-   pid_t pid_ = -1;
-   int errors_ = -1;
-};
-
-size_t residentMegabytes(pid_t pid, char const* what) {
-   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-   for (std::string line; std::getline(status, line);)
-      if (line.rfind(std::string(what) + ":", 0) == 0)
-         return std::stoul(line.substr(std::strlen(what) + 1)) / 1024;
-   return 0;
-}
-
-// What the process has used of the processors, in seconds, by the scheduler's count.
-double processorTime(pid_t pid) {
-   std::ifstream file("/proc/" + std::to_string(pid) + "/schedstat");
-   double nanoseconds = 0;
-   file >> nanoseconds;
-   return nanoseconds * 1e-9;
-}
-
-// Returns when every agent is done with what was published.
-void settle(std::string const& socketPath) {
-   std::string const command = binFolder + "/ordelctl --socket " + socketPath + " settle --timeout 120";
-   if (std::system(command.c_str()) != 0)
-      std::exit(1);
-}
 
 // --- The publisher.
 
@@ -169,8 +95,8 @@ class Switch {
    Switch(unsigned vlans, unsigned ports)
        : vlans_(vlans), ports_(ports), socketPath_("/tmp/scale-bench-" + std::to_string(getpid()) + ".sock"),
          database_(Bench::startDatabase(binFolder + "/ordeld", socketPath_)),
-         agent_(std::make_unique<AgentProcess>(socketPath_)), counter_(socketPath_),
-         publisher_(Kem::makePtr<Publisher>(socketPath_)) {
+         agent_(std::make_unique<Bench::AgentProcess>(binFolder, socketPath_, hasTraceFile)),
+         counter_(socketPath_), publisher_(Kem::makePtr<Publisher>(socketPath_)) {
       publisher_->cli->vlanConfigPriorityIs(100);
       publisher_->cli->switchIntfConfigPriorityIs(100);
       for (unsigned port = 1; port <= ports_; ++port) {
@@ -178,14 +104,14 @@ class Switch {
          publisher_->ethIntfStatus->intfStatusIs(portOf(port));
       }
       publisher_->flush();
-      settle(socketPath_);
+      Bench::settle(binFolder, socketPath_);
    }
    ~Switch() {
       publisher_ = nullptr;
       agent_.reset();
       Bench::stop(database_);
       unlink(socketPath_.c_str());
-      std::filesystem::remove_all(AgentProcess::traceFolder(socketPath_));
+      std::filesystem::remove_all(Bench::AgentProcess::traceFolder(socketPath_));
    }
 
    // Seconds from publishing all VLANs and trunks until the subscriber has seen the last membership.
@@ -209,10 +135,10 @@ class Switch {
       std::array<pid_t, 4> const pids = {agent_->pid(), database_, counter_.pid(), getpid()};
       Usage usage{};
       for (size_t i = 0; i < pids.size(); ++i)
-         usage.processors[i] = -processorTime(pids[i]);
+         usage.processors[i] = -Bench::processorTime(pids[i]);
       usage.time = bulk();
       for (size_t i = 0; i < pids.size(); ++i)
-         usage.processors[i] += processorTime(pids[i]);
+         usage.processors[i] += Bench::processorTime(pids[i]);
       return usage;
    }
 
@@ -235,19 +161,19 @@ class Switch {
       }
       if (!hasUpperHalf)
          upperHalfIs(true);
-      settle(socketPath_);
+      Bench::settle(binFolder, socketPath_);
       std::sort(times.begin(), times.end());
       return times;
    }
 
    // Seconds from the start of a new agent until it has settled; `changes` is what the subscriber saw of it.
    double restart(uint64_t& changes) {
-      settle(socketPath_);
+      Bench::settle(binFolder, socketPath_);
       agent_->end(SIGKILL);
       uint64_t const before = counter_.changes();
       double const start = Kem::now();
-      agent_ = std::make_unique<AgentProcess>(socketPath_);
-      settle(socketPath_);
+      agent_ = std::make_unique<Bench::AgentProcess>(binFolder, socketPath_, hasTraceFile);
+      Bench::settle(binFolder, socketPath_);
       double const time = Kem::now() - start;
       usleep(200000);
       changes = counter_.changes() - before;
@@ -256,9 +182,11 @@ class Switch {
 
    void printMemory() const {
       std::printf("resident memory, MB (peak): agent %zu (%zu), database %zu (%zu), subscriber %zu (%zu)\n",
-                  residentMegabytes(agent_->pid(), "VmRSS"), residentMegabytes(agent_->pid(), "VmHWM"),
-                  residentMegabytes(database_, "VmRSS"), residentMegabytes(database_, "VmHWM"),
-                  residentMegabytes(counter_.pid(), "VmRSS"), residentMegabytes(counter_.pid(), "VmHWM"));
+                  Bench::residentMegabytes(agent_->pid(), "VmRSS"),
+                  Bench::residentMegabytes(agent_->pid(), "VmHWM"),
+                  Bench::residentMegabytes(database_, "VmRSS"), Bench::residentMegabytes(database_, "VmHWM"),
+                  Bench::residentMegabytes(counter_.pid(), "VmRSS"),
+                  Bench::residentMegabytes(counter_.pid(), "VmHWM"));
    }
 
   private:
@@ -280,15 +208,10 @@ class Switch {
    unsigned const vlans_, ports_;
    std::string const socketPath_;
    pid_t const database_;
-   std::unique_ptr<AgentProcess> agent_;
+   std::unique_ptr<Bench::AgentProcess> agent_;
    Bench::Counter counter_;
    Kem::Ptr<Publisher> publisher_;
 };
-
-double medianOf(std::vector<double> values) {
-   std::sort(values.begin(), values.end());
-   return values[values.size() / 2];
-}
 
 double bulkOnce(unsigned vlans, unsigned ports) {
    return Switch(vlans, ports).bulk();
@@ -303,7 +226,7 @@ void measure(unsigned vlans, unsigned ports, int repeat) {
    bulks.push_back(aSwitch.bulk());
    auto const [low, high] = std::minmax_element(bulks.begin(), bulks.end());
    std::printf("published to last membership seen: median %.2f s (%.2f to %.2f), %.0f ns a membership\n",
-               medianOf(bulks), *low, *high, medianOf(bulks) / (double(vlans) * ports) * 1e9);
+               Bench::medianOf(bulks), *low, *high, Bench::medianOf(bulks) / (double(vlans) * ports) * 1e9);
    aSwitch.printMemory();
    for (bool const duringBulk : {false, true}) {
       auto const times = aSwitch.singleChanges(1000, duringBulk);
@@ -337,13 +260,15 @@ void measureBulk(unsigned vlans, unsigned ports, int repeat) {
          used[j].push_back(usage.processors[j]);
    }
    std::printf("medians\n");
-   line(medianOf(times), {medianOf(used[0]), medianOf(used[1]), medianOf(used[2]), medianOf(used[3])});
+   line(Bench::medianOf(times), {Bench::medianOf(used[0]), Bench::medianOf(used[1]), Bench::medianOf(used[2]),
+                                 Bench::medianOf(used[3])});
 }
 
 void measureGrowth() {
    std::printf("%8s %8s %10s %12s\n", "VLANs", "ports", "seconds", "ns each");
    auto const line = [](unsigned vlans, unsigned ports) {
-      double const time = medianOf({bulkOnce(vlans, ports), bulkOnce(vlans, ports), bulkOnce(vlans, ports)});
+      double const time =
+          Bench::medianOf({bulkOnce(vlans, ports), bulkOnce(vlans, ports), bulkOnce(vlans, ports)});
       std::printf("%8u %8u %10.3f %12.0f\n", vlans, ports, time, time / (double(vlans) * ports) * 1e9);
       std::fflush(stdout);
    };

@@ -43,14 +43,14 @@ bool addItem(VlanIdSet& set, std::string_view item) {
 
 std::string VlanIdSet::text() const {
    std::string list;
-   for (size_t first = members_._Find_first(); first < capacity;) {
+   for (size_t first = next(0); first < capacity;) {
       size_t last = first;
-      while (last + 1 < capacity && members_[last + 1])
+      while (last + 1 < capacity && vlan(static_cast<uint32_t>(last + 1)))
          ++last;
       list += (list.empty() ? "" : ",") + std::to_string(first);
       if (last > first)
          list += '-' + std::to_string(last);
-      first = members_._Find_next(last);
+      first = next(last + 1);
    }
    return list;
 }

@@ -59,6 +59,32 @@ TEST(VlanIdSet, takesPutsAndComparesAllMembersOfAnotherSet) {
    EXPECT_TRUE((VlanIdSet(set) ^= set).empty());
 }
 
+TEST(VlanIdSet, isComposedOfThreeSetsAndTellsWhetherItChanged) {
+   VlanIdSet set, base, removed, added;
+   computeVlanSet(set, "7");
+   computeVlanSet(base, "1-10,4094");
+   computeVlanSet(removed, "3-5,20,4094");
+   computeVlanSet(added, "5,64,4094");
+   EXPECT_TRUE(set.compose(base, removed, added));
+   EXPECT_EQ(set.text(), "1-2,5-10,64,4094");
+   EXPECT_FALSE(set.compose(base, removed, added));
+   added.doRemove(4094);
+   EXPECT_TRUE(set.compose(base, removed, added));
+   EXPECT_EQ(set.text(), "1-2,5-10,64");
+}
+
+TEST(VlanIdSet, findsMembersAtTheEndsOfItsWords) {
+   VlanIdSet set;
+   std::vector<uint16_t> const members = {0, 63, 64, 127, 1000, 4031, 4032, 4095};
+   for (uint16_t const number : members)
+      set.vlanIs(number);
+   std::vector<uint16_t> visited;
+   set.forEach([&](uint16_t number) { visited.push_back(number); });
+   EXPECT_EQ(visited, members);
+   EXPECT_EQ(set.size(), members.size());
+   EXPECT_EQ(set.text(), "0,63-64,127,1000,4031-4032,4095");
+}
+
 TEST(ComputeVlanSet, addsToWhatIsThere) {
    VlanIdSet set;
    set.vlanIs(5);

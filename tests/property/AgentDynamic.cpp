@@ -153,7 +153,6 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
          syncModeAndNative(intf);
       syncVlan(intf, number);
    }
-   syncCpuPortOfSecondaries(number); // of the static primary that it was
 }
 
 void Agent::dynamicVlanDel(unsigned number) {

@@ -3,8 +3,8 @@
 // three inputs. What it asks for follows from the sizes alone.
 //
 //    WholeIntent const intent{.vlans = 512, .ports = 64, .hosts = 2000};
-//    for (Json const& document : intent.documents())
-//       bridge.load(document);
+//    for (std::string const& document : intent.documents())
+//       bridge.done({"load", "-"}, document);
 //
 // Odd VLANs are static, even ones dynamic: every fourth is the protocol's, the others are the overlay's, and
 // both claim every hundredth. Static VLANs up to `privateVlans` are in private groups of one primary and up to
@@ -12,6 +12,8 @@
 #pragma once
 
 #include "Switch.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -26,8 +28,8 @@ struct WholeIntent {
    int ports = 64;
    int hosts = 2000; // static ones, each in one to three inputs
 
-   std::vector<Json> documents() const {
-      return {interfaces(), commandLine(), otherInputs(), dynamicSources()};
+   std::vector<std::string> documents() const {
+      return {interfaces().dump(), commandLine().dump(), otherInputs().dump(), dynamicSources().dump()};
    }
 
    static constexpr int groupSize = 10; // a primary and its secondaries
@@ -40,6 +42,8 @@ struct WholeIntent {
    static std::string portName(int port) { return "Ethernet" + std::to_string(port); }
 
   private:
+   using Json = nlohmann::json; // it finds a key among thousands quickly, which the ordered one doesn't
+
    Json interfaces() const {
       Json intfs = Json::object(), statuses = Json::object(), vlanIntfs = Json::object();
       for (int port = 1; port <= ports; ++port) {
