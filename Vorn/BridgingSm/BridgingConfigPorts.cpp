@@ -43,8 +43,11 @@ void BridgingConfigSm::switchIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
 
 void BridgingConfigSm::handleForeignChange(Kem::Entity const& changed) {
    resolvedVlans_.handleForeignChange(changed);
-   if (&changed == &config())
-      switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+   staticHosts_->handleForeignChange(changed);
+   if (&changed != &config())
+      return;
+   switchIntfSm_.forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+   privateVlans_->handleOutMadeAgain();
 }
 
 // --- Children.
