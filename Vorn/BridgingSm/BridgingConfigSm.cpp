@@ -70,8 +70,11 @@ void BridgingConfigSm::cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> co
 
 void BridgingConfigSm::handleForeignChange(Kem::Entity const& changed) {
    resolvedVlans_.handleForeignChange(changed);
-   if (&changed == &config())
-      switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+   staticHosts_->handleForeignChange(changed);
+   if (&changed != &config())
+      return;
+   switchIntfSm().forEach([&](Sulvi::IntfId, auto const& sm) { sm->handleOutMadeAgain(); });
+   privateVlans_->handleOutMadeAgain();
 }
 
 // --- Internal VLANs.

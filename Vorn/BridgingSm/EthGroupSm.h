@@ -16,6 +16,8 @@ class EthGroupSm final : public Kem::StateMachine {
    // Another group under the address, on either side: its members are copied.
    void ethGroupsAre(Kem::Ptr<Bridging::EthGroup const> const& ethGroupIn,
                      Kem::Ptr<Bridging::EthGroup> const& ethGroupOut);
+   // The resolved group is another object, with the members that it has.
+   void ethGroupOutIs(Kem::Ptr<Bridging::EthGroup> const& ethGroupOut) { ethGroupOut_ = ethGroupOut; }
    // Copies all members; those that only the resolved group has leave it.
    void handleInitialized() override;
 

@@ -36,6 +36,21 @@ void FdbConfigSm::handleInitialized() {
       handleConfiguredGroup(addr);
 }
 
+void FdbConfigSm::handleOutMadeAgain() {
+   auto const record = config_->fdbConfig(Bridging::Fid(vlanId().value()));
+   if (!record || record == fdbConfigOut_)
+      return;
+   fdbConfigOut_ = record;
+   handleGroupsMadeAgain();
+}
+
+void FdbConfigSm::handleGroupsMadeAgain() {
+   ethGroupSm_.forEach([&](Sulvi::EthAddr addr, auto const& sm) {
+      if (auto const group = fdbConfigOut_->ethGroup(addr))
+         sm->ethGroupOutIs(group);
+   });
+}
+
 void FdbConfigSm::handleConfiguredHost(Sulvi::EthAddr addr) {
    KEM_INVARIANT(initialized(), "initialized()");
    if (auto const* const host = fdbConfigIn_->configuredHost(addr))

@@ -25,6 +25,11 @@ class FdbConfigSm final : public Kem::StateMachine {
    // Copies all hosts and groups; what only the resolved record has leaves it.
    void handleInitialized() override;
 
+   // The resolved record, or groups of it, may have been deleted and made again by somebody else, or by the
+   // database, where it brings the order of two writers together: those are written from now on.
+   void handleOutMadeAgain();
+   void handleGroupsMadeAgain();
+
    void handleConfiguredHost(Sulvi::EthAddr addr); // asserts "initialized()"
    void handleConfiguredGroup(Sulvi::EthAddr addr);
 

@@ -94,6 +94,13 @@ Kem::Ptr<SviMappingSm> PrivateVlans::sviMappingSm(VlanId vlanId) const {
    return found ? *found : nullptr;
 }
 
+void PrivateVlans::handleOutMadeAgain() {
+   sviMappingSm_.forEach([&](VlanId vlanId, auto const& sm) {
+      if (auto const record = parent_.config().sviMapping(vlanId))
+         sm->sviMappingStateOutIs(record);
+   });
+}
+
 void PrivateVlans::handleSviMapping() {
    auto const& cliConfig = parent_.cliConfig();
    for (auto const& [vlanId, mapping] : parent_.config().sviMapping())

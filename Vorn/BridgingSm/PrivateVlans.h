@@ -33,6 +33,8 @@ class PrivateVlans final : public Kem::StateMachine {
    void handleInitialized() override;
    // Another input of the command line: its mappings replace those of the old one.
    void cliConfigIs(Kem::Ptr<Bridging::Input::CliConfig const> const& cliConfig);
+   // Resolved mappings may have been made again by somebody else, and are written from now on.
+   void handleOutMadeAgain();
    // All mappings; those that the input lacks go.
    void handleSviMapping();
 

@@ -42,6 +42,15 @@ void StaticHosts::handleFdbConfig(Bridging::VlanId vlanId) {
    config_->fdbConfigDel(Bridging::Fid(vlanId.value()));
 }
 
+void StaticHosts::handleForeignChange(Kem::Entity const& changed) {
+   if (&changed == config_.ptr())
+      fdbConfigSm_.forEach([](Bridging::VlanId, auto const& sm) { sm->handleOutMadeAgain(); });
+   else if (auto const* const fdbConfig = dynamic_cast<Bridging::FdbConfig const*>(&changed))
+      if (auto const fid = fdbConfig->fid(); Bridging::VlanId::isLegal(fid.value()))
+         if (auto const sm = fdbConfigSm(Bridging::VlanId(fid.value())))
+            sm->handleGroupsMadeAgain();
+}
+
 void StaticHosts::fdbConfigSmIs(Kem::Ptr<Bridging::Input::FdbConfig const> const& fdbConfigIn) {
    auto const vlanId = fdbConfigIn->vlanId();
    if (auto const standing = fdbConfigSm(vlanId))

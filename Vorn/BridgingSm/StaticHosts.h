@@ -22,6 +22,9 @@ class StaticHosts final : public Kem::StateMachine {
    void handleInitialized() override;
    // Nothing before handleInitialized, which looks at all.
    void handleFdbConfig(Bridging::VlanId vlanId);
+   // Somebody else changed something in the resolved configuration: resolved records and groups may be others
+   // under their keys, and are written from now on.
+   void handleForeignChange(Kem::Entity const& changed);
    Kem::Ptr<FdbConfigSm> fdbConfigSm(Bridging::VlanId vlanId) const; // null when there is none
 
   private:

@@ -23,6 +23,8 @@ class SviMappingSm final : public Kem::StateMachine {
    Bridging::VlanId primaryVlan() const;
    // Another record of the same primary: all of it is copied.
    void sviMappingStateIs(Kem::Ptr<Bridging::SviMappingState const> const& sviMappingState);
+   // The resolved record is another object, with what it holds.
+   void sviMappingStateOutIs(Kem::Ptr<Bridging::SviMappingState> const& out) { sviMappingStateOut_ = out; }
    // Both assert "initialized()".
    void handleSecondaryVlan(Bridging::VlanId vlanId);
    void handleDefaultSviMapping();
@@ -39,7 +41,7 @@ class SviMappingSm final : public Kem::StateMachine {
 
    BridgingConfigSm& parent_;
    Kem::Ptr<Bridging::SviMappingState const> sviMappingState_;
-   Kem::Ptr<Bridging::SviMappingState> const sviMappingStateOut_;
+   Kem::Ptr<Bridging::SviMappingState> sviMappingStateOut_;
    KemSviMappingState kemSviMappingState_{*this};
 };
 

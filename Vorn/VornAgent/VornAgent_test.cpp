@@ -421,6 +421,48 @@ TEST_F(VornAgentTest, portWritesTheResolvedRecordThatSomebodyElseMadeAgain) {
    EXPECT_EQ(theirs->switchIntfConfig("Ethernet1")->vlanTpid(), 0x9100);
 }
 
+TEST_F(VornAgentTest, staticHostsAreWrittenIntoTheResolvedRecordThatSomebodyElseMadeAgain) {
+   sw.startAgent();
+   auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
+   cli->vlanConfigPriorityIs(100);
+   cli->vlanConfigIs(10);
+   auto const hosts = cli->fdbConfigIs(10);
+   Sulvi::EthAddr const group("03:00:00:00:00:01"), host("02:00:00:00:00:01");
+   auto const members = hosts->ethGroupIs(group);
+   TestSwitch::run();
+   auto const theirs = sw.publish<Bridging::Config>("bridging/config");
+   theirs->fdbConfigDel(10);
+   theirs->fdbConfigIs(10)->ethGroupIs(group);
+   TestSwitch::run();
+   members->intfIs("Ethernet1", true);
+   hosts->configuredHostIs(host, {.addr = host, .intf = Sulvi::IntfId("Ethernet1")});
+   TestSwitch::run();
+   EXPECT_TRUE(theirs->fdbConfig(10)->configuredHost(host));
+   EXPECT_TRUE(theirs->fdbConfig(10)->ethGroup(group)->intf("Ethernet1"));
+
+   // A group alone, which has no members then.
+   theirs->fdbConfig(10)->ethGroupDel(group);
+   theirs->fdbConfig(10)->ethGroupIs(group);
+   TestSwitch::run();
+   members->intfIs("Ethernet2", true);
+   TestSwitch::run();
+   EXPECT_TRUE(theirs->fdbConfig(10)->ethGroup(group)->intf("Ethernet2"));
+}
+
+TEST_F(VornAgentTest, mappingIsWrittenIntoTheResolvedRecordThatSomebodyElseMadeAgain) {
+   sw.startAgent();
+   auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
+   auto const mapping = cli->sviMappingIs(10);
+   TestSwitch::run();
+   auto const theirs = sw.publish<Bridging::Config>("bridging/config");
+   theirs->sviMappingDel(10);
+   theirs->sviMappingIs(10);
+   TestSwitch::run();
+   mapping->secondaryVlanIs(20, true);
+   TestSwitch::run();
+   EXPECT_TRUE(theirs->sviMapping(10)->secondaryVlan(20));
+}
+
 TEST_F(VornAgentTest, roleIsTraced) {
    roleIs(3, 4);
    sw.startAgent();

@@ -216,6 +216,11 @@ std::string Neighbour::editSettings(Dice& dice, Agent* model) {
       auto const mapping = config_->sviMapping(id);
       if (!mapping)
          return "nothing";
+      if (dice.chance(4)) {
+         config_->sviMappingDel(id);
+         config_->sviMappingIs(id);
+         return edit([&](Outcome& o) { o.sviMappings.at(number) = {}; }, place + " made again and");
+      }
       if (dice.chance(3)) {
          mapping->defaultSviMappingIs(value);
          return edit([&](Outcome& o) { o.sviMappings.at(number).servesAll = value; }, place);

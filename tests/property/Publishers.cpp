@@ -108,6 +108,9 @@ std::string Publishers::perform(Kind kind, Dice dice) {
    case Kind::primaryMade:
    case Kind::secondaryMoved:
    case Kind::secondaryReplaced:
+   case Kind::secondaryLeaves:
+   case Kind::secondaryHeads:
+   case Kind::primarySuspended:
    case Kind::trunkTranslated:
       return changePrivateVlans(kind, dice);
    case Kind::setting:

@@ -82,6 +82,9 @@ class Publishers {
       primaryMade,    // again, or behind its secondaries
       secondaryMoved, // one of them moves to another primary, or back
       secondaryReplaced, // it is deleted and made again
+      secondaryLeaves,   // the other one becomes a plain VLAN, or joins again
+      secondaryHeads,    // the other one names the first; then that becomes a primary
+      primarySuspended,  // the primary, or it becomes active again
       trunkTranslated,   // the trunk's input gets a translation of the primary VLAN, or loses it
       count
    };
@@ -127,6 +130,7 @@ class Publishers {
    std::string changeTranslation(Dice dice);
    std::string changePrivatePort(Dice dice);
    std::string changePrivateVlans(Kind kind, Dice dice);
+   std::string makePrivateVlans(Dice dice);
    std::string makePortPlain(Dice dice);
    std::string changeModel(std::string const& intf, unsigned model);
    std::string changeOtherModels(Dice dice, unsigned model);

@@ -54,6 +54,10 @@ Chain const& someChain(Dice& dice) {
         Kind::primaryMade},
        {Kind::privateVlans, Operation::stop, Kind::secondaryMoved, Kind::primaryDeleted, Operation::start,
         Kind::primaryMade},
+       {Kind::privateVlans, Kind::primarySuspended, Kind::primarySuspended, Kind::secondaryLeaves,
+        Kind::secondaryLeaves},
+       {Kind::privateVlans, Kind::primaryDeleted, Kind::primaryMade, Kind::secondaryHeads,
+        Kind::secondaryHeads},
        {Kind::privateVlans, Kind::trunkTranslated, Kind::trunkTranslated, Kind::secondaryMoved,
         Operation::restart},
    };
