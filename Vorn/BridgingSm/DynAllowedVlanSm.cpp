@@ -32,6 +32,13 @@ void DynAllowedVlanSm::allowedVlansIs(Kem::Ptr<Bridging::Input::AllowedVlans con
    handleAllowedVlans();
 }
 
+// Each port that loses a group asks the sources that are left in the index.
+void DynAllowedVlanSm::doPrepareToDie() {
+   for (auto const& [name, sm] : dynTrunkGroupSm_)
+      parent_.dynAllowedVlans().groupDel(name, *this);
+   childDelAll(dynTrunkGroupSm_);
+}
+
 // --- Allowed VLANs.
 
 void DynAllowedVlanSm::handleAllowedVlans(Sulvi::IntfId intfId) {
@@ -68,6 +75,7 @@ void DynAllowedVlanSm::dynTrunkGroupSmIs(Kem::Ptr<Bridging::Input::TrunkGroup co
    if (!trunkGroup)
       Kem::throwNullParameter("dynTrunkGroupSm", "Vorn::DynAllowedVlanSm");
    auto const& name = trunkGroup->trunkGroupName();
+   parent_.dynAllowedVlans().groupIs(name, *this);
    if (auto const standing = dynTrunkGroupSm(name)) {
       standing->trunkGroupIs(trunkGroup);
       return;
@@ -78,10 +86,12 @@ void DynAllowedVlanSm::dynTrunkGroupSmIs(Kem::Ptr<Bridging::Input::TrunkGroup co
 }
 
 void DynAllowedVlanSm::handleTrunkGroup(Kem::String8 const& name) {
-   if (auto const trunkGroup = allowedVlans_->trunkGroup(name))
+   if (auto const trunkGroup = allowedVlans_->trunkGroup(name)) {
       dynTrunkGroupSmIs(trunkGroup);
-   else
+   } else {
+      parent_.dynAllowedVlans().groupDel(name, *this);
       childDel(dynTrunkGroupSm_, name);
+   }
 }
 
 void DynAllowedVlanSm::handleTrunkGroup() {

@@ -60,7 +60,7 @@ class DynAllowedVlanSm final : public Kem::StateMachine {
 
    void handleInitialized() override;
    // The groups go. The allowed VLANs are for the owner to take back, when this is out of its table.
-   void doPrepareToDie() override { childDelAll(dynTrunkGroupSm_); }
+   void doPrepareToDie() override;
 
   private:
    // --- Reactions.

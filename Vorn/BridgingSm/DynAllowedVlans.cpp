@@ -72,19 +72,41 @@ void DynAllowedVlans::dynAllowedVlanSmDel(Kem::String8 const& name) {
    sm->tearDown();
 }
 
-void DynAllowedVlans::listingIs(Sulvi::IntfId intfId, DynAllowedVlanSm const& source) {
-   auto& sources = *sourcesOf_.findOrInsert(intfId, [] { return Sources(); }).first;
+// --- Who names what.
+
+namespace {
+template <class Index, class Key>
+void sourceIs(Index& index, Key const& key, DynAllowedVlanSm const& source) {
+   auto& sources = *index.findOrInsert(key, [] { return DynAllowedVlans::Sources(); }).first;
    if (std::find(sources.begin(), sources.end(), &source) == sources.end())
       sources.push_back(&source);
 }
 
-void DynAllowedVlans::listingDel(Sulvi::IntfId intfId, DynAllowedVlanSm const& source) {
-   auto* const sources = sourcesOf_.find(intfId);
+template <class Index, class Key>
+void sourceDel(Index& index, Key const& key, DynAllowedVlanSm const& source) {
+   auto* const sources = index.find(key);
    if (!sources)
       return;
    std::erase(*sources, &source);
    if (sources->empty())
-      sourcesOf_.erase(intfId);
+      index.erase(key);
+}
+} // namespace
+
+void DynAllowedVlans::listingIs(Sulvi::IntfId intfId, DynAllowedVlanSm const& source) {
+   sourceIs(sourcesOf_, intfId, source);
+}
+
+void DynAllowedVlans::listingDel(Sulvi::IntfId intfId, DynAllowedVlanSm const& source) {
+   sourceDel(sourcesOf_, intfId, source);
+}
+
+void DynAllowedVlans::groupIs(Kem::String8 const& name, DynAllowedVlanSm const& source) {
+   sourceIs(sourcesOfGroup_, name, source);
+}
+
+void DynAllowedVlans::groupDel(Kem::String8 const& name, DynAllowedVlanSm const& source) {
+   sourceDel(sourcesOfGroup_, name, source);
 }
 
 void DynAllowedVlans::listingDel(DynAllowedVlanSm const& source) {

@@ -34,6 +34,12 @@ class DynAllowedVlans final : public Kem::StateMachine {
    void listingDel(Sulvi::IntfId intfId, DynAllowedVlanSm const& source);
    void listingDel(DynAllowedVlanSm const& source); // of all ports
 
+   // Which sources have a trunk group of that name, in no order; null when none has. A port that loses a group asks
+   // them alone: with all sources, a thousand of them that go would ask a million times on each port.
+   Sources const* sourcesOfGroup(Kem::String8 const& name) const { return sourcesOfGroup_.find(name); }
+   void groupIs(Kem::String8 const& name, DynAllowedVlanSm const& source);
+   void groupDel(Kem::String8 const& name, DynAllowedVlanSm const& source);
+
    // Every port computes its allowed VLANs again.
    void handleTrunkAllowedVlans();
 
@@ -55,6 +61,7 @@ class DynAllowedVlans final : public Kem::StateMachine {
    Kem::Ptr<Kem::Dir const> const dynAllowedVlanDir_;
    DynAllowedVlanSms dynAllowedVlanSm_;
    Kem::ValueMap<Sulvi::IntfId, Sources> sourcesOf_;
+   Kem::ValueMap<Kem::String8, Sources> sourcesOfGroup_;
    KemDynAllowedVlanDir kemDynAllowedVlanDir_{*this};
 };
 

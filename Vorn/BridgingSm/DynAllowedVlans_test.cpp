@@ -176,6 +176,26 @@ TEST(DynAllowedVlansOfManyTest, thousandSourcesOfOnePortAddUp) {
    EXPECT_EQ(bridge.portSm("Ethernet1")->trunkAllowedVlanSet().text(), "10");
 }
 
+TEST(DynAllowedVlansOfManyTest, thousandSourcesWithAGroupEachLeaveNothingBehind) {
+   TestBridge bridge;
+   for (int port = 1; port <= 64; ++port)
+      bridge.trunk("Ethernet" + std::to_string(port), "10");
+   bridge.start();
+   for (int i = 0; i < 1000; ++i)
+      for (int port = 1; port <= 64; ++port)
+         bridge.dynTrunkGroup("source" + std::to_string(i), "group" + std::to_string(i),
+                              "Ethernet" + std::to_string(port));
+   bridge.run();
+   EXPECT_EQ(bridge.portSm("Ethernet64")->dynTrunkGroup().size(), 1000u);
+   EXPECT_TRUE(bridge.sm->dynAllowedVlans().sourcesOfGroup("group7"));
+   for (int i = 0; i < 1000; ++i)
+      bridge.dynAllowedDel("source" + std::to_string(i));
+   bridge.run();
+   for (int port = 1; port <= 64; ++port)
+      EXPECT_TRUE(bridge.portSm("Ethernet" + std::to_string(port))->dynTrunkGroup().empty());
+   EXPECT_FALSE(bridge.sm->dynAllowedVlans().sourcesOfGroup("group7"));
+}
+
 // --- Trunk groups.
 
 struct DynTrunkGroupsTest : DynAllowedVlansTest {

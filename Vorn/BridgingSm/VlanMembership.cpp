@@ -212,13 +212,15 @@ void SwitchIntfSm::doCreateDynTrunkGroup(Kem::String8 const& name) {
 void SwitchIntfSm::doDelDynTrunkGroup(Kem::String8 const& name) {
    if (!dynTrunkGroup_.find(name))
       return;
-   for (auto const& [source, sm] : parent_.dynAllowedVlans().dynAllowedVlanSm()) {
-      auto const trunkGroup = sm->allowedVlans()->trunkGroup(name);
-      if (trunkGroup && trunkGroup->intfList(intfId_)) {
-         KEM_TRACE(membershipTrace, 3, "Dyn client:" << source << " has " << name << " for " << intfId_);
-         return;
+   if (auto const* const sources = parent_.dynAllowedVlans().sourcesOfGroup(name))
+      for (auto const* const source : *sources) {
+         auto const trunkGroup = source->allowedVlans()->trunkGroup(name);
+         if (trunkGroup && trunkGroup->intfList(intfId_)) {
+            KEM_TRACE(membershipTrace, 3,
+                      "Dyn client:" << source->name() << " has " << name << " for " << intfId_);
+            return;
+         }
       }
-   }
    dynTrunkGroup_.erase(name);
    handleTrunkGroup(name);
 }
