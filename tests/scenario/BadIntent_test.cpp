@@ -235,7 +235,8 @@ TEST_F(BadIntentTest, namesOfSourcesMayBeAnything) {
    bridge.done({"create", claims + "\xff\xfe", "Bridging::Input::VlanIdSet"});
    bridge.set(claims + "\xff\xfe.vlans", "\"300,320\"");
    bridge.settle();
-   EXPECT_EQ(bridge.members(320), "Ethernet25-t Ethernet26-t Ethernet27-t Ethernet28-t");
+   EXPECT_EQ(bridge.members(320),
+             "Ethernet29-t Ethernet30-t Ethernet31-t Ethernet32-t Ethernet33-t Ethernet34-t");
    bridge.erase(claims + "\xff\xfe");
    for (size_t i = 0; i < names.size(); i += 2)
       bridge.erase(claims + names[i]);
