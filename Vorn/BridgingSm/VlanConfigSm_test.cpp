@@ -338,7 +338,8 @@ TEST_F(VlanConfigSmTest, staticEntryOfAVlanThatMvrpAloneClaimsHasAllowedSetsRebu
    TestTrace trace;
    bridge.trunk("Ethernet1.5"); // a subinterface traces each time that it has no set
    bridge.start();
-   claimed(10, {"mvrp"});
+   bridge.dynVlans("mvrp", "10", 0);
+   bridge.run();
    trace.clear();
    bridge.vlan(10);
    bridge.run();
