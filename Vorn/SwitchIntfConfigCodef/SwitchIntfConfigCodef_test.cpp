@@ -84,8 +84,8 @@ Operation const operations[] = {
 TEST_F(SwitchIntfConfigCodefTest, withoutADirectoryNothingIsChosen) {
    start();
    ASSERT_TRUE(copy());
-   auto const without =
-       Kem::makePtr<Vorn::SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), nullptr, bridge.sm->switchports());
+   auto const without = Kem::makePtr<Vorn::SwitchIntfConfigCodef>(Kem::ActivityFacility::clock(), nullptr,
+                                                                  bridge.sm->switchports());
    without->handleSwitchIntfConfig();
    ASSERT_TRUE(copy());
    without->handleSwitchIntfConfig("Ethernet1");

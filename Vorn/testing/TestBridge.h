@@ -32,11 +32,11 @@
 #include "Vorn/Selection/InputSelectorConfig.h"
 #include "records/Bridging/EthGroup.h"
 #include "records/Bridging/FdbConfig.h"
-#include "records/Bridging/Input/FdbConfig.h"
-#include "records/Bridging/SviMappingState.h"
 #include "records/Bridging/Input/AllowedVlans.h"
+#include "records/Bridging/Input/FdbConfig.h"
 #include "records/Bridging/Input/TrunkGroup.h"
 #include "records/Bridging/Input/VlanIdSet.h"
+#include "records/Bridging/SviMappingState.h"
 #include "records/Interface/VlanIntfConfig.h"
 #include "records/PrivateVlanLib/PrimaryVlanState.h"
 
