@@ -336,7 +336,7 @@ TEST_F(BadIntentTest, thousandSourcesMayClaimTheSameVlansAndVanish) {
    nlohmann::json document = nlohmann::json::object();
    for (int i = 0; i < 1000; ++i)
       document[claims + "s" + std::to_string(i)] = {{"$type", "Bridging::Input::VlanIdSet"},
-                                                    {"vlans", "10-20,1000-1100"},
+                                                    {"vlans", "10-20,1000-1010"},
                                                     {"configPriority", i % 10},
                                                     {"trunkGroup", {{"g" + std::to_string(i % 3), true}}}};
    bridge.done({"load", "-"}, document.dump());
