@@ -105,8 +105,10 @@ bool DynVlans::isClaimedByMvrpOnly(Bridging::VlanId vlanId) const {
    return source && (*source)->vlanSource().size() == 1 && (*source)->vlanSource().find(mvrpSource);
 }
 
-// A look-up for each claimant: sources that leave one after the other a VLAN that all of them claim ask in the
-// square of their number, at some tens of nanoseconds each. Hundreds of sources of one VLAN don't happen.
+// A look-up for each claimant, at some tens of nanoseconds: sources that claim the same VLANs and come up
+// together, or leave one after the other, ask in the square of their number. 1000 sources with the same 112
+// VLANs cost a start 2 seconds of processor time, 250 of them 0.1. An order by rank, kept for each VLAN, would
+// have to be renewed with each change of a priority, which sources may make far more often.
 Kem::String8 DynVlans::getDynVlanConfigSource(Bridging::VlanId vlanId) const {
    DynVlanRank best;
    if (auto const source = table_->dynVlanSrc(vlanId))
