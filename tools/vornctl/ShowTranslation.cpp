@@ -7,6 +7,7 @@
 #include "Table.h"
 
 #include "Vorn/Rules/PrivateVlans.h"
+#include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/SwitchIntfConfig.h"
 
 namespace Vornctl {
