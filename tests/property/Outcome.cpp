@@ -133,12 +133,13 @@ std::string differences(Outcome const& expected, Outcome const& actual) {
                   [&](unsigned number, auto const& a, auto const& b) {
                      report.same("mapping of primary VLAN " + std::to_string(number), textOf(a), textOf(b));
                   });
-   for (auto const& [what, wanted, is] :
-        {std::tuple("merged hosts of VLAN", &expected.merged, &actual.merged),
-         std::tuple("hosts of VLAN", &expected.fdbs, &actual.fdbs)})
-      report.members(what, *wanted, *is, [&](unsigned number, auto const& a, auto const& b) {
+   auto const compareFdbs = [&](char const* what, auto const& wanted, auto const& is) {
+      report.members(what, wanted, is, [&](unsigned number, auto const& a, auto const& b) {
          report.same(what + (" " + std::to_string(number)), textOf(a), textOf(b));
       });
+   };
+   compareFdbs("merged hosts of VLAN", expected.merged, actual.merged);
+   compareFdbs("hosts of VLAN", expected.fdbs, actual.fdbs);
    return report.text();
 }
 
