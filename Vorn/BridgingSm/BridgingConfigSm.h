@@ -20,6 +20,7 @@
 #include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/BridgeSettingsSm.h"
 #include "Vorn/BridgingSm/BridgingConfigInputs.h"
+#include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/BridgingSm/DynAllowedVlans.h"
 #include "Vorn/BridgingSm/DynVlans.h"
 #include "Vorn/BridgingSm/InternalVlans.h"
@@ -71,6 +72,7 @@ class BridgingConfigSm final : public Kem::StateMachine {
    ResolvedVlans& resolvedVlans() { return resolvedVlans_; }
    InternalVlans& internalVlans() { return internalVlans_; }
    VlanInterfaces const& vlanInterfaces() const { return vlanInterfaces_; }
+   CpuPortInputs cpuPortInputs() const { return {config(), privateVlanLibState(), vlanInterfaces()}; }
    VlanLists& vlanLists() { return vlanLists_; }
 
    // --- What is called of them from many places; each says more.

@@ -30,11 +30,11 @@ bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig con
    return vlanIntf && vlanIntf->enabled() && vlan.adminState() == Bridging::VlanAdminState::active;
 }
 
-void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary,
+void doSyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary) {
    bool const isWanted = secondary.adminState() == Bridging::VlanAdminState::active &&
                          primary.intf(cpuIntfId()) &&
-                         isServed(sm.config(), primary.vlanId(), secondary.vlanId());
+                         isServed(in.config, primary.vlanId(), secondary.vlanId());
    if (isWanted)
       addCpuPort(secondary);
    else
@@ -42,11 +42,11 @@ void doSyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig const& prima
 }
 
 namespace {
-void syncSecondaries(BridgingConfigSm const& sm, Bridging::VlanConfig const& primary) {
-   if (auto const state = sm.privateVlanLibState().primaryVlan(primary.vlanId()))
+void syncSecondaries(CpuPortInputs const& in, Bridging::VlanConfig const& primary) {
+   if (auto const state = in.privateVlanLibState.primaryVlan(primary.vlanId()))
       for (auto const& [secondaryId, isSecondary] : state->secondaryVlan())
-         if (auto const secondary = sm.config().vlanConfig(secondaryId))
-            doSyncCpuPort(sm, primary, *secondary);
+         if (auto const secondary = in.config.vlanConfig(secondaryId))
+            doSyncCpuPort(in, primary, *secondary);
 }
 } // namespace
 
@@ -57,7 +57,7 @@ void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId) {
    auto const vlan = sm.config().vlanConfig(vlanId);
    if (!vlan)
       return;
-   syncSecondaries(sm, *vlan);
+   syncSecondaries(sm.cpuPortInputs(), *vlan);
 
    auto const& libState = sm.privateVlanLibState();
    auto const* const role = libState.vlanTypeAndPrimaryVlan(vlanId);
@@ -67,20 +67,20 @@ void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId) {
    auto const primary = sm.config().vlanConfig(Bridging::VlanId(primaryId));
    if (primary && primary->vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan() &&
        !primary->internal()) {
-      doSyncCpuPort(sm, *primary, *vlan);
+      doSyncCpuPort(sm.cpuPortInputs(), *primary, *vlan);
       if (primaryOf(libState, sm.config(), vlanId) != primary)
          sm.privateVlans().cpuPortIsAhead(vlanId);
    }
 }
 
-void resyncCpuPort(BridgingConfigSm const& sm, Bridging::VlanConfig& vlan) {
-   if (auto const primary = primaryOf(sm.privateVlanLibState(), sm.config(), vlan.vlanId()))
-      doSyncCpuPort(sm, *primary, vlan);
-   else if (wantsCpuPort(sm.vlanInterfaces(), vlan))
+void resyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan) {
+   if (auto const primary = primaryOf(in.privateVlanLibState, in.config, vlan.vlanId()))
+      doSyncCpuPort(in, *primary, vlan);
+   else if (wantsCpuPort(in.vlanInterfaces, vlan))
       addCpuPort(vlan);
    else
       deleteCpuPort(vlan);
-   syncSecondaries(sm, vlan); // it may be a primary by now
+   syncSecondaries(in, vlan); // it may be a primary by now
 }
 
 } // namespace Vorn

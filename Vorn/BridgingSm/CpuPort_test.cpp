@@ -17,7 +17,7 @@ struct CpuPortTest : testing::Test {
    }
    Bridging::VlanConfig& vlan(uint16_t vlanId) { return *bridge.resolvedVlan(vlanId); }
    std::string cpu(uint16_t vlanId) { return bridge.membership(vlanId, "Cpu"); }
-   void sync(uint16_t secondary) { doSyncCpuPort(*bridge.sm, vlan(100), vlan(secondary)); }
+   void sync(uint16_t secondary) { doSyncCpuPort(bridge.sm->cpuPortInputs(), vlan(100), vlan(secondary)); }
 
    TestBridge bridge;
 };

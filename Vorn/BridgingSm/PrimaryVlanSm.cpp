@@ -84,14 +84,14 @@ void PrimaryVlanSm::syncSecondaryVlan(VlanId vlanId, bool isSecondary) {
 
 void PrimaryVlanSm::doTakeIn(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary) {
    parent_.config().vidToFidMapIs(secondary.vlanId(), primary.vlanId().value());
-   doSyncCpuPort(parent_, primary, secondary);
+   doSyncCpuPort(parent_.cpuPortInputs(), primary, secondary);
 }
 
 // The VLAN may belong to another primary by now, which may have been told first.
 void PrimaryVlanSm::doLetGo(VlanId vlanId, Kem::Ptr<Bridging::VlanConfig> const& vlan) {
    parent_.handleVidToFidMap(vlanId);
    if (vlan)
-      resyncCpuPort(parent_, *vlan);
+      resyncCpuPort(parent_.cpuPortInputs(), *vlan);
 }
 
 void PrimaryVlanSm::syncTranslations(VlanId vlanId, bool isSecondary) {

@@ -156,7 +156,7 @@ void PrivateVlans::handleMarks() {
    });
    std::exchange(cpuPortsAhead_, {}).forEach([&](uint16_t vlanId) {
       if (auto const vlan = parent_.resolvedVlans().vlan(VlanId(vlanId)))
-         resyncCpuPort(parent_, *vlan);
+         resyncCpuPort(parent_.cpuPortInputs(), *vlan);
    });
 }
 

@@ -51,7 +51,7 @@ void SviMappingSm::handleSecondaryVlan(VlanId vlanId) {
    auto const primary = parent_.resolvedVlans().vlan(primaryVlan());
    auto const secondary = parent_.resolvedVlans().vlan(vlanId);
    if (primary && secondary)
-      doSyncCpuPort(parent_, *primary, *secondary);
+      doSyncCpuPort(parent_.cpuPortInputs(), *primary, *secondary);
 }
 
 void SviMappingSm::handleDefaultSviMapping() {

@@ -13,8 +13,10 @@
 // Every call blocks in the kernel for as long as that takes.
 #pragma once
 
+#include "Kem/Activity.h"
 #include "Kem/Collections.h"
 #include "Kem/StateMachine.h"
+#include "Vorn/KernelDevices/DeviceAbility.h"
 #include "Vorn/KernelDevices/VlanDevice.h"
 #include "Vorn/VlanIntfCommon/IntfNamespaces.h"
 #include "Vorn/VlanIntfCommon/NamespaceSockets.h"
@@ -27,7 +29,7 @@
 
 namespace Vorn {
 
-class VlanIntfCommon : public Kem::StateMachine {
+class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
   public:
    using IntfSet = Kem::OrderedValueMap<Sulvi::IntfId, bool>; // the value is always true
    static constexpr Kem::Seconds firstRetry = 1.0;
@@ -64,6 +66,7 @@ class VlanIntfCommon : public Kem::StateMachine {
    void setInterfaceUpOrDown(Kem::String8 const& deviceName, bool up, int fd);
    bool continueProcessing() const { return continueProcessing_; }
    bool kernelCallFailed() const { return kernelCallFailed_; }
+   void kernelCallFailedIs(bool failed) { kernelCallFailed_ = failed; }
 
    // --- Namespaces.
    void prepNs(Sulvi::NamespaceName const& dstNs);
@@ -97,8 +100,9 @@ class VlanIntfCommon : public Kem::StateMachine {
    virtual Kem::Ptr<Interface::EthIntfStatusLocal> intfStatusLocal(Kem::String8 const& ifName) const;
    virtual bool isStandbyMode() const;
    virtual void armIntfConfigClock();
-   // Whether the device is in the picture of the kernel's devices: then a failure to find it is tried again.
-   virtual bool isKernelDeviceKnown(Kem::String8 const& deviceName) const;
+   // The number of the device in the picture of the kernel's devices, 0 when it isn't in it. A failure to find
+   // one that is there is tried again.
+   virtual uint32_t kernelDeviceIndex(Kem::String8 const& deviceName) const;
 
    // --- Attributes.
    bool fabricUp() const { return fabricUp_; }
@@ -142,6 +146,7 @@ class VlanIntfCommon : public Kem::StateMachine {
    void handleClock();
 
    // --- Helpers.
+   bool hasWork() const override { return !intfBackLog_.empty() && !isZombie(); }
    static void memberIs(IntfSet& set, Sulvi::IntfId intfId, bool value);
    bool leaveVanishedNs(Kem::Ptr<Interface::EthIntfStatusLocal> const& isl,
                         Sulvi::NamespaceName const& srcNs);
@@ -150,8 +155,10 @@ class VlanIntfCommon : public Kem::StateMachine {
                                      Kem::String8 const& deviceName, int socketFd,
                                      Sulvi::NamespaceName const& dstNs);
    void sweepUnusedNs(Sulvi::NamespaceName const& name);
+   void sweepAgainIn(Sulvi::NamespaceName const& ns); // its devices could not be listed
 
    VlanIntfInputs const in_;
+   DeviceAbility ability_;
    NamespaceSockets sockets_;
    Kem::Ptr<IntfNamespaces> intfNamespaces_;
    Kem::HashMap<KemNetNs, Sulvi::NamespaceName> kemNetNs_;

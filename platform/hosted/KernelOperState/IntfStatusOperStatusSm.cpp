@@ -69,10 +69,9 @@ void IntfStatusOperStatusSm::handleChange(Sulvi::IntfId intfId) {
       tell(intfId, now);
 }
 
-void IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId) {
+int IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId) {
    Told now;
-   if (wanted(intfId, now))
-      tell(intfId, now);
+   return wanted(intfId, now) ? tell(intfId, now) : 0;
 }
 
 // --- Helpers.
@@ -88,10 +87,12 @@ bool IntfStatusOperStatusSm::wanted(Sulvi::IntfId intfId, Told& told) const {
    return true;
 }
 
-void IntfStatusOperStatusSm::tell(Sulvi::IntfId intfId, Told const& told) {
+int IntfStatusOperStatusSm::tell(Sulvi::IntfId intfId, Told const& told) {
    told_.erase(intfId);
-   if (kosm_->doSetOperState(told.deviceName, told.operStatus, told.netNsName) == 0)
+   int const error = kosm_->doSetOperState(told.deviceName, told.operStatus, told.netNsName);
+   if (error == 0)
       told_.findOrInsert(intfId, [&] { return told; });
+   return error;
 }
 
 } // namespace KernelOperState

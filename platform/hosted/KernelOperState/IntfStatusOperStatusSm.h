@@ -41,9 +41,9 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
                           Kem::Ptr<KernelOperStateManager> kosm,
                           Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection);
 
-   // Sends the state of that interface to the kernel now, whatever it was before. Nothing for an interface
-   // that doesn't take part.
-   void doSyncIntfStatus(Sulvi::IntfId intfId);
+   // Sends the state of that interface to the kernel now, whatever it was before. 0 when the kernel took it, or
+   // the interface doesn't take part; else an errno.
+   int doSyncIntfStatus(Sulvi::IntfId intfId);
 
   private:
    // --- Reactions.
@@ -92,7 +92,7 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
       friend bool operator==(Told const&, Told const&) = default;
    };
    bool wanted(Sulvi::IntfId intfId, Told& told) const; // false: the interface doesn't take part
-   void tell(Sulvi::IntfId intfId, Told const& told);
+   int tell(Sulvi::IntfId intfId, Told const& told);    // 0 or an errno
 
    Kem::Ptr<IntfStatusDir const> intfStatusDir_;
    Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir_;

@@ -1,0 +1,256 @@
+#include "Vorn/VlanIntfSm/VlanIntfSm.h"
+
+#include "Kem/Assert.h"
+#include "Kem/Trace.h"
+#include "Sulvi/KernelDeviceName.h"
+#include "Vorn/BridgingSm/CpuPort.h"
+
+namespace Vorn {
+
+namespace {
+Kem::TraceFacility vlanIntfSmTrace("VornVlanIntfSm");
+}
+
+Kem::Ptr<VlanIntfSm> vlanIntfSmFactory(VlanIntfSmInputs const& in) {
+   return Kem::makeInitialized<VlanIntfSm>(in);
+}
+
+VlanIntfSm::VlanIntfSm(VlanIntfSmInputs const& in)
+    : VlanIntfCommon(in), in_(in), standbyMode_(in.standbyMode),
+      vlanInterfaces_(in.vlanIntfConfigDir, in.dynVlanIntfList),
+      vlanIntfAddrs_(Kem::makePtr<VlanIntfAddrs>(*this, in.interfaceInputVlan)) {}
+
+void VlanIntfSm::forEachPart(Kem::PartVisitor const& visit) {
+   VlanIntfCommon::forEachPart(visit);
+   visit(kemKernelIntfCollection_, kemStatusDir_, kemStatusLocalDir_, kemPrivateVlanLibState_,
+         kemHwCapabilities_, intfConfigClock_, fabricInterfaceReactor_, vlanIntfAddrs_, vlanIntfConfigCodef_,
+         vlanIntfConfig_);
+}
+
+void VlanIntfSm::handleInitialized() {
+   KEM_INVARIANT(in_.vornAgent, "vornAgent()");
+   KEM_INVARIANT(in_.vornAgent->dynVlanIntfSm(), "vornAgent()->dynVlanIntfSm()");
+   KEM_INVARIANT(in_.socketFd >= 0, "socketFd() >= 0");
+   initializedIs(true);
+   nsSocketFdIs(Sulvi::DEFAULT_NS, in_.socketFd);
+   doInitIntfNamespaceConfig();
+   doRemoveUnneededVlanNetworkDevices(in_.socketFd, Sulvi::DEFAULT_NS);
+
+   kemKernelIntfCollection_.notifierIs(in_.kernelIntfCollection);
+   kemStatusDir_.notifierIs(in_.vlanIntfStatusDir);
+   kemStatusLocalDir_.notifierIs(in_.vlanIntfStatusLocalDir);
+   kemPrivateVlanLibState_.notifierIs(in_.privateVlanLibState);
+   kemHwCapabilities_.notifierIs(in_.bridgingHwCapabilities);
+   intfConfigClock_.notifierIs(in_.clock);
+   vlanIntfConfigCodef_ =
+       vlanIntfConfigCodefFactory(in_.clock, in_.vlanIntfConfigDir, in_.dynVlanIntfList, *this);
+   vlanIntfAddrs_->handleInitialized();
+
+   handleNsByName();
+   for (auto const& [intfId, status] : in_.vlanIntfStatusDir->intfStatus())
+      handleIntfStatus(intfId);
+   for (auto const& [intfId, local] : in_.vlanIntfStatusLocalDir->intfStatusLocal())
+      handleIntfStatusLocal(intfId);
+   handleInterfaceByName(in_.fabricDeviceName);
+   for (auto const& [vlanId, isSecondary] : in_.privateVlanLibState->secondaryVlan())
+      handleSecondaryVlan(vlanId);
+}
+
+// --- Interfaces.
+
+Kem::Ptr<KemVlanIntfConfig> VlanIntfSm::vlanIntfConfig(Sulvi::IntfId intfId) const {
+   auto const* const found = vlanIntfConfig_.find(intfId);
+   return found ? *found : nullptr;
+}
+
+Kem::Ptr<Interface::VlanIntfConfig const> VlanIntfSm::vlanIntfConfigAfterCodef(Sulvi::IntfId intfId) const {
+   auto const* const found = vlanIntfConfigAfterCodef_.find(intfId);
+   return found ? *found : nullptr;
+}
+
+void VlanIntfSm::vlanIntfConfigAfterCodefIs(Kem::Ptr<Interface::VlanIntfConfig const> const& config) {
+   auto const intfId = config->intfId();
+   vlanIntfConfigAfterCodef_.findOrInsert(intfId, [&] { return config; });
+   vlanIntfConfig_.findOrInsert(intfId, [&] { return Kem::makePtr<KemVlanIntfConfig>(*this, config); });
+}
+
+void VlanIntfSm::vlanIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
+   Kem::childDel(vlanIntfConfig_, intfId);
+   vlanIntfConfigAfterCodef_.erase(intfId);
+   in_.problems->problemDel(intfId);
+}
+
+// --- Changes of what all of them are on.
+
+void VlanIntfSm::handleInterfaceByName(Kem::String8 const& name) {
+   auto const device = in_.kernelIntfCollection->interfaceByName(name);
+   if (name == in_.fabricDeviceName) {
+      fabricInterfaceReactor_ = nullptr;
+      if (device) {
+         fabricInterfaceReactor_ = Kem::makeInitialized<FabricInterfaceReactor>(*this, device);
+      } else {
+         KEM_TRACE(vlanIntfSmTrace, 1, name << ": Unable to find fabric device in kernelIntfCollection");
+         fabricUpIs(false); // what was on it is gone with it
+      }
+      return;
+   }
+   // One of ours that went without our doing.
+   auto const vlanId = Sulvi::vlanIdFromDeviceName(name);
+   auto const entry = vlanId && !device ? vlanIntfConfig(vlanIntfIdOf(*vlanId)) : nullptr;
+   if (entry && entry->initialized() && deviceVlanId(name) != 0 &&
+       entry->vlanIntfStatusLocal()->netNsName().isDefault()) {
+      KEM_TRACE(vlanIntfSmTrace, 1, name << " is gone: " << entry->intfId() << " is evaluated again");
+      intfBackLogIs(entry->intfId(), true);
+      armIntfConfigClock();
+   }
+}
+
+uint32_t VlanIntfSm::kernelDeviceIndex(Kem::String8 const& deviceName) const {
+   auto const device = in_.kernelIntfCollection->interfaceByName(deviceName);
+   return device ? device->ifIndex() : 0;
+}
+
+void VlanIntfSm::handleIntfConfigClock() {
+   Kem::Seconds const deadline = Kem::now() + evaluationSlice;
+   for (auto const& [intfId, isMember] : intfBackLog()) {
+      if (Kem::now() > deadline)
+         break;
+      if (auto const entry = vlanIntfConfig(intfId))
+         entry->doEvaluateInterfaceConfiguration();
+      intfBackLogIs(intfId, false);
+   }
+   if (!intfBackLog().empty())
+      armIntfConfigClock();
+}
+
+void VlanIntfSm::handleBridgingMaxFrameSize() {
+   if (standbyMode_)
+      return;
+   KEM_TRACE(vlanIntfSmTrace, 5, "() maxMtuSize: " << maxMtu());
+   for (auto const& [intfId, entry] : vlanIntfConfig_)
+      if (entry->vlanIntfStatus())
+         entry->vlanIntfStatus()->maxMtuIs(maxMtu());
+}
+
+// --- Status records.
+
+void VlanIntfSm::handleIntfStatus(Sulvi::IntfId intfId) {
+   auto const status = in_.vlanIntfStatusDir->intfStatus(intfId);
+   if (auto const entry = vlanIntfConfig(intfId)) {
+      if (status)
+         entry->handleIntfStatusCreated();
+      else
+         entry->handleIntfStatusGone();
+   }
+   auto const& mirrored = in_.kernelOperStateRoot->intfStatusDir();
+   if (status)
+      mirrored->intfStatusIs(status);
+   else
+      mirrored->intfStatusDel(intfId);
+}
+
+void VlanIntfSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
+   auto const local = in_.vlanIntfStatusLocalDir->intfStatusLocal(intfId);
+   countIntf(intfId, local);
+   if (auto const entry = vlanIntfConfig(intfId)) {
+      if (local)
+         entry->handleIntfStatusCreated();
+      else
+         entry->handleIntfStatusGone();
+   }
+   auto const& mirrored = in_.kernelOperStateRoot->intfStatusLocalDir();
+   if (local)
+      mirrored->intfStatusLocalIs(local);
+   else
+      mirrored->intfStatusLocalDel(intfId);
+}
+
+// --- Private VLANs and the processor's port.
+
+bool VlanIntfSm::isSecondaryVlan(uint16_t vlanId) const {
+   return in_.privateVlanLibState->secondaryVlan(vlanId);
+}
+
+// The device of a secondary VLAN is held down: its traffic uses that of the primary.
+void VlanIntfSm::handleSecondaryVlan(Bridging::VlanId vlanId) {
+   if (!fabricUp() || !hasBridgeMacAddr())
+      return;
+   auto const entry = vlanIntfConfig(vlanIntfIdOf(vlanId.value()));
+   if (entry && entry->initialized() && entry->config()->enabled())
+      entry->handleEnabledWithRetry();
+}
+
+void VlanIntfSm::syncCpuPort(uint16_t vlanId) {
+   if (vlanId < 1 || vlanId > 4094)
+      return;
+   auto const vlan = in_.bridgingConfig->vlanConfig(vlanId);
+   if (vlan && !vlan->internal())
+      resyncCpuPort({*in_.bridgingConfig, *in_.privateVlanLibState, vlanInterfaces_}, *vlan);
+}
+
+void VlanIntfSm::doSyncCpuPort(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary) {
+   Vorn::doSyncCpuPort({*in_.bridgingConfig, *in_.privateVlanLibState, vlanInterfaces_}, primary, secondary);
+}
+
+// --- Role.
+
+void VlanIntfSm::standbyModeIs(bool standbyMode) {
+   if (standbyMode_ == standbyMode)
+      return;
+   standbyMode_ = standbyMode;
+   handleStandbyMode();
+}
+
+void VlanIntfSm::handleStandbyMode() {
+   if (standbyMode_)
+      return;
+   KEM_TRACE(vlanIntfSmTrace, 0, "Transitioning to active mode: doing handleInitialized");
+   for (auto const& [intfId, entry] : vlanIntfConfig_)
+      entry->handleInitialized();
+}
+
+// --- What VlanIntfCommon asks for.
+
+void VlanIntfSm::doEvaluateInterfaceConfiguration(Sulvi::IntfId intfId) {
+   if (auto const entry = vlanIntfConfig(intfId))
+      entry->doEvaluateInterfaceConfiguration();
+}
+
+bool VlanIntfSm::retryNeeded(Sulvi::IntfId intfId) {
+   auto const entry = vlanIntfConfig(intfId);
+   return entry && !entry->doEvaluateInterfaceConfigurationWithRetval();
+}
+
+Sulvi::EthAddr VlanIntfSm::getIntfMacAddr(Sulvi::IntfId intfId) const {
+   auto addr = in_.bridgingConfig->bridgeMacAddr();
+   auto const isSet = [](Sulvi::EthAddr const& a) { return a != Sulvi::EthAddr::ethAddrZero(); };
+   if (auto const entry = vlanIntfConfig(intfId); entry && isSet(entry->config()->addr()))
+      addr = entry->config()->addr();
+   if (auto const published = vlanIntfAddrs_->macAddr(intfId); isSet(published))
+      addr = published;
+   return addr;
+}
+
+void VlanIntfSm::setIntfAddr(Sulvi::IntfId intfId, Sulvi::EthAddr const& addr) {
+   KEM_TRACE(vlanIntfSmTrace, 5, "Setting vlanIntfStatus addr for " << intfId << " to " << addr);
+   if (auto const status = in_.vlanIntfStatusDir->intfStatus(intfId))
+      status->addrIs(addr);
+}
+
+bool VlanIntfSm::intfPresentInConfig(Kem::String8 const& ifName) const {
+   KEM_INVARIANT(initialized(), "initialized()");
+   auto const vlanId = Sulvi::vlanIdFromDeviceName(ifName);
+   return !vlanId || vlanInterfaces_.find(vlanIntfIdOf(*vlanId));
+}
+
+bool VlanIntfSm::intfPresentInStatus(Kem::String8 const& ifName) const {
+   auto const vlanId = Sulvi::vlanIdFromDeviceName(ifName);
+   return vlanId && in_.vlanIntfStatusDir->intfStatus(vlanIntfIdOf(*vlanId));
+}
+
+Kem::Ptr<Interface::EthIntfStatusLocal> VlanIntfSm::intfStatusLocal(Kem::String8 const& ifName) const {
+   auto const vlanId = Sulvi::vlanIdFromDeviceName(ifName);
+   return vlanId ? in_.vlanIntfStatusLocalDir->intfStatusLocal(vlanIntfIdOf(*vlanId)) : nullptr;
+}
+
+} // namespace Vorn
