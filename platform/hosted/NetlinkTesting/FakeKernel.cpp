@@ -49,18 +49,22 @@ std::string ioctlName(unsigned long request) {
 class FakeKernel::LinkChannel final : public Channel {
   public:
    LinkChannel(FakeKernel& k, uint64_t n, uint32_t groups)
-       : kernel(k), netNs(n), isSubscribed(groups & RTMGRP_LINK) {
-      kernel.channels_.push_back(this);
+       : kernel(&k), netNs(n), isSubscribed(groups & RTMGRP_LINK) {
+      kernel->channels_.push_back(this);
    }
    ~LinkChannel() override {
-      std::erase(kernel.channels_, this);
-      kernel.reap(netNs);
+      if (!kernel)
+         return;
+      std::erase(kernel->channels_, this);
+      kernel->reap(netNs);
    }
    int descriptor() const override { return inner.descriptor(); }
    int send(std::string_view message) override {
-      if (!kernel.enter("sendmsg"))
+      if (!kernel)
+         return ENETDOWN;
+      if (!kernel->enter("sendmsg"))
          return errno;
-      for (auto& answer : kernel.answers(netNs, message))
+      for (auto& answer : kernel->answers(netNs, message))
          inner.deliver(std::move(answer));
       return 0;
    }
@@ -69,7 +73,7 @@ class FakeKernel::LinkChannel final : public Channel {
       return inner.receive();
    }
 
-   FakeKernel& kernel;
+   FakeKernel* kernel; // null when it is gone
    uint64_t const netNs;
    bool const isSubscribed;
    TestChannel inner;
@@ -82,6 +86,8 @@ FakeKernel::FakeKernel() {
 }
 
 FakeKernel::~FakeKernel() {
+   for (auto* const channel : channels_)
+      channel->kernel = nullptr;
    kernelIs(nullptr);
 }
 
