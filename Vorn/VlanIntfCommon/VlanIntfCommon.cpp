@@ -311,13 +311,13 @@ void VlanIntfCommon::handleMacAddr(bool initialized, Sulvi::IntfId intfId, Kem::
       in_.problems->problemIs(intfId, DeviceAspect::address, problem);
    };
    if (addr.isMulticast()) {
-      addressIs("a multicast address can't be the address of a device: " + addr.stringValue());
+      addressIs("a multicast address can't be the address of a device: " + addr.stringValue().str());
       return;
    }
    KEM_TRACE(commonTrace, 5, "Setting mac addr of " << intfId << " to " << addr);
    int const fd = nsSocketFd(intfNamespaces_->netNsName(intfId));
    if (setKernelDeviceMacAddress(deviceName, addr, fd) != 0) {
-      addressIs("its address can't be set to " + addr.stringValue() + ": " + strerror(errno));
+      addressIs("its address can't be set to " + addr.stringValue().str() + ": " + strerror(errno));
       kernelCallFailed_ = true;
       return;
    }

@@ -19,7 +19,7 @@ VlanIntfAddrs::VlanIntfAddrs(VlanIntfSm& vlanIntfSm, Kem::Ptr<Kem::Dir const> in
 void VlanIntfAddrs::handleInitialized() {
    initializedIs(true);
    if (auto const dir = kemInterfaceInputVlan_.notifier())
-      for (auto const& [name, entity] : dir->entityPtr())
+      for (auto const& [name, entity] : dir->entities())
          handleEntityPtr(name);
 }
 

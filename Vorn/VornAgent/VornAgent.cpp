@@ -5,6 +5,7 @@
 #include "Kem/Trace.h"
 #include "Ordel/client/Cell.h"
 #include "Plaze/Mount.h"
+#include "Vorn/KernelDevices/VlanDevice.h"
 #include "Vorn/VornAgent/Made.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/VornAgent/NetlinkSocket.h"
@@ -13,8 +14,6 @@
 #include "records/Interface/SubIntfStatusDir.h"
 
 #include <cstdlib>
-#include <linux/if_vlan.h>
-#include <linux/sockios.h>
 #include <sys/socket.h>
 
 namespace Vorn {
@@ -182,17 +181,11 @@ void Agent::openKernelSockets() {
    int const fd = socketFd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
    KEM_ASSERT(fd >= 0);
    traceMade("socketFd");
-   setVlanDeviceNameType(fd);
+   // "vlan5" rather than "vlan0005". The answer is ignored: a kernel without 802.1Q shows when a device is made.
+   static_cast<void>(setVlanDeviceNameType(static_cast<unsigned>(fd)));
    int const netlinkFd = netlinkFd_ = createNetlinkSocket();
    KEM_ASSERT(netlinkFd >= 0);
    traceMade("netlinkFd");
-}
-
-void Agent::setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...)) {
-   vlan_ioctl_args args{};
-   args.cmd = SET_VLAN_NAME_TYPE_CMD;
-   args.u.name_type = VLAN_NAME_TYPE_PLUS_VID_NO_PAD;
-   static_cast<void>(call(fd, SIOCSIFVLAN, &args));
 }
 
 int Agent::createNetlinkSocket() {

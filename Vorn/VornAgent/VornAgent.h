@@ -36,7 +36,6 @@
 #include "records/Vorn/DynVlanIntfList.h"
 #include "records/Vorn/VornOxaState.h"
 
-#include <sys/ioctl.h>
 
 namespace Vorn {
 
@@ -102,9 +101,6 @@ class Agent final : public AgentBase::CAgent {
    int socketFd() const { return socketFd_; }   // for ioctls on network devices
    int netlinkFd() const { return netlinkFd_; } // for requests to the default namespace
 
-   // Asks the kernel to name VLAN devices "vlan" and the number, without padding, in the namespace of the
-   // process. The answer is ignored: a kernel without 802.1Q shows when a device is made.
-   static void setVlanDeviceNameType(int fd, int (*call)(int, unsigned long, ...) = ::ioctl);
    // A netlink route socket that is subscribed to nothing; negative on failure, which has been traced.
    static int createNetlinkSocket();
    // The name of the trace file of an agent of that name, given what ZIVLOGDIR is; see Zivlog::initialize.

@@ -4,6 +4,7 @@
 #include "Kem/Log.h"
 #include "Kem/TestTrace.h"
 #include "Kem/TraceFacilities.h"
+#include "NetlinkTesting/FakeKernel.h"
 #include "Vorn/VornAgent/Mounts.h"
 #include "Vorn/testing/TestSwitch.h"
 #include "Zivlog/Zivlog.h"
@@ -17,11 +18,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cstdarg>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <linux/if_vlan.h>
 #include <set>
 #include <sys/resource.h>
 
@@ -727,37 +725,11 @@ TEST_F(VornAgentTest, cannotRunWithoutItsKernelSockets) {
    EXPECT_DEATH(start(1), "Assertion \"netlinkFd >= 0\" failed");
 }
 
-// A kernel that refuses, and records what it was asked.
-int theAskedFd;
-unsigned long theRequest;
-vlan_ioctl_args theVlanArgs;
-int refusingKernel(int fd, unsigned long request, ...) {
-   va_list rest;
-   va_start(rest, request);
-   theAskedFd = fd;
-   theRequest = request;
-   theVlanArgs = *va_arg(rest, vlan_ioctl_args const*);
-   va_end(rest);
-   return -1;
-}
-
-TEST_F(VornAgentTest, vlanDevicesAreNamedByTheirNumberWithoutPadding) {
-   Vorn::Agent::setVlanDeviceNameType(7, refusingKernel);
-   EXPECT_EQ(theAskedFd, 7);
-   EXPECT_EQ(theRequest, 35203u);
-   EXPECT_EQ(theVlanArgs.cmd, 6);
-   EXPECT_EQ(theVlanArgs.u.name_type, 2u);
-   // All other bytes are zero.
-   theVlanArgs.cmd = 0;
-   theVlanArgs.u.name_type = 0;
-   vlan_ioctl_args const zeros{};
-   EXPECT_EQ(std::memcmp(&theVlanArgs, &zeros, sizeof zeros),
-             0); // NOLINT(bugprone-suspicious-memory-comparison)
-}
-
 TEST_F(VornAgentTest, failureToNameVlanDevicesIsIgnored) {
-   Vorn::Agent::setVlanDeviceNameType(-1);
+   Netlink::FakeKernel kernel;
+   kernel.has8021q(false);
    sw.startAgent();
+   EXPECT_EQ(kernel.count("SET_VLAN_NAME_TYPE_CMD"), 1);
    EXPECT_GE(sw.agent->socketFd(), 0);
    EXPECT_GE(sw.agent->netlinkFd(), 0);
 }
