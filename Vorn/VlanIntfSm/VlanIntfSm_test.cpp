@@ -1,0 +1,369 @@
+#include "Vorn/VlanIntfSm/VlanIntfSm.h"
+
+#include "Vorn/VlanIntfSm/TestVlanIntfs.h"
+
+namespace Vorn {
+namespace {
+
+using Interface::IntfOperStatus;
+
+class VlanIntfSmTest : public testing::Test {
+  public:
+   Kem::TestTrace trace{"Vorn*/0-9"};
+   TestVlanIntfs world;
+
+   Kem::Ptr<Bridging::VlanConfig> vlan(unsigned vlanId) {
+      return world.config->vlanConfigIs(static_cast<uint16_t>(vlanId), false);
+   }
+};
+
+TEST_F(VlanIntfSmTest, aConfiguredInterfaceBecomesADeviceOnTheFabric) {
+   world.vlanIntf(10)->mtuIs(1400);
+   world.start();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1400, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
+   EXPECT_EQ(world.status(10)->addr(), Sulvi::EthAddr(std::string_view("02:00:00:00:00:01")));
+   EXPECT_EQ(world.status(10)->maxMtu(), 9214u);
+   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
+   EXPECT_TRUE(world.sm->vlanIntfConfig(world.id(10))->operational());
+   EXPECT_EQ(world.kernel.findDevice("vlan10")->egress, (std::map<uint32_t, uint32_t>{{7, 7}}));
+   EXPECT_TRUE(world.sm->retryIntfCollection().empty());
+   EXPECT_EQ(world.problem(10), "");
+}
+
+TEST_F(VlanIntfSmTest, theSecondStatusRecordStartsTheEvaluation) {
+   world.configure(10)->sourceIs("cli");
+   world.start();
+   EXPECT_TRUE(trace.has("VlanIntfSm: no visd or visld yet for Vlan10 source cli"));
+   world.statusDir->intfStatusIs(world.id(10));
+   world.run();
+   EXPECT_EQ(world.devices(), "");
+   world.statusLocalDir->intfStatusLocalIs(world.id(10));
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, withoutABridgeAddressTheDeviceStaysDown) {
+   world.config->bridgeMacAddrIs({});
+   world.vlanIntf(10);
+   world.start();
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 9214, down"), std::string::npos) << world.devices();
+   EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->operational());
+   EXPECT_TRUE(trace.has("Vlan not ready, fabricUp 1, bridgeMac 00:00:00:00:00:00"));
+   world.enabledIs(10, true);
+   world.run();
+   EXPECT_NE(world.devices().find("down"), std::string::npos);
+   world.config->bridgeMacAddrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:02")));
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:02\n");
+}
+
+TEST_F(VlanIntfSmTest, whatLeavesTheConfigurationLeavesTheKernel) {
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.start();
+   world.vlanIntfDel(10);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(10)->intfConfig(), nullptr);
+   EXPECT_EQ(world.sm->intf().size(), 1u);
+}
+
+TEST_F(VlanIntfSmTest, aShutDownInterfaceIsDownAndUpAgain) {
+   world.vlanIntf(10);
+   world.start();
+   world.enabledIs(10, false);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   world.enabledIs(10, true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   world.configDir->intfConfig(world.id(10))->enabledIs(false); // not by the operator
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+}
+
+// --- The processor's port.
+
+TEST_F(VlanIntfSmTest, theProcessorsPortFollowsTheInterface) {
+   vlan(10);
+   world.vlanIntf(10);
+   world.start();
+   EXPECT_TRUE(world.hasCpu(10));
+   world.enabledIs(10, false);
+   world.run();
+   EXPECT_FALSE(world.hasCpu(10));
+   world.enabledIs(10, true);
+   world.run();
+   EXPECT_TRUE(world.hasCpu(10));
+   world.vlanIntfDel(10);
+   world.run();
+   EXPECT_FALSE(world.hasCpu(10));
+}
+
+TEST_F(VlanIntfSmTest, theProcessorsPortNeedsNoStatusRecordsAndNoKernel) {
+   vlan(10);
+   world.configure(10);
+   world.start();
+   EXPECT_TRUE(world.hasCpu(10));
+}
+
+TEST_F(VlanIntfSmTest, inStandbyTheProcessorsPortIsNotTouched) {
+   vlan(10)->intfIs("Cpu", {.tagged = true});
+   vlan(11);
+   world.standbyMode = true;
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.enabledIs(10, false);
+   world.start();
+   EXPECT_TRUE(world.hasCpu(10));
+   EXPECT_FALSE(world.hasCpu(11));
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(11)->deviceName(), "");
+   EXPECT_EQ(world.status(11)->addr(), Sulvi::EthAddr());
+   EXPECT_EQ(world.status(11)->maxMtu(), 0u);
+   EXPECT_EQ(world.status(11)->intfConfig(), nullptr);
+
+   world.sm->standbyModeIs(false);
+   world.run();
+   EXPECT_TRUE(trace.has("Transitioning to active mode: doing handleInitialized"));
+   EXPECT_FALSE(world.hasCpu(10));
+   EXPECT_TRUE(world.hasCpu(11));
+   EXPECT_EQ(world.status(11)->deviceName(), "vlan11");
+   EXPECT_EQ(world.status(11)->maxMtu(), 9214u);
+}
+
+TEST_F(VlanIntfSmTest, aRoutedPortsVlanKeepsItsProcessorsPort) {
+   world.config->vlanConfigIs(1006, true)->intfIs("Cpu", {.tagged = true});
+   world.vlanIntf(1006);
+   world.start();
+   world.vlanIntfDel(1006);
+   world.run();
+   EXPECT_TRUE(world.hasCpu(1006));
+}
+
+TEST_F(VlanIntfSmTest, theDeviceOfASecondaryVlanIsHeldDown) {
+   world.vlanIntf(20);
+   world.start();
+   world.privateVlans->secondaryVlanIs(20, true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   world.privateVlans->secondaryVlanDel(20);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+// --- Address and MTU.
+
+TEST_F(VlanIntfSmTest, aPublishedAddressWinsOverTheConfiguredAndThatOverTheBridges) {
+   auto const config = world.vlanIntf(10);
+   world.vlanIntf(11);
+   auto const shared = world.publishAddr("mlag", "02:00:00:00:00:99");
+   world.start();
+   config->addrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:10")));
+   world.run();
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"), std::string::npos);
+   shared->vlanIntfIs(world.id(10), true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(10)->addr(), Sulvi::EthAddr(std::string_view("02:00:00:00:00:99")));
+   shared->macAddrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:98")));
+   world.run();
+   EXPECT_NE(world.devices().find("02:00:00:00:00:98"), std::string::npos);
+   world.interfaceInputVlan->entityPtrDel("mlag");
+   world.run();
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"), std::string::npos);
+}
+
+TEST_F(VlanIntfSmTest, aSecondPublishedAddressEndsTheProcess) {
+   world.vlanIntf(10);
+   world.publishAddr("one", "02:00:00:00:00:98");
+   world.publishAddr("two", "02:00:00:00:00:99");
+   EXPECT_DEATH(world.start(), "inputVlanIntfAddrs\\(\\) <= 1");
+}
+
+TEST_F(VlanIntfSmTest, aMulticastAddressIsNoAddressOfADevice) {
+   world.vlanIntf(10)->addrIs(Sulvi::EthAddr(std::string_view("01:00:5e:00:00:01")));
+   world.start();
+   EXPECT_EQ(world.problem(10),
+             "a multicast address can't be the address of a device: 01:00:5e:00:00:01");
+   EXPECT_FALSE(world.isRetried(10));
+   world.configDir->intfConfig(world.id(10))->addrIs({});
+   world.run();
+   EXPECT_EQ(world.problem(10), "");
+}
+
+TEST_F(VlanIntfSmTest, theLargestFrameBoundsTheMtu) {
+   world.vlanIntf(10)->mtuIs(9000);
+   world.start();
+   EXPECT_NE(world.devices().find("mtu 9000"), std::string::npos) << world.devices();
+   world.hwCapabilities->maxFrameSizeIs(2022);
+   world.run();
+   EXPECT_EQ(world.status(10)->maxMtu(), 2000u);
+   EXPECT_NE(world.devices().find("mtu 2000"), std::string::npos) << world.devices();
+   EXPECT_TRUE(trace.has("() maxMtuSize: 2000"));
+}
+
+// --- The fabric device.
+
+TEST_F(VlanIntfSmTest, aFabricThatComesUpRaisesThem) {
+   world.kernel.upIs("fabric", false);
+   world.vlanIntf(10);
+   world.start();
+   EXPECT_TRUE(trace.has("Fabric ifUp 0"));
+   EXPECT_NE(world.devices().find("down"), std::string::npos);
+   world.kernel.upIs("fabric", true);
+   world.run();
+   EXPECT_TRUE(trace.has("Fabric ifUp 1"));
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+// The kernel raises all VLAN devices with their base.
+TEST_F(VlanIntfSmTest, aFabricThatGoesDownAndUpRaisesNoneThatIsShutDown) {
+   world.vlanIntf(10);
+   world.enabledIs(10, false);
+   world.start();
+   world.kernel.upIs("fabric", false);
+   world.run();
+   world.kernel.upIs("fabric", true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainGetsItsDevicesBack) {
+   world.vlanIntf(10);
+   world.start();
+   world.kernel.deviceDel("fabric");
+   world.run();
+   EXPECT_TRUE(trace.has("fabric: Unable to find fabric device in kernelIntfCollection"));
+   EXPECT_EQ(world.devices(), "");
+   EXPECT_EQ(world.problem(10), "base device fabric doesn't exist");
+   EXPECT_FALSE(world.isRetried(10));
+   world.kernel.deviceIs("fabric").mtu = 9214;
+   world.kernel.upIs("fabric", true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.problem(10), "");
+}
+
+TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainAtOnceIsNoticed) {
+   world.vlanIntf(10);
+   world.start();
+   world.kernel.deviceDel("fabric");
+   world.kernel.deviceIs("fabric").mtu = 9214;
+   world.kernel.upIs("fabric", true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, aDeviceThatSomebodyRemovedIsMadeAgain) {
+   world.vlanIntf(10);
+   world.start();
+   world.kernel.deviceDel("vlan10");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+// --- Static and dynamic.
+
+TEST_F(VlanIntfSmTest, aStaticConfigurationTakesTheInterfaceFromADynamicOne) {
+   world.dynamic(10)->mtuIs(1300);
+   world.makeStatus(10);
+   world.start();
+   EXPECT_NE(world.devices().find("mtu 1300"), std::string::npos);
+   EXPECT_FALSE(world.dynVlanIntfList->intfConfigError(world.id(10)));
+   trace.take();
+   world.configure(10)->mtuIs(1400);
+   world.run();
+   EXPECT_TRUE(trace.has("removing prev config Vlan10from source overlay"));
+   EXPECT_NE(world.devices().find("mtu 1400, up"), std::string::npos) << world.devices();
+   EXPECT_TRUE(world.dynVlanIntfList->intfConfigError(world.id(10)));
+   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
+   world.vlanIntfDel(10);
+   world.run();
+   EXPECT_FALSE(world.dynVlanIntfList->intfConfigError(world.id(10)));
+   EXPECT_NE(world.devices().find("mtu 1300, up"), std::string::npos);
+}
+
+TEST_F(VlanIntfSmTest, namesThatAreNoVlanInterfacesAreNamedAndLeftOut) {
+   for (char const* name : {"Vlan0", "Vlan4095", "Vlan10x", "Ethernet1"}) {
+      world.configDir->intfConfigIs(name);
+      world.statusDir->intfStatusIs(name);
+      world.statusLocalDir->intfStatusLocalIs(name);
+   }
+   world.start();
+   EXPECT_EQ(world.devices(), "");
+   EXPECT_EQ(world.agentStatus->deviceProblem().size(), 4u);
+   world.configDir->intfConfigDelAll();
+   world.run();
+   EXPECT_EQ(world.agentStatus->deviceProblem().size(), 0u);
+}
+
+// --- Restart.
+
+TEST_F(VlanIntfSmTest, aRestartKeepsTheDevicesAsTheyAre) {
+   world.namespaceIs("red");
+   for (unsigned vlanId = 10; vlanId < 20; ++vlanId)
+      world.vlanIntf(vlanId);
+   world.moveTo(15, "red");
+   world.start();
+   auto const before = world.devices(true);
+   world.kernel.countsReset();
+   world.restart();
+   EXPECT_EQ(world.devices(true), before);
+   EXPECT_EQ(world.kernel.count("DEL_VLAN_CMD"), 0);
+   EXPECT_EQ(world.kernel.count("SIOCSIFFLAGS"), 0);
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
+   EXPECT_EQ(world.kernel.openDescriptors(), 5) << "two sockets, one in the namespace, and two channels";
+}
+
+TEST_F(VlanIntfSmTest, whatChangedWhileItWasAwayIsMadeUpFor) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.vlanIntf(12);
+   world.moveTo(12, "red");
+   world.start();
+   world.stop();
+   world.vlanIntfDel(10);
+   world.moveTo(11, "red");
+   world.moveTo(12, "");
+   world.vlanIntf(13);
+   world.start();
+   EXPECT_EQ(world.devices(), "vlan12: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
+                              "vlan13: vlan 13 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
+                              "vlan11@red: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.netNsOf(11), "red");
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
+   world.moveTo(11, "");
+   world.run();
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 0);
+   EXPECT_EQ(world.sm->nsSocketFd("red"), 0);
+}
+
+TEST_F(VlanIntfSmTest, devicesThatNobodyWantsGoAtTheStartInEveryNamespaceAndNothingElseDoes) {
+   world.namespaceIs("red");
+   world.namespaceIs("blue");
+   world.kernel.vlanDeviceIs("vlan5", "fabric", 5);
+   world.kernel.vlanDeviceIs("vlan6", "fabric", 6, "red");
+   world.kernel.vlanDeviceIs("vlan7", "fabric", 7, "blue");
+   world.kernel.vlanDeviceIs("vlanfoo", "fabric", 8);
+   world.kernel.vlanDeviceIs("vlan007", "fabric", 9);
+   world.kernel.deviceIs("vlan9", "bridge");
+   world.kernel.deviceIs("eth0");
+   world.vlanIntf(7);
+   world.moveTo(7, "red");
+   world.start();
+   EXPECT_EQ(world.kernel.findDevice("vlan5"), nullptr);
+   EXPECT_EQ(world.kernel.findDevice("vlan6", "red"), nullptr);
+   EXPECT_EQ(world.kernel.findDevice("vlan7", "blue"), nullptr);
+   EXPECT_NE(world.kernel.findDevice("vlan7", "red"), nullptr);
+   for (char const* name : {"vlanfoo", "vlan007", "vlan9", "eth0"})
+      EXPECT_NE(world.kernel.findDevice(name), nullptr) << name;
+   EXPECT_TRUE(trace.has("deleted unneeded kernel device: vlan5"));
+}
+
+} // namespace
+} // namespace Vorn
