@@ -22,7 +22,7 @@ struct DeviceAbilityTest : testing::Test {
 
 TEST_F(DeviceAbilityTest, aKernelThatCanIsAskedOnce) {
    EXPECT_EQ(ability.kernelProblem(fd), "");
-   time.advance(10);
+   time.advanceTo(Kem::now() + 10);
    EXPECT_EQ(ability.kernelProblem(fd), "");
    EXPECT_EQ(kernel.count("SET_VLAN_NAME_TYPE_CMD"), 1);
 }
@@ -32,16 +32,16 @@ TEST_F(DeviceAbilityTest, aKernelThatCantIsAskedAgainEachSecond) {
    EXPECT_EQ(ability.kernelProblem(fd), "the kernel has no 802.1Q");
    kernel.has8021q(true);
    kernel.rightIs(false);
-   time.advance(0.9);
+   time.advanceTo(Kem::now() + 0.9);
    EXPECT_EQ(ability.kernelProblem(fd), "the kernel has no 802.1Q");
    EXPECT_EQ(kernel.count("SET_VLAN_NAME_TYPE_CMD"), 1);
-   time.advance(0.1);
+   time.advanceTo(Kem::now() + 0.1);
    EXPECT_EQ(ability.kernelProblem(fd), "no right to change network devices (CAP_NET_ADMIN)");
    kernel.rightIs(true);
    kernel.fail("SET_VLAN_NAME_TYPE_CMD", ENOMEM);
-   time.advance(1);
+   time.advanceTo(Kem::now() + 1);
    EXPECT_EQ(ability.kernelProblem(fd), "the kernel makes no VLAN devices: Cannot allocate memory");
-   time.advance(1);
+   time.advanceTo(Kem::now() + 1);
    EXPECT_EQ(ability.kernelProblem(fd), "");
    EXPECT_EQ(kernel.count("SET_VLAN_NAME_TYPE_CMD"), 4);
 }

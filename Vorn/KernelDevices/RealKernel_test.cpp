@@ -4,6 +4,7 @@
 #include "Netlink/TestNamespace.h"
 #include "Vorn/KernelDevices/DeviceAbility.h"
 #include "Vorn/KernelDevices/LinkSettings.h"
+#include "Vorn/KernelDevices/TestRequest.h"
 #include "Vorn/KernelDevices/VlanDevice.h"
 
 #include <gtest/gtest.h>
@@ -61,11 +62,11 @@ struct RealKernel : testing::Test {
 
 TEST_F(RealKernel, takesTheRequestAsTheTestHasWrittenItOut) {
    int error = -1;
-   EXPECT_EQ(sentAsItIs(vlan10Request(4711, if_nametoindex("fabric")), error), 4711u);
+   EXPECT_EQ(sentAsItIs(Vorn::vlan10Request(4711, if_nametoindex("fabric")), error), 4711u);
    EXPECT_EQ(error, 0);
    EXPECT_EQ(Vorn::existingDevice("vlan10", fd), (ExistingDevice{ExistingDevice::vlan, 10, "fabric"}));
    EXPECT_EQ(Vorn::destroyVlanDevice("vlan10", fd), 0);
-   EXPECT_EQ(sentAsItIs(vlan10Request(4712, if_nametoindex("fabric"), elsewhereFd), error), 4712u);
+   EXPECT_EQ(sentAsItIs(Vorn::vlan10Request(4712, if_nametoindex("fabric"), elsewhereFd), error), 4712u);
    EXPECT_EQ(error, 0);
    EXPECT_EQ(Vorn::existingDevice("vlan10", fd), ExistingDevice());
    EXPECT_EQ(Vorn::existingDevice("vlan10", elsewhereSocket).vlanId, 10);

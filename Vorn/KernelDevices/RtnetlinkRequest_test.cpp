@@ -54,15 +54,14 @@ TEST_F(NetlinkReqTest, sendsTheRequestToTheKernelAndReturnsAtTheAcknowledgement)
 
 TEST_F(NetlinkReqTest, sequenceNumbersBeginAtOneAndGoUpByOne) {
    testing::GTEST_FLAG(death_test_style) = "threadsafe"; // a process that has sent nothing yet
-   EXPECT_EXIT(
-       {
-          kernel.answers = {ack(0), ack(0)};
-          result();
-          bool const isFirst = request.nlmsg_seq == 1;
-          result();
-          _exit(isFirst && request.nlmsg_seq == 2 ? 0 : 1);
-       },
-       testing::ExitedWithCode(0), "");
+   auto const sendTwo = [&] {
+      kernel.answers = {ack(0), ack(0)};
+      result();
+      bool const isFirst = request.nlmsg_seq == 1;
+      result();
+      _exit(isFirst && request.nlmsg_seq == 2 ? 0 : 1);
+   };
+   EXPECT_EXIT(sendTwo(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(NetlinkReqTest, acknowledgementEndsTheWaitWhateverComesBehindIt) {
