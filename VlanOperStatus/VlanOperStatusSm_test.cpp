@@ -384,9 +384,11 @@ TEST_F(VlanOperStatusTest, statusRecordThatComesOrIsReplacedIsDecided) {
    EXPECT_EQ(made->operStatus(), unknown) << "the new one is followed";
    statusDir->intfStatusDel("Vlan10");
    run();
+   trace.take();
    made->intfConfigIs(config);
    run();
-   EXPECT_EQ(made->operStatus(), unknown) << "the one that went isn't";
+   EXPECT_EQ(made->operStatus(), unknown);
+   EXPECT_THAT(trace.take(), testing::IsEmpty()) << "the one that went isn't";
 }
 
 TEST_F(VlanOperStatusTest, replacedVlanStatusIsFollowed) {
@@ -467,6 +469,33 @@ TEST_F(VlanOperStatusTest, whatChangedWhileNothingWasDeliveredIsLookedUp) {
    EXPECT_EQ(operStatus(11), up);
    sm->kemDoZombieReactors(false);
    run();
+   EXPECT_EQ(operStatus(11), down);
+}
+
+TEST_F(VlanOperStatusTest, zombieFollowsNothing) {
+   auto const config = configure(10);
+   auto const dynamic = ask(11);
+   statusDir->intfStatusIs("Vlan11")->intfConfigIs(dynamic);
+   configDir->intfConfigIs("Vlan11"); // watched, but not what the status refers to
+   portIs(10, "Ethernet1");
+   start();
+   sm->kemDoZombieReactors(true);
+   trace.take();
+   config->enabledIs(false);
+   dynamic->enabledIs(false);
+   statusDir->intfStatus("Vlan10")->intfConfigIs(nullptr);
+   statusDir->intfStatusIs("Vlan12");
+   portDel(10, "Ethernet1");
+   portIs(11, "Ethernet1");
+   configDir->intfConfigIs("Vlan12");
+   dynList->intfConfigDel("Vlan11");
+   privateVlans->secondaryVlanIs(10, true);
+   all->autoStateIs(false);
+   run();
+   EXPECT_THAT(trace.take(), testing::IsEmpty());
+   sm->kemDoZombieReactors(false);
+   run();
+   EXPECT_EQ(operStatus(10), unknown);
    EXPECT_EQ(operStatus(11), down);
 }
 
