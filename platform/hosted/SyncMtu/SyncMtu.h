@@ -16,6 +16,8 @@
 #include "records/Interface/IntfStatus.h"
 #include "records/Interface/IntfStatusLocal.h"
 
+#include <string>
+
 namespace Interface {
 
 // `fd` is a datagram socket in the namespace of the device; 0 when there is none, and then nothing is done.
@@ -26,5 +28,8 @@ namespace Interface {
 // the device has its MTU, or a smaller one for a reason of the table, or the value can't be had at all.
 bool syncMtu(Kem::Ptr<IntfStatus const> const& status, Kem::Ptr<IntfStatusLocal const> const& statusLocal,
              Kem::Ptr<IntfConfig const> const& config, bool isWithoutMaxMtu, bool isOnAnotherDevice, int fd);
+
+// Why the configured MTU can't be that of a device, in words; empty when it can.
+std::string mtuProblem(IntfConfig const& config);
 
 } // namespace Interface
