@@ -334,7 +334,9 @@ void VlanIntfCommon::doSyncMtu(Kem::Ptr<Interface::EthIntfStatus> const& intfSta
              " ns in IntfStatus is: \"" << isl->netNsName() << "\" fd: " << fd
                                         << " this: " << static_cast<void const*>(this));
    auto const intfId = intfConfig->intfId();
-   in_.problems->problemIs(intfId, DeviceAspect::mtu, Interface::mtuProblem(*intfStatus, *intfConfig));
+   if (deviceVlanId(deviceNameOf(intfId)) == 0)
+      return; // the evaluation that makes the device comes by here
+   in_.problems->problemIs(intfId, DeviceAspect::mtu, Interface::mtuProblem(*intfConfig));
    if (!Interface::syncMtu(intfStatus, isl, intfConfig, false, true, fd)) {
       KEM_TRACE(commonTrace, 0, "Error setting the link mtu for interface " << intfId);
       kernelCallFailed_ = true;

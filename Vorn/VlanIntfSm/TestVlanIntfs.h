@@ -4,7 +4,7 @@
 //    TestVlanIntfs world;                        // fabric device up, bridge address set, no interface
 //    world.vlanIntf(10);                         // configured, with its status records
 //    world.start();
-//    EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+//    EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 //    world.kernel.namespaceIs("red");
 //    world.namespacesAreLookedAt();              // as the watcher of namespaces does
 //    world.moveTo(10, "red");

@@ -12,6 +12,11 @@ class VlanIntfSmTest : public testing::Test {
    Kem::TestTrace trace{"Vorn*/0-9"};
    TestVlanIntfs world;
 
+   void TearDown() override {
+      if (HasFailure())
+         for (auto const& line : trace.take())
+            std::cout << "   " << line << "\n";
+   }
    Kem::Ptr<Bridging::VlanConfig> vlan(unsigned vlanId) {
       return world.config->vlanConfigIs(static_cast<uint16_t>(vlanId), false);
    }
@@ -20,7 +25,7 @@ class VlanIntfSmTest : public testing::Test {
 TEST_F(VlanIntfSmTest, aConfiguredInterfaceBecomesADeviceOnTheFabric) {
    world.vlanIntf(10)->mtuIs(1400);
    world.start();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1400, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1400, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
    EXPECT_EQ(world.status(10)->addr(), Sulvi::EthAddr(std::string_view("02:00:00:00:00:01")));
    EXPECT_EQ(world.status(10)->maxMtu(), 9214u);
@@ -40,7 +45,7 @@ TEST_F(VlanIntfSmTest, theSecondStatusRecordStartsTheEvaluation) {
    EXPECT_EQ(world.devices(), "");
    world.statusLocalDir->intfStatusLocalIs(world.id(10));
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 TEST_F(VlanIntfSmTest, withoutABridgeAddressTheDeviceStaysDown) {
@@ -55,7 +60,7 @@ TEST_F(VlanIntfSmTest, withoutABridgeAddressTheDeviceStaysDown) {
    EXPECT_NE(world.devices().find("down"), std::string::npos);
    world.config->bridgeMacAddrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:02")));
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:02\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:02, egress 7:7\n");
 }
 
 TEST_F(VlanIntfSmTest, whatLeavesTheConfigurationLeavesTheKernel) {
@@ -64,7 +69,7 @@ TEST_F(VlanIntfSmTest, whatLeavesTheConfigurationLeavesTheKernel) {
    world.start();
    world.vlanIntfDel(10);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.status(10)->intfConfig(), nullptr);
    EXPECT_EQ(world.sm->intf().size(), 1u);
 }
@@ -74,13 +79,13 @@ TEST_F(VlanIntfSmTest, aShutDownInterfaceIsDownAndUpAgain) {
    world.start();
    world.enabledIs(10, false);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01, egress 7:7\n");
    world.enabledIs(10, true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    world.configDir->intfConfig(world.id(10))->enabledIs(false); // not by the operator
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 // --- The processor's port.
@@ -118,8 +123,8 @@ TEST_F(VlanIntfSmTest, inStandbyTheProcessorsPortIsNotTouched) {
    world.start();
    EXPECT_TRUE(world.hasCpu(10));
    EXPECT_FALSE(world.hasCpu(11));
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n"
-                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01, egress 7:7\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.status(11)->deviceName(), "");
    EXPECT_EQ(world.status(11)->addr(), Sulvi::EthAddr());
    EXPECT_EQ(world.status(11)->maxMtu(), 0u);
@@ -148,10 +153,10 @@ TEST_F(VlanIntfSmTest, theDeviceOfASecondaryVlanIsHeldDown) {
    world.start();
    world.privateVlans->secondaryVlanIs(20, true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, down, 02:00:00:00:00:01, egress 7:7\n");
    world.privateVlans->secondaryVlanDel(20);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan20: vlan 20 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 // --- Address and MTU.
@@ -166,8 +171,8 @@ TEST_F(VlanIntfSmTest, aPublishedAddressWinsOverTheConfiguredAndThatOverTheBridg
    EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"), std::string::npos);
    shared->vlanIntfIs(world.id(10), true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99\n"
-                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99, egress 7:7\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.status(10)->addr(), Sulvi::EthAddr(std::string_view("02:00:00:00:00:99")));
    shared->macAddrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:98")));
    world.run();
@@ -217,7 +222,7 @@ TEST_F(VlanIntfSmTest, aFabricThatComesUpRaisesThem) {
    world.kernel.upIs("fabric", true);
    world.run();
    EXPECT_TRUE(trace.has("Fabric ifUp 1"));
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 // The kernel raises all VLAN devices with their base.
@@ -229,7 +234,7 @@ TEST_F(VlanIntfSmTest, aFabricThatGoesDownAndUpRaisesNoneThatIsShutDown) {
    world.run();
    world.kernel.upIs("fabric", true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, down, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainGetsItsDevicesBack) {
@@ -244,7 +249,7 @@ TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainGetsItsDevicesBack) {
    world.kernel.deviceIs("fabric").mtu = 9214;
    world.kernel.upIs("fabric", true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.problem(10), "");
 }
 
@@ -255,7 +260,7 @@ TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainAtOnceIsNoticed) {
    world.kernel.deviceIs("fabric").mtu = 9214;
    world.kernel.upIs("fabric", true);
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 TEST_F(VlanIntfSmTest, aDeviceThatSomebodyRemovedIsMadeAgain) {
@@ -263,7 +268,7 @@ TEST_F(VlanIntfSmTest, aDeviceThatSomebodyRemovedIsMadeAgain) {
    world.start();
    world.kernel.deviceDel("vlan10");
    world.run();
-   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
 }
 
 // --- Static and dynamic.
@@ -332,9 +337,9 @@ TEST_F(VlanIntfSmTest, whatChangedWhileItWasAwayIsMadeUpFor) {
    world.moveTo(12, "");
    world.vlanIntf(13);
    world.start();
-   EXPECT_EQ(world.devices(), "vlan12: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
-                              "vlan13: vlan 13 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
-                              "vlan11@red: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.devices(), "vlan12: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n"
+                              "vlan13: vlan 13 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n"
+                              "vlan11@red: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01, egress 7:7\n");
    EXPECT_EQ(world.netNsOf(11), "red");
    EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
    world.moveTo(11, "");

@@ -72,21 +72,22 @@ class LinkMtu {
 
 } // namespace
 
+std::string mtuProblem(IntfConfig const& config) {
+   uint32_t const mtu = config.mtu();
+   if (mtu == 0 || (mtu >= minMtu && mtu <= maxMtu))
+      return {};
+   return "MTU " + std::to_string(mtu) + " is not from " + std::to_string(minMtu) + " to " +
+          std::to_string(maxMtu) + ": the device has " + std::to_string(defaultMtu);
+}
+
 bool syncMtu(Kem::Ptr<IntfStatus const> const& status, Kem::Ptr<IntfStatusLocal const> const& statusLocal,
              Kem::Ptr<IntfConfig const> const& config, bool isWithoutMaxMtu, bool isOnAnotherDevice, int fd) {
    if (!status || !config || fd <= 0)
       return true;
    auto const device = deviceOf(*status);
-   uint32_t wanted = config->mtu() == 0 ? defaultMtu : config->mtu();
-   bool const isPossible = wanted >= minMtu && wanted <= maxMtu;
-   if (isPossible && !isWithoutMaxMtu && status->maxMtu() != 0)
+   uint32_t wanted = mtuProblem(*config).empty() && config->mtu() != 0 ? config->mtu() : defaultMtu;
+   if (!isWithoutMaxMtu && status->maxMtu() >= minMtu)
       wanted = std::min(wanted, status->maxMtu());
-   if (!isPossible || wanted < minMtu) {
-      KEM_TRACE(mtuTrace, 0,
-                "MTU " << wanted << " of interface " << status->intfId() << " is not from " << minMtu
-                       << " to " << maxMtu << ": device " << device << " keeps what it has");
-      return true;
-   }
    if (device.size() >= IFNAMSIZ) // the kernel would take the name of another device for it
       return true;
 

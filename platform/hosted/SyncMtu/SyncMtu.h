@@ -1,9 +1,10 @@
 // Gives a kernel device the MTU that its interface is configured with. It keeps nothing: who calls it does so
 // again when one of these changes.
 //
-//    mtu of the configuration   0 is 1500. Below 68 (RFC 791) or above 65535 it is refused: that is traced, and
-//                               the device keeps the MTU that it has.
-//    maxMtu of the status       The device gets no more than that, unless it is 0 (not known) or not a bound.
+//    mtu of the configuration   0 is 1500, and so is a number that can be no MTU: below 68 (RFC 791) or above
+//                               65535. What the device has doesn't depend on what it had before.
+//    maxMtu of the status       The device gets no more than that, unless it is below 68 (0 while it isn't
+//                               known) or not a bound.
 //    the device below           A device that stands on another one carries no more than that one. It gets
 //                               the largest MTU that the kernel takes for it, and never one below that it
 //                               has. That is traced; when the MTU of the other device grows, the caller calls
