@@ -36,7 +36,7 @@ struct VlanIntfStatusTest : testing::Test {
    }
    void statusOf(int vlan, std::string const& itsConfig) {
       bridge.set(status(vlan), "{}");
-      bridge.set(status(vlan) + ".intfConfig", '"' + itsConfig + '"');
+      bridge.set(status(vlan) + ".intfConfig", R"({"$ref": ")" + itsConfig + "\"}");
    }
    void ask(std::string const& source, int vlan, int priority = 0) {
       if (!bridge.exists(sources + source))
@@ -69,6 +69,7 @@ TEST_F(VlanIntfStatusTest, statusFollowsPortsConfigurationAutostateAndRole) {
    bridge.set(config(10) + ".enabledStateLocal", "enabledStateShutdown");
    EXPECT_EQ(operStatus(10), "intfOperDown");
    bridge.set(config(10) + ".enabledStateLocal", "enabledStateDefault");
+   EXPECT_EQ(operStatus(10), "intfOperUp");
    bridge.set(config(10) + ".enabled", "false");
    EXPECT_EQ(operStatus(10), "intfOperDown");
    bridge.set(config(10) + ".enabled", "true");
@@ -86,7 +87,7 @@ TEST_F(VlanIntfStatusTest, statusFollowsPortsConfigurationAutostateAndRole) {
    bridge.set(cliInput + ".vlanConfig[10].vlanTypeAndPrimaryVlan",
               R"({"vlanType": "secondary_", "primaryVlan": 20})");
    EXPECT_EQ(operStatus(10), "intfOperDown");
-   EXPECT_EQ(changes(10), 9);
+   EXPECT_EQ(changes(10), 11) << "each time that it came out otherwise";
 }
 
 TEST_F(VlanIntfStatusTest, recordsThatAreMadeAgainCount) {
