@@ -19,6 +19,7 @@ ActiveRole::ActiveRole(Agent& agent)
       noInternalVlanIdCauseStatus_(em_.entity<CauseStatus>("interface/errdisable/cause/no-internal-vlan")),
       reloadDownErrdisableCauseStatus_(
           em_.entity<CauseStatus>("interface/errdisable/cause/hitless-reload-down")) {
+   vlanOperStatusRoot_ = made("vosr", Kem::makePtr<VlanOperStatus::Root>("vosr"));
    linkFlapRoot_ = made("linkFlapRoot", Kem::makePtr<LinkFlap::Root>("linkFlapRoot"));
    makeErrdisable();
    makeBridging();
@@ -31,8 +32,10 @@ ActiveRole::ActiveRole(Agent& agent)
                                           em_.entity<Interface::GlobalIntfConfig>("interface/config/global"),
                                           em_.entity<Interface::AllIntfConfigDir>("interface/config/all"),
                                           em_.entity<Interface::AllIntfStatusDir>("interface/status/all")));
+   makeVlanOperStatus();
    agent_.makeNetNsManager();
    makePortWatchers();
+   agent_.dynVlanIntfSm()->standbyModeIs(false);
 }
 
 ActiveRole::~ActiveRole() {
@@ -115,6 +118,20 @@ void ActiveRole::makeBridging() {
                 .cliConfig = cliInput,
                 .bridgingHwCapabilities = em_.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
             }));
+}
+
+void ActiveRole::makeVlanOperStatus() {
+   made("vlanOperStatusSm",
+        vlanOperStatusRoot_->vlanOperStatusSmIs({
+            .vlanIntfStatusDir = em_.entity<Interface::VlanIntfStatusDir>("interface/status/eth/vlan"),
+            .vlanStatusDir = em_.entity<Bridging::VlanStatusDir>("bridging/vlan/status"),
+            .vlanIntfConfigDir = em_.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan"),
+            .dynVlanIntfDir = em_.entity<Kem::Dir>("interface/input/dynvlanintf"),
+            .dynVlanIntfList = agent_.dynVlanIntfList(),
+            .privateVlanLibState = agent_.privateVlanLibState(),
+            .allVlanIntfAutoState =
+                em_.entity<Interface::AllVlanIntfAutoState>("interface/config/eth/allVlanIntfAutoState"),
+        }));
 }
 
 // What watches ports and disables them, or reports on them to the operator.

@@ -10,6 +10,7 @@
 #include "LinkStatusLogging/LinkStatusLoggingDirSm.h"
 #include "PrivateVlanLib/LibSm.h"
 #include "UplinkFailureDetection/UplinkFailureDetectionSm.h"
+#include "VlanOperStatus/Root.h"
 #include "Vorn/BridgingSm/BridgingConfigSm.h"
 #include "Vorn/Selection/InputSelectorSm.h"
 
@@ -25,6 +26,7 @@ class ActiveRole {
    // Makes the cause "hitless-reload-down" at its boot stage; one that exists already is kept.
    void makeReloadDownCause();
 
+   Kem::Ptr<VlanOperStatus::Root> const& vlanOperStatusRoot() const { return vlanOperStatusRoot_; }
    Kem::Ptr<Errdisable::CauseStatus> const& reloadDownErrdisableCauseStatus() const {
       return reloadDownErrdisableCauseStatus_;
    }
@@ -44,6 +46,7 @@ class ActiveRole {
   private:
    void makeErrdisable();
    void makeBridging();
+   void makeVlanOperStatus();
    void makePortWatchers();
    Kem::Ptr<ErrdisableLib::CauseAgentSM> cause(char const* name,
                                                Kem::Ptr<Errdisable::CauseStatus> const& status) const;
@@ -54,6 +57,7 @@ class ActiveRole {
    Kem::Ptr<Errdisable::CauseStatus> const noInternalVlanIdCauseStatus_;
    Kem::Ptr<Errdisable::CauseStatus> const reloadDownErrdisableCauseStatus_;
 
+   Kem::Ptr<VlanOperStatus::Root> vlanOperStatusRoot_;
    Kem::Ptr<LinkFlap::Root> linkFlapRoot_;
    Kem::Ptr<ErrdisableAggr::IntfAggrStatus> intfAggrStatus_;
    Kem::Ptr<ErrdisableAggr::RootSM> errdisableAggrSm_;

@@ -41,8 +41,10 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "startupStatus",
                                       "startupModeSm",
                                       "dynVlanIntfList",
+                                      "dynVlanIntfSm",
                                       "kernelNetworkInfoRoot",
                                       "kernelOperStateRoot",
+                                      "vlanOperStatusRoot",
                                       "linkFlapRoot",
                                       "intfAggrStatus",
                                       "netNsCollection",
@@ -141,6 +143,11 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
    localIs(netNsCollection_, "kns");
    decideStartupMode(entityManager);
    localIs(dynVlanIntfList_, "DynVlanIntfListForVornAgent");
+   dynVlanIntfSm_ = made(
+       "dynVlanIntfSm",
+       Kem::makePtr<DynVlanIntfReactor>(entityManager.entity<Kem::Dir>("interface/input/dynvlanintf"),
+                                        entityManager.entity<Kem::Dir>("interface/inputError/dynvlanintf"),
+                                        dynVlanIntfList_, standbyMode_));
    bool const isHitless = startupModeStatus_->startupMode() == ::Agent::StartupMode::startupModeHitless;
    if (isHitless)
       localIs(oxaState_, "OxaState");

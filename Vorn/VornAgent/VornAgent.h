@@ -13,6 +13,7 @@
 
 #include "AgentBase/CAgent.h"
 #include "AgentBase/StagesHelper.h"
+#include "DynVlanIntf/DynVlanIntfReactor.h"
 #include "KernelNetNsInfo/Manager.h"
 #include "KernelNetworkInfo/Manager.h"
 #include "KernelOperState/Root.h"
@@ -80,6 +81,9 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<Errdisable::CauseStatus> reloadDownErrdisableCauseStatus() const {
       return activeRole_ ? activeRole_->reloadDownErrdisableCauseStatus() : nullptr;
    }
+   Kem::Ptr<VlanOperStatus::Root> vlanOperStatusRoot() const {
+      return activeRole_ ? activeRole_->vlanOperStatusRoot() : nullptr;
+   }
    Kem::Ptr<PrivateVlanLib::LibSm> privateVlanLibSm() const {
       return activeRole_ ? activeRole_->privateVlanLibSm() : nullptr;
    }
@@ -88,6 +92,8 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<::Agent::StartupModeStatus> const& startupModeStatus() const { return startupModeStatus_; }
    // VLAN interfaces that dynamic sources ask for.
    Kem::Ptr<DynVlanIntfList> const& dynVlanIntfList() const { return dynVlanIntfList_; }
+   // Merges them; null before the start.
+   Kem::Ptr<DynVlanIntfReactor> const& dynVlanIntfSm() const { return dynVlanIntfSm_; }
    Kem::Ptr<KernelNetworkInfo::Root> const& kernelNetworkInfoRoot() const { return kernelNetworkInfoRoot_; }
    Kem::Ptr<KernelOperState::Root> const& kernelOperStateRoot() const { return kernelOperStateRoot_; }
    Kem::Ptr<KernelNetNsInfo::Root> const& netNsCollection() const { return netNsCollection_; }
@@ -125,6 +131,7 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<::Agent::StartupStatus> startupStatus_;
    Kem::Ptr<::Agent::StartupModeSm> startupModeSm_;
    Kem::Ptr<DynVlanIntfList> dynVlanIntfList_;
+   Kem::Ptr<DynVlanIntfReactor> dynVlanIntfSm_;
    Kem::Ptr<KernelNetworkInfo::Root> kernelNetworkInfoRoot_;
    Kem::Ptr<KernelOperState::Root> kernelOperStateRoot_;
    Kem::Ptr<KernelNetNsInfo::Root> netNsCollection_;

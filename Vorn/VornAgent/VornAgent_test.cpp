@@ -13,6 +13,8 @@
 #include "records/Bridging/Input/Config.h"
 #include "records/Bridging/Input/SwitchIntfConfig.h"
 #include "records/Bridging/VlanConfig.h"
+#include "records/Interface/Input/DynVlanIntfConfigDir.h"
+#include "records/Interface/Input/DynVlanIntfErrorDir.h"
 #include "records/Interface/SubIntfStatusDir.h"
 
 #include <gmock/gmock.h>
@@ -253,10 +255,12 @@ std::vector<std::string> const startUntilRole = {
     "made startupModeStatus",
     "made startupModeSm",
     "made DynVlanIntfListForVornAgent",
+    "made dynVlanIntfSm",
 };
 
 std::vector<std::string> const activeRole = {
     "handleStandbyMode with standbyMode",
+    "made vosr",
     "made linkFlapRoot",
     "made intfAggrStatus",
     "made errdisableAggrSm",
@@ -268,6 +272,7 @@ std::vector<std::string> const activeRole = {
     "made bridgingConfigSm",
     "made inputSelectorSm",
     "made linkStatusLoggingDirSm",
+    "made vlanOperStatusSm",
     "made netNsManager",
     "made link-flap",
     "made linkFlapSm",
@@ -477,6 +482,7 @@ TEST_F(VornAgentTest, recordsOfTheProcessHaveNamesOfTheirOwn) {
    EXPECT_EQ(sw.agent->netNsCollection()->name(), "kns");
    EXPECT_EQ(sw.agent->dynVlanIntfList()->name(), "DynVlanIntfListForVornAgent");
    EXPECT_EQ(sw.agent->kernelNetworkInfoRoot()->name(), "kni");
+   EXPECT_EQ(sw.agent->vlanOperStatusRoot()->name(), "vosr");
    EXPECT_EQ(sw.agent->intfAggrStatus()->name(), "intfAggrStatus");
    EXPECT_EQ(sw.agent->oxaState()->name(), "OxaState");
 }
@@ -487,6 +493,7 @@ TEST_F(VornAgentTest, standbyMakesNothingOfTheActiveRole) {
    EXPECT_TRUE(sw.agent->standbyMode());
    EXPECT_FALSE(sw.agent->reloadDownErrdisableCauseStatus());
    EXPECT_FALSE(sw.agent->dynVlanSrcTable());
+   EXPECT_FALSE(sw.agent->vlanOperStatusRoot());
    EXPECT_FALSE(sw.agent->plazeBridgingStatus());
    EXPECT_TRUE(sw.agent->bootStagesHelper());
    EXPECT_EQ(ethPriority(), 0u);
@@ -529,6 +536,59 @@ TEST(VornAgentDeathTest, cannotRunWithoutTheCommandLineInput) {
    schema.places = places;
    TestSwitch sw(schema);
    EXPECT_DEATH(sw.startAgent(), "Assertion \"cliInput\" failed");
+}
+
+TEST_F(VornAgentTest, dynamicVlanInterfacesAreMergedInStandbyAndAnsweredByTheActiveOne) {
+   roleIs(3, 4);
+   sw.publish<Interface::Input::DynVlanIntfConfigDir>("interface/input/dynvlanintf/overlay")
+       ->intfConfigIs("Vlan10");
+   TestSwitch::run();
+   sw.startAgent();
+   constexpr char answerPath[] = "interface/inputError/dynvlanintf/overlay";
+   EXPECT_TRUE(sw.agent->dynVlanIntfList()->intfConfig("Vlan10"));
+   EXPECT_FALSE(sw.server().tree().find(answerPath));
+   roleIs(3, 5);
+   ASSERT_TRUE(sw.server().tree().find(answerPath));
+   auto const answers = sw.subscribe<Interface::Input::DynVlanIntfErrorDir>(answerPath);
+   EXPECT_TRUE(answers->intfConfigError().find("Vlan10"));
+   EXPECT_FALSE(answers->intfConfigError("Vlan10"));
+
+   // After a restart as the active one, they are there from the beginning.
+   sw.stopAgent();
+   sw.publish<Interface::Input::DynVlanIntfConfigDir>("interface/input/dynvlanintf/overlay")
+       ->intfConfigIs("Vlan11");
+   sw.startAgent();
+   EXPECT_TRUE(answers->intfConfigError().find("Vlan11"));
+}
+
+TEST_F(VornAgentTest, vlanInterfaceIsUpByTheForwardingPortsOfItsVlan) {
+   auto const config =
+       sw.publish<Interface::VlanIntfConfigDir>("interface/config/eth/vlan")->intfConfigIs("Vlan10");
+   auto const status =
+       sw.publish<Interface::VlanIntfStatusDir>("interface/status/eth/vlan")->intfStatusIs("Vlan10");
+   TestSwitch::run();
+   sw.startAgent();
+   auto const theirs = sw.agentManager->entity<Interface::VlanIntfStatusDir>("interface/status/eth/vlan")
+                           ->intfStatus("Vlan10");
+   theirs->intfConfigIs(sw.agentManager->entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan")
+                            ->intfConfig("Vlan10"));
+   TestSwitch::run();
+   EXPECT_EQ(status->operStatus(), Interface::IntfOperStatus::intfOperLowerLayerDown);
+   sw.publish<Bridging::VlanStatusDir>("bridging/vlan/status")
+       ->vlanStatusIs(Bridging::VlanId(10))
+       ->vlanPortStatusIs("Ethernet1", true);
+   TestSwitch::run();
+   EXPECT_EQ(status->operStatus(), Interface::IntfOperStatus::intfOperUp);
+   // A secondary VLAN, by the library of private VLANs.
+   auto const cli = sw.publish<Bridging::Input::CliConfig>("bridging/input/config/cli");
+   cli->vlanConfigPriorityIs(100);
+   cli->vlanConfigIs(Bridging::VlanId(10))
+       ->vlanTypeAndPrimaryVlanIs({.vlanType = Bridging::VlanType::secondary_, .primaryVlan = 20});
+   TestSwitch::run();
+   EXPECT_EQ(status->operStatus(), Interface::IntfOperStatus::intfOperDown);
+   config->enabledIs(false);
+   TestSwitch::run();
+   EXPECT_EQ(status->operStatusChange().count, 3u) << "down as before";
 }
 
 // --- Start-up mode.
