@@ -46,8 +46,8 @@ class TestVlanIntfs {
    // --- Life.
    void start() {
       followKernel();
-      agent.dynVlanIntfSm_ = Kem::makePtr<DynVlanIntfReactor>(dynVlanIntfDir, dynVlanIntfErrorDir,
-                                                              dynVlanIntfList, standbyMode);
+      agent.dynVlanIntfSm_ =
+          Kem::makePtr<DynVlanIntfReactor>(dynVlanIntfDir, dynVlanIntfErrorDir, dynVlanIntfList, standbyMode);
       VlanIntfSmInputs in;
       in.fabricDeviceName = "fabric";
       in.socketFd = socketFd = kernel.socketAt(AF_INET, SOCK_DGRAM, 0, {});
@@ -94,7 +94,9 @@ class TestVlanIntfs {
 
    // --- What is configured.
    static Sulvi::IntfId id(unsigned vlanId) { return vlanIntfIdOf(vlanId); }
-   Kem::Ptr<Interface::VlanIntfConfig> configure(unsigned vlanId) { return configDir->intfConfigIs(id(vlanId)); }
+   Kem::Ptr<Interface::VlanIntfConfig> configure(unsigned vlanId) {
+      return configDir->intfConfigIs(id(vlanId));
+   }
    // What the interface manager makes for a configuration.
    void makeStatus(unsigned vlanId) {
       statusDir->intfStatusIs(id(vlanId));
@@ -161,7 +163,9 @@ class TestVlanIntfs {
             result += line + "\n";
       return result;
    }
-   Kem::Ptr<Interface::VlanIntfStatus> status(unsigned vlanId) const { return statusDir->intfStatus(id(vlanId)); }
+   Kem::Ptr<Interface::VlanIntfStatus> status(unsigned vlanId) const {
+      return statusDir->intfStatus(id(vlanId));
+   }
    std::string netNsOf(unsigned vlanId) const {
       return statusLocalDir->intfStatusLocal(id(vlanId))->netNsName().stringValue().str();
    }
@@ -206,8 +210,8 @@ class TestVlanIntfs {
   private:
    void followKernel() {
       auto const activity = Kem::activityManager()->config();
-      devicesManager = Kem::makePtr<KernelNetworkInfo::Manager>(activity, kernelIntfCollection, nullptr, nullptr,
-                                                                Sulvi::NamespaceName());
+      devicesManager = Kem::makePtr<KernelNetworkInfo::Manager>(activity, kernelIntfCollection, nullptr,
+                                                                nullptr, Sulvi::NamespaceName());
       kosr = Kem::makePtr<KernelOperState::Root>("kosr");
       kosr->intfStatusOperStatusSmIs(activity, kosr->intfStatusDirIs("intfStatusDir"),
                                      kosr->intfStatusLocalDirIs("intfStatusLocalDir"), kosr->kosmIs(),

@@ -52,7 +52,8 @@ TEST_F(VlanIntfSmTest, withoutABridgeAddressTheDeviceStaysDown) {
    world.config->bridgeMacAddrIs({});
    world.vlanIntf(10);
    world.start();
-   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 9214, down"), std::string::npos) << world.devices();
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 9214, down"), std::string::npos)
+       << world.devices();
    EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->operational());
    EXPECT_TRUE(trace.has("Vlan not ready, fabricUp 1, bridgeMac 00:00:00:00:00:00"));
    world.enabledIs(10, true);
@@ -168,7 +169,8 @@ TEST_F(VlanIntfSmTest, aPublishedAddressWinsOverTheConfiguredAndThatOverTheBridg
    world.start();
    config->addrIs(Sulvi::EthAddr(std::string_view("02:00:00:00:00:10")));
    world.run();
-   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"), std::string::npos);
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"),
+             std::string::npos);
    shared->vlanIntfIs(world.id(10), true);
    world.run();
    EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99, egress 7:7\n"
@@ -179,7 +181,8 @@ TEST_F(VlanIntfSmTest, aPublishedAddressWinsOverTheConfiguredAndThatOverTheBridg
    EXPECT_NE(world.devices().find("02:00:00:00:00:98"), std::string::npos);
    world.interfaceInputVlan->entityPtrDel("mlag");
    world.run();
-   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"), std::string::npos);
+   EXPECT_NE(world.devices().find("vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10"),
+             std::string::npos);
 }
 
 TEST_F(VlanIntfSmTest, aSecondPublishedAddressEndsTheProcess) {
@@ -192,8 +195,7 @@ TEST_F(VlanIntfSmTest, aSecondPublishedAddressEndsTheProcess) {
 TEST_F(VlanIntfSmTest, aMulticastAddressIsNoAddressOfADevice) {
    world.vlanIntf(10)->addrIs(Sulvi::EthAddr(std::string_view("01:00:5e:00:00:01")));
    world.start();
-   EXPECT_EQ(world.problem(10),
-             "a multicast address can't be the address of a device: 01:00:5e:00:00:01");
+   EXPECT_EQ(world.problem(10), "a multicast address can't be the address of a device: 01:00:5e:00:00:01");
    EXPECT_FALSE(world.isRetried(10));
    world.configDir->intfConfig(world.id(10))->addrIs({});
    world.run();

@@ -35,6 +35,8 @@ ActiveRole::ActiveRole(Agent& agent)
    makeVlanOperStatus();
    agent_.makeNetNsManager();
    makePortWatchers();
+   if (auto* const routedInterfaces = agent_.routedInterfaces())
+      routedInterfaces->handleActive(); // not at the start: they are made with the role
    agent_.dynVlanIntfSm()->standbyModeIs(false);
 }
 

@@ -4,6 +4,7 @@
 #include "Kem/Time.h"
 #include "Vorn/VornAgent/VornAgent.h"
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace Vorn {
@@ -34,33 +35,24 @@ void StatusReport::handleDeliveryEnd() {
 uint64_t StatusReport::activity() const {
    auto const& out = agent_.attrLogCheck().nboAttrLogOutSm();
    uint64_t sum = out ? out->operationsWritten() : 0;
-   if (auto const& sm = agent_.bridgingConfigSm()) {
-      sum += 1; // the stages themselves were made
-      for (Ulm::CodefBase const* stage : {static_cast<Ulm::CodefBase*>(sm->vlanConfigCodef().ptr()),
-                                          static_cast<Ulm::CodefBase*>(sm->switchIntfConfigCodef().ptr())})
-         sum += stage->updatesSeen() + stage->dispatchCount();
-   }
+   for (auto const& [name, stage] : agent_.deferredStages())
+      sum += 1 + stage->updatesSeen() + stage->dispatchCount(); // 1: the stage was made
    return sum;
 }
 
 void StatusReport::reportStages() {
-   // Null on a standby supervisor, which has no stages, whatever the active one left in the record.
-   auto const sm = agent_.bridgingConfigSm();
-   reportStage("VlanConfigCodef", sm ? sm->vlanConfigCodef().ptr() : nullptr);
-   reportStage("SwitchIntfConfigCodef", sm ? sm->switchIntfConfigCodef().ptr() : nullptr);
-}
-
-void StatusReport::reportStage(char const* name, Ulm::CodefBase const* stage) {
-   if (!stage) {
-      status_->deferredStageDel(name);
-      return;
-   }
-   status_->deferredStageIs(name, {.backlog = stage->backlogSize(),
-                                   .updatesSeen = stage->updatesSeen(),
-                                   .updatesProcessed = stage->updatesProcessed(),
-                                   .dispatchCount = stage->dispatchCount(),
-                                   .yieldBeforeFinishingCount = stage->yieldBeforeFinishingCount(),
-                                   .timeUsed = stage->timeUsed()});
+   auto const stages = agent_.deferredStages();
+   // A standby supervisor lacks some, whatever the active one left in the record.
+   for (auto const& [name, reported] : status_->deferredStage())
+      if (std::none_of(stages.begin(), stages.end(), [&](auto const& stage) { return name == stage.first; }))
+         status_->deferredStageDel(name);
+   for (auto const& [name, stage] : stages)
+      status_->deferredStageIs(name, {.backlog = stage->backlogSize(),
+                                      .updatesSeen = stage->updatesSeen(),
+                                      .updatesProcessed = stage->updatesProcessed(),
+                                      .dispatchCount = stage->dispatchCount(),
+                                      .yieldBeforeFinishingCount = stage->yieldBeforeFinishingCount(),
+                                      .timeUsed = stage->timeUsed()});
 }
 
 void StatusReport::reportLog() {

@@ -44,7 +44,6 @@ class StatusReport {
    }
    uint64_t activity() const;
    void reportStages();
-   void reportStage(char const* name, Ulm::CodefBase const* stage); // null: there is no such stage
    void reportLog();
 
    Kem::Ptr<::Agent::Status> const status_;

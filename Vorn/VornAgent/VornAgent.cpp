@@ -35,6 +35,7 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "bridgingConfigSm",
                                       "inputSelectorSm",
                                       "linkStatusLoggingDirSm",
+                                      "vlanIntfSm",
                                       "oxaState",
                                       "startupModeConfig",
                                       "startupModeStatus",
@@ -154,6 +155,8 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
 
    handleStandbyMode();
    followKernel();
+   routedInterfaces_ = std::make_unique<RoutedInterfaces>(*this);
+   routedInterfaces_->makeVlanIntfSm();
 
    bootStagesHelper_ =
        made("bootStagesHelper", Kem::makePtr<AgentBase::StagesHelper>(bootStageClass, stageStatus,
@@ -286,6 +289,17 @@ void Agent::openTraceFile() {
 
 std::string Agent::traceFileName(std::string_view agentName, bool hasFolder) {
    return std::string(agentName) + (hasFolder ? "" : "-%d") + ".zv";
+}
+
+std::vector<std::pair<char const*, Ulm::CodefBase*>> Agent::deferredStages() const {
+   std::vector<std::pair<char const*, Ulm::CodefBase*>> stages;
+   if (auto const sm = bridgingConfigSm()) {
+      stages.emplace_back("VlanConfigCodef", sm->vlanConfigCodef().ptr());
+      stages.emplace_back("SwitchIntfConfigCodef", sm->switchIntfConfigCodef().ptr());
+   }
+   if (auto const sm = vlanIntfSm())
+      stages.emplace_back("VlanIntfConfigCodef", sm->vlanIntfConfigCodef().ptr());
+   return stages;
 }
 
 // --- Redundancy role.

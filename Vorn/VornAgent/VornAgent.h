@@ -24,6 +24,7 @@
 #include "Vorn/Pacing/AttrLogCheck.h"
 #include "Vorn/VornAgent/ActiveRole.h"
 #include "Vorn/VornAgent/EntityManagerReactor.h"
+#include "Vorn/VornAgent/RoutedInterfaces.h"
 #include "Vorn/VornAgent/StatusReport.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/DynVlanSrcTable.h"
@@ -36,7 +37,6 @@
 #include "records/PrivateVlanLib/LibState.h"
 #include "records/Vorn/DynVlanIntfList.h"
 #include "records/Vorn/VornOxaState.h"
-
 
 namespace Vorn {
 
@@ -90,6 +90,13 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<VornOxaState> const& oxaState() const { return oxaState_; } // null but for a hitless start
    Kem::Ptr<::Agent::StartupModeConfig> const& startupModeConfig() const { return startupModeConfig_; }
    Kem::Ptr<::Agent::StartupModeStatus> const& startupModeStatus() const { return startupModeStatus_; }
+   // Null before its step of the start.
+   RoutedInterfaces* routedInterfaces() const { return routedInterfaces_.get(); }
+   Kem::Ptr<VlanIntfSm> vlanIntfSm() const {
+      return routedInterfaces_ ? routedInterfaces_->vlanIntfSm() : nullptr;
+   }
+   // The deferred stages that exist, by name.
+   std::vector<std::pair<char const*, Ulm::CodefBase*>> deferredStages() const;
    // VLAN interfaces that dynamic sources ask for.
    Kem::Ptr<DynVlanIntfList> const& dynVlanIntfList() const { return dynVlanIntfList_; }
    // Merges them; null before the start.
@@ -143,6 +150,7 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<Plaze::Bridging::Status> plazeBridgingStatus_;
    Kem::Ptr<Bridging::ReaderFdbStatusSm> readerShim_;
    Kem::Ptr<Plaze::Interface::AllIntfCounterDir> counterDir_;
+   std::unique_ptr<RoutedInterfaces> routedInterfaces_;
    Kem::Ptr<AgentBase::StagesHelper> bootStagesHelper_;
    Kem::Ptr<Oxa::OxaStatus const> oxaStatus_;
    std::unique_ptr<StatusReport> statusReport_; // null when the base has mounted no status

@@ -1,0 +1,61 @@
+#include "Vorn/VornAgent/RoutedInterfaces.h"
+
+#include "Kem/Dir.h"
+#include "Ordel/client/Cell.h"
+#include "Vorn/VornAgent/Made.h"
+#include "Vorn/VornAgent/VornAgent.h"
+
+namespace Vorn {
+
+RoutedInterfaces::RoutedInterfaces(Agent& agent)
+    : agent_(agent), em_(*agent.entityManager()),
+      problems_(Kem::makePtr<DeviceProblems>(agent.agentStatus())) {}
+
+AttrLogCheck* RoutedInterfaces::roomToWrite() {
+   return &agent_.attrLogCheck();
+}
+
+Kem::Ptr<DynVlanIntfReactor> const& RoutedInterfaces::dynVlanIntfSm() const {
+   return agent_.dynVlanIntfSm();
+}
+
+VlanIntfInputs RoutedInterfaces::common() const {
+   auto const& kosr = agent_.kernelOperStateRoot();
+   return {
+       .fabricDeviceName = agent_.fabricDeviceName(),
+       .socketFd = agent_.socketFd(),
+       .netlinkFd = agent_.netlinkFd(),
+       .kernelOperStateManager = kosr->kosm(),
+       .kernelOperStateRoot = kosr,
+       .bridgingConfig = em_.entity<Bridging::Config>("bridging/config"),
+       .bridgingHwCapabilities = em_.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
+       .netNsCollection = agent_.netNsCollection(),
+       .allIntfNamespaceConfigDir =
+           em_.entity<Interface::AllIntfNamespaceConfigDir>(Cell::path("interface/nsconfig", 0)),
+       .clock = Kem::ActivityFacility::clock(),
+       .vornAgent = const_cast<RoutedInterfaces*>(this),
+       .problems = problems_,
+   };
+}
+
+void RoutedInterfaces::makeVlanIntfSm() {
+   VlanIntfSmInputs in;
+   static_cast<VlanIntfInputs&>(in) = common();
+   in.kernelIntfCollection = agent_.kernelNetworkInfoRoot();
+   in.vlanIntfStatusDir = em_.entity<Interface::VlanIntfStatusDir>("interface/status/eth/vlan");
+   in.vlanIntfStatusLocalDir =
+       em_.entity<Interface::VlanIntfStatusLocalDir>(Cell::path("interface/status/eth/vlan/local", 0));
+   in.vlanIntfConfigDir = em_.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan");
+   in.dynVlanIntfList = agent_.dynVlanIntfList();
+   in.privateVlanLibState = agent_.privateVlanLibState();
+   in.interfaceInputVlan = em_.entity<Kem::Dir>("interface/input/vlan");
+   in.standbyMode = agent_.standbyMode();
+   vlanIntfSm_ = made("vlanIntfSm", vlanIntfSmFactory(in));
+}
+
+void RoutedInterfaces::handleActive() {
+   if (vlanIntfSm_)
+      vlanIntfSm_->standbyModeIs(false);
+}
+
+} // namespace Vorn

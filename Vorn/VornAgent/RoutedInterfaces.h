@@ -1,0 +1,42 @@
+// The agent's part in routed interfaces: makes the state machines of VLAN interfaces and of subinterfaces on the
+// mounted records, in two steps of the agent's start, and holds them until the process ends.
+//
+// They exist on both supervisors. In standby they make the devices, so that a switchover finds them, and write
+// only what each supervisor has for itself.
+#pragma once
+
+#include "Vorn/VlanIntfSm/VlanIntfSm.h"
+
+namespace Ordel {
+class EntityManager;
+}
+
+namespace Vorn {
+
+class Agent;
+
+class RoutedInterfaces final : public VlanIntfAgent {
+  public:
+   // Problems of devices go into the agent's status, as far as it has one.
+   explicit RoutedInterfaces(Agent& agent);
+
+   void makeVlanIntfSm();
+   // The supervisor is active from now on.
+   void handleActive();
+
+   Kem::Ptr<VlanIntfSm> const& vlanIntfSm() const { return vlanIntfSm_; } // null before it is made
+
+   // --- What the state machines ask for.
+   AttrLogCheck* roomToWrite() override;
+   Kem::Ptr<DynVlanIntfReactor> const& dynVlanIntfSm() const override;
+
+  private:
+   VlanIntfInputs common() const;
+
+   Agent& agent_;
+   Ordel::EntityManager& em_;
+   Kem::Ptr<DeviceProblems> const problems_;
+   Kem::Ptr<VlanIntfSm> vlanIntfSm_;
+};
+
+} // namespace Vorn
