@@ -2,7 +2,9 @@
 
 #include "Kem/Activity.h"
 #include "Kem/Trace.h"
+#include "Netlink/Kernel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -57,8 +59,26 @@ void Manager::handleInitialized() {
          KEM_TRACE(theTrace, 3, "namespace " << name << " is gone");
          root_->netNsByNameDel(name);
       }
-   for (auto const& name : wanted)
-      root_->netNsByNameIs(name);
+   bool isAnyUnready = false;
+   for (auto const& name : wanted) {
+      auto const inode = Netlink::kernel().netNsInode(name);
+      bool const isNew = !root_->netNsByName(name);
+      auto const netNs = root_->netNsByNameIs(name);
+      if (inode == 0 && (isNew || netNs->inode() != 0))
+         readyInterval_ = minReadyInterval; // it is just being made
+      netNs->inodeIs(inode);
+      isAnyUnready |= inode == 0;
+   }
+   lookAgainIf(isAnyUnready);
+}
+
+void Manager::lookAgainIf(bool isAnyUnready) {
+   if (!isAnyUnready) {
+      readyInterval_ = minReadyInterval;
+      return;
+   }
+   clock_.timeMinIs(std::min(clock_.timeMin(), Kem::now() + readyInterval_));
+   readyInterval_ = std::min(2 * readyInterval_, maxReadyInterval);
 }
 
 std::set<std::string> Manager::names() {

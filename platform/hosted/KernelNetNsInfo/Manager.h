@@ -7,7 +7,8 @@
 // all, it looks each pollInterval.
 //
 // A file counts from the moment it is made, a little before it leads to its namespace; whoever opens it may
-// find it not ready, or left behind by a namespace that is gone. Names of more than 150 bytes can be no
+// find it not ready, or left behind by a namespace that is gone. The entry's inode is 0 as long, and it is
+// looked at again a little later. A namespace that is made again under its name has another inode. Names of more than 150 bytes can be no
 // namespace here; they are left out, and each is traced once. The default namespace has no file and no entry.
 //
 // The first look is in the constructor. It is the only writer of Root; dropping
@@ -35,6 +36,9 @@ class Manager final : public Kem::StateMachine {
   public:
    // Time between two looks where the folder can't be watched.
    static constexpr Kem::Seconds pollInterval = 1.0;
+   // Time to the next look while a file leads to no namespace; doubled each time.
+   static constexpr Kem::Seconds minReadyInterval = 0.1;
+   static constexpr Kem::Seconds maxReadyInterval = 1.0;
 
    // `folder` is an absolute path; other than the system's own in tests.
    Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
@@ -61,11 +65,13 @@ class Manager final : public Kem::StateMachine {
 
    // --- Helpers.
    std::set<std::string> names();
+   void lookAgainIf(bool isAnyUnready);
 
    Kem::Ptr<Root> const root_;
    std::string const folder_;
    Kem::FolderWatch watch_;
    std::set<std::string> leftOut_; // too long, and traced
+   Kem::Seconds readyInterval_ = minReadyInterval;
    Bell bell_{*this};
    KemClock clock_;
 };

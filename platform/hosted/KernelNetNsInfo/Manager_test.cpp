@@ -2,6 +2,7 @@
 
 #include "Kem/Activity.h"
 #include "Kem/TestTrace.h"
+#include "NetlinkTesting/FakeKernel.h"
 
 #include <gtest/gtest.h>
 
@@ -220,6 +221,94 @@ TEST_F(KernelNetNsInfoManagerTest, nothingIsWrittenAfterItHasGone) {
    manager_ = nullptr;
    put("blue");
    EXPECT_EQ(settled(), Names{"red"});
+}
+
+// --- Which namespace it is.
+
+struct KernelNetNsInodeTest : KernelNetNsInfoManagerTest {
+   KernelNetNsInodeTest() { fs::create_directories(folder_); }
+   // As "ip netns" does it: first the file, then what it leads to.
+   void namespaceIs(std::string const& name) {
+      put(name);
+      kernel_.namespaceIs(name);
+   }
+   uint64_t inode(char const* name) { return root_->netNsByName(name)->inode(); }
+   Netlink::FakeKernel kernel_;
+};
+
+TEST_F(KernelNetNsInodeTest, numbersAreThereWhenItIsMade) {
+   namespaceIs("red");
+   namespaceIs("blue");
+   start();
+   EXPECT_NE(inode("red"), 0u);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
+   EXPECT_EQ(inode("blue"), kernel_.netNsInode("blue"));
+   EXPECT_EQ(kernel_.openDescriptors(), 0);
+}
+
+TEST_F(KernelNetNsInodeTest, aFileThatLeadsToItsNamespaceLaterIsLookedAtAgain) {
+   start();
+   put("red");
+   settled();
+   EXPECT_EQ(inode("red"), 0u);
+   Kem::activityManager()->advance(Manager::minReadyInterval * 0.9);
+   kernel_.namespaceIs("red");
+   settled();
+   EXPECT_EQ(inode("red"), 0u);
+   Kem::activityManager()->advance(Manager::minReadyInterval * 0.2);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
+   kernel_.countsReset();
+   Kem::activityManager()->advance(10);
+   EXPECT_EQ(kernel_.count("open"), 0);
+}
+
+TEST_F(KernelNetNsInodeTest, aFileThatLeadsNowhereIsLookedAtLessAndLess) {
+   put("left-behind");
+   start();
+   kernel_.countsReset();
+   Kem::activityManager()->advance(101);
+   EXPECT_EQ(inode("left-behind"), 0u);
+   EXPECT_GE(kernel_.count("open"), 100);
+   EXPECT_LE(kernel_.count("open"), 105);
+   // One that is made meanwhile doesn't wait that long.
+   put("red");
+   settled();
+   kernel_.namespaceIs("red");
+   Kem::activityManager()->advance(Manager::minReadyInterval * 1.1);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
+}
+
+TEST_F(KernelNetNsInodeTest, aNamespaceThatIsMadeAgainHasAnotherNumber) {
+   namespaceIs("red");
+   start();
+   auto const before = inode("red");
+   kernel_.namespaceDel("red");
+   del("red");
+   namespaceIs("red");
+   EXPECT_EQ(settled(), Names{"red"});
+   EXPECT_NE(inode("red"), before);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
+
+   // The same, seen half way.
+   kernel_.namespaceDel("red");
+   del("red");
+   put("red");
+   settled();
+   EXPECT_EQ(inode("red"), 0u);
+   kernel_.namespaceIs("red");
+   Kem::activityManager()->advance(Manager::minReadyInterval * 1.1);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
+}
+
+TEST_F(KernelNetNsInodeTest, aKernelThatCantOpenItNowIsAskedAgain) {
+   namespaceIs("red");
+   kernel_.fail("open", EMFILE, 1, true);
+   start();
+   Kem::activityManager()->advance(30);
+   EXPECT_EQ(inode("red"), 0u);
+   kernel_.faultsEnd();
+   Kem::activityManager()->advance(Manager::maxReadyInterval * 1.1);
+   EXPECT_EQ(inode("red"), kernel_.netNsInode("red"));
 }
 
 } // namespace

@@ -8,7 +8,7 @@ namespace {
 Kem::TraceFacility deviceTrace("KernelDevices");
 }
 
-void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags) {
+void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags, uint32_t mtu) {
    auto& device = devices_[index];
    device.round = round_;
    if (device.name != name) {
@@ -25,7 +25,11 @@ void DeviceTable::deviceIs(int index, Kem::String8 const& name, uint32_t flags) 
       }
       device.name = name;
    }
-   root_->interfaceByNameIs(name)->flagsIs(flags);
+   // Who reacts on the flags finds which device they are of.
+   auto const entry = root_->interfaceByNameIs(name);
+   entry->ifIndexIs(static_cast<uint32_t>(index));
+   entry->mtuIs(mtu);
+   entry->flagsIs(flags);
 }
 
 void DeviceTable::deviceDel(int index) {

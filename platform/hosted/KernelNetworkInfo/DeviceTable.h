@@ -16,7 +16,7 @@ class DeviceTable {
   public:
    explicit DeviceTable(Kem::Ptr<Root> root) : root_(std::move(root)) {}
 
-   void deviceIs(int index, Kem::String8 const& name, uint32_t flags);
+   void deviceIs(int index, Kem::String8 const& name, uint32_t flags, uint32_t mtu = 0);
    void deviceDel(int index); // nothing for an unknown one
 
    void roundBegin() { ++round_; }

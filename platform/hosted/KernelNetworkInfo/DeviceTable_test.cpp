@@ -1,5 +1,7 @@
 #include "KernelNetworkInfo/DeviceTable.h"
 
+#include "Kem/Activity.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -90,6 +92,35 @@ TEST_F(DeviceTableTest, roundRemovesWhatItDidNotTell) {
       table.deviceIs(index, name, 1);
    table.roundEnd();
    EXPECT_EQ(devices(), (Devices{{"lo", 1}, {"eth9", 1}, {"eth0", 1}}));
+}
+
+TEST_F(DeviceTableTest, entriesHaveNumberAndMtu) {
+   table.deviceIs(2, "eth0", 1, 1500);
+   auto const eth0 = root->interfaceByName("eth0");
+   EXPECT_EQ(eth0->ifIndex(), 2u);
+   EXPECT_EQ(eth0->mtu(), 1500u);
+   table.deviceIs(2, "eth0", 1, 9000);
+   EXPECT_EQ(eth0->mtu(), 9000u);
+   // Another device of that name, with the news of the first one's end or without.
+   table.deviceIs(3, "eth0", 1, 1400);
+   EXPECT_EQ(root->interfaceByName("eth0")->ifIndex(), 3u);
+   EXPECT_EQ(root->interfaceByName("eth0")->mtu(), 1400u);
+   table.deviceDel(3);
+   table.deviceIs(4, "eth0", 1, 1300);
+   EXPECT_EQ(root->interfaceByName("eth0")->ifIndex(), 4u);
+}
+
+TEST_F(DeviceTableTest, whoReactsOnTheFlagsFindsTheNumber) {
+   struct Reactor final : KernelNetworkInfo::Interface::NotifieeConst {
+      Reactor() : NotifieeConst(this) {}
+      void onFlags() override { seen = notifier()->ifIndex(); }
+      uint32_t seen = 0;
+   };
+   Reactor reactor;
+   reactor.notifierIs(root->interfaceByNameIs("eth0"));
+   table.deviceIs(2, "eth0", 1);
+   Kem::activityManager()->runUntilIdle();
+   EXPECT_EQ(reactor.seen, 2u);
 }
 
 } // namespace

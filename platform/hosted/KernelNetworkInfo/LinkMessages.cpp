@@ -31,11 +31,13 @@ bool readLink(Message const& message, std::vector<LinkEvent>& events) {
    event.sequence = message.sequence;
    // The structure is padded as messages are; it has no padding of its own.
    static_assert(sizeof(ifinfomsg) == NLMSG_ALIGN(sizeof(ifinfomsg)));
-   bool const isWhole = Netlink::forEachAttribute(message.payload.substr(sizeof(ifinfomsg)),
-                                                  [&](uint16_t type, std::string_view value) {
-                                                     if (type == IFLA_IFNAME)
-                                                        event.name = deviceName(value);
-                                                  });
+   bool const isWhole = Netlink::forEachAttribute(
+       message.payload.substr(sizeof(ifinfomsg)), [&](uint16_t type, std::string_view value) {
+          if (type == IFLA_IFNAME)
+             event.name = deviceName(value);
+          else if (type == IFLA_MTU)
+             event.mtu = Netlink::fixedFrom<uint32_t>(value).value_or(0);
+       });
    if (!isWhole || event.index <= 0 || event.name.empty())
       return false;
    events.push_back(std::move(event));

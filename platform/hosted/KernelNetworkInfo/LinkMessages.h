@@ -19,6 +19,7 @@ struct LinkEvent {
    bool isInterrupted = false; // part of a dump during which devices changed, so that some may be missing
    int index = 0;              // of the device, above 0
    uint32_t flags = 0;         // as in netdevice(7)
+   uint32_t mtu = 0;           // bytes; 0 where it isn't said
    std::string name;           // 1..15 bytes
    uint32_t sequence = 0;      // of the request that it answers
    int error = 0;              // errno

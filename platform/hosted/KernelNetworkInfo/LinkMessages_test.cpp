@@ -110,4 +110,21 @@ TEST(LinkMessages, endWithoutAResultIsRefused) {
    EXPECT_EQ(eventsOf(errorMessage(7, 4096)), "bad");
 }
 
+TEST(LinkMessages, mtuIsReadWhereItIsWhole) {
+   ifinfomsg header{};
+   header.ifi_index = 2;
+   MessageBuilder message(RTM_NEWLINK, 0, header);
+   message.textAttribute(IFLA_IFNAME, "eth0");
+   auto cut = message;
+   uint32_t const mtu = 9000;
+   message.attribute(IFLA_MTU, &mtu, sizeof mtu);
+   cut.attribute(IFLA_MTU, &mtu, 2);
+   std::vector<LinkEvent> events;
+   EXPECT_TRUE(readLinkEvents(message.bytes() + cut.bytes() + linkMessage(RTM_NEWLINK, 2, "eth0"), events));
+   ASSERT_EQ(events.size(), 3u);
+   EXPECT_EQ(events[0].mtu, 9000u);
+   EXPECT_EQ(events[1].mtu, 0u);
+   EXPECT_EQ(events[2].mtu, 0u);
+}
+
 } // namespace

@@ -3,9 +3,10 @@
 #include "Kem/Activity.h"
 #include "Kem/Trace.h"
 #include "KernelNetworkInfo/LinkMessages.h"
+#include "Netlink/Kernel.h"
 #include "Netlink/Message.h"
-#include "Netlink/Socket.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace KernelNetworkInfo {
@@ -18,19 +19,13 @@ Kem::TraceFacility managerTrace("KernelNetworkInfo");
 constexpr int maxDatagramsPerTurn = 64;
 constexpr int maxLosses = 16; // one after the other, before the socket counts as failed
 
-std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
-   auto socket = std::make_unique<Netlink::Socket>(netNs, RTMGRP_LINK);
-   if (!socket->isOpen())
-      KEM_TRACE(managerTrace, 0,
-                "devices of namespace \"" << netNs << "\" can't be read: " << strerror(socket->error()));
-   return socket;
-}
-
 } // namespace
 
 Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root, std::nullptr_t,
                  std::nullptr_t, Sulvi::NamespaceName const& netNs)
-    : Manager(kemFwkActivity, std::move(root), openSocket(netNs)) {}
+    : netNs_(netNs), devices_(std::move(root)), clock_(*this, kemFwkActivity->clock()) {
+   handleInitialized();
+}
 
 Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
                  std::unique_ptr<Netlink::Channel> channel)
@@ -39,7 +34,7 @@ Manager::Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<R
 }
 
 void Manager::handleInitialized() {
-   if (channel_->descriptor() < 0)
+   if (!channel_ && !openChannel())
       return;
    bell_.descriptorIs(channel_->descriptor()); // again, after a failure
    if (state_ == State::idle)
@@ -47,6 +42,20 @@ void Manager::handleInitialized() {
    // The kernel puts more of a dump in line as it is read, and is never waited for.
    while (readOne()) {
    }
+}
+
+bool Manager::openChannel() {
+   channel_ = Netlink::kernel().channel(netNs_, RTMGRP_LINK);
+   if (channel_)
+      return true;
+   if (openError_ != errno)
+      KEM_TRACE(managerTrace, 0,
+                "devices of namespace \"" << netNs_ << "\" can't be read: " << strerror(errno));
+   openError_ = errno;
+   // Another one may be gone for good; its owner knows.
+   if (netNs_.isDefault())
+      clock_.timeMinIs(Kem::now() + retryInterval);
+   return false;
 }
 
 void Manager::handleReadable() {
@@ -89,7 +98,7 @@ void Manager::take(std::string_view datagram) {
       isInterrupted |= event.isInterrupted;
       switch (event.kind) {
       case LinkEvent::present:
-         devices_.deviceIs(event.index, event.name, event.flags);
+         devices_.deviceIs(event.index, event.name, event.flags, event.mtu);
          break;
       case LinkEvent::gone:
          devices_.deviceDel(event.index);

@@ -1,5 +1,5 @@
-// Keeps KernelNetworkInfo::Root current with the kernel's network devices of one namespace: their names and
-// flags. It changes no device.
+// Keeps KernelNetworkInfo::Root current with the kernel's network devices of one namespace: their names,
+// numbers, flags and MTUs. It changes no device.
 //
 //                          ┌───────── notifications were lost ─────────┐
 //                          ▼                                           │
@@ -13,8 +13,9 @@
 // device is, when a renamed device leaves that name, or when a whole dump doesn't list it.
 //
 // The first dump is read in the constructor, without going through the event loop, so that the record is full
-// from the beginning. Where the namespace can't be entered, that is traced and the record stays as it is: its
-// owner makes another manager when there is such a namespace. Dropping the manager leaves the record.
+// from the beginning. Where no socket can be had, that is traced and the record stays as it is. In the default
+// namespace it is tried again each retryInterval; for another one, its owner makes another manager when there
+// is such a namespace. Dropping the manager leaves the record.
 #pragma once
 
 #include "Kem/Clock.h"
@@ -37,7 +38,7 @@ class Manager final : public Kem::StateMachine {
    Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
            std::nullptr_t neighborDirByDeviceName, std::nullptr_t arpNeighborSharedData,
            Sulvi::NamespaceName const& netNs);
-   // On another channel than a socket of its own.
+   // On another channel than one of its own.
    Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
            std::unique_ptr<Netlink::Channel> channel);
 
@@ -70,13 +71,16 @@ class Manager final : public Kem::StateMachine {
 
    void forEachPart(Kem::PartVisitor const& visit) override { visit(clock_); }
    // --- Helpers.
+   bool openChannel();
    bool readOne();
    void take(std::string_view datagram);
    void handleLost(int error);
    void dumpBegin();
    void dumpFailed(char const* reason, int error);
 
-   std::unique_ptr<Netlink::Channel> const channel_;
+   Sulvi::NamespaceName const netNs_;
+   std::unique_ptr<Netlink::Channel> channel_; // null while it can't be opened
+   int openError_ = 0;                         // traced; errno
    DeviceTable devices_;
    State state_ = State::idle;
    bool wantsAnotherDump_ = false; // something was lost while this one runs

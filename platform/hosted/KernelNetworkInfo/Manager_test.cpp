@@ -4,6 +4,7 @@
 #include "Kem/TestTrace.h"
 #include "Netlink/TestChannel.h"
 #include "Netlink/TestNamespace.h"
+#include "NetlinkTesting/FakeKernel.h"
 
 #include <gtest/gtest.h>
 
@@ -217,6 +218,84 @@ TEST_F(KernelNetworkInfoManagerTest, nothingIsReadAfterItHasGone) {
    EXPECT_EQ(devices(), (Devices{{"lo", 1}}));
 }
 
+// --- With devices in memory.
+
+struct FakeDevicesTest : testing::Test {
+   ~FakeDevicesTest() override { manager = nullptr; }
+   void start(Sulvi::NamespaceName const& netNs = "") {
+      manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, nullptr, nullptr, netNs);
+   }
+   void run() { Kem::activityManager()->runUntilIdle(); }
+   // "name #index flags mtu;" of each.
+   static std::string textOf(KernelNetworkInfo::Root const& view) {
+      std::map<std::string, std::string> lines;
+      view.interfaceByName().forEach([&](Kem::String8 const& name, auto const& device) {
+         lines[name.str()] = " #" + std::to_string(device->ifIndex()) + " " +
+                             std::to_string(device->flags() & IFF_UP) + " " + std::to_string(device->mtu());
+      });
+      std::string all;
+      for (auto const& [name, line] : lines)
+         all += name + line + ";";
+      return all;
+   }
+   std::string text() const { return textOf(*root); }
+
+   Kem::TestTrace trace;
+   Kem::VirtualTime time;
+   Netlink::FakeKernel kernel;
+   Kem::Ptr<KernelNetworkInfo::Root> root = KernelNetworkInfo::Root::make();
+   Kem::Ptr<Manager> manager;
+};
+
+TEST_F(FakeDevicesTest, numbersAndMtusAreFollowed) {
+   kernel.deviceIs("fabric").mtu = 9214;
+   start();
+   EXPECT_EQ(text(), "fabric #2 0 9214;lo #1 0 65536;");
+   kernel.upIs("fabric", true);
+   kernel.vlanDeviceIs("vlan10", "fabric", 10);
+   run();
+   EXPECT_EQ(text(), "fabric #2 1 9214;lo #1 0 65536;vlan10 #3 0 9214;");
+   auto const before = root->interfaceByName("fabric");
+   kernel.deviceDel("fabric");
+   kernel.deviceIs("fabric");
+   run();
+   EXPECT_EQ(text(), "fabric #4 0 1500;lo #1 0 65536;");
+   EXPECT_NE(root->interfaceByName("fabric"), before);
+}
+
+TEST_F(FakeDevicesTest, aDeviceReplacedDuringAnOverrunShowsItsNewNumber) {
+   kernel.deviceIs("fabric");
+   start();
+   kernel.overrun([&] {
+      kernel.deviceDel("fabric");
+      kernel.deviceIs("fabric");
+   });
+   run();
+   EXPECT_EQ(text(), "fabric #3 0 1500;lo #1 0 65536;");
+}
+
+TEST_F(FakeDevicesTest, theDefaultNamespaceIsTriedUntilItCanBeRead) {
+   kernel.fail("socket", EMFILE, 1, true);
+   start();
+   Kem::activityManager()->advance(5);
+   EXPECT_EQ(text(), "");
+   EXPECT_EQ(trace.take(),
+             std::vector<std::string>{"devices of namespace \"\" can't be read: Too many open files"});
+   kernel.faultsEnd();
+   Kem::activityManager()->advance(Manager::retryInterval * 1.1);
+   EXPECT_EQ(text(), "lo #1 0 65536;");
+   EXPECT_TRUE(manager->isFollowing());
+}
+
+TEST_F(FakeDevicesTest, aMissingNamespaceIsAskedForOnce) {
+   start("red");
+   kernel.namespaceIs("red");
+   Kem::activityManager()->advance(5);
+   EXPECT_EQ(text(), "");
+   start("red");
+   EXPECT_EQ(text(), "lo #1 0 65536;");
+}
+
 // --- With the kernel of this machine.
 
 struct RealKernelTest : testing::Test {
@@ -275,6 +354,62 @@ TEST_F(RealKernelTest, stormBeyondTheSocketsRoomIsMadeUp) {
    EXPECT_EQ(isUp("left0"), std::nullopt);
    EXPECT_EQ(isUp("lo"), false);
    EXPECT_TRUE(manager->isFollowing());
+}
+
+// A channel whose room for notifications is small, so that it overruns whenever the test wants it.
+class NarrowChannel final : public Netlink::Channel {
+  public:
+   NarrowChannel() : fd_(socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_ROUTE)) {
+      int const bytes = 1;
+      setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+      sockaddr_nl address{};
+      address.nl_family = AF_NETLINK;
+      address.nl_groups = RTMGRP_LINK;
+      EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+   }
+   ~NarrowChannel() override { close(fd_); }
+   int descriptor() const override { return fd_; }
+   int send(std::string_view message) override {
+      return ::send(fd_, message.data(), message.size(), 0) < 0 ? errno : 0;
+   }
+   Netlink::Received receive() override {
+      auto const length = recv(fd_, buffer_, sizeof buffer_, MSG_DONTWAIT);
+      if (length >= 0)
+         return {Netlink::Received::datagram, {buffer_, static_cast<size_t>(length)}, 0};
+      if (errno == EAGAIN)
+         return {};
+      overruns += errno == ENOBUFS;
+      return {Netlink::Received::lost, {}, errno};
+   }
+   int overruns = 0;
+
+  private:
+   int const fd_;
+   char buffer_[65536];
+};
+
+TEST_F(RealKernelTest, afterAThousandOverrunsTheViewIsThatOfAFreshDump) {
+   manager = nullptr;
+   root = KernelNetworkInfo::Root::make();
+   auto owned = std::make_unique<NarrowChannel>();
+   auto const& channel = *owned;
+   manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, std::move(owned));
+   for (int round = 0; round < 1000; ++round) {
+      auto const name = "left" + std::to_string(round % 7);
+      if (if_nametoindex(name.c_str()))
+         ASSERT_EQ(ns.remove(name.c_str()), 0);
+      else
+         ASSERT_EQ(ns.pairIs(name.c_str(), ("right" + std::to_string(round % 7)).c_str()), 0);
+      for (int i = 0; i < 5; ++i)
+         ASSERT_EQ(ns.upIs("lo", (round + i) % 2 == 0), 0);
+      run();
+      ASSERT_EQ(channel.overruns, round + 1) << "each round has to lose something";
+      auto const fresh = KernelNetworkInfo::Root::make();
+      auto const second =
+          Kem::makePtr<Manager>(Kem::activityManager()->config(), fresh, nullptr, nullptr, "");
+      ASSERT_EQ(FakeDevicesTest::textOf(*root), FakeDevicesTest::textOf(*fresh)) << round;
+   }
+   EXPECT_GE(channel.overruns, 1000);
 }
 
 TEST_F(RealKernelTest, hundredsOfDevicesAreOneDump) {

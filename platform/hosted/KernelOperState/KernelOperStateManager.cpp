@@ -1,8 +1,8 @@
 #include "KernelOperState/KernelOperStateManager.h"
 
 #include "Kem/Trace.h"
+#include "Netlink/Kernel.h"
 #include "Netlink/Message.h"
-#include "Netlink/Socket.h"
 
 #include <cerrno>
 #include <cstring>
@@ -14,12 +14,8 @@ namespace {
 
 Kem::TraceFacility theTrace("KernelOperState");
 
-std::unique_ptr<Netlink::Channel> openSocket(Sulvi::NamespaceName const& netNs) {
-   auto socket = std::make_unique<Netlink::Socket>(netNs, 0);
-   if (socket->isOpen())
-      return socket;
-   errno = socket->error();
-   return nullptr;
+std::unique_ptr<Netlink::Channel> openChannel(Sulvi::NamespaceName const& netNs) {
+   return Netlink::kernel().channel(netNs, 0);
 }
 
 Netlink::MessageBuilder setOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status) {
@@ -44,7 +40,7 @@ uint8_t kernelOperState(Interface::IntfOperStatus status) {
    }
 }
 
-KernelOperStateManager::KernelOperStateManager() : KernelOperStateManager(openSocket) {}
+KernelOperStateManager::KernelOperStateManager() : KernelOperStateManager(openChannel) {}
 
 int KernelOperStateManager::doSetOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status,
                                            Sulvi::NamespaceName const& netNs) {

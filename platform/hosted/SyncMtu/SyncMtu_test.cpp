@@ -2,8 +2,11 @@
 
 #include "Kem/TestTrace.h"
 #include "NetlinkTesting/FakeKernel.h"
+#include "records/Interface/VlanIntfConfig.h"
 #include "records/Interface/VlanIntfConfigDir.h"
+#include "records/Interface/VlanIntfStatus.h"
 #include "records/Interface/VlanIntfStatusDir.h"
+#include "records/Interface/VlanIntfStatusLocal.h"
 #include "records/Interface/VlanIntfStatusLocalDir.h"
 
 #include <gtest/gtest.h>
@@ -30,10 +33,9 @@ struct SyncMtuTest : testing::Test {
    Kem::TestTrace trace;
    Netlink::FakeKernel kernel;
    Sulvi::IntfId const intfId{"Vlan10"};
-   Kem::Ptr<Interface::VlanIntfConfigDir> configs = Kem::makePtr<Interface::VlanIntfConfigDir>("configs");
-   Kem::Ptr<Interface::VlanIntfStatusDir> statuses = Kem::makePtr<Interface::VlanIntfStatusDir>("statuses");
-   Kem::Ptr<Interface::VlanIntfStatusLocalDir> locals =
-       Kem::makePtr<Interface::VlanIntfStatusLocalDir>("locals");
+   Kem::Ptr<Interface::VlanIntfConfigDir> configs = Interface::VlanIntfConfigDir::make();
+   Kem::Ptr<Interface::VlanIntfStatusDir> statuses = Interface::VlanIntfStatusDir::make();
+   Kem::Ptr<Interface::VlanIntfStatusLocalDir> locals = Interface::VlanIntfStatusLocalDir::make();
    Kem::Ptr<Interface::VlanIntfConfig> config = configs->intfConfigIs(intfId);
    Kem::Ptr<Interface::VlanIntfStatus> status = statuses->intfStatusIs(intfId);
    Kem::Ptr<Interface::VlanIntfStatusLocal> local = locals->intfStatusLocalIs(intfId);
