@@ -81,20 +81,26 @@ TEST_F(SyncMtuTest, limitsOfTheRange) {
    EXPECT_EQ(mtu(), 65535u);
 }
 
-TEST_F(SyncMtuTest, whatIsOutOfRangeIsSaidAndLeavesTheDeviceAlone) {
+TEST_F(SyncMtuTest, whatIsOutOfRangeCountsAsNotConfigured) {
    for (uint32_t const wanted : {1u, 67u, 65536u, 70000u, 0xffffffffu}) {
+      config->mtuIs(1400);
+      EXPECT_TRUE(sync());
+      EXPECT_EQ(mtuProblem(*config), "");
       config->mtuIs(wanted);
       EXPECT_TRUE(sync());
-      EXPECT_EQ(trace.take(), Lines{"MTU " + std::to_string(wanted) +
-                                    " of interface Vlan10 is not from 68 to 65535: device vlan10 keeps what "
-                                    "it has"});
+      EXPECT_EQ(mtu(), 1500u) << wanted;
+      EXPECT_EQ(mtuProblem(*config),
+                "MTU " + std::to_string(wanted) + " is not from 68 to 65535: the device has 1500");
    }
-   config->mtuIs(1500);
+   config->mtuIs(0);
+   EXPECT_EQ(mtuProblem(*config), "");
+}
+
+TEST_F(SyncMtuTest, aMaximumBelowTheLeastMtuIsNotKnown) {
+   config->mtuIs(1400);
    status->maxMtuIs(40);
    EXPECT_TRUE(sync());
-   EXPECT_TRUE(trace.has("MTU 40 of interface Vlan10 is not from 68"));
-   EXPECT_EQ(mtu(), 1500u);
-   EXPECT_EQ(kernel.count("ioctl"), 0);
+   EXPECT_EQ(mtu(), 1400u);
 }
 
 TEST_F(SyncMtuTest, theDeviceBelowIsABound) {
