@@ -239,6 +239,19 @@ TEST(DatabaseStartTest, stopIsLookedAtWhileTheStartWaits) {
 
 // --- agent-runner by itself.
 
+// It may take devices away. The parent of the test is what started it, in the machine's network.
+TEST_F(RestartTest, agentOfATestIsNotInTheMachinesNetwork) {
+   if (!Tests::isInOwnNetwork())
+      GTEST_SKIP() << "no right to make a network namespace";
+   Agent agent(database);
+   auto const networkOf = [](pid_t pid) {
+      return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/ns/net");
+   };
+   EXPECT_NE(networkOf(agent.process().pid()), networkOf(::getppid()));
+   std::filesystem::path const named = "/proc/" + std::to_string(agent.process().pid()) + "/root/run/netns";
+   EXPECT_TRUE(!std::filesystem::exists(named) || std::filesystem::is_empty(named));
+}
+
 TEST(RunnerTest, wrongUsageIsReportedAndEndsWith2) {
    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--cell", "0"},
                                                      {"--cell", "x"},
