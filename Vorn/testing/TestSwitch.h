@@ -13,6 +13,7 @@
 #include "Ordel/server/Listener.h"
 #include "Vorn/VornAgent/VornAgent.h"
 #include "records/TypeInfo.h"
+#include "tests/network/OwnNetwork.h"
 
 #include <gtest/gtest.h>
 
@@ -49,6 +50,7 @@ class TestSwitch {
    explicit TestSwitch(Records::Schema const& places = Records::schema())
        : server_(std::make_unique<Ordel::Tree>(places, 1), "sys") {
       setenv("ZIVLOG_DISABLE", "1", 1);
+      static_cast<void>(Tests::isInOwnNetwork());
       std::string error;
       EXPECT_TRUE(listener_.listen(socketPath_, error)) << error;
       publisher_ = connect("publisher", Ordel::Role::tool);

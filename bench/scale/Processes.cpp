@@ -1,5 +1,7 @@
 #include "Processes.h"
 
+#include "tests/network/OwnNetwork.h"
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -21,6 +23,7 @@ AgentProcess::AgentProcess(std::string const& binFolder, std::string const& sock
       std::filesystem::create_directory(traceFolder(socketPath));
    pid_ = fork();
    if (pid_ == 0) {
+      static_cast<void>(Tests::enterOwnNetwork());
       dup2(ends[1], 2);
       if (hasTraceFile)
          setenv("ZIVLOGDIR", traceFolder(socketPath).c_str(), 1);

@@ -2,6 +2,8 @@
 
 #include "Kem/Time.h"
 #include "Process/Failure.h"
+#include "Process/ServiceNotify.h"
+#include "Process/Watchdog.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -39,9 +41,23 @@ int superviseOnce(pid_t pid, sigset_t const& set, bool& isEnding) {
       int const signal = waitSignal(set, 3600);
       if (signal == SIGTERM || signal == SIGINT) {
          isEnding = true;
+         Process::serviceNotify("STOPPING=1");
          kill(pid, SIGTERM);
       }
    }
+}
+
+// Waits so long, and feeds the watchdog meanwhile. Whether a wish to end came.
+bool isStoppedWithin(Kem::Seconds pause, sigset_t const& set) {
+   Kem::Seconds const interval = Process::watchdogInterval();
+   Kem::Seconds const longestWait = interval > 0 ? interval / 2 : pause;
+   for (Kem::Seconds const until = Kem::now() + pause; Kem::now() < until;) {
+      Process::feedWatchdog();
+      int const signal = waitSignal(set, std::clamp(until - Kem::now(), 0.0, longestWait));
+      if (signal == SIGTERM || signal == SIGINT)
+         return true;
+   }
+   return false;
 }
 
 void describeEnd(int status, Kem::Seconds pause) {
@@ -71,6 +87,7 @@ int respawn(int (*child)(void*), void* context, pid_t (*fork)()) {
       if (pid == 0) {
          // A child whose parent is killed must not go on beside the next one.
          prctl(PR_SET_PDEATHSIG, SIGTERM);
+         Process::inheritWatchdog();
          sigprocmask(SIG_SETMASK, &before, nullptr);
          _exit(child(context));
       }
@@ -85,10 +102,9 @@ int respawn(int (*child)(void*), void* context, pid_t (*fork)()) {
             pause = firstPause;
          describeEnd(status, pause);
       }
-      for (Kem::Seconds const until = Kem::now() + pause; Kem::now() < until;) {
-         int const signal = waitSignal(set, std::max(until - Kem::now(), 0.0));
-         if (signal == SIGTERM || signal == SIGINT)
-            return 0;
+      if (isStoppedWithin(pause, set)) {
+         Process::serviceNotify("STOPPING=1");
+         return 0;
       }
       pause = std::min(pause * 2, longestPause);
    }

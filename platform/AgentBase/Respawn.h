@@ -3,6 +3,10 @@
 // The pause before the next start grows from 0.1 to 10 seconds, and is short again after the process has run
 // for 30. A start that the kernel refuses (no memory, too many processes) is tried again after the pause like
 // one that failed. SIGTERM and SIGINT go to the process, and end this with it.
+//
+// To a service manager the two are one service: the process says that it is ready and feeds the watchdog, so
+// that one that hangs stops feeding it. This feeds only in the pauses, and says when the service stops. A
+// manager takes messages of both where it is told to (NotifyAccess=all).
 #pragma once
 
 #include <sys/types.h>

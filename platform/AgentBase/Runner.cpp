@@ -7,6 +7,7 @@
 #include "Process/Failure.h"
 #include "Process/ServiceNotify.h"
 #include "Process/StopSignals.h"
+#include "Process/Watchdog.h"
 #include "Zivlog/Zivlog.h"
 #include "records/TypeInfo.h"
 
@@ -169,6 +170,7 @@ int Runner::run() {
       return status;
    Process::StopSignals const stopSignals(
        [this](int signal) { end(ExitStatus::stopped, "stopped by signal " + std::to_string(signal)); });
+   Process::Watchdog const watchdog;
    giveUpConnecting_ = Kem::now() + connectTimeout;
    connectTimer_ = std::make_unique<ConnectTimer>(*this);
    connect();
@@ -177,7 +179,8 @@ int Runner::run() {
    } catch (std::exception const& exception) {
       end(ExitStatus::exception, std::string("uncaught exception: ") + exception.what());
    }
-   Process::serviceNotify("STOPPING=1");
+   if (!options_.isRespawning) // otherwise the process that starts it again says so when it doesn't
+      Process::serviceNotify("STOPPING=1");
    if (entityManager_)
       entityManager_->attributeLog()->flush();
    Zivlog::close();

@@ -1,50 +1,18 @@
 #include "Process/ServiceNotify.h"
 
-#include <cstddef>
-#include <cstdlib>
+#include "Process/TestServiceManager.h"
+
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
-// A service manager on an address, which it puts into the environment.
-class Manager {
-  public:
-   explicit Manager(std::string const& path) {
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      path.copy(address.sun_path, path.size());
-      if (path[0] == '@')
-         address.sun_path[0] = '\0';
-      socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-      auto const size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-      EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr const*>(&address), size), 0);
-      setenv("NOTIFY_SOCKET", path.c_str(), 1);
-   }
-   ~Manager() {
-      close(socket_);
-      unsetenv("NOTIFY_SOCKET");
-   }
-   // The next message that it received; empty when there is none.
-   std::string told() {
-      char bytes[64];
-      ssize_t const count = recv(socket_, bytes, sizeof bytes, 0);
-      return count > 0 ? std::string(bytes, static_cast<size_t>(count)) : "";
-   }
-
-  private:
-   int socket_;
-};
+using Process::TestServiceManager;
+using Process::TestVariable;
 
 std::string errorsOf(char const* path) {
-   setenv("NOTIFY_SOCKET", path, 1);
+   TestVariable const notifySocket("NOTIFY_SOCKET", path);
    testing::internal::CaptureStderr();
    Process::serviceNotify("READY=1");
-   unsetenv("NOTIFY_SOCKET");
    return testing::internal::GetCapturedStderr();
 }
 
@@ -52,7 +20,8 @@ TEST(ServiceNotify, managerIsToldOnAPathAndOnAnAbstractAddress) {
    std::string folder = testing::TempDir() + "/notify-XXXXXX";
    ASSERT_TRUE(mkdtemp(folder.data()));
    {
-      Manager manager(folder + "/socket");
+      TestServiceManager manager(folder + "/socket");
+      TestVariable const notifySocket("NOTIFY_SOCKET", folder + "/socket");
       Process::serviceNotify("READY=1");
       Process::serviceNotify("STOPPING=1");
       EXPECT_EQ(manager.told(), "READY=1");
@@ -60,7 +29,9 @@ TEST(ServiceNotify, managerIsToldOnAPathAndOnAnAbstractAddress) {
       EXPECT_EQ(manager.told(), "");
    }
    std::filesystem::remove_all(folder);
-   Manager manager("@process-test-" + std::to_string(getpid()));
+   std::string const address = "@process-test-" + std::to_string(getpid());
+   TestServiceManager manager(address);
+   TestVariable const notifySocket("NOTIFY_SOCKET", address);
    Process::serviceNotify("READY=1");
    EXPECT_EQ(manager.told(), "READY=1");
 }

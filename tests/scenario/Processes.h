@@ -6,7 +6,11 @@
 //
 // Nothing here sleeps: output is waited for. Waiting has a limit, after which it fails; the limits are long,
 // since they are only reached when something is wrong.
+//
+// The test moves into a network of its own, where it may, before it starts its first process.
 #pragma once
+
+#include "tests/network/OwnNetwork.h"
 
 #include <gtest/gtest.h>
 
@@ -122,6 +126,7 @@ class Process {
   public:
    // Starts it; `command` begins with the path of the program. What the environment adds is before the rest.
    explicit Process(std::vector<std::string> const& command, Environment const& environment = {}) {
+      static_cast<void>(Tests::isInOwnNetwork());
       int in[2], out[2], err[2];
       if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) {
          ADD_FAILURE() << "pipe: " << std::strerror(errno);

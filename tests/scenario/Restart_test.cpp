@@ -239,6 +239,20 @@ TEST(DatabaseStartTest, stopIsLookedAtWhileTheStartWaits) {
 
 // --- agent-runner by itself.
 
+// It may take devices away. The parent of the test is what started it, in the machine's network.
+TEST_F(RestartTest, agentOfATestIsNotInTheMachinesNetwork) {
+   Agent agent(database);
+   auto const networkOf = [](pid_t pid) {
+      return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/ns/net");
+   };
+   auto const network = networkOf(agent.process().pid()), machines = networkOf(::getppid());
+   if (!Tests::isInOwnNetwork())
+      GTEST_SKIP() << "no right to make a network namespace";
+   EXPECT_NE(network, machines);
+   std::filesystem::path const named = "/proc/" + std::to_string(agent.process().pid()) + "/root/run/netns";
+   EXPECT_TRUE(!std::filesystem::exists(named) || std::filesystem::is_empty(named));
+}
+
 TEST(RunnerTest, wrongUsageIsReportedAndEndsWith2) {
    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"--cell", "0"},
                                                      {"--cell", "x"},
