@@ -2,6 +2,7 @@
 
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
+#include "Sulvi/KernelDeviceName.h"
 #include "Vorn/Rules/SubIntfIds.h"
 #include "Vorn/Rules/SubIntfStatus.h"
 #include "Vorn/SubIntfSm/SubIntfSm.h"
@@ -54,9 +55,9 @@ void KemSubIntfConfig::handleConfig() {
 }
 
 void KemSubIntfConfig::handleMtuChange() {
+   sm_.kernelCallFailedIs(false);
    handleMtu();
-   if (initialized() && sm_.kernelCallFailed() && !invalidCfg_)
-      sm_.addIntfToRetryCollection(intfId(), deviceName_);
+   retryAfterFailure();
 }
 
 void KemSubIntfConfig::handleMtu() {
@@ -66,8 +67,13 @@ void KemSubIntfConfig::handleMtu() {
 }
 
 void KemSubIntfConfig::handleMacAddr() {
+   sm_.kernelCallFailedIs(false);
    sm_.handleMacAddr(initialized(), intfId(), deviceName_);
-   if (initialized() && sm_.kernelCallFailed() && !invalidCfg_)
+   retryAfterFailure();
+}
+
+void KemSubIntfConfig::retryAfterFailure() {
+   if (initialized() && needsRetry(true))
       sm_.addIntfToRetryCollection(intfId(), deviceName_);
 }
 

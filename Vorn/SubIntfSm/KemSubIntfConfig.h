@@ -94,6 +94,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    void setWaitQ(SubIntfRow row);
    void doSetKernelOperState();
    bool needsRetry(bool isFinished) const;
+   void retryAfterFailure(); // of what was done without a whole evaluation
 
    SubIntfSm& sm_;
    Kem::Ptr<Interface::SubIntfConfig const> const config_;
