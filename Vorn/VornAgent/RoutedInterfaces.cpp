@@ -53,9 +53,28 @@ void RoutedInterfaces::makeVlanIntfSm() {
    vlanIntfSm_ = made("vlanIntfSm", vlanIntfSmFactory(in));
 }
 
+void RoutedInterfaces::makeSubIntfSm() {
+   SubIntfInputs in;
+   static_cast<VlanIntfInputs&>(in) = common();
+   in.kernelIntfCollection = agent_.kernelNetworkInfoRoot();
+   in.subIntfStatusDir = em_.entity<Interface::SubIntfStatusDir>("interface/status/subintf");
+   in.subIntfStatusLocalDir =
+       em_.entity<Interface::SubIntfStatusLocalDir>(Cell::path("interface/status/subintf/local", 0));
+   in.subIntfConfigDir = em_.entity<Interface::SubIntfConfigDir>("interface/config/subintf");
+   in.intfHwCapability = em_.entity<Interface::Hardware::Capability>("interface/hardware/capability");
+   in.subIntfHwStatusDir =
+       em_.entity<Interface::Hardware::SubIntfStatusDir>("interface/hardware/status/subintf");
+   in.allIntfStatusDir = em_.entity<Interface::AllIntfStatusDir>("interface/status/all");
+   in.oxaState = agent_.oxaState();
+   in.standbyMode = agent_.standbyMode();
+   subIntfSm_ = made("subIntfSm", subIntfSmFactory(in));
+}
+
 void RoutedInterfaces::handleActive() {
    if (vlanIntfSm_)
       vlanIntfSm_->standbyModeIs(false);
+   if (subIntfSm_)
+      subIntfSm_->standbyModeIs(false);
 }
 
 } // namespace Vorn

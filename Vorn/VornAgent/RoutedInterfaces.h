@@ -5,6 +5,7 @@
 // only what each supervisor has for itself.
 #pragma once
 
+#include "Vorn/SubIntfSm/SubIntfSm.h"
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
 namespace Ordel {
@@ -21,10 +22,13 @@ class RoutedInterfaces final : public VlanIntfAgent {
    explicit RoutedInterfaces(Agent& agent);
 
    void makeVlanIntfSm();
+   void makeSubIntfSm();
    // The supervisor is active from now on.
    void handleActive();
 
-   Kem::Ptr<VlanIntfSm> const& vlanIntfSm() const { return vlanIntfSm_; } // null before it is made
+   // Null before it is made.
+   Kem::Ptr<VlanIntfSm> const& vlanIntfSm() const { return vlanIntfSm_; }
+   Kem::Ptr<SubIntfSm> const& subIntfSm() const { return subIntfSm_; }
 
    // --- What the state machines ask for.
    AttrLogCheck* roomToWrite() override;
@@ -37,6 +41,7 @@ class RoutedInterfaces final : public VlanIntfAgent {
    Ordel::EntityManager& em_;
    Kem::Ptr<DeviceProblems> const problems_;
    Kem::Ptr<VlanIntfSm> vlanIntfSm_;
+   Kem::Ptr<SubIntfSm> subIntfSm_;
 };
 
 } // namespace Vorn

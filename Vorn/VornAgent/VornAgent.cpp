@@ -37,6 +37,7 @@ char const* const attributeNames[] = {"entityManagerReactor",
                                       "linkStatusLoggingDirSm",
                                       "vlanIntfSm",
                                       "oxaState",
+                                      "subIntfSm",
                                       "startupModeConfig",
                                       "startupModeStatus",
                                       "startupStatus",
@@ -163,6 +164,7 @@ void Agent::doMountsComplete(Ordel::MountStatus const&, Ordel::EntityManager& en
                                                                       progressDir, agentConfig, *this));
    bootStagesHelper_->waitForStage("NetworkAgent");
    bootStagesHelper_->waitForStage("ErrdisableStatusUpdate");
+   routedInterfaces_->makeSubIntfSm();
    if (isHitless) {
       bootStagesHelper_->waitForStage("VornStatusUpdate");
       bootStagesHelper_->waitForStage("VornSubIntfUp");
@@ -299,6 +301,8 @@ std::vector<std::pair<char const*, Ulm::CodefBase*>> Agent::deferredStages() con
    }
    if (auto const sm = vlanIntfSm())
       stages.emplace_back("VlanIntfConfigCodef", sm->vlanIntfConfigCodef().ptr());
+   if (auto const sm = subIntfSm())
+      stages.emplace_back("SubIntfConfigCodef", sm->subIntfConfigCodef().ptr());
    return stages;
 }
 

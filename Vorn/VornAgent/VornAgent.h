@@ -95,6 +95,9 @@ class Agent final : public AgentBase::CAgent {
    Kem::Ptr<VlanIntfSm> vlanIntfSm() const {
       return routedInterfaces_ ? routedInterfaces_->vlanIntfSm() : nullptr;
    }
+   Kem::Ptr<SubIntfSm> subIntfSm() const {
+      return routedInterfaces_ ? routedInterfaces_->subIntfSm() : nullptr;
+   }
    // The deferred stages that exist, by name.
    std::vector<std::pair<char const*, Ulm::CodefBase*>> deferredStages() const;
    // VLAN interfaces that dynamic sources ask for.
