@@ -9,7 +9,7 @@
 namespace Vorn {
 
 namespace {
-Kem::TraceFacility vlanIntfTrace("VornVlanIntfSm");
+Kem::TraceFacility vlanIntfTrace("VornVlanIntf");
 }
 
 KemVlanIntfConfig::KemVlanIntfConfig(VlanIntfSm& parent,

@@ -19,6 +19,13 @@ Kem::Ptr<DynVlanIntfReactor> const& RoutedInterfaces::dynVlanIntfSm() const {
    return agent_.dynVlanIntfSm();
 }
 
+// The mounted record, or an empty one of this process where the database has no such place.
+template <class T>
+Kem::Ptr<T> RoutedInterfaces::entityOrEmpty(std::string const& path) const {
+   auto const mounted = em_.entity<T>(path);
+   return mounted ? mounted : T::make();
+}
+
 VlanIntfInputs RoutedInterfaces::common() const {
    auto const& kosr = agent_.kernelOperStateRoot();
    return {
@@ -27,11 +34,11 @@ VlanIntfInputs RoutedInterfaces::common() const {
        .netlinkFd = agent_.netlinkFd(),
        .kernelOperStateManager = kosr->kosm(),
        .kernelOperStateRoot = kosr,
-       .bridgingConfig = em_.entity<Bridging::Config>("bridging/config"),
-       .bridgingHwCapabilities = em_.entity<Bridging::HwCapabilities>("bridging/hwcapabilities"),
+       .bridgingConfig = entityOrEmpty<Bridging::Config>("bridging/config"),
+       .bridgingHwCapabilities = entityOrEmpty<Bridging::HwCapabilities>("bridging/hwcapabilities"),
        .netNsCollection = agent_.netNsCollection(),
        .allIntfNamespaceConfigDir =
-           em_.entity<Interface::AllIntfNamespaceConfigDir>(Cell::path("interface/nsconfig", 0)),
+           entityOrEmpty<Interface::AllIntfNamespaceConfigDir>(Cell::path("interface/nsconfig", 0)),
        .clock = Kem::ActivityFacility::clock(),
        .vornAgent = const_cast<RoutedInterfaces*>(this),
        .problems = problems_,
@@ -42,10 +49,10 @@ void RoutedInterfaces::makeVlanIntfSm() {
    VlanIntfSmInputs in;
    static_cast<VlanIntfInputs&>(in) = common();
    in.kernelIntfCollection = agent_.kernelNetworkInfoRoot();
-   in.vlanIntfStatusDir = em_.entity<Interface::VlanIntfStatusDir>("interface/status/eth/vlan");
+   in.vlanIntfStatusDir = entityOrEmpty<Interface::VlanIntfStatusDir>("interface/status/eth/vlan");
    in.vlanIntfStatusLocalDir =
-       em_.entity<Interface::VlanIntfStatusLocalDir>(Cell::path("interface/status/eth/vlan/local", 0));
-   in.vlanIntfConfigDir = em_.entity<Interface::VlanIntfConfigDir>("interface/config/eth/vlan");
+       entityOrEmpty<Interface::VlanIntfStatusLocalDir>(Cell::path("interface/status/eth/vlan/local", 0));
+   in.vlanIntfConfigDir = entityOrEmpty<Interface::VlanIntfConfigDir>("interface/config/eth/vlan");
    in.dynVlanIntfList = agent_.dynVlanIntfList();
    in.privateVlanLibState = agent_.privateVlanLibState();
    in.interfaceInputVlan = em_.entity<Kem::Dir>("interface/input/vlan");
@@ -57,14 +64,14 @@ void RoutedInterfaces::makeSubIntfSm() {
    SubIntfInputs in;
    static_cast<VlanIntfInputs&>(in) = common();
    in.kernelIntfCollection = agent_.kernelNetworkInfoRoot();
-   in.subIntfStatusDir = em_.entity<Interface::SubIntfStatusDir>("interface/status/subintf");
+   in.subIntfStatusDir = entityOrEmpty<Interface::SubIntfStatusDir>("interface/status/subintf");
    in.subIntfStatusLocalDir =
-       em_.entity<Interface::SubIntfStatusLocalDir>(Cell::path("interface/status/subintf/local", 0));
-   in.subIntfConfigDir = em_.entity<Interface::SubIntfConfigDir>("interface/config/subintf");
-   in.intfHwCapability = em_.entity<Interface::Hardware::Capability>("interface/hardware/capability");
+       entityOrEmpty<Interface::SubIntfStatusLocalDir>(Cell::path("interface/status/subintf/local", 0));
+   in.subIntfConfigDir = entityOrEmpty<Interface::SubIntfConfigDir>("interface/config/subintf");
+   in.intfHwCapability = entityOrEmpty<Interface::Hardware::Capability>("interface/hardware/capability");
    in.subIntfHwStatusDir =
-       em_.entity<Interface::Hardware::SubIntfStatusDir>("interface/hardware/status/subintf");
-   in.allIntfStatusDir = em_.entity<Interface::AllIntfStatusDir>("interface/status/all");
+       entityOrEmpty<Interface::Hardware::SubIntfStatusDir>("interface/hardware/status/subintf");
+   in.allIntfStatusDir = entityOrEmpty<Interface::AllIntfStatusDir>("interface/status/all");
    in.oxaState = agent_.oxaState();
    in.standbyMode = agent_.standbyMode();
    subIntfSm_ = made("subIntfSm", subIntfSmFactory(in));

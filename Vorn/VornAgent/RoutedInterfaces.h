@@ -35,6 +35,8 @@ class RoutedInterfaces final : public VlanIntfAgent {
    Kem::Ptr<DynVlanIntfReactor> const& dynVlanIntfSm() const override;
 
   private:
+   template <class T>
+   Kem::Ptr<T> entityOrEmpty(std::string const& path) const;
    VlanIntfInputs common() const;
 
    Agent& agent_;

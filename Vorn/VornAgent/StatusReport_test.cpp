@@ -51,7 +51,9 @@ TEST_F(StatusReportTest, firstReportIsMadeAtOnce) {
    EXPECT_EQ(seen->pid(), static_cast<uint32_t>(getpid()));
    ASSERT_TRUE(seen->deferredStage("VlanConfigCodef"));
    EXPECT_TRUE(seen->deferredStage("SwitchIntfConfigCodef"));
-   EXPECT_EQ(seen->deferredStage().size(), 2u);
+   EXPECT_TRUE(seen->deferredStage("VlanIntfConfigCodef"));
+   EXPECT_TRUE(seen->deferredStage("SubIntfConfigCodef"));
+   EXPECT_EQ(seen->deferredStage().size(), 4u);
    EXPECT_GT(seen->attributeLog().kernBufferSize, 0);
    EXPECT_EQ(seen->attributeLog().kernBufferThreshold, seen->attributeLog().kernBufferSize / 2);
    EXPECT_EQ(seen->attributeLog().kernBufferUsage, -1) << "no stage has measured yet";
@@ -138,17 +140,19 @@ TEST_F(StatusReportTest, figuresOfTheRunBeforeAreReplacedByTheFirstReport) {
    EXPECT_LT(seen->attributeLog().bytesWritten, 100000u);
 }
 
-TEST_F(StatusReportTest, standbySupervisorHasNoStages) {
+TEST_F(StatusReportTest, standbySupervisorHasTheStagesOfInterfacesOnly) {
    auto const redundancy = sw.publish<Redundancy::RedundancyStatus>("cell/1/redundancy/status");
    redundancy->protocolIs(Redundancy::RedundancyProtocol::protocolHotStandby);
    redundancy->modeIs(Redundancy::RedundancyMode::modeStandby);
    sw.publish<Agent::Status>(statusPath)->deferredStageIs("VlanConfigCodef", {.backlog = 5});
    TestSwitch::run();
    start();
-   EXPECT_TRUE(seen->deferredStage().empty());
+   EXPECT_FALSE(seen->deferredStage("VlanConfigCodef"));
+   EXPECT_TRUE(seen->deferredStage("VlanIntfConfigCodef"));
+   EXPECT_EQ(seen->deferredStage().size(), 2u);
    redundancy->modeIs(Redundancy::RedundancyMode::modeActive);
    pass(1);
-   EXPECT_EQ(seen->deferredStage().size(), 2u);
+   EXPECT_EQ(seen->deferredStage().size(), 4u);
 }
 
 } // namespace

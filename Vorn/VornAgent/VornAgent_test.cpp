@@ -292,9 +292,11 @@ std::vector<std::string> const kernelAndStages = {
     "made kernelNetworkInfoManager",
     "made kosm",
     "made intfStatusOperStatusSm",
+    "made vlanIntfSm",
     "made bootStagesHelper",
     "takes part in stage NetworkAgent",
     "takes part in stage ErrdisableStatusUpdate",
+    "made subIntfSm",
 };
 
 using Steps = std::vector<std::string>;
