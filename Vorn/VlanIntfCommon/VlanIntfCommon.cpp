@@ -9,7 +9,6 @@
 #include "Vorn/KernelDevices/LinkSettings.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -298,7 +297,7 @@ void VlanIntfCommon::setInterfaceUpOrDown(Kem::String8 const& deviceName, bool u
    if (error == ENETDOWN)
       return; // it comes up with its base
    std::cerr << "setInterfaceUpOrDown failure, " << deviceName << " errno " << error << std::endl;
-   std::exit(1);
+   Netlink::kernel().exitProcess(1);
 }
 
 // --- Address and MTU.

@@ -16,51 +16,32 @@
 #pragma once
 
 #include "DynVlanIntf/DynVlanIntfReactor.h"
-#include "Kem/Activity.h"
-#include "Kem/TestTrace.h"
-#include "KernelNetworkInfo/Manager.h"
-#include "NetlinkTesting/FakeKernel.h"
+#include "Vorn/VlanIntfCommon/TestInterfaces.h"
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 #include "records/Bridging/VlanConfig.h"
-#include "records/KernelNetworkInfo/Interface.h"
-
-#include <gtest/gtest.h>
-
-#include <optional>
-#include <set>
-#include <string>
 
 namespace Vorn {
 
-class TestVlanIntfs {
+class TestVlanIntfs : public TestInterfaces {
   public:
-   static constexpr char bridgeAddr[] = "02:00:00:00:00:01";
-
    TestVlanIntfs() {
       kernel.deviceIs("fabric").mtu = 9214;
       kernel.upIs("fabric", true);
-      config->bridgeMacAddrIs(Sulvi::EthAddr(std::string_view(bridgeAddr)));
    }
    ~TestVlanIntfs() { stop(); }
 
    // --- Life.
    void start() {
-      followKernel();
+      openKernel();
+      makeMachine();
+      run();
+   }
+   // The part of start() that asks the kernel for devices.
+   void makeMachine() {
       agent.dynVlanIntfSm_ =
           Kem::makePtr<DynVlanIntfReactor>(dynVlanIntfDir, dynVlanIntfErrorDir, dynVlanIntfList, standbyMode);
       VlanIntfSmInputs in;
-      in.fabricDeviceName = "fabric";
-      in.socketFd = socketFd = kernel.socketAt(AF_INET, SOCK_DGRAM, 0, {});
-      in.netlinkFd = netlinkFd = kernel.routeSocket();
-      in.kernelOperStateManager = kosr->kosm();
-      in.kernelOperStateRoot = kosr;
-      in.bridgingConfig = config;
-      in.bridgingHwCapabilities = hwCapabilities;
-      in.netNsCollection = netNsCollection;
-      in.allIntfNamespaceConfigDir = nsConfigDir;
-      in.clock = Kem::ActivityFacility::clock();
-      in.vornAgent = &agent;
-      in.problems = Kem::makePtr<DeviceProblems>(agentStatus);
+      commonInputs(in, &agent);
       in.kernelIntfCollection = kernelIntfCollection;
       in.vlanIntfStatusDir = statusDir;
       in.vlanIntfStatusLocalDir = statusLocalDir;
@@ -70,18 +51,13 @@ class TestVlanIntfs {
       in.interfaceInputVlan = interfaceInputVlan;
       in.standbyMode = standbyMode;
       sm = vlanIntfSmFactory(in);
-      run();
    }
    void stop() {
-      if (!sm)
+      if (!kosr)
          return;
       sm = nullptr;
       agent.dynVlanIntfSm_ = nullptr;
-      devicesManager = nullptr;
-      kosr = nullptr;
-      kernel.close(socketFd);
-      kernel.close(netlinkFd);
-      kernelIntfCollection = KernelNetworkInfo::Root::make();
+      closeKernel();
       dynVlanIntfList = DynVlanIntfList::make();
       run();
    }
@@ -89,8 +65,6 @@ class TestVlanIntfs {
       stop();
       start();
    }
-   static void run() { Kem::activityManager()->runUntilIdle(); }
-   static void advance(Kem::Seconds duration) { Kem::activityManager()->advance(duration); }
 
    // --- What is configured.
    static Sulvi::IntfId id(unsigned vlanId) { return vlanIntfIdOf(vlanId); }
@@ -124,43 +98,22 @@ class TestVlanIntfs {
           ->enabledStateLocalIs(enabled ? Interface::EnabledState::enabledStateEnabled
                                         : Interface::EnabledState::enabledStateShutdown);
    }
-   void moveTo(unsigned vlanId, char const* netNs) {
-      nsConfigDir->intfNamespaceConfigIs(id(vlanId))->netNsNameIs(netNs);
-   }
-   void namespaceIs(char const* netNs) {
-      kernel.namespaceIs(netNs);
-      names.insert(netNs);
-      namespacesAreLookedAt();
-   }
-   void namespaceDel(char const* netNs) {
-      kernel.namespaceDel(netNs);
-      names.erase(netNs);
-      namespacesAreLookedAt();
-   }
-   // What the watcher of namespaces does when it looks.
-   void namespacesAreLookedAt() {
-      for (auto const& [name, netNs] : netNsCollection->netNsByName())
-         if (!names.contains(name.stringValue().str()))
-            netNsCollection->netNsByNameDel(name);
-      for (auto const& name : names)
-         netNsCollection->netNsByNameIs(name)->inodeIs(kernel.netNsInode(name));
-   }
-   Kem::Ptr<Interface::Input::VlanIntfAddr> publishAddr(char const* name, char const* addr) {
+   void moveTo(unsigned vlanId, char const* netNs) { TestInterfaces::moveTo(id(vlanId), netNs); }
+   Kem::Ptr<Interface::Input::VlanIntfAddr> publishAddr(char const* name, char const* text) {
       auto const input = Interface::Input::VlanIntfAddr::make();
       input->nameIs(name);
-      input->macAddrIs(Sulvi::EthAddr(std::string_view(addr)));
+      input->macAddrIs(addr(text));
       interfaceInputVlan->entityPtrIs(input);
       return input;
    }
 
    // --- What came out.
-   // Without the fabric device, and without the mapping of priorities and the state that was asked for.
+   // Without the mapping of priorities and the state that was asked for.
    std::string devices(bool withIndexes = false) const {
       std::string result;
-      std::istringstream lines(kernel.describe(withIndexes));
+      std::istringstream lines(TestInterfaces::devices("vlan", withIndexes));
       for (std::string line; std::getline(lines, line);)
-         if (!line.starts_with("fabric"))
-            result += line.substr(0, line.find(", egress")) + "\n";
+         result += line.substr(0, line.find(", egress")) + "\n";
       return result;
    }
    Kem::Ptr<Interface::VlanIntfStatus> status(unsigned vlanId) const {
@@ -170,11 +123,10 @@ class TestVlanIntfs {
       return statusLocalDir->intfStatusLocal(id(vlanId))->netNsName().stringValue().str();
    }
    bool isRetried(unsigned vlanId) const { return sm->retryIntfCollection().find(id(vlanId)) != nullptr; }
-   bool hasCpu(unsigned vlanId) const { return config->vlanConfig(vlanId)->intf("Cpu") != nullptr; }
-   std::string problem(unsigned vlanId) const {
-      auto const* const text = agentStatus->deviceProblem(id(vlanId));
-      return text ? text->str() : "";
+   bool hasCpu(unsigned vlanId) const {
+      return config->vlanConfig(static_cast<uint16_t>(vlanId))->intf("Cpu") != nullptr;
    }
+   std::string problem(unsigned vlanId) const { return TestInterfaces::problem(id(vlanId)); }
 
    struct TestAgent final : VlanIntfAgent {
       AttrLogCheck* roomToWrite() override { return nullptr; }
@@ -182,15 +134,8 @@ class TestVlanIntfs {
       Kem::Ptr<DynVlanIntfReactor> dynVlanIntfSm_;
    };
 
-   Kem::VirtualTime time;
-   Netlink::FakeKernel kernel;
-   std::set<std::string> names; // of namespaces
    TestAgent agent;
    bool standbyMode = false;
-   Kem::Ptr<Bridging::Config> config = Bridging::Config::make();
-   Kem::Ptr<Bridging::HwCapabilities> hwCapabilities = Bridging::HwCapabilities::make();
-   Kem::Ptr<KernelNetNsInfo::Root> netNsCollection = KernelNetNsInfo::Root::make();
-   Kem::Ptr<Interface::AllIntfNamespaceConfigDir> nsConfigDir = Interface::AllIntfNamespaceConfigDir::make();
    Kem::Ptr<Interface::VlanIntfConfigDir> configDir = Interface::VlanIntfConfigDir::make();
    Kem::Ptr<Interface::VlanIntfStatusDir> statusDir = Interface::VlanIntfStatusDir::make();
    Kem::Ptr<Interface::VlanIntfStatusLocalDir> statusLocalDir = Interface::VlanIntfStatusLocalDir::make();
@@ -199,24 +144,7 @@ class TestVlanIntfs {
    Kem::Ptr<Kem::Dir> interfaceInputVlan = Kem::Dir::make("vlan");
    Kem::Ptr<DynVlanIntfList> dynVlanIntfList = DynVlanIntfList::make();
    Kem::Ptr<PrivateVlanLib::LibState> privateVlans = PrivateVlanLib::LibState::make();
-   Kem::Ptr<::Agent::Status> agentStatus = ::Agent::Status::make();
-   Kem::Ptr<KernelNetworkInfo::Root> kernelIntfCollection = KernelNetworkInfo::Root::make();
-   Kem::Ptr<KernelNetworkInfo::Manager> devicesManager;
-   Kem::Ptr<KernelOperState::Root> kosr;
    Kem::Ptr<VlanIntfSm> sm;
-   int socketFd = -1;
-   int netlinkFd = -1;
-
-  private:
-   void followKernel() {
-      auto const activity = Kem::activityManager()->config();
-      devicesManager = Kem::makePtr<KernelNetworkInfo::Manager>(activity, kernelIntfCollection, nullptr,
-                                                                nullptr, Sulvi::NamespaceName());
-      kosr = Kem::makePtr<KernelOperState::Root>("kosr");
-      kosr->intfStatusOperStatusSmIs(activity, kosr->intfStatusDirIs("intfStatusDir"),
-                                     kosr->intfStatusLocalDirIs("intfStatusLocalDir"), kosr->kosmIs(),
-                                     netNsCollection);
-   }
 };
 
 } // namespace Vorn

@@ -2,6 +2,8 @@
 
 #include "Kem/Activity.h"
 
+#include <algorithm>
+
 namespace KernelOperState {
 
 IntfStatusOperStatusSm::IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> const&,
@@ -74,6 +76,18 @@ int IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId) {
    return wanted(intfId, now) ? tell(intfId, now) : 0;
 }
 
+// Whatever was in the way may have passed without a notification.
+void IntfStatusOperStatusSm::handleRetry() {
+   auto const pause = std::min(2 * retryPause_, lastRetry);
+   auto const again = std::move(refused_);
+   for (auto const& [intfId, isRefused] : again)
+      static_cast<void>(doSyncIntfStatus(intfId));
+   if (refused_.empty())
+      return;
+   retryPause_ = pause;
+   kemClock_.timeMinIs(Kem::now() + retryPause_);
+}
+
 // --- Helpers.
 
 bool IntfStatusOperStatusSm::wanted(Sulvi::IntfId intfId, Told& told) const {
@@ -90,8 +104,16 @@ bool IntfStatusOperStatusSm::wanted(Sulvi::IntfId intfId, Told& told) const {
 int IntfStatusOperStatusSm::tell(Sulvi::IntfId intfId, Told const& told) {
    told_.erase(intfId);
    int const error = kosm_->doSetOperState(told.deviceName, told.operStatus, told.netNsName);
-   if (error == 0)
+   if (error == 0) {
       told_.findOrInsert(intfId, [&] { return told; });
+      refused_.erase(intfId);
+      return 0;
+   }
+   refused_.findOrInsert(intfId, [] { return true; });
+   if (kemClock_.timeMin() == Kem::never) {
+      retryPause_ = firstRetry;
+      kemClock_.timeMinIs(Kem::now() + retryPause_);
+   }
    return error;
 }
 

@@ -6,8 +6,9 @@
 //
 // An interface takes part while it is in both directories and has a device. The kernel gets its state when
 // something of the three changes, and when the namespace is made; a state that it has taken is not sent
-// again. One that it refused is sent again with the next of these events. An interface that leaves a
-// directory is left in the state that its device has.
+// again. One that it refused is sent again with the next of these events, and otherwise firstRetry later, then
+// after twice the time, lastRetry at most. An interface that leaves a directory is left in the state that its
+// device has.
 //
 // The kernel changes the state of a device when its carrier changes or it is switched on. This machine
 // isn't notified of that; whoever switches devices calls doSyncIntfStatus, which always sends the state to
@@ -16,6 +17,8 @@
 // The agent owns it, through Root. It writes no record.
 #pragma once
 
+#include "Kem/Activity.h"
+#include "Kem/Clock.h"
 #include "Kem/StateMachine.h"
 #include "KernelOperState/KernelOperStateManager.h"
 #include "records/Interface/IntfStatus.h"
@@ -33,6 +36,9 @@ namespace KernelOperState {
 
 class IntfStatusOperStatusSm final : public Kem::StateMachine {
   public:
+   static constexpr Kem::Seconds firstRetry = 1.0;
+   static constexpr Kem::Seconds lastRetry = 64.0;
+
    // Its reactors run in the one loop of the process, which is the activity. `netNsCollection` may be null;
    // the directories may be null, and then no interface takes part.
    IntfStatusOperStatusSm(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity,
@@ -75,12 +81,18 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
       void onNetNsByName(Sulvi::NamespaceName const& netNs) override { sm.handleNetNs(netNs); }
       IntfStatusOperStatusSm& sm;
    };
+   struct KemClock final : Kem::Clock::NotifieeConst {
+      explicit KemClock(IntfStatusOperStatusSm& s) : NotifieeConst(Kem::ActivityFacility::clock()), sm(s) {}
+      void onTime() override { sm.handleRetry(); }
+      IntfStatusOperStatusSm& sm;
+   };
+   void handleRetry();
    void handleIntfStatus(Sulvi::IntfId intfId);
    void handleIntfStatusLocal(Sulvi::IntfId intfId);
    void handleNetNs(Sulvi::NamespaceName const& netNs);
    void handleChange(Sulvi::IntfId intfId);
    void forEachPart(Kem::PartVisitor const& visit) override {
-      visit(kemIntfStatusDir_, kemIntfStatusLocalDir_, kemNetNsCollection_, kemIntfStatus_,
+      visit(kemClock_, kemIntfStatusDir_, kemIntfStatusLocalDir_, kemNetNsCollection_, kemIntfStatus_,
             kemIntfStatusLocal_);
    }
 
@@ -98,7 +110,10 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
    Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir_;
    Kem::Ptr<KernelOperStateManager> kosm_;
    Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection_;
-   Kem::ValueMap<Sulvi::IntfId, Told> told_; // what the kernel took
+   Kem::ValueMap<Sulvi::IntfId, Told> told_;    // what the kernel took
+   Kem::ValueMap<Sulvi::IntfId, bool> refused_; // what it refused; the value is always true
+   Kem::Seconds retryPause_ = firstRetry;
+   KemClock kemClock_{*this};
    Kem::HashMap<KemIntfStatus, Sulvi::IntfId> kemIntfStatus_;
    Kem::HashMap<KemIntfStatusLocal, Sulvi::IntfId> kemIntfStatusLocal_;
    KemIntfStatusDir kemIntfStatusDir_{*this};

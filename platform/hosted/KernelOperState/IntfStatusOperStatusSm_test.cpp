@@ -198,4 +198,23 @@ TEST(KernelOperStateRoot, partsAreMadeOnceAndKept) {
    EXPECT_EQ(kernel.take(), ":vlan10=5;");
 }
 
+TEST_F(IntfStatusOperStatusSmTest, stateThatTheKernelRefusedIsSentAgainEachTimeLater) {
+   Kem::VirtualTime const time;
+   startWithInterface();
+   kernel.error = ENOBUFS;
+   status->operStatusIs(IntfOperStatus::intfOperDown);
+   EXPECT_EQ(settled(), ":vlan10=5;");
+   Kem::activityManager()->advance(0.9);
+   EXPECT_EQ(kernel.take(), "");
+   Kem::activityManager()->advance(0.1);
+   EXPECT_EQ(kernel.take(), ":vlan10=5;");
+   Kem::activityManager()->advance(1.9);
+   EXPECT_EQ(kernel.take(), "");
+   kernel.error = 0;
+   Kem::activityManager()->advance(0.1);
+   EXPECT_EQ(kernel.take(), ":vlan10=5;");
+   Kem::activityManager()->advance(1000);
+   EXPECT_EQ(kernel.take(), "");
+}
+
 } // namespace

@@ -36,6 +36,8 @@ class Kernel {
    // The number that tells the namespace from any other one that has or had the name; 0 when the name leads to
    // none.
    virtual uint64_t netNsInode(Sulvi::NamespaceName const& netNs) = 0;
+   // Ends the process: the end that its logic asks for when a device can't be switched. A test's kernel throws.
+   [[noreturn]] virtual void exitProcess(int status) = 0;
    // A route channel in a namespace, which is subscribed to groups such as RTMGRP_LINK. Null with errno where
    // that isn't possible.
    virtual std::unique_ptr<Channel> channel(Sulvi::NamespaceName const& netNs, uint32_t groups) = 0;

@@ -4,6 +4,7 @@
 #include "Sulvi/SocketAt.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -63,6 +64,10 @@ uint64_t LinuxKernel::netNsInode(Sulvi::NamespaceName const& netNs) {
    uint64_t const inode = fstat(fd, &status) == 0 ? status.st_ino : 0;
    ::close(fd);
    return inode;
+}
+
+void LinuxKernel::exitProcess(int status) {
+   std::exit(status);
 }
 
 std::unique_ptr<Channel> LinuxKernel::channel(Sulvi::NamespaceName const& netNs, uint32_t groups) {

@@ -35,6 +35,12 @@ class FakeKernel final : public Kernel {
       Blocked() : runtime_error("recvmsg waits for what never comes") {}
    };
 
+   // Raised where the process would have ended.
+   struct Exited : std::runtime_error {
+      explicit Exited(int s) : runtime_error("the process ends"), status(s) {}
+      int status;
+   };
+
    struct Device {
       std::string name;
       std::string kind; // "vlan", "dummy", "bridge" ...; empty for the loopback device
@@ -102,6 +108,7 @@ class FakeKernel final : public Kernel {
    int getnsByName(Sulvi::NamespaceName const& netNs, int nsType) override;
    int close(int fd) override;
    uint64_t netNsInode(Sulvi::NamespaceName const& netNs) override;
+   [[noreturn]] void exitProcess(int status) override { throw Exited(status); }
    std::unique_ptr<Channel> channel(Sulvi::NamespaceName const& netNs, uint32_t groups) override;
 
   private:
