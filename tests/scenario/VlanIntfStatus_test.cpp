@@ -103,6 +103,15 @@ TEST_F(VlanIntfStatusTest, recordsThatAreMadeAgainCount) {
    EXPECT_EQ(operStatus(10), "intfOperUp");
    bridge.erase(config(10));
    EXPECT_EQ(operStatus(10), "intfOperUnknown");
+   bridge.set(config(10), "{}");
+   EXPECT_EQ(operStatus(10), "intfOperUp") << "what the reference leads to is there again";
+   bridge.set(config(10) + ".enabled", "false");
+   EXPECT_EQ(operStatus(10), "intfOperDown");
+   int const before = changes(10);
+   bridge.killAgent();
+   bridge.startAgent();
+   EXPECT_EQ(operStatus(10), "intfOperDown");
+   EXPECT_EQ(changes(10), before);
 }
 
 TEST_F(VlanIntfStatusTest, nameThatIsNoVlanInterfaceDisturbsNobody) {

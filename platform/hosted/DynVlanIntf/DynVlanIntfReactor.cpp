@@ -25,12 +25,13 @@ DynVlanIntfReactor::DynVlanIntfReactor(Kem::Ptr<Kem::Dir const> dynVlanIntfDir,
 }
 
 void DynVlanIntfReactor::handleInitialized() {
-   initializedIs(true);
    handleSource();
    // What a list that isn't new holds beyond that.
    for (auto const& [intfId, config] : dynVlanIntfList_->intfConfig())
       if (!dynVlanIntfConfigPrioritySm_.contains(intfId))
          dynVlanIntfList_->intfConfigDel(Sulvi::IntfId(intfId));
+   // From here on answers are written: with all sources known, each once.
+   initializedIs(true);
    handleErrorDir();
 }
 

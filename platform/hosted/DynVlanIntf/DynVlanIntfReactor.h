@@ -85,7 +85,7 @@ class DynVlanIntfReactor final : public Kem::StateMachine {
    void winnerSync(Sulvi::IntfId intfId, Change&& change);
    void listSync(Sulvi::IntfId intfId, DynVlanIntfConfigPrioritySm const& sources);
    Kem::String8 winnerOf(Sulvi::IntfId intfId) const; // empty when there is none
-   bool writesErrors() const { return !standbyMode_ && dynVlanIntfErrorDir_; }
+   bool writesErrors() const { return initialized() && !standbyMode_ && dynVlanIntfErrorDir_; }
    bool isError(DynVlanIntfConfigSm const& source, Sulvi::IntfId intfId) const;
 
    Kem::Ptr<Kem::Dir const> const dynVlanIntfDir_;

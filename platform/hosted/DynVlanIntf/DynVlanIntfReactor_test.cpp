@@ -321,6 +321,25 @@ TEST_F(DynVlanIntfTest, answersOfThePreviousRunAreKeptOrCorrected) {
    EXPECT_EQ(answers("a"), (Answers{{"Vlan10", false}}));
 }
 
+TEST_F(DynVlanIntfTest, restartWritesNoAnswerThatIsThereAlready) {
+   struct KemAnswers final : DynVlanIntfErrorDir::NotifieeConst {
+      KemAnswers() : NotifieeConst(this) {}
+      void onIntfConfigError() override { ++count; }
+      unsigned count = 0;
+   };
+   source("a", 1)->intfConfigIs("Vlan10");
+   source("b", 2)->intfConfigIs("Vlan10");
+   start();
+   EXPECT_EQ(answers("a"), (Answers{{"Vlan10", true}}));
+   KemAnswers ofA;
+   ofA.notifierIs(errorDir->entity<DynVlanIntfErrorDir>("a"));
+   sm = nullptr;
+   list = Vorn::DynVlanIntfList::make(); // it is the process's own
+   start();
+   EXPECT_EQ(answers("a"), (Answers{{"Vlan10", true}}));
+   EXPECT_EQ(ofA.count, 0u) << "not as if it had won before its rival was known";
+}
+
 TEST_F(DynVlanIntfTest, answersThatSomebodyTakesAwayAreWrittenAgain) {
    source("a")->intfConfigIs("Vlan10");
    start();
@@ -381,6 +400,7 @@ TEST_F(DynVlanIntfTest, whatChangedWhileNothingWasDeliveredIsLookedUp) {
       a->priorityIs(9);
       auto const ofA = a->intfConfigIs("Vlan12");
       source("c", 5)->intfConfigIs("Vlan12");
+      a->intfConfigIs("Vlan13");
       run();
       EXPECT_FALSE(winner("Vlan12"));
       asZombie ? sm->kemDoZombieReactors(false) : sm->hasNotificationActiveIs(true);
@@ -388,10 +408,18 @@ TEST_F(DynVlanIntfTest, whatChangedWhileNothingWasDeliveredIsLookedUp) {
       EXPECT_FALSE(winner("Vlan10"));
       EXPECT_FALSE(winner("Vlan11"));
       EXPECT_EQ(winner("Vlan12"), ofA);
-      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}}));
+      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}, {"Vlan13", false}}));
       EXPECT_EQ(answers("c"), (Answers{{"Vlan12", true}}));
+
+      asZombie ? sm->kemDoZombieReactors(true) : sm->hasNotificationActiveIs(false);
+      list->intfConfigErrorIs("Vlan13", true);
+      run();
+      asZombie ? sm->kemDoZombieReactors(false) : sm->hasNotificationActiveIs(true);
+      run();
+      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}, {"Vlan13", true}}));
       // Back to the beginning.
       a->intfConfigDel("Vlan12");
+      a->intfConfigDel("Vlan13");
       dir->entityPtrDel("c");
       a->priorityIs(1);
       a->intfConfigIs("Vlan10");
