@@ -1,5 +1,5 @@
-// The status of VLAN interfaces through the database and the real agent. The test plays the interface manager, which
-// makes the status records, and spanning tree, which says which ports forward.
+// The status of VLAN interfaces through the database and the real agent. The test plays the interface
+// manager, which makes the status records, and spanning tree, which says which ports forward.
 #include "Subscriber.h"
 #include "Switch.h"
 

@@ -109,7 +109,8 @@ void DynVlanIntfReactor::rankIs(SourcePriorityPair const& before, SourcePriority
    });
 }
 
-// Makes the change, and then the list and the answers of those whom it concerns: who won before, and who wins now.
+// Makes the change, and then the list and the answers of those whom it concerns: who won before, and who wins
+// now.
 template <class Change>
 void DynVlanIntfReactor::winnerSync(Sulvi::IntfId intfId, Change&& change) {
    auto& sources = dynVlanIntfConfigPrioritySm_[intfId];

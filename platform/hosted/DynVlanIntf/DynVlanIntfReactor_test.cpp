@@ -54,13 +54,15 @@ struct DynVlanIntfTest : testing::Test {
    }
    ConfigPtr winner(char const* name) const { return list->intfConfig(name); }
    // What the source reads of its interfaces.
-   Answers answers(Kem::Name const& name) const {
+   Answers answers(Kem::Name const& name) const { return answersIn(*errorDir, name); }
+   static Answers answersIn(Kem::Dir const& where, Kem::Name const& name) {
       Answers found;
-      if (auto const errors = errorDir->entity<DynVlanIntfErrorDir>(name))
+      if (auto const errors = where.entity<DynVlanIntfErrorDir>(name))
          errors->intfConfigError().forEach(
              [&](Sulvi::IntfId intfId, bool isError) { found[intfId.stringValue().str()] = isError; });
       return found;
    }
+   // Who has an entity of answers.
    std::vector<std::string> answered() const {
       std::vector<std::string> names;
       for (auto const& [name, entity] : errorDir->entities())
@@ -462,10 +464,10 @@ struct DynVlanIntfHistoryTest : DynVlanIntfTest, testing::WithParamInterface<uns
          standing->intfConfigIs(intfId);
       }
    }
-   std::map<std::string, Answers> allAnswers() const {
+   static std::map<std::string, Answers> allAnswers(Kem::Dir const& where) {
       std::map<std::string, Answers> all;
-      for (auto const& name : answered())
-         all[name] = answers(name);
+      for (auto const& [name, entity] : where.entities())
+         all[name.str()] = answersIn(where, name);
       return all;
    }
    static std::map<std::string, ConfigPtr> winners(Vorn::DynVlanIntfList const& list) {
@@ -493,11 +495,9 @@ TEST_P(DynVlanIntfHistoryTest, endsAsAFreshStartWouldBegin) {
       ASSERT_EQ(winners(*list), winners(*freshList)) << "round " << round;
       if (sm->standbyMode())
          continue;
-      auto const before = allAnswers();
-      std::swap(errorDir, const_cast<Kem::Ptr<Kem::Dir>&>(freshErrors));
-      ASSERT_EQ(allAnswers(), before) << "round " << round;
-      std::swap(errorDir, const_cast<Kem::Ptr<Kem::Dir>&>(freshErrors));
-      for (auto const& [name, ofName] : before)
+      auto const all = allAnswers(*errorDir);
+      ASSERT_EQ(all, allAnswers(*freshErrors)) << "round " << round;
+      for (auto const& [name, ofName] : all)
          for (auto const& [intf, isError] : ofName)
             contested += isError && list->intfConfig(intf);
    }
