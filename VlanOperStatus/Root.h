@@ -12,8 +12,8 @@ class Root final : public Kem::StateMachine {
    Kem::Name const& name() const { return name_; }
 
    Kem::Ptr<VlanOperStatusSm> const& vlanOperStatusSm() const { return vlanOperStatusSm_; } // null until made
-   // Makes the machine, and has it decide everything; or returns the existing one. One that has another input raises
-   // a range exception that names the input.
+   // Makes the machine, and has it decide everything; or returns the existing one. One that has another input
+   // raises a range exception that names the input.
    Kem::Ptr<VlanOperStatusSm> vlanOperStatusSmIs(VlanOperStatusInputs const& inputs);
 
   private:

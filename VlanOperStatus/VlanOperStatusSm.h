@@ -1,14 +1,15 @@
 // Decides the operational status of every VLAN interface, and writes operStatus and operStatusChange into its
 // status record. Vorn/Rules/VlanIntfStatus.h has the table that decides; here is what has it asked again.
 //
-// There is no state besides the reactors: each evaluation reads the records as they are, so after any history the
-// status is what a machine that starts on the same records would write. Repeated, it changes nothing.
+// There is no state besides the reactors: each evaluation reads the records as they are, so after any history
+// the status is what a machine that starts on the same records would write. Repeated, it changes nothing.
 //
-// The status record, and its reference to a configuration, are others' work. A referred record that has left its
-// directory, before the one in charge of the reference says so, stands for the one that is configured under the name
-// now: for the reference as others read it in the state tree.
+// The status record, and its reference to a configuration, are others' work. A referred record that has left
+// its directory, before the one in charge of the reference says so, stands for the one that is configured
+// under the name now: for the reference as others read it in the state tree.
 //
-// A status record whose name is none of a VLAN interface ("Vlan0", "Vlan4095") is named in the trace and left alone.
+// A status record whose name is none of a VLAN interface ("Vlan0", "Vlan4095") is named in the trace and left
+// alone.
 //
 // Only an active supervisor has it. Root owns it; nothing deletes it.
 #pragma once
@@ -49,8 +50,8 @@ class VlanOperStatusSm final : public Kem::StateMachine {
    VlanOperStatusInputs const& inputs() const { return in_; }
    // "Vlan" and the number.
    static Sulvi::IntfId vlanIntfNameFromVlanId(Bridging::VlanId vlanId);
-   // The configuration under that name that is watched: the static one, or else the dynamic one; null when there is
-   // neither.
+   // The configuration under that name that is watched: the static one, or else the dynamic one; null when
+   // there is neither.
    Kem::Ptr<Interface::VlanIntfConfig const> vlanIntfConfig(Sulvi::IntfId intfId) const;
 
    // Decides one interface. Nothing without a status record. One whose name has no VLAN number raises

@@ -363,6 +363,15 @@ TEST_F(VlanOperStatusTest, configurationThatOnlyTheStatusRefersToIsFollowedToo) 
    dynamic->autoStateIs(true);
    run();
    EXPECT_THAT(trace.take(), testing::IsEmpty()) << "nobody refers to it any more";
+
+   statusDir->intfStatus("Vlan10")->intfConfigIs(dynamic);
+   run();
+   statusDir->intfStatusDel("Vlan10");
+   run();
+   trace.take();
+   dynamic->autoStateIs(false);
+   run();
+   EXPECT_THAT(trace.take(), testing::IsEmpty()) << "it went with the status record";
 }
 
 // --- Status records and VLANs.

@@ -75,8 +75,8 @@ VlanIntfFacts vlanIntfFacts(Interface::IntfConfig const* config, Bridging::VlanI
                             Bridging::VlanStatusDir const* vlanStatusDir,
                             PrivateVlanLib::LibState const* libState,
                             Interface::AllVlanIntfAutoState const* allVlanIntfAutoState) {
-   // The reference may lead to any kind of configuration: one that isn't a VLAN interface's has no autostate, and
-   // the default holds.
+   // The reference may lead to any kind of configuration: one that isn't a VLAN interface's has no autostate,
+   // and the default holds.
    auto const* const vlanIntfConfig = dynamic_cast<Interface::VlanIntfConfig const*>(config);
    return {
        .hasConfig = config != nullptr,

@@ -45,16 +45,17 @@ struct VlanIntfFacts {
 
 VlanIntfRow vlanIntfRow(VlanIntfFacts const& facts);
 Interface::IntfOperStatus operStatusOf(VlanIntfRow row);
-// The reason in words for operators, as the rest of a sentence that begins with the interface: "is shut down".
+// The reason in words for operators, as the rest of a sentence that begins with the interface: "is shut
+// down".
 char const* reasonOf(VlanIntfRow row);
 
-// Whether the VLAN has a forwarding port other than "Cpu". Ports count by being listed, whatever their value. False
-// without a record of the VLAN.
+// Whether the VLAN has a forwarding port other than "Cpu". Ports count by being listed, whatever their value.
+// False without a record of the VLAN.
 bool isVlanForwardable(Bridging::VlanStatusDir const& vlanStatusDir, Bridging::VlanId vlanId);
 
-// The facts of a VLAN interface whose VLAN has that number, from the records. `config` is what its status record
-// refers to. Anything may be null; without `allVlanIntfAutoState` autostate is on, and without `libState` no VLAN is a
-// secondary one.
+// The facts of a VLAN interface whose VLAN has that number, from the records. `config` is what its status
+// record refers to. Anything may be null; without `allVlanIntfAutoState` autostate is on, and without
+// `libState` no VLAN is a secondary one.
 VlanIntfFacts vlanIntfFacts(Interface::IntfConfig const* config, Bridging::VlanId vlanId,
                             Bridging::VlanStatusDir const* vlanStatusDir,
                             PrivateVlanLib::LibState const* libState,

@@ -207,6 +207,16 @@ TEST_F(VornAgentTest, factoryHandsOverTheOneReference) {
    EXPECT_STREQ(agent->fwkType(), "Vorn::Agent");
    EXPECT_STREQ(agent->attributeString(1), "standbyMode");
    EXPECT_EQ(agent->attributeString(200), nullptr);
+   std::vector<std::string> names;
+   while (char const* const name = agent->attributeString(static_cast<Kem::AttrId>(names.size())))
+      names.emplace_back(name);
+   auto const isFollowedBy = [&](char const* name, char const* next) {
+      auto const at = std::find(names.begin(), names.end(), name);
+      return at != names.end() && at + 1 != names.end() && at[1] == next;
+   };
+   EXPECT_TRUE(isFollowedBy("dynVlanIntfList", "dynVlanIntfSm"));
+   EXPECT_TRUE(isFollowedBy("kernelOperStateRoot", "vlanOperStatusRoot"));
+   EXPECT_TRUE(isFollowedBy("vlanOperStatusRoot", "linkFlapRoot"));
 }
 
 // --- Fabric device.

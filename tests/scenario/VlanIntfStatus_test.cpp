@@ -1,5 +1,5 @@
-// The status of VLAN interfaces through the database and the real agent. The test plays the interface manager, which
-// makes the status records, and spanning tree, which says which ports forward.
+// The status of VLAN interfaces through the database and the real agent. The test plays the interface
+// manager, which makes the status records, and spanning tree, which says which ports forward.
 #include "Subscriber.h"
 #include "Switch.h"
 
@@ -103,6 +103,15 @@ TEST_F(VlanIntfStatusTest, recordsThatAreMadeAgainCount) {
    EXPECT_EQ(operStatus(10), "intfOperUp");
    bridge.erase(config(10));
    EXPECT_EQ(operStatus(10), "intfOperUnknown");
+   bridge.set(config(10), "{}");
+   EXPECT_EQ(operStatus(10), "intfOperUp") << "what the reference leads to is there again";
+   bridge.set(config(10) + ".enabled", "false");
+   EXPECT_EQ(operStatus(10), "intfOperDown");
+   int const before = changes(10);
+   bridge.killAgent();
+   bridge.startAgent();
+   EXPECT_EQ(operStatus(10), "intfOperDown");
+   EXPECT_EQ(changes(10), before);
 }
 
 TEST_F(VlanIntfStatusTest, nameThatIsNoVlanInterfaceDisturbsNobody) {

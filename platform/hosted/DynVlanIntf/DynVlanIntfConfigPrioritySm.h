@@ -1,5 +1,5 @@
-// One VLAN interface that dynamic sources ask for: who they are, by rank, and whose configuration wins. Owned by
-// DynVlanIntfReactor, as long as somebody asks for the interface.
+// One VLAN interface that dynamic sources ask for: who they are, by rank, and whose configuration wins. Owned
+// by DynVlanIntfReactor, as long as somebody asks for the interface.
 #pragma once
 
 #include "DynVlanIntf/SourcePriorityPair.h"

@@ -1,8 +1,8 @@
-// One dynamic source of VLAN interfaces: says to its parent which interfaces the source asks for, with which record
-// and which rank.
+// One dynamic source of VLAN interfaces: says to its parent which interfaces the source asks for, with which
+// record and which rank.
 //
-// An interface whose name is none of a VLAN interface ("Vlan0", "Vlan4095", "Ethernet1") is named in the trace and asked
-// for in vain.
+// An interface whose name is none of a VLAN interface ("Vlan0", "Vlan4095", "Ethernet1") is named in the
+// trace and asked for in vain.
 //
 // Owned by DynVlanIntfReactor, which takes it out of its table before it tears it down.
 #pragma once

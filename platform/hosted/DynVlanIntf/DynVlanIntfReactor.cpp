@@ -25,12 +25,13 @@ DynVlanIntfReactor::DynVlanIntfReactor(Kem::Ptr<Kem::Dir const> dynVlanIntfDir,
 }
 
 void DynVlanIntfReactor::handleInitialized() {
-   initializedIs(true);
    handleSource();
    // What a list that isn't new holds beyond that.
    for (auto const& [intfId, config] : dynVlanIntfList_->intfConfig())
       if (!dynVlanIntfConfigPrioritySm_.contains(intfId))
          dynVlanIntfList_->intfConfigDel(Sulvi::IntfId(intfId));
+   // From here on answers are written: with all sources known, each once.
+   initializedIs(true);
    handleErrorDir();
 }
 
@@ -108,7 +109,8 @@ void DynVlanIntfReactor::rankIs(SourcePriorityPair const& before, SourcePriority
    });
 }
 
-// Makes the change, and then the list and the answers of those whom it concerns: who won before, and who wins now.
+// Makes the change, and then the list and the answers of those whom it concerns: who won before, and who wins
+// now.
 template <class Change>
 void DynVlanIntfReactor::winnerSync(Sulvi::IntfId intfId, Change&& change) {
    auto& sources = dynVlanIntfConfigPrioritySm_[intfId];

@@ -13,8 +13,9 @@
 //    interface/inputError/dynvlanintf/NAME   for each interface that the source asks for, whether it is not
 //                                            configured as the source asked
 //
-// The answer is true where another source wins, where a static configuration does, and where the name is none of a VLAN
-// interface. The entity of answers comes and goes with the source; one that no source has goes, also at the start.
+// The answer is true where another source wins, where a static configuration does, and where the name is none
+// of a VLAN interface. The entity of answers comes and goes with the source; one that no source has goes,
+// also at the start.
 //
 // A standby supervisor keeps the list and writes no answers: those are the active one's. The agent owns it.
 #pragma once
@@ -85,7 +86,7 @@ class DynVlanIntfReactor final : public Kem::StateMachine {
    void winnerSync(Sulvi::IntfId intfId, Change&& change);
    void listSync(Sulvi::IntfId intfId, DynVlanIntfConfigPrioritySm const& sources);
    Kem::String8 winnerOf(Sulvi::IntfId intfId) const; // empty when there is none
-   bool writesErrors() const { return !standbyMode_ && dynVlanIntfErrorDir_; }
+   bool writesErrors() const { return initialized() && !standbyMode_ && dynVlanIntfErrorDir_; }
    bool isError(DynVlanIntfConfigSm const& source, Sulvi::IntfId intfId) const;
 
    Kem::Ptr<Kem::Dir const> const dynVlanIntfDir_;

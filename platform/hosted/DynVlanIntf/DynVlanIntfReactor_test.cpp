@@ -54,13 +54,15 @@ struct DynVlanIntfTest : testing::Test {
    }
    ConfigPtr winner(char const* name) const { return list->intfConfig(name); }
    // What the source reads of its interfaces.
-   Answers answers(Kem::Name const& name) const {
+   Answers answers(Kem::Name const& name) const { return answersIn(*errorDir, name); }
+   static Answers answersIn(Kem::Dir const& where, Kem::Name const& name) {
       Answers found;
-      if (auto const errors = errorDir->entity<DynVlanIntfErrorDir>(name))
+      if (auto const errors = where.entity<DynVlanIntfErrorDir>(name))
          errors->intfConfigError().forEach(
              [&](Sulvi::IntfId intfId, bool isError) { found[intfId.stringValue().str()] = isError; });
       return found;
    }
+   // Who has an entity of answers.
    std::vector<std::string> answered() const {
       std::vector<std::string> names;
       for (auto const& [name, entity] : errorDir->entities())
@@ -321,6 +323,25 @@ TEST_F(DynVlanIntfTest, answersOfThePreviousRunAreKeptOrCorrected) {
    EXPECT_EQ(answers("a"), (Answers{{"Vlan10", false}}));
 }
 
+TEST_F(DynVlanIntfTest, restartWritesNoAnswerThatIsThereAlready) {
+   struct KemAnswers final : DynVlanIntfErrorDir::NotifieeConst {
+      KemAnswers() : NotifieeConst(this) {}
+      void onIntfConfigError() override { ++count; }
+      unsigned count = 0;
+   };
+   source("a", 1)->intfConfigIs("Vlan10");
+   source("b", 2)->intfConfigIs("Vlan10");
+   start();
+   EXPECT_EQ(answers("a"), (Answers{{"Vlan10", true}}));
+   KemAnswers ofA;
+   ofA.notifierIs(errorDir->entity<DynVlanIntfErrorDir>("a"));
+   sm = nullptr;
+   list = Vorn::DynVlanIntfList::make(); // it is the process's own
+   start();
+   EXPECT_EQ(answers("a"), (Answers{{"Vlan10", true}}));
+   EXPECT_EQ(ofA.count, 0u) << "not as if it had won before its rival was known";
+}
+
 TEST_F(DynVlanIntfTest, answersThatSomebodyTakesAwayAreWrittenAgain) {
    source("a")->intfConfigIs("Vlan10");
    start();
@@ -381,6 +402,7 @@ TEST_F(DynVlanIntfTest, whatChangedWhileNothingWasDeliveredIsLookedUp) {
       a->priorityIs(9);
       auto const ofA = a->intfConfigIs("Vlan12");
       source("c", 5)->intfConfigIs("Vlan12");
+      a->intfConfigIs("Vlan13");
       run();
       EXPECT_FALSE(winner("Vlan12"));
       asZombie ? sm->kemDoZombieReactors(false) : sm->hasNotificationActiveIs(true);
@@ -388,10 +410,18 @@ TEST_F(DynVlanIntfTest, whatChangedWhileNothingWasDeliveredIsLookedUp) {
       EXPECT_FALSE(winner("Vlan10"));
       EXPECT_FALSE(winner("Vlan11"));
       EXPECT_EQ(winner("Vlan12"), ofA);
-      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}}));
+      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}, {"Vlan13", false}}));
       EXPECT_EQ(answers("c"), (Answers{{"Vlan12", true}}));
+
+      asZombie ? sm->kemDoZombieReactors(true) : sm->hasNotificationActiveIs(false);
+      list->intfConfigErrorIs("Vlan13", true);
+      run();
+      asZombie ? sm->kemDoZombieReactors(false) : sm->hasNotificationActiveIs(true);
+      run();
+      EXPECT_EQ(answers("a"), (Answers{{"Vlan12", false}, {"Vlan13", true}}));
       // Back to the beginning.
       a->intfConfigDel("Vlan12");
+      a->intfConfigDel("Vlan13");
       dir->entityPtrDel("c");
       a->priorityIs(1);
       a->intfConfigIs("Vlan10");
@@ -434,10 +464,10 @@ struct DynVlanIntfHistoryTest : DynVlanIntfTest, testing::WithParamInterface<uns
          standing->intfConfigIs(intfId);
       }
    }
-   std::map<std::string, Answers> allAnswers() const {
+   static std::map<std::string, Answers> allAnswers(Kem::Dir const& where) {
       std::map<std::string, Answers> all;
-      for (auto const& name : answered())
-         all[name] = answers(name);
+      for (auto const& [name, entity] : where.entities())
+         all[name.str()] = answersIn(where, name);
       return all;
    }
    static std::map<std::string, ConfigPtr> winners(Vorn::DynVlanIntfList const& list) {
@@ -465,11 +495,9 @@ TEST_P(DynVlanIntfHistoryTest, endsAsAFreshStartWouldBegin) {
       ASSERT_EQ(winners(*list), winners(*freshList)) << "round " << round;
       if (sm->standbyMode())
          continue;
-      auto const before = allAnswers();
-      std::swap(errorDir, const_cast<Kem::Ptr<Kem::Dir>&>(freshErrors));
-      ASSERT_EQ(allAnswers(), before) << "round " << round;
-      std::swap(errorDir, const_cast<Kem::Ptr<Kem::Dir>&>(freshErrors));
-      for (auto const& [name, ofName] : before)
+      auto const all = allAnswers(*errorDir);
+      ASSERT_EQ(all, allAnswers(*freshErrors)) << "round " << round;
+      for (auto const& [name, ofName] : all)
          for (auto const& [intf, isError] : ofName)
             contested += isError && list->intfConfig(intf);
    }

@@ -1,5 +1,5 @@
-// The rank of a dynamic source among those that ask for one VLAN interface: the greatest priority wins, and among
-// equals the greatest name, bytewise. 0 takes part. No two sources are equal, since names are unique.
+// The rank of a dynamic source among those that ask for one VLAN interface: the greatest priority wins, and
+// among equals the greatest name, bytewise. 0 takes part. No two sources are equal, since names are unique.
 #pragma once
 
 #include "Kem/String.h"
