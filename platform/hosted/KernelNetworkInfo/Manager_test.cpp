@@ -395,11 +395,13 @@ TEST_F(RealKernelTest, afterAThousandOverrunsTheViewIsThatOfAFreshDump) {
    auto const& channel = *owned;
    manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, std::move(owned));
    for (int round = 0; round < 1000; ++round) {
-      auto const name = "left" + std::to_string(round % 7);
-      if (if_nametoindex(name.c_str()))
-         ASSERT_EQ(ns.remove(name.c_str()), 0);
-      else
-         ASSERT_EQ(ns.pairIs(name.c_str(), ("right" + std::to_string(round % 7)).c_str()), 0);
+      // To delete devices takes the kernel long, so most rounds only rename one.
+      if (round % 50 == 0) {
+         ASSERT_EQ(ns.pairIs("left1", "right1"), 0);
+      } else if (round % 50 == 25) {
+         ASSERT_EQ(ns.remove("left1"), 0);
+      }
+      ASSERT_EQ(round % 2 == 0 ? ns.rename("left0", "other0") : ns.rename("other0", "left0"), 0);
       for (int i = 0; i < 5; ++i)
          ASSERT_EQ(ns.upIs("lo", (round + i) % 2 == 0), 0);
       run();

@@ -3,6 +3,7 @@
 #include "Kem/TestTrace.h"
 #include "KernelOperState/TestKernel.h"
 #include "Netlink/TestNamespace.h"
+#include "NetlinkTesting/FakeKernel.h"
 
 #include <gtest/gtest.h>
 
@@ -64,6 +65,21 @@ TEST(KernelOperStateManager, nameThatIsNoDeviceIsNotAskedFor) {
    EXPECT_EQ(kernel.take(), "");
    kosm->doSetOperState("fifteen-bytes-a", IntfOperStatus::intfOperUp);
    EXPECT_EQ(kernel.take(), ":fifteen-bytes-a=6;");
+}
+
+TEST(KernelOperStateManager, ownChannelsAreThoseOfTheKernelInUse) {
+   Netlink::FakeKernel kernel;
+   KernelOperStateManager kosm;
+   kernel.namespaceIs("red");
+   kernel.deviceIs("vlan10", "dummy", "red");
+   kernel.deviceIs("vlan11");
+   EXPECT_EQ(kosm.doSetOperState("vlan10", IntfOperStatus::intfOperDormant, "red"), 0);
+   EXPECT_EQ(kernel.findDevice("vlan10", "red")->operState, IF_OPER_DORMANT);
+   EXPECT_EQ(kosm.doSetOperState("vlan11", IntfOperStatus::intfOperTesting), 0);
+   EXPECT_EQ(kernel.findDevice("vlan11")->operState, IF_OPER_TESTING);
+   EXPECT_EQ(kosm.doSetOperState("vlan10", IntfOperStatus::intfOperUp), ENODEV);
+   kernel.fail("answer", ENOMEM);
+   EXPECT_EQ(kosm.doSetOperState("vlan11", IntfOperStatus::intfOperUp), ENOMEM);
 }
 
 // --- With the kernel of this machine.

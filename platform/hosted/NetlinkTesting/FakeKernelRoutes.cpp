@@ -109,6 +109,8 @@ int FakeKernel::newLink(uint64_t netNs, std::string_view payload) {
       return ERANGE;
    if (!isDeviceName(name))
       return EINVAL;
+   if (kind == "vlan" && has8021q_ && vlanId && *vlanId >= 4095)
+      return ERANGE;
    // Linux looks for the name where the request came from, and again where the device is to be.
    if (find(netNs, name))
       return EEXIST;
@@ -123,8 +125,6 @@ int FakeKernel::newLink(uint64_t netNs, std::string_view payload) {
    }
    if (!vlanId || !baseIndex)
       return EINVAL;
-   if (*vlanId >= 4095)
-      return ERANGE;
    Device* base = nullptr;
    for (auto const& [deviceName, device] : namespaces_[netNs].devices)
       if (device->index == static_cast<int>(*baseIndex))
