@@ -11,7 +11,9 @@ namespace Vorn {
 
 enum VlanCreateStatus : uint8_t {
    VlanCreated = 0,
-   VlanExists = 1,      // a device of that name, or the base has a device for that VLAN id
+   // A device of that name is in the namespace of the process or in that of the new device, or the base has a
+   // device for that VLAN id, anywhere.
+   VlanExists = 1,
    VlanNoBase = 2,      // the base device has no index
    VlanNoNamespace = 3, // the namespace for the device can't be opened
    VlanRefused = 4,     // any other error

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <linux/if_vlan.h>
-#include <linux/sockios.h>
 
 namespace Netlink {
 
@@ -18,29 +16,6 @@ namespace {
 
 std::string keyOf(Sulvi::NamespaceName const& netNs) {
    return netNs.isDefault() ? std::string() : netNs.stringValue().str();
-}
-
-std::string vlanCommandName(int command) {
-   static constexpr char const* names[] = {"ADD_VLAN_CMD",
-                                           "DEL_VLAN_CMD",
-                                           "SET_VLAN_INGRESS_PRIORITY_CMD",
-                                           "SET_VLAN_EGRESS_PRIORITY_CMD",
-                                           "GET_VLAN_INGRESS_PRIORITY_CMD",
-                                           "GET_VLAN_EGRESS_PRIORITY_CMD",
-                                           "SET_VLAN_NAME_TYPE_CMD",
-                                           "SET_VLAN_FLAG_CMD",
-                                           "GET_VLAN_REALDEV_NAME_CMD",
-                                           "GET_VLAN_VID_CMD"};
-   return command >= 0 && command < static_cast<int>(std::size(names)) ? names[command] : "VLAN_CMD";
-}
-
-std::string ioctlName(unsigned long request) {
-   static std::map<unsigned long, char const*> const names = {
-       {SIOCSIFVLAN, "SIOCSIFVLAN"},     {SIOCGIFFLAGS, "SIOCGIFFLAGS"},   {SIOCSIFFLAGS, "SIOCSIFFLAGS"},
-       {SIOCGIFHWADDR, "SIOCGIFHWADDR"}, {SIOCSIFHWADDR, "SIOCSIFHWADDR"}, {SIOCGIFMTU, "SIOCGIFMTU"},
-       {SIOCSIFMTU, "SIOCSIFMTU"},       {SIOCGIFINDEX, "SIOCGIFINDEX"},   {SIOCETHTOOL, "SIOCETHTOOL"}};
-   auto const at = names.find(request);
-   return at == names.end() ? "ioctl " + std::to_string(request) : at->second;
 }
 
 } // namespace

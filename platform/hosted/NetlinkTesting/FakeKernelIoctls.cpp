@@ -5,12 +5,40 @@
 #include <cstdio>
 #include <linux/ethtool.h>
 #include <linux/if_vlan.h>
+#include <linux/rtnetlink.h>
 #include <linux/sockios.h>
 #include <net/if_arp.h>
 
 namespace Netlink {
 
 using namespace FakeDetail;
+
+namespace {
+
+std::string vlanCommandName(int command) {
+   static constexpr char const* names[] = {"ADD_VLAN_CMD",
+                                           "DEL_VLAN_CMD",
+                                           "SET_VLAN_INGRESS_PRIORITY_CMD",
+                                           "SET_VLAN_EGRESS_PRIORITY_CMD",
+                                           "GET_VLAN_INGRESS_PRIORITY_CMD",
+                                           "GET_VLAN_EGRESS_PRIORITY_CMD",
+                                           "SET_VLAN_NAME_TYPE_CMD",
+                                           "SET_VLAN_FLAG_CMD",
+                                           "GET_VLAN_REALDEV_NAME_CMD",
+                                           "GET_VLAN_VID_CMD"};
+   return command >= 0 && command < static_cast<int>(std::size(names)) ? names[command] : "VLAN_CMD";
+}
+
+std::string ioctlName(unsigned long request) {
+   static std::map<unsigned long, char const*> const names = {
+       {SIOCSIFVLAN, "SIOCSIFVLAN"},     {SIOCGIFFLAGS, "SIOCGIFFLAGS"},   {SIOCSIFFLAGS, "SIOCSIFFLAGS"},
+       {SIOCGIFHWADDR, "SIOCGIFHWADDR"}, {SIOCSIFHWADDR, "SIOCSIFHWADDR"}, {SIOCGIFMTU, "SIOCGIFMTU"},
+       {SIOCSIFMTU, "SIOCSIFMTU"},       {SIOCGIFINDEX, "SIOCGIFINDEX"},   {SIOCETHTOOL, "SIOCETHTOOL"}};
+   auto const at = names.find(request);
+   return at == names.end() ? "ioctl " + std::to_string(request) : at->second;
+}
+
+} // namespace
 
 int FakeKernel::ioctl(int fd, unsigned long request, void* argument) {
    auto const name = ioctlName(request);

@@ -103,6 +103,20 @@ TEST_F(FakeKernelTest, aNamespaceLivesWhileASocketInItIsOpen) {
    EXPECT_EQ(errno, EINVAL);
 }
 
+// As Linux 6.1 does.
+TEST_F(FakeKernelTest, aNameIsTakenWhereTheRequestComesFromAndWhereTheDeviceIsToBe) {
+   kernel.namespaceIs("red");
+   EXPECT_EQ(vlanIs("vlan10", 10), 0);
+   EXPECT_EQ(vlanIs("vlan10", 11, "red"), EEXIST);
+   EXPECT_EQ(vlanIs("vlan11", 11, "red"), 0);
+   EXPECT_EQ(vlanIs("vlan11", 12), 0);
+   EXPECT_EQ(vlanIs("vlan11", 13, "red"), EEXIST);
+   EXPECT_EQ(vlanIs("vlan14", 11, "red"), EEXIST);
+   EXPECT_EQ(kernel.findDevice("vlan11", "red")->index, 2);
+   kernel.deviceDel("fabric");
+   EXPECT_EQ(kernel.describe(), "");
+}
+
 TEST_F(FakeKernelTest, vlanDevicesFollowTheirBase) {
    EXPECT_EQ(vlanIs("vlan10", 10), 0);
    EXPECT_EQ(mtuIs(fd, "vlan10", 1501), ERANGE);
