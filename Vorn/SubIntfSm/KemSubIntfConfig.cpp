@@ -144,8 +144,9 @@ void KemSubIntfConfig::doSetOperStatus() {
    auto const facts = subIntfFacts(*config_, sm_.hasBridgeMacAddr(), invalidCfg_, parentIntfStatus_.ptr(),
                                    kemSubIntfHwStatus_.notifier().ptr());
    auto const row = subIntfRow(facts);
-   KEM_TRACE(kemSubIntfTrace, 5,
-             intfId() << (row == SubIntfRow::notEnabled ? "" : " ") << subIntfTraceText(row, facts));
+   if (row != SubIntfRow::up)
+      KEM_TRACE(kemSubIntfTrace, 5,
+                intfId() << (row == SubIntfRow::notEnabled ? "" : " ") << subIntfTraceText(row, facts));
    subIntfStatus_->programInHwIs(wantsProgramInHw(row));
    setWaitQ(row);
 
