@@ -175,17 +175,19 @@ void KemSubIntfConfig::setWaitQ(SubIntfRow row) {
    oxaState->subIntfWaitQDel(intfId());
 }
 
-void KemSubIntfConfig::doSetKernelOperState() {
+bool KemSubIntfConfig::doSetKernelOperState() {
    auto const& root = sm_.in().kernelOperStateRoot;
    if (!isOperUp()) {
       if (!sm_.standbyMode())
          root->intfStatusDir()->intfStatusDel(intfId());
       root->intfStatusLocalDir()->intfStatusLocalDel(intfId());
-   } else {
-      if (!sm_.standbyMode())
-         root->intfStatusDir()->intfStatusIs(subIntfStatus_);
-      root->intfStatusLocalDir()->intfStatusLocalIs(subIntfStatusLocal_);
+      return false;
    }
+   bool const isNew = !root->intfStatusDir()->intfStatus(intfId());
+   if (!sm_.standbyMode())
+      root->intfStatusDir()->intfStatusIs(subIntfStatus_);
+   root->intfStatusLocalDir()->intfStatusLocalIs(subIntfStatusLocal_);
+   return isNew;
 }
 
 // --- The evaluation.
@@ -206,13 +208,17 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const result = sm_.doEvaluateInterfaceConfigurationWithRetval(
        initialized(), preparedToDie_, intfId(), curVlanId_, Sulvi::kernelDeviceName(parentIntfId_),
        deviceName_, intfId().stringValue(), subIntfStatus_, subIntfStatusLocal_);
-   doSetKernelOperState();
+   bool const isNewlyMirrored = doSetKernelOperState();
    if (!sm_.continueProcessing())
       return result;
    int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    sm_.setInterfaceUpOrDown(deviceName_, isOperUp(), fd);
    handleMtu();
+   // The mirror may not have seen that it left, and its device with it.
+   auto const& mirror = sm_.in().kernelOperStateRoot->intfStatusOperStatusSm();
+   if (isNewlyMirrored && mirror->doSyncIntfStatus(intfId()) != 0)
+      sm_.kernelCallFailedIs(true);
    return true;
 }
 

@@ -92,7 +92,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    uint16_t usableVlanId() const; // as configured; 0 for one that no tag can carry
    void doSetOperStatus();
    void setWaitQ(SubIntfRow row);
-   void doSetKernelOperState();
+   bool doSetKernelOperState(); // returns whether the mirror takes it up now
    bool needsRetry(bool isFinished) const;
    void retryAfterFailure(); // of what was done without a whole evaluation
 

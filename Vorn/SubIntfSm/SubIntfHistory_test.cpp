@@ -197,6 +197,19 @@ class SubIntfHistoryTest : public testing::TestWithParam<unsigned> {
          result += intfId.stringValue().str() + " " + world.state(intfId) + "\n";
       return result;
    }
+   // What is compared with a fresh start. Who of the claimants of a VLAN id has the device doesn't count; and a
+   // namespace that has lost its name lives as long as this agent keeps a socket in it.
+   std::string comparedDevices() {
+      std::string result;
+      std::istringstream lines(world.subIntfDevices(true));
+      for (std::string line; std::getline(lines, line);) {
+         auto const intfId = Sulvi::getIntfIdFromKernelDeviceName(line.substr(0, line.find_first_of("@:")));
+         if (line.find("(without a name)") == std::string::npos &&
+             !isVlanIdTaken(intfId, *world.configDir, *world.statusDir, *world.statusLocalDir))
+            result += line + "\n";
+      }
+      return result;
+   }
    std::string changes() {
       std::string result;
       for (auto const& [intfId, status] : world.statusDir->intfStatus())
@@ -237,12 +250,12 @@ class SubIntfHistoryTest : public testing::TestWithParam<unsigned> {
       verifyDevices();
       auto const statesBefore = states();
       auto const changesBefore = changes();
-      auto const devicesBefore = world.subIntfDevices(true);
+      auto const devicesBefore = comparedDevices();
       world.restart();
       world.advance(3);
       EXPECT_EQ(states(), statesBefore);
       EXPECT_EQ(changes(), changesBefore);
-      EXPECT_EQ(world.subIntfDevices(true), devicesBefore);
+      EXPECT_EQ(comparedDevices(), devicesBefore);
    }
 };
 
@@ -261,6 +274,7 @@ TEST_P(SubIntfHistoryTest, AfterAnyHistoryAllIsAsAFreshStartWouldMakeIt) {
          world.stop();
          for (unsigned n = below(4); n > 0; --n)
             history += "while away: " + operation() + "\n";
+         world.kernel.faultsEnd(); // the agent doesn't start without its own sockets
          world.start();
       }
       if (chance(20)) {
