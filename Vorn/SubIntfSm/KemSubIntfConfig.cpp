@@ -251,10 +251,10 @@ void KemSubIntfConfig::doPrepareToDie() {
    if (initialized()) {
       setVlanId(0);
       sm_.subIntfDel(parentIntfId_, intfId());
-      if (!sm_.in().subIntfConfigDir->intfConfig(intfId()))
+      // What is merely replaced keeps its device. Any other gave up its claim, and its device would keep the VLAN
+      // id from the next claimant.
+      if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
          sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
-      else if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
-         sm_.setInterfaceUpOrDown(deviceName_, false, sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_));
       if (!sm_.standbyMode())
          sm_.in().kernelOperStateRoot->intfStatusDir()->intfStatusDel(intfId());
       sm_.in().kernelOperStateRoot->intfStatusLocalDir()->intfStatusLocalDel(intfId());

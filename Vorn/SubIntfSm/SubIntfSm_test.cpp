@@ -427,7 +427,7 @@ TEST_F(SubIntfSmTest, AStatusRecordThatGoesTakesTheInterfaceDown) {
    world.run();
    EXPECT_TRUE(trace.has("Removing subIntf: Ethernet1.10 from output"));
    EXPECT_EQ(world.sm->subIntfConfig("Ethernet1.10"), nullptr);
-   EXPECT_EQ(world.device("et1.10"), downOn100);
+   EXPECT_EQ(world.device("et1.10"), "-");
    EXPECT_FALSE(world.isMirrored("Ethernet1.10"));
    world.statusDir->intfStatusIs("Ethernet1.10");
    world.run();
@@ -441,12 +441,11 @@ TEST_F(SubIntfSmTest, ALocalStatusRecordThatGoesTakesTheInterfaceDown) {
    world.run();
    EXPECT_EQ(world.sm->subIntfConfig("Ethernet1.10"), nullptr);
    EXPECT_EQ(world.state("Ethernet1.10"), "lowerLayerDown");
-   EXPECT_EQ(world.device("et1.10"), downOn100);
-   // The configuration goes too, while the interface isn't taken on.
-   world.configDir->intfConfigDel("Ethernet1.10");
-   world.run();
    EXPECT_EQ(world.device("et1.10"), "-");
-   EXPECT_EQ(world.state("Ethernet1.10"), "lowerLayerDown");
+   // Its VLAN id is free for another.
+   world.subIntf("Ethernet1.11", 100);
+   world.run();
+   EXPECT_EQ(world.device("et1.11"), upOn100);
 }
 
 TEST_F(SubIntfSmTest, AStatusRecordThatIsReplacedIsWrittenAgain) {
