@@ -209,9 +209,13 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
        initialized(), preparedToDie_, intfId(), curVlanId_, Sulvi::kernelDeviceName(parentIntfId_),
        deviceName_, intfId().stringValue(), subIntfStatus_, subIntfStatusLocal_);
    bool const isNewlyMirrored = doSetKernelOperState();
-   if (!sm_.continueProcessing())
-      return result;
    int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
+   if (!sm_.continueProcessing()) {
+      // A device that waits for its namespace where it is must not go on carrying traffic.
+      if (!isOperUp())
+         sm_.setInterfaceUpOrDown(deviceName_, false, fd);
+      return result;
+   }
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    sm_.setInterfaceUpOrDown(deviceName_, isOperUp(), fd);
    handleMtu();

@@ -235,7 +235,7 @@ class SubIntfHistoryTest : public testing::TestWithParam<unsigned> {
             ASSERT_NE(device, nullptr) << intfId << " lacks its device";
             EXPECT_EQ(device->vlanId, config->vlanId()) << intfId;
             EXPECT_EQ(device->isUp, baseDevice->isUp) << intfId;
-         } else if (!isUp) {
+         } else if (!isUp && isNsThere) {
             for (char const* const ns : {"", "red", "blue"}) {
                auto const* const device = world.kernel.findDevice(name, ns);
                EXPECT_FALSE(device && device->isUp) << intfId << " in " << ns;
@@ -288,7 +288,7 @@ TEST_P(SubIntfHistoryTest, AfterAnyHistoryAllIsAsAFreshStartWouldMakeIt) {
       std::cout << history;
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 31u));
+INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 1001u));
 
 } // namespace
 } // namespace Vorn

@@ -611,6 +611,15 @@ TEST_F(SubIntfSmTest, AnInterfaceMovesToItsNamespaceAndBack) {
    EXPECT_EQ(world.device("et1.10@red"), "-");
 }
 
+TEST_F(SubIntfSmTest, WhatWaitsForItsNamespaceCanBeShutDown) {
+   auto const config = startWithOne();
+   world.moveTo("Ethernet1.10", "red");
+   config->enabledStateLocalIs(EnabledState::enabledStateShutdown);
+   world.run();
+   EXPECT_EQ(world.state("Ethernet1.10"), "down");
+   EXPECT_EQ(world.device("et1.10"), downOn100);
+}
+
 // --- Failures of the kernel.
 
 TEST_F(SubIntfSmTest, AFailedCallIsTriedAgainUntilItSucceeds) {
