@@ -144,8 +144,9 @@ void KemSubIntfConfig::doSetOperStatus() {
    auto const facts = subIntfFacts(*config_, sm_.hasBridgeMacAddr(), invalidCfg_, parentIntfStatus_.ptr(),
                                    kemSubIntfHwStatus_.notifier().ptr());
    auto const row = subIntfRow(facts);
-   KEM_TRACE(kemSubIntfTrace, 5,
-             intfId() << (row == SubIntfRow::notEnabled ? "" : " ") << subIntfTraceText(row, facts));
+   if (row != SubIntfRow::up)
+      KEM_TRACE(kemSubIntfTrace, 5,
+                intfId() << (row == SubIntfRow::notEnabled ? "" : " ") << subIntfTraceText(row, facts));
    subIntfStatus_->programInHwIs(wantsProgramInHw(row));
    setWaitQ(row);
 
@@ -174,17 +175,19 @@ void KemSubIntfConfig::setWaitQ(SubIntfRow row) {
    oxaState->subIntfWaitQDel(intfId());
 }
 
-void KemSubIntfConfig::doSetKernelOperState() {
+bool KemSubIntfConfig::doSetKernelOperState() {
    auto const& root = sm_.in().kernelOperStateRoot;
    if (!isOperUp()) {
       if (!sm_.standbyMode())
          root->intfStatusDir()->intfStatusDel(intfId());
       root->intfStatusLocalDir()->intfStatusLocalDel(intfId());
-   } else {
-      if (!sm_.standbyMode())
-         root->intfStatusDir()->intfStatusIs(subIntfStatus_);
-      root->intfStatusLocalDir()->intfStatusLocalIs(subIntfStatusLocal_);
+      return false;
    }
+   bool const isNew = !root->intfStatusDir()->intfStatus(intfId());
+   if (!sm_.standbyMode())
+      root->intfStatusDir()->intfStatusIs(subIntfStatus_);
+   root->intfStatusLocalDir()->intfStatusLocalIs(subIntfStatusLocal_);
+   return isNew;
 }
 
 // --- The evaluation.
@@ -205,13 +208,21 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const result = sm_.doEvaluateInterfaceConfigurationWithRetval(
        initialized(), preparedToDie_, intfId(), curVlanId_, Sulvi::kernelDeviceName(parentIntfId_),
        deviceName_, intfId().stringValue(), subIntfStatus_, subIntfStatusLocal_);
-   doSetKernelOperState();
-   if (!sm_.continueProcessing())
-      return result;
+   bool const isNewlyMirrored = doSetKernelOperState();
    int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
+   if (!sm_.continueProcessing()) {
+      // A device that waits for its namespace where it is must not go on carrying traffic.
+      if (!isOperUp())
+         sm_.setInterfaceUpOrDown(deviceName_, false, fd);
+      return result;
+   }
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    sm_.setInterfaceUpOrDown(deviceName_, isOperUp(), fd);
    handleMtu();
+   // The mirror may not have seen that it left, and its device with it.
+   auto const& mirror = sm_.in().kernelOperStateRoot->intfStatusOperStatusSm();
+   if (isNewlyMirrored && mirror->doSyncIntfStatus(intfId()) != 0)
+      sm_.kernelCallFailedIs(true);
    return true;
 }
 
@@ -244,10 +255,10 @@ void KemSubIntfConfig::doPrepareToDie() {
    if (initialized()) {
       setVlanId(0);
       sm_.subIntfDel(parentIntfId_, intfId());
-      if (!sm_.in().subIntfConfigDir->intfConfig(intfId()))
+      // What is merely replaced keeps its device. Any other gave up its claim, and its device would keep the VLAN
+      // id from the next claimant.
+      if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
          sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
-      else if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
-         sm_.setInterfaceUpOrDown(deviceName_, false, sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_));
       if (!sm_.standbyMode())
          sm_.in().kernelOperStateRoot->intfStatusDir()->intfStatusDel(intfId());
       sm_.in().kernelOperStateRoot->intfStatusLocalDir()->intfStatusLocalDel(intfId());

@@ -39,7 +39,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    void handleMtu();
    void handleMacAddr();
    void handleSubIntfHwStatus(); // the hardware's record came, went or was replaced
-   // Gives up the VLAN id, and the device unless the configuration is still there.
+   // Gives up the VLAN id, and the device unless all three records are there: then one of them was replaced.
    void doPrepareToDie() override;
 
    Sulvi::IntfId intfId() const { return config_->intfId(); }
@@ -92,7 +92,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    uint16_t usableVlanId() const; // as configured; 0 for one that no tag can carry
    void doSetOperStatus();
    void setWaitQ(SubIntfRow row);
-   void doSetKernelOperState();
+   bool doSetKernelOperState(); // returns whether the mirror takes it up now
    bool needsRetry(bool isFinished) const;
    void retryAfterFailure(); // of what was done without a whole evaluation
 

@@ -3,6 +3,7 @@
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Sulvi/KernelDeviceName.h"
+#include "Vorn/KernelDevices/DeviceAbility.h"
 #include "Vorn/Rules/SubIntfIds.h"
 
 #include <net/if.h>
@@ -89,9 +90,10 @@ void SubIntfSm::subIntfConfigGone(Sulvi::IntfId intfId) {
       return;
    auto const isl = in_.subIntfStatusLocalDir->intfStatusLocal(intfId);
    auto const ns = isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS;
+   auto const deviceName = Sulvi::kernelDeviceName(intfId);
    prepNs(ns);
-   if (nsSocketFd(ns) != 0)
-      doDestroyVlanDevice(Sulvi::kernelDeviceName(intfId), isl, in_.socketFd);
+   if (nsSocketFd(ns) != 0 && existingDevice(deviceName, nsSocketFd(ns)).kind == ExistingDevice::vlan)
+      doDestroyVlanDevice(deviceName, isl, in_.socketFd);
 }
 
 void SubIntfSm::subIntfConfigRefused(Sulvi::IntfId intfId, std::string const& problem) {
