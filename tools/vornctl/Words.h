@@ -5,6 +5,7 @@
 #include "Sulvi/IntfId.h"
 #include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/types.h"
+#include "records/Interface/types.h"
 
 #include <optional>
 #include <string>
@@ -22,10 +23,20 @@ std::string directionText(Bridging::VlanPortDirection direction);
 std::string directionName(Bridging::VlanPortDirection direction);
 // "tagged", "untagged", with a direction that isn't both ways behind it: "untagged, sends only".
 std::string membershipText(Bridging::VlanPortConfig const& member);
+// "up", "lower layer down"; "state 9" for what has no name.
+std::string operStatusText(Interface::IntfOperStatus status);
+// The same as JSON has it: "lowerLayerDown".
+std::string operStatusName(Interface::IntfOperStatus status);
+// "routed", "bridged"; "model 9" for what has no name.
+std::string forwardingModelText(Interface::IntfForwardingModel model);
+// "802.1Q", "none"; "encapsulation 9" for what has no name.
+std::string encapsulationText(Interface::SubIntfEncapType type);
 
 // The port that a text names: its full name, or "Et1", "eth3/1", "po5" in either case. Any other text is a
 // name as it is. Raises UsageError for a text that can't be a name.
 Sulvi::IntfId portFromText(std::string_view text);
+// The same for any interface: also "vl10", "vlan10", "lo0", "ma1", and "10", which is Vlan10, where `numbersAreVlans`.
+Sulvi::IntfId intfFromText(std::string_view text, bool numbersAreVlans = false);
 // Raises UsageError for a text that isn't a number from 1 to 4094.
 Bridging::VlanId vlanFromText(std::string_view text);
 
