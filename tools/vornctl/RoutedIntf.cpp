@@ -202,6 +202,8 @@ RoutedIntf routedIntf(SwitchState const& state, IntfId intfId) {
 
 std::vector<IntfId> forwardingPorts(SwitchState const& state, Bridging::VlanId vlanId) {
    std::vector<IntfId> ports;
+   if (!state.vlanStatus)
+      return ports;
    if (auto const* const vlan = state.vlanStatus->vlanStatus().find(vlanId))
       (*vlan)->vlanPortStatus().forEach([&](IntfId port, bool) {
          if (port.kind() != IntfKind::cpu)

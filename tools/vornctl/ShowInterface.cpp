@@ -17,7 +17,7 @@ namespace {
 // A block of facts: what each is, and what it is at the moment.
 class FactList {
   public:
-   void section(std::string const& title) { text_ += '\n' + title + '\n'; }
+   void section(std::string const& title) { text_ += '\n' + Kem::printable(title) + '\n'; }
    void add(std::string const& name, std::string const& value) {
       constexpr size_t nameWidth = 22;
       text_ += "   " + name + std::string(nameWidth - std::min(nameWidth, name.size()), ' ') +
@@ -69,8 +69,8 @@ void addStatus(FactList& facts, SwitchState const& state, RoutedIntf const& intf
       facts.add("state", operStatusText(status->operStatus()));
       auto const change = status->operStatusChange();
       facts.add("last change", change.count == 0 ? "never"
-                                                 : agoText(state.now, change.time) + ", the " +
-                                                       std::to_string(change.count) + ". change");
+                                                 : agoText(state.now, change.time) + ", " +
+                                                       counted(change.count, "change") + " so far");
       facts.add("device", status->deviceName().empty() ? "none" : status->deviceName().str());
       facts.add("address", addrOrNone(status->addr()));
       facts.add("largest MTU", status->maxMtu() == 0 ? "unknown" : std::to_string(status->maxMtu()));

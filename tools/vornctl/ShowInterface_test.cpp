@@ -42,6 +42,15 @@ TEST(IntfWordsTest, interfacesAreFoundByShortNames) {
    EXPECT_THROW(intfFromText(std::string(97, 'x')), UsageError);
 }
 
+TEST(IntfWordsTest, namesInCommandsAreSafeToType) {
+   EXPECT_EQ(shellWord("vlan10"), "vlan10");
+   EXPECT_EQ(shellWord("et3_1.100"), "et3_1.100");
+   EXPECT_EQ(shellWord("red; reboot"), "'red; reboot'");
+   EXPECT_EQ(shellWord("a'b"), "'a'\\''b'");
+   EXPECT_EQ(shellWord("-x"), "'-x'");
+   EXPECT_EQ(shellWord(""), "''");
+}
+
 TEST(IntfWordsTest, statesHaveWordsAndNames) {
    EXPECT_EQ(operStatusText(IntfOperStatus::intfOperLowerLayerDown), "lower layer down");
    EXPECT_EQ(operStatusName(IntfOperStatus::intfOperLowerLayerDown), "lowerLayerDown");
@@ -161,7 +170,7 @@ TEST_F(ShowInterfaceTest, oneInterfaceHasAllFacts) {
                               "\n"
                               "Status\n"
                               "   state                 up\n"
-                              "   last change           10 s ago, the 3. change\n"
+                              "   last change           10 s ago, 3 changes so far\n"
                               "   device                vlan10\n"
                               "   address               02:00:00:00:00:02\n"
                               "   largest MTU           9214\n"
@@ -394,6 +403,21 @@ TEST_F(ShowInterfaceTest, namespacesAreListedWithWhoIsInAndWhoIsToBe) {
    EXPECT_EQ(all["red"]["configuredInterfaces"], json({"Vlan99"}));
    EXPECT_EQ(all["blue"]["exists"], false);
    EXPECT_EQ(all["blue"]["devices"], nullptr);
+}
+
+// A local record without a name is of a device in the default namespace, or of one that isn't made yet.
+TEST_F(ShowInterfaceTest, interfaceIsInANamespaceOnceItsDeviceIs) {
+   world.subIntf(7, 100);
+   auto const inDefault = [&] {
+      return json::parse(showNamespace(state, intfJson))["namespaces"]["default"];
+   };
+   EXPECT_EQ(inDefault()["interfaces"], json({"Ethernet1.7"}));
+   EXPECT_EQ(inDefault()["configuredInterfaces"], json::array());
+   world.kernel.deviceDel("et1.7");
+   EXPECT_EQ(inDefault()["interfaces"], json::array());
+   EXPECT_EQ(inDefault()["configuredInterfaces"], json({"Ethernet1.7"}));
+   state.subIntfConfig->intfConfigIs("Ethernet1.4095");
+   EXPECT_EQ(inDefault()["configuredInterfaces"], json({"Ethernet1.7"})) << "that one never comes";
 }
 
 } // namespace

@@ -19,7 +19,7 @@ struct NamespaceUse {
 };
 
 // By name; "" is the default one.
-std::map<std::string, NamespaceUse> namespaceUses(SwitchState const& state) {
+std::map<std::string, NamespaceUse> namespaceUses(SwitchState const& state, KernelView& kernel) {
    auto const key = [](Sulvi::NamespaceName const& netNs) {
       return netNs.isDefault() ? std::string() : netNs.stringValue().str();
    };
@@ -27,11 +27,13 @@ std::map<std::string, NamespaceUse> namespaceUses(SwitchState const& state) {
    uses[""];
    for (Sulvi::IntfId const each : knownIntfs(state)) {
       RoutedIntf const intf = routedIntf(state, each);
-      if (!intf.isVlanIntf() && !intf.isSubIntf())
+      if (!intf.hasAgentDevice())
          continue;
-      if (intf.local)
+      // A record without a name may be of a device that was found in the default one, or of none.
+      bool const isPlaced = intf.local && (!intf.local->netNsName().empty() || deviceOf(kernel, intf));
+      if (isPlaced)
          uses[key(intf.netNs)].in.insert(each);
-      if (intf.config && (!intf.local || key(intf.netNs) != key(intf.wantedNetNs)))
+      if (intf.config && (!isPlaced || key(intf.netNs) != key(intf.wantedNetNs)))
          uses[key(intf.wantedNetNs)].wanted.insert(each);
    }
    // Of interfaces that don't exist, too.
@@ -60,7 +62,7 @@ Json idsJson(std::set<Sulvi::IntfId> const& ids) {
 
 std::string showNamespace(SwitchState const& state, Format const& format) {
    KernelView kernel(state.agentProcess);
-   auto const uses = namespaceUses(state);
+   auto const uses = namespaceUses(state, kernel);
    Table table({{"Namespace"}, {"Status"}, {"Devices"}, {"Interfaces"}});
    Json all = Json::object();
    std::string remarks;

@@ -76,7 +76,7 @@ bool DeviceQuestion::explainNamespace() {
    if (wanted.isDefault() || kernel_.at(wanted).exists)
       return false;
    no("Namespace", "the namespace " + netNsText(wanted) + ", which it is configured into, doesn't exist",
-      "make it: ip netns add " + netNsText(wanted) + "; or take the interface out of it: " +
+      "make it: ip netns add " + shellWord(netNsText(wanted)) + "; or take the interface out of it: " +
           "cell/1/interface/nsconfig.intfNamespaceConfig[" + id() + ']');
    return true;
 }
@@ -134,7 +134,7 @@ void DeviceQuestion::present() {
    if (auto const mismatch = mismatchText(state_, kernel_, intf_, *device_); !mismatch.empty())
       return no("Device", mismatch,
                 "see what the agent's trace says of " + name_ + "; if nobody else needs it, ip link delete " +
-                    name_);
+                    shellWord(name_));
    if (!intf_.deviceProblem.empty())
       return no("Device", intf_.deviceProblem, "the agent tries again by itself once that has changed");
    if (explainNamespace())
@@ -166,7 +166,7 @@ void DeviceQuestion::explainUp() {
       auto const* const fabric = kernel_.at({}).findDevice(base);
       if (fabric && !fabric->isUp())
          return no("Fabric device", base + " is down, and VLAN interfaces wait for it",
-                   "bring it up: ip link set dev " + base + " up");
+                   "bring it up: ip link set dev " + shellWord(base) + " up");
       if (state_.config->bridgeMacAddr() == Sulvi::EthAddr::ethAddrZero())
          return no("Bridge address",
                    "bridging/config.bridgeMacAddr is not set, and VLAN interfaces wait for it",
@@ -177,7 +177,7 @@ void DeviceQuestion::explainUp() {
                            : "see what the agent's trace says of " + name_ +
                                  "; somebody may have set it down by "
                                  "hand: ip link set dev " +
-                                 name_ + " up");
+                                 shellWord(name_) + " up");
 }
 
 } // namespace

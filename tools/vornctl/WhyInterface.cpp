@@ -309,10 +309,6 @@ void explainOther(Findings& out, SwitchState const& state, RoutedIntf const& int
 
 // --- The answer.
 
-bool hasDeviceOfAgent(RoutedIntf const& intf) {
-   return intf.hasAgentDevice() && (intf.config || intf.status);
-}
-
 std::string headline(RoutedIntf const& intf, Findings const& device) {
    std::string text = Kem::printable(intf.intfId.stringValue().str());
    if (!intf.status)
@@ -328,8 +324,8 @@ std::string headline(RoutedIntf const& intf, Findings const& device) {
 std::string changeText(SwitchState const& state, RoutedIntf const& intf) {
    auto const change = intf.status ? intf.status->operStatusChange() : Interface::OperStatusChange();
    return change.count == 0 ? ""
-                            : "The state last changed " + agoText(state.now, change.time) + "; it was the " +
-                                  std::to_string(change.count) + ". change.\n";
+                            : "The state last changed " + agoText(state.now, change.time) + ", " +
+                                  counted(change.count, "change") + " so far.\n";
 }
 
 } // namespace
@@ -360,7 +356,7 @@ IntfAnswer whyIntf(SwitchState const& state, Sulvi::IntfId intfId, Format const&
    Findings device;
    device.isSo = true;
    // The device of an interface without records is no question of its own.
-   if (hasDeviceOfAgent(intf) && intf.config && intf.status)
+   if (intf.hasAgentDevice() && intf.config && intf.status)
       device = explainDevice(state, kernel, intf);
    std::vector<std::string> advice = byRules.advice;
    advice.insert(advice.end(), device.advice.begin(), device.advice.end());

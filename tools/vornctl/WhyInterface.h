@@ -13,7 +13,7 @@
 
 namespace Vornctl {
 
-inline constexpr Part whyIntfParts = showIntfParts | Part::interfaces | Part::causes;
+inline constexpr Part whyIntfParts = showIntfParts | Part::causes;
 
 struct IntfAnswer {
    bool isUp = false; // by its record, and nothing is wrong with its device

@@ -132,6 +132,7 @@ TEST_F(WhyInterfaceTest, vlanInterfaceBeforeSpanningTree) {
    world.vlanIntf(10);
    state.vlanStatus = nullptr;
    EXPECT_THAT(why("Vlan10"), StartsWith("no, Forwarding ports: nothing is known of forwarding ports"));
+   EXPECT_THAT(showInterface(state, Sulvi::IntfId("Vlan10"), {}), HasSubstr("forwarding ports      none\n"));
 }
 
 TEST_F(WhyInterfaceTest, vlanInterfaceWithoutForwardingPorts) {
@@ -290,6 +291,8 @@ TEST_F(WhyInterfaceTest, deviceThatIsAwayHasAReason) {
    EXPECT_EQ(whyDevice("Vlan10"),
              "no, Namespace: the namespace red, which it is configured into, doesn't exist");
    EXPECT_THAT(deviceAdvice("Vlan10"), StartsWith("make it: ip netns add red"));
+   world.configureInto("Vlan10", "red; reboot");
+   EXPECT_THAT(deviceAdvice("Vlan10"), StartsWith("make it: ip netns add 'red; reboot'; or"));
    IntfAnswer const answer = whyIntf(state, "Vlan10", {});
    EXPECT_FALSE(answer.isUp) << "up by its record, but of no use";
    EXPECT_THAT(answer.text,
@@ -372,7 +375,7 @@ TEST_F(WhyInterfaceTest, stateThatTheRulesDoNotGiveIsSaid) {
    IntfAnswer const answer = whyIntf(state, "Vlan10", {.width = 200});
    EXPECT_TRUE(answer.isUp) << "the record counts";
    EXPECT_THAT(answer.text,
-               StartsWith("Vlan10 is up.\nThe state last changed 60 s ago; it was the 2. change.\n\n"));
+               StartsWith("Vlan10 is up.\nThe state last changed 60 s ago, 2 changes so far.\n\n"));
    EXPECT_THAT(answer.text,
                HasSubstr("\nBy these rules it would be down: the agent hasn't evaluated it yet"));
    EXPECT_THAT(answer.text, HasSubstr("\nThe agent is not connected to the database"));

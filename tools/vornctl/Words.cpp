@@ -239,6 +239,16 @@ std::string counted(size_t count, std::string_view noun) {
    return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
 }
 
+std::string shellWord(std::string const& word) {
+   constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.:/-";
+   if (!word.empty() && word[0] != '-' && word.find_first_not_of(plain) == std::string::npos)
+      return word;
+   std::string quoted = "'";
+   for (char const c : word)
+      quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+   return quoted + "'";
+}
+
 std::string durationText(double seconds) {
    struct Unit {
       double seconds;

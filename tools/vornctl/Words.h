@@ -52,6 +52,8 @@ std::vector<std::string> vlanList(VornUtils::VlanIdSet const& vlans);
 std::string joined(std::vector<std::string> const& items);
 // "1 port", "2 ports".
 std::string counted(size_t count, std::string_view noun);
+// The word as it is typed into a shell: in quotes where it isn't plain, since publishers choose names.
+std::string shellWord(std::string const& word);
 // "12 s", "5 min", "3 h", "2 d": how long ago or in how long.
 std::string durationText(double seconds);
 
