@@ -10,6 +10,7 @@ namespace {
 using namespace Scenario;
 using nlohmann::json;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 struct VornctlTest : testing::Test {
@@ -220,6 +221,104 @@ TEST_F(VornctlTest, backlogIsThatOfTheRunningAgent) {
    EXPECT_EQ(again["figuresOfPid"], next.process().pid());
 }
 
+// The records of all others come from here: those of the interface manager, of the bridging agent, of the platform.
+struct RoutedInterfaces : VornctlTest {
+   RoutedInterfaces() {
+      load(R"({
+         "bridging/config": {"bridgeMacAddr": "02:00:00:00:00:02"},
+         "interface/config/eth/vlan": {"intfConfig": {"Vlan10": {"source": "cli"}, "Vlan4095": {}}},
+         "interface/status/eth/vlan": {"intfStatus": {"Vlan10": {
+            "intfConfig": {"$ref": "interface/config/eth/vlan.intfConfig[Vlan10]"},
+            "operStatus": "intfOperLowerLayerDown", "operStatusChange": {"time": 1, "count": 2}}}},
+         "cell/1/interface/status/eth/vlan/local": {"intfStatusLocal": {"Vlan10": {}}},
+         "interface/status/all": {"intfStatus": {
+            "Loopback0": {"operStatus": "intfOperUp", "deviceName": "lo"},
+            "Ethernet1": {"operStatus": "intfOperDown"}}},
+         "interface/config/subintf": {"intfConfig": {
+            "Ethernet1.7": {"vlanId": 100, "encapType": "subIntfEncapDot1q"}}},
+         "interface/status/subintf": {"intfStatus": {"Ethernet1.7": {
+            "intfConfig": {"$ref": "interface/config/subintf.intfConfig[Ethernet1.7]"},
+            "operStatus": "intfOperLowerLayerDown"}}},
+         "cell/1/interface/status/subintf/local": {"intfStatusLocal": {"Ethernet1.7": {}}},
+         "cell/1/interface/nsconfig": {"intfNamespaceConfig": {
+            "Ethernet1.7": {"netNsName": "no-such-namespace"}}}
+      })");
+   }
+   void load(std::string const& records) {
+      done({"load", database.folder().fileOf("records.json", records)});
+   }
+   std::string why(char const* intf, int wantedStatus) {
+      Result const result = vornctl({"why", intf});
+      EXPECT_EQ(result.status, wantedStatus) << result.output;
+      EXPECT_EQ(result.errors, "") << "an answer, no error";
+      return result.output;
+   }
+};
+
+TEST_F(RoutedInterfaces, areShownWithWhatTheKernelHas) {
+   auto const all = shownJson({"show", "interface"})["interfaces"];
+   EXPECT_EQ(all.size(), 5u);
+   // The one device that every namespace has.
+   EXPECT_EQ(all["Loopback0"]["kernel"]["index"], 1);
+   EXPECT_EQ(all["Loopback0"]["state"], "up");
+   EXPECT_EQ(all["Vlan10"]["kernel"], nullptr);
+   EXPECT_EQ(all["Vlan10"]["row"], 8);
+   EXPECT_EQ(all["Vlan10"]["stateByRules"], all["Vlan10"]["state"]);
+   EXPECT_EQ(all["Vlan10"]["source"], "static");
+   EXPECT_EQ(all["Vlan4095"]["hasStatus"], false);
+   EXPECT_EQ(all["Ethernet1.7"]["parentState"], "down");
+   EXPECT_EQ(all["Ethernet1.7"]["configuredNamespace"], "no-such-namespace");
+   EXPECT_THAT(shown({"show", "interface"}),
+               HasSubstr("lower layer down  it has no forwarding port in its VLAN"));
+   EXPECT_THAT(shown({"show", "interface", "lo0"}), HasSubstr("device                lo, index 1\n"));
+   EXPECT_EQ(shownJson({"show", "vlan-interface", "10"})["vlanInterfaces"].size(), 1u);
+   EXPECT_EQ(shownJson({"show", "subinterface", "et1.7"})["subinterfaces"].size(), 1u);
+   auto const netNses = shownJson({"show", "namespace"})["namespaces"];
+   EXPECT_EQ(netNses["default"]["exists"], true);
+   EXPECT_EQ(netNses["no-such-namespace"]["exists"], false);
+   EXPECT_EQ(netNses["no-such-namespace"]["configuredInterfaces"], json({"Ethernet1.7"}));
+}
+
+TEST_F(RoutedInterfaces, areExplainedAndFollowTheirRecords) {
+   EXPECT_THAT(why("Vlan10", 1), StartsWith("Vlan10 is lower layer down: it has no forwarding port"));
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr("  - VLAN 10 doesn't exist"));
+   EXPECT_THAT(why("vl4095", 1), HasSubstr("> Name  no VLAN has that number"));
+   EXPECT_THAT(why("et1.7", 1), HasSubstr("> Parent          Ethernet1 is down\n"));
+   EXPECT_THAT(why("et1.7", 1), HasSubstr("> Namespace  the namespace no-such-namespace"));
+   EXPECT_THAT(why("et1", 1), HasSubstr("> Status         down, as its own agent says\n"));
+   EXPECT_THAT(why("lo0", 0), StartsWith("Loopback0 is up.\n"));
+   // Its advice helps.
+   std::string const selector = "interface/config/eth/vlan.intfConfig[Vlan10].autoState";
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr(selector));
+   done({"set", selector, "false"});
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr("> Autostate         off for this interface"));
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr("By these rules it would be up"));
+   // So does that about an interface that nobody configures.
+   done({"set", "interface/config/eth/vlan.intfConfig[Vlan10].enabledStateLocal", "enabledStateShutdown"});
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr("> Enabled        it is shut down by configuration"));
+   done({"delete", "interface/config/eth/vlan.intfConfig[Vlan10]"});
+   auto const orphan = json::parse(vornctl({"why", "Vlan10", "--json"}).output);
+   EXPECT_EQ(orphan["advice"],
+             json({"configure it: ordelctl set 'interface/config/eth/vlan.intfConfig[Vlan10]' '{}'"}));
+   done({"set", "interface/config/eth/vlan.intfConfig[Vlan10]", "{}"});
+   EXPECT_THAT(why("Vlan10", 1), Not(HasSubstr("nobody configures it")));
+}
+
+// Who claims it is in the tree of a source of its own.
+TEST_F(RoutedInterfaces, ofDynamicSourcesAreThere) {
+   done({"create", "interface/input/dynvlanintf/overlay", "Interface::Input::DynVlanIntfConfigDir"});
+   done({"set", "interface/input/dynvlanintf/overlay.intfConfig[Vlan20]", "{}"});
+   EXPECT_EQ(shownJson({"show", "vlan-interface", "20"})["vlanInterfaces"]["Vlan20"]["source"], "overlay");
+   EXPECT_THAT(why("Vlan20", 1), HasSubstr("> Status         it has no record in interface/status/eth/vlan"));
+}
+
+TEST_F(RoutedInterfaces, areSaidToHaveNoAgent) {
+   EXPECT_THAT(why("Vlan10", 1), HasSubstr("The agent is not connected to the database"));
+   Agent agent(database);
+   EXPECT_EQ(shownJson({"show", "interface"})["agentPid"], agent.process().pid());
+   EXPECT_THAT(why("Vlan10", 1), Not(HasSubstr("not connected")));
+}
+
 TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
    struct Case {
       std::vector<std::string> arguments;
@@ -238,7 +337,17 @@ TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
             {{"show", "vlan", "1", "2"},
              2,
              "vornctl: The following argument was not expected: 2; see vornctl --help\n"},
-            {{"why", "Et1"}, 2, "vornctl: VLAN is required; see vornctl --help\n"},
+            {{"why", "Et1"}, 1, "vornctl: Ethernet1: there is no such interface\n"},
+            {{"why"}, 2, "vornctl: INTF is required; see vornctl --help\n"},
+            {{"why", "00:1c:73:00:00:01"},
+             2,
+             "vornctl: why 00:1c:73:00:00:01: the number of a VLAN is wanted behind an address\n"},
+            {{"show", "interface", "Et1"}, 1, "vornctl: Ethernet1: there is no such interface\n"},
+            {{"show", "interface", std::string(97, 'x')},
+             2,
+             "vornctl: no name of an interface: IntfId::bytes > 96 not allowed\n"},
+            {{"show", "vlan-interface", "10"}, 1, "vornctl: Vlan10: there is no such VLAN interface\n"},
+            {{"show", "subinterface", "Et1.7"}, 1, "vornctl: Ethernet1.7: there is no such subinterface\n"},
             {{"--socket", "/nonexistent/sock", "show", "vlan"},
              4,
              "vornctl: /nonexistent/sock: No such file or directory\n"}}) {
@@ -256,6 +365,10 @@ TEST_F(VornctlTest, exitStatusesAndErrorsAreThoseOfTheTools) {
                                                      {"show", "--help"},
                                                      {"show", "vlan", "--help"},
                                                      {"show", "mac", "static", "--help"},
+                                                     {"show", "interface", "--help"},
+                                                     {"show", "vlan-interface", "--help"},
+                                                     {"show", "subinterface", "--help"},
+                                                     {"show", "namespace", "--help"},
                                                      {"why", "--help"}}) {
       Result const help = vornctl(arguments);
       EXPECT_EQ(help.status, 0);

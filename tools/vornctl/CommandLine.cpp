@@ -5,6 +5,7 @@
 #include "Show.h"
 #include "Why.h"
 #include "WhyHost.h"
+#include "WhyInterface.h"
 #include "Words.h"
 
 #include "Kem/StandardStreams.h"
@@ -26,7 +27,7 @@ namespace {
 constexpr char const* overview =
     "Ports may be given by their short names (Et1, Po5). Exit status: 0 done; 1 the answer is no (no such "
     "VLAN\n"
-    "or port, no member); 2 wrong usage; 3 the database refused; 4 the database can't be reached.\n"
+    "or port, no member, not up); 2 wrong usage; 3 the database refused; 4 the database can't be reached.\n"
     "\n"
     "vornctl COMMAND --help says more and has examples.";
 
@@ -46,7 +47,8 @@ void finishOutput() {
 
 struct Options {
    std::string socketPath = Ordel::Connection::defaultSocketPath();
-   std::string vlan, port;
+   std::string vlan, port, intf;
+   bool isIntfNumberVlan = false; // "10" as the name of an interface is Vlan10
    Format format;
    std::function<int()> action; // what the command does; returns the exit status
 };
@@ -77,6 +79,42 @@ std::optional<Bridging::VlanId> vlanOf(Options const& options) {
 
 std::optional<Sulvi::IntfId> portOf(Options const& options) {
    return options.port.empty() ? std::nullopt : std::optional(portFromText(options.port));
+}
+
+std::optional<Sulvi::IntfId> intfOf(Options const& options) {
+   return options.intf.empty() ? std::nullopt
+                               : std::optional(intfFromText(options.intf, options.isIntfNumberVlan));
+}
+
+void addShowRouted(CLI::App& show, Options& options) {
+   auto const& format = options.format;
+   addCommand(show, options, "interface",
+              "Interfaces: kernel device, address, MTU, state, and why they are in it",
+              "What the kernel has is read in the namespaces that the records name, where the user may.\n"
+              "  vornctl show interface\n"
+              "  vornctl show interface Vlan10             one, with all that is known of it",
+              shows(options, showIntfParts,
+                    [&](SwitchState const& state) { return showInterface(state, intfOf(options), format); }))
+       ->add_option("NAME", options.intf, "Name of an interface");
+   auto* const vlanIntf = addCommand(
+       show, options, "vlan-interface", "VLAN interfaces: who configures them, ports, state and why",
+       "  vornctl show vlan-interface\n"
+       "  vornctl show vlan-interface 10            one, by its VLAN or its name",
+       shows(options, showIntfParts,
+             [&](SwitchState const& state) { return showVlanInterface(state, intfOf(options), format); }));
+   vlanIntf->add_option("VLAN", options.intf, "Number of a VLAN, or name of an interface");
+   vlanIntf->parse_complete_callback([&options] { options.isIntfNumberVlan = true; });
+   addCommand(
+       show, options, "subinterface", "Subinterfaces: parent, VLAN, hardware, state and why",
+       "  vornctl show subinterface\n"
+       "  vornctl show subinterface Et1.10          one",
+       shows(options, showIntfParts,
+             [&](SwitchState const& state) { return showSubinterface(state, intfOf(options), format); }))
+       ->add_option("NAME", options.intf, "Name of a subinterface");
+   addCommand(show, options, "namespace", "Network namespaces that interfaces are in or are configured into",
+              "  vornctl show namespace", shows(options, showIntfParts, [&](SwitchState const& state) {
+                 return showNamespace(state, format);
+              }));
 }
 
 void addShow(CLI::App& app, Options& options) {
@@ -136,6 +174,7 @@ void addShow(CLI::App& app, Options& options) {
               "  vornctl show internal-vlan",
               shows(options, showInternalVlanParts,
                     [&](SwitchState const& state) { return showInternalVlan(state, format); }));
+   addShowRouted(show, options);
    addCommand(show, options, "errdisable", "Disabled ports, their causes, and when they come back",
               "  vornctl show errdisable", shows(options, showErrdisableParts, [&](SwitchState const& state) {
                  return showErrdisable(state, format);
@@ -147,30 +186,49 @@ void addShow(CLI::App& app, Options& options) {
                     [&](SwitchState const& state) { return showBacklog(state, format); }));
 }
 
+// The exit status.
+int printWhy(Options const& options) {
+   auto const print = [](std::string const& text, bool isYes) {
+      std::fwrite(text.data(), 1, text.size(), stdout);
+      return isYes ? 0 : 1;
+   };
+   auto const addr = addressFromText(options.port);
+   auto const vlanId = vlanOf(options);
+   if (addr && !vlanId)
+      throw UsageError("why " + options.port + ": the number of a VLAN is wanted behind an address");
+   Sulvi::IntfId const intfId = addr ? Sulvi::IntfId() : intfFromText(options.port);
+   Session session(options.socketPath);
+   if (!vlanId) {
+      IntfAnswer const answer = whyIntf(session.fetch(whyIntfParts), intfId, options.format);
+      return print(answer.text, answer.isUp);
+   }
+   WhyAnswer const answer = addr ? whyHost(session.fetch(whyHostParts), *addr, *vlanId, options.format)
+                                 : why(session.fetch(whyParts), intfId, *vlanId, options.format);
+   return print(answer.text, answer.isMember);
+}
+
 void addWhy(CLI::App& app, Options& options) {
    CLI::App* const command = addCommand(
        app, options, "why",
-       "Explain why a port is or isn't a member of a VLAN, or an address a static host or group of it",
-       "Of a port it tells which publisher decides it and who lost, what the port is, what is known of the "
-       "VLAN, and\n"
-       "then the rules of membership up to the one that decides, marked with >. Of an Ethernet address, "
+       "Explain why an interface is up or down, why a port is or isn't a member of a VLAN, or an address in "
+       "it",
+       "Of an interface alone it tells which condition decides its state, and what keeps its kernel device "
+       "away.\n"
+       "Of a port and a VLAN it tells which publisher decides the port and who lost, what the port is, what "
+       "is "
+       "known\n"
+       "of the VLAN, and then the rules of membership. Of an Ethernet address, which input decides it and "
        "which\n"
-       "input decides it and which lost by which number, and whether the VLAN has static hosts of its own.\n"
-       "Exit status 0 when the port is a member or the address is there, 1 when not.\n"
+       "lost by which number, and whether the VLAN has static hosts of its own. The rule that decides is "
+       "marked "
+       "with >.\n"
+       "Exit status 0 when the interface is up, the port is a member or the address is there, 1 when not.\n"
+       "  vornctl why Vlan10\n"
        "  vornctl why Et8 10\n"
        "  vornctl why 00:1c:73:00:00:01 10",
-       [&options] {
-          auto const addr = addressFromText(options.port);
-          Sulvi::IntfId const port = addr ? Sulvi::IntfId() : portFromText(options.port);
-          Bridging::VlanId const vlanId = vlanFromText(options.vlan);
-          Session session(options.socketPath);
-          WhyAnswer const answer = addr ? whyHost(session.fetch(whyHostParts), *addr, vlanId, options.format)
-                                        : why(session.fetch(whyParts), port, vlanId, options.format);
-          std::fwrite(answer.text.data(), 1, answer.text.size(), stdout);
-          return answer.isMember ? 0 : 1;
-       });
-   command->add_option("INTF", options.port, "Name of a port, or an Ethernet address")->required();
-   command->add_option("VLAN", options.vlan, "Number of the VLAN")->required();
+       [&options] { return printWhy(options); });
+   command->add_option("INTF", options.port, "Name of an interface, or an Ethernet address")->required();
+   command->add_option("VLAN", options.vlan, "Number of the VLAN");
 }
 
 } // namespace
@@ -193,6 +251,7 @@ int runCommandLine(int argc, char** argv) {
       // Before anything is connected: a wrong argument is wrong without a database, too.
       vlanOf(options);
       portOf(options);
+      intfOf(options);
    } catch (CLI::Success const& helpOrVersion) {
       app.exit(helpOrVersion);
       finishOutput();

@@ -110,7 +110,7 @@ TEST_F(DynamicVlanTest, vlanIsToldWithItsClaims) {
              "exists: \"VLAN0030\", from overlay, a dynamic VLAN; claimed by overlay 20 and lab 10");
    EXPECT_EQ(finding("Ethernet1", 40, "VLAN"),
              "exists: \"users\", from cli; claims of dynamic sources wait: overlay 20");
-   EXPECT_TRUE(ask("Ethernet1", 30).isMember);
+   EXPECT_TRUE(ask("Ethernet1", 30).isMember());
 }
 
 TEST_F(DynamicVlanTest, claimedVlanThatIsMissingIsOnItsWay) {
@@ -124,7 +124,7 @@ TEST_F(DynamicVlanTest, vlanOfMvrpAloneIsInNoList) {
    world.trunkPort("Ethernet1", "1-4094");
    world.dynVlans("mvrp", "30", 20);
    world.dynamicVlan(30, "mvrp");
-   EXPECT_FALSE(ask("Ethernet1", 30).isMember);
+   EXPECT_FALSE(ask("Ethernet1", 30).isMember());
    EXPECT_EQ(
        finding("Ethernet1", 30, "Allowed VLANs"),
        "the source mvrp asks for VLAN 30, and cli, which gives the VLANs, lacks it: such a VLAN is in no "
@@ -134,11 +134,11 @@ TEST_F(DynamicVlanTest, vlanOfMvrpAloneIsInNoList) {
                            "or have a dynamic source allow it: add it to "
                            "bridging/input/dynvlan/allowedvlan/SOURCE.vlans[Ethernet1]"));
    world.dynAllowed("mvrp")->vlansIs("Ethernet1", "30");
-   EXPECT_TRUE(ask("Ethernet1", 30).isMember);
+   EXPECT_TRUE(ask("Ethernet1", 30).isMember());
    EXPECT_EQ(finding("Ethernet1", 30, "Allowed VLANs"), "allowed by the dynamic source mvrp");
    world.dynAllowed("mvrp");
    world.cli->vlanConfigIs(30);
-   EXPECT_TRUE(ask("Ethernet1", 30).isMember) << "a static entry lets the list have it";
+   EXPECT_TRUE(ask("Ethernet1", 30).isMember()) << "a static entry lets the list have it";
 }
 
 TEST_F(DynamicVlanTest, tapIsNotReached) {
@@ -149,8 +149,8 @@ TEST_F(DynamicVlanTest, tapIsNotReached) {
    world.dynamicVlan(30, "mvrp");
    world.vlan(40);
    world.dynAllowed("overlay")->vlansIs("Ethernet1", "40");
-   EXPECT_TRUE(ask("Ethernet1", 30).isMember);
-   EXPECT_FALSE(ask("Ethernet1", 40).isMember);
+   EXPECT_TRUE(ask("Ethernet1", 30).isMember());
+   EXPECT_FALSE(ask("Ethernet1", 40).isMember());
 }
 
 TEST_F(DynamicVlanTest, sourcesThatAllowAVlanAreNamed) {
@@ -171,7 +171,7 @@ TEST_F(DynamicVlanTest, trunkGroupOfASourceIsNamed) {
    auto const overlay = world.dynAllowed("overlay");
    overlay->trunkGroupIs("g")->intfListIs("Ethernet1", true);
    overlay->trunkGroupIs("h")->intfListIs("Ethernet2", true);
-   EXPECT_TRUE(ask("Ethernet1", 10).isMember);
+   EXPECT_TRUE(ask("Ethernet1", 10).isMember());
    EXPECT_EQ(finding("Ethernet1", 10, "Trunk groups"),
              "VLAN 10 is open to trunks of group g, which the dynamic source overlay gives the port");
    EXPECT_EQ(finding("Ethernet2", 10, "Trunk groups"),

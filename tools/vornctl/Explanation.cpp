@@ -15,13 +15,13 @@ namespace Vornctl {
 
 // --- As text and as JSON.
 
-std::string rulesText(Explanation const& explanation, size_t width) {
+std::string rulesText(Findings const& findings, size_t width) {
    size_t ruleWidth = 0;
-   for (Rule const& rule : explanation.rules)
+   for (Rule const& rule : findings.rules)
       ruleWidth = std::max(ruleWidth, characters(rule.name));
    size_t const indent = ruleWidth + 4;
    std::string text;
-   for (Rule const& rule : explanation.rules) {
+   for (Rule const& rule : findings.rules) {
       std::string const finding =
           paragraph(Kem::printable(rule.finding), indent, std::max<size_t>(width, indent + 30));
       std::string const head = (rule.decides ? "> " : "  ") + rule.name;
@@ -36,18 +36,18 @@ std::string absentAgentText(size_t width) {
                            0, width);
 }
 
-std::string adviceText(Explanation const& explanation, size_t width) {
-   if (explanation.advice.empty())
+std::string adviceText(std::vector<std::string> const& advice, size_t width) {
+   if (advice.empty())
       return {};
    std::string text = "\nWhat to do:\n";
-   for (std::string const& advice : explanation.advice)
-      text += "  - " + paragraph(Kem::printable(advice), 4, width).substr(4);
+   for (std::string const& item : advice)
+      text += "  - " + paragraph(Kem::printable(item), 4, width).substr(4);
    return text;
 }
 
-Json rulesJson(Explanation const& explanation) {
+Json rulesJson(Findings const& findings) {
    Json rules = Json::array();
-   for (Rule const& rule : explanation.rules)
+   for (Rule const& rule : findings.rules)
       rules.push_back({{"rule", rule.name}, {"finding", rule.finding}, {"decides", rule.decides}});
    return rules;
 }

@@ -23,30 +23,35 @@ struct Rule {
    bool decides = false;
 };
 
-struct Explanation {
+struct Findings {
    std::vector<Rule> rules;
-   bool isMember = false;           // by the rules
-   std::vector<std::string> advice; // what would make the port a member; empty where it is one
-   // How the port is a member by the rules; nothing where it is none, and for the processor's port.
-   std::optional<Bridging::VlanPortConfig> member;
+   bool isSo = false;               // the answer to the question, by the rules
+   std::vector<std::string> advice; // what would turn a no into a yes
 
    void note(std::string name, std::string finding) {
       rules.push_back({std::move(name), std::move(finding)});
    }
-   void decide(bool isMemberNow, std::string name, std::string finding) {
+   void decide(bool isSoNow, std::string name, std::string finding) {
       rules.push_back({std::move(name), std::move(finding), true});
-      isMember = isMemberNow;
+      isSo = isSoNow;
    }
    void advise(std::string text) { advice.push_back(std::move(text)); }
    bool isDecided() const { return !rules.empty() && rules.back().decides; }
 };
 
+// Whether a port is a member of a VLAN, or an address is in one.
+struct Explanation : Findings {
+   bool isMember() const { return isSo; }
+   // How the port is a member by the rules; nothing where it is none, and for the processor's port.
+   std::optional<Bridging::VlanPortConfig> member;
+};
+
 // --- As text and as JSON. Lines have at most `width` characters.
-std::string rulesText(Explanation const& explanation, size_t width);
-std::string adviceText(Explanation const& explanation, size_t width); // empty when there is none
+std::string rulesText(Findings const& findings, size_t width);
+std::string adviceText(std::vector<std::string> const& advice, size_t width); // empty when there is none
 // That no agent is connected, which every answer has to say.
 std::string absentAgentText(size_t width);
-Json rulesJson(Explanation const& explanation);
+Json rulesJson(Findings const& findings);
 
 // --- Findings that several questions share.
 // The priority with which an input competes, as it is printed after the input's name.

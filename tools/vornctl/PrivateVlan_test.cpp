@@ -35,8 +35,8 @@ struct PrivateVlanTest : testing::Test {
    }
    std::string cpuDecision(uint16_t number) {
       Explanation const explanation = explain(state, "Cpu", number);
-      EXPECT_EQ(explanation.isMember, explanation.advice.empty());
-      return (explanation.isMember ? "yes: " : "no: ") + explanation.rules.back().finding;
+      EXPECT_EQ(explanation.isMember(), explanation.advice.empty());
+      return (explanation.isMember() ? "yes: " : "no: ") + explanation.rules.back().finding;
    }
 
    TestWorld world;

@@ -82,6 +82,21 @@ SwitchState Session::fetch(Part parts) {
    mount(Part::dynamic, state.dynAllowedVlans, "ri", "bridging/input/dynvlan/allowedvlan");
    mount(Part::interfaces, state.ethIntfConfig, "r", "interface/config/eth/intf");
    mount(Part::interfaces, state.ethIntfStatus, "r", "interface/status/eth/intf");
+   // Configurations come before the states that refer to them.
+   auto const here = [](char const* path) { return Cell::path(path, cell); };
+   mount(Part::routed, state.allIntfConfig, "r", "interface/config/all");
+   mount(Part::routed, state.vlanIntfConfig, "r", "interface/config/eth/vlan");
+   mount(Part::routed, state.dynVlanIntfs, "ri", "interface/input/dynvlanintf");
+   mount(Part::routed, state.subIntfConfig, "r", "interface/config/subintf");
+   mount(Part::routed, state.allVlanIntfAutoState, "r", "interface/config/eth/allVlanIntfAutoState");
+   mount(Part::routed, state.intfNamespace, "r", here("interface/nsconfig"));
+   mount(Part::routed, state.vlanStatus, "r", "bridging/vlan/status");
+   mount(Part::routed, state.allIntfStatus, "r", "interface/status/all");
+   mount(Part::routed, state.vlanIntfStatus, "r", "interface/status/eth/vlan");
+   mount(Part::routed, state.vlanIntfStatusLocal, "r", here("interface/status/eth/vlan/local"));
+   mount(Part::routed, state.subIntfStatus, "r", "interface/status/subintf");
+   mount(Part::routed, state.subIntfStatusLocal, "r", here("interface/status/subintf/local"));
+   mount(Part::routed, state.subIntfHwStatus, "r", "interface/hardware/status/subintf");
    mount(Part::causes, state.causes, "ri", "interface/errdisable/cause");
    mount(Part::causes, state.errdisable, "r", "interface/errdisable/status");
    mount(Part::agentStatus, state.agentStatus, "r",
@@ -92,6 +107,8 @@ SwitchState Session::fetch(Part parts) {
       take();
    if (contains(parts, Part::agentPid))
       state.agentPid = agentPid(socketPath_, agentName);
+   if (contains(parts, Part::routed) && state.agentPid != 0)
+      state.agentProcess = AgentProcess(state.agentPid);
    state.now = Kem::now();
    return state;
 }

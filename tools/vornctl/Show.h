@@ -59,6 +59,21 @@ std::string showInternalVlan(SwitchState const& state, Format const& format);
 inline constexpr Part showErrdisableParts = Part::causes;
 std::string showErrdisable(SwitchState const& state, Format const& format);
 
+// --- Routed interfaces. Devices are asked of the kernel, in the namespaces that the records name; what can't be read
+// there is said in place of the value.
+inline constexpr Part showIntfParts = Part::config | Part::routed | Part::agentStatus | Part::agentPid;
+// All interfaces, or one with all that is known of it; Absent when there is no such interface.
+std::string showInterface(SwitchState const& state, std::optional<Sulvi::IntfId> intfId,
+                          Format const& format);
+// VLAN interfaces, all or one; Absent when there is no such VLAN interface.
+std::string showVlanInterface(SwitchState const& state, std::optional<Sulvi::IntfId> intfId,
+                              Format const& format);
+// Subinterfaces, all or one; Absent when there is no such subinterface.
+std::string showSubinterface(SwitchState const& state, std::optional<Sulvi::IntfId> intfId,
+                             Format const& format);
+// Namespaces that an interface is in or is configured into.
+std::string showNamespace(SwitchState const& state, Format const& format);
+
 // How far the agent has come with its work.
 inline constexpr Part showBacklogParts = Part::agentStatus | Part::agentPid;
 std::string showBacklog(SwitchState const& state, Format const& format);

@@ -118,7 +118,7 @@ Json answerJson(SwitchState const& state, Explanation const& explanation, bool i
    Json json = {{"port", nameOf(port)},
                 {"vlan", vlanId.value()},
                 {"isMember", isMember},
-                {"isMemberByRules", explanation.isMember},
+                {"isMemberByRules", explanation.isMember()},
                 {"input", choice.winner.empty() ? Json() : Json(choice.winner)},
                 {"inputPriority", choice.priority},
                 {"losers", std::move(losers)}};
@@ -148,14 +148,14 @@ std::string answerText(SwitchState const& state, Explanation const& explanation,
               "By these rules it would be a member in another way: " + membershipText(*explanation.member) +
                   ". The resolved configuration hasn't followed the inputs yet (vornctl show backlog).",
               0, width);
-   if (explanation.isMember != (member != nullptr))
+   if (explanation.isMember() != (member != nullptr))
       text += "\n" +
-              paragraph(std::string("By these rules it would ") + (explanation.isMember ? "be" : "not be") +
+              paragraph(std::string("By these rules it would ") + (explanation.isMember() ? "be" : "not be") +
                             " a member: the resolved configuration hasn't followed the inputs yet (vornctl "
                             "show backlog).",
                         0, width);
    if (!member)
-      text += adviceText(explanation, width);
+      text += adviceText(explanation.advice, width);
    return text;
 }
 
@@ -197,7 +197,7 @@ Explanation explain(SwitchState const& state, Sulvi::IntfId port, Bridging::Vlan
       return out;
    }
    explainMembership(out, state, {port, *choice.record, *resolved}, *vlan);
-   if (!out.isMember)
+   if (!out.isMember())
       adviseLosers(out, state, choice, port, *vlan);
    return out;
 }

@@ -134,7 +134,7 @@ Json hostJson(SwitchState const& state, FdbChoice const& choice, Explanation con
    return {{"address", textOf(addr)},
            {"vlan", vlanId.value()},
            {"isResolved", choice.resolved.has_value()},
-           {"isResolvedByRules", explanation.isMember},
+           {"isResolvedByRules", explanation.isMember()},
            {"resolved", choice.resolved ? entryJson(*choice.resolved) : Json()},
            {"input", choice.claims.empty() ? Json() : Json(choice.claims.front().input)},
            {"inputPriority", choice.claims.empty() ? 0 : choice.claims.front().priority},
@@ -177,10 +177,10 @@ WhyAnswer whyHost(SwitchState const& state, Sulvi::EthAddr addr, Bridging::VlanI
        ".\n\n" + rulesText(explanation, format.width);
    if (state.agentPid == 0)
       text += absentAgentText(format.width);
-   if (std::string const difference = differenceText(choice, explanation.isMember); !difference.empty())
+   if (std::string const difference = differenceText(choice, explanation.isMember()); !difference.empty())
       text += '\n' + paragraph(Kem::printable(difference), 0, format.width);
    if (!isThere)
-      text += adviceText(explanation, format.width);
+      text += adviceText(explanation.advice, format.width);
    return {isThere, std::move(text)};
 }
 

@@ -27,8 +27,8 @@ struct WhyHostTest : testing::Test {
    std::string decision(char const* addr = unicastHost, uint16_t vlan = 10) {
       Explanation const explanation = explainHost(state, addrOf(addr), vlan);
       EXPECT_TRUE(explanation.isDecided());
-      EXPECT_EQ(explanation.isMember, explanation.advice.empty());
-      return (explanation.isMember ? "yes, " : "no, ") + explanation.rules.back().name + ": " +
+      EXPECT_EQ(explanation.isMember(), explanation.advice.empty());
+      return (explanation.isMember() ? "yes, " : "no, ") + explanation.rules.back().name + ": " +
              explanation.rules.back().finding;
    }
    std::string finding(std::string const& rule, char const* addr = unicastHost) {

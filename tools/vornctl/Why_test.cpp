@@ -25,9 +25,9 @@ struct WhyTest : testing::Test {
       EXPECT_TRUE(explanation.isDecided());
       for (size_t i = 0; i + 1 < explanation.rules.size(); ++i)
          EXPECT_FALSE(explanation.rules[i].decides) << explanation.rules[i].name;
-      EXPECT_EQ(explanation.isMember, explanation.advice.empty())
+      EXPECT_EQ(explanation.isMember(), explanation.advice.empty())
           << "advice where it isn't a member, and only there";
-      return (explanation.isMember ? "yes, " : "no, ") + explanation.rules.back().name + ": " +
+      return (explanation.isMember() ? "yes, " : "no, ") + explanation.rules.back().name + ": " +
              explanation.rules.back().finding;
    }
    std::string finding(char const* port, uint16_t vlan, std::string const& rule) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <initializer_list>
 
 namespace Vornctl {
 
@@ -92,22 +93,104 @@ std::string membershipText(Bridging::VlanPortConfig const& member) {
    return text;
 }
 
-Sulvi::IntfId portFromText(std::string_view text) {
+std::string operStatusText(Interface::IntfOperStatus status) {
+   using Interface::IntfOperStatus;
+   switch (status) {
+   case IntfOperStatus::intfOperUp:
+      return "up";
+   case IntfOperStatus::intfOperDown:
+      return "down";
+   case IntfOperStatus::intfOperTesting:
+      return "testing";
+   case IntfOperStatus::intfOperUnknown:
+      return "unknown";
+   case IntfOperStatus::intfOperDormant:
+      return "dormant";
+   case IntfOperStatus::intfOperNotPresent:
+      return "not present";
+   case IntfOperStatus::intfOperLowerLayerDown:
+      return "lower layer down";
+   }
+   return numbered("state", status);
+}
+
+std::string operStatusName(Interface::IntfOperStatus status) {
+   std::string const text = operStatusText(status);
+   std::string name;
+   for (size_t i = 0; i < text.size(); ++i)
+      if (text[i] != ' ')
+         name += i > 0 && text[i - 1] == ' '
+                     ? static_cast<char>(std::toupper(static_cast<unsigned char>(text[i])))
+                     : text[i];
+   return name;
+}
+
+std::string forwardingModelText(Interface::IntfForwardingModel model) {
+   using Interface::IntfForwardingModel;
+   switch (model) {
+   case IntfForwardingModel::intfForwardingModelUnknown:
+      return "unknown";
+   case IntfForwardingModel::intfForwardingModelBridged:
+      return "bridged";
+   case IntfForwardingModel::intfForwardingModelAggregated:
+      return "aggregated";
+   case IntfForwardingModel::intfForwardingModelMirrored:
+      return "mirrored";
+   case IntfForwardingModel::intfForwardingModelBlocked:
+      return "blocked";
+   case IntfForwardingModel::intfForwardingModelRouted:
+      return "routed";
+   }
+   return numbered("model", model);
+}
+
+std::string encapsulationText(Interface::SubIntfEncapType type) {
+   using Interface::SubIntfEncapType;
+   switch (type) {
+   case SubIntfEncapType::subIntfEncapNone:
+      return "none";
+   case SubIntfEncapType::subIntfEncapDot1q:
+      return "802.1Q";
+   }
+   return numbered("encapsulation", type);
+}
+
+namespace {
+
+// The name with a beginning of one of these words before its first digit made whole.
+std::string spelledOut(std::string_view text, std::initializer_list<std::string_view> kinds) {
    std::string name(text);
    size_t const digits = static_cast<size_t>(std::find_if(name.begin(), name.end(), isDigit) - name.begin());
    if (digits < name.size())
-      for (std::string_view const kind : {"Ethernet", "Port-Channel"})
+      for (std::string_view const kind : kinds)
          if (abbreviates(std::string_view(name).substr(0, digits), kind)) {
             name.replace(0, digits, kind);
             break;
          }
+   return name;
+}
+
+Sulvi::IntfId intfOfName(std::string const& name, std::string const& noun) {
    if (name.empty())
-      throw UsageError("the name of a port is wanted");
+      throw UsageError("the name of " + noun + " is wanted");
    try {
       return Sulvi::IntfId(name);
    } catch (Kem::RangeException const& error) {
-      throw UsageError(std::string("no name of a port: ") + error.what());
+      throw UsageError("no name of " + noun + ": " + error.what());
    }
+}
+
+} // namespace
+
+Sulvi::IntfId portFromText(std::string_view text) {
+   return intfOfName(spelledOut(text, {"Ethernet", "Port-Channel"}), "a port");
+}
+
+Sulvi::IntfId intfFromText(std::string_view text, bool numbersAreVlans) {
+   if (numbersAreVlans && !text.empty() && std::all_of(text.begin(), text.end(), isDigit))
+      return intfOfName("Vlan" + std::string(text), "an interface");
+   return intfOfName(spelledOut(text, {"Ethernet", "Port-Channel", "Vlan", "Loopback", "Management"}),
+                     "an interface");
 }
 
 Bridging::VlanId vlanFromText(std::string_view text) {
@@ -154,6 +237,16 @@ std::string joined(std::vector<std::string> const& items) {
 
 std::string counted(size_t count, std::string_view noun) {
    return std::to_string(count) + ' ' + std::string(noun) + (count == 1 ? "" : "s");
+}
+
+std::string shellWord(std::string const& word) {
+   constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.:/-";
+   if (!word.empty() && word[0] != '-' && word.find_first_not_of(plain) == std::string::npos)
+      return word;
+   std::string quoted = "'";
+   for (char const c : word)
+      quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+   return quoted + "'";
 }
 
 std::string durationText(double seconds) {

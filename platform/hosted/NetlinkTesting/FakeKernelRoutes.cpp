@@ -33,8 +33,12 @@ std::string FakeKernel::linkMessage(uint16_t type, Device const& device, uint32_
    uint32_t const mtu = device.mtu;
    message.attribute(IFLA_MTU, &mtu, sizeof mtu);
    message.attribute(IFLA_ADDRESS, device.address.data(), device.address.size());
-   if (device.base)
+   if (device.base) {
       message.attribute(IFLA_LINK, &device.base->index, sizeof device.base->index);
+      int32_t const elsewhere = 0; // the number by which this namespace knows the other one
+      if (device.base->netNs != device.netNs)
+         message.attribute(IFLA_LINK_NETNSID, &elsewhere, sizeof elsewhere);
+   }
    if (!device.kind.empty()) {
       auto const info = message.nestBegin(IFLA_LINKINFO);
       message.textAttribute(IFLA_INFO_KIND, device.kind);
