@@ -241,39 +241,36 @@ VlanCreateStatus VlanIntfCommon::doCreateVlanDevice(uint16_t vlanId, Kem::String
    return ret;
 }
 
-// The kernel says that there is such a device. It may be one of an earlier configuration, or somebody else's, or
-// the VLAN of the base may be taken by a device of another name.
+// The kernel says that there is such a device. It may be one of an earlier configuration, or somebody else's; the
+// VLAN of the base may be taken by a device of another name; and since the kernel makes a device in the default
+// namespace before it moves it, the name may be taken there.
 VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                                   Kem::String8 const& deviceName, int socketFd,
                                                   Sulvi::NamespaceName const& dstNs) {
-   auto const found = existingDevice(deviceName, nsSocketFd(dstNs));
-   switch (found.kind) {
-   case ExistingDevice::vlan:
-      if (found.vlanId == vlanId && found.base == baseDeviceName)
-         return VlanExists;
+   int fd = nsSocketFd(dstNs);
+   auto found = existingDevice(deviceName, fd);
+   if (found.kind == ExistingDevice::vlan && found.vlanId == vlanId && found.base == baseDeviceName)
+      return VlanExists;
+   if (found.kind == ExistingDevice::none && !dstNs.isDefault()) {
+      fd = in_.socketFd;
+      found = existingDevice(deviceName, fd);
+   }
+   if (found.kind == ExistingDevice::vlan) {
       KEM_TRACE(commonTrace, 1,
                 "device " << deviceName << " has VLAN " << found.vlanId << " of " << found.base
-                          << ", not VLAN " << vlanId << " of " << baseDeviceName << ": made again");
-      destroyVlanDevice(deviceName, nsSocketFd(dstNs));
-      {
-         auto const again = createVlanDevice(baseDeviceName, deviceName, vlanId, socketFd, dstNs);
-         if (again != VlanExists)
-            return again;
-      }
-      createProblem_ =
-          "VLAN " + std::to_string(vlanId) + " of " + baseDeviceName.str() + " belongs to another device";
-      return VlanRefused;
-   case ExistingDevice::other:
-      createProblem_ = "a device " + deviceName.str() + " exists that is no VLAN device";
-      return VlanRefused;
-   case ExistingDevice::none:
-      createProblem_ =
-          "VLAN " + std::to_string(vlanId) + " of " + baseDeviceName.str() + " belongs to another device";
-      return VlanRefused;
-   case ExistingDevice::unknown:
-      break;
+                          << ", not VLAN " << vlanId << " of " << baseDeviceName << " in NS " << dstNs
+                          << ": made again");
+      static_cast<void>(destroyVlanDevice(deviceName, fd));
+      auto const again = createVlanDevice(baseDeviceName, deviceName, vlanId, socketFd, dstNs);
+      if (again != VlanExists)
+         return again;
+      found = existingDevice(deviceName, fd);
    }
-   createProblem_ = "device " + deviceName.str() + " exists and can't be looked at";
+   createProblem_ =
+       found.kind == ExistingDevice::other ? "a device " + deviceName.str() + " exists that is no VLAN device"
+       : found.kind == ExistingDevice::none
+           ? "VLAN " + std::to_string(vlanId) + " of " + baseDeviceName.str() + " belongs to another device"
+           : "device " + deviceName.str() + " exists and can't be looked at";
    return VlanRefused;
 }
 

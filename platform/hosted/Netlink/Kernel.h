@@ -37,7 +37,7 @@ class Kernel {
    // none.
    virtual uint64_t netNsInode(Sulvi::NamespaceName const& netNs) = 0;
    // Ends the process: the end that its logic asks for when a device can't be switched. A test's kernel throws.
-   [[noreturn]] virtual void exitProcess(int status) = 0;
+   [[noreturn]] virtual void exitProcess(int status);
    // A route channel in a namespace, which is subscribed to groups such as RTMGRP_LINK. Null with errno where
    // that isn't possible.
    virtual std::unique_ptr<Channel> channel(Sulvi::NamespaceName const& netNs, uint32_t groups) = 0;

@@ -66,7 +66,7 @@ uint64_t LinuxKernel::netNsInode(Sulvi::NamespaceName const& netNs) {
    return inode;
 }
 
-void LinuxKernel::exitProcess(int status) {
+void Kernel::exitProcess(int status) {
    std::exit(status);
 }
 

@@ -15,7 +15,6 @@ class LinuxKernel final : public Kernel {
    int getnsByName(Sulvi::NamespaceName const& netNs, int nsType) override;
    int close(int fd) override;
    uint64_t netNsInode(Sulvi::NamespaceName const& netNs) override;
-   [[noreturn]] void exitProcess(int status) override;
    std::unique_ptr<Channel> channel(Sulvi::NamespaceName const& netNs, uint32_t groups) override;
 };
 
