@@ -6,6 +6,7 @@
 #include "Table.h"
 #include "Words.h"
 
+#include "records/Bridging/VlanConfig.h"
 #include "records/Interface/Hardware/SubIntfStatus.h"
 
 #include <utility>

@@ -376,8 +376,8 @@ IntfAnswer whyIntf(SwitchState const& state, Sulvi::IntfId intfId, Format const&
        headline(intf, device) + changeText(state, intf) + '\n' + rulesText(byRules, format.width);
    if (!device.rules.empty())
       text += "\nIts kernel device:\n" + rulesText(device, format.width);
-   if (intf.status && byRules.isSo != isUpByRecord(intf))
-      text += '\n' + paragraph(std::string("By these rules it would be ") + (byRules.isSo ? "up" : "down") +
+   if (intf.verdict && intf.verdict->operStatus != intf.status->operStatus())
+      text += '\n' + paragraph("By these rules it would be " + operStatusText(intf.verdict->operStatus) +
                                    ": the agent hasn't evaluated it yet (vornctl show backlog).",
                                0, format.width);
    if (state.agentPid == 0)

@@ -377,9 +377,14 @@ TEST_F(WhyInterfaceTest, stateThatTheRulesDoNotGiveIsSaid) {
    EXPECT_THAT(answer.text,
                StartsWith("Vlan10 is up.\nThe state last changed 60 s ago, 2 changes so far.\n\n"));
    EXPECT_THAT(answer.text,
-               HasSubstr("\nBy these rules it would be down: the agent hasn't evaluated it yet"));
+               HasSubstr("\nBy these rules it would be lower layer down: the agent hasn't evaluated it yet"));
    EXPECT_THAT(answer.text, HasSubstr("\nThe agent is not connected to the database"));
    EXPECT_THAT(answer.text, HasSubstr("\nWhat to do:\n  - no port is a member of VLAN 10"));
+   // Down in another way than it should be is a difference, too.
+   state.vlanIntfStatus->intfStatus("Vlan10")->operStatusIs(IntfOperStatus::intfOperUnknown);
+   EXPECT_THAT(whyIntf(state, "Vlan10", {}).text, HasSubstr("By these rules it would be lower layer down"));
+   state.vlanIntfStatus->intfStatus("Vlan10")->operStatusIs(IntfOperStatus::intfOperLowerLayerDown);
+   EXPECT_THAT(whyIntf(state, "Vlan10", {}).text, Not(HasSubstr("By these rules")));
 }
 
 TEST_F(WhyInterfaceTest, jsonHasTheRulesAndTheFacts) {
