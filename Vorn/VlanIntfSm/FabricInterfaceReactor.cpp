@@ -4,6 +4,7 @@
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
 #include <net/if.h>
+#include <utility>
 
 namespace Vorn {
 
@@ -13,7 +14,7 @@ Kem::TraceFacility fabricTrace("VornFabric");
 
 FabricInterfaceReactor::FabricInterfaceReactor(
     VlanIntfSm& vlanIntfSm, Kem::Ptr<KernelNetworkInfo::Interface const> const& fabricInterface)
-    : vlanIntfSm_(vlanIntfSm), ifIndex_(fabricInterface->ifIndex()) {
+    : vlanIntfSm_(vlanIntfSm), ifIndex_(fabricInterface->ifIndex()), flags_(fabricInterface->flags()) {
    kemFabricInterface_.notifierIs(fabricInterface);
 }
 
@@ -25,11 +26,15 @@ void FabricInterfaceReactor::handleInitialized() {
 void FabricInterfaceReactor::handleFlags() {
    if (!isReady())
       return;
-   bool const up = kemFabricInterface_.notifier()->flags() & IFF_UP;
+   auto const flags = kemFabricInterface_.notifier()->flags();
+   bool const up = flags & IFF_UP;
    KEM_TRACE(fabricTrace, 3, "Fabric ifUp " << up);
-   if (up == vlanIntfSm_.fabricUp())
+   bool const isOther = flags != std::exchange(flags_, flags);
+   if (up == vlanIntfSm_.fabricUp() && !isOther)
       return;
    vlanIntfSm_.fabricUpIs(up);
+   // A carrier that comes back is passed on by the kernel to the devices on it, whose own states are lost with
+   // that.
    if (up)
       vlanIntfSm_.evaluateInterfaceConfiguration();
 }
