@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 #include "KernelNetworkInfo/Manager.h"
 #include "Netlink/Kernel.h"
+#include "Sulvi/KernelDeviceName.h"
 #include "Vorn/VlanIntfCommon/VlanIntfCommon.h"
 #include "records/KernelNetworkInfo/Interface.h"
 #include "records/KernelNetworkInfo/Root.h"
@@ -28,6 +29,8 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
       sweepAgainIn(ns);
    for (auto const& [ifName, device] : root->interfaceByName()) {
       KEM_TRACE(sweepTrace, 8, "Found device: " << ifName);
+      if (isOfOthers(ifName, socketFd))
+         continue;
       if (!intfPresentInConfig(ifName)) {
          KEM_TRACE(sweepTrace, 3, ifName << " did not find device in intfConfig");
          if (destroyVlanDevice(ifName, socketFd) >= 0)
@@ -51,6 +54,25 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
          isl->netNsNameIs(Sulvi::DEFAULT_NS);
    }
    KEM_TRACE(sweepTrace, 3, "Finished deleting unneeded kernel devices");
+}
+
+// A device of a name that we give, but not on the base that we would put it on, or of another kind: whoever made
+// it has use for it.
+bool VlanIntfCommon::isOfOthers(Kem::String8 const& ifName, int socketFd) const {
+   bool const isVlanIntf = Sulvi::vlanIdFromDeviceName(ifName).has_value();
+   if (!isVlanIntf && !Sulvi::isSubIntf(ifName))
+      return false; // a name that the derived class leaves alone
+   auto const found = existingDevice(ifName, socketFd);
+   if (found.kind == ExistingDevice::other) {
+      KEM_TRACE(sweepTrace, 1, ifName << " is no VLAN device: left alone");
+      return true;
+   }
+   std::string_view const name = ifName;
+   auto const base = isVlanIntf ? in_.fabricDeviceName : Kem::String8(name.substr(0, name.rfind('.')));
+   if (found.kind != ExistingDevice::vlan || found.base == base)
+      return false;
+   KEM_TRACE(sweepTrace, 3, ifName << " is on " << found.base << ", not on " << base << ": left alone");
+   return true;
 }
 
 // Nobody opens this namespace, but an earlier configuration may have.

@@ -154,6 +154,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    VlanCreateStatus takeOverOrRemake(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                      Kem::String8 const& deviceName, int socketFd,
                                      Sulvi::NamespaceName const& dstNs);
+   bool isOfOthers(Kem::String8 const& ifName, int socketFd) const;
    void sweepUnusedNs(Sulvi::NamespaceName const& name);
    void sweepAgainIn(Sulvi::NamespaceName const& ns); // its devices could not be listed
 

@@ -431,8 +431,24 @@ TEST_F(VlanIntfCommonTest, aDeviceOfAnotherKindSurvivesTheSweep) {
    kernel.deviceIs("vlan9", "bridge");
    sm->doRemoveUnneededVlanNetworkDevices(socketFd, Sulvi::DEFAULT_NS);
    EXPECT_NE(kernel.findDevice("vlan9"), nullptr);
-   EXPECT_TRUE(trace.has("did not find device in intfConfig"));
-   EXPECT_FALSE(trace.has("deleted unneeded kernel device: vlan9"));
+   EXPECT_TRUE(trace.has("vlan9 is no VLAN device: left alone"));
+   EXPECT_EQ(kernel.count("DEL_VLAN_CMD"), 0);
+}
+
+// A host in a namespace may call its VLAN devices as it likes.
+TEST_F(VlanIntfCommonTest, aDeviceOnAnotherBaseSurvivesTheSweep) {
+   namespaceIs("host");
+   kernel.deviceIs("port");
+   kernel.vlanDeviceIs("vlan10", "port", 10, "host");
+   kernel.vlanDeviceIs("vlan5", "port", 5);
+   kernel.vlanDeviceIs("vlan6", "fabric", 6);
+   sm->doRemoveUnneededVlanNetworkDevices(socketFd, Sulvi::DEFAULT_NS);
+   sm->prepNs("host");
+   EXPECT_NE(kernel.findDevice("vlan10", "host"), nullptr);
+   EXPECT_NE(kernel.findDevice("vlan5"), nullptr);
+   EXPECT_EQ(kernel.findDevice("vlan6"), nullptr);
+   EXPECT_TRUE(trace.has("vlan6 did not find device in intfConfig"));
+   EXPECT_TRUE(trace.has("deleted unneeded kernel device: vlan6"));
 }
 
 TEST_F(VlanIntfCommonTest, aListThatCantBeHadIsAskedForAgain) {
