@@ -132,6 +132,10 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    if (!srcNs.isDefault() && leaveVanishedNs(isl, srcNs))
       srcNs = Sulvi::DEFAULT_NS;
    int const srcSockFd = nsSocketFd(srcNs);
+   if (srcSockFd <= 0 && !srcNs.isDefault() && in_.netNsCollection->netNsByName(srcNs)) {
+      existenceIs("namespace " + srcNs.stringValue().str() + " can't be entered");
+      return false; // its socket may be refused for a moment
+   }
    if (srcSockFd <= 0) {
       std::cerr << "Failed(srcSockFd > 0)  srcSockFd: " << srcSockFd << " srcNs: " << srcNs
                 << " dstNs: " << dstNs << " intfId: " << intfId << std::endl;
