@@ -3,6 +3,8 @@
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Sulvi/KernelDeviceName.h"
+#include "Vorn/KernelDevices/DeviceAbility.h"
+#include "Vorn/KernelDevices/LinkSettings.h"
 #include "Vorn/Rules/SubIntfIds.h"
 #include "Vorn/Rules/SubIntfStatus.h"
 #include "Vorn/SubIntfSm/SubIntfSm.h"
@@ -211,9 +213,7 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const isNewlyMirrored = doSetKernelOperState();
    int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    if (!sm_.continueProcessing()) {
-      // A device that waits for its namespace where it is must not go on carrying traffic.
-      if (!isOperUp())
-         sm_.setInterfaceUpOrDown(deviceName_, false, fd);
+      restrainWaitingDevice(fd);
       return result;
    }
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
@@ -224,6 +224,21 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    if (isNewlyMirrored && mirror->doSyncIntfStatus(intfId()) != 0)
       sm_.kernelCallFailedIs(true);
    return true;
+}
+
+// The evaluation stopped, perhaps because the namespace of the device doesn't exist yet; the device waits where it is.
+// It must not keep a VLAN id that the interface no longer claims, nor carry traffic for one that is down.
+void KemSubIntfConfig::restrainWaitingDevice(int fd) {
+   if (fd == 0)
+      return;
+   auto const device = existingDevice(deviceName_, fd);
+   if (device.kind != ExistingDevice::vlan)
+      return;
+   int error = 0;
+   if (device.vlanId != curVlanId_)
+      sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
+   else if (!isOperUp() && setInterfaceUpOrDownInternal(deviceName_, false, fd, &error) < 0)
+      sm_.kernelCallFailedIs(true);
 }
 
 // A VLAN id that is claimed twice is no failure of the kernel: who has the device doesn't count, and the end of the
