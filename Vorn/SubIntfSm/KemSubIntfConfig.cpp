@@ -213,6 +213,8 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const isNewlyMirrored = doSetKernelOperState();
    int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    if (!sm_.continueProcessing()) {
+      if (!result && curVlanId_ != 0 && !invalidCfg_)
+         sm_.takeVlanIdFromLeftovers(parentIntfId_, curVlanId_);
       restrainWaitingDevice(fd);
       return result;
    }

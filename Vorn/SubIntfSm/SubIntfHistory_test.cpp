@@ -115,7 +115,7 @@ class SubIntfHistoryTest : public testing::TestWithParam<unsigned> {
             world.makeStatus(intfId);
          return name("status record");
       case 18:
-         if (chance(30) && world.sm)
+         if (chance(30))
             world.statusLocalDir->intfStatusLocalDel(intfId);
          else if (chance(50))
             world.statusLocalDir->newIntfStatusLocal(intfId);
@@ -246,6 +246,7 @@ class SubIntfHistoryTest : public testing::TestWithParam<unsigned> {
    }
    void verify() {
       world.kernel.faultsEnd();
+      world.namespacesAreLookedAt();
       world.advance(3);
       for (auto const& [intfId, status] : world.statusDir->intfStatus())
          EXPECT_EQ(world.state(intfId), expected(intfId)) << intfId;
@@ -289,7 +290,7 @@ TEST_P(SubIntfHistoryTest, AfterAnyHistoryAllIsAsAFreshStartWouldMakeIt) {
       std::cout << history;
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 1001u));
+INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 6001u));
 
 } // namespace
 } // namespace Vorn

@@ -144,6 +144,19 @@ TEST_F(SubIntfRestartTest, ADeviceOfAConfigurationWithoutStatusWaitsForIt) {
    EXPECT_EQ(world.device("et1.10"), "-");
 }
 
+TEST_F(SubIntfRestartTest, SuchADeviceMakesWayForOneThatIsComplete) {
+   world.configure("Ethernet1.10", 100);
+   world.kernel.vlanDeviceIs("et1.10", "et1", 100);
+   world.kernel.vlanDeviceIs("et1.12", "et1", 102);
+   world.configure("Ethernet1.12", 102);
+   world.subIntf("Ethernet1.11", 100);
+   world.start();
+   world.advance(2);
+   EXPECT_EQ(world.device("et1.10"), "-");
+   EXPECT_EQ(world.device("et1.11"), "vlan 100 on et1, mtu 1500, up, 02:00:00:00:00:01");
+   EXPECT_NE(world.device("et1.12"), "-");
+}
+
 TEST_F(SubIntfRestartTest, SuchADeviceInAnotherNamespaceGoesWithTheConfigurationToo) {
    world.namespaceIs("red");
    world.configure("Ethernet1.10", 100);

@@ -200,6 +200,19 @@ void SubIntfSm::handleParentIntfUpdate(Sulvi::IntfId parentIntfId) {
    armIntfConfigClock();
 }
 
+void SubIntfSm::takeVlanIdFromLeftovers(Sulvi::IntfId parentIntfId, uint16_t vlanId) {
+   for (auto const& [intfId, config] : in_.subIntfConfigDir->intfConfig()) {
+      if (parentOfSubIntf(intfId) != parentIntfId || subIntfConfigCodef_->existsInOrdel(intfId))
+         continue;
+      auto const deviceName = Sulvi::kernelDeviceName(intfId);
+      auto const isl = in_.subIntfStatusLocalDir->intfStatusLocal(intfId);
+      int const fd = nsSocketFdFromIntfStatusLocal(isl);
+      auto const device = fd != 0 ? existingDevice(deviceName, fd) : ExistingDevice();
+      if (device.kind == ExistingDevice::vlan && device.vlanId == vlanId)
+         doDestroyVlanDevice(deviceName, isl, in_.socketFd);
+   }
+}
+
 void SubIntfSm::handleAllIntfStatus(Sulvi::IntfId intfId) {
    if (!isReady() || !parentIntf(intfId))
       return;

@@ -696,6 +696,25 @@ TEST_F(SubIntfSmTest, ANamespaceThatCantBeEnteredForAMomentIsEnteredLater) {
    EXPECT_EQ(world.device("et1.10@red"), "-");
 }
 
+// 1. The namespace is entered, and its number can't be read. 2. It is deleted and made again under its name. Nobody
+// would notice that the device went with the old one.
+TEST_F(SubIntfSmTest, ANamespaceWhoseNumberCantBeReadIsEnteredLater) {
+   world.namespaceIs("red");
+   world.moveTo("Ethernet1.10", "red");
+   world.subIntf("Ethernet1.10", 100);
+   world.startOnly();
+   world.kernel.fail("open", EMFILE, 2);
+   world.run();
+   EXPECT_TRUE(trace.has("NS red can't be looked at: Too many open files"));
+   EXPECT_TRUE(world.isRetried("Ethernet1.10"));
+   world.advance(1);
+   EXPECT_EQ(world.device("et1.10@red"), upOn100);
+   world.namespaceDel("red");
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.device("et1.10@red"), upOn100);
+}
+
 // It says up and has no device: the namespace doesn't exist.
 TEST_F(SubIntfSmTest, AnInterfaceThatIsUpWithoutADeviceIsTriedAgain) {
    world.moveTo("Ethernet1.10", "red");
