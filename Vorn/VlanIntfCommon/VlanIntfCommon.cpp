@@ -280,7 +280,9 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
 
 void VlanIntfCommon::doDestroyVlanDevice(Kem::String8 const& deviceName,
                                          Kem::Ptr<Interface::EthIntfStatusLocal> const& isl, int socketFd) {
-   static_cast<void>(destroyVlanDevice(deviceName, isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd));
+   int const fd = isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd;
+   if (fd != 0)
+      static_cast<void>(destroyVlanDevice(deviceName, fd));
    deviceVlanId_.erase(deviceName);
    setIntfStatusLocalNetNsName(isl, Sulvi::DEFAULT_NS);
 }
