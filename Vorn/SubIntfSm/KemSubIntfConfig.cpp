@@ -211,13 +211,13 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
        initialized(), preparedToDie_, intfId(), curVlanId_, Sulvi::kernelDeviceName(parentIntfId_),
        deviceName_, intfId().stringValue(), subIntfStatus_, subIntfStatusLocal_);
    bool const isNewlyMirrored = doSetKernelOperState();
-   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    if (!sm_.continueProcessing()) {
       if (!result && curVlanId_ != 0 && !invalidCfg_)
          sm_.takeVlanIdFromLeftovers(parentIntfId_, curVlanId_);
-      restrainWaitingDevice(fd);
+      restrainWaitingDevice();
       return result;
    }
+   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    sm_.setInterfaceUpOrDown(deviceName_, isOperUp(), fd);
    handleMtu();
@@ -230,7 +230,9 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
 
 // The evaluation stopped, perhaps because the namespace of the device doesn't exist yet; the device waits where it is.
 // It must not keep a VLAN id that the interface no longer claims, nor carry traffic for one that is down.
-void KemSubIntfConfig::restrainWaitingDevice(int fd) {
+void KemSubIntfConfig::restrainWaitingDevice() {
+   sm_.prepNs(keyOf(subIntfStatusLocal_->netNsName()));
+   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    if (fd == 0)
       return;
    auto const device = existingDevice(deviceName_, fd);
@@ -274,6 +276,7 @@ void KemSubIntfConfig::doPrepareToDie() {
       sm_.subIntfDel(parentIntfId_, intfId());
       // What is merely replaced keeps its device. Any other gave up its claim, and its device would keep the VLAN
       // id from the next claimant.
+      sm_.prepNs(keyOf(subIntfStatusLocal_->netNsName()));
       if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
          sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
       if (!sm_.standbyMode())

@@ -290,7 +290,7 @@ TEST_P(SubIntfHistoryTest, AfterAnyHistoryAllIsAsAFreshStartWouldMakeIt) {
       std::cout << history;
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 6001u));
+INSTANTIATE_TEST_SUITE_P(Seeds, SubIntfHistoryTest, testing::Range(1u, 101u));
 
 } // namespace
 } // namespace Vorn

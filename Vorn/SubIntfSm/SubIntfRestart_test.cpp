@@ -169,6 +169,38 @@ TEST_F(SubIntfRestartTest, SuchADeviceInAnotherNamespaceGoesWithTheConfiguration
    EXPECT_EQ(world.device("et1.10@red"), "-");
 }
 
+// It waits for another namespace, so that nothing has been asked where its device is when its records go.
+TEST_F(SubIntfRestartTest, ADeviceWhoseInterfaceWaitsForAnotherNamespaceGoesFromWhereItIs) {
+   world.namespaceIs("red");
+   world.moveTo("Ethernet1.10", "red");
+   world.moveTo("Ethernet1.11", "red");
+   world.subIntf("Ethernet1.10", 100);
+   world.subIntf("Ethernet1.11", 101);
+   world.start();
+   world.stop();
+   world.moveTo("Ethernet1.10", "blue");
+   world.moveTo("Ethernet1.11", "blue");
+   world.start();
+   EXPECT_NE(world.device("et1.10@red"), "-");
+   world.statusLocalDir->newIntfStatusLocal("Ethernet1.10");
+   world.subIntfDel("Ethernet1.11");
+   world.run();
+   EXPECT_EQ(world.subIntfDevices(), "");
+   EXPECT_FALSE(trace.has("Inappropriate ioctl"));
+}
+
+TEST_F(SubIntfRestartTest, AllRecordsOfAnIncompleteInterfaceGoWithItsDeviceInAnotherNamespace) {
+   world.namespaceIs("red");
+   world.configure("Ethernet1.10", 100);
+   world.statusLocalDir->intfStatusLocalIs("Ethernet1.10")->netNsNameIs("red");
+   world.kernel.vlanDeviceIs("et1.10", "et1", 100, "red");
+   world.start();
+   EXPECT_NE(world.device("et1.10@red"), "-");
+   world.subIntfDel("Ethernet1.10");
+   world.run();
+   EXPECT_EQ(world.device("et1.10@red"), "-");
+}
+
 // Two left over from an earlier run, one of them in a namespace where it no longer belongs.
 TEST_F(SubIntfRestartTest, ADeviceInTheWrongNamespaceIsFoundThere) {
    world.namespaceIs("red");
