@@ -3,6 +3,8 @@
 #include "Kem/Assert.h"
 #include "Kem/Trace.h"
 #include "Sulvi/KernelDeviceName.h"
+#include "Vorn/KernelDevices/DeviceAbility.h"
+#include "Vorn/KernelDevices/LinkSettings.h"
 #include "Vorn/Rules/SubIntfIds.h"
 #include "Vorn/Rules/SubIntfStatus.h"
 #include "Vorn/SubIntfSm/SubIntfSm.h"
@@ -209,13 +211,13 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
        initialized(), preparedToDie_, intfId(), curVlanId_, Sulvi::kernelDeviceName(parentIntfId_),
        deviceName_, intfId().stringValue(), subIntfStatus_, subIntfStatusLocal_);
    bool const isNewlyMirrored = doSetKernelOperState();
-   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    if (!sm_.continueProcessing()) {
-      // A device that waits for its namespace where it is must not go on carrying traffic.
-      if (!isOperUp())
-         sm_.setInterfaceUpOrDown(deviceName_, false, fd);
+      if (!result && curVlanId_ != 0 && !invalidCfg_)
+         sm_.takeVlanIdFromLeftovers(parentIntfId_, curVlanId_);
+      restrainWaitingDevice();
       return result;
    }
+   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    sm_.setInterfaceUpOrDown(deviceName_, isOperUp(), fd);
    handleMtu();
@@ -224,6 +226,23 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    if (isNewlyMirrored && mirror->doSyncIntfStatus(intfId()) != 0)
       sm_.kernelCallFailedIs(true);
    return true;
+}
+
+// The evaluation stopped, perhaps because the namespace of the device doesn't exist yet; the device waits where it is.
+// It must not keep a VLAN id that the interface no longer claims, nor carry traffic for one that is down.
+void KemSubIntfConfig::restrainWaitingDevice() {
+   sm_.prepNs(keyOf(subIntfStatusLocal_->netNsName()));
+   int const fd = sm_.nsSocketFdFromIntfStatusLocal(subIntfStatusLocal_);
+   if (fd == 0)
+      return;
+   auto const device = existingDevice(deviceName_, fd);
+   if (device.kind != ExistingDevice::vlan)
+      return;
+   int error = 0;
+   if (device.vlanId != curVlanId_)
+      sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
+   else if (!isOperUp() && setInterfaceUpOrDownInternal(deviceName_, false, fd, &error) < 0)
+      sm_.kernelCallFailedIs(true);
 }
 
 // A VLAN id that is claimed twice is no failure of the kernel: who has the device doesn't count, and the end of the
@@ -257,6 +276,7 @@ void KemSubIntfConfig::doPrepareToDie() {
       sm_.subIntfDel(parentIntfId_, intfId());
       // What is merely replaced keeps its device. Any other gave up its claim, and its device would keep the VLAN
       // id from the next claimant.
+      sm_.prepNs(keyOf(subIntfStatusLocal_->netNsName()));
       if (!sm_.subIntfConfigCodef()->existsInOrdel(intfId()))
          sm_.doDestroyVlanDevice(deviceName_, subIntfStatusLocal_, 0);
       if (!sm_.standbyMode())

@@ -93,6 +93,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    void doSetOperStatus();
    void setWaitQ(SubIntfRow row);
    bool doSetKernelOperState(); // returns whether the mirror takes it up now
+   void restrainWaitingDevice();
    bool needsRetry(bool isFinished) const;
    void retryAfterFailure(); // of what was done without a whole evaluation
 

@@ -144,6 +144,19 @@ TEST_F(SubIntfRestartTest, ADeviceOfAConfigurationWithoutStatusWaitsForIt) {
    EXPECT_EQ(world.device("et1.10"), "-");
 }
 
+TEST_F(SubIntfRestartTest, SuchADeviceMakesWayForOneThatIsComplete) {
+   world.configure("Ethernet1.10", 100);
+   world.kernel.vlanDeviceIs("et1.10", "et1", 100);
+   world.kernel.vlanDeviceIs("et1.12", "et1", 102);
+   world.configure("Ethernet1.12", 102);
+   world.subIntf("Ethernet1.11", 100);
+   world.start();
+   world.advance(2);
+   EXPECT_EQ(world.device("et1.10"), "-");
+   EXPECT_EQ(world.device("et1.11"), "vlan 100 on et1, mtu 1500, up, 02:00:00:00:00:01");
+   EXPECT_NE(world.device("et1.12"), "-");
+}
+
 TEST_F(SubIntfRestartTest, SuchADeviceInAnotherNamespaceGoesWithTheConfigurationToo) {
    world.namespaceIs("red");
    world.configure("Ethernet1.10", 100);
@@ -152,6 +165,38 @@ TEST_F(SubIntfRestartTest, SuchADeviceInAnotherNamespaceGoesWithTheConfiguration
    world.start();
    EXPECT_NE(world.device("et1.10@red"), "-");
    world.configDir->intfConfigDel("Ethernet1.10");
+   world.run();
+   EXPECT_EQ(world.device("et1.10@red"), "-");
+}
+
+// It waits for another namespace, so that nothing has been asked where its device is when its records go.
+TEST_F(SubIntfRestartTest, ADeviceWhoseInterfaceWaitsForAnotherNamespaceGoesFromWhereItIs) {
+   world.namespaceIs("red");
+   world.moveTo("Ethernet1.10", "red");
+   world.moveTo("Ethernet1.11", "red");
+   world.subIntf("Ethernet1.10", 100);
+   world.subIntf("Ethernet1.11", 101);
+   world.start();
+   world.stop();
+   world.moveTo("Ethernet1.10", "blue");
+   world.moveTo("Ethernet1.11", "blue");
+   world.start();
+   EXPECT_NE(world.device("et1.10@red"), "-");
+   world.statusLocalDir->newIntfStatusLocal("Ethernet1.10");
+   world.subIntfDel("Ethernet1.11");
+   world.run();
+   EXPECT_EQ(world.subIntfDevices(), "");
+   EXPECT_FALSE(trace.has("Inappropriate ioctl"));
+}
+
+TEST_F(SubIntfRestartTest, AllRecordsOfAnIncompleteInterfaceGoWithItsDeviceInAnotherNamespace) {
+   world.namespaceIs("red");
+   world.configure("Ethernet1.10", 100);
+   world.statusLocalDir->intfStatusLocalIs("Ethernet1.10")->netNsNameIs("red");
+   world.kernel.vlanDeviceIs("et1.10", "et1", 100, "red");
+   world.start();
+   EXPECT_NE(world.device("et1.10@red"), "-");
+   world.subIntfDel("Ethernet1.10");
    world.run();
    EXPECT_EQ(world.device("et1.10@red"), "-");
 }

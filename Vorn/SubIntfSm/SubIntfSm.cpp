@@ -200,6 +200,20 @@ void SubIntfSm::handleParentIntfUpdate(Sulvi::IntfId parentIntfId) {
    armIntfConfigClock();
 }
 
+void SubIntfSm::takeVlanIdFromLeftovers(Sulvi::IntfId parentIntfId, uint16_t vlanId) {
+   for (auto const& [intfId, config] : in_.subIntfConfigDir->intfConfig()) {
+      if (parentOfSubIntf(intfId) != parentIntfId || subIntfConfigCodef_->existsInOrdel(intfId))
+         continue;
+      auto const deviceName = Sulvi::kernelDeviceName(intfId);
+      auto const isl = in_.subIntfStatusLocalDir->intfStatusLocal(intfId);
+      prepNs(isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS);
+      int const fd = nsSocketFdFromIntfStatusLocal(isl);
+      auto const device = fd != 0 ? existingDevice(deviceName, fd) : ExistingDevice();
+      if (device.kind == ExistingDevice::vlan && device.vlanId == vlanId)
+         doDestroyVlanDevice(deviceName, isl, in_.socketFd);
+   }
+}
+
 void SubIntfSm::handleAllIntfStatus(Sulvi::IntfId intfId) {
    if (!isReady() || !parentIntf(intfId))
       return;
@@ -308,11 +322,14 @@ void SubIntfSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
       return;
    auto const isl = in_.subIntfStatusLocalDir->intfStatusLocal(intfId);
    auto const entry = subIntfConfig(intfId);
-   if (entry && entry->initialized() && entry->subIntfStatusLocal() != isl) {
-      // With the record it is forgotten where the device is, unless it is where it would be looked for.
-      auto const old = entry->subIntfStatusLocal();
-      if (keyOf(old->netNsName()) != (isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS))
-         doDestroyVlanDevice(entry->deviceName(), old, 0);
+   // With the record it is forgotten where the device is, unless it is where it would be looked for.
+   auto const place = nsOfIntf(intfId);
+   if (!place.isDefault() && place != (isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS)) {
+      prepNs(place);
+      if (entry && entry->initialized())
+         doDestroyVlanDevice(entry->deviceName(), entry->subIntfStatusLocal(), 0);
+      else
+         doDestroyVlanDevice(Sulvi::kernelDeviceName(intfId), nullptr, nsSocketFd(place));
    }
    countIntf(intfId, isl);
    if (!entry)

@@ -50,6 +50,9 @@ class SubIntfSm final : public VlanIntfCommon, private SubIntfConfigOutput {
    void evaluateLater(Sulvi::IntfId intfId); // in the next slice
    // All subinterfaces of that parent are evaluated in the next slices.
    void handleParentIntfUpdate(Sulvi::IntfId parentIntfId);
+   // Removes devices of that VLAN id on the parent whose interfaces are configured but not taken on: a start leaves
+   // them alone, since their status records may still come.
+   void takeVlanIdFromLeftovers(Sulvi::IntfId parentIntfId, uint16_t vlanId);
    // Takes up with the device in the picture of the kernel's devices, if it is there.
    void followKernelDevice(Kem::String8 const& deviceName);
 

@@ -620,6 +620,19 @@ TEST_F(SubIntfSmTest, WhatWaitsForItsNamespaceCanBeShutDown) {
    EXPECT_EQ(world.device("et1.10"), downOn100);
 }
 
+TEST_F(SubIntfSmTest, WhatWaitsForItsNamespaceGivesItsVlanIdUp) {
+   startWithOne();
+   world.moveTo("Ethernet1.10", "red");
+   world.vlanIs("Ethernet1.10", 101);
+   world.subIntf("Ethernet1.11", 100);
+   world.run();
+   EXPECT_EQ(world.device("et1.10"), "-");
+   EXPECT_EQ(world.device("et1.11"), upOn100);
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.device("et1.10@red"), "vlan 101 on et1, mtu 1500, up, 02:00:00:00:00:01");
+}
+
 // --- Failures of the kernel.
 
 TEST_F(SubIntfSmTest, AFailedCallIsTriedAgainUntilItSucceeds) {
@@ -662,6 +675,44 @@ TEST_F(SubIntfSmTest, AChangeOfAddressOrMtuThatFailsIsTriedAgain) {
    EXPECT_TRUE(trace.has("Error setting the link mtu for interface Ethernet1.10"));
    world.advance(1);
    EXPECT_EQ(world.device("et1.10"), "vlan 100 on et1, mtu 1400, up, 02:00:00:00:00:aa");
+}
+
+// Where its device was, it has to be taken away; until that namespace can be entered, it waits.
+TEST_F(SubIntfSmTest, ANamespaceThatCantBeEnteredForAMomentIsEnteredLater) {
+   world.namespaceIs("red");
+   world.subIntf("Ethernet1.10", 100);
+   world.moveTo("Ethernet1.10", "red");
+   world.start();
+   EXPECT_EQ(world.device("et1.10@red"), upOn100);
+   world.stop();
+   world.nsConfigDir->intfNamespaceConfigDel("Ethernet1.10");
+   world.startOnly();
+   world.kernel.fail("socket", ENOMEM, 1, true);
+   world.run();
+   EXPECT_TRUE(world.isRetried("Ethernet1.10"));
+   world.kernel.faultsEnd();
+   world.advance(2);
+   EXPECT_EQ(world.device("et1.10"), upOn100);
+   EXPECT_EQ(world.device("et1.10@red"), "-");
+}
+
+// 1. The namespace is entered, and its number can't be read. 2. It is deleted and made again under its name. Nobody
+// would notice that the device went with the old one.
+TEST_F(SubIntfSmTest, ANamespaceWhoseNumberCantBeReadIsEnteredLater) {
+   world.namespaceIs("red");
+   world.moveTo("Ethernet1.10", "red");
+   world.subIntf("Ethernet1.10", 100);
+   world.startOnly();
+   world.kernel.fail("open", EMFILE, 2);
+   world.run();
+   EXPECT_TRUE(trace.has("NS red can't be looked at: Too many open files"));
+   EXPECT_TRUE(world.isRetried("Ethernet1.10"));
+   world.advance(1);
+   EXPECT_EQ(world.device("et1.10@red"), upOn100);
+   world.namespaceDel("red");
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.device("et1.10@red"), upOn100);
 }
 
 // It says up and has no device: the namespace doesn't exist.

@@ -62,6 +62,11 @@ void NamespaceSockets::intfIsIn(Sulvi::IntfId intfId, Sulvi::NamespaceName const
    countIs(newNs, count(newNs) + 1);
 }
 
+Sulvi::NamespaceName NamespaceSockets::place(Sulvi::IntfId intfId) const {
+   auto const* const found = places_.find(intfId);
+   return found ? *found : Sulvi::DEFAULT_NS;
+}
+
 std::vector<Sulvi::IntfId> NamespaceSockets::intfsIn(Sulvi::NamespaceName const& ns) const {
    std::vector<Sulvi::IntfId> found;
    places_.forEach([&](Sulvi::IntfId intfId, Sulvi::NamespaceName const& place) {

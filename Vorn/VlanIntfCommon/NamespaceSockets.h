@@ -38,6 +38,7 @@ class NamespaceSockets {
    void countIs(Sulvi::NamespaceName const& ns, int count);
    // Counts the interface there and no longer where it was. Asserts "nsIntfRefcount( oldNsName ) >= 0".
    void intfIsIn(Sulvi::IntfId intfId, Sulvi::NamespaceName const& ns);
+   Sulvi::NamespaceName place(Sulvi::IntfId intfId) const; // where it is counted; the default one for nowhere
    std::vector<Sulvi::IntfId> intfsIn(Sulvi::NamespaceName const& ns) const;
 
   private:

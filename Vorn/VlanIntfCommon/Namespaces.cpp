@@ -29,7 +29,13 @@ void VlanIntfCommon::prepNs(Sulvi::NamespaceName const& dstNs) {
       KEM_TRACE(namespacesTrace, 0, "NS " << dstNs << " socketAt failed: " << strerror(errno));
       return;
    }
-   sockets_.fdIs(dstNs, fd, Netlink::kernel().netNsInode(dstNs));
+   auto const inode = Netlink::kernel().netNsInode(dstNs);
+   if (inode == 0) { // without it, it wouldn't be noticed that the name comes to mean another one
+      KEM_TRACE(namespacesTrace, 0, "NS " << dstNs << " can't be looked at: " << strerror(errno));
+      Netlink::kernel().close(fd);
+      return;
+   }
+   sockets_.fdIs(dstNs, fd, inode);
    doRemoveUnneededVlanNetworkDevices(fd, dstNs);
 }
 

@@ -132,6 +132,10 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    if (!srcNs.isDefault() && leaveVanishedNs(isl, srcNs))
       srcNs = Sulvi::DEFAULT_NS;
    int const srcSockFd = nsSocketFd(srcNs);
+   if (srcSockFd <= 0 && !srcNs.isDefault() && in_.netNsCollection->netNsByName(srcNs)) {
+      existenceIs("namespace " + srcNs.stringValue().str() + " can't be entered");
+      return false; // its socket may be refused for a moment
+   }
    if (srcSockFd <= 0) {
       std::cerr << "Failed(srcSockFd > 0)  srcSockFd: " << srcSockFd << " srcNs: " << srcNs
                 << " dstNs: " << dstNs << " intfId: " << intfId << std::endl;
@@ -276,7 +280,9 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
 
 void VlanIntfCommon::doDestroyVlanDevice(Kem::String8 const& deviceName,
                                          Kem::Ptr<Interface::EthIntfStatusLocal> const& isl, int socketFd) {
-   static_cast<void>(destroyVlanDevice(deviceName, isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd));
+   int const fd = isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd;
+   if (fd != 0)
+      static_cast<void>(destroyVlanDevice(deviceName, fd));
    deviceVlanId_.erase(deviceName);
    setIntfStatusLocalNetNsName(isl, Sulvi::DEFAULT_NS);
 }

@@ -77,6 +77,8 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    int nsSocketFd(Sulvi::NamespaceName const& ns) const { return sockets_.fd(ns); } // 0 when there is none
    void nsSocketFdIs(Sulvi::NamespaceName const& ns, int fd) { sockets_.fdIs(ns, fd); }
    int nsIntfRefcount(Sulvi::NamespaceName const& ns) const { return sockets_.count(ns); }
+   // The namespace that the interface is counted in.
+   Sulvi::NamespaceName nsOfIntf(Sulvi::IntfId intfId) const { return sockets_.place(intfId); }
    void nsIntfRefcountIs(Sulvi::NamespaceName const& ns, int count) { sockets_.countIs(ns, count); }
    // A record that says where its interface is came, changed or went (null): rebuilds the counts of an earlier
    // run.
