@@ -12,15 +12,13 @@
 
 #include "../scenario/Switch.h"
 
-#include <nlohmann/json.hpp>
-
 #include <fcntl.h>
 #include <string>
 #include <vector>
 
 namespace KernelTests {
 
-using Json = nlohmann::json;
+using Scenario::Json;
 using Words = std::vector<std::string>;
 
 // A program found in PATH.
@@ -108,6 +106,11 @@ class Network {
   private:
    int back_[2] = {-1, -1}; // the network and the mount namespace that the test came from
    bool isMade_ = false;
+};
+
+class FabricNetwork : public Network {
+  public:
+   FabricNetwork() { makeFabric(); }
 };
 
 // Whether the device is up, as its administrator wants it.
