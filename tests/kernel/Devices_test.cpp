@@ -160,9 +160,9 @@ TEST_F(KernelDevicesTest, subinterfaceIsADeviceOnItsPort) {
    EXPECT_EQ(sw.operStatus("subintf", "Ethernet3.5"), R"("intfOperUp")");
    EXPECT_EQ(sw.bridge.get("interface/status/subintf.intfStatus[Ethernet3.5].programInHw"), "true");
 
-   sw.net.ipIn("peer", {"link", "add", "link", "et3", "name", "et3.5", "type", "vlan", "id", "100"});
-   sw.net.ipIn("peer", {"addr", "add", "10.0.3.2/24", "dev", "et3.5"});
-   sw.net.ipIn("peer", {"link", "set", "et3.5", "up"});
+   sw.net.ipIn("peer", {"link", "add", "link", "et3", "name", "tag100", "type", "vlan", "id", "100"});
+   sw.net.ipIn("peer", {"addr", "add", "10.0.3.2/24", "dev", "tag100"});
+   sw.net.ipIn("peer", {"link", "set", "tag100", "up"});
    sw.net.ip({"addr", "add", "10.0.3.1/24", "dev", "et3.5"});
    EXPECT_TRUE(isReached("10.0.3.2"));
 }

@@ -27,7 +27,8 @@ class Intent {
       document_["bridging/vlan/status"]["vlanStatus"][vlan]["vlanPortStatus"]["Ethernet25"] = true;
       document_["interface/config/eth/vlan"]["intfConfig"][intf] = std::move(config);
       document_["interface/status/eth/vlan"]["intfStatus"][intf] = Json::object();
-      document_[cell_ + "interface/status/eth/vlan/local"]["intfStatusLocal"][intf] = Json::object();
+      inCell("interface/status/eth/vlan/local", "VlanIntfStatusLocalDir")["intfStatusLocal"][intf] =
+          Json::object();
       return in(intf, netNs);
    }
    // The status of a routed port that is up.
@@ -41,19 +42,28 @@ class Intent {
       document_["interface/config/subintf"]["intfConfig"][intf] = {{"vlanId", vlan},
                                                                    {"encapType", "subIntfEncapDot1q"}};
       document_["interface/status/subintf"]["intfStatus"][intf] = Json::object();
-      document_[cell_ + "interface/status/subintf/local"]["intfStatusLocal"][intf] = Json::object();
+      inCell("interface/status/subintf/local", "SubIntfStatusLocalDir")["intfStatusLocal"][intf] =
+          Json::object();
       document_["interface/hardware/status/subintf"]["subIntfStatus"][intf] = {{"hardwareSuccess", true}};
       return in(intf, netNs);
    }
    // Puts an interface into a namespace.
    Intent& in(std::string const& intf, std::string const& netNs) {
       if (!netNs.empty())
-         document_[cell_ + "interface/nsconfig"]["intfNamespaceConfig"][intf] = {{"netNsName", netNs}};
+         inCell("interface/nsconfig",
+                "AllIntfNamespaceConfigDir")["intfNamespaceConfig"][intf] = {{"netNsName", netNs}};
       return *this;
    }
    Json const& document() const { return document_; }
 
   private:
+   // A record of the supervisor, which is made for a second one.
+   Json& inCell(std::string const& path, std::string const& type) {
+      Json& record = document_[cell_ + path];
+      record["$type"] = "Interface::" + type;
+      return record;
+   }
+
    std::string const cell_;
    Json document_;
 };
