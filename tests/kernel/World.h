@@ -2,7 +2,7 @@
 // (run-kernel-tests), and what `ip` says of it.
 //
 //    ┌ the agent's namespace ───────────────┐      ┌ namespace "peer" ────────┐
-//    │ vlan10   vlan20   et3.5              │      │ vlan10 …                 │
+//    │ vlan10   vlan20   et3.5              │      │ tag10 …                  │
 //    │   └────────┴────────┴── fabric ══════╪═veth═╪══ fabric                 │
 //    └──────────────────────────────────────┘      └──────────────────────────┘
 //
@@ -12,15 +12,14 @@
 
 #include "../scenario/Switch.h"
 
-#include <nlohmann/json.hpp>
-
 #include <fcntl.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace KernelTests {
 
-using Json = nlohmann::json;
+using Scenario::Json;
 using Words = std::vector<std::string>;
 
 // A program found in PATH.
@@ -70,6 +69,21 @@ class Network {
       ip({"netns", "add", name});
       ipIn(name, {"link", "set", "lo", "up"});
    }
+   // The same at once, without starting a program and without raising its loopback device.
+   void addNamespaceFast(std::string const& name) const {
+      std::thread([&] {
+         std::string const path = "/run/netns/" + name;
+         EXPECT_EQ(::close(::open(path.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0)), 0) << path;
+         EXPECT_EQ(::unshare(CLONE_NEWNET), 0);
+         EXPECT_EQ(::mount("/proc/thread-self/ns/net", path.c_str(), nullptr, MS_BIND, nullptr), 0)
+             << std::strerror(errno);
+      }).join();
+   }
+   void deleteNamespaceFast(std::string const& name) const {
+      std::string const path = "/run/netns/" + name;
+      EXPECT_EQ(::umount2(path.c_str(), MNT_DETACH), 0) << std::strerror(errno);
+      EXPECT_EQ(::unlink(path.c_str()), 0) << std::strerror(errno);
+   }
    // The figure above without VLAN devices.
    void makeFabric() const {
       addNamespace("peer");
@@ -77,9 +91,10 @@ class Network {
       ip({"link", "set", "fabric", "up"});
       ipIn("peer", {"link", "set", "fabric", "up"});
    }
-   // A VLAN device of the peer, which answers at the address, such as "10.0.0.2/24".
+   // A VLAN device of the peer, tag10 for VLAN 10, which answers at the address, such as "10.0.0.2/24". It isn't
+   // called as the agent's is, who would take it away.
    void makePeerVlan(unsigned vlan, std::string const& address) const {
-      std::string const name = "vlan" + std::to_string(vlan);
+      std::string const name = "tag" + std::to_string(vlan);
       ipIn("peer",
            {"link", "add", "link", "fabric", "name", name, "type", "vlan", "id", std::to_string(vlan)});
       ipIn("peer", {"addr", "add", address, "dev", name});
@@ -108,6 +123,11 @@ class Network {
   private:
    int back_[2] = {-1, -1}; // the network and the mount namespace that the test came from
    bool isMade_ = false;
+};
+
+class FabricNetwork : public Network {
+  public:
+   FabricNetwork() { makeFabric(); }
 };
 
 // Whether the device is up, as its administrator wants it.
