@@ -2,7 +2,7 @@
 // (run-kernel-tests), and what `ip` says of it.
 //
 //    ┌ the agent's namespace ───────────────┐      ┌ namespace "peer" ────────┐
-//    │ vlan10   vlan20   et3.5              │      │ vlan10 …                 │
+//    │ vlan10   vlan20   et3.5              │      │ tag10 …                  │
 //    │   └────────┴────────┴── fabric ══════╪═veth═╪══ fabric                 │
 //    └──────────────────────────────────────┘      └──────────────────────────┘
 //
@@ -12,15 +12,13 @@
 
 #include "../scenario/Switch.h"
 
-#include <nlohmann/json.hpp>
-
 #include <fcntl.h>
 #include <string>
 #include <vector>
 
 namespace KernelTests {
 
-using Json = nlohmann::json;
+using Scenario::Json;
 using Words = std::vector<std::string>;
 
 // A program found in PATH.
@@ -77,9 +75,10 @@ class Network {
       ip({"link", "set", "fabric", "up"});
       ipIn("peer", {"link", "set", "fabric", "up"});
    }
-   // A VLAN device of the peer, which answers at the address, such as "10.0.0.2/24".
+   // A VLAN device of the peer, tag10 for VLAN 10, which answers at the address, such as "10.0.0.2/24". It isn't
+   // called as the agent's is, who would take it away.
    void makePeerVlan(unsigned vlan, std::string const& address) const {
-      std::string const name = "vlan" + std::to_string(vlan);
+      std::string const name = "tag" + std::to_string(vlan);
       ipIn("peer",
            {"link", "add", "link", "fabric", "name", name, "type", "vlan", "id", std::to_string(vlan)});
       ipIn("peer", {"addr", "add", address, "dev", name});
@@ -108,6 +107,11 @@ class Network {
   private:
    int back_[2] = {-1, -1}; // the network and the mount namespace that the test came from
    bool isMade_ = false;
+};
+
+class FabricNetwork : public Network {
+  public:
+   FabricNetwork() { makeFabric(); }
 };
 
 // Whether the device is up, as its administrator wants it.

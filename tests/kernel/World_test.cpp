@@ -82,15 +82,15 @@ TEST_F(KernelTest, devicesOfANamedNamespaceAreFollowed) {
       EXPECT_EQ(seen, wanted);
    };
    isAsTheKernelSays();
-   net.ipIn("peer", {"link", "set", "vlan10", "down"});
+   net.ipIn("peer", {"link", "set", "tag10", "down"});
    net.ipIn("peer", {"link", "set", "fabric", "mtu", "1400"});
    net.makePeerVlan(20, "10.0.1.2/24");
    manager->handleInitialized(); // what the kernel has said by now
    isAsTheKernelSays();
-   net.ipIn("peer", {"link", "del", "vlan10"});
+   net.ipIn("peer", {"link", "del", "tag10"});
    manager->handleInitialized();
    isAsTheKernelSays();
-   EXPECT_EQ(net.names("peer"), "fabric lo vlan20");
+   EXPECT_EQ(net.names("peer"), "fabric lo tag20");
 }
 
 TEST_F(KernelTest, agentRunsHere) {

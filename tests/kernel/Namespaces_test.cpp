@@ -1,0 +1,167 @@
+// Interfaces in network namespaces of a real kernel, and what an earlier run left behind there.
+#include "RoutedSwitch.h"
+
+#include <gmock/gmock.h>
+
+namespace KernelTests {
+namespace {
+
+struct KernelNamespacesTest : testing::Test {
+   void move(std::string const& intf, std::string const& netNs) {
+      sw.bridge.load(Intent().in(intf, netNs).document());
+      sw.bridge.settle();
+   }
+   void moveBack(std::string const& intf) {
+      sw.bridge.erase("cell/1/interface/nsconfig.intfNamespaceConfig[" + intf + "]");
+      sw.bridge.settle();
+   }
+   bool isComeUp(std::string const& device, std::string const& netNs) const {
+      return eventually([&] { return isUp(sw.net.link(device, netNs)); });
+   }
+
+   RoutedSwitch sw;
+};
+
+TEST_F(KernelNamespacesTest, interfaceMovesIntoANamespaceAndBack) {
+   sw.net.addNamespace("red");
+   sw.publish(Intent().vlan(10, {{"mtu", 1400}}));
+   EXPECT_EQ(sw.net.names(), "fabric lo vlan10");
+   move("Vlan10", "red");
+   EXPECT_TRUE(isComeUp("vlan10", "red")) << sw.net.names("red");
+   EXPECT_EQ(sw.net.names(), "fabric lo") << "it is in one place";
+   Json const link = sw.net.link("vlan10", "red");
+   EXPECT_EQ(link["mtu"], 1400) << link;
+   EXPECT_EQ(link["address"], bridgeAddress) << link;
+   EXPECT_EQ(sw.namespaceOf("eth/vlan", "Vlan10"), R"("red")");
+   EXPECT_EQ(sw.operStatus("eth/vlan", "Vlan10"), R"("intfOperUp")");
+   moveBack("Vlan10");
+   EXPECT_TRUE(isComeUp("vlan10", "")) << sw.net.names();
+   EXPECT_EQ(sw.net.names("red"), "lo");
+}
+
+TEST_F(KernelNamespacesTest, pingPassesFromANamespaceThroughTheFabric) {
+   sw.net.addNamespace("red");
+   sw.net.makePeerVlan(10, "10.0.0.2/24");
+   sw.publish(Intent().vlan(10, Json::object(), "red"));
+   ASSERT_TRUE(isComeUp("vlan10", "red"));
+   sw.net.ipIn("red", {"addr", "add", "10.0.0.1/24", "dev", "vlan10"});
+   Scenario::Result const ping =
+       command({"ip", "netns", "exec", "red", "ping", "-c", "1", "-W", "5", "10.0.0.2"});
+   EXPECT_EQ(ping.status, 0) << ping.output << ping.errors;
+}
+
+TEST_F(KernelNamespacesTest, subinterfaceMovesBetweenNamespaces) {
+   sw.net.addNamespace("red");
+   sw.net.addNamespace("blue");
+   sw.makePort("et3");
+   sw.publish(Intent().routedPort("Ethernet3").subIntf("Ethernet3.5", 100, "red"));
+   EXPECT_TRUE(isComeUp("et3.5", "red"));
+   move("Ethernet3.5", "blue");
+   EXPECT_TRUE(isComeUp("et3.5", "blue"));
+   EXPECT_EQ(sw.net.names("red"), "lo");
+   EXPECT_EQ(sw.net.names(), "et3 fabric lo");
+}
+
+TEST_F(KernelNamespacesTest, interfaceWaitsForItsNamespace) {
+   sw.publish(Intent().vlan(10, Json::object(), "late").vlan(20));
+   EXPECT_EQ(sw.net.names(), "fabric lo vlan20");
+   sw.net.addNamespace("late");
+   EXPECT_TRUE(isComeUp("vlan10", "late"));
+}
+
+// The kernel takes the device with the namespace; another namespace of that name is another one.
+TEST_F(KernelNamespacesTest, namespaceThatIsDeletedAndMadeAgainGetsItsDevicesBack) {
+   sw.net.addNamespace("red");
+   sw.publish(Intent().vlan(10, Json::object(), "red").vlan(20, Json::object(), "red").vlan(30));
+   ASSERT_TRUE(isComeUp("vlan10", "red") && isComeUp("vlan20", "red"));
+   int const other = sw.net.link("vlan30")["ifindex"];
+   for (int round = 0; round < 3; ++round) {
+      sw.net.ip({"netns", "del", "red"});
+      if (round > 0) // with time for the agent to see it, and without
+         sw.bridge.settle();
+      sw.net.addNamespace("red");
+      EXPECT_TRUE(isComeUp("vlan10", "red") && isComeUp("vlan20", "red")) << round;
+   }
+   EXPECT_EQ(sw.net.link("vlan30")["ifindex"], other);
+   EXPECT_EQ(sw.net.names(), "fabric lo vlan30");
+   moveBack("Vlan10");
+   EXPECT_TRUE(isComeUp("vlan10", ""));
+   EXPECT_TRUE(sw.bridge.agentProcess().isRunning());
+}
+
+// The name stays, and leads nowhere.
+TEST_F(KernelNamespacesTest, fileThatLeadsToNoNamespaceDisturbsNobody) {
+   std::ofstream("/run/netns/broken");
+   sw.publish(Intent().vlan(10, Json::object(), "broken").vlan(20));
+   EXPECT_EQ(sw.net.names(), "fabric lo vlan20");
+   EXPECT_TRUE(isUp(sw.net.link("vlan20")));
+   moveBack("Vlan10");
+   EXPECT_TRUE(isComeUp("vlan10", ""));
+}
+
+// --- What an earlier run left.
+
+struct KernelStaleDevicesTest : testing::Test {
+   // The devices that the agent's would be, and others like them, in one namespace.
+   void makeDevices(std::string const& netNs) const {
+      net.ipIn(netNs, {"link", "add", "eth0", "type", "bridge"});
+      unsigned vlan = 100;
+      for (std::string const name : {"vlan5", "vlan10", "et3.5", "et3_1.7", "po5.7", "vlanfoo", "vlan007",
+                                     "vlan4095", "eth0.100", "vlan10.5", "et0.5"}) {
+         std::string const number = std::to_string(++vlan);
+         net.ipIn(netNs, {"link", "add", "link", "eth0", "name", name, "type", "vlan", "id", number});
+      }
+      net.ipIn(netNs, {"link", "add", "vlan9", "type", "bridge"});
+   }
+   static constexpr char left[] = "et0.5 eth0 eth0.100 lo vlan007 vlan10.5 vlan9 vlanfoo";
+
+   Network net;
+};
+
+TEST_F(KernelStaleDevicesTest, whatNobodyWantsGoesInEveryNamespaceAndNothingElse) {
+   net.addNamespace("red");
+   net.addNamespace("idle");
+   for (std::string const netNs : {"", "red", "idle"})
+      makeDevices(netNs);
+   Scenario::Switch bridge;
+   bridge.settle();
+   EXPECT_TRUE(eventually([&] { return net.names() == left; })) << net.names();
+   for (std::string const netNs : {"red", "idle"})
+      EXPECT_TRUE(eventually([&] { return net.names(netNs) == left; })) << netNs << ": " << net.names(netNs);
+   EXPECT_EQ(net.link("vlan9")["linkinfo"]["info_kind"], "bridge");
+   EXPECT_TRUE(bridge.agentProcess().isRunning());
+}
+
+// What is configured when the agent comes back counts, in each namespace.
+TEST_F(KernelNamespacesTest, whatWasWithdrawnWhileNoAgentRanGoesAndTheRestStays) {
+   sw.net.addNamespace("red");
+   sw.makePort("et3");
+   sw.publish(Intent()
+                  .vlan(10)
+                  .vlan(20)
+                  .vlan(30, Json::object(), "red")
+                  .vlan(40, Json::object(), "red")
+                  .routedPort("Ethernet3")
+                  .subIntf("Ethernet3.5", 100)
+                  .subIntf("Ethernet3.6", 101));
+   ASSERT_TRUE(isComeUp("vlan10", "") && isComeUp("vlan30", "red") && isComeUp("et3.5", ""));
+   int const index = sw.net.link("vlan10")["ifindex"], red = sw.net.link("vlan30", "red")["ifindex"],
+             subIntf = sw.net.link("et3.5")["ifindex"];
+   sw.bridge.killAgent();
+   for (std::string const vlan : {"20", "40"}) {
+      sw.bridge.erase("interface/config/eth/vlan.intfConfig[Vlan" + vlan + "]");
+      sw.bridge.erase("interface/status/eth/vlan.intfStatus[Vlan" + vlan + "]");
+      sw.bridge.erase("cell/1/interface/status/eth/vlan/local.intfStatusLocal[Vlan" + vlan + "]");
+   }
+   sw.bridge.erase("interface/config/subintf.intfConfig[Ethernet3.6]");
+   sw.bridge.startAgent();
+   sw.bridge.settle();
+   EXPECT_TRUE(eventually([&] { return sw.net.names() == "et3 et3.5 fabric lo vlan10"; })) << sw.net.names();
+   EXPECT_TRUE(eventually([&] { return sw.net.names("red") == "lo vlan30"; })) << sw.net.names("red");
+   EXPECT_EQ(sw.net.link("vlan10")["ifindex"], index);
+   EXPECT_EQ(sw.net.link("vlan30", "red")["ifindex"], red);
+   EXPECT_EQ(sw.net.link("et3.5")["ifindex"], subIntf);
+}
+
+} // namespace
+} // namespace KernelTests
