@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <set>
+
 namespace KernelTests {
 namespace {
 
@@ -87,6 +90,60 @@ TEST_F(KernelNamespacesTest, namespaceThatIsDeletedAndMadeAgainGetsItsDevicesBac
    moveBack("Vlan10");
    EXPECT_TRUE(isComeUp("vlan10", ""));
    EXPECT_TRUE(sw.bridge.agentProcess().isRunning());
+}
+
+// What the agent has open, such as "socket:"; each namespace in use takes a socket.
+std::multiset<std::string> openOf(pid_t pid) {
+   std::multiset<std::string> open;
+   for (auto const& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+      std::error_code error;
+      std::string const what = std::filesystem::read_symlink(entry, error);
+      open.insert(what.substr(0, what.find('[')));
+   }
+   return open;
+}
+
+TEST_F(KernelNamespacesTest, namespaceThatComesAndGoesAHundredTimesLeavesNothingBehind) {
+   sw.net.addNamespaceFast("often");
+   sw.publish(Intent().vlan(10, Json::object(), "often").vlan(20));
+   ASSERT_TRUE(isComeUp("vlan10", "often"));
+   int const other = sw.net.link("vlan20")["ifindex"];
+   pid_t const agent = sw.bridge.agentProcess().pid();
+   auto const before = openOf(agent);
+   for (int round = 1; round <= 100; ++round) {
+      sw.net.deleteNamespaceFast("often");
+      sw.net.addNamespaceFast("often");
+      if (round % 25 == 0) {
+         EXPECT_TRUE(isComeUp("vlan10", "often")) << round;
+      }
+   }
+   sw.bridge.settle();
+   EXPECT_EQ(openOf(agent), before);
+   EXPECT_EQ(sw.net.link("vlan20")["ifindex"], other);
+   EXPECT_EQ(sw.net.names(), "fabric lo vlan20");
+   EXPECT_EQ(sw.namespaceOf("eth/vlan", "Vlan10"), R"("often")");
+}
+
+// 150 bytes is what a namespace's name may have here; the database refuses a longer one.
+TEST_F(KernelNamespacesTest, longNamesAndStrangeOnes) {
+   std::string const longest(150, 'n'), tooLong(151, 'n'), blank = "a b";
+   for (std::string const& name : {longest, tooLong, blank})
+      sw.net.addNamespaceFast(name);
+   sw.publish(Intent().vlan(10, Json::object(), longest).vlan(20, Json::object(), blank).vlan(30).vlan(40));
+   EXPECT_TRUE(isComeUp("vlan10", longest));
+   EXPECT_TRUE(isComeUp("vlan20", blank));
+   Scenario::Result const refused =
+       sw.bridge.database().ctl({"load", "-"}, Intent().in("Vlan30", tooLong).document().dump());
+   EXPECT_EQ(refused.status, 3);
+   EXPECT_THAT(refused.errors, testing::HasSubstr("NamespaceName::bytes > 150 not allowed"));
+   // They lead out of the folder of the namespaces, or to no file in it.
+   for (std::string const name : {"..", ".", "../netns", "/", "../../proc/1/ns/net"}) {
+      move("Vlan30", name);
+      EXPECT_TRUE(sw.bridge.agentProcess().isRunning()) << name;
+   }
+   moveBack("Vlan30");
+   EXPECT_TRUE(isComeUp("vlan30", ""));
+   EXPECT_TRUE(isUp(sw.net.link("vlan40")));
 }
 
 // The name stays, and leads nowhere.

@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace KernelTests {
@@ -67,6 +68,21 @@ class Network {
    void addNamespace(std::string const& name) const {
       ip({"netns", "add", name});
       ipIn(name, {"link", "set", "lo", "up"});
+   }
+   // The same at once, without starting a program and without raising its loopback device.
+   void addNamespaceFast(std::string const& name) const {
+      std::thread([&] {
+         std::string const path = "/run/netns/" + name;
+         EXPECT_EQ(::close(::open(path.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0)), 0) << path;
+         EXPECT_EQ(::unshare(CLONE_NEWNET), 0);
+         EXPECT_EQ(::mount("/proc/thread-self/ns/net", path.c_str(), nullptr, MS_BIND, nullptr), 0)
+             << std::strerror(errno);
+      }).join();
+   }
+   void deleteNamespaceFast(std::string const& name) const {
+      std::string const path = "/run/netns/" + name;
+      EXPECT_EQ(::umount2(path.c_str(), MNT_DETACH), 0) << std::strerror(errno);
+      EXPECT_EQ(::unlink(path.c_str()), 0) << std::strerror(errno);
    }
    // The figure above without VLAN devices.
    void makeFabric() const {
