@@ -45,42 +45,29 @@ namespace {
 void syncSecondaries(CpuPortInputs const& in, Bridging::VlanConfig const& primary) {
    if (auto const state = in.privateVlanLibState.primaryVlan(primary.vlanId()))
       for (auto const& [secondaryId, isSecondary] : state->secondaryVlan())
-         if (auto const secondary = in.config.vlanConfig(secondaryId))
+         if (auto const secondary = in.config.vlanConfig(secondaryId); secondary && !secondary->internal())
             doSyncCpuPort(in, primary, *secondary);
 }
 } // namespace
 
-void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId) {
-   KEM_TRACE(cpuPortTrace, 8,
-             "maybeSyncCpuPort"
-                 << " vid " << vlanId);
-   auto const vlan = sm.config().vlanConfig(vlanId);
-   if (!vlan)
-      return;
-   syncSecondaries(sm.cpuPortInputs(), *vlan);
-
-   auto const& libState = sm.privateVlanLibState();
-   auto const* const role = libState.vlanTypeAndPrimaryVlan(vlanId);
-   auto const primaryId = vlan->vlanTypeAndPrimaryVlan().primaryVlan;
-   if (primaryId == 0 || !role || role->primaryVlan == 0)
-      return;
-   auto const primary = sm.config().vlanConfig(Bridging::VlanId(primaryId));
-   if (primary && primary->vlanTypeAndPrimaryVlan() == Bridging::VlanTypeAndPrimaryVlan() &&
-       !primary->internal()) {
-      doSyncCpuPort(sm.cpuPortInputs(), *primary, *vlan);
-      if (primaryOf(libState, sm.config(), vlanId) != primary)
-         sm.privateVlans().cpuPortIsAhead(vlanId);
-   }
-}
-
-void resyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan) {
-   if (auto const primary = primaryOf(in.privateVlanLibState, in.config, vlan.vlanId()))
+void syncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan) {
+   if (vlan.internal())
+      addCpuPort(vlan);
+   else if (auto const primary = primaryOf(in.privateVlanLibState, in.config, vlan.vlanId()))
       doSyncCpuPort(in, *primary, vlan);
    else if (wantsCpuPort(in.vlanInterfaces, vlan))
       addCpuPort(vlan);
    else
       deleteCpuPort(vlan);
-   syncSecondaries(in, vlan); // it may be a primary by now
+   syncSecondaries(in, vlan);
+}
+
+void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId) {
+   KEM_TRACE(cpuPortTrace, 8,
+             "maybeSyncCpuPort"
+                 << " vid " << vlanId);
+   if (auto const vlan = sm.config().vlanConfig(vlanId))
+      syncCpuPort(sm.cpuPortInputs(), *vlan);
 }
 
 } // namespace Vorn

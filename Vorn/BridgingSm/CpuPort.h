@@ -1,5 +1,5 @@
 // The processor's own port as a member of VLANs: "Cpu", always tagged, in a VLAN that has an active VLAN
-// interface, and in the secondary VLANs that the interface of their primary serves.
+// interface, in the secondary VLANs that the interface of their primary serves, and in those of routed ports.
 #pragma once
 
 #include "records/Bridging/Config.h"
@@ -28,12 +28,14 @@ bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig con
 // where there is one, serves the secondary (SviMappingSm).
 void doSyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
-// The same for every pair that the VLAN is part of, as primary or as secondary; nothing for a VLAN without a
-// role. Its own pair it takes from the resolved roles, which may be ahead of the library's: PrivateVlans looks
-// at such a VLAN again.
+// Brings the CPU port of a VLAN in step, whatever it was before: the VLAN of a routed port has it, a secondary of
+// a pair follows its primary, any other VLAN has the rule of a VLAN by itself. Its own secondaries follow it.
+//
+// The pairs are those of the library, which may be a batch behind the resolved roles. Where it then tells of
+// another pair, PrimaryVlanSm comes back to the VLAN; where it doesn't, because the roles are what they were
+// again, its pair is still the right one. So who asks, and when, makes no difference in the end.
+void syncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan);
+// The same for the resolved VLAN of that number; nothing where there is none.
 void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId);
-// For a VLAN that may have left a pair: the rule of the pair that the library knows of, or that of a VLAN by
-// itself. Its own secondaries follow.
-void resyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan);
 
 } // namespace Vorn

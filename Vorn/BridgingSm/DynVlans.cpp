@@ -155,14 +155,11 @@ bool DynVlans::doCreateDynVlan(Bridging::VlanId vlanId, Kem::String8 const& conf
 }
 
 void DynVlans::doSyncCpuPort(Bridging::VlanConfig& vlan) {
-   if (wantsCpuPort(parent_.vlanInterfaces(), vlan)) {
-      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlan.vlanId());
-      addCpuPort(vlan);
-   } else {
-      deleteCpuPort(vlan); // which the static VLAN that this one follows may have left
-   }
-   // The pairs of a former static primary stay, and its secondaries share the processor's port with it.
+   // Also where the static VLAN that this one follows has left it. The pairs of a former static primary stay, and
+   // its secondaries share the processor's port with it.
    maybeSyncCpuPort(parent_, vlan.vlanId());
+   if (vlan.intf(cpuIntfId()))
+      KEM_TRACE(dynVlansTrace, 3, " Adding Cpu port for dyn. vlan " << vlan.vlanId());
 }
 
 void DynVlans::doDelDynVlan(Bridging::VlanId vlanId) {

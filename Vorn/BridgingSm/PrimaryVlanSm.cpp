@@ -91,7 +91,7 @@ void PrimaryVlanSm::doTakeIn(Bridging::VlanConfig const& primary, Bridging::Vlan
 void PrimaryVlanSm::doLetGo(VlanId vlanId, Kem::Ptr<Bridging::VlanConfig> const& vlan) {
    parent_.handleVidToFidMap(vlanId);
    if (vlan)
-      resyncCpuPort(parent_.cpuPortInputs(), *vlan);
+      Vorn::syncCpuPort(parent_.cpuPortInputs(), *vlan);
 }
 
 void PrimaryVlanSm::syncTranslations(VlanId vlanId, bool isSecondary) {

@@ -6,8 +6,6 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Rules/PrivateVlans.h"
 
-#include <utility>
-
 namespace Vorn {
 
 using Bridging::VlanId;
@@ -131,11 +129,6 @@ void PrivateVlans::handleSviMapping(VlanId vlanId) {
 
 // --- What the library doesn't tell of.
 
-void PrivateVlans::cpuPortIsAhead(VlanId vlanId) {
-   cpuPortsAhead_.vlanIs(vlanId);
-   kemMarks_.timeMinIs(0);
-}
-
 // Members of VLANs whose relations have changed, by the resolved roles or by what the library told of pairs: each
 // VLAN once on each port, however much has happened to it in this turn.
 void PrivateVlans::handleMarks() {
@@ -153,10 +146,6 @@ void PrivateVlans::handleMarks() {
          if (port->initialized() && port->switchIntfConfig().enabled())
             port->doSyncSingleVlan(*vlan);
       });
-   });
-   std::exchange(cpuPortsAhead_, {}).forEach([&](uint16_t vlanId) {
-      if (auto const vlan = parent_.resolvedVlans().vlan(VlanId(vlanId)))
-         resyncCpuPort(parent_.cpuPortInputs(), *vlan);
    });
 }
 

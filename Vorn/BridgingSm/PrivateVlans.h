@@ -11,7 +11,6 @@
 #include "Kem/StateMachine.h"
 #include "Vorn/BridgingSm/PrimaryVlanSm.h"
 #include "Vorn/BridgingSm/SviMappingSm.h"
-#include "VornUtils/VlanIdSet.h"
 #include "records/Bridging/Config.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/PrivateVlanLib/LibState.h"
@@ -37,11 +36,6 @@ class PrivateVlans final : public Kem::StateMachine {
    void handleOutMadeAgain();
    // All mappings; those that the input lacks go.
    void handleSviMapping();
-
-   // The VLAN's CPU port follows a pair of the resolved roles that the library has not told yet. It may never
-   // do so, when the roles change again at once: then the port goes back to the rule that the VLAN has by
-   // itself.
-   void cpuPortIsAhead(Bridging::VlanId vlanId);
 
    // Null when there is none.
    Kem::Ptr<PrimaryVlanSm> primaryVlanSm(Bridging::VlanId vlanId) const;
@@ -79,7 +73,6 @@ class PrivateVlans final : public Kem::StateMachine {
    BridgingConfigSm& parent_;
    Kem::HashMap<PrimaryVlanSm, Bridging::VlanId> primaryVlanSm_;
    Kem::HashMap<SviMappingSm, Bridging::VlanId> sviMappingSm_;
-   VornUtils::VlanIdSet cpuPortsAhead_;
    KemPrivateVlanLibState kemPrivateVlanLibState_{*this};
    KemCliConfig kemCliConfig_{*this};
    KemMarks kemMarks_{*this};

@@ -407,10 +407,9 @@ TEST_F(PrivateVlansTest, secondaryThatBecomesAPrimaryHasItsOwnSecondariesFollow)
    }
 }
 
-// A role that comes and goes before the library is told of it:
-// 1. VLAN 101 names a primary, and its pass gives it the processor's port of that.
-// 2. In the same turn it names another one, with which it makes no pair: for the library there never was one.
-TEST_F(PrivateVlansTest, processorsPortOfAPairThatNeverWasGoes) {
+// Roles that come and go before the library is told of them: for it nothing has happened, and nobody comes back
+// to the VLAN. What is done meanwhile keeps to its pairs.
+TEST_F(PrivateVlansTest, processorsPortIsThatOfTheRolesInTheEnd) {
    bridge.secondaryVlan(101, 999);
    bridge.vlan(102);
    bridge.vlanIntf(102);
@@ -419,10 +418,9 @@ TEST_F(PrivateVlansTest, processorsPortOfAPairThatNeverWasGoes) {
    auto const names = [&](uint16_t vlanId, uint16_t primary) {
       vlans.vlanTypeAndPrimaryVlanIs(*vlans.vlan(vlanId),
                                      {.vlanType = VlanType::secondary_, .primaryVlan = primary});
+      maybeSyncCpuPort(*bridge.sm, vlanId);
    };
    names(101, 100);
-   maybeSyncCpuPort(*bridge.sm, 101);
-   EXPECT_EQ(cpu(101), "tagged");
    names(101, 998);
    bridge.run();
    EXPECT_EQ(cpu(101), "") << "it has no VLAN interface";
@@ -431,16 +429,35 @@ TEST_F(PrivateVlansTest, processorsPortOfAPairThatNeverWasGoes) {
    bridge.run();
    EXPECT_EQ(cpu(102), "tagged") << "its own";
    names(102, 200);
-   maybeSyncCpuPort(*bridge.sm, 102);
-   EXPECT_EQ(cpu(102), "");
    names(102, 998);
    bridge.run();
    EXPECT_EQ(cpu(102), "tagged");
+   names(102, 200);
+   bridge.run();
+   EXPECT_EQ(cpu(102), "") << "of the pair that it now makes";
    names(102, 100);
-   maybeSyncCpuPort(*bridge.sm, 102);
    bridge.run();
    EXPECT_EQ(bridge.fid(102), 100);
-   EXPECT_EQ(cpu(102), "tagged") << "of the pair that it now makes";
+   EXPECT_EQ(cpu(102), "tagged") << "of another pair";
+
+   vlans.vlanTypeAndPrimaryVlanIs(*vlans.vlan(102), {});
+   maybeSyncCpuPort(*bridge.sm, 102);
+   names(102, 100);
+   bridge.run();
+   EXPECT_EQ(cpu(102), "tagged") << "the same pair as before";
+}
+
+// A source claims the number of a secondary VLAN, whose input then makes it again: it is a plain VLAN for a moment
+// only.
+TEST_F(PrivateVlansTest, secondaryThatIsMadeAgainKeepsTheProcessorsPort) {
+   bridge.secondaryVlan(101, 100);
+   bridge.dynVlans("overlay", "101");
+   bridge.start();
+   ASSERT_EQ(cpu(101), "tagged");
+   bridge.vlanDel(101);
+   bridge.secondaryVlan(101, 100);
+   bridge.run();
+   EXPECT_EQ(cpu(101), "tagged");
 }
 
 // --- The map of the command line.

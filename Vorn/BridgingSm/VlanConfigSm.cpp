@@ -112,7 +112,6 @@ void VlanConfigSm::handleAdminState() {
    parent_.resolvedVlans().adminStateIs(*out, in_->adminState());
    syncSwitchports(*out);
    syncCpuPort(*out);
-   maybeSyncCpuPort(parent_, vlanId_);
 }
 
 // --- Helpers.
@@ -140,13 +139,11 @@ void VlanConfigSm::syncSwitchports(Bridging::VlanConfig& vlanOut) {
 }
 
 void VlanConfigSm::syncCpuPort(Bridging::VlanConfig& vlanOut) {
-   if (wantsCpuPort(parent_.vlanInterfaces(), vlanOut)) {
+   maybeSyncCpuPort(parent_, vlanId_);
+   if (vlanOut.intf(cpuIntfId()))
       KEM_TRACE(vlanTrace, 3, " Adding Cpu port for vlan " << vlanId_);
-      addCpuPort(vlanOut);
-   } else {
+   else
       KEM_TRACE(vlanTrace, 3, " Removing Cpu port for vlan" << vlanId_);
-      deleteCpuPort(vlanOut);
-   }
 }
 
 // A VLAN that only that source claims was left out of the allowed sets until it got its static entry. Meant: a

@@ -184,8 +184,8 @@ void VlanIntfSm::syncCpuPort(uint16_t vlanId) {
    if (vlanId < 1 || vlanId > 4094)
       return;
    auto const vlan = in_.bridgingConfig->vlanConfig(vlanId);
-   if (vlan && !vlan->internal())
-      resyncCpuPort({*in_.bridgingConfig, *in_.privateVlanLibState, vlanInterfaces_}, *vlan);
+   if (vlan)
+      Vorn::syncCpuPort({*in_.bridgingConfig, *in_.privateVlanLibState, vlanInterfaces_}, *vlan);
 }
 
 void VlanIntfSm::doSyncCpuPort(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary) {

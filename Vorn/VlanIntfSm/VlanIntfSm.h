@@ -62,7 +62,7 @@ class VlanIntfSm final : public VlanIntfCommon {
    uint32_t maxMtu() const { return in_.bridgingHwCapabilities->maxFrameSizeWithoutL2Encapsulation(); }
    bool isSecondaryVlan(uint16_t vlanId) const;
    // Brings the processor's port of the VLAN in step with its interface, by the rule of resolved VLANs. Nothing
-   // for a number that is no VLAN, for a VLAN that doesn't exist, and for one of a routed port.
+   // for a number that is no VLAN, and for a VLAN that doesn't exist.
    void syncCpuPort(uint16_t vlanId);
    void doSyncCpuPort(Bridging::VlanConfig const& primary, Bridging::VlanConfig& secondary);
 

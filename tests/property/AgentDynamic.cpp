@@ -145,7 +145,6 @@ void Agent::dynamicVlanIs(unsigned number, std::string const& name) {
       touchRelatives(number);
    out.name = nameOf(number);
    roleIs(number, {});
-   resyncCpuPort(number);
    out.trunkGroups = sources_.at(name)->trunkGroups;
    for (auto const& [intf, port] : ports_) {
       // As with a configured VLAN, ports whose native VLAN it is get it.
@@ -192,7 +191,6 @@ void Agent::handleClaimsOfNewChoice() {
          handleVlanNoLongerStatic(number);
          continue;
       }
-      resyncCpuPort(number);
       if (auto const best = bestSource(number); vlans_.at(number).source != best)
          dynamicVlanPassesTo(number, best);
    }

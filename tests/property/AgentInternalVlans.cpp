@@ -62,7 +62,6 @@ unsigned Agent::internalVlanOf(std::string const& intf) {
    vlan.source = "internal";
    vlan.isSuspended = false;
    vlan.name = intf;
-   vlan.members["Cpu"] = {.tagged = true};
    return number;
 }
 

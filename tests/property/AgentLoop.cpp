@@ -366,6 +366,11 @@ void Agent::deliver(FollowerId const& follower, Told const& told) {
 Outcome Agent::outcome() const {
    Outcome out = settings_;
    out.vlans = vlans_;
+   for (auto& [number, vlan] : out.vlans)
+      if (hasCpuPort(number))
+         vlan.members["Cpu"] = {.tagged = true};
+      else
+         vlan.members.erase("Cpu");
    out.ports = resolved_;
    out.waiting = waiting_;
    out.merged = fdbs_;

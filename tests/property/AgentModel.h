@@ -63,6 +63,10 @@ class Agent {
    void run(double now);
    Outcome outcome() const;
    Births const& births() const { return births_; }
+   // Whether the rule says that the processor's port is a member of the resolved VLAN (AgentCpuPort.cpp).
+   bool hasCpuPort(unsigned number) const;
+   // Whether somebody else has edited what that depends on: then it is as it happens to be.
+   bool isCpuPortOpen(unsigned number) const;
 
   private:
    // --- The loop (AgentLoop.cpp): who is notified of what, and when.
@@ -190,15 +194,10 @@ class Agent {
    void tellOfPair(unsigned primary, unsigned secondary);
    bool isPlain(unsigned number) const;
    unsigned primaryOf(unsigned number) const;
+   unsigned pairedPrimary(unsigned number) const; // by the resolved roles alone; 0 for none
    void handlePrimary(unsigned primary);
    void handleSecondary(unsigned primary, unsigned secondary);
    void copyFid(unsigned number);
-   void ownCpuPort(unsigned number);
-   void syncCpuPort(unsigned number);
-   void syncCpuPortOfPairs(unsigned number);
-   void syncCpuPortOfSecondaries(unsigned primary);
-   void syncSecondaryCpuPort(unsigned primary, unsigned secondary);
-   void resyncCpuPort(unsigned number);
    void handleSviMappings();
    void handleSviMapping(unsigned primary);
    void handleSviServed(unsigned primary, unsigned secondary);
@@ -341,7 +340,8 @@ class Agent {
    };
    std::map<unsigned, PrimaryState> primaries_;
    std::map<unsigned, std::shared_ptr<SviMapping>> followedMappings_;
-   std::set<unsigned> relatives_, cpuPortsAhead_; // VLANs that are to be looked at
+   std::set<unsigned> relatives_; // VLANs that are to be looked at
+   std::set<unsigned> edited_;    // of which somebody else has edited what the processor's port depends on
 
    std::map<unsigned, MergedFdb> fdbs_;                                            // by VLAN
    std::map<std::pair<std::string, unsigned>, std::shared_ptr<Fdb>> followedFdbs_; // by input and VLAN

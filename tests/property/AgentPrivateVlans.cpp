@@ -165,10 +165,6 @@ void Agent::handleSecondary(unsigned primary, unsigned secondary) {
    else
       known.erase(secondary);
    copyFid(secondary);
-   if (isSecondary && vlans_.contains(primary) && vlans_.contains(secondary))
-      syncSecondaryCpuPort(primary, secondary);
-   else if (vlans_.contains(secondary))
-      resyncCpuPort(secondary);
    for (auto& [intf, port] : ports_) {
       if (port.copy.enabled) {
          syncVlan(intf, primary);
@@ -192,68 +188,6 @@ void Agent::copyFid(unsigned number) {
       settings_.fids.erase(number);
 }
 
-// --- The processor's port.
-
-// The rule for a VLAN by itself.
-void Agent::ownCpuPort(unsigned number) {
-   auto& vlan = vlans_.at(number);
-   auto const vlanIntf = intent_.vlanIntfs.find("Vlan" + std::to_string(number));
-   if (vlanIntf != intent_.vlanIntfs.end() && vlanIntf->second.isInUse() && !vlan.isSuspended)
-      vlan.members["Cpu"] = {.tagged = true};
-   else
-      vlan.members.erase("Cpu");
-}
-
-// The rule for a VLAN that has been looked at: the pairs come after its own.
-void Agent::syncCpuPort(unsigned number) {
-   ownCpuPort(number);
-   syncCpuPortOfPairs(number);
-}
-
-void Agent::syncCpuPortOfPairs(unsigned number) {
-   if (!vlans_.contains(number))
-      return;
-   syncCpuPortOfSecondaries(number);
-   // Here the role counts, of which the library may be yet to hear.
-   unsigned const primary = vlans_.at(number).role.primary;
-   auto const role = roles_.find(number);
-   if (primary == 0 || role == roles_.end() || role->second.primary == 0 || !isPlain(primary))
-      return;
-   syncSecondaryCpuPort(primary, number);
-   if (primaryOf(number) != primary) {
-      // The library may never hear of it, when the role changes again: then what was before counts.
-      cpuPortsAhead_.insert(number);
-      arm(Stage::relations);
-   }
-}
-
-void Agent::syncCpuPortOfSecondaries(unsigned primary) {
-   if (auto const found = secondaries_.find(primary); found != secondaries_.end())
-      for (unsigned const secondary : found->second)
-         if (vlans_.contains(secondary))
-            syncSecondaryCpuPort(primary, secondary);
-}
-
-void Agent::syncSecondaryCpuPort(unsigned primary, unsigned secondary) {
-   auto const mapping = settings_.sviMappings.find(primary);
-   bool const isServed = mapping == settings_.sviMappings.end() || mapping->second.servesAll ||
-                         mapping->second.served.contains(secondary);
-   auto& vlan = vlans_.at(secondary);
-   if (!vlan.isSuspended && isServed && vlans_.at(primary).members.contains("Cpu"))
-      vlan.members["Cpu"] = {.tagged = true};
-   else
-      vlan.members.erase("Cpu");
-}
-
-// Of a VLAN that has left a pair, and may be a primary by now.
-void Agent::resyncCpuPort(unsigned number) {
-   if (unsigned const primary = primaryOf(number); primary != 0)
-      syncSecondaryCpuPort(primary, number);
-   else
-      ownCpuPort(number);
-   syncCpuPortOfSecondaries(number);
-}
-
 // --- Mappings of VLAN interfaces.
 
 void Agent::handleSviMappings() {
@@ -272,7 +206,6 @@ void Agent::handleSviMapping(unsigned primary) {
       forget({oneSviMapping, std::to_string(primary)});
       followedMappings_.erase(primary);
       settings_.sviMappings.erase(primary);
-      syncCpuPortOfPairs(primary);
       return;
    }
    auto& out = settings_.sviMappings[primary];
@@ -293,15 +226,10 @@ void Agent::handleSviServed(unsigned primary, unsigned secondary) {
       out.served.insert(secondary);
    else
       out.served.erase(secondary);
-   // A VLAN that isn't a secondary of this primary keeps the processor's port that it has.
-   if (primaryOf(secondary) == primary)
-      syncSecondaryCpuPort(primary, secondary);
 }
 
 void Agent::handleSviServesAll(unsigned primary) {
    settings_.sviMappings.at(primary).servesAll = followedMappings_.at(primary)->servesAll;
-   if (auto const vlan = vlans_.find(primary); vlan != vlans_.end() && vlan->second.role.type == 0)
-      syncCpuPortOfPairs(primary);
 }
 
 // --- Relations without a pair. The members of a VLAN depend on the role, the state and the existence of the
@@ -341,9 +269,6 @@ void Agent::lookAtRelatives() {
       for (auto const& [intf, port] : ports_)
          if (port.copy.enabled)
             syncVlan(intf, number);
-   for (unsigned const number : std::exchange(cpuPortsAhead_, {}))
-      if (vlans_.contains(number))
-         resyncCpuPort(number);
 }
 
 } // namespace Model

@@ -256,7 +256,6 @@ void Agent::handleAdminState(unsigned number) {
             syncVlan(intf, secondary);
       syncVlan(intf, vlans_.at(number).role.primary);
    }
-   syncCpuPort(number);
 }
 
 // --- VLAN interfaces.

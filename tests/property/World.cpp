@@ -270,7 +270,12 @@ void World::noteNeedlesslyMade(bool isStart) {
 std::string World::differences() {
    if (!model_)
       return "";
-   std::string text = Model::differences(model_->outcome(), told());
+   Outcome expected = model_->outcome(), actual = told();
+   for (auto* const outcome : {&expected, &actual})
+      for (auto& [number, vlan] : outcome->vlans)
+         if (model_->isCpuPortOpen(number))
+            vlan.members.erase("Cpu");
+   std::string text = Model::differences(expected, actual);
    noteNeedlesslyMade(false);
    text += std::exchange(needlesslyMade_, {});
    auto const& tree = sw_.server().tree();
