@@ -342,11 +342,23 @@ TEST_F(VlanIntfCommonTest, aSourceNamespaceThatIsGoneTookTheDeviceWithIt) {
    EXPECT_EQ(sm->nsIntfRefcount("red"), 0);
 }
 
-TEST_F(VlanIntfCommonTest, aSourceNamespaceThatCantBeEnteredEndsTheProcess) {
+TEST_F(VlanIntfCommonTest, aSourceNamespaceThatCantBeEnteredIsTriedAgain) {
    namespaceIs("red");
+   kernel.vlanDeviceIs("vlan10", "fabric", 10, "red");
    sm->local->netNsNameIs("red");
+   sm->countIntf("Vlan10", sm->local);
    kernel.fail("setns", EPERM, 1, true);
-   EXPECT_DEATH(sm->evaluate(), "Failed\\(srcSockFd > 0\\)  srcSockFd: 0(.|\n)*! ?\"srcSockFd > 0\"");
+   EXPECT_FALSE(sm->evaluate());
+   EXPECT_EQ(problem("Vlan10"), "namespace red can't be entered");
+   kernel.faultsEnd();
+   EXPECT_TRUE(sm->evaluate());
+   EXPECT_NE(kernel.findDevice("vlan10"), nullptr);
+   EXPECT_EQ(kernel.findDevice("vlan10", "red"), nullptr);
+}
+
+TEST_F(VlanIntfCommonTest, aSourceWithoutASocketEndsTheProcess) {
+   sm->nsSocketFdIs(Sulvi::DEFAULT_NS, -1);
+   EXPECT_DEATH(sm->evaluate(), "Failed\\(srcSockFd > 0\\)  srcSockFd: -1(.|\n)*! ?\"srcSockFd > 0\"");
 }
 
 TEST_F(VlanIntfCommonTest, anUnusedNamespaceThatGoesHasItsSocketFreed) {

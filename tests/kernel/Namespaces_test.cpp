@@ -159,30 +159,48 @@ TEST_F(KernelNamespacesTest, fileThatLeadsToNoNamespaceDisturbsNobody) {
 // --- What an earlier run left.
 
 struct KernelStaleDevicesTest : testing::Test {
-   // The devices that the agent's would be, and others like them, in one namespace.
-   void makeDevices(std::string const& netNs) const {
-      net.ipIn(netNs, {"link", "add", "eth0", "type", "bridge"});
-      unsigned vlan = 100;
-      for (std::string const name : {"vlan5", "vlan10", "et3.5", "et3_1.7", "po5.7", "vlanfoo", "vlan007",
-                                     "vlan4095", "eth0.100", "vlan10.5", "et0.5"}) {
-         std::string const number = std::to_string(++vlan);
-         net.ipIn(netNs, {"link", "add", "link", "eth0", "name", name, "type", "vlan", "id", number});
-      }
+   KernelStaleDevicesTest() {
+      for (char const* const base : {"fabric", "et3", "et3_1", "po5", "eth0"})
+         net.ip({"link", "add", base, "type", "bridge"});
+   }
+   void makeDevice(std::string const& name, std::string const& base, std::string const& netNs) {
+      Words words = {"link", "add", "link", base, "name", name};
+      if (!netNs.empty())
+         words.insert(words.end(), {"netns", netNs});
+      words.insert(words.end(), {"type", "vlan", "id", std::to_string(++vlan_)});
+      net.ip(words);
+   }
+   // The devices that the agent's would be, and others like them.
+   void makeDevices(std::string const& netNs) {
+      for (char const* const name : {"vlan5", "vlan10", "vlan4095", "vlanfoo", "vlan007", "vlan10.5"})
+         makeDevice(name, "fabric", netNs);
+      makeDevice("et3.5", "et3", netNs);
+      makeDevice("et3_1.7", "et3_1", netNs);
+      makeDevice("po5.7", "po5", netNs);
+      // Those of others: by their names, or by what they are on.
+      for (char const* const name : {"eth0.100", "et0.5", "vlan77", "et4.7"})
+         makeDevice(name, "eth0", netNs);
       net.ipIn(netNs, {"link", "add", "vlan9", "type", "bridge"});
    }
-   static constexpr char left[] = "et0.5 eth0 eth0.100 lo vlan007 vlan10.5 vlan9 vlanfoo";
+   static constexpr char left[] = "et0.5 et4.7 eth0.100 lo vlan007 vlan10.5 vlan77 vlan9 vlanfoo";
+   static constexpr char leftWithBases[] =
+       "et0.5 et3 et3_1 et4.7 eth0 eth0.100 fabric lo po5 vlan007 vlan10.5 vlan77 vlan9 vlanfoo";
 
    Network net;
+
+  private:
+   unsigned vlan_ = 100; // the base has each number once, wherever the device is
 };
 
 TEST_F(KernelStaleDevicesTest, whatNobodyWantsGoesInEveryNamespaceAndNothingElse) {
    net.addNamespace("red");
    net.addNamespace("idle");
-   for (std::string const netNs : {"", "red", "idle"})
+   // The default one last: a device is made there before it moves, and its name must be free.
+   for (std::string const netNs : {"red", "idle", ""})
       makeDevices(netNs);
    Scenario::Switch bridge;
    bridge.settle();
-   EXPECT_TRUE(eventually([&] { return net.names() == left; })) << net.names();
+   EXPECT_TRUE(eventually([&] { return net.names() == leftWithBases; })) << net.names();
    for (std::string const netNs : {"red", "idle"})
       EXPECT_TRUE(eventually([&] { return net.names(netNs) == left; })) << netNs << ": " << net.names(netNs);
    EXPECT_EQ(net.link("vlan9")["linkinfo"]["info_kind"], "bridge");
