@@ -194,6 +194,13 @@ bool KemSubIntfConfig::doSetKernelOperState() {
 
 // --- The evaluation.
 
+// False from the time a record of it goes or is replaced until the deferred stage gets to it. What would be written
+// to the old ones, such as where the device is, would be lost.
+bool KemSubIntfConfig::hasCurrentRecords() const {
+   return sm_.in().subIntfStatusDir->intfStatus(intfId()) == subIntfStatus_ &&
+          sm_.in().subIntfStatusLocalDir->intfStatusLocal(intfId()) == subIntfStatusLocal_;
+}
+
 bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    if (!initialized()) {
       KEM_TRACE(kemSubIntfTrace, 3, intfId() << " Not initialized");
@@ -203,6 +210,10 @@ bool KemSubIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
        sm_.subIntfConfigCodef() ? sm_.subIntfConfigCodef()->subIntfConfigEntrySm(intfId()) : nullptr;
    if (entry && !entry->initialized()) {
       KEM_TRACE(kemSubIntfTrace, 3, intfId() << ": Codef Entry NOT initialized");
+      return true;
+   }
+   if (!hasCurrentRecords()) {
+      KEM_TRACE(kemSubIntfTrace, 3, intfId() << " has other records and is made again");
       return true;
    }
    setVlanId(usableVlanId());

@@ -86,6 +86,7 @@ class KemSubIntfConfig final : public Kem::StateMachine {
    void handleHardwareStatus();
 
    // --- Helpers.
+   bool hasCurrentRecords() const;
    void findSubIntfHwStatus();
    void getParentIntfStatus();
    void setVlanId(uint16_t vlanId);

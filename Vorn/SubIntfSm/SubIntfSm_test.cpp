@@ -478,6 +478,26 @@ TEST_F(SubIntfSmTest, AReplacedLocalRecordLeavesNoDeviceBehindInAnotherNamespace
    EXPECT_EQ(world.sm->nsIntfRefcount("red"), 0);
 }
 
+// 1. The record that says where the device is, is replaced: the device is removed from there. 2. In the same turn the
+// interface is evaluated for another reason. It must not be made there again, where nobody would find it.
+TEST_F(SubIntfSmTest, WhatHasOldRecordsIsNotEvaluated) {
+   world.namespaceIs("red");
+   world.moveTo("Ethernet1.10", "red");
+   world.subIntf("Ethernet1.10", 100);
+   world.start();
+   world.statusLocalDir->newIntfStatusLocal("Ethernet1.10");
+   world.programmedIs("Ethernet1.10", false);
+   world.vlanIs("Ethernet1.10", 0);
+   world.nsConfigDir->intfNamespaceConfigDel("Ethernet1.10");
+   world.notice();
+   EXPECT_EQ(world.subIntfDevices(), "");
+   world.run();
+   EXPECT_EQ(world.subIntfDevices(), "");
+   world.vlanIs("Ethernet1.10", 100);
+   world.run();
+   EXPECT_EQ(world.device("et1.10"), downOn100);
+}
+
 // --- The kernel's devices under the agent's feet.
 
 TEST_F(SubIntfSmTest, AParentsDeviceThatComesLateLetsItsChildrenHaveTheirs) {
