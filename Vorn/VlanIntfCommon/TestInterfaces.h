@@ -86,10 +86,7 @@ class TestInterfaces {
    int socketFd = -1;
    int netlinkFd = -1;
 
-  protected:
-   TestInterfaces() { config->bridgeMacAddrIs(addr(bridgeAddr)); }
-   ~TestInterfaces() = default;
-
+   // --- The parts of a start and a stop.
    void openKernel() {
       socketFd = kernel.socketAt(AF_INET, SOCK_DGRAM, 0, {});
       netlinkFd = kernel.routeSocket();
@@ -122,6 +119,10 @@ class TestInterfaces {
       in.vornAgent = agent;
       in.problems = Kem::makePtr<DeviceProblems>(agentStatus);
    }
+
+  protected:
+   TestInterfaces() { config->bridgeMacAddrIs(addr(bridgeAddr)); }
+   ~TestInterfaces() = default;
 };
 
 } // namespace Vorn

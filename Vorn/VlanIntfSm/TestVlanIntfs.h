@@ -129,9 +129,10 @@ class TestVlanIntfs : public TestInterfaces {
    std::string problem(unsigned vlanId) const { return TestInterfaces::problem(id(vlanId)); }
 
    struct TestAgent final : VlanIntfAgent {
-      AttrLogCheck* roomToWrite() override { return nullptr; }
+      AttrLogCheck* roomToWrite() override { return log; }
       Kem::Ptr<DynVlanIntfReactor> const& dynVlanIntfSm() const override { return dynVlanIntfSm_; }
       Kem::Ptr<DynVlanIntfReactor> dynVlanIntfSm_;
+      AttrLogCheck* log = nullptr; // null: there is always room
    };
 
    TestAgent agent;

@@ -1,5 +1,7 @@
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
+#include "Kem/Exception.h"
+#include "Vorn/Pacing/TestAttrLog.h"
 #include "Vorn/VlanIntfSm/TestVlanIntfs.h"
 
 namespace Vorn {
@@ -370,6 +372,170 @@ TEST_F(VlanIntfSmTest, devicesThatNobodyWantsGoAtTheStartInEveryNamespaceAndNoth
    for (char const* name : {"vlanfoo", "vlan007", "vlan9", "eth0"})
       EXPECT_NE(world.kernel.findDevice(name), nullptr) << name;
    EXPECT_TRUE(trace.has("deleted unneeded kernel device: vlan5"));
+}
+
+// --- Namespaces.
+
+TEST_F(VlanIntfSmTest, anInterfaceConfiguredIntoANamespaceWaitsForItAndMovesThere) {
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   EXPECT_EQ(world.devices(), "");
+   EXPECT_FALSE(world.isRetried(10));
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@red: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.netNsOf(10), "red");
+}
+
+TEST_F(VlanIntfSmTest, anInterfaceThatNeverMovedMovesLater) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.start();
+   world.moveTo(10, "red");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@red: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   world.nsConfigDir->intfNamespaceConfigDel(world.id(10));
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, aNamespaceThatIsMadeAgainHasItsDevicesAgain) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.namespaceDel("red");
+   world.run();
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@red: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
+}
+
+// --- The deferred stage.
+
+class VlanIntfConfigCodefTest : public VlanIntfSmTest {
+  public:
+   VlanIntfConfigCodefTest() { world.agent.log = &log.check; }
+   ~VlanIntfConfigCodefTest() override { world.stop(); }
+   TestAttrLog log;
+};
+
+TEST_F(VlanIntfConfigCodefTest, aFullLogStopsItAndItGoesOnWhereItStopped) {
+   for (unsigned vlanId : {10, 11, 12})
+      world.vlanIntf(vlanId);
+   log.roomFor(1);
+   world.openKernel();
+   world.makeMachine();
+   Kem::activityManager()->runTurn();
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->backlogSize(), 2u);
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->bookmark(), world.id(11));
+   EXPECT_TRUE(trace.has("Pausing backlog processing at Vlan11 - attr log full"));
+   log.drain();
+   world.run();
+   EXPECT_EQ(world.sm->vlanIntfConfig().size(), 3u);
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->backlogSize(), 0u);
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->bookmark(), Sulvi::IntfId());
+}
+
+TEST_F(VlanIntfConfigCodefTest, aNewChangeStartsTheWalkAtTheBeginning) {
+   for (unsigned vlanId : {10, 11, 12})
+      world.vlanIntf(vlanId);
+   log.roomFor(1);
+   world.openKernel();
+   world.makeMachine();
+   Kem::activityManager()->runTurn();
+   world.configure(13);
+   Kem::activityManager()->deliverQueued();
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->bookmark(), Sulvi::IntfId());
+   EXPECT_TRUE(trace.has("Adding intfId: Vlan13 to backlog"));
+   log.drain();
+   world.run();
+}
+
+TEST_F(VlanIntfConfigCodefTest, whatIsNowhereLeavesTheBacklog) {
+   world.start();
+   log.fill();
+   world.configure(10);
+   world.run();
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->backlogSize(), 1u);
+   world.vlanIntfDel(10);
+   Kem::activityManager()->deliverQueued();
+   EXPECT_TRUE(trace.has("Deleting intfId: Vlan10 from backlog"));
+   EXPECT_EQ(world.sm->vlanIntfConfigCodef()->backlogSize(), 0u);
+   log.drain();
+}
+
+TEST_F(VlanIntfSmTest, aConfigurationThatIsMadeAgainIsFollowed) {
+   world.vlanIntf(10);
+   world.start();
+   world.vlanIntfDel(10);
+   world.configure(10)->mtuIs(1300);
+   world.run();
+   EXPECT_TRUE(trace.has("removing prev config Vlan10from source "));
+   EXPECT_NE(world.devices().find("mtu 1300, up"), std::string::npos) << world.devices();
+   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
+}
+
+TEST_F(VlanIntfSmTest, statusRecordsThatAreMadeAgainAreFilledAgain) {
+   world.vlanIntf(10);
+   world.start();
+   auto const before = world.devices(true);
+   world.statusDir->intfStatusDel(world.id(10));
+   world.run();
+   EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->initialized());
+   world.makeStatus(10);
+   world.run();
+   EXPECT_EQ(world.devices(true), before);
+   EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
+   EXPECT_EQ(world.status(10)->maxMtu(), 9214u);
+}
+
+// --- What must not be.
+
+TEST_F(VlanIntfSmTest, aNameThatIsNoVlanInterfaceNeverReachesTheMachine) {
+   world.start();
+   auto const pass = [&](char const* name) {
+      world.statusDir->intfStatusIs(name);
+      world.statusLocalDir->intfStatusLocalIs(name);
+      world.sm->vlanIntfConfigAfterCodefIs(Interface::VlanIntfConfig::make(name));
+      world.sm->vlanIntfConfig(name)->handleInitialized();
+   };
+   EXPECT_DEATH(pass("Ethernet1"), "Sulvi::VlanIntfId::isVlanIntfId\\(intfId\\(\\)\\)");
+   EXPECT_DEATH(pass("Vlan4095"), "num < 4095");
+   try {
+      pass("Vlan0");
+      ADD_FAILURE() << "raises";
+   } catch (Kem::RangeException const& exception) {
+      EXPECT_STREQ(exception.what(), "VlanId::value < 1 or > 4094 not allowed");
+   }
+}
+
+TEST_F(VlanIntfSmTest, whatItIsMadeOfIsAsserted) {
+   world.openKernel();
+   VlanIntfSmInputs in;
+   world.commonInputs(in, nullptr);
+   auto const fill = [&] {
+      in.kernelIntfCollection = world.kernelIntfCollection;
+      in.vlanIntfStatusDir = world.statusDir;
+      in.vlanIntfStatusLocalDir = world.statusLocalDir;
+      in.vlanIntfConfigDir = world.configDir;
+      in.dynVlanIntfList = world.dynVlanIntfList;
+      in.privateVlanLibState = world.privateVlans;
+   };
+   fill();
+   EXPECT_DEATH(vlanIntfSmFactory(in), "vornAgent\\(\\)");
+   in.vornAgent = &world.agent;
+   EXPECT_DEATH(vlanIntfSmFactory(in), "vornAgent\\(\\)->dynVlanIntfSm\\(\\)");
+   world.agent.dynVlanIntfSm_ = Kem::makePtr<DynVlanIntfReactor>(
+       world.dynVlanIntfDir, world.dynVlanIntfErrorDir, world.dynVlanIntfList, false);
+   in.socketFd = -1;
+   EXPECT_DEATH(vlanIntfSmFactory(in), "socketFd\\(\\) >= 0");
+   EXPECT_DEATH(static_cast<void>(Kem::makePtr<VlanIntfSm>(in)->intfPresentInConfig("vlan10")),
+                "initialized\\(\\)");
+   world.agent.dynVlanIntfSm_ = nullptr;
+   in = {};
 }
 
 } // namespace
