@@ -122,13 +122,23 @@ TEST_F(SubIntfRestartTest, TheSweepTakesOnlyDevicesThatThisSwitchWouldHaveMade) 
    world.kernel.vlanDeviceIs("et0.5", "et1", 10);
    world.kernel.vlanDeviceIs("vlan11", "et1", 11);
    world.kernel.vlanDeviceIs("lo0.1", "et1", 12);
+   world.kernel.vlanDeviceIs("Ethernet1.5", "et1", 13);
    world.kernel.deviceIs("et2.5", "bridge"); // it has the name of one of ours, and is none
    world.start();
    for (char const* const gone : {"et1.5", "po5.7", "et1.6@red"})
       EXPECT_EQ(world.device(gone), "-") << gone;
-   for (char const* const kept :
-        {"eth0.100", "et1.007", "et1.4095", "Et1.9", "et0.5", "vlan11", "lo0.1", "et2.5", "et1.10"})
+   for (char const* const kept : {"eth0.100", "et1.007", "et1.4095", "Et1.9", "et0.5", "vlan11", "lo0.1",
+                                  "Ethernet1.5", "et2.5", "et1.10"})
       EXPECT_NE(world.device(kept), "-") << kept;
+   for (char const* const ofOthers : {"eth0.100", "et1.007", "et1.4095", "Ethernet1.5", "et1"}) {
+      EXPECT_TRUE(world.sm->intfPresentInConfig(ofOthers)) << ofOthers;
+      EXPECT_FALSE(world.sm->intfPresentInStatus(ofOthers)) << ofOthers;
+      EXPECT_EQ(world.sm->intfStatusLocal(ofOthers), nullptr) << ofOthers;
+   }
+   EXPECT_FALSE(world.sm->intfPresentInConfig("et1.5"));
+   EXPECT_TRUE(world.sm->intfPresentInConfig("et1.10"));
+   EXPECT_TRUE(world.sm->intfPresentInStatus("et1.10"));
+   EXPECT_NE(world.sm->intfStatusLocal("et1.10"), nullptr);
    EXPECT_TRUE(trace.has("et1.5 did not find device in intfConfig"));
    EXPECT_TRUE(trace.has("deleted unneeded kernel device: et1.5"));
    EXPECT_FALSE(trace.has("deleted unneeded kernel device: et2.5"));

@@ -105,7 +105,8 @@ TEST_F(SubIntfSmTest, AShutDownSubinterfaceIsDownAndUpAgain) {
    EXPECT_EQ(world.state("Ethernet1.10"), "down");
    EXPECT_EQ(world.device("et1.10"), downOn100);
    EXPECT_TRUE(trace.has("Ethernet1.10 is not enabled"));
-   EXPECT_FALSE(world.isMirrored("Ethernet1.10"));
+   EXPECT_EQ(world.kosr->intfStatusDir()->intfStatus("Ethernet1.10"), nullptr);
+   EXPECT_EQ(world.kosr->intfStatusLocalDir()->intfStatusLocal("Ethernet1.10"), nullptr);
    config->enabledStateLocalIs(EnabledState::enabledStateEnabled);
    world.run();
    EXPECT_EQ(world.state("Ethernet1.10"), "up, in hardware");
@@ -487,15 +488,14 @@ TEST_F(SubIntfSmTest, WhatHasOldRecordsIsNotEvaluated) {
    world.start();
    world.statusLocalDir->newIntfStatusLocal("Ethernet1.10");
    world.programmedIs("Ethernet1.10", false);
-   world.vlanIs("Ethernet1.10", 0);
-   world.nsConfigDir->intfNamespaceConfigDel("Ethernet1.10");
    world.notice();
    EXPECT_EQ(world.subIntfDevices(), "");
+   world.vlanIs("Ethernet1.10", 0);
    world.run();
    EXPECT_EQ(world.subIntfDevices(), "");
    world.vlanIs("Ethernet1.10", 100);
    world.run();
-   EXPECT_EQ(world.device("et1.10"), downOn100);
+   EXPECT_EQ(world.device("et1.10@red"), downOn100);
 }
 
 // --- The kernel's devices under the agent's feet.
