@@ -433,7 +433,7 @@ TEST_F(VlanIntfConfigCodefTest, aFullLogStopsItAndItGoesOnWhereItStopped) {
    EXPECT_EQ(world.sm->vlanIntfConfigCodef()->bookmark(), world.id(11));
    EXPECT_TRUE(trace.has("Pausing backlog processing at Vlan11 - attr log full"));
    log.drain();
-   world.run();
+   world.advance(0.01);
    EXPECT_EQ(world.sm->vlanIntfConfig().size(), 3u);
    EXPECT_EQ(world.sm->vlanIntfConfigCodef()->backlogSize(), 0u);
    EXPECT_EQ(world.sm->vlanIntfConfigCodef()->bookmark(), Sulvi::IntfId());
