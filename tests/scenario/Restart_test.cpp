@@ -207,6 +207,9 @@ TEST_F(RestartTest, secondSupervisorsAgentIsStandbyUntilItsCellSaysOtherwise) {
    done({"set", ethPriority, "3"});
    Agent standby(database, {"--cell", "2"});
    done({"settle", "--timeout", "20"});
+   // The places of the second supervisor are there once its agent has asked for them.
+   for (char const* const place : {"interface/nsconfig", "interface/status/eth/vlan/local", "stage/boot/status"})
+      done({"get", std::string("cell/2/") + place});
    EXPECT_EQ(database.get(ethPriority), "3");
    active->process().signal(SIGKILL);
    active->process().wait();

@@ -148,7 +148,8 @@ Server::Refusal Server::place(ServerMount& mount) {
       return {Status::refused, mount.text + ": there is no type " + mount.type};
 
    Entity const* node = tree_->find(mount.selector.path);
-   if (!node && (mount.flags & mountCreate) && mount.selector.steps.empty()) {
+   bool const isCreating = (mount.flags & mountCreate) || (type && isPlaceOfCell(mount.selector.path, *type));
+   if (!node && isCreating && mount.selector.steps.empty()) {
       if (!type)
          return {Status::refused, mount.text + ": what is to be created needs a type"};
       if (Refusal const refusal = createPath(mount.selector.path, *type, *mount.client); !refusal.isNone())
@@ -171,6 +172,22 @@ Server::Refusal Server::place(ServerMount& mount) {
          return {Status::refused, std::string(way) + ": is no directory"};
    }
    return {};
+}
+
+// Whether the schema has that place for each supervisor, and there is such a supervisor: somebody has said which part
+// it plays. Its places are made as they are asked for; which supervisors there are isn't known beforehand.
+bool Server::isPlaceOfCell(std::string_view path, Records::EntityType const& type) const {
+   constexpr std::string_view start = "cell/";
+   constexpr std::string_view role = "redundancy/status";
+   size_t const end = path.find('/', start.size());
+   if (!path.starts_with(start) || end == std::string_view::npos)
+      return false;
+   auto const place = path.substr(end + 1);
+   auto const& places = tree_->schema().places;
+   return place != role && tree_->find(std::string(path.substr(0, end + 1)) + std::string(role)) &&
+          std::any_of(places.begin(), places.end(), [&](Records::Place const& p) {
+             return p.isCell && p.path == place && p.type == &type;
+          });
 }
 
 // Checks the mount against what is at its node, and finds the way inside.

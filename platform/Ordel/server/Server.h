@@ -103,6 +103,7 @@ class Server {
    void followMarks();
    void followMemory(size_t writtenBytes, size_t entitiesBefore);
    void publish(Applied const& applied, ServerClient* writer, uint64_t seen);
+   bool isPlaceOfCell(std::string_view path, Records::EntityType const& type) const;
    // The mount as it can be made now; `node` 0 stays where it has to wait.
    Refusal place(ServerMount& mount);
    Refusal placeIn(ServerMount& mount, Entity const& node);
