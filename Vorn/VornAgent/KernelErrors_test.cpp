@@ -1,10 +1,10 @@
-// An error at every kernel call: 50 interfaces start, change and start again, and in each run one call fails, once or
-// until the run is through. Once the error is over, kernel and records are as if it had never been, and nobody asks
-// the kernel for anything any more.
+// An error at every kernel call: 50 interfaces start, change and start again, and in each run one call fails,
+// once or until the run is through. Once the error is over, kernel and records are as if it had never been, and
+// nobody asks the kernel for anything any more.
 //
-// Each call of a run that goes well is a case with each errno. These are many thousands, so a test takes every so
-// many of them. KERNEL_ERRORS in the environment asks for others: "all" of them, those from the one of a number on, such
-// as "5", or the one of a text, such as "ioctl 17 ENOMEM lasting".
+// Each call of a run that goes well is a case with each errno. These are many thousands, so a test takes every
+// so many of them. KERNEL_ERRORS in the environment asks for others: "all" of them, those from the one of a
+// number on, such as "5", or the one of a text, such as "ioctl 17 ENOMEM lasting".
 #include "Vorn/VornAgent/TestRoutedIntfs.h"
 
 #include "Kem/Assert.h"

@@ -1,6 +1,6 @@
-// The world of the tests of all routed interfaces: VLAN interfaces and subinterfaces with the machines of both, as
-// they share one kernel, one mirror of states and one record of problems in the agent, and the watcher of namespaces
-// on a folder of its own. What each kind has of its own is reached through vlans() and subIntfs().
+// The world of the tests of all routed interfaces: VLAN interfaces and subinterfaces with the machines of both,
+// as they share one kernel, one mirror of states and one record of problems in the agent, and the watcher of
+// namespaces on a folder of its own. What each kind has of its own is reached through vlans() and subIntfs().
 //
 //    TestRoutedIntfs world;                      // fabric device and ports up, no interface
 //    world.namespaceIs("red");
