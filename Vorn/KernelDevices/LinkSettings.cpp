@@ -55,7 +55,9 @@ int setKernelDeviceMacAddress(Kem::String8 const& name, Sulvi::EthAddr const& ad
    return result;
 }
 
-int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err) {
+int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err, bool* wasSwitched) {
+   if (wasSwitched)
+      *wasSwitched = false;
    auto& kernel = Netlink::kernel();
    char const* const state = up ? "up" : "down";
    auto current = requestFor(name);
@@ -77,6 +79,8 @@ int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err) {
       *err = errno;
       KEM_TRACE(linkSettingsTrace, 0,
                 "Error setting kernel interface " << name << " " << state << " " << strerror(*err));
+   } else if (wasSwitched) {
+      *wasSwitched = true;
    }
    return setResult;
 }

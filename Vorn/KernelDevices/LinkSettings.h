@@ -12,7 +12,8 @@ namespace Vorn {
 int setKernelDeviceMacAddress(Kem::String8 const& name, Sulvi::EthAddr const& addr, int fd);
 
 // Switches the device on or off. 0 when it is so, and is not written if it was; negative, with errno in
-// `*err`, when it couldn't be done.
-int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err);
+// `*err`, when it couldn't be done. `*wasSwitched` says whether it was the other way before; null for who doesn't
+// care.
+int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err, bool* wasSwitched = nullptr);
 
 } // namespace Vorn

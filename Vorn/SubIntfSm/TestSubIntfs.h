@@ -22,7 +22,7 @@
 
 namespace Vorn {
 
-class TestSubIntfs : public TestInterfaces {
+class TestSubIntfs : public virtual TestInterfaces {
   public:
    using OperStatus = Interface::IntfOperStatus;
    static constexpr auto routed = Interface::IntfForwardingModel::intfForwardingModelRouted;

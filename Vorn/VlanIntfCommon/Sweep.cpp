@@ -29,22 +29,26 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
       sweepAgainIn(ns);
    for (auto const& [ifName, device] : root->interfaceByName()) {
       KEM_TRACE(sweepTrace, 8, "Found device: " << ifName);
-      if (isOfOthers(ifName, socketFd))
-         continue;
       if (!intfPresentInConfig(ifName)) {
          KEM_TRACE(sweepTrace, 3, ifName << " did not find device in intfConfig");
+         if (isOfOthers(ifName, socketFd, ns))
+            continue;
          if (destroyVlanDevice(ifName, socketFd) >= 0)
             KEM_TRACE(sweepTrace, 1, "deleted unneeded kernel device: " << ifName);
+         else
+            sweepAgainIn(ns);
          continue;
       }
       if (!intfPresentInStatus(ifName))
          continue;
       auto const isl = intfStatusLocal(ifName);
-      if (!isl || keyOf(isl->netNsName()) == keyOf(ns))
+      if (!isl || keyOf(isl->netNsName()) == keyOf(ns) || isOfOthers(ifName, socketFd, ns))
          continue;
       auto const otherNs = isl->netNsName();
-      if (destroyVlanDevice(ifName, socketFd) < 0)
+      if (destroyVlanDevice(ifName, socketFd) < 0) {
+         sweepAgainIn(ns);
          continue;
+      }
       KEM_TRACE(sweepTrace, 1,
                 "deleted unneeded kernel device: " << ifName << " from NS " << ns << ". StatusLocal had NS "
                                                    << otherNs);
@@ -58,7 +62,7 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
 
 // A device of a name that we give, but not on the base that we would put it on, or of another kind: whoever made
 // it has use for it.
-bool VlanIntfCommon::isOfOthers(Kem::String8 const& ifName, int socketFd) const {
+bool VlanIntfCommon::isOfOthers(Kem::String8 const& ifName, int socketFd, Sulvi::NamespaceName const& ns) {
    bool const isVlanIntf = Sulvi::vlanIdFromDeviceName(ifName).has_value();
    if (!isVlanIntf && !Sulvi::isSubIntf(ifName))
       return false; // a name that the derived class leaves alone
@@ -67,12 +71,34 @@ bool VlanIntfCommon::isOfOthers(Kem::String8 const& ifName, int socketFd) const 
       KEM_TRACE(sweepTrace, 1, ifName << " is no VLAN device: left alone");
       return true;
    }
+   if (found.kind != ExistingDevice::vlan) { // the list has it, but it can't be looked at just now
+      KEM_TRACE(sweepTrace, 1, ifName << " is left alone for now: " << strerror(found.error));
+      sweepAgainIn(ns);
+      return true;
+   }
    std::string_view const name = ifName;
    auto const base = isVlanIntf ? in_.fabricDeviceName : Kem::String8(name.substr(0, name.rfind('.')));
-   if (found.kind != ExistingDevice::vlan || found.base == base)
+   if (found.base == base)
       return false;
    KEM_TRACE(sweepTrace, 3, ifName << " is on " << found.base << ", not on " << base << ": left alone");
    return true;
+}
+
+// A device that stays against our will keeps its VLAN from others, or goes on carrying traffic.
+void VlanIntfCommon::destroyOrSweepAgain(Kem::String8 const& deviceName, int fd,
+                                         Sulvi::NamespaceName const& ns) {
+   if (fd == 0) {
+      sweepAgainIn(ns);
+      return;
+   }
+   if (destroyVlanDevice(deviceName, fd) >= 0)
+      return;
+   int const error = errno;
+   if (error == EINVAL)
+      return; // no VLAN device, so somebody else's
+   // One that wasn't known to exist is hardly there; a look at the list costs little.
+   kernelCallFailed_ |= error != ENODEV || deviceVlanId(deviceName) != 0;
+   sweepAgainIn(ns);
 }
 
 // Nobody opens this namespace, but an earlier configuration may have.
@@ -90,7 +116,7 @@ void VlanIntfCommon::sweepUnusedNs(Sulvi::NamespaceName const& name) {
 }
 
 void VlanIntfCommon::sweepAgainIn(Sulvi::NamespaceName const& ns) {
-   sweepAgain_.insert(ns);
+   sweepAgain_.insert(keyOf(ns));
    if (kemClock_.timeMin() == Kem::never)
       kemClock_.timeMinIs(Kem::now() + firstRetry);
 }

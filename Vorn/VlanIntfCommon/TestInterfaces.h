@@ -5,6 +5,8 @@
 //    start: openKernel(); make the state machine from commonInputs(&agent)
 //    stop:  let go of the state machine; closeKernel()
 //
+// Worlds derive from it virtually, so that one of both state machines is made of theirs.
+//
 // What is in the kernel and in the records stays from one run to the next, as in a restart of the agent. One
 // world at a time: it owns clock and kernel.
 #pragma once
@@ -83,13 +85,21 @@ class TestInterfaces {
    Kem::Ptr<KernelNetworkInfo::Root> kernelIntfCollection = KernelNetworkInfo::Root::make();
    Kem::Ptr<KernelNetworkInfo::Manager> devicesManager; // null between runs, as the next
    Kem::Ptr<KernelOperState::Root> kosr;
+   Kem::Ptr<DeviceProblems> problems = Kem::makePtr<DeviceProblems>(agentStatus);
    int socketFd = -1;
    int netlinkFd = -1;
 
    // --- The parts of a start and a stop.
    void openKernel() {
+      openSockets();
+      makeManagers();
+   }
+   // Those without which there is no agent.
+   void openSockets() {
       socketFd = kernel.socketAt(AF_INET, SOCK_DGRAM, 0, {});
       netlinkFd = kernel.routeSocket();
+   }
+   void makeManagers() {
       auto const activity = Kem::activityManager()->config();
       devicesManager = Kem::makePtr<KernelNetworkInfo::Manager>(activity, kernelIntfCollection, nullptr,
                                                                 nullptr, Sulvi::NamespaceName());
@@ -97,6 +107,7 @@ class TestInterfaces {
       kosr->intfStatusOperStatusSmIs(activity, kosr->intfStatusDirIs("intfStatusDir"),
                                      kosr->intfStatusLocalDirIs("intfStatusLocalDir"), kosr->kosmIs(),
                                      netNsCollection);
+      problems = Kem::makePtr<DeviceProblems>(agentStatus);
    }
    void closeKernel() {
       devicesManager = nullptr;
@@ -117,7 +128,7 @@ class TestInterfaces {
       in.allIntfNamespaceConfigDir = nsConfigDir;
       in.clock = Kem::ActivityFacility::clock();
       in.vornAgent = agent;
-      in.problems = Kem::makePtr<DeviceProblems>(agentStatus);
+      in.problems = problems;
    }
 
   protected:

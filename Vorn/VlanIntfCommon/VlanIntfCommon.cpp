@@ -144,7 +144,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
 
    if (vlanId == 0) {
       doDestroyVlanDevice(deviceName, isl, 0);
-      existenceIs({});
+      in_.problems->problemDel(intfId);
       continueProcessing_ = true;
       return true;
    }
@@ -227,7 +227,7 @@ VlanCreateStatus VlanIntfCommon::doCreateVlanDevice(uint16_t vlanId, Kem::String
       deviceVlanId_.erase(deviceName);
       return VlanRefused;
    }
-   auto ret = createVlanDevice(baseDeviceName, deviceName, vlanId, socketFd, dstNs);
+   auto ret = requestVlanDevice(vlanId, baseDeviceName, deviceName, socketFd, dstNs);
    if (ret == VlanRefused)
       createProblem_ = std::string("the kernel refuses it: ") + strerror(errno);
    if (ret == VlanExists)
@@ -242,6 +242,19 @@ VlanCreateStatus VlanIntfCommon::doCreateVlanDevice(uint16_t vlanId, Kem::String
    if (ret == VlanCreated &&
        in_.kernelOperStateManager->doSetOperState(deviceName, IntfOperStatus::intfOperDormant, dstNs) != 0)
       kernelCallFailed_ = true;
+   return ret;
+}
+
+// A request that failed on its way may have been done all the same: then there is a device that nobody knows of.
+VlanCreateStatus VlanIntfCommon::requestVlanDevice(uint16_t vlanId, Kem::String8 const& baseDeviceName,
+                                                   Kem::String8 const& deviceName, int socketFd,
+                                                   Sulvi::NamespaceName const& dstNs) {
+   auto const ret = createVlanDevice(baseDeviceName, deviceName, vlanId, socketFd, dstNs);
+   if (ret == VlanRefused) {
+      int const error = errno;
+      sweepAgainIn(dstNs);
+      errno = error;
+   }
    return ret;
 }
 
@@ -265,7 +278,7 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
                           << ", not VLAN " << vlanId << " of " << baseDeviceName << " in NS " << dstNs
                           << ": made again");
       static_cast<void>(destroyVlanDevice(deviceName, fd));
-      auto const again = createVlanDevice(baseDeviceName, deviceName, vlanId, socketFd, dstNs);
+      auto const again = requestVlanDevice(vlanId, baseDeviceName, deviceName, socketFd, dstNs);
       if (again != VlanExists)
          return again;
       found = existingDevice(deviceName, fd);
@@ -281,26 +294,25 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
 void VlanIntfCommon::doDestroyVlanDevice(Kem::String8 const& deviceName,
                                          Kem::Ptr<Interface::EthIntfStatusLocal> const& isl, int socketFd) {
    int const fd = isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd;
-   if (fd != 0)
-      static_cast<void>(destroyVlanDevice(deviceName, fd));
+   destroyOrSweepAgain(deviceName, fd, isl ? isl->netNsName() : sockets_.ns(fd));
    deviceVlanId_.erase(deviceName);
    setIntfStatusLocalNetNsName(isl, Sulvi::DEFAULT_NS);
 }
 
-void VlanIntfCommon::setInterfaceUpOrDown(Kem::String8 const& deviceName, bool up, int fd) {
+bool VlanIntfCommon::setInterfaceUpOrDown(Kem::String8 const& deviceName, bool up, int fd) {
    if (fd == 0 || deviceVlanId(deviceName) == 0)
-      return;
+      return false;
    int error = 0;
-   if (setInterfaceUpOrDownInternal(deviceName, up, fd, &error) >= 0)
-      return;
+   bool wasSwitched = false;
+   if (setInterfaceUpOrDownInternal(deviceName, up, fd, &error, &wasSwitched) >= 0)
+      return wasSwitched;
    if (error == ENODEV) {
-      kernelCallFailed_ = true; // somebody removed it, or it can't be found just now
-      return;
+      kernelCallFailed_ = true;    // somebody removed it, or it can't be found just now
+   } else if (error != ENETDOWN) { // with that it comes up with its base
+      std::cerr << "setInterfaceUpOrDown failure, " << deviceName << " errno " << error << std::endl;
+      Netlink::kernel().exitProcess(1);
    }
-   if (error == ENETDOWN)
-      return; // it comes up with its base
-   std::cerr << "setInterfaceUpOrDown failure, " << deviceName << " errno " << error << std::endl;
-   Netlink::kernel().exitProcess(1);
+   return false;
 }
 
 // --- Address and MTU.

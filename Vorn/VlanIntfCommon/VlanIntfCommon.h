@@ -62,8 +62,9 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    // The namespace is that of the record, and without a record that of the socket.
    void doDestroyVlanDevice(Kem::String8 const& deviceName,
                             Kem::Ptr<Interface::EthIntfStatusLocal> const& intfStatusLocal, int socketFd);
-   // Ends the process with status 1 on a failure that isn't about a device that is gone or a base that is down.
-   void setInterfaceUpOrDown(Kem::String8 const& deviceName, bool up, int fd);
+   // Whether it was the other way before. Ends the process with status 1 on a failure that isn't about a device that
+   // is gone or a base that is down.
+   bool setInterfaceUpOrDown(Kem::String8 const& deviceName, bool up, int fd);
    bool continueProcessing() const { return continueProcessing_; }
    bool kernelCallFailed() const { return kernelCallFailed_; }
    void kernelCallFailedIs(bool failed) { kernelCallFailed_ = failed; }
@@ -156,9 +157,13 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    VlanCreateStatus takeOverOrRemake(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                      Kem::String8 const& deviceName, int socketFd,
                                      Sulvi::NamespaceName const& dstNs);
-   bool isOfOthers(Kem::String8 const& ifName, int socketFd) const;
+   bool isOfOthers(Kem::String8 const& ifName, int socketFd, Sulvi::NamespaceName const& ns);
+   VlanCreateStatus requestVlanDevice(uint16_t vlanId, Kem::String8 const& baseDeviceName,
+                                      Kem::String8 const& deviceName, int socketFd,
+                                      Sulvi::NamespaceName const& dstNs);
+   void destroyOrSweepAgain(Kem::String8 const& deviceName, int fd, Sulvi::NamespaceName const& ns);
    void sweepUnusedNs(Sulvi::NamespaceName const& name);
-   void sweepAgainIn(Sulvi::NamespaceName const& ns); // its devices could not be listed
+   void sweepAgainIn(Sulvi::NamespaceName const& ns); // with the next retries
 
    VlanIntfInputs const in_;
    DeviceAbility ability_;
@@ -172,7 +177,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    Kem::ValueMap<Kem::String8, uint16_t> deviceVlanId_;
    IntfSet retryIntfCollection_;
    Sulvi::IntfId retryBookmark_;               // where the pass paused; empty for the beginning
-   std::set<Sulvi::NamespaceName> sweepAgain_; // their devices could not be listed
+   std::set<Sulvi::NamespaceName> sweepAgain_; // something may be left there: a call failed
    IntfSet intf_;                              // every interface that the derived class has under evaluation
    IntfSet intfBackLog_;                       // those for its next slice
    KemBridgingConfig kemBridgingConfig_{*this};

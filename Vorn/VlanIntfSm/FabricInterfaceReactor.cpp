@@ -4,7 +4,6 @@
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
 #include <net/if.h>
-#include <utility>
 
 namespace Vorn {
 
@@ -14,7 +13,7 @@ Kem::TraceFacility fabricTrace("VornFabric");
 
 FabricInterfaceReactor::FabricInterfaceReactor(
     VlanIntfSm& vlanIntfSm, Kem::Ptr<KernelNetworkInfo::Interface const> const& fabricInterface)
-    : vlanIntfSm_(vlanIntfSm), ifIndex_(fabricInterface->ifIndex()), flags_(fabricInterface->flags()) {
+    : vlanIntfSm_(vlanIntfSm), ifIndex_(fabricInterface->ifIndex()) {
    kemFabricInterface_.notifierIs(fabricInterface);
 }
 
@@ -29,10 +28,8 @@ void FabricInterfaceReactor::handleFlags() {
    auto const flags = kemFabricInterface_.notifier()->flags();
    bool const up = flags & IFF_UP;
    KEM_TRACE(fabricTrace, 3, "Fabric ifUp " << up);
-   bool const isOther = flags != std::exchange(flags_, flags);
-   if (up == vlanIntfSm_.fabricUp() && !isOther)
-      return;
    vlanIntfSm_.fabricUpIs(up);
+   // Also when it is up again by now: with their base the kernel switches on devices that are to be off.
    // A carrier that comes back is passed on by the kernel to the devices on it, whose own states are lost with
    // that.
    if (up)

@@ -30,7 +30,6 @@ class FabricInterfaceReactor final : public Kem::StateMachine {
 
    VlanIntfSm& vlanIntfSm_;
    uint32_t ifIndex_ = 0;
-   uint32_t flags_ = 0;
    KemFabricInterface kemFabricInterface_{*this};
 };
 

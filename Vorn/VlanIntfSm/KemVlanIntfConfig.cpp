@@ -31,6 +31,7 @@ void KemVlanIntfConfig::handleInitialized() {
    }
    vlanIntfStatus_ = status;
    vlanIntfStatusLocal_ = local;
+   goneStatusLocal_ = nullptr;
    kemVlanIntfStatus_.notifierIs(status);
    initializedIs(true);
    KEM_INVARIANT(Sulvi::VlanIntfId::isVlanIntfId(intfId_), "Sulvi::VlanIntfId::isVlanIntfId(intfId())");
@@ -57,6 +58,8 @@ void KemVlanIntfConfig::handleIntfStatusCreated() {
 }
 
 void KemVlanIntfConfig::handleIntfStatusGone() {
+   if (vlanIntfStatusLocal_)
+      goneStatusLocal_ = vlanIntfStatusLocal_;
    initializedIs(false);
    operational_ = false;
    kemVlanIntfStatus_.notifierIs(nullptr);
@@ -71,6 +74,8 @@ void KemVlanIntfConfig::doPrepareToDie() {
       vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
       if (!parent_.standbyMode())
          vlanIntfStatus_->intfConfigIs(nullptr);
+   } else if (parent_.deviceVlanId(deviceName_) != 0) {
+      parent_.doDestroyVlanDevice(deviceName_, goneStatusLocal_, 0); // its records went before it
    }
    parent_.intfIs(intfId_, false);
    syncCpuPort();
@@ -124,7 +129,12 @@ void KemVlanIntfConfig::syncCpuPort() {
 void KemVlanIntfConfig::setUpOrDown() {
    KEM_INVARIANT(!deviceName_.empty(), "deviceName()");
    bool const up = config()->enabled() && !parent_.isSecondaryVlan(vlanId_);
-   parent_.setInterfaceUpOrDown(deviceName_, up, parent_.nsSocketFdFromIntfStatusLocal(vlanIntfStatusLocal_));
+   bool const wasSwitched = parent_.setInterfaceUpOrDown(
+       deviceName_, up, parent_.nsSocketFdFromIntfStatusLocal(vlanIntfStatusLocal_));
+   // The kernel takes a device that comes up for operational, whatever it was told before.
+   if (wasSwitched && up && vlanIntfStatus_->operStatus() != Interface::IntfOperStatus::intfOperUp &&
+       parent_.in().kernelOperStateRoot->intfStatusOperStatusSm()->doSyncIntfStatus(intfId_) != 0)
+      parent_.kernelCallFailedIs(true);
 }
 
 void KemVlanIntfConfig::handleMtu() {

@@ -82,6 +82,8 @@ class KemVlanIntfConfig final : public Kem::StateMachine {
    Kem::String8 deviceName_;
    Kem::Ptr<Interface::VlanIntfStatus> vlanIntfStatus_;
    Kem::Ptr<Interface::VlanIntfStatusLocal> vlanIntfStatusLocal_;
+   Kem::Ptr<Interface::VlanIntfStatusLocal>
+       goneStatusLocal_; // says where the device is while it waits for another
    KemConfig kemConfig_{*this};
    KemVlanIntfStatus kemVlanIntfStatus_{*this};
 };

@@ -22,7 +22,7 @@
 
 namespace Vorn {
 
-class TestVlanIntfs : public TestInterfaces {
+class TestVlanIntfs : public virtual TestInterfaces {
   public:
    TestVlanIntfs() {
       kernel.deviceIs("fabric").mtu = 9214;

@@ -49,6 +49,8 @@ class TestChannel final : public Channel {
       return received;
    }
 
+   bool hasWaiting() const { return !waiting_.empty(); }
+
    std::vector<std::string> sent;
    std::function<void(uint32_t sequence)> onSend;
    int sendError = 0;

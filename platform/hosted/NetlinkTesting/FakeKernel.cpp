@@ -44,7 +44,9 @@ class FakeKernel::LinkChannel final : public Channel {
       return 0;
    }
    Received receive() override {
-      // Without a count: the loop may ask whenever it likes.
+      // Without a count while nothing waits: the loop may ask whenever it likes. What waits isn't lost.
+      if (kernel && inner.hasWaiting() && !kernel->enter("receive") && errno != EINTR)
+         return {Received::lost, {}, errno};
       return inner.receive();
    }
 

@@ -84,8 +84,9 @@ class FakeKernel final : public Kernel {
    std::string describe(bool withIndexes = false) const;
 
    // --- Calls. Their names are "sendmsg", "recvmsg", "ioctl", "if_nametoindex", "socket", "setns", "open" (of
-   // a namespace), "close", "answer" (to a request of a route socket); for counts also those of the ioctls, such as
-   // "SIOCSIFMTU" and "DEL_VLAN_CMD", and of requests, such as "RTM_NEWLINK".
+   // a namespace), "close", "answer" (to a request of a route socket), "receive" (of a channel in which something
+   // waits); for counts also those of the ioctls, such as "SIOCSIFMTU" and "DEL_VLAN_CMD", and of requests, such as
+   // "RTM_NEWLINK".
    int count(std::string const& call) const;
    void countsReset() { counts_.clear(); }
    // The nth call of that name from now on fails with this errno and has no effect; if lasting, all later ones
@@ -94,7 +95,8 @@ class FakeKernel final : public Kernel {
    void faultsEnd() { faults_.clear(); }
    bool isBlocked() const { return isBlocked_; }                                 // since the fake was made
    int openDescriptors() const { return static_cast<int>(descriptors_.size()); } // that the fake gave
-   std::string const& lastRequest() const { return lastRequest_; }               // bytes of the last sendmsg
+   int openChannels() const { return static_cast<int>(channels_.size()); }
+   std::string const& lastRequest() const { return lastRequest_; } // bytes of the last sendmsg
 
    // A route socket in the default namespace.
    int routeSocket();
