@@ -73,6 +73,8 @@ class KemVlanIntfConfig final : public Kem::StateMachine {
    void withRetry(void (KemVlanIntfConfig::*handle)());
    void syncCpuPort();
    void setUpOrDown();
+   void giveUpDevice();
+   void giveUpLeftover();
 
    VlanIntfSm& parent_;
    Sulvi::IntfId const intfId_;
