@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 #include "Sulvi/IntfKind.h"
 #include "Sulvi/KernelDeviceName.h"
+#include "Vorn/KernelDevices/DeviceAbility.h"
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
 namespace Vorn {
@@ -31,7 +32,6 @@ void KemVlanIntfConfig::handleInitialized() {
    }
    vlanIntfStatus_ = status;
    vlanIntfStatusLocal_ = local;
-   goneStatusLocal_ = nullptr;
    kemVlanIntfStatus_.notifierIs(status);
    initializedIs(true);
    KEM_INVARIANT(Sulvi::VlanIntfId::isVlanIntfId(intfId_), "Sulvi::VlanIntfId::isVlanIntfId(intfId())");
@@ -57,9 +57,10 @@ void KemVlanIntfConfig::handleIntfStatusCreated() {
    handleInitialized();
 }
 
+// Without its records the interface has no device: one that stayed would outlive the configuration.
 void KemVlanIntfConfig::handleIntfStatusGone() {
-   if (vlanIntfStatusLocal_)
-      goneStatusLocal_ = vlanIntfStatusLocal_;
+   if (initialized())
+      giveUpDevice();
    initializedIs(false);
    operational_ = false;
    kemVlanIntfStatus_.notifierIs(nullptr);
@@ -68,15 +69,29 @@ void KemVlanIntfConfig::handleIntfStatusGone() {
    parent_.intfIs(intfId_, false);
 }
 
+void KemVlanIntfConfig::giveUpDevice() {
+   parent_.prepNs(keyOf(vlanIntfStatusLocal_->netNsName()));
+   parent_.doDestroyVlanDevice(deviceName_, vlanIntfStatusLocal_, 0);
+   vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
+   if (!parent_.standbyMode())
+      vlanIntfStatus_->intfConfigIs(nullptr);
+}
+
+// The start leaves alone what an earlier run has made for an interface that has lost a record since.
+void KemVlanIntfConfig::giveUpLeftover() {
+   auto const isl = parent_.vlanIntfStatusLocalDir()->intfStatusLocal(intfId_);
+   parent_.prepNs(isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS);
+   int const fd = parent_.nsSocketFdFromIntfStatusLocal(isl);
+   auto const deviceName = deviceNameOf(intfId_);
+   if (fd != 0 && existingDevice(deviceName, fd).kind == ExistingDevice::vlan)
+      parent_.doDestroyVlanDevice(deviceName, isl, fd);
+}
+
 void KemVlanIntfConfig::doPrepareToDie() {
-   if (initialized()) {
-      parent_.doDestroyVlanDevice(deviceName_, vlanIntfStatusLocal_, 0);
-      vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
-      if (!parent_.standbyMode())
-         vlanIntfStatus_->intfConfigIs(nullptr);
-   } else if (parent_.deviceVlanId(deviceName_) != 0) {
-      parent_.doDestroyVlanDevice(deviceName_, goneStatusLocal_, 0); // its records went before it
-   }
+   if (initialized())
+      giveUpDevice();
+   else
+      giveUpLeftover();
    parent_.intfIs(intfId_, false);
    syncCpuPort();
    preparedToDie_ = true;

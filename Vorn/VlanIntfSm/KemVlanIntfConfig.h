@@ -73,6 +73,8 @@ class KemVlanIntfConfig final : public Kem::StateMachine {
    void withRetry(void (KemVlanIntfConfig::*handle)());
    void syncCpuPort();
    void setUpOrDown();
+   void giveUpDevice();
+   void giveUpLeftover();
 
    VlanIntfSm& parent_;
    Sulvi::IntfId const intfId_;
@@ -82,8 +84,6 @@ class KemVlanIntfConfig final : public Kem::StateMachine {
    Kem::String8 deviceName_;
    Kem::Ptr<Interface::VlanIntfStatus> vlanIntfStatus_;
    Kem::Ptr<Interface::VlanIntfStatusLocal> vlanIntfStatusLocal_;
-   Kem::Ptr<Interface::VlanIntfStatusLocal>
-       goneStatusLocal_; // says where the device is while it waits for another
    KemConfig kemConfig_{*this};
    KemVlanIntfStatus kemVlanIntfStatus_{*this};
 };

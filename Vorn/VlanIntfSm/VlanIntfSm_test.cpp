@@ -525,13 +525,19 @@ TEST_F(VlanIntfSmTest, statusRecordsThatAreMadeAgainAreFilledAgain) {
    world.start();
    auto const before = world.devices(true);
    world.statusDir->intfStatusDel(world.id(10));
-   world.run();
-   EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->initialized());
-   world.makeStatus(10);
+   world.makeStatus(10); // within one turn
    world.run();
    EXPECT_EQ(world.devices(true), before);
    EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
    EXPECT_EQ(world.status(10)->maxMtu(), 9214u);
+   world.statusDir->intfStatusDel(world.id(10));
+   world.run();
+   EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->initialized());
+   EXPECT_EQ(world.devices(), "");
+   world.makeStatus(10);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
 }
 
 // --- What must not be.
