@@ -20,8 +20,8 @@ bool Agent::hasCpuPort(unsigned number) const {
       return false;
    unsigned const primary = pairedPrimary(number);
    if (primary == 0) {
-      auto const vlanIntf = intent_.vlanIntfs.find("Vlan" + std::to_string(number));
-      return vlanIntf != intent_.vlanIntfs.end() && vlanIntf->second.isInUse();
+      auto const* const config = vlanIntf("Vlan" + std::to_string(number));
+      return config && config->isInUse();
    }
    auto const mapping = settings_.sviMappings.find(primary);
    bool const isServed = mapping == settings_.sviMappings.end() || mapping->second.servesAll ||

@@ -23,12 +23,14 @@
 #pragma once
 
 #include "Outcome.h"
+#include "RoutedOutcome.h"
 
 #include <deque>
 #include <functional>
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -67,6 +69,7 @@ class Agent {
    bool hasCpuPort(unsigned number) const;
    // Whether somebody else has edited what that depends on: then it is as it happens to be.
    bool isCpuPortOpen(unsigned number) const;
+   RoutedOutcome routedIntfs() const;
 
   private:
    // --- The loop (AgentLoop.cpp): who is notified of what, and when.
@@ -139,6 +142,22 @@ class Agent {
    void copyReserved(std::string const& address);
    void copyAllFidsAndReserved();
    std::string inputOf(std::shared_ptr<Port> const& record) const; // "" when nobody has it
+
+   // --- Routed interfaces (AgentRouting.cpp).
+   std::string vlanIntfWinner(std::string const& intf) const;
+   static bool isVlanIntfName(std::string const& intf);
+   VlanIntf const* vlanIntf(std::string const& intf) const;
+   bool hasRecords(std::string const& intf) const;
+   bool isSecondary(unsigned number) const;
+   unsigned vlanIntfState(std::string const& intf) const;
+   bool isDuplicate(std::string const& intf) const;
+   struct SubIntfState {
+      unsigned operStatus;
+      bool isInHardware;
+   };
+   SubIntfState subIntfState(std::string const& intf) const;
+   std::optional<RoutedDevice> routedDevice(std::string const& intf, RoutedIntf const& config,
+                                            std::string const& base, unsigned vlanId, bool isOn) const;
 
    // --- VLANs (AgentVlans.cpp).
    void handleSelectedInput();

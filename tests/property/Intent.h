@@ -139,10 +139,50 @@ struct IntfConfig {
 struct IntfStatus {
    unsigned forwardingModel = 0;
 };
-struct VlanIntf {
+// What a VLAN interface and a subinterface have in common.
+struct RoutedIntf {
    bool isEnabled = true, isShut = false;
+   unsigned mtu = 1500;
+   std::string addr{}; // empty for none
    // Being shut down by configuration overrules the stored word.
    bool isInUse() const { return isEnabled && !isShut; }
+};
+struct VlanIntf : RoutedIntf {
+   bool autoState = true;
+};
+struct SubIntf : RoutedIntf {
+   unsigned vlanId = 0;
+   bool isDot1q = false;
+};
+// VLAN interfaces that one dynamic source asks for, by name; some names are of none.
+struct VlanIntfSource {
+   unsigned priority = 0;
+   std::map<std::string, VlanIntf> intfs{};
+};
+// A port with subinterfaces.
+struct Parent {
+   unsigned operStatus = 4, forwardingModel = 0;
+};
+// A device that routed interfaces are on: the fabric device, and those of ports.
+struct BaseDevice {
+   bool isUp = true;
+   unsigned mtu = 9214;
+};
+
+// Routed interfaces and all that they depend on, besides `vlanIntfs` below.
+struct Routing {
+   std::map<std::string, SubIntf> subIntfs;
+   std::map<std::string, VlanIntfSource> sources;
+   std::set<std::string> statuses, locals;   // records that the interface manager has made, by interface
+   std::map<std::string, std::string> netNs; // the namespace of each interface that is to be in one
+   std::set<std::string> namespaces;         // that there are
+   std::map<std::string, Parent> parents;
+   std::map<std::string, bool> hardware; // whether the subinterface is programmed; absent without a record
+   std::string bridgeAddr;               // empty for none
+   unsigned maxFrame = 9214;
+   bool autoState = true;
+   std::map<unsigned, std::set<std::string>> forwarding; // ports by VLAN
+   std::map<std::string, BaseDevice> devices;            // by name
 };
 
 // Which secondary VLANs the interface of a primary VLAN serves.
@@ -172,6 +212,7 @@ struct Intent {
    std::map<std::string, std::shared_ptr<IntfConfig>> intfConfigs;
    std::map<std::string, std::shared_ptr<IntfStatus>> intfStatuses;
    std::map<std::string, VlanIntf> vlanIntfs; // by name
+   Routing routing;
    std::map<std::string, std::shared_ptr<Source>> sources;
    std::map<std::string, std::shared_ptr<Widener>> wideners;
    std::vector<unsigned> supportedModes; // of forwarding, by index

@@ -54,8 +54,9 @@ void fill(Bridging::Input::SwitchIntfConfig& record, Port const& port) {
    record.toolIdentityTaggingIs(port.tagsIdentity);
 }
 
-Publishers::Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell)
-    : intent_(intent), tell_(std::move(tell)) {
+Publishers::Publishers(Vorn::TestSwitch& sw, Netlink::FakeKernel& kernel, Intent& intent,
+                       std::function<void(Change const&)> tell)
+    : kernel_(kernel), intent_(intent), tell_(std::move(tell)) {
    inputDir_ = sw.publish<Kem::Dir>("bridging/input/config");
    sourceDir_ = sw.publish<Kem::Dir>("bridging/input/dynvlan/vlan");
    widenerDir_ = sw.publish<Kem::Dir>("bridging/input/dynvlan/allowedvlan");
@@ -65,10 +66,22 @@ Publishers::Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(
    vlanIntfs_ = sw.publish<Interface::VlanIntfConfigDir>("interface/config/eth/vlan");
    hardware_ = sw.publish<Bridging::HwCapabilities>("bridging/hwcapabilities");
    config_ = sw.publish<Bridging::Config>("bridging/config");
+   vlanStatuses_ = sw.publish<Interface::VlanIntfStatusDir>("interface/status/eth/vlan");
+   vlanLocals_ = sw.publish<Interface::VlanIntfStatusLocalDir>("cell/1/interface/status/eth/vlan/local");
+   subConfigs_ = sw.publish<Interface::SubIntfConfigDir>("interface/config/subintf");
+   subStatuses_ = sw.publish<Interface::SubIntfStatusDir>("interface/status/subintf");
+   subLocals_ = sw.publish<Interface::SubIntfStatusLocalDir>("cell/1/interface/status/subintf/local");
+   hwStatuses_ = sw.publish<Interface::Hardware::SubIntfStatusDir>("interface/hardware/status/subintf");
+   allStatuses_ = sw.publish<Interface::AllIntfStatusDir>("interface/status/all");
+   nsConfigs_ = sw.publish<Interface::AllIntfNamespaceConfigDir>("cell/1/interface/nsconfig");
+   autoState_ = sw.publish<Interface::AllVlanIntfAutoState>("interface/config/eth/allVlanIntfAutoState");
+   vlanStatus_ = sw.publish<Bridging::VlanStatusDir>("bridging/vlan/status");
+   vlanIntfSources_ = sw.publish<Kem::Dir>("interface/input/dynvlanintf");
    intent_.inputs["cli"] = std::make_shared<Input>(Input{.name = "cli"});
 }
 
 void Publishers::begin(Dice dice) {
+   beginRouting();
    rangeIs(20, 23);
    for (auto const* const intf : ports)
       if (!dice.chance(4))
@@ -99,6 +112,8 @@ std::string Publishers::perform(Kind kind, Dice dice) {
       return changeRole(dice);
    case Kind::sviMapping:
       return changeSviMapping(dice);
+   case Kind::routing:
+      return changeRouting(dice);
    case Kind::translation:
       return changeTranslation(dice);
    case Kind::privatePort:

@@ -7,14 +7,25 @@
 
 #include "Intent.h"
 
+#include "NetlinkTesting/FakeKernel.h"
 #include "Vorn/testing/TestSwitch.h"
 #include "records/Bridging/HwCapabilities.h"
 #include "records/Bridging/Input/AllowedVlans.h"
 #include "records/Bridging/Input/CliConfig.h"
 #include "records/Bridging/Input/VlanIdSet.h"
+#include "records/Bridging/VlanStatusDir.h"
+#include "records/Interface/AllIntfNamespaceConfigDir.h"
+#include "records/Interface/AllIntfStatusDir.h"
+#include "records/Interface/AllVlanIntfAutoState.h"
 #include "records/Interface/EthIntfConfigDir.h"
 #include "records/Interface/EthIntfStatusDir.h"
+#include "records/Interface/Hardware/SubIntfStatusDir.h"
+#include "records/Interface/SubIntfConfigDir.h"
+#include "records/Interface/SubIntfStatusDir.h"
+#include "records/Interface/SubIntfStatusLocalDir.h"
 #include "records/Interface/VlanIntfConfigDir.h"
+#include "records/Interface/VlanIntfStatusDir.h"
+#include "records/Interface/VlanIntfStatusLocalDir.h"
 
 #include <cstdint>
 #include <functional>
@@ -63,6 +74,7 @@ class Publishers {
       widener,
       role,        // of a VLAN among private VLANs
       sviMapping,  // of a primary's VLAN interface
+      routing,     // subinterfaces, and all that routed interfaces depend on
       translation, // of a port
       privatePort, // what a port makes of private VLANs
       // Steps of chains (Series.cpp). Those about a port take the same one for the same seed.
@@ -90,7 +102,8 @@ class Publishers {
    };
 
    // `tell` is called after each change.
-   Publishers(Vorn::TestSwitch& sw, Intent& intent, std::function<void(Change const&)> tell);
+   Publishers(Vorn::TestSwitch& sw, Netlink::FakeKernel& kernel, Intent& intent,
+              std::function<void(Change const&)> tell);
 
    // Publishes what every series starts with: some interfaces, a small range of internal VLANs.
    void begin(Dice dice);
@@ -98,6 +111,8 @@ class Publishers {
    std::string perform(Kind kind, Dice dice);
    // The default of ports without configuration changes, which ends a running agent.
    std::string changeDefault();
+   // Some call of the kernel fails from now on: once, or until the faults end.
+   std::string makeKernelFail(Dice dice);
    bool isRoutedByDefault() const { return intent_.isRoutedByDefault; }
    // After a turn of the loop: new inputs have their numbers by now, and can be written.
    void turnIsOver() { unborn_.clear(); }
@@ -128,6 +143,27 @@ class Publishers {
    std::string changeRole(Dice dice);
    std::string changeSviMapping(Dice dice);
    std::string changeTranslation(Dice dice);
+
+   // --- Routed interfaces (PublishersRouting.cpp).
+   void beginRouting();
+   void bridgeAddrIs(std::string const& addr);
+   void baseIs(std::string const& name, BaseDevice const& device); // made where there is none
+   void parentIs(std::string const& intf, Parent const& parent);
+   void statusIs(std::string const& intf, bool exists);
+   void localIs(std::string const& intf, bool exists);
+   bool isConfigured(std::string const& intf) const;
+   void followConfig(Dice& dice, std::string const& intf);
+   std::string changeRouting(Dice dice);
+   std::string changeRouted(Dice& dice, RoutedIntf& is, Interface::IntfConfig& record);
+   std::string changeSubIntf(Dice dice);
+   std::string changeVlanIntfSource(Dice dice);
+   std::string changeIntfRecord(Dice dice);
+   std::string changeParent(Dice dice);
+   std::string changeHardware(Dice dice);
+   std::string changeForwarding(Dice dice);
+   std::string changeNamespace(Dice dice);
+   std::string changeDevice(Dice dice);
+
    std::string changePrivatePort(Dice dice);
    std::string changePrivateVlans(Kind kind, Dice dice);
    std::string makePrivateVlans(Dice dice);
@@ -160,6 +196,7 @@ class Publishers {
    void intfGoes(std::string const& intf);
    void rangeIs(unsigned min, unsigned max);
 
+   Netlink::FakeKernel& kernel_;
    Intent& intent_;
    std::function<void(Change const&)> const tell_;
    Kem::Ptr<Kem::Dir> inputDir_, sourceDir_, widenerDir_;
@@ -169,6 +206,17 @@ class Publishers {
    Kem::Ptr<Interface::VlanIntfConfigDir> vlanIntfs_;
    Kem::Ptr<Bridging::HwCapabilities> hardware_;
    Kem::Ptr<Bridging::Config> config_;
+   Kem::Ptr<Interface::VlanIntfStatusDir> vlanStatuses_;
+   Kem::Ptr<Interface::VlanIntfStatusLocalDir> vlanLocals_;
+   Kem::Ptr<Interface::SubIntfConfigDir> subConfigs_;
+   Kem::Ptr<Interface::SubIntfStatusDir> subStatuses_;
+   Kem::Ptr<Interface::SubIntfStatusLocalDir> subLocals_;
+   Kem::Ptr<Interface::Hardware::SubIntfStatusDir> hwStatuses_;
+   Kem::Ptr<Interface::AllIntfStatusDir> allStatuses_;
+   Kem::Ptr<Interface::AllIntfNamespaceConfigDir> nsConfigs_;
+   Kem::Ptr<Interface::AllVlanIntfAutoState> autoState_;
+   Kem::Ptr<Bridging::VlanStatusDir> vlanStatus_;
+   Kem::Ptr<Kem::Dir> vlanIntfSources_;
    std::set<std::string> unborn_; // inputs that were made in this turn
 };
 

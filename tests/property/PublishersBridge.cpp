@@ -107,24 +107,25 @@ std::string Publishers::changeVlanIntf(Dice dice) {
    if (found == intent_.vlanIntfs.end()) {
       vlanIntfs_->intfConfigIs(intf);
       intent_.vlanIntfs[intf];
+      followConfig(dice, intf);
       tell_({.what = Change::vlanIntf, .key = intf});
       return intf + " there";
    }
    auto const record = vlanIntfs_->intfConfig(intf);
    auto& is = found->second;
-   switch (dice.below(5)) {
+   switch (dice.below(7)) {
    case 0:
-      is.isEnabled = !is.isEnabled;
-      record->enabledIs(is.isEnabled);
-      return intf + (is.isEnabled ? " enabled" : " disabled");
    case 1:
-      is.isShut = !is.isShut;
-      record->enabledStateLocalIs(is.isShut ? Interface::EnabledState::enabledStateShutdown
-                                            : Interface::EnabledState::enabledStateDefault);
-      return intf + (is.isShut ? " shut down" : " not shut down");
+   case 2:
+      return intf + " " + changeRouted(dice, is, *record);
+   case 3:
+      is.autoState = !is.autoState;
+      record->autoStateIs(is.autoState);
+      return intf + (is.autoState ? " with autostate" : " without autostate");
    default:
       vlanIntfs_->intfConfigDel(intf);
       intent_.vlanIntfs.erase(found);
+      followConfig(dice, intf);
       tell_({.what = Change::vlanIntf, .key = intf});
       return intf + " gone";
    }

@@ -77,7 +77,10 @@ Series makeSeries(uint64_t seed, unsigned length) {
        Kind::port,     Kind::intf,       Kind::intf,        Kind::vlanIntf,    Kind::setting,
        Kind::host,     Kind::host,       Kind::host,        Kind::role,        Kind::role,
        Kind::role,     Kind::sviMapping, Kind::translation, Kind::privatePort, Kind::privatePort,
-       Kind::source,   Kind::source,     Kind::source,      Kind::widener,     Kind::widener};
+       Kind::source,   Kind::source,     Kind::source,      Kind::widener,     Kind::widener,
+       Kind::routing,  Kind::routing,    Kind::routing,     Kind::routing,     Kind::routing,
+       Kind::routing,  Kind::routing,    Kind::routing,     Kind::routing,     Kind::routing,
+       Kind::routing,  Kind::routing,    Kind::routing,     Kind::vlanIntf,    Kind::vlanIntf};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};
@@ -96,6 +99,7 @@ Series makeSeries(uint64_t seed, unsigned length) {
       int const kind = dice.chance(12)   ? dice.oneOf(lives)
                        : dice.chance(40) ? int(Operation::wait)
                        : dice.chance(12) ? int(Operation::edit)
+                       : dice.chance(30) ? int(Operation::faults)
                                          : static_cast<int>(dice.oneOf(kinds));
       add(kind, dice.below(0x7fffffff), !dice.chance(3));
    }
@@ -156,12 +160,15 @@ std::string perform(World& world, Operation const& operation) {
    }
    case Operation::wait: {
       double const seconds = dice.chance() ? 11 : 4;
+      world.endFaults();
       world.pass(seconds);
       return std::to_string(static_cast<int>(seconds)) + " seconds pass";
    }
    case Operation::fresh:
       world.startFreshAgent();
       return "a fresh agent starts";
+   case Operation::faults:
+      return world.makeKernelFail(dice);
    case Operation::edit:
       return world.edit(dice);
    default:
@@ -186,8 +193,10 @@ Verdict run(Series const& series) {
       if (!operation.endsTurn && !isLast)
          continue;
       world.run();
-      if (isLast)
+      if (isLast) {
          world.startAgent(); // what the last one left is compared too
+         world.endFaults();
+      }
       verdict.differences = world.differences();
    }
    verdict.history = history.str();

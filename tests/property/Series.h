@@ -21,7 +21,8 @@ struct Operation {
       routedByDefault, // the same, if they aren't
       wait,
       fresh,
-      edit, // of what the agent resolved, by a neighbour
+      edit,   // of what the agent resolved, by a neighbour
+      faults, // of calls of the kernel
    };
 
    int kind;

@@ -10,6 +10,8 @@
 #include "records/Bridging/SwitchIntfConfigDir.h"
 #include "records/Bridging/VlanConfig.h"
 
+#include <filesystem>
+#include <unistd.h>
 #include <utility>
 
 namespace Model {
@@ -100,9 +102,12 @@ PortOrder portOrder() {
 
 } // namespace
 
-World::World(uint64_t seed) : portOrder_(portOrder()) {
+World::World(uint64_t seed)
+    : namespaceFolder_(testing::TempDir() + "/bridging-netns-" + std::to_string(getpid())),
+      portOrder_(portOrder()) {
+   kernel_.namespaceFolderIs(namespaceFolder_);
    sw_.holdsLogIs(true);
-   publishers_ = std::make_unique<Publishers>(sw_, intent_, [this](Change const& change) {
+   publishers_ = std::make_unique<Publishers>(sw_, kernel_, intent_, [this](Change const& change) {
       if (model_)
          model_->changed(change);
    });
@@ -112,7 +117,13 @@ World::World(uint64_t seed) : portOrder_(portOrder()) {
    defaults_ = sw_.subscribe<Bridging::Input::Config>(defaultsPath);
    merged_ = sw_.subscribe<Bridging::FdbConfigDir>(mergedPath);
    cause_ = sw_.subscribe<Errdisable::CauseStatus>(causePath);
+   subscribeRouting();
    sw_.run();
+}
+
+World::~World() {
+   stopAgent();
+   std::filesystem::remove_all(namespaceFolder_);
 }
 
 // --- Lives of the agent.
@@ -123,6 +134,8 @@ void World::startAgent() {
    sw_.run(); // the subscriber has heard of all edits
    Survivors const left = survivors();
    double const now = Kem::now();
+   kernel_.faultsEnd(); // it doesn't start without its own sockets
+   hasFaults_ = false;
    records_ = records();
    sw_.startAgent();
    sw_.run();
@@ -133,12 +146,14 @@ void World::startAgent() {
 
 void World::stopAgent() {
    sw_.stopAgent();
+   kernel_.descriptorsDel();
    model_ = nullptr;
 }
 
 void World::startAndKillAgent(unsigned turns) {
    if (model_)
       return;
+   kernel_.faultsEnd();
    sw_.beginStart();
    killAgent(turns);
 }
@@ -171,6 +186,19 @@ void World::pass(double seconds) {
    run();
    Kem::activityManager()->advanceTo(end);
    run();
+}
+
+std::string World::makeKernelFail(Dice dice) {
+   if (!model_)
+      return "nothing";
+   hasFaults_ = true;
+   return publishers_->makeKernelFail(dice);
+}
+
+void World::endFaults() {
+   kernel_.faultsEnd();
+   if (std::exchange(hasFaults_, false))
+      pass(4);
 }
 
 void World::run() {
@@ -278,6 +306,7 @@ std::string World::differences() {
    std::string text = Model::differences(expected, actual);
    noteNeedlesslyMade(false);
    text += std::exchange(needlesslyMade_, {});
+   text += routingDifferences();
    auto const& tree = sw_.server().tree();
    for (auto const& [path, record] : {std::pair<char const*, Kem::Entity const*>{configPath, config_.ptr()},
                                       {defaultsPath, defaults_.ptr()},

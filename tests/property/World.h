@@ -24,6 +24,7 @@ namespace Model {
 class World {
   public:
    explicit World(uint64_t seed);
+   ~World();
 
    bool isAgentUp() const { return model_ != nullptr; }
    void startAgent();
@@ -35,6 +36,10 @@ class World {
    // A fresh agent on the same inputs: everything that agents wrote is taken away while it is down.
    void startFreshAgent();
    void pass(double seconds);
+   // Calls of the kernel fail from now on; routed interfaces aren't compared until the faults have ended.
+   std::string makeKernelFail(Dice dice);
+   // Ends them, if there are any, and lets what failed be tried again.
+   void endFaults();
 
    // Runs until nothing is left to do, in the world and in the model.
    void run();
@@ -58,6 +63,13 @@ class World {
    Survivors survivors() const;
    Outcome told() const; // the subscriber's view
 
+   // --- Routed interfaces (WorldRouting.cpp).
+   void subscribeRouting();
+   std::string routingDifferences() const;
+   std::string deviceDifferences(RoutedOutcome const& expected) const;
+
+   mutable Netlink::FakeKernel kernel_; // outlives the agent
+   std::string const namespaceFolder_;
    Vorn::TestSwitch sw_;
    Intent intent_;
    PortOrder portOrder_;
@@ -67,6 +79,10 @@ class World {
    Kem::Ptr<Bridging::Input::Config> defaults_;
    Kem::Ptr<Bridging::FdbConfigDir> merged_;
    Kem::Ptr<Errdisable::CauseStatus> cause_;
+   Kem::Ptr<Interface::VlanIntfStatusDir> vlanStatuses_;
+   Kem::Ptr<Interface::SubIntfStatusDir> subStatuses_;
+   Kem::Ptr<Kem::Dir> errors_;
+   bool hasFaults_ = false;
    std::unique_ptr<Agent> model_; // null while the agent is down
    Records records_;              // as they were when nothing was left to do the last time
    Births births_;                // of the model at that moment

@@ -1,5 +1,5 @@
 // Keeps KernelNetNsInfo::Root current with the named network namespaces of the system: the files of one
-// folder (Sulvi/SocketAt.h). It makes and removes none.
+// folder (Netlink/Kernel.h). It makes and removes none.
 //
 // Each change in the folder is followed by a look at the whole of it. While there is no such folder,
 // which is so on a system that never had a namespace, there are no namespaces, and the nearest
@@ -19,7 +19,7 @@
 #include "Kem/FileDescriptor.h"
 #include "Kem/FolderWatch.h"
 #include "Kem/StateMachine.h"
-#include "Sulvi/SocketAt.h"
+#include "Netlink/Kernel.h"
 #include "records/KernelNetNsInfo/NetNs.h"
 #include "records/KernelNetNsInfo/Root.h"
 
@@ -42,7 +42,7 @@ class Manager final : public Kem::StateMachine {
 
    // `folder` is an absolute path; other than the system's own in tests.
    Manager(Kem::Ptr<Kem::ActivityConfig> const& kemFwkActivity, Kem::Ptr<Root> root,
-           std::string folder = Sulvi::namespaceFolder);
+           std::string folder = Netlink::kernel().namespaceFolder());
    ~Manager() override;
 
    // Looks at the folder now. Run by the constructor; may be run again at any time.

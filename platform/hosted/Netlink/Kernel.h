@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -36,6 +37,8 @@ class Kernel {
    // The number that tells the namespace from any other one that has or had the name; 0 when the name leads to
    // none.
    virtual uint64_t netNsInode(Sulvi::NamespaceName const& netNs) = 0;
+   // The folder with a file for each named namespace: the system's own, but in a test.
+   virtual std::string namespaceFolder() const;
    // Ends the process: the end that its logic asks for when a device can't be switched. A test's kernel throws.
    [[noreturn]] virtual void exitProcess(int status);
    // A route channel in a namespace, which is subscribed to groups such as RTMGRP_LINK. Null with errno where

@@ -66,6 +66,10 @@ uint64_t LinuxKernel::netNsInode(Sulvi::NamespaceName const& netNs) {
    return inode;
 }
 
+std::string Kernel::namespaceFolder() const {
+   return Sulvi::namespaceFolder;
+}
+
 void Kernel::exitProcess(int status) {
    std::exit(status);
 }

@@ -7,6 +7,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
 
 namespace Netlink {
 
@@ -76,11 +79,34 @@ void FakeKernel::namespaceIs(std::string const& netNs) {
       return;
    at->second = nextNetNs_;
    made(nextNetNs_++, "lo", "");
+   namespaceFileIs(netNs, true);
+}
+
+void FakeKernel::namespaceFolderIs(std::string const& folder) {
+   namespaceFolder_ = folder;
+   std::filesystem::create_directories(folder);
+   for (auto const& [name, number] : namespaceByName_)
+      namespaceFileIs(name, true);
+}
+
+std::string FakeKernel::namespaceFolder() const {
+   return namespaceFolder_.empty() ? Kernel::namespaceFolder() : namespaceFolder_;
+}
+
+void FakeKernel::namespaceFileIs(std::string const& netNs, bool exists) const {
+   if (namespaceFolder_.empty() || netNs.empty())
+      return;
+   auto const file = namespaceFolder_ + "/" + netNs;
+   if (exists)
+      std::ofstream(file).close();
+   else
+      std::filesystem::remove(file);
 }
 
 void FakeKernel::brokenNamespaceIs(std::string const& netNs) {
    namespaceDel(netNs);
    namespaceByName_[netNs] = 0;
+   namespaceFileIs(netNs, true);
 }
 
 void FakeKernel::namespaceDel(std::string const& netNs) {
@@ -89,6 +115,7 @@ void FakeKernel::namespaceDel(std::string const& netNs) {
       return;
    auto const number = at->second;
    namespaceByName_.erase(at);
+   namespaceFileIs(netNs, false);
    reap(number);
 }
 
@@ -133,6 +160,11 @@ void FakeKernel::deviceChanged(Device const& device) {
 void FakeKernel::upIs(std::string const& name, bool isUp, std::string const& netNs) {
    if (auto* const device = findDevice(name, netNs))
       upOrDown(*device, isUp);
+}
+
+void FakeKernel::mtuIs(std::string const& name, unsigned mtu, std::string const& netNs) {
+   if (auto* const device = findDevice(name, netNs))
+      mtuIs(*device, mtu);
 }
 
 FakeKernel::Device* FakeKernel::findDevice(std::string const& name, std::string const& netNs) {
@@ -188,6 +220,15 @@ std::string FakeKernel::describe(bool withIndexes) const {
    for (auto const& [number, name] : others)
       describeNamespace(name, number);
    return text;
+}
+
+void FakeKernel::descriptorsDel() {
+   std::set<uint64_t> netNs;
+   for (auto const& [fd, descriptor] : descriptors_)
+      netNs.insert(descriptor.netNs);
+   descriptors_.clear();
+   for (auto const number : netNs)
+      reap(number);
 }
 
 // --- Devices.

@@ -65,6 +65,8 @@ class FakeKernel final : public Kernel {
    void namespaceIs(std::string const& netNs);
    void namespaceDel(std::string const& netNs);      // the name; see above
    void brokenNamespaceIs(std::string const& netNs); // a name that leads to no namespace
+   // Names are files of that folder from now on, as who watches it expects. It is made; the caller removes it.
+   void namespaceFolderIs(std::string const& folder);
    // Made where there is none of that name; a change of the fields is notified by deviceChanged only.
    Device& deviceIs(std::string const& name, std::string const& kind = "dummy",
                     std::string const& netNs = {});
@@ -73,6 +75,7 @@ class FakeKernel final : public Kernel {
    void deviceDel(std::string const& name, std::string const& netNs = {});
    void deviceChanged(Device const& device);
    void upIs(std::string const& name, bool isUp, std::string const& netNs = {});
+   void mtuIs(std::string const& name, unsigned mtu, std::string const& netNs = {}); // any number
    Device* findDevice(std::string const& name, std::string const& netNs = {});
    void rightIs(bool hasRight) { hasRight_ = hasRight; } // CAP_NET_ADMIN
    void has8021q(bool has8021q) { has8021q_ = has8021q; }
@@ -98,6 +101,9 @@ class FakeKernel final : public Kernel {
    int openChannels() const { return static_cast<int>(channels_.size()); }
    std::string const& lastRequest() const { return lastRequest_; } // bytes of the last sendmsg
 
+   // The process that opened them has ended.
+   void descriptorsDel();
+
    // A route socket in the default namespace.
    int routeSocket();
 
@@ -110,6 +116,7 @@ class FakeKernel final : public Kernel {
    int getnsByName(Sulvi::NamespaceName const& netNs, int nsType) override;
    int close(int fd) override;
    uint64_t netNsInode(Sulvi::NamespaceName const& netNs) override;
+   std::string namespaceFolder() const override;
    [[noreturn]] void exitProcess(int status) override { throw Exited(status); }
    std::unique_ptr<Channel> channel(Sulvi::NamespaceName const& netNs, uint32_t groups) override;
 
@@ -131,6 +138,7 @@ class FakeKernel final : public Kernel {
       int failures = 0;
    };
    static constexpr uint64_t defaultNetNs = 4026531840;
+   void namespaceFileIs(std::string const& netNs, bool exists) const; // nothing without a folder
 
    // Counts the call; false with errno where a fault wants it.
    bool enter(std::string const& call);
@@ -154,6 +162,7 @@ class FakeKernel final : public Kernel {
    int deviceIoctl(uint64_t netNs, unsigned long request, void* argument);
    int ethtool(Device const& device, void* data);
 
+   std::string namespaceFolder_;                     // empty for the system's own
    std::map<std::string, uint64_t> namespaceByName_; // 0 for a broken one
    std::map<uint64_t, Namespace> namespaces_;
    uint64_t nextNetNs_ = defaultNetNs + 1;
