@@ -298,6 +298,9 @@ void World::noteNeedlesslyMade(bool isStart) {
 std::string World::differences() {
    if (!model_)
       return "";
+   // What the kernel refused, such as a VLAN that another device still had, is tried again a second later.
+   if (!routingDifferences().empty())
+      pass(2);
    Outcome expected = model_->outcome(), actual = told();
    for (auto* const outcome : {&expected, &actual})
       for (auto& [number, vlan] : outcome->vlans)
