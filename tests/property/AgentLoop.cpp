@@ -122,6 +122,9 @@ void Agent::changed(Change const& change) {
    case Change::vlanIntf:
       tell({bridgeVlanIntfs, ""}, 0, change.key);
       break;
+   case Change::vlanIntfSource:
+      deliverAll(); // a new one is seen as it comes, and all that was before it
+      break;
    case Change::setting:
       tell({selectorSettings, ""}, change.attribute);
       break;

@@ -234,6 +234,7 @@ struct Change {
       intfStatus,     // of port `key` came or went
       intfStatusModel,
       vlanIntf,           // `key` came or went
+      vlanIntfSource,     // a source of them came
       setting,            // `attribute` of the command line's settings
       fid,                // of VLAN `number`
       reserved,           // address `key`

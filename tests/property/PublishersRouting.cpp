@@ -193,8 +193,12 @@ std::string Publishers::changeVlanIntfSource(Dice dice) {
       made->nameIs(Kem::Name(name));
       vlanIntfSources_->entityPtrIs(made);
       sources[name];
+      unborn_.insert(place);
+      tell_({.what = Change::vlanIntfSource});
       return place + "comes";
    }
+   if (unborn_.contains(place))
+      return "nothing";
    auto const record = vlanIntfSources_->entity<Interface::Input::DynVlanIntfConfigDir>(Kem::Name(name));
    auto& is = found->second;
    switch (dice.below(8)) {

@@ -78,9 +78,7 @@ Series makeSeries(uint64_t seed, unsigned length) {
        Kind::host,     Kind::host,       Kind::host,        Kind::role,        Kind::role,
        Kind::role,     Kind::sviMapping, Kind::translation, Kind::privatePort, Kind::privatePort,
        Kind::source,   Kind::source,     Kind::source,      Kind::widener,     Kind::widener,
-       Kind::routing,  Kind::routing,    Kind::routing,     Kind::routing,     Kind::routing,
-       Kind::routing,  Kind::routing,    Kind::routing,     Kind::routing,     Kind::routing,
-       Kind::routing,  Kind::routing,    Kind::routing,     Kind::vlanIntf,    Kind::vlanIntf};
+       Kind::routing,  Kind::routing,    Kind::routing,     Kind::vlanIntf};
    static constexpr int lives[] = {Operation::restart,       Operation::stop, Operation::start,
                                    Operation::start,         Operation::kill, Operation::killAtStart,
                                    Operation::changeDefault, Operation::fresh};
@@ -89,6 +87,8 @@ Series makeSeries(uint64_t seed, unsigned length) {
          series.operations.push_back(
              {.kind = kind, .seed = theirSeed, .endsTurn = endsTurn, .number = series.operations.size()});
    };
+   // Every second series is mostly about routed interfaces, which have many sides.
+   bool const isRouting = seed % 2 == 0;
    while (series.operations.size() < length) {
       if (dice.chance(80)) {
          uint64_t const common = dice.below(0x7fffffff);
@@ -96,11 +96,13 @@ Series makeSeries(uint64_t seed, unsigned length) {
             add(step.kind, common, step.endsTurn);
          continue;
       }
-      int const kind = dice.chance(12)   ? dice.oneOf(lives)
-                       : dice.chance(40) ? int(Operation::wait)
-                       : dice.chance(12) ? int(Operation::edit)
-                       : dice.chance(30) ? int(Operation::faults)
-                                         : static_cast<int>(dice.oneOf(kinds));
+      int const kind = dice.chance(12)                    ? dice.oneOf(lives)
+                       : dice.chance(40)                  ? int(Operation::wait)
+                       : dice.chance(12)                  ? int(Operation::edit)
+                       : dice.chance(isRouting ? 12 : 40) ? int(Operation::faults)
+                       : isRouting && !dice.chance(3)
+                           ? static_cast<int>(dice.chance(5) ? Kind::vlanIntf : Kind::routing)
+                           : static_cast<int>(dice.oneOf(kinds));
       add(kind, dice.below(0x7fffffff), !dice.chance(3));
    }
    return series;
