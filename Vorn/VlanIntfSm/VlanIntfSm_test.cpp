@@ -372,5 +372,29 @@ TEST_F(VlanIntfSmTest, devicesThatNobodyWantsGoAtTheStartInEveryNamespaceAndNoth
    EXPECT_TRUE(trace.has("deleted unneeded kernel device: vlan5"));
 }
 
+// --- Published addresses.
+
+TEST_F(VlanIntfSmTest, aPublishedAddressThatIsReplacedLeavesTheInterfacesOfTheOld) {
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.publishAddr("mlag", "02:00:00:00:00:98")->vlanIntfIs(world.id(10), true);
+   world.start();
+   world.interfaceInputVlan->entityPtrDel("mlag");
+   world.publishAddr("mlag", "02:00:00:00:00:99")->vlanIntfIs(world.id(11), true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:99\n");
+}
+
+TEST_F(VlanIntfSmTest, aPublisherThatTakesOverInOneTurnIsNoSecondOne) {
+   world.vlanIntf(10);
+   world.publishAddr("one", "02:00:00:00:00:98")->vlanIntfIs(world.id(10), true);
+   world.start();
+   world.publishAddr("two", "02:00:00:00:00:99")->vlanIntfIs(world.id(10), true);
+   world.interfaceInputVlan->entityPtrDel("one");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99\n");
+}
+
 } // namespace
 } // namespace Vorn
