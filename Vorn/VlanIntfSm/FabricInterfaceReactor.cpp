@@ -46,6 +46,7 @@ void FabricInterfaceReactor::handleIfIndex() {
    ifIndex_ = ifIndex;
    vlanIntfSm_.fabricUpIs(false);
    handleFlags();
+   vlanIntfSm_.evaluateInterfaceConfiguration();
 }
 
 void FabricInterfaceReactor::handleMtu() {

@@ -85,13 +85,16 @@ void VlanIntfSm::vlanIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
 void VlanIntfSm::handleInterfaceByName(Kem::String8 const& name) {
    auto const device = in_.kernelIntfCollection->interfaceByName(name);
    if (name == in_.fabricDeviceName) {
+      if (device && fabricInterfaceReactor_ && fabricInterfaceReactor_->isOf(*device))
+         return;
+      // What was on the one before is gone with it, in every namespace.
       fabricInterfaceReactor_ = nullptr;
-      if (device) {
+      fabricUpIs(false);
+      if (device)
          fabricInterfaceReactor_ = Kem::makeInitialized<FabricInterfaceReactor>(*this, device);
-      } else {
+      else
          KEM_TRACE(vlanIntfSmTrace, 1, name << ": Unable to find fabric device in kernelIntfCollection");
-         fabricUpIs(false); // what was on it is gone with it
-      }
+      evaluateInterfaceConfiguration();
       return;
    }
    // One of ours that went without our doing.

@@ -396,5 +396,40 @@ TEST_F(VlanIntfSmTest, aPublisherThatTakesOverInOneTurnIsNoSecondOne) {
    EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:99\n");
 }
 
+// --- The fabric device and namespaces.
+
+TEST_F(VlanIntfSmTest, aFabricThatIsMadeAgainAtOnceIsNoticedInNamespacesToo) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.kernel.deviceDel("fabric");
+   EXPECT_EQ(world.devices(), "");
+   world.kernel.deviceIs("fabric").mtu = 9214;
+   world.kernel.upIs("fabric", true);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@red: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, aFabricThatIsGoneIsAProblemInNamespacesToo) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.kernel.deviceDel("fabric");
+   world.run();
+   EXPECT_EQ(world.problem(10), "base device fabric doesn't exist");
+}
+
+TEST_F(VlanIntfSmTest, aNamespaceThatLosesItsNameIsAProblemOfWhatIsInIt) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.namespaceDel("red");
+   world.run();
+   EXPECT_EQ(world.problem(10), "namespace red doesn't exist");
+}
+
 } // namespace
 } // namespace Vorn
