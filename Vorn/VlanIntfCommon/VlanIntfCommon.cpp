@@ -113,7 +113,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    // Where it is to be.
    auto const dstNs = intfNamespaces_->netNsName(intfId);
    auto const existenceIs = [&](std::string_view problem) {
-      in_.problems->problemIs(intfId, DeviceAspect::existence, problem);
+      in_.problems->existenceIs(intfId, problem);
    };
    prepNs(dstNs);
    if (nsSocketFd(dstNs) == 0) {
@@ -312,12 +312,14 @@ void VlanIntfCommon::handleMacAddr(bool initialized, Sulvi::IntfId intfId, Kem::
    auto const addressIs = [&](std::string const& problem) {
       in_.problems->problemIs(intfId, DeviceAspect::address, problem);
    };
+   int const fd = nsSocketFd(intfNamespaces_->netNsName(intfId));
+   if (fd == 0)
+      return; // the evaluation that moves it there comes by here
    if (addr.isMulticast()) {
       addressIs("a multicast address can't be the address of a device: " + addr.stringValue().str());
       return;
    }
    KEM_TRACE(commonTrace, 5, "Setting mac addr of " << intfId << " to " << addr);
-   int const fd = nsSocketFd(intfNamespaces_->netNsName(intfId));
    if (setKernelDeviceMacAddress(deviceName, addr, fd) != 0) {
       addressIs("its address can't be set to " + addr.stringValue().str() + ": " + strerror(errno));
       kernelCallFailed_ = true;

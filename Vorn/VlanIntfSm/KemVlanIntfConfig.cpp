@@ -63,6 +63,7 @@ void KemVlanIntfConfig::handleIntfStatusGone() {
    vlanIntfStatus_ = nullptr;
    vlanIntfStatusLocal_ = nullptr;
    parent_.intfIs(intfId_, false);
+   parent_.in().problems->problemDel(intfId_);
 }
 
 void KemVlanIntfConfig::doPrepareToDie() {

@@ -431,5 +431,45 @@ TEST_F(VlanIntfSmTest, aNamespaceThatLosesItsNameIsAProblemOfWhatIsInIt) {
    EXPECT_EQ(world.problem(10), "namespace red doesn't exist");
 }
 
+// --- Problems.
+
+TEST_F(VlanIntfSmTest, anInterfaceThatWaitsForItsRecordsHasNoProblem) {
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   EXPECT_EQ(world.problem(10), "namespace red doesn't exist");
+   world.statusDel(10);
+   world.run();
+   EXPECT_EQ(world.problem(10), "");
+}
+
+TEST_F(VlanIntfSmTest, whatIsWrongWithADeviceIsNotSaidOfOneThatIsGone) {
+   world.vlanIntf(10)->mtuIs(67);
+   world.configDir->intfConfig(world.id(10))->addrIs(world.addr("01:00:5e:00:00:01"));
+   world.start();
+   EXPECT_NE(world.problem(10).find("multicast"), std::string::npos);
+   EXPECT_NE(world.problem(10).find("MTU 67"), std::string::npos);
+   world.kernel.deviceDel("fabric");
+   world.run();
+   EXPECT_EQ(world.problem(10), "base device fabric doesn't exist");
+}
+
+TEST_F(VlanIntfSmTest, anAddressForADeviceThatCantBeReachedWaits) {
+   world.namespaceIs("red");
+   auto const config = world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.moveTo(10, "blue");
+   world.run();
+   EXPECT_EQ(world.problem(10), "namespace blue doesn't exist");
+   config->addrIs(world.addr("02:00:00:00:00:10"));
+   world.run();
+   EXPECT_EQ(world.problem(10), "namespace blue doesn't exist");
+   EXPECT_FALSE(world.isRetried(10));
+   world.namespaceIs("blue");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@blue: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10\n");
+}
+
 } // namespace
 } // namespace Vorn
