@@ -17,6 +17,15 @@ int NamespaceSockets::fd(Sulvi::NamespaceName const& ns) const {
    return found ? found->fd : 0;
 }
 
+Sulvi::NamespaceName NamespaceSockets::nsOf(int fd) const {
+   auto found = Sulvi::DEFAULT_NS;
+   sockets_.forEach([&](Sulvi::NamespaceName const& ns, Entry const& entry) {
+      if (entry.fd == fd)
+         found = ns;
+   });
+   return found;
+}
+
 uint64_t NamespaceSockets::inode(Sulvi::NamespaceName const& ns) const {
    auto const* const found = sockets_.find(keyOf(ns));
    return found ? found->inode : 0;

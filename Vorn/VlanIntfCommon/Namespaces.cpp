@@ -66,7 +66,12 @@ void VlanIntfCommon::setIntfStatusLocalNetNsName(Kem::Ptr<Interface::EthIntfStat
 
 void VlanIntfCommon::countIntf(Sulvi::IntfId intfId,
                                Kem::Ptr<Interface::EthIntfStatusLocal const> const& isl) {
+   auto const before = nsOfIntf(intfId);
    sockets_.intfIsIn(intfId, isl ? isl->netNsName() : Sulvi::DEFAULT_NS);
+   if (!before.isDefault() && nsIntfRefcount(before) == 0 && nsSocketFd(before) != 0) {
+      KEM_TRACE(namespacesTrace, 3, "Freeing FD to namespace " << before);
+      sockets_.close(before);
+   }
 }
 
 // The record says that the device is in a namespace that can't be entered because it no longer exists: the

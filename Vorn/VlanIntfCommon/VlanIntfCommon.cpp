@@ -112,9 +112,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
 
    // Where it is to be.
    auto const dstNs = intfNamespaces_->netNsName(intfId);
-   auto const existenceIs = [&](std::string_view problem) {
-      in_.problems->existenceIs(intfId, problem);
-   };
+   auto const existenceIs = [&](std::string_view problem) { in_.problems->existenceIs(intfId, problem); };
    prepNs(dstNs);
    if (nsSocketFd(dstNs) == 0) {
       auto const nsText = dstNs.stringValue().str();
@@ -173,6 +171,9 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    }
    case VlanRefused:
       KEM_TRACE(commonTrace, 0, "vlan create failed in dstNs " << dstNs << " vlanId " << vlanId);
+      // It may be taken by a device of ours in a namespace that no record tells of.
+      if (isVlanTaken_ && in_.problems->problem(intfId) != createProblem_)
+         sweepNamespacesAgain();
       existenceIs(createProblem_);
       return false;
    case VlanNotNeeded:
@@ -216,6 +217,7 @@ VlanCreateStatus VlanIntfCommon::doCreateVlanDevice(uint16_t vlanId, Kem::String
                                                     Sulvi::NamespaceName const& dstNs) {
    if (vlanId == 0)
       return VlanNotNeeded;
+   isVlanTaken_ = false;
    // The kernel's refusal of what it can't do is never answered: it is found out before.
    createProblem_ = ability_.kernelProblem(in_.socketFd);
    in_.problems->kernelProblemIs(createProblem_);
@@ -270,6 +272,7 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
          return again;
       found = existingDevice(deviceName, fd);
    }
+   isVlanTaken_ = found.kind == ExistingDevice::none;
    createProblem_ =
        found.kind == ExistingDevice::other ? "a device " + deviceName.str() + " exists that is no VLAN device"
        : found.kind == ExistingDevice::none
@@ -281,8 +284,11 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
 void VlanIntfCommon::doDestroyVlanDevice(Kem::String8 const& deviceName,
                                          Kem::Ptr<Interface::EthIntfStatusLocal> const& isl, int socketFd) {
    int const fd = isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd;
-   if (fd != 0)
-      static_cast<void>(destroyVlanDevice(deviceName, fd));
+   if (fd != 0 && destroyVlanDevice(deviceName, fd) < 0 && errno != ENODEV && errno != EINVAL &&
+       errno != ENOPKG) {
+      kernelCallFailed_ = true;
+      sweepAgainIn(sockets_.nsOf(fd)); // the record will say that it isn't there
+   }
    deviceVlanId_.erase(deviceName);
    setIntfStatusLocalNetNsName(isl, Sulvi::DEFAULT_NS);
 }

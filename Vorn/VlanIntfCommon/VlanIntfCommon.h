@@ -91,6 +91,8 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    Sulvi::IntfId retryBookmark() const { return retryBookmark_; }
    Kem::Seconds retryTime() const { return kemClock_.timeMin(); } // Kem::never while nothing waits
    void doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::NamespaceName const& ns);
+   // The device of an interface that is gone and whose record of where it is went before it.
+   void removeDeviceWherever(Kem::String8 const& deviceName);
 
    // --- What the derived class says and does; the base's own fail an assertion.
    virtual void doEvaluateInterfaceConfiguration(Sulvi::IntfId intfId);
@@ -156,7 +158,10 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    VlanCreateStatus takeOverOrRemake(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                      Kem::String8 const& deviceName, int socketFd,
                                      Sulvi::NamespaceName const& dstNs);
-   bool isOfOthers(Kem::String8 const& ifName, int socketFd) const;
+   bool isToBeLeft(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd);
+   bool removeStale(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd);
+   int visitNs(Sulvi::NamespaceName const& name);
+   void sweepNamespacesAgain();
    void sweepUnusedNs(Sulvi::NamespaceName const& name);
    void sweepAgainIn(Sulvi::NamespaceName const& ns); // its devices could not be listed
 
@@ -169,6 +174,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    bool continueProcessing_ = false;
    bool kernelCallFailed_ = false;
    std::string createProblem_; // why the last doCreateVlanDevice failed, in words
+   bool isVlanTaken_ = false;  // because the base has another device for that VLAN
    Kem::ValueMap<Kem::String8, uint16_t> deviceVlanId_;
    IntfSet retryIntfCollection_;
    Sulvi::IntfId retryBookmark_;               // where the pass paused; empty for the beginning

@@ -72,6 +72,8 @@ void KemVlanIntfConfig::doPrepareToDie() {
       vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
       if (!parent_.standbyMode())
          vlanIntfStatus_->intfConfigIs(nullptr);
+   } else if (!parent_.intfPresentInConfig(deviceNameOf(intfId_))) { // not merely another source of it
+      parent_.removeDeviceWherever(deviceNameOf(intfId_));
    }
    parent_.intfIs(intfId_, false);
    syncCpuPort();

@@ -471,5 +471,99 @@ TEST_F(VlanIntfSmTest, anAddressForADeviceThatCantBeReachedWaits) {
    EXPECT_EQ(world.devices(), "vlan10@blue: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:10\n");
 }
 
+// --- Devices that nobody wants any more.
+
+TEST_F(VlanIntfSmTest, whatLeavesWithItsRecordsLeavesTheKernel) {
+   world.namespaceIs("red");
+   for (unsigned const vlanId : {10, 11, 12}) {
+      world.vlanIntf(vlanId);
+      if (vlanId != 10)
+         world.moveTo(vlanId, "red");
+   }
+   world.start();
+   for (unsigned const vlanId : {10, 11}) { // as the interface manager takes an interface away
+      world.vlanIntfDel(vlanId);
+      world.statusDel(vlanId);
+   }
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan12@red: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
+   world.vlanIntfDel(12);
+   world.statusDel(12);
+   world.run();
+   EXPECT_EQ(world.devices(), "");
+   EXPECT_EQ(world.sm->nsSocketFd("red"), 0);
+   world.vlanIntf(12);
+   world.nsConfigDir->intfNamespaceConfigDelAll();
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan12: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+// As a start on these records removes it there.
+TEST_F(VlanIntfSmTest, aDeviceThatTheNewRecordDoesntKnowIsRemovedWhereItIs) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.statusDel(10);
+   world.run();
+   world.nsConfigDir->intfNamespaceConfigDelAll();
+   world.run();
+   world.makeStatus(10);
+   world.run();
+   world.advance(2.0);
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.problem(10), "");
+   EXPECT_EQ(world.sm->nsSocketFd("red"), 0);
+}
+
+TEST_F(VlanIntfSmTest, aDeviceThatCantBeRemovedForAMomentIsRemovedLater) {
+   world.namespaceIs("red");
+   for (unsigned const vlanId : {10, 11, 12})
+      world.vlanIntf(vlanId);
+   world.moveTo(11, "red");
+   world.moveTo(12, "red");
+   world.start();
+   world.kernel.fail("DEL_VLAN_CMD", ENOMEM, 1, true);
+   world.vlanIntfDel(10);
+   world.vlanIntfDel(11);
+   world.moveTo(12, "");
+   world.run();
+   EXPECT_NE(world.kernel.findDevice("vlan10"), nullptr);
+   world.advance(3.0);
+   world.kernel.faultsEnd();
+   world.advance(3.0);
+   EXPECT_EQ(world.devices(), "vlan12: vlan 12 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.problem(12), "");
+   EXPECT_EQ(world.sm->retryTime(), Kem::never);
+   EXPECT_EQ(world.sm->nsSocketFd("red"), 0);
+}
+
+TEST_F(VlanIntfSmTest, aStaleDeviceThatCantBeRemovedForAMomentIsRemovedLater) {
+   world.kernel.deviceIs("port");
+   world.kernel.vlanDeviceIs("vlan5", "fabric", 5);
+   world.kernel.vlanDeviceIs("vlan6", "port", 6);
+   world.kernel.fail("DEL_VLAN_CMD", ENOMEM, 1);
+   world.start();
+   world.advance(3.0);
+   EXPECT_EQ(world.kernel.findDevice("vlan5"), nullptr);
+   EXPECT_NE(world.kernel.findDevice("vlan6"), nullptr);
+   EXPECT_EQ(world.sm->retryTime(), Kem::never);
+}
+
+TEST_F(VlanIntfSmTest, aDeviceThatCantBeLookedAtIsNotRemovedUnseen) {
+   world.kernel.deviceIs("port");
+   world.kernel.vlanDeviceIs("vlan6", "port", 6);
+   world.kernel.vlanDeviceIs("vlan7", "fabric", 7);
+   world.kernel.fail("GET_VLAN_VID_CMD", ENOMEM, 1, true);
+   world.start();
+   EXPECT_NE(world.kernel.findDevice("vlan6"), nullptr);
+   world.kernel.faultsEnd();
+   world.advance(3.0);
+   EXPECT_NE(world.kernel.findDevice("vlan6"), nullptr);
+   EXPECT_EQ(world.kernel.findDevice("vlan7"), nullptr);
+   EXPECT_EQ(world.sm->retryTime(), Kem::never);
+}
+
 } // namespace
 } // namespace Vorn
