@@ -122,6 +122,13 @@ void VlanIntfCommon::handleNsByName(Sulvi::NamespaceName const& name) {
    }
 }
 
+void VlanIntfCommon::handleNsChange(Sulvi::NamespaceName const& name) {
+   handleNsByName(name);
+   auto const netNs = in_.netNsCollection->netNsByName(name);
+   if (netNs && netNs->inode() != 0)
+      sweepUnusedNs(name);
+}
+
 // The name means another namespace now. The devices in the old one would keep their VLANs taken on their bases
 // for as long as it lives.
 void VlanIntfCommon::forgetReplacedNs(Sulvi::NamespaceName const& name) {

@@ -133,12 +133,12 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    };
    struct KemNetNsCollection final : KernelNetNsInfo::Root::NotifieeConst {
       explicit KemNetNsCollection(VlanIntfCommon& s) : NotifieeConst(this), sm(s) {}
-      void onNetNsByName(Sulvi::NamespaceName const& name) override { sm.handleNsByName(name); }
+      void onNetNsByName(Sulvi::NamespaceName const& name) override { sm.handleNsChange(name); }
       VlanIntfCommon& sm;
    };
    struct KemNetNs final : KernelNetNsInfo::NetNs::NotifieeConst {
       explicit KemNetNs(VlanIntfCommon& s) : NotifieeConst(this), sm(s) {}
-      void onInode() override { sm.handleNsByName(notifier()->netNsName()); }
+      void onInode() override { sm.handleNsChange(notifier()->netNsName()); }
       VlanIntfCommon& sm;
    };
    struct KemClock final : Kem::Clock::NotifieeConst {
@@ -147,6 +147,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
       VlanIntfCommon& sm;
    };
    void handleNsByName(Sulvi::NamespaceName const& name);
+   void handleNsChange(Sulvi::NamespaceName const& name); // handles it, and sweeps a namespace that has come
    void handleClock();
 
    // --- Helpers.

@@ -565,5 +565,36 @@ TEST_F(VlanIntfSmTest, aDeviceThatCantBeLookedAtIsNotRemovedUnseen) {
    EXPECT_EQ(world.sm->retryTime(), Kem::never);
 }
 
+// --- Not by our doing, or by chance.
+
+TEST_F(VlanIntfSmTest, aNamespaceThatComesIsLookedThroughAsAtTheStart) {
+   world.start();
+   world.kernel.namespaceIs("red");
+   world.kernel.vlanDeviceIs("vlan5", "fabric", 5, "red");
+   world.namespaceIs("red");
+   world.run();
+   EXPECT_EQ(world.kernel.findDevice("vlan5", "red"), nullptr);
+   EXPECT_EQ(world.kernel.openDescriptors(), 2) << "nobody uses it";
+}
+
+TEST_F(VlanIntfSmTest, namespacesThatComeAndGoLeaveNoDescriptor) {
+   world.vlanIntf(10);
+   world.start();
+   for (int i = 0; i < 100; ++i) {
+      auto const name = "ns" + std::to_string(i);
+      world.namespaceIs(name.c_str());
+      world.moveTo(10, name.c_str());
+      world.run();
+      EXPECT_EQ(world.netNsOf(10), name);
+      world.namespaceDel(name.c_str());
+      world.run();
+   }
+   world.moveTo(10, "");
+   world.run();
+   world.advance(3.0);
+   EXPECT_EQ(world.kernel.openDescriptors(), 2);
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
 } // namespace
 } // namespace Vorn
