@@ -70,11 +70,11 @@ void KemVlanIntfConfig::doPrepareToDie() {
    if (initialized()) {
       parent_.doDestroyVlanDevice(deviceName_, vlanIntfStatusLocal_, 0);
       vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
-      if (!parent_.standbyMode())
-         vlanIntfStatus_->intfConfigIs(nullptr);
    } else if (!parent_.intfPresentInConfig(deviceNameOf(intfId_))) { // not merely another source of it
       parent_.removeDeviceWherever(deviceNameOf(intfId_));
    }
+   if (auto const status = parent_.vlanIntfStatusDir()->intfStatus(intfId_); status && !parent_.standbyMode())
+      status->intfConfigIs(nullptr);
    parent_.intfIs(intfId_, false);
    syncCpuPort();
    preparedToDie_ = true;
@@ -91,8 +91,10 @@ bool KemVlanIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const result = parent_.doEvaluateInterfaceConfigurationWithRetval(
        initialized(), preparedToDie_, intfId_, vlanId_, parent_.in().fabricDeviceName, deviceName_,
        intfId_.stringValue(), vlanIntfStatus_, vlanIntfStatusLocal_);
-   if (parent_.continueProcessing() && parent_.fabricUp() && parent_.hasBridgeMacAddr()) {
-      operational_ = true;
+   bool const isReadyForTraffic = parent_.fabricUp() && parent_.hasBridgeMacAddr();
+   if (parent_.continueProcessing())
+      operational_ = isReadyForTraffic;
+   if (parent_.continueProcessing() && isReadyForTraffic) {
       handleEnabled();
       handleMtu();
    } else if (parent_.continueProcessing()) {

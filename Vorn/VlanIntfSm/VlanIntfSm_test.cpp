@@ -596,5 +596,104 @@ TEST_F(VlanIntfSmTest, namespacesThatComeAndGoLeaveNoDescriptor) {
    EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
 }
 
+TEST_F(VlanIntfSmTest, aDeviceThatSomebodyRemovedAndMadeAtOnceIsTakenOver) {
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.start();
+   world.kernel.countsReset();
+   world.kernel.deviceDel("vlan10");
+   world.kernel.vlanDeviceIs("vlan10", "fabric", 10);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.kernel.count("RTM_NEWLINK"), 1) << "of one interface only";
+   world.restart();
+   world.kernel.deviceDel("vlan10");
+   world.kernel.vlanDeviceIs("vlan10", "fabric", 10);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n"
+                              "vlan11: vlan 11 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+}
+
+TEST_F(VlanIntfSmTest, itsOwnDevicesAreNotTakenForThoseOfOthers) {
+   world.vlanIntf(10);
+   world.start();
+   world.run();
+   EXPECT_EQ(world.kernel.count("RTM_NEWLINK"), 1);
+}
+
+TEST_F(VlanIntfSmTest, aStatusWithoutAConfigurationRefersToNone) {
+   world.vlanIntf(10);
+   world.vlanIntf(11);
+   world.start();
+   world.statusLocalDir->intfStatusLocalDel(world.id(10));
+   world.run();
+   world.vlanIntfDel(10);
+   world.run();
+   EXPECT_EQ(world.status(10)->intfConfig(), nullptr);
+   world.stop();
+   world.vlanIntfDel(11);
+   world.start();
+   EXPECT_EQ(world.status(11)->intfConfig(), nullptr);
+}
+
+TEST_F(VlanIntfSmTest, aBridgeAddressThatIsTakenAwayLeavesNoneOperational) {
+   world.vlanIntf(10);
+   world.start();
+   world.config->bridgeMacAddrIs({});
+   world.run();
+   EXPECT_FALSE(world.sm->vlanIntfConfig(world.id(10))->operational());
+}
+
+TEST_F(VlanIntfSmTest, recordsThatAreReplacedInOneTurnAreFilledAgain) {
+   world.namespaceIs("red");
+   world.vlanIntf(10);
+   world.moveTo(10, "red");
+   world.start();
+   world.statusDel(10);
+   world.makeStatus(10);
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10@red: vlan 10 on fabric, mtu 1500, up, 02:00:00:00:00:01\n");
+   EXPECT_EQ(world.status(10)->deviceName(), "vlan10");
+   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
+   EXPECT_EQ(world.netNsOf(10), "red");
+   EXPECT_EQ(world.sm->nsIntfRefcount("red"), 1);
+   EXPECT_EQ(world.kernel.openDescriptors(), 3);
+   EXPECT_TRUE(world.kosr->intfStatusDir()->intfStatus(world.id(10)) == world.status(10));
+}
+
+TEST_F(VlanIntfSmTest, whatIsOnASwitchoverTheSameAsAfterAStart) {
+   world.standbyMode = true;
+   vlan(10);
+   world.vlanIntf(10);
+   world.start();
+   auto const before = world.devices(true);
+   world.kernel.countsReset();
+   world.sm->standbyModeIs(false);
+   world.run();
+   EXPECT_EQ(world.devices(true), before);
+   EXPECT_EQ(world.kernel.count("SIOCSIFFLAGS") + world.kernel.count("SIOCSIFHWADDR") +
+                 world.kernel.count("DEL_VLAN_CMD"),
+             0);
+   EXPECT_EQ(world.status(10)->addr(), world.addr(world.bridgeAddr));
+   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
+}
+
+TEST_F(VlanIntfSmTest, twoSourcesOfOnePriorityGiveOneInterface) {
+   world.dynamic(10, "one")->mtuIs(1301);
+   world.dynamic(10, "two")->mtuIs(1302);
+   world.makeStatus(10);
+   world.start();
+   auto const first = world.devices();
+   EXPECT_EQ(first, "vlan10: vlan 10 on fabric, mtu 1302, up, 02:00:00:00:00:01\n");
+   world.dynVlanIntfDir->entityPtrDel("two");
+   world.run();
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1301, up, 02:00:00:00:00:01\n");
+   world.dynVlanIntfDir->entityPtrDel("one");
+   world.statusDel(10);
+   world.run();
+   EXPECT_EQ(world.devices(), "");
+}
+
 } // namespace
 } // namespace Vorn
