@@ -36,6 +36,18 @@ void DeviceProblems::problemIs(Sulvi::IntfId intfId, DeviceAspect aspect, std::s
    report(intfId, texts);
 }
 
+void DeviceProblems::existenceIs(Sulvi::IntfId intfId, std::string_view text) {
+   auto const* const known = problems_.find(intfId);
+   if (text.empty() || !known) {
+      problemIs(intfId, DeviceAspect::existence, text);
+      return;
+   }
+   Texts only;
+   only[static_cast<size_t>(DeviceAspect::existence)] = text;
+   if (only != *known)
+      report(intfId, only);
+}
+
 void DeviceProblems::problemDel(Sulvi::IntfId intfId) {
    if (problems_.find(intfId))
       report(intfId, {});

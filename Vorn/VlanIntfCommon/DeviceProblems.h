@@ -30,6 +30,8 @@ class DeviceProblems final : public Kem::PtrInterface {
    void kernelProblemIs(std::string_view text);
    // Empty: none of that aspect.
    void problemIs(Sulvi::IntfId intfId, DeviceAspect aspect, std::string_view text);
+   // Of the device itself. Of one that isn't there, nothing else is said.
+   void existenceIs(Sulvi::IntfId intfId, std::string_view text);
    // The interface is gone, or is not to have a device.
    void problemDel(Sulvi::IntfId intfId);
    // All of them, separated by "; "; empty for none.

@@ -17,11 +17,11 @@ int NamespaceSockets::fd(Sulvi::NamespaceName const& ns) const {
    return found ? found->fd : 0;
 }
 
-Sulvi::NamespaceName NamespaceSockets::ns(int fd) const {
+Sulvi::NamespaceName NamespaceSockets::nsOf(int fd) const {
    auto found = Sulvi::DEFAULT_NS;
-   sockets_.forEach([&](Sulvi::NamespaceName const& name, Entry const& entry) {
+   sockets_.forEach([&](Sulvi::NamespaceName const& ns, Entry const& entry) {
       if (entry.fd == fd)
-         found = name;
+         found = ns;
    });
    return found;
 }

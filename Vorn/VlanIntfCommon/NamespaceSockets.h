@@ -28,7 +28,7 @@ class NamespaceSockets {
    NamespaceSockets& operator=(NamespaceSockets const&) = delete;
 
    int fd(Sulvi::NamespaceName const& ns) const;         // 0 when there is none
-   Sulvi::NamespaceName ns(int fd) const;                // DEFAULT_NS for none of them
+   Sulvi::NamespaceName nsOf(int fd) const;              // DEFAULT_NS for a socket that isn't one of these
    uint64_t inode(Sulvi::NamespaceName const& ns) const; // 0 when it isn't known
    void fdIs(Sulvi::NamespaceName const& ns, int fd, uint64_t inode = 0);
    // Closes the socket and forgets it; who is in the namespace stays as it is.

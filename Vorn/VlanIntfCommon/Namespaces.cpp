@@ -66,7 +66,12 @@ void VlanIntfCommon::setIntfStatusLocalNetNsName(Kem::Ptr<Interface::EthIntfStat
 
 void VlanIntfCommon::countIntf(Sulvi::IntfId intfId,
                                Kem::Ptr<Interface::EthIntfStatusLocal const> const& isl) {
+   auto const before = nsOfIntf(intfId);
    sockets_.intfIsIn(intfId, isl ? isl->netNsName() : Sulvi::DEFAULT_NS);
+   if (!before.isDefault() && nsIntfRefcount(before) == 0 && nsSocketFd(before) != 0) {
+      KEM_TRACE(namespacesTrace, 3, "Freeing FD to namespace " << before);
+      sockets_.close(before);
+   }
 }
 
 // The record says that the device is in a namespace that can't be entered because it no longer exists: the
@@ -106,10 +111,22 @@ void VlanIntfCommon::handleNsByName(Sulvi::NamespaceName const& name) {
       return;
    }
    kemNetNs_.erase(name);
+   auto const intfs = sockets_.intfsIn(name);
+   for (auto const intfId : intfs)
+      intfBackLogIs(intfId, true);
+   if (!intfs.empty())
+      armIntfConfigClock();
    if (nsSocketFd(name) != 0 && nsIntfRefcount(name) == 0) {
       KEM_TRACE(namespacesTrace, 3, "Freeing FD to unused namespace " << name);
       sockets_.close(name);
    }
+}
+
+void VlanIntfCommon::handleNsChange(Sulvi::NamespaceName const& name) {
+   handleNsByName(name);
+   auto const netNs = in_.netNsCollection->netNsByName(name);
+   if (netNs && netNs->inode() != 0)
+      sweepUnusedNs(name);
 }
 
 // The name means another namespace now. The devices in the old one would keep their VLANs taken on their bases

@@ -30,25 +30,21 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
    for (auto const& [ifName, device] : root->interfaceByName()) {
       KEM_TRACE(sweepTrace, 8, "Found device: " << ifName);
       if (!intfPresentInConfig(ifName)) {
-         KEM_TRACE(sweepTrace, 3, ifName << " did not find device in intfConfig");
-         if (isOfOthers(ifName, socketFd, ns))
+         if (isToBeLeft(ifName, ns, socketFd, true))
             continue;
-         if (destroyVlanDevice(ifName, socketFd) >= 0)
+         KEM_TRACE(sweepTrace, 3, ifName << " did not find device in intfConfig");
+         if (removeStale(ifName, ns, socketFd))
             KEM_TRACE(sweepTrace, 1, "deleted unneeded kernel device: " << ifName);
-         else
-            sweepAgainIn(ns);
          continue;
       }
       if (!intfPresentInStatus(ifName))
          continue;
       auto const isl = intfStatusLocal(ifName);
-      if (!isl || keyOf(isl->netNsName()) == keyOf(ns) || isOfOthers(ifName, socketFd, ns))
+      if (!isl || keyOf(isl->netNsName()) == keyOf(ns) || isToBeLeft(ifName, ns, socketFd, true))
          continue;
       auto const otherNs = isl->netNsName();
-      if (destroyVlanDevice(ifName, socketFd) < 0) {
-         sweepAgainIn(ns);
+      if (!removeStale(ifName, ns, socketFd))
          continue;
-      }
       KEM_TRACE(sweepTrace, 1,
                 "deleted unneeded kernel device: " << ifName << " from NS " << ns << ". StatusLocal had NS "
                                                    << otherNs);
@@ -61,23 +57,28 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
 }
 
 // A device of a name that we give, but not on the base that we would put it on, or of another kind: whoever made
-// it has use for it.
-bool VlanIntfCommon::isOfOthers(Kem::String8 const& ifName, int socketFd, Sulvi::NamespaceName const& ns) {
-   bool const isVlanIntf = Sulvi::vlanIdFromDeviceName(ifName).has_value();
-   if (!isVlanIntf && !Sulvi::isSubIntf(ifName))
-      return false; // a name that the derived class leaves alone
+// it has use for it. One that can't be looked at is left for the next time.
+bool VlanIntfCommon::isToBeLeft(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd,
+                                bool isListed) {
    auto const found = existingDevice(ifName, socketFd);
-   if (found.kind == ExistingDevice::other) {
+   switch (found.kind) {
+   case ExistingDevice::none:
+      if (isListed) // it has gone just now, or can't be found for a moment
+         sweepAgainIn(ns);
+      return true;
+   case ExistingDevice::other:
       KEM_TRACE(sweepTrace, 1, ifName << " is no VLAN device: left alone");
       return true;
-   }
-   if (found.kind != ExistingDevice::vlan) { // the list has it, but it can't be looked at just now
-      KEM_TRACE(sweepTrace, 1, ifName << " is left alone for now: " << strerror(found.error));
-      sweepAgainIn(ns);
+   case ExistingDevice::unknown:
+      if (found.error != ENOPKG) // without 802.1Q it is no VLAN device
+         sweepAgainIn(ns);
       return true;
+   case ExistingDevice::vlan:
+      break;
    }
    std::string_view const name = ifName;
-   auto const base = isVlanIntf ? in_.fabricDeviceName : Kem::String8(name.substr(0, name.rfind('.')));
+   auto const base = Sulvi::vlanIdFromDeviceName(ifName) ? in_.fabricDeviceName
+                                                         : Kem::String8(name.substr(0, name.rfind('.')));
    if (found.base == base)
       return false;
    KEM_TRACE(sweepTrace, 3, ifName << " is on " << found.base << ", not on " << base << ": left alone");
@@ -101,18 +102,53 @@ void VlanIntfCommon::destroyOrSweepAgain(Kem::String8 const& deviceName, int fd,
    sweepAgainIn(ns);
 }
 
+// What fails now is done by a later sweep. True when the device is gone.
+bool VlanIntfCommon::removeStale(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd) {
+   if (destroyVlanDevice(ifName, socketFd) >= 0)
+      return true;
+   sweepAgainIn(ns);
+   return false;
+}
+
+void VlanIntfCommon::removeDeviceWherever(Kem::String8 const& deviceName) {
+   deviceVlanId_.erase(deviceName);
+   auto const removeIn = [&](Sulvi::NamespaceName const& ns, int fd) {
+      if (!isToBeLeft(deviceName, ns, fd, false) && removeStale(deviceName, ns, fd))
+         KEM_TRACE(sweepTrace, 1, "deleted unneeded kernel device: " << deviceName);
+   };
+   removeIn(Sulvi::DEFAULT_NS, in_.socketFd);
+   for (auto const& [name, netNs] : in_.netNsCollection->netNsByName()) {
+      if (int const fd = nsSocketFd(name)) {
+         removeIn(name, fd);
+      } else if (int const visiting = visitNs(name); visiting != -1) {
+         removeIn(name, visiting);
+         Netlink::kernel().close(visiting);
+      }
+   }
+}
+
 // Nobody opens this namespace, but an earlier configuration may have.
 void VlanIntfCommon::sweepUnusedNs(Sulvi::NamespaceName const& name) {
    if (nsSocketFd(name) != 0)
       return;
-   int const fd = Netlink::kernel().socketAt(AF_INET, SOCK_DGRAM, 0, name);
-   if (fd == -1) {
-      if (errno != ENOENT && errno != EINVAL) // it leads to no namespace
-         sweepAgainIn(name);
+   int const fd = visitNs(name);
+   if (fd == -1)
       return;
-   }
    doRemoveUnneededVlanNetworkDevices(fd, name);
    Netlink::kernel().close(fd);
+}
+
+// A socket in the namespace, for the caller to close; -1, and a later sweep, when it can't be entered.
+int VlanIntfCommon::visitNs(Sulvi::NamespaceName const& name) {
+   int const fd = Netlink::kernel().socketAt(AF_INET, SOCK_DGRAM, 0, name);
+   if (fd == -1 && errno != ENOENT && errno != EINVAL) // it leads to no namespace
+      sweepAgainIn(name);
+   return fd;
+}
+
+void VlanIntfCommon::sweepNamespacesAgain() {
+   for (auto const& [name, netNs] : in_.netNsCollection->netNsByName())
+      sweepAgainIn(name);
 }
 
 void VlanIntfCommon::sweepAgainIn(Sulvi::NamespaceName const& ns) {

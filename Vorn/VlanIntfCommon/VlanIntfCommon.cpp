@@ -112,9 +112,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
 
    // Where it is to be.
    auto const dstNs = intfNamespaces_->netNsName(intfId);
-   auto const existenceIs = [&](std::string_view problem) {
-      in_.problems->problemIs(intfId, DeviceAspect::existence, problem);
-   };
+   auto const existenceIs = [&](std::string_view problem) { in_.problems->existenceIs(intfId, problem); };
    prepNs(dstNs);
    if (nsSocketFd(dstNs) == 0) {
       auto const nsText = dstNs.stringValue().str();
@@ -173,6 +171,9 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    }
    case VlanRefused:
       KEM_TRACE(commonTrace, 0, "vlan create failed in dstNs " << dstNs << " vlanId " << vlanId);
+      // It may be taken by a device of ours in a namespace that no record tells of.
+      if (isVlanTaken_ && in_.problems->problem(intfId) != createProblem_)
+         sweepNamespacesAgain();
       existenceIs(createProblem_);
       return false;
    case VlanNotNeeded:
@@ -216,6 +217,7 @@ VlanCreateStatus VlanIntfCommon::doCreateVlanDevice(uint16_t vlanId, Kem::String
                                                     Sulvi::NamespaceName const& dstNs) {
    if (vlanId == 0)
       return VlanNotNeeded;
+   isVlanTaken_ = false;
    // The kernel's refusal of what it can't do is never answered: it is found out before.
    createProblem_ = ability_.kernelProblem(in_.socketFd);
    in_.problems->kernelProblemIs(createProblem_);
@@ -283,6 +285,7 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
          return again;
       found = existingDevice(deviceName, fd);
    }
+   isVlanTaken_ = found.kind == ExistingDevice::none;
    createProblem_ =
        found.kind == ExistingDevice::other ? "a device " + deviceName.str() + " exists that is no VLAN device"
        : found.kind == ExistingDevice::none
@@ -294,7 +297,7 @@ VlanCreateStatus VlanIntfCommon::takeOverOrRemake(uint16_t vlanId, Kem::String8 
 void VlanIntfCommon::doDestroyVlanDevice(Kem::String8 const& deviceName,
                                          Kem::Ptr<Interface::EthIntfStatusLocal> const& isl, int socketFd) {
    int const fd = isl ? nsSocketFdFromIntfStatusLocal(isl) : socketFd;
-   destroyOrSweepAgain(deviceName, fd, isl ? isl->netNsName() : sockets_.ns(fd));
+   destroyOrSweepAgain(deviceName, fd, isl ? isl->netNsName() : sockets_.nsOf(fd));
    deviceVlanId_.erase(deviceName);
    setIntfStatusLocalNetNsName(isl, Sulvi::DEFAULT_NS);
 }
@@ -324,12 +327,14 @@ void VlanIntfCommon::handleMacAddr(bool initialized, Sulvi::IntfId intfId, Kem::
    auto const addressIs = [&](std::string const& problem) {
       in_.problems->problemIs(intfId, DeviceAspect::address, problem);
    };
+   int const fd = nsSocketFd(intfNamespaces_->netNsName(intfId));
+   if (fd == 0)
+      return; // the evaluation that moves it there comes by here
    if (addr.isMulticast()) {
       addressIs("a multicast address can't be the address of a device: " + addr.stringValue().str());
       return;
    }
    KEM_TRACE(commonTrace, 5, "Setting mac addr of " << intfId << " to " << addr);
-   int const fd = nsSocketFd(intfNamespaces_->netNsName(intfId));
    if (setKernelDeviceMacAddress(deviceName, addr, fd) != 0) {
       addressIs("its address can't be set to " + addr.stringValue().str() + ": " + strerror(errno));
       kernelCallFailed_ = true;

@@ -92,6 +92,8 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    Sulvi::IntfId retryBookmark() const { return retryBookmark_; }
    Kem::Seconds retryTime() const { return kemClock_.timeMin(); } // Kem::never while nothing waits
    void doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::NamespaceName const& ns);
+   // The device of an interface that is gone and whose record of where it is went before it.
+   void removeDeviceWherever(Kem::String8 const& deviceName);
 
    // --- What the derived class says and does; the base's own fail an assertion.
    virtual void doEvaluateInterfaceConfiguration(Sulvi::IntfId intfId);
@@ -132,12 +134,12 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    };
    struct KemNetNsCollection final : KernelNetNsInfo::Root::NotifieeConst {
       explicit KemNetNsCollection(VlanIntfCommon& s) : NotifieeConst(this), sm(s) {}
-      void onNetNsByName(Sulvi::NamespaceName const& name) override { sm.handleNsByName(name); }
+      void onNetNsByName(Sulvi::NamespaceName const& name) override { sm.handleNsChange(name); }
       VlanIntfCommon& sm;
    };
    struct KemNetNs final : KernelNetNsInfo::NetNs::NotifieeConst {
       explicit KemNetNs(VlanIntfCommon& s) : NotifieeConst(this), sm(s) {}
-      void onInode() override { sm.handleNsByName(notifier()->netNsName()); }
+      void onInode() override { sm.handleNsChange(notifier()->netNsName()); }
       VlanIntfCommon& sm;
    };
    struct KemClock final : Kem::Clock::NotifieeConst {
@@ -146,6 +148,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
       VlanIntfCommon& sm;
    };
    void handleNsByName(Sulvi::NamespaceName const& name);
+   void handleNsChange(Sulvi::NamespaceName const& name); // handles it, and sweeps a namespace that has come
    void handleClock();
 
    // --- Helpers.
@@ -157,11 +160,14 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    VlanCreateStatus takeOverOrRemake(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                      Kem::String8 const& deviceName, int socketFd,
                                      Sulvi::NamespaceName const& dstNs);
-   bool isOfOthers(Kem::String8 const& ifName, int socketFd, Sulvi::NamespaceName const& ns);
    VlanCreateStatus requestVlanDevice(uint16_t vlanId, Kem::String8 const& baseDeviceName,
                                       Kem::String8 const& deviceName, int socketFd,
                                       Sulvi::NamespaceName const& dstNs);
    void destroyOrSweepAgain(Kem::String8 const& deviceName, int fd, Sulvi::NamespaceName const& ns);
+   bool isToBeLeft(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd, bool isListed);
+   bool removeStale(Kem::String8 const& ifName, Sulvi::NamespaceName const& ns, int socketFd);
+   int visitNs(Sulvi::NamespaceName const& name);
+   void sweepNamespacesAgain();
    void sweepUnusedNs(Sulvi::NamespaceName const& name);
    void sweepAgainIn(Sulvi::NamespaceName const& ns); // with the next retries
 
@@ -174,6 +180,7 @@ class VlanIntfCommon : public Kem::StateMachine, private Kem::DeferredWork {
    bool continueProcessing_ = false;
    bool kernelCallFailed_ = false;
    std::string createProblem_; // why the last doCreateVlanDevice failed, in words
+   bool isVlanTaken_ = false;  // because the base has another device for that VLAN
    Kem::ValueMap<Kem::String8, uint16_t> deviceVlanId_;
    IntfSet retryIntfCollection_;
    Sulvi::IntfId retryBookmark_;               // where the pass paused; empty for the beginning

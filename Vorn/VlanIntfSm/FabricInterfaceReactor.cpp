@@ -43,6 +43,7 @@ void FabricInterfaceReactor::handleIfIndex() {
    ifIndex_ = ifIndex;
    vlanIntfSm_.fabricUpIs(false);
    handleFlags();
+   vlanIntfSm_.evaluateInterfaceConfiguration();
 }
 
 void FabricInterfaceReactor::handleMtu() {

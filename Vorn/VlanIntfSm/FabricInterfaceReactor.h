@@ -14,6 +14,9 @@ class FabricInterfaceReactor final : public Kem::StateMachine {
    FabricInterfaceReactor(VlanIntfSm& vlanIntfSm,
                           Kem::Ptr<KernelNetworkInfo::Interface const> const& fabricInterface);
    void handleInitialized() override;
+   bool isOf(KernelNetworkInfo::Interface const& device) const {
+      return kemFabricInterface_.notifier().ptr() == &device;
+   }
 
   private:
    struct KemFabricInterface final : KernelNetworkInfo::Interface::NotifieeConst {

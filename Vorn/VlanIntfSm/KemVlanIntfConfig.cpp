@@ -67,6 +67,7 @@ void KemVlanIntfConfig::handleIntfStatusGone() {
    vlanIntfStatus_ = nullptr;
    vlanIntfStatusLocal_ = nullptr;
    parent_.intfIs(intfId_, false);
+   parent_.in().problems->problemDel(intfId_);
 }
 
 void KemVlanIntfConfig::giveUpDevice() {
@@ -77,21 +78,13 @@ void KemVlanIntfConfig::giveUpDevice() {
       vlanIntfStatus_->intfConfigIs(nullptr);
 }
 
-// The start leaves alone what an earlier run has made for an interface that has lost a record since.
-void KemVlanIntfConfig::giveUpLeftover() {
-   auto const isl = parent_.vlanIntfStatusLocalDir()->intfStatusLocal(intfId_);
-   parent_.prepNs(isl ? keyOf(isl->netNsName()) : Sulvi::DEFAULT_NS);
-   int const fd = parent_.nsSocketFdFromIntfStatusLocal(isl);
-   auto const deviceName = deviceNameOf(intfId_);
-   if (fd != 0 && existingDevice(deviceName, fd).kind == ExistingDevice::vlan)
-      parent_.doDestroyVlanDevice(deviceName, isl, fd);
-}
-
 void KemVlanIntfConfig::doPrepareToDie() {
    if (initialized())
       giveUpDevice();
-   else
-      giveUpLeftover();
+   else if (!parent_.intfPresentInConfig(deviceNameOf(intfId_))) // not merely another source of it
+      parent_.removeDeviceWherever(deviceNameOf(intfId_));
+   if (auto const status = parent_.vlanIntfStatusDir()->intfStatus(intfId_); status && !parent_.standbyMode())
+      status->intfConfigIs(nullptr);
    parent_.intfIs(intfId_, false);
    syncCpuPort();
    preparedToDie_ = true;
@@ -108,8 +101,10 @@ bool KemVlanIntfConfig::doEvaluateInterfaceConfigurationWithRetval() {
    bool const result = parent_.doEvaluateInterfaceConfigurationWithRetval(
        initialized(), preparedToDie_, intfId_, vlanId_, parent_.in().fabricDeviceName, deviceName_,
        intfId_.stringValue(), vlanIntfStatus_, vlanIntfStatusLocal_);
-   if (parent_.continueProcessing() && parent_.fabricUp() && parent_.hasBridgeMacAddr()) {
-      operational_ = true;
+   bool const isReadyForTraffic = parent_.fabricUp() && parent_.hasBridgeMacAddr();
+   if (parent_.continueProcessing())
+      operational_ = isReadyForTraffic;
+   if (parent_.continueProcessing() && isReadyForTraffic) {
       handleEnabled();
       handleMtu();
    } else if (parent_.continueProcessing()) {

@@ -74,7 +74,6 @@ class KemVlanIntfConfig final : public Kem::StateMachine {
    void syncCpuPort();
    void setUpOrDown();
    void giveUpDevice();
-   void giveUpLeftover();
 
    VlanIntfSm& parent_;
    Sulvi::IntfId const intfId_;

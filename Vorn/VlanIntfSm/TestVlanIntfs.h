@@ -80,6 +80,10 @@ class TestVlanIntfs : public virtual TestInterfaces {
       makeStatus(vlanId);
       return configure(vlanId);
    }
+   void statusDel(unsigned vlanId) {
+      statusDir->intfStatusDel(id(vlanId));
+      statusLocalDir->intfStatusLocalDel(id(vlanId));
+   }
    void vlanIntfDel(unsigned vlanId) { configDir->intfConfigDel(id(vlanId)); }
    // The same of a dynamic source, without status records.
    Kem::Ptr<Interface::VlanIntfConfig> dynamic(unsigned vlanId, char const* source = "overlay") {

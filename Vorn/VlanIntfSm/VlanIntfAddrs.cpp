@@ -5,6 +5,8 @@
 #include "Vorn/VlanIntfSm/KemVlanIntfConfig.h"
 #include "Vorn/VlanIntfSm/VlanIntfSm.h"
 
+#include <vector>
+
 namespace Vorn {
 
 namespace {
@@ -28,20 +30,34 @@ void VlanIntfAddrs::handleEntityPtr(Kem::Name const& name) {
       return;
    auto const dir = kemInterfaceInputVlan_.notifier();
    auto const input = dir->entity<Interface::Input::VlanIntfAddr>(name);
-   if (!input) {
-      if (dir->entityPtr(name))
-         KEM_TRACE(vlanIntfAddrsTrace, 0,
-                   "interface/input/vlan/" << name << " is no Interface::Input::VlanIntfAddr: ignored");
-      if (inputVlanIntfAddr_.erase(name))
-         for (auto const& [intfId, entry] : vlanIntfSm_.vlanIntfConfig())
-            entry->handleMacAddrWithRetry();
-      return;
-   }
-   auto const reactor =
-       *inputVlanIntfAddr_.findOrInsert(name, [&] { return Kem::makePtr<KemInputVlanIntfAddr>(*this); })
-            .first;
-   reactor->notifierIs(input);
-   handleInputVlanIntfMacAddr(*input);
+   if (!input && dir->entityPtr(name))
+      KEM_TRACE(vlanIntfAddrsTrace, 0,
+                "interface/input/vlan/" << name << " is no Interface::Input::VlanIntfAddr: ignored");
+   if (followEntities())
+      for (auto const& [intfId, entry] : vlanIntfSm_.vlanIntfConfig())
+         entry->handleMacAddrWithRetry();
+   else if (input)
+      handleInputVlanIntfMacAddr(*input);
+}
+
+// All of them, since several may have changed in one turn: one publisher that takes over from another is no
+// second one. True when one of those before is gone or is another record.
+bool VlanIntfAddrs::followEntities() {
+   auto const dir = kemInterfaceInputVlan_.notifier();
+   std::vector<Kem::Name> gone;
+   for (auto const& [name, reactor] : inputVlanIntfAddr_)
+      if (reactor->notifier().ptr() != dir->entity<Interface::Input::VlanIntfAddr>(name).ptr())
+         gone.push_back(name);
+   for (auto const& name : gone)
+      inputVlanIntfAddr_.erase(name);
+   for (auto const& [name, entity] : dir->entities())
+      if (auto const input = dir->entity<Interface::Input::VlanIntfAddr>(name)) {
+         auto const reactor =
+             *inputVlanIntfAddr_.findOrInsert(name, [&] { return Kem::makePtr<KemInputVlanIntfAddr>(*this); })
+                  .first;
+         reactor->notifierIs(input);
+      }
+   return !gone.empty();
 }
 
 void VlanIntfAddrs::handleInputVlanIntfMacAddr(Interface::Input::VlanIntfAddr const& input) {

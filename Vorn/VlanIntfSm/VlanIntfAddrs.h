@@ -35,6 +35,7 @@ class VlanIntfAddrs final : public Kem::StateMachine {
       visit(kemInterfaceInputVlan_, inputVlanIntfAddr_);
    }
    void handleEntityPtr(Kem::Name const& name);
+   bool followEntities();
    void handleInputVlanIntfMacAddr(Interface::Input::VlanIntfAddr const& input);
    void handleInputVlanIntf(Sulvi::IntfId intfId);
 

@@ -5,6 +5,8 @@
 #include "Sulvi/KernelDeviceName.h"
 #include "Vorn/BridgingSm/CpuPort.h"
 
+#include <utility>
+
 namespace Vorn {
 
 namespace {
@@ -51,6 +53,9 @@ void VlanIntfSm::handleInitialized() {
       handleIntfStatus(intfId);
    for (auto const& [intfId, local] : in_.vlanIntfStatusLocalDir->intfStatusLocal())
       handleIntfStatusLocal(intfId);
+   for (auto const& [name, device] : in_.kernelIntfCollection->interfaceByName())
+      if (Sulvi::vlanIdFromDeviceName(name))
+         static_cast<void>(isAnotherDevice(name));
    handleInterfaceByName(in_.fabricDeviceName);
    for (auto const& [vlanId, isSecondary] : in_.privateVlanLibState->secondaryVlan())
       handleSecondaryVlan(vlanId);
@@ -85,24 +90,43 @@ void VlanIntfSm::vlanIntfConfigAfterCodefDel(Sulvi::IntfId intfId) {
 void VlanIntfSm::handleInterfaceByName(Kem::String8 const& name) {
    auto const device = in_.kernelIntfCollection->interfaceByName(name);
    if (name == in_.fabricDeviceName) {
+      if (device && fabricInterfaceReactor_ && fabricInterfaceReactor_->isOf(*device))
+         return;
+      // What was on the one before is gone with it, in every namespace.
       fabricInterfaceReactor_ = nullptr;
-      if (device) {
+      fabricUpIs(false);
+      if (device)
          fabricInterfaceReactor_ = Kem::makeInitialized<FabricInterfaceReactor>(*this, device);
-      } else {
+      else
          KEM_TRACE(vlanIntfSmTrace, 1, name << ": Unable to find fabric device in kernelIntfCollection");
-         fabricUpIs(false); // what was on it is gone with it
-      }
+      evaluateInterfaceConfiguration();
       return;
    }
-   // One of ours that went without our doing.
    auto const vlanId = Sulvi::vlanIdFromDeviceName(name);
-   auto const entry = vlanId && !device ? vlanIntfConfig(vlanIntfIdOf(*vlanId)) : nullptr;
+   if (!vlanId)
+      return;
+   // One of ours that went, or was made again, without our doing. One that we made again is evaluated once more,
+   // which changes nothing.
+   bool const isTheOneBefore = !isAnotherDevice(name);
+   auto const entry = isTheOneBefore ? nullptr : vlanIntfConfig(vlanIntfIdOf(*vlanId));
    if (entry && entry->initialized() && deviceVlanId(name) != 0 &&
        entry->vlanIntfStatusLocal()->netNsName().isDefault()) {
-      KEM_TRACE(vlanIntfSmTrace, 1, name << " is gone: " << entry->intfId() << " is evaluated again");
+      KEM_TRACE(vlanIntfSmTrace, 1,
+                name << (device ? " is another device: " : " is gone: ") << entry->intfId()
+                     << " is evaluated again");
       intfBackLogIs(entry->intfId(), true);
       armIntfConfigClock();
    }
+}
+
+// Whether there was a device of that name in the picture of the kernel's devices, and it is gone or another one now.
+bool VlanIntfSm::isAnotherDevice(Kem::String8 const& deviceName) {
+   auto const index = kernelDeviceIndex(deviceName);
+   auto const [known, isNew] = knownIndexes_.findOrInsert(deviceName, [&] { return index; });
+   auto const before = std::exchange(*known, index);
+   if (index == 0)
+      knownIndexes_.erase(deviceName);
+   return index == 0 || (!isNew && before != index);
 }
 
 uint32_t VlanIntfSm::kernelDeviceIndex(Kem::String8 const& deviceName) const {
@@ -142,11 +166,19 @@ void VlanIntfSm::handleIntfStatus(Sulvi::IntfId intfId) {
       else
          entry->handleIntfStatusGone();
    }
+   dropConfigOf(intfId);
    auto const& mirrored = in_.kernelOperStateRoot->intfStatusDir();
    if (status)
       mirrored->intfStatusIs(status);
    else
       mirrored->intfStatusDel(intfId);
+}
+
+// What an earlier run wrote into the status of an interface that is no longer configured.
+void VlanIntfSm::dropConfigOf(Sulvi::IntfId intfId) {
+   auto const status = in_.vlanIntfStatusDir->intfStatus(intfId);
+   if (status && !standbyMode_ && !vlanInterfaces_.find(intfId))
+      status->intfConfigIs(nullptr);
 }
 
 void VlanIntfSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
@@ -207,6 +239,8 @@ void VlanIntfSm::handleStandbyMode() {
    KEM_TRACE(vlanIntfSmTrace, 0, "Transitioning to active mode: doing handleInitialized");
    for (auto const& [intfId, entry] : vlanIntfConfig_)
       entry->handleInitialized();
+   for (auto const& [intfId, status] : in_.vlanIntfStatusDir->intfStatus())
+      dropConfigOf(intfId);
 }
 
 // --- What VlanIntfCommon asks for.

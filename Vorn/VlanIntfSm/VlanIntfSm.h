@@ -112,7 +112,9 @@ class VlanIntfSm final : public VlanIntfCommon {
    };
    void forEachPart(Kem::PartVisitor const& visit) override;
    void handleInterfaceByName(Kem::String8 const& name);
+   bool isAnotherDevice(Kem::String8 const& deviceName);
    void handleIntfStatus(Sulvi::IntfId intfId);
+   void dropConfigOf(Sulvi::IntfId intfId);
    void handleIntfStatusLocal(Sulvi::IntfId intfId);
    void handleSecondaryVlan(Bridging::VlanId vlanId);
    void handleBridgingMaxFrameSize();
@@ -127,6 +129,7 @@ class VlanIntfSm final : public VlanIntfCommon {
    Kem::Ptr<VlanIntfConfigCodef> vlanIntfConfigCodef_;       // null before handleInitialized()
    Kem::Ptr<FabricInterfaceReactor> fabricInterfaceReactor_; // null without a fabric device
    Kem::Ptr<VlanIntfAddrs> const vlanIntfAddrs_;
+   Kem::ValueMap<Kem::String8, uint32_t> knownIndexes_; // of devices "vlanN" of the default namespace
    KemKernelIntfCollection kemKernelIntfCollection_{*this};
    KemStatusDir kemStatusDir_{*this};
    KemStatusLocalDir kemStatusLocalDir_{*this};
