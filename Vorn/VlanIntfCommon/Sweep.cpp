@@ -29,9 +29,9 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
       sweepAgainIn(ns);
    for (auto const& [ifName, device] : root->interfaceByName()) {
       KEM_TRACE(sweepTrace, 8, "Found device: " << ifName);
-      if (isOfOthers(ifName, socketFd))
-         continue;
       if (!intfPresentInConfig(ifName)) {
+         if (isOfOthers(ifName, socketFd))
+            continue;
          KEM_TRACE(sweepTrace, 3, ifName << " did not find device in intfConfig");
          if (destroyVlanDevice(ifName, socketFd) >= 0)
             KEM_TRACE(sweepTrace, 1, "deleted unneeded kernel device: " << ifName);
@@ -40,7 +40,7 @@ void VlanIntfCommon::doRemoveUnneededVlanNetworkDevices(int socketFd, Sulvi::Nam
       if (!intfPresentInStatus(ifName))
          continue;
       auto const isl = intfStatusLocal(ifName);
-      if (!isl || keyOf(isl->netNsName()) == keyOf(ns))
+      if (!isl || keyOf(isl->netNsName()) == keyOf(ns) || isOfOthers(ifName, socketFd))
          continue;
       auto const otherNs = isl->netNsName();
       if (destroyVlanDevice(ifName, socketFd) < 0)
