@@ -115,27 +115,24 @@ double raw(Size const& size) {
                  [&](Bench::VlanLink const& link, char const*) { maker.make(link, bridgeAddress, mtu); });
 }
 
-// The agent's calls alone, with a listener as it has one, who reads as often.
-void measureSteps(Size const& size) {
-   Bench::StepMaker maker;
+// The agent's calls alone, with a listener as it has one, who reads after each 64 devices.
+double bySteps(Size const& size, Bench::StepMaker& maker) {
    Bench::LinkNews news;
-   double reading = 0;
-   unsigned count = 0, heard = 0;
-   double const time = timeOf(size, [&](Bench::VlanLink const& link, char const* base) {
+   unsigned count = 0;
+   return timeOf(size, [&](Bench::VlanLink const& link, char const* base) {
       maker.make(link, base, bridgeAddress, mtu);
-      if (++count % 64 != 0)
-         return;
-      double const start = Kem::now();
-      heard += news.count().changed;
-      reading += Kem::now() - start;
+      if (++count % 64 == 0)
+         news.count();
    });
-   double const each = 1e6 / size.all();
-   std::printf("%u VLAN interfaces, %u subinterfaces, by the agent's calls alone: %.3f s; us for each:\n",
-               size.vlanIntfs, size.subIntfs, time);
+}
+
+// What each of them costs, with the clock.
+void tableOfSteps(Size const& size) {
+   Bench::StepMaker maker(true);
+   bySteps(size, maker);
+   std::printf("%u VLAN interfaces, %u subinterfaces, us for each:\n", size.vlanIntfs, size.subIntfs);
    for (auto const& step : maker.steps())
-      std::printf("   %-24s %7.1f\n", step.name, step.seconds * each);
-   std::printf("   %-24s %7.1f   (%.1f of them)\n", "news read", reading * each, double(heard) / size.all());
-   std::printf("   %-24s %7.1f\n", "one request, without agent", raw(size) * each);
+      std::printf("   %-24s %7.1f\n", step.name, step.seconds / size.all() * 1e6);
    std::fflush(stdout);
 }
 
@@ -308,30 +305,45 @@ Figures withAgent(Size const& size) {
 
 // --- The runs.
 
+// Of several runs.
+struct Times {
+   std::vector<double> all;
+   void add(double time) { all.push_back(time); }
+   double median() const { return Bench::medianOf(all); }
+   double lowest() const { return *std::min_element(all.begin(), all.end()); }
+};
+
 void measure(Size const& size, unsigned repeat) {
-   std::vector<double> raws, mades, ratios, restarts, agents, databases, subscribers;
+   Times raws, steps, mades, restarts, agents, databases, subscribers;
    unsigned changed = 0, deleted = 0;
    for (unsigned i = 0; i < repeat; ++i) {
-      raws.push_back(raw(size));
+      raws.add(raw(size));
+      Bench::StepMaker maker(false);
+      steps.add(bySteps(size, maker));
       auto const figures = withAgent(size);
-      mades.push_back(figures.made);
-      ratios.push_back(figures.made / raws.back());
-      restarts.push_back(figures.restart);
-      agents.push_back(figures.agent);
-      databases.push_back(figures.database);
-      subscribers.push_back(figures.subscriber);
+      mades.add(figures.made);
+      restarts.add(figures.restart);
+      agents.add(figures.agent);
+      databases.add(figures.database);
+      subscribers.add(figures.subscriber);
       changed += figures.changed;
       deleted += figures.deleted;
    }
-   auto const [low, high] = std::minmax_element(ratios.begin(), ratios.end());
-   using Bench::medianOf;
-   std::printf(
-       "%u VLAN interfaces, %u subinterfaces: raw %.3f s, agent %.3f s (%.0f us each), ratio %.2f (%.2f to "
-       "%.2f); processor: agent %.3f s, database %.3f s, subscriber %.3f s; restart %.3f s, news of "
-       "devices: %u changed, %u deleted\n",
-       size.vlanIntfs, size.subIntfs, medianOf(raws), medianOf(mades), medianOf(mades) / size.all() * 1e6,
-       medianOf(ratios), *low, *high, medianOf(agents), medianOf(databases), medianOf(subscribers),
-       medianOf(restarts), changed, deleted);
+   std::printf("%u VLAN interfaces, %u subinterfaces, median (lowest) of %u:\n", size.vlanIntfs,
+               size.subIntfs, repeat);
+   auto const line = [&](char const* what, Times const& times) {
+      std::printf("   %-24s %7.3f s (%7.3f), %5.0f us (%5.0f) each, %.2f (%.2f) times raw\n", what,
+                  times.median(), times.lowest(), times.median() / size.all() * 1e6,
+                  times.lowest() / size.all() * 1e6, times.median() / raws.median(),
+                  times.lowest() / raws.lowest());
+   };
+   line("raw, one request", raws);
+   line("the agent's calls alone", steps);
+   line("the agent", mades);
+   line("restart until settled", restarts);
+   std::printf("   processor time: agent %.2f s, database %.2f s, subscriber %.2f s\n", agents.median(),
+               databases.median(), subscribers.median());
+   std::printf("   news of devices at the restarts: %u changed, %u deleted\n", changed, deleted);
    std::fflush(stdout);
 }
 
@@ -367,7 +379,7 @@ int main(int argc, char** argv) {
    }
    for (unsigned const size : sizes)
       if (hasSteps)
-         measureSteps(Size(size));
+         tableOfSteps(Size(size));
       else
          measure(Size(size), repeat);
    return 0;
