@@ -55,6 +55,13 @@ int setKernelDeviceMacAddress(Kem::String8 const& name, Sulvi::EthAddr const& ad
    return result;
 }
 
+std::optional<bool> isInterfaceUp(Kem::String8 const& name, int fd) {
+   auto request = requestFor(name);
+   if (Netlink::kernel().ioctl(fd, SIOCGIFFLAGS, &request) < 0)
+      return std::nullopt;
+   return static_cast<bool>(request.ifr_flags & IFF_UP);
+}
+
 int setInterfaceUpOrDownInternal(Kem::String8 name, bool up, int fd, int* err, bool* wasSwitched) {
    if (wasSwitched)
       *wasSwitched = false;

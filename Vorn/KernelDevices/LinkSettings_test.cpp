@@ -123,6 +123,18 @@ TEST_F(LinkSettingsTest, theStateThatIsThereIsNotWritten) {
    EXPECT_EQ(trace.take(), (LinkLines{"Interface vlan10 is already down", "Interface vlan10 is already up"}));
 }
 
+TEST_F(LinkSettingsTest, theStateCanBeAskedFor) {
+   EXPECT_EQ(Vorn::isInterfaceUp("vlan10", 5), false);
+   kernel.onIoctl = [](unsigned long, void* argument) {
+      static_cast<ifreq*>(argument)->ifr_flags = IFF_UP;
+      return 0;
+   };
+   EXPECT_EQ(Vorn::isInterfaceUp("vlan10", 5), true);
+   kernel.onIoctl = [](unsigned long, void*) { return ENODEV; };
+   EXPECT_EQ(Vorn::isInterfaceUp("vlan10", 5), std::nullopt);
+   EXPECT_EQ(trace.take(), LinkLines{});
+}
+
 TEST_F(LinkSettingsTest, failuresGiveTheirErrno) {
    int error = 0;
    kernel.onIoctl = [](unsigned long, void*) { return ENODEV; };

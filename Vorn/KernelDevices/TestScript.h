@@ -86,7 +86,7 @@ class ScriptedKernel final : public Netlink::Kernel {
       errno = error ? error : errno;
       return error ? -1 : 0;
    }
-   unsigned ifNametoindex(char const*) override { return 7; }
+   unsigned ifNametoindex(char const*, int) override { return 7; }
    int socketAt(int, int, int, Sulvi::NamespaceName const&) override { std::abort(); }
    int getnsByName(Sulvi::NamespaceName const&, int) override { return 0x01020304; }
    int close(int) override { return closeResult; }

@@ -48,7 +48,8 @@ void fill(LinkRequest& request, uint32_t baseIndex, Kem::String8 const& deviceNa
    header->nlmsg_len = NLMSG_LENGTH(sizeof(ifinfomsg));
    header->nlmsg_type = RTM_NEWLINK;
    header->nlmsg_flags = NLM_F_REQUEST | NLM_F_EXCL | NLM_F_CREATE;
-   header->nlmsg_pid = static_cast<uint32_t>(getpid());
+   static auto const pid = static_cast<uint32_t>(getpid()); // which doesn't change, and is a call each time
+   header->nlmsg_pid = pid;
    ifinfomsg link{};
    link.ifi_family = AF_PACKET;
    std::memcpy(NLMSG_DATA(header), &link, sizeof link);
@@ -70,7 +71,7 @@ void fill(LinkRequest& request, uint32_t baseIndex, Kem::String8 const& deviceNa
 VlanCreateStatus createVlanDevice(Kem::String8 const& baseDeviceName, Kem::String8 const& deviceName,
                                   uint16_t vlanId, int fd, Sulvi::NamespaceName dstNs) {
    auto& kernel = Netlink::kernel();
-   uint32_t const baseIndex = kernel.ifNametoindex(baseDeviceName.charPtr());
+   uint32_t const baseIndex = kernel.ifNametoindex(baseDeviceName.charPtr(), fd);
    if (baseIndex == 0) {
       KEM_TRACE(vlanDeviceTrace, 0,
                 "if_nametoindex() error adding Vlan " << vlanId << " to interface " << baseDeviceName << " "

@@ -4,6 +4,7 @@
 #include "Kem/Trace.h"
 #include "Sulvi/KernelDeviceName.h"
 #include "Vorn/KernelDevices/DeviceAbility.h"
+#include "Vorn/KernelDevices/LinkSettings.h"
 #include "Vorn/Rules/SubIntfIds.h"
 
 #include <net/if.h>
@@ -275,8 +276,11 @@ void SubIntfSm::handleKernelDeviceFlags(Kem::String8 const& name) {
       return;
    }
    auto const device = in_.kernelIntfCollection->interfaceByName(name);
-   bool const isUp = device && device->flags() & IFF_UP;
-   if (own->initialized() && device && isUp != own->isOperUp())
+   if (!own->initialized() || !device || bool(device->flags() & IFF_UP) == own->isOperUp())
+      return;
+   // The picture may be behind, with the next news still to be read.
+   int const fd = nsSocketFdFromIntfStatusLocal(own->subIntfStatusLocal());
+   if (isInterfaceUp(name, fd) != own->isOperUp())
       evaluateLater(own->intfId());
 }
 

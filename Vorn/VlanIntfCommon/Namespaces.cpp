@@ -101,6 +101,7 @@ void VlanIntfCommon::handleNsByName() {
 }
 
 void VlanIntfCommon::handleNsByName(Sulvi::NamespaceName const& name) {
+   in_.kernelOperStateManager->netNsDel(name);
    auto const netNs = in_.netNsCollection->netNsByName(name);
    if (netNs) {
       auto const reactor = *kemNetNs_.findOrInsert(name, [&] { return Kem::makePtr<KemNetNs>(*this); }).first;

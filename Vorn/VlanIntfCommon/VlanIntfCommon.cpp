@@ -147,11 +147,11 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
       return true;
    }
 
-   // A device of another VLAN, or in another namespace, is destroyed there and made afresh.
+   // A device of another VLAN, or in another namespace, is destroyed there and made afresh. One that the picture of
+   // the kernel doesn't show yet is found by takeOverOrRemake.
    auto const current = deviceVlanId(deviceName);
    bool const isMoved =
-       srcNs != dstNs && (current != 0 || !isl->netNsName().empty() ||
-                          existingDevice(deviceName, srcSockFd).kind != ExistingDevice::none);
+       srcNs != dstNs && (current != 0 || !isl->netNsName().empty() || kernelDeviceIndex(deviceName) != 0);
    if ((current != 0 && current != vlanId) || isMoved)
       doDestroyVlanDevice(deviceName, isl, 0);
 
@@ -194,7 +194,11 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
       handleMacAddr(true, intfId, deviceName);
       if (!isStandbyMode())
          intfStatus->deviceNameIs(deviceName);
-      if (in_.kernelOperStateRoot->intfStatusOperStatusSm()->doSyncIntfStatus(intfId) != 0)
+      // A new device has been told that it is dormant, in doCreateVlanDevice.
+      auto const fresh = ret == VlanCreated && !kernelCallFailed_
+                             ? std::optional(IntfOperStatus::intfOperDormant)
+                             : std::nullopt;
+      if (in_.kernelOperStateRoot->intfStatusOperStatusSm()->doSyncIntfStatus(intfId, fresh) != 0)
          kernelCallFailed_ = true;
    }
    continueProcessing_ = true;

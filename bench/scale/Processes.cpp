@@ -15,7 +15,8 @@
 
 namespace Bench {
 
-AgentProcess::AgentProcess(std::string const& binFolder, std::string const& socketPath, bool hasTraceFile) {
+AgentProcess::AgentProcess(std::string const& binFolder, std::string const& socketPath, bool hasTraceFile,
+                           Network network) {
    int ends[2];
    if (pipe2(ends, O_CLOEXEC) != 0)
       std::exit(1);
@@ -23,7 +24,8 @@ AgentProcess::AgentProcess(std::string const& binFolder, std::string const& sock
       std::filesystem::create_directory(traceFolder(socketPath));
    pid_ = fork();
    if (pid_ == 0) {
-      static_cast<void>(Tests::enterOwnNetwork());
+      if (network == Network::own)
+         static_cast<void>(Tests::enterOwnNetwork());
       dup2(ends[1], 2);
       if (hasTraceFile)
          setenv("ZIVLOGDIR", traceFolder(socketPath).c_str(), 1);

@@ -11,7 +11,12 @@ namespace Bench {
 // returns when it is ready, and ends the program with a message when it doesn't get so far.
 class AgentProcess {
   public:
-   AgentProcess(std::string const& binFolder, std::string const& socketPath, bool hasTraceFile);
+   enum class Network {
+      own, // without devices, where the user may
+      ours,
+   };
+   AgentProcess(std::string const& binFolder, std::string const& socketPath, bool hasTraceFile,
+                Network network = Network::own);
    ~AgentProcess();
    AgentProcess(AgentProcess const&) = delete;
    AgentProcess& operator=(AgentProcess const&) = delete;

@@ -15,8 +15,9 @@ namespace {
 
 Kem::TraceFacility managerTrace("KernelNetworkInfo");
 
-// Datagrams in one turn of the loop, so that a storm of them doesn't keep everything else waiting.
-constexpr int maxDatagramsPerTurn = 64;
+// Datagrams in one turn of the loop, so that a storm of them doesn't keep everything else waiting. They are some
+// milliseconds, and the news of the devices that one slice of evaluations made.
+constexpr int maxDatagramsPerTurn = 1024;
 constexpr int maxLosses = 16; // one after the other, before the socket counts as failed
 
 } // namespace
@@ -63,7 +64,7 @@ void Manager::handleReadable() {
       bell_.descriptorIs(-1); // for good: what is left unread would ring again and again
       return;
    }
-   for (int count = 0; count < maxDatagramsPerTurn && readOne(); ++count) {
+   for (int count = 0; (count < maxDatagramsPerTurn || channel_->hasMore()) && readOne(); ++count) {
    }
 }
 

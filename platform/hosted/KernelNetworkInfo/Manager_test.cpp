@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <map>
 #include <optional>
 
@@ -55,6 +56,44 @@ struct KernelNetworkInfoManagerTest : testing::Test {
    Kem::Ptr<KernelNetworkInfo::Root> root = KernelNetworkInfo::Root::make();
    Kem::Ptr<Manager> manager;
 };
+
+// A channel that reads all that there is with the first datagram: its descriptor tells of nothing more then.
+class EagerChannel final : public Netlink::Channel {
+  public:
+   int descriptor() const override { return bell_.descriptor(); }
+   int send(std::string_view message) override {
+      news.push_back(doneMessage(Netlink::fixedFrom<nlmsghdr>(message)->nlmsg_seq));
+      return 0;
+   }
+   Netlink::Received receive() override {
+      static_cast<void>(bell_.receive());
+      if (news.empty())
+         return {};
+      current_ = std::move(news.front());
+      news.pop_front();
+      return {Netlink::Received::datagram, current_, 0};
+   }
+   bool hasMore() const override { return !news.empty(); }
+   void ring() { bell_.deliver(""); }
+
+   std::deque<std::string> news;
+
+  private:
+   Netlink::TestChannel bell_;
+   std::string current_;
+};
+
+TEST_F(KernelNetworkInfoManagerTest, whatTheDescriptorDoesNotTellOfIsReadInTheSameTurn) {
+   auto owned = std::make_unique<EagerChannel>();
+   auto& eager = *owned;
+   manager = Kem::makePtr<Manager>(Kem::activityManager()->config(), root, std::move(owned));
+   constexpr int count = 5000;
+   for (int index = 1; index <= count; ++index)
+      eager.news.push_back(linkMessage(RTM_NEWLINK, index, "eth" + std::to_string(index)));
+   eager.ring();
+   run();
+   EXPECT_EQ(devices().size(), size_t(count));
+}
 
 TEST_F(KernelNetworkInfoManagerTest, devicesAreThereWhenItIsMade) {
    start({{"eth0", 1}, {"lo", 0x49}});

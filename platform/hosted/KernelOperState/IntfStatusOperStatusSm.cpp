@@ -52,6 +52,7 @@ void IntfStatusOperStatusSm::handleIntfStatusLocal(Sulvi::IntfId intfId) {
 }
 
 void IntfStatusOperStatusSm::handleNetNs(Sulvi::NamespaceName const& netNs) {
+   kosm_->netNsDel(netNs);
    if (!netNsCollection_->netNsByName(netNs) || !intfStatusLocalDir_)
       return;
    // A new namespace with that name, so nothing that was sent to the previous one counts.
@@ -71,9 +72,15 @@ void IntfStatusOperStatusSm::handleChange(Sulvi::IntfId intfId) {
       tell(intfId, now);
 }
 
-int IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId) {
+int IntfStatusOperStatusSm::doSyncIntfStatus(Sulvi::IntfId intfId,
+                                             std::optional<Interface::IntfOperStatus> fresh) {
    Told now;
-   return wanted(intfId, now) ? tell(intfId, now) : 0;
+   if (!wanted(intfId, now))
+      return 0;
+   if (!fresh || kernelOperState(*fresh) != kernelOperState(now.operStatus))
+      return tell(intfId, now);
+   isTold(intfId, now);
+   return 0;
 }
 
 // Whatever was in the way may have passed without a notification.
@@ -102,19 +109,23 @@ bool IntfStatusOperStatusSm::wanted(Sulvi::IntfId intfId, Told& told) const {
 }
 
 int IntfStatusOperStatusSm::tell(Sulvi::IntfId intfId, Told const& told) {
-   told_.erase(intfId);
    int const error = kosm_->doSetOperState(told.deviceName, told.operStatus, told.netNsName);
    if (error == 0) {
-      told_.findOrInsert(intfId, [&] { return told; });
-      refused_.erase(intfId);
+      isTold(intfId, told);
       return 0;
    }
+   told_.erase(intfId);
    refused_.findOrInsert(intfId, [] { return true; });
    if (kemClock_.timeMin() == Kem::never) {
       retryPause_ = firstRetry;
       kemClock_.timeMinIs(Kem::now() + retryPause_);
    }
    return error;
+}
+
+void IntfStatusOperStatusSm::isTold(Sulvi::IntfId intfId, Told const& told) {
+   *told_.findOrInsert(intfId, [] { return Told(); }).first = told;
+   refused_.erase(intfId);
 }
 
 } // namespace KernelOperState

@@ -28,6 +28,8 @@
 #include "records/KernelOperState/IntfStatusDir.h"
 #include "records/KernelOperState/IntfStatusLocalDir.h"
 
+#include <optional>
+
 namespace Kem {
 class ActivityConfig;
 }
@@ -48,8 +50,9 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
                           Kem::Ptr<KernelNetNsInfo::Root const> netNsCollection);
 
    // Sends the state of that interface to the kernel now, whatever it was before. 0 when the kernel took it, or
-   // the interface doesn't take part; else an errno.
-   int doSyncIntfStatus(Sulvi::IntfId intfId);
+   // the interface doesn't take part; else an errno. `fresh` is what the caller has told the kernel since the device
+   // was made or switched: a state that means the same to the kernel isn't sent again.
+   int doSyncIntfStatus(Sulvi::IntfId intfId, std::optional<Interface::IntfOperStatus> fresh = {});
 
   private:
    // --- Reactions.
@@ -105,6 +108,7 @@ class IntfStatusOperStatusSm final : public Kem::StateMachine {
    };
    bool wanted(Sulvi::IntfId intfId, Told& told) const; // false: the interface doesn't take part
    int tell(Sulvi::IntfId intfId, Told const& told);    // 0 or an errno
+   void isTold(Sulvi::IntfId intfId, Told const& told);
 
    Kem::Ptr<IntfStatusDir const> intfStatusDir_;
    Kem::Ptr<IntfStatusLocalDir const> intfStatusLocalDir_;

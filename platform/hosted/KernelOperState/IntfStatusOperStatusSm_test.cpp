@@ -119,6 +119,36 @@ TEST_F(IntfStatusOperStatusSmTest, doSyncTellsInAnyCase) {
    EXPECT_EQ(kernel.take(), "");
 }
 
+TEST_F(IntfStatusOperStatusSmTest, doSyncTellsNothingThatTheCallerHasJustTold) {
+   startWithInterface();
+   EXPECT_EQ(sm->doSyncIntfStatus("Vlan10", IntfOperStatus::intfOperUp), 0);
+   EXPECT_EQ(kernel.take(), "");
+   EXPECT_EQ(sm->doSyncIntfStatus("Vlan10", IntfOperStatus::intfOperDormant), 0);
+   EXPECT_EQ(kernel.take(), ":vlan10=6;");
+   status->operStatusIs(IntfOperStatus::intfOperLowerLayerDown); // which is dormant to the kernel
+   EXPECT_EQ(sm->doSyncIntfStatus("Vlan10", IntfOperStatus::intfOperDormant), 0);
+   EXPECT_EQ(settled(), "");
+   status->operStatusIs(IntfOperStatus::intfOperUp);
+   EXPECT_EQ(settled(), ":vlan10=6;");
+}
+
+TEST_F(IntfStatusOperStatusSmTest, namespaceThatGoesIsLetGo) {
+   local->netNsNameIs("red");
+   namespaces->netNsByNameIs("red");
+   dir->intfStatusIs(status);
+   localDir->intfStatusLocalIs(local);
+   start();
+   EXPECT_EQ(kernel.take(), "red:vlan10=6;");
+   status->operStatusIs(IntfOperStatus::intfOperDown);
+   EXPECT_EQ(settled(), "red:vlan10=5;");
+   EXPECT_EQ(kernel.opened, "red;");
+   namespaces->netNsByNameDel("red");
+   EXPECT_EQ(settled(), "");
+   namespaces->netNsByNameIs("red");
+   EXPECT_EQ(settled(), "red:vlan10=5;");
+   EXPECT_EQ(kernel.opened, "red;red;");
+}
+
 TEST_F(IntfStatusOperStatusSmTest, namespaceThatComesIntoBeingIsToldOfItsDevices) {
    local->netNsNameIs("red");
    kernel.hasNamespaces = false;

@@ -27,6 +27,10 @@ Netlink::MessageBuilder setOperState(Kem::String8 const& deviceName, Interface::
    return request;
 }
 
+std::string keyOf(Sulvi::NamespaceName const& netNs) {
+   return netNs.isDefault() ? std::string() : netNs.stringValue().str();
+}
+
 } // namespace
 
 uint8_t kernelOperState(Interface::IntfOperStatus status) {
@@ -47,8 +51,7 @@ int KernelOperStateManager::doSetOperState(Kem::String8 const& deviceName, Inter
    // A longer name would be refused as one that is out of range; an empty one would mean no device at all.
    int error = ENODEV;
    if (!deviceName.empty() && deviceName.size() < IFNAMSIZ) {
-      std::unique_ptr<Netlink::Channel> visiting;
-      auto& channel = netNs.isDefault() ? ownChannel_ : visiting;
+      auto& channel = channels_[keyOf(netNs)];
       if (!channel)
          channel = openChannel_(netNs);
       error = channel ? Netlink::transact(*channel, setOperState(deviceName, status)) : errno;
@@ -63,6 +66,11 @@ int KernelOperStateManager::doSetOperState(Kem::String8 const& deviceName, Inter
                 "state of device " << deviceName << " in namespace \"" << netNs << "\" set to "
                                    << static_cast<unsigned>(kernelOperState(status)));
    return error;
+}
+
+void KernelOperStateManager::netNsDel(Sulvi::NamespaceName const& netNs) {
+   if (!netNs.isDefault())
+      channels_.erase(keyOf(netNs));
 }
 
 } // namespace KernelOperState

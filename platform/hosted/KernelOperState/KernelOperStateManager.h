@@ -1,4 +1,4 @@
-// Sets the operational state of a kernel device. It keeps nothing and tries nothing again; what state a
+// Sets the operational state of a kernel device. It keeps no state and tries nothing again; what state a
 // device should have is for its caller to know (IntfStatusOperStatusSm).
 //
 // The kernel lets a process say three states of a device: up, dormant and testing. It knows the others by
@@ -22,7 +22,9 @@
 #include "records/Interface/types.h"
 
 #include <functional>
+#include <map>
 #include <memory>
+#include <string>
 
 namespace KernelOperState {
 
@@ -38,12 +40,14 @@ class KernelOperStateManager final : public Kem::PtrInterface {
    // 0, or an errno: ENODEV where there is no such device. It doesn't wait for anything.
    int doSetOperState(Kem::String8 const& deviceName, Interface::IntfOperStatus status,
                       Sulvi::NamespaceName const& netNs = {});
+   // The namespace went, or its name means another one now: it is entered afresh for the next request. Until then the
+   // channel in it keeps the namespace alive.
+   void netNsDel(Sulvi::NamespaceName const& netNs);
 
   private:
+   // By namespace, empty for the default one, which stays.
+   std::map<std::string, std::unique_ptr<Netlink::Channel>> channels_;
    ChannelFactory openChannel_;
-   // Of the default namespace, which stays. Those of others are opened for each request: a name can come to
-   // mean another namespace.
-   std::unique_ptr<Netlink::Channel> ownChannel_;
 };
 
 // The number of a state in the kernel, IF_OPER_UP and the like of linux/if.h.

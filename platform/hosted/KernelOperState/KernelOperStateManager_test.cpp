@@ -30,7 +30,7 @@ TEST(KernelOperStateManager, kernelIsToldOneOfTheThreeStatesThatItTakes) {
    }
 }
 
-TEST(KernelOperStateManager, namespaceIsEnteredForEachRequestAndTheOwnOneOnce) {
+TEST(KernelOperStateManager, namespaceIsEnteredOnceAndAgainAfterItWent) {
    KernelOperState::TestKernel kernel;
    auto const kosm = kernel.manager();
    for (int i = 0; i < 2; ++i) {
@@ -39,6 +39,12 @@ TEST(KernelOperStateManager, namespaceIsEnteredForEachRequestAndTheOwnOneOnce) {
       kosm->doSetOperState("c", IntfOperStatus::intfOperUp, "default");
    }
    EXPECT_EQ(kernel.take(), "red:a=6;:b=6;:c=6;red:a=6;:b=6;:c=6;");
+   EXPECT_EQ(kernel.opened, "red;;");
+   kosm->netNsDel("red");
+   kosm->netNsDel("default");
+   kosm->netNsDel("blue");
+   kosm->doSetOperState("a", IntfOperStatus::intfOperUp, "red");
+   kosm->doSetOperState("b", IntfOperStatus::intfOperUp);
    EXPECT_EQ(kernel.opened, "red;;red;");
 }
 

@@ -32,6 +32,9 @@ class Channel {
    virtual int send(std::string_view message) = 0;
    // The next datagram of the kernel, without waiting for one.
    virtual Received receive() = 0;
+   // Whether receive() has more that the descriptor doesn't tell of, since it was read from there together with
+   // what receive() gave last.
+   virtual bool hasMore() const { return false; }
 };
 
 class MessageBuilder;

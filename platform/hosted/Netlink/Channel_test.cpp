@@ -1,10 +1,14 @@
 #include "Netlink/Channel.h"
 
+#include "Netlink/Kernel.h"
 #include "Netlink/TestChannel.h"
 #include "Netlink/TestNamespace.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace {
@@ -86,6 +90,50 @@ TEST(NetlinkSocket, realKernelAnswersRequests) {
    EXPECT_EQ(ns.upIs("lo", true), 0);
    EXPECT_NE(ns.remove("lo"), 0) << "the kernel keeps that one";
    EXPECT_EQ(if_nametoindex("lo"), 1u);
+}
+
+TEST(NetlinkSocket, whatWasReadTogetherIsGivenInOrderAndToldOf) {
+   TestNamespace ns;
+   if (!ns.isEntered())
+      GTEST_SKIP() << "no right to make a network namespace";
+   Socket socket("", RTMGRP_LINK);
+   constexpr int changes = 50; // more than one batch
+   for (int i = 0; i < changes; ++i)
+      ASSERT_EQ(ns.upIs("lo", i % 2 == 0), 0);
+   EXPECT_FALSE(socket.hasMore());
+   int count = 0, hidden = 0;
+   for (Received received; (received = socket.receive()).kind == Received::datagram;)
+      forEachMessage(received.bytes, [&](Message const& message) {
+         bool const isUp = fixedFrom<ifinfomsg>(message.payload)->ifi_flags & IFF_UP;
+         EXPECT_EQ(isUp, count % 2 == 0) << count;
+         ++count;
+         pollfd bell = {socket.descriptor(), POLLIN, 0};
+         if (poll(&bell, 1, 0) == 0 && socket.hasMore())
+            ++hidden;
+      });
+   EXPECT_EQ(count, changes);
+   EXPECT_GT(hidden, 0) << "those of the last batch are not seen at the descriptor";
+   EXPECT_FALSE(socket.hasMore());
+}
+
+TEST(LinuxKernel, indexOfADeviceIsThatInTheNamespaceOfTheSocket) {
+   int const outside = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+   {
+      TestNamespace ns;
+      if (!ns.isEntered())
+         GTEST_SKIP() << "no right to make a network namespace";
+      if (int const error = ns.pairIs("left0", "right0"))
+         GTEST_SKIP() << "this kernel makes no pair of devices: " << strerror(error);
+      Socket route("", 0);
+      EXPECT_EQ(kernel().ifNametoindex("left0", route.descriptor()), if_nametoindex("left0"));
+      errno = 0;
+      EXPECT_EQ(kernel().ifNametoindex("left0", outside), 0u);
+      EXPECT_EQ(errno, ENODEV);
+      errno = 0;
+      EXPECT_EQ(kernel().ifNametoindex("sixteen-bytes-ab", route.descriptor()), 0u);
+      EXPECT_EQ(errno, ENODEV);
+   }
+   close(outside);
 }
 
 } // namespace

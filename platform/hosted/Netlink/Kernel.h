@@ -27,8 +27,9 @@ class Kernel {
 
    // --- Devices in the namespace of a socket. `argument` is what the request takes, see netdevice(7).
    virtual int ioctl(int fd, unsigned long request, void* argument) = 0;
-   // In the namespace of the process; 0 with errno when there is no such device.
-   virtual unsigned ifNametoindex(char const* name) = 0;
+   // As if_nametoindex(3), but in the namespace of a socket, which saves making one; 0 with errno when there is no
+   // such device.
+   virtual unsigned ifNametoindex(char const* name, int fd) = 0;
 
    // --- Sockets and namespaces.
    virtual int socketAt(int family, int type, int protocol, Sulvi::NamespaceName const& netNs) = 0;

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -40,8 +42,15 @@ int LinuxKernel::ioctl(int fd, unsigned long request, void* argument) {
    return ::ioctl(fd, request, argument);
 }
 
-unsigned LinuxKernel::ifNametoindex(char const* name) {
-   return ::if_nametoindex(name);
+unsigned LinuxKernel::ifNametoindex(char const* name, int fd) {
+   ifreq request{};
+   size_t const length = std::strlen(name);
+   if (length >= sizeof request.ifr_name) {
+      errno = ENODEV;
+      return 0;
+   }
+   std::memcpy(request.ifr_name, name, length);
+   return ::ioctl(fd, SIOCGIFINDEX, &request) < 0 ? 0 : static_cast<unsigned>(request.ifr_ifindex);
 }
 
 int LinuxKernel::socketAt(int family, int type, int protocol, Sulvi::NamespaceName const& netNs) {

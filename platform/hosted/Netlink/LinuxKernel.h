@@ -10,7 +10,7 @@ class LinuxKernel final : public Kernel {
    ssize_t sendmsg(int fd, msghdr const* message, int flags) override;
    ssize_t recvmsg(int fd, msghdr* message, int flags) override;
    int ioctl(int fd, unsigned long request, void* argument) override;
-   unsigned ifNametoindex(char const* name) override;
+   unsigned ifNametoindex(char const* name, int fd) override;
    int socketAt(int family, int type, int protocol, Sulvi::NamespaceName const& netNs) override;
    int getnsByName(Sulvi::NamespaceName const& netNs, int nsType) override;
    int close(int fd) override;

@@ -7,7 +7,10 @@
 #include "Netlink/Channel.h"
 #include "Sulvi/NamespaceName.h"
 
-#include <vector>
+#include <array>
+#include <linux/netlink.h>
+#include <memory>
+#include <sys/socket.h>
 
 namespace Netlink {
 
@@ -26,17 +29,30 @@ class Socket final : public Channel {
    int descriptor() const override { return fd_; }
    int send(std::string_view message) override;
    Received receive() override;
+   bool hasMore() const override { return at_ < count_; }
 
   private:
+   // Datagrams that one call of the kernel reads at most. A device that is made brings five or six.
+   static constexpr unsigned batch = 16;
    // Room for the largest piece of a dump (32 KiB); grows when something longer was cut off.
    static constexpr size_t firstBufferBytes = 64 * 1024;
    static constexpr size_t maxBufferBytes = 16 * 1024 * 1024;
    // Notifications that wait while the process is busy with something else: some thousand links.
    static constexpr int receiveBufferBytes = 4 * 1024 * 1024;
 
+   bool fill(); // reads a batch; false with errno
+
    int fd_ = -1;
    int error_ = 0;
-   std::vector<char> buffer_;
+   size_t bufferBytes_ = firstBufferBytes; // of each datagram
+   size_t wantedBytes_ = firstBufferBytes; // from the next batch on
+   // Memory of the batch, of which the system gives as much as datagrams fill.
+   std::unique_ptr<char[]> buffers_;
+   std::array<mmsghdr, batch> messages_{};
+   std::array<iovec, batch> pieces_{};
+   std::array<sockaddr_nl, batch> senders_{};
+   unsigned at_ = 0; // the next one of the batch
+   unsigned count_ = 0;
 };
 
 } // namespace Netlink

@@ -316,6 +316,15 @@ int FakeKernel::count(std::string const& call) const {
    return at == counts_.end() ? 0 : at->second;
 }
 
+std::string FakeKernel::calls() const {
+   std::string text;
+   for (auto const& [call, count] : counts_)
+      if (call != "ioctl" && call != "SIOCSIFVLAN" && call != "sendmsg" && call != "recvmsg" &&
+          call != "answer" && call != "receive")
+         text += (text.empty() ? "" : ", ") + call + " " + std::to_string(count);
+   return text;
+}
+
 void FakeKernel::fail(std::string const& call, int error, int nth, bool isLasting) {
    faults_.insert({call, Fault{error, nth - 1, isLasting}});
 }
@@ -423,10 +432,13 @@ ssize_t FakeKernel::recvmsg(int fd, msghdr* message, int flags) {
    return static_cast<ssize_t>(bytes);
 }
 
-unsigned FakeKernel::ifNametoindex(char const* name) {
+unsigned FakeKernel::ifNametoindex(char const* name, int fd) {
    if (!enter("if_nametoindex"))
       return 0;
-   if (auto const* const device = find(defaultNetNs, name))
+   auto const* const descriptor = findDescriptor(fd);
+   if (!descriptor)
+      return 0;
+   if (auto const* const device = find(descriptor->netNs, name))
       return static_cast<unsigned>(device->index);
    errno = ENODEV;
    return 0;

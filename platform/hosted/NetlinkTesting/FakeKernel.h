@@ -91,6 +91,9 @@ class FakeKernel final : public Kernel {
    // waits); for counts also those of the ioctls, such as "SIOCSIFMTU" and "DEL_VLAN_CMD", and of requests, such as
    // "RTM_NEWLINK".
    int count(std::string const& call) const;
+   // The counts by name, "SIOCGIFFLAGS 2, SIOCSIFMTU 1", without those that count what others count too: "ioctl",
+   // "SIOCSIFVLAN", "sendmsg", "recvmsg" and "answer".
+   std::string calls() const;
    void countsReset() { counts_.clear(); }
    // The nth call of that name from now on fails with this errno and has no effect; if lasting, all later ones
    // as well, until faultsEnd. A request whose answer is an error was refused.
@@ -111,7 +114,7 @@ class FakeKernel final : public Kernel {
    ssize_t sendmsg(int fd, msghdr const* message, int flags) override;
    ssize_t recvmsg(int fd, msghdr* message, int flags) override;
    int ioctl(int fd, unsigned long request, void* argument) override;
-   unsigned ifNametoindex(char const* name) override;
+   unsigned ifNametoindex(char const* name, int fd) override;
    int socketAt(int family, int type, int protocol, Sulvi::NamespaceName const& netNs) override;
    int getnsByName(Sulvi::NamespaceName const& netNs, int nsType) override;
    int close(int fd) override;

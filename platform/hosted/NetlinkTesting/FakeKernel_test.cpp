@@ -18,7 +18,7 @@ struct FakeKernelTest : testing::Test {
    FakeKernelTest() { kernel.deviceIs("fabric").isUp = true; }
    int vlanIs(char const* name, uint16_t id, std::string const& netNs = {}) {
       Netlink::MessageBuilder request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, ifinfomsg{});
-      int const base = static_cast<int>(Netlink::kernel().ifNametoindex("fabric"));
+      int const base = static_cast<int>(Netlink::kernel().ifNametoindex("fabric", fd));
       request.attribute(IFLA_LINK, &base, sizeof base);
       request.textAttribute(IFLA_IFNAME, name);
       auto const info = request.nestBegin(IFLA_LINKINFO);

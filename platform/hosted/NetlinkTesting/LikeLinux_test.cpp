@@ -26,7 +26,7 @@ class Questions {
 
    void newVlan(std::string const& name, char const* base, uint16_t id) {
       Netlink::MessageBuilder request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, ifinfomsg{});
-      uint32_t const index = kernel_.ifNametoindex(base);
+      uint32_t const index = kernel_.ifNametoindex(base, fd_);
       request.attribute(IFLA_LINK, &index, sizeof index);
       request.textAttribute(IFLA_IFNAME, name);
       auto const info = request.nestBegin(IFLA_LINKINFO);
