@@ -32,8 +32,9 @@ void doSyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig const& primary,
 // a pair follows its primary, any other VLAN has the rule of a VLAN by itself. Its own secondaries follow it.
 //
 // The pairs are those of the library, which may be a batch behind the resolved roles. Where it then tells of
-// another pair, PrimaryVlanSm comes back to the VLAN; where it doesn't, because the roles are what they were
-// again, its pair is still the right one. So who asks, and when, makes no difference in the end.
+// another pair, PrimaryVlanSm comes back to the VLAN, and PrivateVlans where nobody could be told; where it says
+// nothing, because the roles are what they were again, its pair is still the right one. So who asks, and when,
+// makes no difference in the end.
 void syncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig& vlan);
 // The same for the resolved VLAN of that number; nothing where there is none.
 void maybeSyncCpuPort(BridgingConfigSm& sm, Bridging::VlanId vlanId);

@@ -6,6 +6,8 @@
 #include "Vorn/BridgingSm/CpuPort.h"
 #include "Vorn/Rules/PrivateVlans.h"
 
+#include <utility>
+
 namespace Vorn {
 
 using Bridging::VlanId;
@@ -55,10 +57,18 @@ Kem::Ptr<PrimaryVlanSm> PrivateVlans::primaryVlanSm(VlanId vlanId) const {
 void PrivateVlans::handlePrivateVlanLibState(VlanId vlanId) {
    if (!isReady())
       return;
-   if (auto const state = parent_.privateVlanLibState().primaryVlan(vlanId))
+   auto const state = parent_.privateVlanLibState().primaryVlan(vlanId);
+   auto const sm = primaryVlanSm(vlanId);
+   if (state)
       primaryVlanSmIs(vlanId, state);
-   else if (primaryVlanSm(vlanId))
+   else if (sm)
       primaryVlanSmDel(vlanId);
+   // Where a whole record came and went between two notifications, nobody was told of its pairs; but a VLAN may have
+   // been looked at while it made one.
+   if (state ? sm != nullptr : sm == nullptr) {
+      areCpuPortsOpen_ = true;
+      kemMarks_.timeMinIs(0);
+   }
 }
 
 void PrivateVlans::primaryVlanSmIs(VlanId vlanId,
@@ -147,6 +157,9 @@ void PrivateVlans::handleMarks() {
             port->doSyncSingleVlan(*vlan);
       });
    });
+   if (std::exchange(areCpuPortsOpen_, false))
+      for (auto const& [vlanId, vlan] : parent_.config().vlanConfig())
+         syncCpuPort(parent_.cpuPortInputs(), *vlan);
 }
 
 } // namespace Vorn

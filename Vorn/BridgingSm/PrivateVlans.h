@@ -73,6 +73,7 @@ class PrivateVlans final : public Kem::StateMachine {
    BridgingConfigSm& parent_;
    Kem::HashMap<PrimaryVlanSm, Bridging::VlanId> primaryVlanSm_;
    Kem::HashMap<SviMappingSm, Bridging::VlanId> sviMappingSm_;
+   bool areCpuPortsOpen_ = false; // all are to be brought in step
    KemPrivateVlanLibState kemPrivateVlanLibState_{*this};
    KemCliConfig kemCliConfig_{*this};
    KemMarks kemMarks_{*this};

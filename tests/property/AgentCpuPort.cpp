@@ -29,8 +29,10 @@ bool Agent::hasCpuPort(unsigned number) const {
    return isServed && hasCpuPort(primary);
 }
 
+// The VLAN that a former life left to a port stays as it is until the port takes it up.
 bool Agent::isCpuPortOpen(unsigned number) const {
-   return edited_.contains(number) || (vlans_.contains(number) && edited_.contains(pairedPrimary(number)));
+   return edited_.contains(number) || startupRoutedPort_.contains(number) ||
+          (vlans_.contains(number) && edited_.contains(pairedPrimary(number)));
 }
 
 } // namespace Model

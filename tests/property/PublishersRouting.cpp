@@ -404,7 +404,7 @@ std::string Publishers::changeDevice(Dice dice) {
 }
 
 std::string Publishers::changeRouting(Dice dice) {
-   switch (dice.below(16)) {
+   switch (dice.below(18)) {
    case 0:
    case 1:
    case 2:
@@ -434,8 +434,9 @@ std::string Publishers::changeRouting(Dice dice) {
 
 std::string Publishers::makeKernelFail(Dice dice) {
    std::string const call = dice.oneOf(calls);
-   bool const isLasting = dice.chance(4);
-   kernel_.fail(call, dice.oneOf(errors), 1 + static_cast<int>(dice.below(4)), isLasting);
+   bool const isLasting = dice.chance();
+   int const nth = isLasting ? 1 : 1 + static_cast<int>(dice.below(4));
+   kernel_.fail(call, dice.oneOf(errors), nth, isLasting);
    return "the kernel refuses " + call + (isLasting ? " from now on" : " once");
 }
 
