@@ -29,6 +29,8 @@ void DeviceProblems::problemIs(Sulvi::IntfId intfId, DeviceAspect aspect, std::s
    if (!known && text.empty())
       return;
    Texts texts = known ? *known : Texts();
+   if (aspect != DeviceAspect::existence && !texts[static_cast<size_t>(DeviceAspect::existence)].empty())
+      return;
    auto& changed = texts[static_cast<size_t>(aspect)];
    if (changed == text)
       return;

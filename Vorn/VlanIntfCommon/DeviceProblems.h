@@ -28,7 +28,7 @@ class DeviceProblems final : public Kem::PtrInterface {
 
    // What no device can be made for; empty for nothing.
    void kernelProblemIs(std::string_view text);
-   // Empty: none of that aspect.
+   // Empty: none of that aspect. Nothing is said of a device whose existence is a problem.
    void problemIs(Sulvi::IntfId intfId, DeviceAspect aspect, std::string_view text);
    // Of the device itself. Of one that isn't there, nothing else is said.
    void existenceIs(Sulvi::IntfId intfId, std::string_view text);

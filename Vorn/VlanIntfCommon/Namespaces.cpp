@@ -112,11 +112,11 @@ void VlanIntfCommon::handleNsByName(Sulvi::NamespaceName const& name) {
       return;
    }
    kemNetNs_.erase(name);
-   auto const intfs = sockets_.intfsIn(name);
-   for (auto const intfId : intfs)
-      intfBackLogIs(intfId, true);
-   if (!intfs.empty())
-      armIntfConfigClock();
+   for (auto const& [intfId, isMember] : intf_)
+      if (nsOfIntf(intfId) == name || intfNamespaces_->netNsName(intfId) == name) {
+         intfBackLogIs(intfId, true);
+         armIntfConfigClock();
+      }
    if (nsSocketFd(name) != 0 && nsIntfRefcount(name) == 0) {
       KEM_TRACE(namespacesTrace, 3, "Freeing FD to unused namespace " << name);
       sockets_.close(name);

@@ -25,6 +25,8 @@ void VlanIntfCommon::doRetryEvaluateIntfConfiguration() {
    auto const again = std::move(sweepAgain_);
    sweepAgain_.clear();
    for (auto const& ns : again) {
+      if (!ns.isDefault() && !in_.netNsCollection->netNsByName(ns))
+         continue; // it has gone
       if (nsSocketFd(ns) != 0)
          doRemoveUnneededVlanNetworkDevices(nsSocketFd(ns), ns);
       else

@@ -162,7 +162,8 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
       KEM_TRACE(commonTrace, 0,
                 "vlan create errorin dstNs. No retry. NS " << dstNs << " vlanId " << vlanId << " error "
                                                            << static_cast<int>(ret));
-      bool const isBase = ret == VlanNoBase;
+      bool const hasNs = dstNs.isDefault() || in_.netNsCollection->netNsByName(dstNs);
+      bool const isBase = ret == VlanNoBase && hasNs;
       existenceIs(isBase ? "base device " + baseDeviceName.str() + " doesn't exist"
                          : "namespace " + dstNs.stringValue().str() + " doesn't exist");
       // What is known to be there wasn't found for another reason, which may pass without a notification.

@@ -899,5 +899,34 @@ TEST_F(VlanIntfSmTest, twoSourcesOfOnePriorityGiveOneInterface) {
    EXPECT_EQ(world.devices(), "");
 }
 
+// --- What an operator reads in the trace.
+
+TEST_F(VlanIntfSmTest, theStepsAreTracedInTheirWords) {
+   world.kernel.vlanDeviceIs("vlan5", "fabric", 5);
+   world.vlanIntf(10)->sourceIs("cli");
+   world.start();
+   EXPECT_TRUE(trace.has("Deleting unneeded kernel vlan network devices for NS default FD: " +
+                         std::to_string(world.socketFd)));
+   EXPECT_TRUE(trace.has("Found device: vlan5"));
+   EXPECT_TRUE(trace.has("vlan5 did not find device in intfConfig"));
+   EXPECT_TRUE(trace.has("Finished deleting unneeded kernel devices"));
+   EXPECT_TRUE(trace.has("Adding config Vlan10from sourcecli"));
+   EXPECT_TRUE(trace.has("Setting mac addr of Vlan10 to 02:00:00:00:00:01"));
+   EXPECT_TRUE(trace.has("Setting vlanIntfStatus addr for Vlan10 to 02:00:00:00:00:01"));
+   EXPECT_TRUE(trace.has(" ns in IntfStatus is: \"default\" fd: " + std::to_string(world.socketFd)) ||
+               trace.has(" ns in IntfStatus is: \"\" fd: " + std::to_string(world.socketFd)));
+   trace.take();
+   world.kernel.fail("SIOCSIFMTU", EBUSY);
+   world.configDir->intfConfig(world.id(10))->mtuIs(1400);
+   world.run();
+   EXPECT_TRUE(trace.has("Error setting the link mtu for interface Vlan10"));
+   EXPECT_TRUE(world.isRetried(10));
+   world.advance(2.0);
+   EXPECT_EQ(world.devices(), "vlan10: vlan 10 on fabric, mtu 1400, up, 02:00:00:00:00:01\n");
+   world.vlanIntfDel(10);
+   world.run();
+   EXPECT_TRUE(trace.has("removing config for intf Vlan10"));
+}
+
 } // namespace
 } // namespace Vorn
