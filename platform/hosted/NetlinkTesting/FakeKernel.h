@@ -91,8 +91,8 @@ class FakeKernel final : public Kernel {
    // waits); for counts also those of the ioctls, such as "SIOCSIFMTU" and "DEL_VLAN_CMD", and of requests, such as
    // "RTM_NEWLINK".
    int count(std::string const& call) const;
-   // The counts by name, "SIOCGIFFLAGS 2, SIOCSIFMTU 1", without those that count what others count too: "ioctl",
-   // "SIOCSIFVLAN", "sendmsg", "recvmsg" and "answer".
+   // The counts by name, "SIOCGIFFLAGS 2, SIOCSIFMTU 1", without those that count what others count too ("ioctl",
+   // "SIOCSIFVLAN", "sendmsg", "recvmsg", "answer") and without "receive", of which the loop makes as many as it likes.
    std::string calls() const;
    void countsReset() { counts_.clear(); }
    // The nth call of that name from now on fails with this errno and has no effect; if lasting, all later ones
