@@ -28,8 +28,8 @@ bool wantsCpuPort(VlanInterfaces const& vlanInterfaces, Bridging::VlanConfig con
 // where there is one, serves the secondary (SviMappingSm).
 void doSyncCpuPort(CpuPortInputs const& in, Bridging::VlanConfig const& primary,
                    Bridging::VlanConfig& secondary);
-// Brings the CPU port of a VLAN in step, whatever it was before: the VLAN of a routed port has it, a secondary of
-// a pair follows its primary, any other VLAN has the rule of a VLAN by itself. Its own secondaries follow it.
+// Brings the CPU port of a VLAN in step, whatever it was before: the VLAN of a routed port has it, a secondary
+// of a pair follows its primary, any other VLAN has the rule of a VLAN by itself. Its own secondaries follow it.
 //
 // The pairs are those of the library, which may be a batch behind the resolved roles. Where it then tells of
 // another pair, PrimaryVlanSm comes back to the VLAN, and PrivateVlans where nobody could be told; where it says

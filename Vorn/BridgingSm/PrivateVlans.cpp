@@ -57,18 +57,14 @@ Kem::Ptr<PrimaryVlanSm> PrivateVlans::primaryVlanSm(VlanId vlanId) const {
 void PrivateVlans::handlePrivateVlanLibState(VlanId vlanId) {
    if (!isReady())
       return;
-   auto const state = parent_.privateVlanLibState().primaryVlan(vlanId);
-   auto const sm = primaryVlanSm(vlanId);
-   if (state)
+   if (auto const state = parent_.privateVlanLibState().primaryVlan(vlanId))
       primaryVlanSmIs(vlanId, state);
-   else if (sm)
+   else if (primaryVlanSm(vlanId))
       primaryVlanSmDel(vlanId);
-   // Where a whole record came and went between two notifications, nobody was told of its pairs; but a VLAN may have
-   // been looked at while it made one.
-   if (state ? sm != nullptr : sm == nullptr) {
-      areCpuPortsOpen_ = true;
-      kemMarks_.timeMinIs(0);
-   }
+   // A pair may have come and gone before this, and nobody is told of that; but VLANs may have been looked at
+   // meanwhile.
+   areCpuPortsOpen_ = true;
+   kemMarks_.timeMinIs(0);
 }
 
 void PrivateVlans::primaryVlanSmIs(VlanId vlanId,

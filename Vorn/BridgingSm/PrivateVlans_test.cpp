@@ -392,13 +392,18 @@ TEST_F(PrivateVlansTest, secondaryThatBecomesAPrimaryHasItsOwnSecondariesFollow)
       auto& state = *bridge.privateVlans;
       state.primaryVlanDelAll();
       state.primaryVlanIs(200)->secondaryVlanIs(150, true);
+      state.vlanTypeAndPrimaryVlanIs(150, {.vlanType = VlanType::secondary_, .primaryVlan = 200});
       state.primaryVlanIs(150);
       bridge.run();
       EXPECT_EQ(cpu(150), "");
-      auto const join = [&] { state.primaryVlan(150)->secondaryVlanIs(151, true); };
+      auto const join = [&] {
+         state.primaryVlan(150)->secondaryVlanIs(151, true);
+         state.vlanTypeAndPrimaryVlanIs(151, {.vlanType = VlanType::secondary_, .primaryVlan = 150});
+      };
       if (isToldFirst)
          join();
       state.primaryVlan(200)->secondaryVlanDel(150);
+      state.vlanTypeAndPrimaryVlanDel(150);
       if (!isToldFirst)
          join();
       bridge.run();

@@ -1,5 +1,5 @@
-// Routed interfaces: what state each is in, and which device it has. Whatever was before: all of it follows from
-// the intent and the resolved VLANs of the moment.
+// Routed interfaces: what state each is in, and which device it has. Whatever was before: all of it follows
+// from the intent and the resolved VLANs of the moment.
 
 #include "AgentModel.h"
 

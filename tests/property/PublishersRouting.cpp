@@ -1,5 +1,5 @@
-// What others do about routed interfaces: the command line, the interface manager, ports and their hardware, dynamic
-// sources, namespaces, and devices in the kernel.
+// What others do about routed interfaces: the command line, the interface manager, ports and their hardware,
+// dynamic sources, namespaces, and devices in the kernel.
 
 #include "PublishersRecords.h"
 
