@@ -25,10 +25,6 @@ void KemVlanIntfConfig::handleInitialized() {
    syncCpuPort();
    auto const status = parent_.vlanIntfStatusDir()->intfStatus(intfId_);
    auto const local = parent_.vlanIntfStatusLocalDir()->intfStatusLocal(intfId_);
-   // The status says what it follows from, also while the device waits for the other record.
-   if (status && !parent_.standbyMode())
-      status->intfConfigIs(
-          Kem::Ptr<Interface::IntfConfig>(const_cast<Interface::VlanIntfConfig*>(config().ptr())));
    if (!status || !local) {
       KEM_TRACE(vlanIntfTrace, 1,
                 "VlanIntfSm: no visd or visld yet for " << intfId_ << " source " << config()->source());
@@ -44,8 +40,11 @@ void KemVlanIntfConfig::handleInitialized() {
    KEM_INVARIANT(num < 4095, "num < 4095");
    vlanId_ = Bridging::VlanId(num).value(); // raises for a number that is none
    deviceName_ = Sulvi::vlanDeviceName(num);
-   if (!parent_.standbyMode())
+   if (!parent_.standbyMode()) {
       status->maxMtuIs(parent_.maxMtu());
+      status->intfConfigIs(
+          Kem::Ptr<Interface::IntfConfig>(const_cast<Interface::VlanIntfConfig*>(config().ptr())));
+   }
    parent_.intfBackLogIs(intfId_, true);
    parent_.armIntfConfigClock();
 }
@@ -75,6 +74,8 @@ void KemVlanIntfConfig::giveUpDevice() {
    parent_.prepNs(keyOf(vlanIntfStatusLocal_->netNsName()));
    parent_.doDestroyVlanDevice(deviceName_, vlanIntfStatusLocal_, 0);
    vlanIntfStatusLocal_->netNsNameIs(Sulvi::DEFAULT_NS);
+   if (!parent_.standbyMode())
+      vlanIntfStatus_->intfConfigIs(nullptr);
 }
 
 void KemVlanIntfConfig::doPrepareToDie() {

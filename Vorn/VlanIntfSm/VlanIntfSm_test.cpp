@@ -928,20 +928,5 @@ TEST_F(VlanIntfSmTest, theStepsAreTracedInTheirWords) {
    EXPECT_TRUE(trace.has("removing config for intf Vlan10"));
 }
 
-TEST_F(VlanIntfSmTest, aStatusRefersToItsConfigurationAlsoWithoutALocalRecord) {
-   world.configure(10);
-   world.statusDir->intfStatusIs(world.id(10));
-   world.start();
-   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
-   world.statusLocalDir->intfStatusLocalIs(world.id(10));
-   world.run();
-   world.statusLocalDir->intfStatusLocalDel(world.id(10));
-   world.run();
-   EXPECT_EQ(world.status(10)->intfConfig(), world.configDir->intfConfig(world.id(10)));
-   world.vlanIntfDel(10);
-   world.run();
-   EXPECT_EQ(world.status(10)->intfConfig(), nullptr);
-}
-
 } // namespace
 } // namespace Vorn
