@@ -29,14 +29,14 @@ std::string port(int vlan, std::string const& intf) {
 }
 
 struct VlanIntfStatusTest : testing::Test {
-   // A VLAN interface with its status record, which refers to the configuration.
+   // A VLAN interface with its status records.
    void configure(int vlan) {
       bridge.set(config(vlan), "{}");
-      statusOf(vlan, config(vlan));
+      statusOf(vlan);
    }
-   void statusOf(int vlan, std::string const& itsConfig) {
+   void statusOf(int vlan) {
       bridge.set(status(vlan), "{}");
-      bridge.set(status(vlan) + ".intfConfig", R"({"$ref": ")" + itsConfig + "\"}");
+      bridge.set("cell/1/" + statuses + "/local.intfStatusLocal[" + vlanIntf(vlan) + "]", "{}");
    }
    void ask(std::string const& source, int vlan, int priority = 0) {
       if (!bridge.exists(sources + source))
@@ -95,7 +95,7 @@ TEST_F(VlanIntfStatusTest, recordsThatAreMadeAgainCount) {
    bridge.set(port(10, "Ethernet1"), "true");
    EXPECT_EQ(operStatus(10), "intfOperUp");
    bridge.erase(status(10));
-   statusOf(10, config(10));
+   statusOf(10);
    EXPECT_EQ(operStatus(10), "intfOperUp");
    EXPECT_EQ(changes(10), 1) << "a record of its own";
    bridge.erase(vlans + ".vlanStatus[10]");
@@ -143,7 +143,7 @@ TEST_F(VlanIntfStatusTest, restartIsSeenByNobodyAndWhatChangedMeanwhileIsAllThat
    bridge.set(config(12) + ".enabled", "false");
    ask("a", 50);
    ask("b", 50, 5);
-   statusOf(50, sources + "b.intfConfig[Vlan50]");
+   statusOf(50);
    EXPECT_EQ(operStatus(10), "intfOperUp");
    EXPECT_EQ(answersOf("a"), R"({"Vlan50":true})");
    EXPECT_EQ(answersOf("b"), R"({"Vlan50":false})");
@@ -172,7 +172,7 @@ TEST_F(VlanIntfStatusTest, restartIsSeenByNobodyAndWhatChangedMeanwhileIsAllThat
    EXPECT_EQ(operStatus(30), "intfOperUp");
    EXPECT_EQ(operStatus(10), "intfOperLowerLayerDown");
    EXPECT_EQ(operStatus(12), "intfOperUp");
-   EXPECT_EQ(operStatus(50), "intfOperUnknown") << "its configuration went with its source";
+   EXPECT_EQ(operStatus(50), "intfOperLowerLayerDown") << "the other source has it now";
    EXPECT_EQ(answersOf("a"), R"({"Vlan50":false})");
    EXPECT_EQ(answersOf("b"), "none");
    for (auto const& operation : subscriber.operations())
