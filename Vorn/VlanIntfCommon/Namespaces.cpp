@@ -26,12 +26,12 @@ void VlanIntfCommon::prepNs(Sulvi::NamespaceName const& dstNs) {
    }
    int const fd = Netlink::kernel().socketAt(AF_INET, SOCK_DGRAM, 0, dstNs);
    if (fd == -1) {
-      KEM_TRACE(namespacesTrace, 0, "NS " << dstNs << " socketAt failed: " << strerror(errno));
+      KEM_TRACE(namespacesTrace, 3, "NS " << dstNs << " socketAt failed: " << strerror(errno));
       return;
    }
    auto const inode = Netlink::kernel().netNsInode(dstNs);
    if (inode == 0) { // without it, it wouldn't be noticed that the name comes to mean another one
-      KEM_TRACE(namespacesTrace, 0, "NS " << dstNs << " can't be looked at: " << strerror(errno));
+      KEM_TRACE(namespacesTrace, 3, "NS " << dstNs << " can't be looked at: " << strerror(errno));
       Netlink::kernel().close(fd);
       return;
    }

@@ -110,6 +110,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
       return true;
    }
 
+   // What stands in the way is traced at level 0 once, by DeviceProblems; here at each try.
    // Where it is to be.
    auto const dstNs = intfNamespaces_->netNsName(intfId);
    auto const existenceIs = [&](std::string_view problem) { in_.problems->existenceIs(intfId, problem); };
@@ -120,7 +121,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
          existenceIs("namespace " + nsText + " doesn't exist");
          return true; // its coming starts another evaluation
       }
-      KEM_TRACE(commonTrace, 0, name << "No valid socket found for NS`" << dstNs);
+      KEM_TRACE(commonTrace, 3, name << "No valid socket found for NS`" << dstNs);
       existenceIs("namespace " + nsText + " can't be entered");
       return false;
    }
@@ -159,7 +160,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
    switch (ret) {
    case VlanNoBase:
    case VlanNoNamespace: {
-      KEM_TRACE(commonTrace, 0,
+      KEM_TRACE(commonTrace, 3,
                 "vlan create errorin dstNs. No retry. NS " << dstNs << " vlanId " << vlanId << " error "
                                                            << static_cast<int>(ret));
       bool const hasNs = dstNs.isDefault() || in_.netNsCollection->netNsByName(dstNs);
@@ -171,7 +172,7 @@ bool VlanIntfCommon::doEvaluateInterfaceConfigurationWithRetval(
                       : in_.netNsCollection->netNsByName(dstNs) != nullptr);
    }
    case VlanRefused:
-      KEM_TRACE(commonTrace, 0, "vlan create failed in dstNs " << dstNs << " vlanId " << vlanId);
+      KEM_TRACE(commonTrace, 3, "vlan create failed in dstNs " << dstNs << " vlanId " << vlanId);
       // It may be taken by a device of ours in a namespace that no record tells of.
       if (isVlanTaken_ && in_.problems->problem(intfId) != createProblem_)
          sweepNamespacesAgain();
