@@ -44,7 +44,8 @@ void StatusReport::reportStages() {
    auto const stages = agent_.deferredStages();
    // A standby supervisor lacks some, whatever the active one left in the record.
    for (auto const& [name, reported] : status_->deferredStage())
-      if (std::none_of(stages.begin(), stages.end(), [&](auto const& stage) { return name == stage.first; }))
+      if (std::none_of(stages.begin(), stages.end(),
+                       [&reportedName = name](auto const& stage) { return reportedName == stage.first; }))
          status_->deferredStageDel(name);
    for (auto const& [name, stage] : stages)
       status_->deferredStageIs(name, {.backlog = stage->backlogSize(),
