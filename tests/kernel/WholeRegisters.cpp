@@ -29,7 +29,11 @@ bool isShortSet(Ptrace ptraceOfLibc, pid_t pid, void* kind, iovec const& set, io
 extern "C" __attribute__((visibility("default"))) long ptrace(__ptrace_request request, ...) noexcept {
    static auto const ptraceOfLibc = reinterpret_cast<Ptrace>(dlsym(RTLD_NEXT, "ptrace"));
    va_list arguments;
+// The C library declares it so, with an enumeration that is passed as a number.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
    va_start(arguments, request);
+#pragma GCC diagnostic pop
    auto const pid = va_arg(arguments, pid_t);
    auto* const address = va_arg(arguments, void*);
    auto* const data = va_arg(arguments, void*);
